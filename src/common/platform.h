@@ -1,0 +1,60 @@
+// common/platform.h - all that differs between operating systems and processors
+#pragma once
+
+#include "common/types.h"
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+namespace quarnex {
+
+/// What separates the parts of a path.
+inline constexpr char path_separator = '/';
+
+/// Prepares the process: a write beyond a file-size limit becomes an ordinary write error.
+void prepare_process();
+
+/// Number of processors, at least 1.
+u32 processor_count();
+
+/// Size of the second-level cache in KiB as the processor's identification tells it; 0 if the
+/// processor has no such instruction.
+u32 second_level_cache_kib();
+
+enum class file_kind { regular, directory, other };
+
+/// Looks up what `name` is (links are followed).  Returns false, with errno set and `kind` as it
+/// was, if that fails.
+bool find_kind(const char* name, file_kind& kind);
+
+/// Creates one directory.  Returns false with errno set on failure.
+bool make_directory(const char* name);
+
+/// Size of an open file in bytes, or 0 if the system doesn't tell.
+u64 file_size(std::FILE* stream);
+
+/// Sets the position of an open file, in bytes from its start.  Returns false on failure.
+bool seek_file(std::FILE* stream, u64 offset);
+
+/// Whether standard error is a terminal, where people look.
+bool error_stream_is_terminal();
+
+/// A running thread.
+class system_thread {
+  public:
+    /// Runs `body` in a new thread.  On failure the object stands for no thread.
+    explicit system_thread(std::function<void()> body);
+    /// Joins the thread.
+    ~system_thread();
+    system_thread(system_thread&& other) noexcept;
+    system_thread& operator=(system_thread&&) = delete;
+
+    bool started() const { return handle_ != nullptr; }
+
+  private:
+    struct handle;
+    std::unique_ptr<handle> handle_;
+};
+
+} // namespace quarnex

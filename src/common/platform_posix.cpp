@@ -1,0 +1,104 @@
+#include "common/platform.h"
+
+#include <cerrno>
+#include <csignal>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
+namespace quarnex {
+
+void prepare_process()
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+u32 processor_count()
+{
+    const u32 count = std::thread::hardware_concurrency();
+    return count != 0 ? count : 1;
+}
+
+u32 second_level_cache_kib()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    constexpr u32 cache_leaf = 0x80000006;
+    if (__get_cpuid_max(0, nullptr) == 0) return 0;
+    u32 eax = 0;
+    u32 ebx = 0;
+    u32 ecx = 0;
+    u32 edx = 0;
+    __cpuid(cache_leaf, eax, ebx, ecx, edx);
+    return ecx >> 16;
+#else
+    return 0;
+#endif
+}
+
+bool find_kind(const char* name, file_kind& kind)
+{
+    struct stat status {};
+    if (stat(name, &status) != 0) return false;
+    if (S_ISREG(status.st_mode))
+        kind = file_kind::regular;
+    else if (S_ISDIR(status.st_mode))
+        kind = file_kind::directory;
+    else
+        kind = file_kind::other;
+    return true;
+}
+
+bool make_directory(const char* name)
+{
+    return mkdir(name, 0777) == 0;
+}
+
+u64 file_size(std::FILE* stream)
+{
+    struct stat status {};
+    return fstat(fileno(stream), &status) == 0 ? static_cast<u64>(status.st_size) : 0;
+}
+
+bool seek_file(std::FILE* stream, u64 offset)
+{
+    static_assert(sizeof(off_t) == 8);
+    if (offset > INT64_MAX) {
+        errno = EINVAL;
+        return false;
+    }
+    return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+}
+
+bool error_stream_is_terminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+struct system_thread::handle {
+    std::function<void()> body;
+    pthread_t thread;
+};
+
+system_thread::system_thread(std::function<void()> body) : handle_(new handle{std::move(body), {}})
+{
+    const auto run = [](void* argument) -> void* {
+        static_cast<handle*>(argument)->body();
+        return nullptr;
+    };
+    if (pthread_create(&handle_->thread, nullptr, run, handle_.get()) != 0) handle_.reset();
+}
+
+system_thread::system_thread(system_thread&& other) noexcept = default;
+
+system_thread::~system_thread()
+{
+    if (handle_) pthread_join(handle_->thread, nullptr);
+}
+
+} // namespace quarnex

@@ -1,0 +1,6 @@
+#include "frontend/run.h"
+
+int main(int argc, char** argv)
+{
+    return quarnex::run(argc, argv);
+}

@@ -1,0 +1,181 @@
+#include "frontend/options.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+namespace quarnex {
+namespace {
+
+constexpr u8 default_level = 9;
+constexpr i32 most_block_mb = 2047; // block lengths are signed 32-bit numbers in places
+constexpr i32 most_hash_bits = 30;
+constexpr u16 ring_block_mb = 16; // positions in the rings of levels 4 to 7 have 24 bits
+
+bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/// The decimal number at `text`, 0 if there is none, cut to the range of an i32.
+i32 number_at(const char* text)
+{
+    const long long value = std::strtoll(text, nullptr, 10);
+    return static_cast<i32>(std::clamp<long long>(value, std::numeric_limits<i32>::min(),
+                                                  std::numeric_limits<i32>::max()));
+}
+
+/// "-ml": a method digit, and a level digit or nothing.
+void parse_method(const char* argument, options& parsed)
+{
+    parsed.job_template.method = static_cast<u8>(argument[1] - '0');
+    const char level = argument[2];
+    if (level == '\0') {
+        parsed.job_template.level = default_level;
+    } else if (is_digit(level)) {
+        parsed.job_template.level = static_cast<u8>(level - '0');
+    } else {
+        parsed.fault = option_fault::unknown_level;
+    }
+}
+
+/// One option of the compressing program.
+void parse_compress_option(const char* argument, u32 processors, options& parsed)
+{
+    const char* const value = argument + 2;
+    if (is_digit(argument[1])) {
+        parse_method(argument, parsed);
+        return;
+    }
+    switch (argument[1]) {
+    case 'D':
+        parsed.job_template.hash_bits = number_at(value);
+        break;
+    case 'b':
+        parsed.job_template.block_mb = static_cast<u16>(number_at(value));
+        break;
+    case 'h':
+        parsed.fault = option_fault::usage;
+        break;
+    case 'p':
+        parsed.thread_count = std::min(static_cast<u32>(number_at(value)), processors);
+        break;
+    case 'r':
+        parsed.recursive = true;
+        break;
+    case 'v':
+        ++parsed.verbose;
+        break;
+    default:
+        parsed.fault = option_fault::unknown_option;
+        parsed.fault_text = argument;
+    }
+}
+
+/// One option behind "-d".  What it doesn't know it ignores.
+void parse_decompress_option(const char* argument, options& parsed)
+{
+    switch (argument[1]) {
+    case 'p':
+        parsed.thread_count = static_cast<u32>(number_at(argument + 2));
+        break;
+    case 'r':
+        parsed.recursive = true;
+        break;
+    case 'v':
+        ++parsed.verbose;
+        break;
+    default:
+        break;
+    }
+}
+
+void refuse(options& parsed, option_fault fault, std::string text)
+{
+    parsed.fault = fault;
+    parsed.fault_text = std::move(text);
+}
+
+/// Looks for what can't be carried out in a command line that is well formed.
+void check_values(options& parsed)
+{
+    const file_parameters& parameters = parsed.job_template;
+    if (parsed.recursive) {
+        refuse(parsed, option_fault::not_built, "-r is not built yet");
+    }
+    if (parsed.mode == direction::decompress) return;
+    if (parameters.block_mb == 0 || parameters.block_mb > most_block_mb) {
+        refuse(parsed, option_fault::bad_value,
+               "the block size (-b) must be 1 to " + std::to_string(most_block_mb) + " MiB");
+    } else if (parameters.hash_bits > most_hash_bits) {
+        refuse(parsed, option_fault::bad_value,
+               "the hash size (-D) must be at most " + std::to_string(most_hash_bits));
+    } else if (!has_encoder(parameters.method, parameters.level)) {
+        refuse(parsed, option_fault::not_built,
+               "method " + std::to_string(parameters.method) + " level " +
+                   std::to_string(parameters.level) + " is not built yet");
+    }
+}
+
+} // namespace
+
+std::string tool_name(const char* path)
+{
+    const std::string name = path;
+    const usize separator = name.rfind(path_separator);
+    return separator == std::string::npos ? name : name.substr(separator + 1);
+}
+
+options parse_options(int argc, const char* const* argv, u32 processors)
+{
+    options parsed;
+    parsed.thread_count = processors;
+    const bool dash_d = argc > 1 && std::string(argv[1]) == "-d";
+    for (int i = 1; i < argc && parsed.fault == option_fault::none; ++i) {
+        if (argv[i][0] != '-')
+            parsed.names.emplace_back(argv[i]);
+        else if (dash_d)
+            parse_decompress_option(argv[i], parsed);
+        else
+            parse_compress_option(argv[i], processors, parsed);
+    }
+    if (parsed.fault != option_fault::none) return parsed;
+
+    const bool named_so = argc > 0 && tool_name(argv[0]).find("unquarnex") != std::string::npos;
+    if (dash_d || named_so) parsed.mode = direction::decompress;
+    parsed.thread_count = std::min(parsed.thread_count, max_workers);
+    const bool compress = parsed.mode == direction::compress;
+    if (parsed.names.size() < 2 || (compress && !is_method(parsed.job_template.method))) {
+        parsed.fault = option_fault::usage;
+        return parsed;
+    }
+    check_values(parsed);
+    if (parsed.job_template.level >= 4 && parsed.job_template.level <= 7) {
+        parsed.job_template.block_mb = std::min(parsed.job_template.block_mb, ring_block_mb);
+    }
+    parsed.destination = std::move(parsed.names.back());
+    parsed.names.pop_back();
+    return parsed;
+}
+
+void print_usage(const std::string& tool)
+{
+    std::fprintf(stderr, "\n%s 0.94 %s\n", tool.c_str(), __DATE__);
+    std::fprintf(stderr, "\n Usage: %s <options> <filename1> .. <filenameN> DESTINATION_DIR\n",
+                 tool.c_str());
+    std::fputs(
+        "<options>\n"
+        " -ml     m: compression method (1..5), l:compression level (0..9).\n"
+        " -p#     #: number of processors/cores (default=autodetect). 0=disable multithreading\n"
+        " -b#     #: block size in mb (default 32)\n"
+        " -r      compress/decompress directories recursively\n"
+        " -d      decompress\n"
+        "Ex.: quarnex -43 file.jpg ab*.txt backup_dir\n",
+        stderr);
+    std::fprintf(stderr, "     quarnex -59 -r mydir%c* backup_dir\n", path_separator);
+    std::fprintf(stderr, "     quarnex -d -r backup_dir%c* restore_dir\n", path_separator);
+}
+
+} // namespace quarnex

@@ -1,0 +1,9 @@
+// frontend/run.h - one run of the program
+#pragma once
+
+namespace quarnex {
+
+/// Does what the command line says and returns the exit status of the process.
+int run(int argc, const char* const* argv);
+
+} // namespace quarnex

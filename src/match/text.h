@@ -1,0 +1,37 @@
+// match/text.h - the block as a search sees it
+//
+// Positions are counted from the block's start.  The bytes behind the block are zero, and a few of
+// them are read: a match is found by its first four bytes without a look at the block's end, so one
+// that starts in the last three positions can pass the end.
+#pragma once
+
+#include "common/bytes.h"
+#include "common/equal_bytes.h"
+#include "common/hash4.h"
+
+namespace quarnex {
+
+/// Bytes behind the block that the hash searches may read: a search looks at positions up to the
+/// block's end + 5, and each look reads a word of four bytes or compares eight.
+inline constexpr u32 search_reads_past = 16;
+
+struct block_text {
+    const u8* data; // the block, with at least search_reads_past readable bytes behind it
+    u32 size;       // bytes in the block
+
+    u8 byte(u32 pos) const { return data[pos]; }
+    u32 word(u32 pos) const { return load_u32(data + pos); }
+    u32 hash(u32 pos, u32 bits) const { return hash4(word(pos), bits); }
+    bool same_byte(u32 a, u32 b) const { return data[a] == data[b]; }
+    bool same_word(u32 a, u32 b) const { return word(a) == word(b); }
+
+    /// Length of the match of `cand` at `pos`, given that their words are equal: at least 4, and
+    /// beyond that never past the block's end.
+    u32 match_length(u32 pos, u32 cand) const
+    {
+        if (pos + 4 >= size) return 4;
+        return 4 + equal_bytes(data + pos + 4, data + cand + 4, size - pos - 4);
+    }
+};
+
+} // namespace quarnex

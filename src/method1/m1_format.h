@@ -1,0 +1,92 @@
+// method1/m1_format.h - the byte-aligned stream of method 1: control words, tokens, integers
+//
+// A stream is the block's first byte, then groups of a control word (little-endian u32) and the
+// items that its 32 flags announce, from the top bit down: 0 is a literal, one raw byte; 1 is a
+// match token.  The last item is the end token.  Unused flags are 0.
+//
+// With v the little-endian number at the token, and length = c + min_match:
+//
+//     short   2 bytes   | c: 2 | distance - 1: 13 | 0 |
+//     medium  3 bytes   | c: 3 | distance - 1: 19 | 01 |
+//     long    1 + ...   | k: 6 | 11 |  [integer: c - 63, if k is 63]  integer: distance
+//
+// A long token with distance 0 ends the stream.  An integer is 1 to 5 bytes; the leading ones of
+// the first byte tell how many follow it:
+//
+//     0xxxxxxx   10xxxxxx b   110xxxxx b b   1110xxxx b b b   11110000 b b b b
+//
+// The x are the top bits of the value, the following bytes a little-endian number.
+//
+// Nothing here has state.  Encoder and decoder both include this file, and neither repeats a
+// number of it.
+#pragma once
+
+#include "common/bytes.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace quarnex {
+
+/// The shortest match of a stream of `level`.
+constexpr u32 m1_min_match(u32 level)
+{
+    return level < 8 ? 4 : 3;
+}
+
+inline constexpr u32 m1_flags_per_word = 32;
+inline constexpr u32 m1_control_bytes = 4;
+
+inline constexpr u32 m1_short_bytes = 2;
+inline constexpr u32 m1_short_dist_bits = 13;
+inline constexpr u32 m1_short_len_bits = 2;
+inline constexpr u32 m1_medium_bytes = 3;
+inline constexpr u32 m1_medium_dist_bits = 19;
+inline constexpr u32 m1_medium_len_bits = 3;
+inline constexpr u32 m1_long_escape = 63; // this k says that an integer with the rest follows
+
+inline constexpr u32 m1_medium_tag =
+    1; // low two bits of the first byte; a short token's lowest is 0
+inline constexpr u32 m1_long_tag = 3;
+
+static_assert(1 + m1_short_dist_bits + m1_short_len_bits == 8 * m1_short_bytes);
+static_assert(2 + m1_medium_dist_bits + m1_medium_len_bits == 8 * m1_medium_bytes);
+
+inline constexpr u32 m1_integer_max_bytes = 5;
+/// The longest token: first byte, length, distance.
+inline constexpr u32 m1_token_max_bytes = 1 + 2 * m1_integer_max_bytes;
+/// The end token as encoders write it: a long token of distance 0.
+inline constexpr u32 m1_end_token = 0x00EB;
+inline constexpr u32 m1_end_bytes = 2;
+
+/// Writes `value` as an integer of the shortest form and returns the position behind it.  Writes
+/// up to 8 bytes.
+inline u8* m1_put_integer(u8* to, u32 value)
+{
+    const auto width = static_cast<u32>(std::bit_width(value));
+    const u32 more = width <= 7 ? 0 : std::min((width - 1) / 7, 4U); // bytes behind the first
+    const u64 tail = value & ((u64{1} << (8 * more)) - 1);
+    const u64 marks = 0xF00 >> more & 0xFF; // `more` leading ones
+    const u64 top = (u64{value} >> (8 * more)) | marks;
+    store_u64(to, top | tail << 8);
+    return to + 1 + more;
+}
+
+/// An integer as read: its value and how many bytes it took.
+struct m1_integer {
+    u32 value;
+    u32 bytes;
+};
+
+/// Reads an integer.  Loads 8 bytes.
+inline m1_integer m1_get_integer(const u8* from)
+{
+    const u64 word = load_u64(from);
+    const auto first = static_cast<u8>(word);
+    const u32 more = std::min(static_cast<u32>(std::countl_one(first)), 4U);
+    const u64 tail = word >> 8 & ((u64{1} << (8 * more)) - 1);
+    const u64 top = u64{first & (0x7FU >> more)} << (8 * more);
+    return {static_cast<u32>(top | tail), 1 + more};
+}
+
+} // namespace quarnex

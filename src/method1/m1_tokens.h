@@ -1,0 +1,133 @@
+// method1/m1_tokens.h - the token writer of method 1
+//
+// Literals are not written one at a time: the writer remembers where the last match ended and
+// copies the bytes up to the next one in whole words, at most 32 for each control word.
+#pragma once
+
+#include "common/copy.h"
+#include "match/concepts.h"
+#include "method1/m1_format.h"
+#include "pipeline/codec.h"
+
+namespace quarnex {
+
+/// Writes literals and matches of at least MinMatch bytes as a stream of method 1.
+template <u32 MinMatch>
+class m1_tokens {
+  public:
+    static constexpr u32 first_pos = 1;
+
+    /// Starts a stream for a block of 1 byte or more.
+    explicit m1_tokens(const block_job& job)
+        : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
+          control_(job.out_buf + 1), out_(job.out_buf + 1 + m1_control_bytes)
+    {
+        *begin_ = *text_;
+    }
+
+    bool full() const { return out_ >= limit_; }
+
+    /// Literals are written in front of the next match.
+    void literal(u32 /*pos*/) {}
+
+    void match(u32 pos, u32 len, u32 dist)
+    {
+        literals_until(pos);
+        if (full()) return;
+        put_match(len - MinMatch, dist);
+        put_match_flag();
+        done_ = pos + len;
+    }
+
+    /// Ends the stream of a block of `size` bytes.  Returns its length, or 0 if it is not shorter
+    /// than the block.
+    u32 finish(u32 size)
+    {
+        literals_until(size);
+        if (full()) return 0;
+        store_u16(out_, m1_end_token);
+        out_ += m1_end_bytes;
+        put_match_flag();
+        if (full()) return 0;
+        store_u32(control_, static_cast<u32>(flags_ << free_));
+        return static_cast<u32>(out_ - begin_);
+    }
+
+  private:
+    /// Stores the control word that has all its flags and reserves the next.
+    void next_control_word()
+    {
+        store_u32(control_, static_cast<u32>(flags_));
+        control_ = out_;
+        out_ += m1_control_bytes;
+        flags_ = 0;
+        free_ = m1_flags_per_word;
+    }
+
+    void put_match_flag()
+    {
+        flags_ = flags_ << 1 | 1;
+        if (--free_ == 0) next_control_word();
+    }
+
+    /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
+    void literals_until(u32 pos)
+    {
+        if (pos <= done_) return; // the last match can pass the block's end
+        const u8* from = text_ + done_;
+        u32 run = pos - done_;
+        done_ = pos;
+        while (run >= free_) {
+            copy_32(out_, from);
+            out_ += free_;
+            from += free_;
+            run -= free_;
+            flags_ <<= free_;
+            next_control_word();
+            if (full()) return;
+        }
+        copy_32(out_, from);
+        out_ += run;
+        flags_ <<= run;
+        free_ -= run;
+    }
+
+    /// Writes the token of a match; `code` is its length less MinMatch.
+    void put_match(u32 code, u32 dist)
+    {
+        const u32 offset = dist - 1;
+        if (code < 1U << m1_short_len_bits && offset < 1U << m1_short_dist_bits) {
+            store_u32(out_, offset << 1 | code << (1 + m1_short_dist_bits));
+            out_ += m1_short_bytes;
+        } else if (code < 1U << m1_medium_len_bits && offset < 1U << m1_medium_dist_bits) {
+            store_u32(out_, m1_medium_tag | offset << 2 | code << (2 + m1_medium_dist_bits));
+            out_ += m1_medium_bytes;
+        } else {
+            out_ = put_long(out_, code, dist);
+        }
+    }
+
+    static u8* put_long(u8* out, u32 code, u32 dist)
+    {
+        *out++ = static_cast<u8>(std::min(code, m1_long_escape) << 2 | m1_long_tag);
+        if (code >= m1_long_escape) out = m1_put_integer(out, code - m1_long_escape);
+        return m1_put_integer(out, dist);
+    }
+
+    const u8* text_;
+    u8* begin_;
+    u8* limit_;                    // a stream that gets here is not shorter than the block
+    u8* control_;                  // place of the control word that collects flags
+    u8* out_;                      // place of the next item
+    u64 flags_ = 0;                // flags collected so far, the latest lowest
+    u32 free_ = m1_flags_per_word; // flags that still fit
+    u32 done_ = first_pos;         // the block is written up to here
+};
+
+/// What m1_tokens may write past the block's size before full() holds: a token and a control word,
+/// and the last word of a copy.
+inline constexpr u32 m1_writes_past = 1 + m1_control_bytes + 32 + m1_token_max_bytes + 8;
+static_assert(m1_writes_past <= out_slack);
+static_assert(token_writer<m1_tokens<4>>);
+
+} // namespace quarnex

@@ -1,0 +1,54 @@
+#include "pipeline/buffer_pool.h"
+
+#include <utility>
+
+namespace quarnex {
+namespace {
+
+/// Smaller buffers come from the allocator at no cost worth saving.
+constexpr usize least_pooled_bytes = 256 * 1024;
+
+} // namespace
+
+void return_buffer::operator()(u8* buffer) const
+{
+    pool->put_back(buffer, capacity);
+}
+
+block_buffer buffer_pool::take(usize size)
+{
+    if (size >= least_pooled_bytes) {
+        idle_buffer unfit; // freed outside the lock
+        scoped_lock lock(mutex_);
+        for (idle_buffer& idle : idle_) {
+            // One that is far too large would hold memory that others could use.
+            if (idle.capacity < size || idle.capacity / 2 > size) continue;
+            block_buffer found(idle.memory.release(), return_buffer{this, idle.capacity});
+            std::swap(idle, idle_.back());
+            idle_.pop_back();
+            return found;
+        }
+        // Sizes have changed: the oldest makes place for buffers of the new size.
+        if (idle_.size() == most_idle_ && most_idle_ != 0) {
+            std::swap(unfit, idle_.front());
+            idle_.erase(idle_.begin());
+        }
+    }
+    return block_buffer(static_cast<u8*>(std::malloc(size)), return_buffer{this, size});
+}
+
+void buffer_pool::put_back(u8* buffer, usize capacity)
+{
+    idle_buffer returned{std::unique_ptr<u8[], free_memory>(buffer), capacity};
+    if (capacity < least_pooled_bytes) return;
+    scoped_lock lock(mutex_);
+    if (idle_.size() < most_idle_) idle_.push_back(std::move(returned));
+}
+
+usize buffer_pool::idle() const
+{
+    scoped_lock lock(mutex_);
+    return idle_.size();
+}
+
+} // namespace quarnex

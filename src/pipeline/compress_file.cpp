@@ -1,0 +1,136 @@
+#include "pipeline/block_coder.h"
+#include "pipeline/container.h"
+#include "pipeline/drivers.h"
+#include "pipeline/errors.h"
+#include "pipeline/progress.h"
+#include "pipeline/source_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace quarnex {
+namespace {
+
+i32 report_write_error()
+{
+    return report_error(error_write, error_format(error_write), errno, std::strerror(errno));
+}
+
+/// Codes a block and writes its record on this thread.
+i32 finish_in_place(pipeline_state& state, block_job& job)
+{
+    write_job record;
+    switch (encode_block(state.buffers, job, record)) {
+    case block_result::done:
+        break;
+    case block_result::no_state:
+        return driver_failed;
+    case block_result::no_memory:
+        return report_error(error_no_memory, error_format(error_no_memory));
+    case block_result::failed:
+        std::fputs("compression error\n", stdout);
+        std::fflush(stdout);
+        return driver_failed;
+    }
+    return write_block(record, job.block_index) ? driver_done : report_write_error();
+}
+
+/// One file while it is read and handed on, block by block.
+struct compression {
+    pipeline_state& state;
+    const std::string& source_name;
+    source_file source;
+    std::shared_ptr<output_file> destination;
+    file_parameters parameters;
+    u64 size = 0; // as it was at the start: what the file does later doesn't change it
+    u64 block_size = 0;
+    u32 block_count = 0;
+
+    /// Reads the next block into a buffer of its own, with zeros behind it.
+    i32 read_block(block_job& job, u32 length);
+    i32 write_header();
+    i32 hand_on(block_job job);
+    i32 run();
+};
+
+i32 compression::read_block(block_job& job, u32 length)
+{
+    job.in_alloc = state.buffers.take(usize{length} + in_slack);
+    if (!job.in_alloc) return report_error(error_no_memory, error_format(error_no_memory));
+    u8* const block = job.in_alloc.get();
+    job.in_len = static_cast<u32>(std::fread(block, 1, length, source.get()));
+    if (std::ferror(source.get()) != 0) {
+        std::fprintf(stderr, "can't read input file '%s'. '%s'\n", source_name.c_str(),
+                     std::strerror(errno));
+        return driver_failed;
+    }
+    std::memset(block + job.in_len, 0, in_slack);
+    job.in_buf = block;
+    return driver_done;
+}
+
+i32 compression::write_header()
+{
+    const auto header = pack_file_header({size, parameters});
+    return destination->write(header.data(), header.size()) ? driver_done : report_write_error();
+}
+
+i32 compression::hand_on(block_job job)
+{
+    if (state.thread_count == 0) return finish_in_place(state, job);
+    destination->window.wait_to_enter(job.block_index);
+    state.jobs.enqueue(std::move(job));
+    return driver_done;
+}
+
+i32 compression::run()
+{
+    progress_line progress(source_name, size);
+    u64 remaining = size;
+    for (u32 index = 0;; ++index) {
+        block_job job;
+        job.parameters = parameters;
+        job.block_index = index;
+        job.block_count = block_count;
+        job.out_file = destination;
+        const u32 wanted = static_cast<u32>(std::min(block_size, remaining));
+        if (const i32 result = read_block(job, wanted); result < 0) return result;
+        if (index == 0) {
+            if (const i32 result = write_header(); result < 0) return result;
+        }
+        const u32 length = job.in_len;
+        if (const i32 result = hand_on(std::move(job)); result < 0) return result;
+        remaining -= length;
+        progress.advance(length);
+        if (length < wanted) {
+            std::fprintf(stderr, "input file '%s' has become shorter\n", source_name.c_str());
+            return driver_done;
+        }
+        if (remaining == 0) return driver_done;
+    }
+}
+
+} // namespace
+
+i32 compress_file(pipeline_state& state, const file_parameters& job_template,
+                  const std::string& source, const std::string& destination)
+{
+    if (has_suffix(source.c_str())) return driver_done;
+    compression file{state, source, open_source(source), nullptr, job_template};
+    if (!file.source) return driver_failed;
+    apply_defaults(file.parameters, state.defaults);
+    file.destination = create_destination(destination + file_suffix);
+    if (!file.destination) return driver_ends_run;
+
+    file.size = file_size(file.source.get());
+    file.block_size = file.parameters.block_size();
+    file.block_count = static_cast<u32>(count_blocks(file.size, file.block_size));
+    const i32 result = file.run();
+    // With workers the writer closes the destination behind its last block.
+    if (result < 0 || state.thread_count != 0) return result;
+    return file.destination->close() ? result : report_write_error();
+}
+
+} // namespace quarnex

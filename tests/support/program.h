@@ -1,0 +1,30 @@
+// support/program.h - runs the real program
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quarnex::test {
+
+/// What became of a run.
+struct program_result {
+    int status = -1; // exit status, or 128 + signal as a shell counts
+    std::string out; // standard output
+    std::string err; // standard error
+};
+
+struct program_options {
+    std::string work_dir;          // empty: that of the test
+    std::string argv0 = "quarnex"; // what the program is called by
+    std::function<void()>
+        before_exec;          // runs in the child, for limits; only async-signal-safe calls
+    int timeout_seconds = 60; // then the program is killed: a hang fails the test with status 137
+};
+
+/// Runs the program under test with `arguments` (without its own name), its input empty, and waits
+/// for its end.
+program_result run_program(const std::vector<std::string>& arguments,
+                           const program_options& options = {});
+
+} // namespace quarnex::test

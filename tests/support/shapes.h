@@ -1,0 +1,39 @@
+// support/shapes.h - data of many kinds, the same on every machine
+#pragma once
+
+#include "common/types.h"
+
+#include <string>
+#include <vector>
+
+namespace quarnex::test {
+
+using bytes = std::vector<u8>;
+
+/// A small fast generator of pseudo-random numbers with a seed.
+class random_source {
+  public:
+    explicit random_source(u64 seed) : state_(seed * 0x9E3779B97F4A7C15U + 1) {}
+    u32 next();
+    /// A number from 0 to limit - 1.
+    u32 below(u32 limit) { return static_cast<u32>(u64{next()} * limit >> 32); }
+
+  private:
+    u64 state_;
+};
+
+/// A kind of data.
+struct shape {
+    std::string name;
+    bytes (*make)(usize size, u64 seed);
+};
+
+/// All kinds: random bytes, zeros, runs, short and long periods, words of a text, fixed-width
+/// records, machine-code-like bytes, Fibonacci and Thue-Morse words, a de Bruijn sequence,
+/// mixtures.
+const std::vector<shape>& all_shapes();
+
+/// The shape of that name; it must exist.
+const shape& find_shape(const std::string& name);
+
+} // namespace quarnex::test
