@@ -8,8 +8,8 @@
 
 namespace quarnex {
 
-/// Bytes that copy_match() may write behind the `len` that were asked for.
-inline constexpr usize copy_match_overrun = 31;
+/// Bytes that copy_match() may write behind the `len` that were asked for (16 for a length of 0).
+inline constexpr usize copy_match_overrun = 16;
 
 /// Copies 8 bytes.
 inline void copy_8(u8* to, const u8* from)
@@ -23,11 +23,10 @@ inline void copy_16(u8* to, const u8* from)
     std::memcpy(to, from, 16);
 }
 
-/// Copies 32 bytes in two steps of 16.
+/// Copies 32 bytes; all are read before one is written.
 inline void copy_32(u8* to, const u8* from)
 {
-    copy_16(to, from);
-    copy_16(to + 16, from + 16);
+    std::memcpy(to, from, 32);
 }
 
 /// Repeats the `dist` bytes in front of `to` (dist 1 to 15) over the 16 bytes from `to` on and
@@ -36,7 +35,8 @@ inline void copy_32(u8* to, const u8* from)
 inline u32 widen_pattern(u8* to, u32 dist)
 {
     u32 wide = dist;
-    for (u32 i = 0; i < 16; ++i) to[i] = to[i - static_cast<std::ptrdiff_t>(dist)];
+    const u8* const from = to - dist;
+    for (u32 i = 0; i < 16; ++i) to[i] = from[i];
     while (wide < 16) wide += dist;
     return wide;
 }

@@ -40,7 +40,7 @@ bool seek_file(std::FILE* stream, u64 offset);
 /// Whether standard error is a terminal, where people look.
 bool error_stream_is_terminal();
 
-/// A running thread.
+/// A running thread.  Unlike std::thread, one that can't be started is not an exception.
 class system_thread {
   public:
     /// Runs `body` in a new thread.  On failure the object stands for no thread.

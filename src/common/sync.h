@@ -54,7 +54,6 @@ class guard_condition {
         lock.release();
     }
     void notify_one() { condition_.notify_one(); }
-    void notify_all() { condition_.notify_all(); }
 
   private:
     std::condition_variable condition_;

@@ -151,10 +151,10 @@ options parse_options(int argc, const char* const* argv, u32 processors)
         parsed.fault = option_fault::usage;
         return parsed;
     }
-    check_values(parsed);
     if (parsed.job_template.level >= 4 && parsed.job_template.level <= 7) {
         parsed.job_template.block_mb = std::min(parsed.job_template.block_mb, ring_block_mb);
     }
+    check_values(parsed);
     parsed.destination = std::move(parsed.names.back());
     parsed.names.pop_back();
     return parsed;
@@ -162,7 +162,7 @@ options parse_options(int argc, const char* const* argv, u32 processors)
 
 void print_usage(const std::string& tool)
 {
-    std::fprintf(stderr, "\n%s 0.94 %s\n", tool.c_str(), __DATE__);
+    std::fprintf(stderr, "\n%s " QUARNEX_VERSION " %s\n", tool.c_str(), __DATE__);
     std::fprintf(stderr, "\n Usage: %s <options> <filename1> .. <filenameN> DESTINATION_DIR\n",
                  tool.c_str());
     std::fputs(

@@ -12,15 +12,17 @@ namespace quarnex {
 /// A writer is passed and returned by value, so that its state can live in registers while the
 /// search runs.  It never grows past the block's size by more than the slack of the output: once
 /// the output has reached the block's size `full()` holds, and further tokens may be dropped.
+///
+/// `first_pos` is the number of bytes at the block's start that are sent raw, before the tokens.
+/// literal() gets the position of the byte; match() the position, the length, and the distance back
+/// to the same bytes.
 template <class W>
-concept token_writer = requires(W w, const W cw, u32 pos, u32 len, u32 dist)
+concept token_writer = std::convertible_to<decltype(W::first_pos), u32> &&
+    requires(W writer, const W& so_far, u32 pos, u32 len, u32 dist)
 {
-    requires std::convertible_to<decltype(W::first_pos), u32>; // bytes sent raw before the tokens
-    {
-        cw.full()
-        } -> std::same_as<bool>; // output reached the block's size
-    w.literal(pos);              // the byte at pos
-    w.match(pos, len, dist);     // len bytes from dist back
+    requires std::same_as<decltype(so_far.full()), bool>;
+    writer.literal(pos);
+    writer.match(pos, len, dist);
 };
 
 } // namespace quarnex

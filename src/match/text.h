@@ -11,8 +11,8 @@
 
 namespace quarnex {
 
-/// Bytes behind the block that the hash searches may read: a search looks at positions up to the
-/// block's end + 5, and each look reads a word of four bytes or compares eight.
+/// Bytes behind the block that the hash searches may read: they look at positions a few bytes
+/// behind the end of the last match, and each look reads a word of four bytes or compares eight.
 inline constexpr u32 search_reads_past = 16;
 
 struct block_text {

@@ -43,6 +43,7 @@ class m1_tokens {
     /// than the block.
     u32 finish(u32 size)
     {
+        if (full()) return 0;
         literals_until(size);
         if (full()) return 0;
         store_u16(out_, m1_end_token);
@@ -124,10 +125,14 @@ class m1_tokens {
     u32 done_ = first_pos;         // the block is written up to here
 };
 
-/// What m1_tokens may write past the block's size before full() holds: a token and a control word,
-/// and the last word of a copy.
-inline constexpr u32 m1_writes_past = 1 + m1_control_bytes + 32 + m1_token_max_bytes + 8;
-static_assert(m1_writes_past <= out_slack);
+/// Everything is written from a place below the block's size on, and 32 bytes of literals are the
+/// most that is written at once.
+inline constexpr u32 m1_writes_past = m1_flags_per_word - 1;
+static_assert(m1_writes_past <= out_slack && m1_token_max_bytes + 8 <= m1_flags_per_word);
+/// Bytes behind the block that the copies of literals read.
+inline constexpr u32 m1_reads_past = m1_flags_per_word - 1;
+static_assert(m1_reads_past <= in_slack);
+
 static_assert(token_writer<m1_tokens<4>>);
 
 } // namespace quarnex

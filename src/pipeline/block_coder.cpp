@@ -3,6 +3,7 @@
 #include "pipeline/codec_table.h"
 #include "pipeline/container.h"
 #include "pipeline/output_file.h"
+#include "pipeline/progress.h"
 
 #include <cstdio>
 #include <cstring>
@@ -15,7 +16,7 @@ namespace {
 block_result run_codec(const codec_entry& codec, const block_job& job, i32& length)
 {
     void* const state = codec.init(job);
-    if (state == nullptr) return block_result::no_state;
+    if (state == nullptr) return block_result::not_started;
     length = codec.run(job, state);
     codec.release(job, state);
     return length < 0 ? block_result::failed : block_result::done;
@@ -34,8 +35,8 @@ write_job describe_block(const block_job& job)
 /// Makes the bytes of a block that its decoder left out zero, and says so.
 void report_length(const block_job& job, i32 produced)
 {
-    const char* const name = job.out_file ? job.out_file->out_name.c_str() : "";
-    std::printf("Fatal Error in decomp '%s'.%d,%d\n", name, produced,
+    hide_progress();
+    std::printf("Fatal Error in decomp '%s'.%d,%d\n", job.out_file->out_name.c_str(), produced,
                 static_cast<i32>(job.out_len));
     std::fflush(stdout);
     const auto from = static_cast<u32>(produced);

@@ -5,10 +5,10 @@
 // waits here for the next block.
 #pragma once
 
+#include "common/owned_array.h"
 #include "common/sync.h"
 #include "common/types.h"
 
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -29,7 +29,7 @@ using block_buffer = std::unique_ptr<u8[], return_buffer>;
 class buffer_pool {
   public:
     /// Keeps at most `most_idle` buffers that nobody uses.
-    explicit buffer_pool(usize most_idle) : most_idle_(most_idle) {}
+    explicit buffer_pool(usize most_idle);
 
     /// A buffer of `size` bytes or more, of undefined content; null when there is no memory.  It
     /// must be given up before the pool is.
@@ -42,13 +42,14 @@ class buffer_pool {
     friend struct return_buffer;
     void put_back(u8* buffer, usize capacity);
 
-    struct free_memory {
-        void operator()(u8* memory) const { std::free(memory); }
-    };
     struct idle_buffer {
-        std::unique_ptr<u8[], free_memory> memory;
+        owned_array<u8> memory;
         usize capacity = 0;
     };
+    /// An idle buffer that suits `size`, or null.
+    block_buffer take_idle(usize size);
+    /// Frees all idle buffers.
+    void give_up_idle();
 
     const usize most_idle_;
     mutable guard_mutex mutex_;

@@ -37,10 +37,8 @@ struct file_parameters {
     u64 block_size() const { return u64{block_mb} << 20; }
 };
 
-/// The value of `method` that ends a worker.
-inline constexpr u8 end_of_jobs = 255;
-
-/// One block on its way to a codec.
+/// One block on its way to a codec.  A job without a file ends a worker: nothing that a damaged
+/// header says can look like one.
 struct block_job {
     file_parameters parameters;
     u32 in_len = 0;      // bytes at in_buf: the block's when encoding, the payload's when decoding

@@ -2,21 +2,17 @@
 #include "pipeline/container.h"
 #include "pipeline/drivers.h"
 #include "pipeline/errors.h"
+#include "pipeline/output_file.h"
 #include "pipeline/progress.h"
 #include "pipeline/source_file.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
 namespace quarnex {
 namespace {
-
-i32 report_write_error()
-{
-    return report_error(error_write, error_format(error_write), errno, std::strerror(errno));
-}
 
 /// Codes a block and writes its record on this thread.
 i32 finish_in_place(pipeline_state& state, block_job& job)
@@ -25,16 +21,16 @@ i32 finish_in_place(pipeline_state& state, block_job& job)
     switch (encode_block(state.buffers, job, record)) {
     case block_result::done:
         break;
-    case block_result::no_state:
+    case block_result::not_started:
         return driver_failed;
     case block_result::no_memory:
-        return report_error(error_no_memory, error_format(error_no_memory));
+        return report_fatal(error_no_memory);
     case block_result::failed:
         std::fputs("compression error\n", stdout);
         std::fflush(stdout);
         return driver_failed;
     }
-    return write_block(record, job.block_index) ? driver_done : report_write_error();
+    return write_block(record, job.block_index) ? driver_done : report_fatal(error_write);
 }
 
 /// One file while it is read and handed on, block by block.
@@ -58,14 +54,10 @@ struct compression {
 i32 compression::read_block(block_job& job, u32 length)
 {
     job.in_alloc = state.buffers.take(usize{length} + in_slack);
-    if (!job.in_alloc) return report_error(error_no_memory, error_format(error_no_memory));
+    if (!job.in_alloc) return report_fatal(error_no_memory);
     u8* const block = job.in_alloc.get();
     job.in_len = static_cast<u32>(std::fread(block, 1, length, source.get()));
-    if (std::ferror(source.get()) != 0) {
-        std::fprintf(stderr, "can't read input file '%s'. '%s'\n", source_name.c_str(),
-                     std::strerror(errno));
-        return driver_failed;
-    }
+    if (has_failed(source, source_name)) return driver_failed;
     std::memset(block + job.in_len, 0, in_slack);
     job.in_buf = block;
     return driver_done;
@@ -74,14 +66,15 @@ i32 compression::read_block(block_job& job, u32 length)
 i32 compression::write_header()
 {
     const auto header = pack_file_header({size, parameters});
-    return destination->write(header.data(), header.size()) ? driver_done : report_write_error();
+    return destination->write(header.data(), header.size()) ? driver_done
+                                                            : report_fatal(error_write);
 }
 
 i32 compression::hand_on(block_job job)
 {
     if (state.thread_count == 0) return finish_in_place(state, job);
     destination->window.wait_to_enter(job.block_index);
-    state.jobs.enqueue(std::move(job));
+    state.enqueue(std::move(job));
     return driver_done;
 }
 
@@ -105,6 +98,7 @@ i32 compression::run()
         remaining -= length;
         progress.advance(length);
         if (length < wanted) {
+            hide_progress();
             std::fprintf(stderr, "input file '%s' has become shorter\n", source_name.c_str());
             return driver_done;
         }
@@ -121,7 +115,7 @@ i32 compress_file(pipeline_state& state, const file_parameters& job_template,
     compression file{state, source, open_source(source), nullptr, job_template};
     if (!file.source) return driver_failed;
     apply_defaults(file.parameters, state.defaults);
-    file.destination = create_destination(destination + file_suffix);
+    file.destination = state.create_destination(destination + file_suffix);
     if (!file.destination) return driver_ends_run;
 
     file.size = file_size(file.source.get());
@@ -130,7 +124,7 @@ i32 compress_file(pipeline_state& state, const file_parameters& job_template,
     const i32 result = file.run();
     // With workers the writer closes the destination behind its last block.
     if (result < 0 || state.thread_count != 0) return result;
-    return file.destination->close() ? result : report_write_error();
+    return file.destination->close() ? result : report_fatal(error_write);
 }
 
 } // namespace quarnex

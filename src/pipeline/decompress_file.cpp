@@ -2,6 +2,7 @@
 #include "pipeline/container.h"
 #include "pipeline/drivers.h"
 #include "pipeline/errors.h"
+#include "pipeline/output_file.h"
 #include "pipeline/progress.h"
 #include "pipeline/source_file.h"
 
@@ -11,26 +12,6 @@
 
 namespace quarnex {
 namespace {
-
-i32 report_read_error()
-{
-    return report_error(error_read, error_format(error_read), errno, std::strerror(errno));
-}
-
-i32 report_write_error()
-{
-    return report_error(error_write, error_format(error_write), errno, std::strerror(errno));
-}
-
-i32 report_no_memory()
-{
-    return report_error(error_no_memory, error_format(error_no_memory));
-}
-
-i32 report_damage()
-{
-    return report_error(error_corrupted, error_format(error_corrupted));
-}
 
 std::string output_name(const std::string& destination)
 {
@@ -63,12 +44,12 @@ i32 finish_in_place(pipeline_state& state, block_job& job)
     case block_result::done:
         break;
     case block_result::no_memory:
-        return report_no_memory();
-    case block_result::no_state:
+        return report_fatal(error_no_memory);
+    case block_result::not_started:
     case block_result::failed:
         return driver_failed;
     }
-    return write_block(data, 0) ? driver_done : report_write_error();
+    return write_block(data, 0) ? driver_done : report_fatal(error_write);
 }
 
 /// One file while its records are read and handed on.
@@ -79,7 +60,7 @@ struct decompression {
     u64 source_left = 0; // bytes behind the reading position
     file_header header{};
     std::shared_ptr<output_file> destination = nullptr;
-    u64 block_count = 0;
+    u32 block_count = 0;
 
     i32 read_header();
     i32 read_payload(block_job& job, u32 size);
@@ -92,26 +73,30 @@ i32 decompression::read_header()
     std::array<u8, file_header_bytes> bytes;
     errno = 0;
     if (std::fread(bytes.data(), 1, bytes.size(), source.get()) != bytes.size()) {
-        return report_read_error();
+        return report_fatal(error_read);
     }
     source_left -= bytes.size();
     if (!unpack_file_header(bytes, header)) {
         std::printf("'%s' not qrx file\n", source_name.c_str());
-        return report_error(error_no_header, error_format(error_no_header));
+        return report_fatal(error_no_header);
     }
     const file_parameters& parameters = header.parameters;
-    if (parameters.level > last_level || parameters.block_mb == 0) return report_damage();
+    if (parameters.level > last_level || parameters.block_mb == 0)
+        return report_fatal(error_corrupted);
+    const u64 count = count_blocks(header.original_size, parameters.block_size());
+    if (count > UINT32_MAX) return report_fatal(error_corrupted); // no file has so many records
+    block_count = static_cast<u32>(count);
     return is_built(parameters, source_name) ? driver_done : driver_not_built;
 }
 
 /// Reads a payload into a buffer of its own, with zeros behind it.
 i32 decompression::read_payload(block_job& job, u32 size)
 {
-    usize got = source_left;
+    u64 got = source_left;
     errno = 0;
     if (size <= source_left) { // more is damage, and no reason to ask for memory
         job.in_alloc = state.buffers.take(usize{size} + payload_slack);
-        if (!job.in_alloc) return report_no_memory();
+        if (!job.in_alloc) return report_fatal(error_no_memory);
         got = std::fread(job.in_alloc.get(), 1, size, source.get());
     }
     if (got != size) {
@@ -119,7 +104,7 @@ i32 decompression::read_payload(block_job& job, u32 size)
         std::printf("err=%s, %d,%d ", error != 0 ? std::strerror(error) : "",
                     static_cast<i32>(size), static_cast<i32>(got));
         errno = error;
-        return report_read_error();
+        return report_fatal(error_read);
     }
     source_left -= size;
     std::memset(job.in_alloc.get() + size, 0, payload_slack);
@@ -133,23 +118,24 @@ i32 decompression::take_record(const record_head& head, u32 sequence)
 {
     const file_parameters& parameters = header.parameters;
     const u64 block_size = parameters.block_size();
-    const u64 places = block_count != 0 ? block_count : 1; // an empty file has one empty record
+    const u32 places = block_count != 0 ? block_count : 1; // an empty file has one empty record
     const i64 index = displaced_index(head.displacement, sequence);
-    if (sequence >= places || index < 0 || static_cast<u64>(index) >= places)
-        return report_damage();
+    // A file has a record for each block and no more: behind the last one the writer closes it.
+    if (sequence >= places || index < 0 || index >= places) return report_fatal(error_corrupted);
     const u64 length = block_length(header.original_size, block_size, static_cast<u64>(index));
-    if (length > INT32_MAX || head.size > length) return report_damage();
-    if (head.size != length && find_decoder(parameters.method) == nullptr) return report_damage();
+    if (length > INT32_MAX || head.size > length) return report_fatal(error_corrupted);
+    if (head.size != length && find_decoder(parameters.method) == nullptr)
+        return report_fatal(error_corrupted);
 
     block_job job;
     job.parameters = parameters;
     job.block_index = static_cast<u32>(index);
-    job.block_count = static_cast<u32>(block_count);
+    job.block_count = block_count;
     job.out_file = destination;
     job.out_len = static_cast<u32>(length);
     if (const i32 result = read_payload(job, head.size); result < 0) return result;
     if (state.thread_count == 0) return finish_in_place(state, job);
-    state.jobs.enqueue(std::move(job));
+    state.enqueue(std::move(job));
     return driver_done;
 }
 
@@ -159,7 +145,7 @@ i32 decompression::run()
     for (u32 sequence = 0;; ++sequence) {
         std::array<u8, record_head_bytes> bytes;
         if (std::fread(bytes.data(), 1, bytes.size(), source.get()) != bytes.size()) {
-            return driver_done; // the regular end
+            return has_failed(source, source_name) ? driver_failed : driver_done;
         }
         source_left -= bytes.size();
         const record_head head = unpack_record_head(bytes.data());
@@ -178,15 +164,14 @@ i32 decompress_file(pipeline_state& state, const std::string& source,
     if (!file.source) return driver_failed;
     file.source_left = file_size(file.source.get());
     if (const i32 result = file.read_header(); result < 0) return result;
-    file.destination = create_destination(output_name(destination));
+    file.destination = state.create_destination(output_name(destination));
     if (!file.destination) return driver_ends_run;
-    file.block_count = count_blocks(file.header.original_size, file.header.parameters.block_size());
     if (state.abort_count != 0) return driver_failed;
 
     const i32 result = file.run();
     // With workers the writer closes the destination behind its last block.
     if (result < 0 || state.thread_count != 0) return result;
-    return file.destination->close() ? result : report_write_error();
+    return file.destination->close() ? result : report_fatal(error_write);
 }
 
 } // namespace quarnex

@@ -10,7 +10,8 @@ namespace quarnex {
 
 /// A record's head can say that its block lies up to 127 places away, and no more.  So the driver
 /// waits here before it lets a block in that would run too far ahead of the oldest one that is
-/// still unwritten.
+/// still unwritten.  (Blocks that are given up after a failure make the places of later ones wrong;
+/// such a file is lost anyway.)
 class displacement_window {
   public:
     /// How many places a block may run ahead of the oldest unwritten one.

@@ -1,8 +1,12 @@
 #include "pipeline/errors.h"
 
+#include "pipeline/progress.h"
+
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace quarnex {
 
@@ -29,6 +33,7 @@ i32 print_error(i32 code, const char* text)
 void end_process(i32 code, const char* text)
 {
     std::fflush(stdout);
+    hide_progress();
     std::fprintf(stderr, "quarnex: error %d: %s\n", code, text);
     std::abort();
 }
@@ -38,7 +43,8 @@ i32 report_error(error_code code, const char* format, ...)
     std::array<char, 2048> text;
     std::va_list arguments;
     va_start(arguments, format);
-    const char* const used_format = format != nullptr ? format : error_messages[code];
+    const char* const used_format =
+        format != nullptr ? format : error_messages[static_cast<usize>(code)];
     std::vsnprintf(text.data(), text.size(), used_format, arguments);
     va_end(arguments);
 
@@ -49,6 +55,13 @@ i32 report_error(error_code code, const char* format, ...)
         error_handler(code, text.data());
     }
     return -code;
+}
+
+i32 report_fatal(error_code code)
+{
+    // The slot at code - 100, which is empty: an empty format is what ends the process.
+    const char* const format = error_messages[static_cast<usize>(code - first_error_code)];
+    return report_error(code, format, errno, std::strerror(errno));
 }
 
 } // namespace quarnex

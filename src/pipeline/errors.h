@@ -19,15 +19,8 @@ enum error_code : i32 {
 /// The code of the first text that is not empty.
 inline constexpr i32 first_error_code = 100;
 
-/// Texts by code; null up to first_error_code.
+/// Texts by code; null below first_error_code.
 extern const std::array<const char*, 106> error_messages;
-
-/// The format that callers of report_error() hand over for `code`: the slot at code - 100.  These
-/// slots are empty, and an empty format is what ends the process.
-inline const char* error_format(error_code code)
-{
-    return error_messages[static_cast<usize>(code - first_error_code)];
-}
 
 /// Prints "Error: %d %s\n" on standard output.  Returns 0.
 i32 print_error(i32 code, const char* text);
@@ -50,5 +43,9 @@ extern void (*fatal_error_handler)(i32 code, const char* text);
 /// The further arguments are those of the format, or of the code's text.  Texts are cut at 2047
 /// bytes.  Returns -code.
 i32 report_error(error_code code, const char* format, ...);
+
+/// Reports the failure `code` as the drivers and the threads do, with the empty format: the process
+/// ends.  Read and write errors tell what `errno` says.
+i32 report_fatal(error_code code);
 
 } // namespace quarnex

@@ -2,6 +2,7 @@
 
 #include "common/platform.h"
 
+#include <atomic>
 #include <cstdio>
 #include <utility>
 
@@ -10,6 +11,8 @@ namespace {
 
 constexpr std::chrono::milliseconds interval{200};
 constexpr usize longest_name = 60; // a longer line would wrap and could not be rewritten
+
+std::atomic<bool> line_stands{false}; // written by all threads that have something to say
 
 std::string tail_of(std::string name)
 {
@@ -26,7 +29,7 @@ progress_line::progress_line(std::string name, u64 total)
 
 progress_line::~progress_line()
 {
-    if (shown_) std::fputs("\r\033[K", stderr);
+    hide_progress();
 }
 
 void progress_line::advance(u64 bytes)
@@ -34,10 +37,15 @@ void progress_line::advance(u64 bytes)
     done_ += bytes;
     if (!visible_ || total_ == 0 || clock::now() < next_) return;
     next_ = clock::now() + interval;
-    shown_ = true;
+    line_stands = true;
     const auto percent =
         static_cast<int>(static_cast<double>(done_) / static_cast<double>(total_) * 100);
     std::fprintf(stderr, "\r%s %3d %%", name_.c_str(), percent);
+}
+
+void hide_progress()
+{
+    if (line_stands.exchange(false)) std::fputs("\r\033[K", stderr);
 }
 
 } // namespace quarnex

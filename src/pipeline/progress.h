@@ -24,11 +24,13 @@ class progress_line {
   private:
     using clock = std::chrono::steady_clock;
     const bool visible_;
-    bool shown_ = false;
     const std::string name_;
     const u64 total_;
     u64 done_ = 0;
     clock::time_point next_;
 };
+
+/// Takes the line away, if one stands there, before something else is written on a terminal.
+void hide_progress();
 
 } // namespace quarnex

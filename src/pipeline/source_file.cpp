@@ -1,5 +1,7 @@
 #include "pipeline/source_file.h"
 
+#include "pipeline/progress.h"
+
 #include <cerrno>
 #include <cstring>
 
@@ -15,13 +17,12 @@ source_file open_source(const std::string& name)
     return source;
 }
 
-std::shared_ptr<output_file> create_destination(const std::string& name)
+bool has_failed(const source_file& source, const std::string& name)
 {
-    auto file = output_file::create(name);
-    if (!file) {
-        std::fprintf(stderr, "creat error '%s' '%s'\n", name.c_str(), std::strerror(errno));
-    }
-    return file;
+    if (std::ferror(source.get()) == 0) return false;
+    hide_progress();
+    std::fprintf(stderr, "can't read input file '%s'. '%s'\n", name.c_str(), std::strerror(errno));
+    return true;
 }
 
 } // namespace quarnex

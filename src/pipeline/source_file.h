@@ -1,8 +1,5 @@
-// pipeline/source_file.h - reading, and the messages that both drivers give about their files
+// pipeline/source_file.h - a source file while it is being read
 #pragma once
-
-#include "common/platform.h"
-#include "pipeline/output_file.h"
 
 #include <cstdio>
 #include <memory>
@@ -18,7 +15,7 @@ using source_file = std::unique_ptr<std::FILE, close_stream>;
 /// Opens a file for reading.  Null, and a message on standard error, if that fails.
 source_file open_source(const std::string& name);
 
-/// Creates a destination.  Null, and a message on standard error, if that fails.
-std::shared_ptr<output_file> create_destination(const std::string& name);
+/// Whether reading has failed, and not just come to the end; then a message on standard error.
+bool has_failed(const source_file& source, const std::string& name);
 
 } // namespace quarnex

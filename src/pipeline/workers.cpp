@@ -10,26 +10,24 @@ namespace quarnex {
 namespace {
 
 /// Tells what went wrong with a block, as far as it is told.
-void report_failure(block_result result, direction way)
+void report_failure(block_result result, direction mode)
 {
-    if (result == block_result::failed && way == direction::compress) {
+    if (result == block_result::failed && mode == direction::compress) {
         std::fputs("error compressing\n", stdout);
         std::fflush(stdout);
     }
-    if (result == block_result::no_memory) {
-        report_error(error_no_memory, error_format(error_no_memory));
-    }
+    if (result == block_result::no_memory) report_fatal(error_no_memory);
 }
 
 } // namespace
 
-void run_worker(pipeline_state& state, direction way)
+void run_worker(pipeline_state& state, direction mode)
 {
-    const auto code_block = way == direction::compress ? encode_block : decode_block;
+    const auto code_block = mode == direction::compress ? encode_block : decode_block;
     bool failed = false;
     for (;;) {
         block_job job = state.jobs.dequeue();
-        if (job.parameters.method == end_of_jobs) return;
+        if (!job.out_file) return;
         if (!failed) {
             write_job finished;
             const block_result result = code_block(state.buffers, job, finished);
@@ -38,10 +36,10 @@ void run_worker(pipeline_state& state, direction way)
                 continue;
             }
             ++state.abort_count;
-            report_failure(result, way);
+            report_failure(result, mode);
             failed = true;
         }
-        if (way == direction::compress) job.out_file->window.settle(job.block_index);
+        state.settle(*job.out_file, job.block_index, mode);
     }
 }
 

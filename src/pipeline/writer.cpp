@@ -4,10 +4,9 @@
 #include "pipeline/pipeline.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <tuple>
 #include <utility>
 
 namespace quarnex {
@@ -67,9 +66,10 @@ void run_writer(pipeline_state& state)
         if (!failed && !write_and_close(*table, finished)) {
             failed = true;
             ++state.abort_count;
-            report_error(error_write, error_format(error_write), errno, std::strerror(errno));
+            report_fatal(error_write);
         }
-        if (finished.block_mb == 0) finished.out_file->window.settle(finished.block_index);
+        const direction mode = finished.block_mb == 0 ? direction::compress : direction::decompress;
+        state.settle(*finished.out_file, finished.block_index, mode);
     }
 }
 

@@ -5,7 +5,11 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
+#include <pty.h>
+#include <regex.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace quarnex::test {
@@ -18,6 +22,33 @@ std::string program_path()
     return path != nullptr ? path : "quarnex";
 }
 
+/// Both ends of a channel; neither is passed on to the program by itself.
+struct channel {
+    int read_end = -1;
+    int write_end = -1;
+};
+
+channel open_pipe()
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
+    return {ends[0], ends[1]};
+}
+
+/// A terminal that shows what is written to it unchanged.
+channel open_terminal()
+{
+    channel ends;
+    if (openpty(&ends.read_end, &ends.write_end, nullptr, nullptr, nullptr) != 0) std::abort();
+    termios modes{};
+    tcgetattr(ends.write_end, &modes);
+    cfmakeraw(&modes);
+    tcsetattr(ends.write_end, TCSANOW, &modes);
+    fcntl(ends.read_end, F_SETFD, FD_CLOEXEC);
+    fcntl(ends.write_end, F_SETFD, FD_CLOEXEC);
+    return ends;
+}
+
 [[noreturn]] void become_program(std::vector<char*>& argv, const std::string& path,
                                  const program_options& options, int out, int err)
 {
@@ -26,6 +57,8 @@ std::string program_path()
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     if (!options.work_dir.empty() && chdir(options.work_dir.c_str()) != 0) _exit(126);
+    const rlimit no_core{0, 0}; // a program that aborts leaves no file behind
+    setrlimit(RLIMIT_CORE, &no_core);
     alarm(static_cast<unsigned>(options.timeout_seconds));
     if (options.before_exec) options.before_exec();
     execv(path.c_str(), argv.data());
@@ -63,16 +96,16 @@ program_result run_program(const std::vector<std::string>& arguments,
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
 
-    std::array<int, 2> out{};
-    std::array<int, 2> err{};
-    if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0) std::abort();
+    const channel out = open_pipe();
+    const channel err = options.err_is_terminal ? open_terminal() : open_pipe();
     const pid_t child = fork();
-    if (child == 0) become_program(argv, path, options, out[1], err[1]);
-    close(out[1]);
-    close(err[1]);
+    if (child == 0) become_program(argv, path, options, out.write_end, err.write_end);
+    close(out.write_end);
+    close(err.write_end);
 
     program_result result;
-    drain({pollfd{out[0], POLLIN, 0}, pollfd{err[0], POLLIN, 0}}, {&result.out, &result.err});
+    drain({pollfd{out.read_end, POLLIN, 0}, pollfd{err.read_end, POLLIN, 0}},
+          {&result.out, &result.err});
     int status = 0;
     waitpid(child, &status, 0);
     if (WIFSIGNALED(status)) {
@@ -81,6 +114,16 @@ program_result run_program(const std::vector<std::string>& arguments,
         result.status = WEXITSTATUS(status);
     }
     return result;
+}
+
+bool matches(const std::string& text, const std::string& pattern)
+{
+    regex_t compiled{};
+    const std::string whole = "^(" + pattern + ")$";
+    if (regcomp(&compiled, whole.c_str(), REG_EXTENDED | REG_NOSUB) != 0) std::abort();
+    const int result = regexec(&compiled, text.c_str(), 0, nullptr, 0);
+    regfree(&compiled);
+    return result == 0;
 }
 
 } // namespace quarnex::test

@@ -17,6 +17,7 @@ struct program_result {
 struct program_options {
     std::string work_dir;          // empty: that of the test
     std::string argv0 = "quarnex"; // what the program is called by
+    bool err_is_terminal = false;  // standard error is a terminal, not a pipe
     std::function<void()>
         before_exec;          // runs in the child, for limits; only async-signal-safe calls
     int timeout_seconds = 60; // then the program is killed: a hang fails the test with status 137
@@ -26,5 +27,8 @@ struct program_options {
 /// for its end.
 program_result run_program(const std::vector<std::string>& arguments,
                            const program_options& options = {});
+
+/// Whether the whole of `text` matches an extended regular expression.
+bool matches(const std::string& text, const std::string& pattern);
 
 } // namespace quarnex::test

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <system_error>
 #include <unistd.h>
 
 namespace quarnex::test {
@@ -33,8 +33,13 @@ void write_file(const std::string& name, const bytes& content)
 
 bytes read_file(const std::string& name)
 {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(name, missing);
+    bytes content(missing ? 0 : size);
     std::ifstream file(name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    file.read(reinterpret_cast<char*>(content.data()),
+              static_cast<std::streamsize>(content.size()));
+    return content;
 }
 
 bool file_exists(const std::string& name)

@@ -1,0 +1,151 @@
+// codec_bench - the codecs in memory, on one thread, next to a well-known peer
+//
+//     codec_bench [--benchmark_... options] FILE...
+//
+// For each file: every built level of every method encodes and decodes it as one block, and so does
+// LZ4.  "ratio" is the size of the result over the size of the file.
+#include "common/platform.h"
+#include "pipeline/codec_table.h"
+
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <lz4.h>
+#include <string>
+#include <vector>
+
+namespace quarnex {
+namespace {
+
+using bytes = std::vector<u8>;
+
+struct sample {
+    std::string name;
+    bytes data; // with slack behind `size`
+    usize size;
+};
+
+sample load(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    bytes data{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const usize size = data.size();
+    data.resize(size + in_slack);
+    return {std::filesystem::path(path).filename().string(), std::move(data), size};
+}
+
+/// A job that encodes the sample into `out`.
+block_job encoding_job(const sample& file, u8 method, u8 level, bytes& out)
+{
+    out.resize(file.size + out_slack);
+    block_job job;
+    job.parameters.method = method;
+    job.parameters.level = level;
+    apply_defaults(job.parameters, fit_to_cache(second_level_cache_kib()));
+    job.in_buf = file.data.data();
+    job.in_len = static_cast<u32>(file.size);
+    job.out_buf = out.data();
+    return job;
+}
+
+void report(benchmark::State& state, const sample& file, double coded_size)
+{
+    state.SetBytesProcessed(static_cast<i64>(state.iterations()) * static_cast<i64>(file.size));
+    state.counters["ratio"] = coded_size / static_cast<double>(file.size);
+}
+
+void encode(benchmark::State& state, const sample& file, u8 method, u8 level)
+{
+    bytes out;
+    const block_job job = encoding_job(file, method, level, out);
+    i32 size = 0;
+    for (auto _ : state) size = encoder_table[method]->run(job, nullptr);
+    report(state, file, size);
+}
+
+void decode(benchmark::State& state, const sample& file, u8 method, u8 level)
+{
+    bytes payload;
+    const block_job encoding = encoding_job(file, method, level, payload);
+    const auto size = static_cast<usize>(encoder_table[method]->run(encoding, nullptr));
+    payload.resize(size);
+    payload.resize(size + payload_slack);
+    bytes out(file.size + out_slack);
+    block_job job;
+    job.parameters = encoding.parameters;
+    job.in_buf = payload.data();
+    job.in_len = static_cast<u32>(size);
+    job.out_buf = out.data();
+    job.out_len = static_cast<u32>(file.size);
+    if (size == file.size) return state.SkipWithError("stored");
+    for (auto _ : state) benchmark::DoNotOptimize(decoder_table[method]->run(job, nullptr));
+    if (std::memcmp(out.data(), file.data.data(), file.size) != 0) state.SkipWithError("differs");
+    report(state, file, static_cast<double>(size));
+}
+
+int lz4_encode_once(const sample& file, std::vector<char>& out)
+{
+    const int size = static_cast<int>(file.size);
+    out.resize(static_cast<usize>(LZ4_compressBound(size)));
+    return LZ4_compress_default(reinterpret_cast<const char*>(file.data.data()), out.data(), size,
+                                static_cast<int>(out.size()));
+}
+
+void lz4_encode(benchmark::State& state, const sample& file)
+{
+    std::vector<char> out;
+    int size = 0;
+    for (auto _ : state) size = lz4_encode_once(file, out);
+    report(state, file, size);
+}
+
+void lz4_decode(benchmark::State& state, const sample& file)
+{
+    std::vector<char> payload;
+    const int size = lz4_encode_once(file, payload);
+    std::vector<char> out(file.size);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            LZ4_decompress_safe(payload.data(), out.data(), size, static_cast<int>(out.size())));
+    }
+    report(state, file, size);
+}
+
+void register_sample(const sample& file)
+{
+    const std::string slash = "/" + file.name;
+    const auto add = [&](const std::string& name, auto function, auto... arguments) {
+        benchmark::RegisterBenchmark((name + slash).c_str(), [=, &file](benchmark::State& state) {
+            function(state, file, arguments...);
+        })->Unit(benchmark::kMillisecond);
+    };
+    add("encode/lz4", lz4_encode);
+    add("decode/lz4", lz4_decode);
+    for (u8 method = first_method; method <= last_method; ++method) {
+        for (u8 level = 0; level <= last_level; ++level) {
+            if (!has_encoder(method, level)) continue;
+            const std::string cell = std::to_string(method) + std::to_string(level);
+            add("encode/" + cell, encode, method, level);
+            add("decode/" + cell, decode, method, level);
+        }
+    }
+}
+
+} // namespace
+} // namespace quarnex
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: codec_bench [--benchmark_... options] FILE...\n");
+        return 1;
+    }
+    std::vector<quarnex::sample> samples;
+    for (int i = 1; i < argc; ++i) samples.push_back(quarnex::load(argv[i]));
+    for (const auto& file : samples) quarnex::register_sample(file);
+    benchmark::RunSpecifiedBenchmarks();
+}

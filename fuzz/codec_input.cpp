@@ -1,0 +1,105 @@
+#include "codec_input.h"
+
+#include <utility>
+
+namespace quarnex::fuzz {
+namespace {
+
+// The smallest values of parameters that an input counts from, and how many values there are.
+constexpr u8 methods = last_method - first_method + 1;
+constexpr u8 levels = last_level + 1;
+constexpr u8 lit_ctx_choices = 9;
+constexpr i32 least_hash_bits = 10;
+constexpr u8 hash_bits_choices = 9; // larger tables would only take time
+constexpr i32 least_chain_bits = 1;
+constexpr u8 chain_bits_choices = 8;
+
+bytes with_slack(std::span<const u8> content, u32 slack)
+{
+    bytes buffer;
+    buffer.reserve(content.size() + slack);
+    buffer.assign(content.begin(), content.end());
+    buffer.resize(content.size() + slack);
+    return buffer;
+}
+
+i32 run_codec(const codec_entry& codec, const block_job& job)
+{
+    void* const state = codec.init(job);
+    require(state != nullptr, "a codec starts");
+    const i32 length = codec.run(job, state);
+    codec.release(job, state);
+    return length;
+}
+
+} // namespace
+
+file_parameters take_parameters(std::span<const u8>& input)
+{
+    file_parameters parameters;
+    parameters.method = static_cast<u8>(first_method + input[0] % methods);
+    parameters.level = input[1] % levels;
+    parameters.lit_ctx_bits = input[2] % lit_ctx_choices;
+    parameters.hash_bits = least_hash_bits + input[3] % hash_bits_choices;
+    parameters.chain_bits = least_chain_bits + input[4] % chain_bits_choices;
+    input = input.subspan(parameter_bytes);
+    return parameters;
+}
+
+bytes start_input(const file_parameters& parameters)
+{
+    return {static_cast<u8>(parameters.method - first_method), parameters.level,
+            parameters.lit_ctx_bits, static_cast<u8>(parameters.hash_bits - least_hash_bits),
+            static_cast<u8>(parameters.chain_bits - least_chain_bits)};
+}
+
+void for_each_cell_and_shape(usize block_size,
+                             const std::function<void(const file_parameters&, const bytes&)>& use)
+{
+    file_parameters parameters{.hash_bits = 12, .chain_bits = 2};
+    for (parameters.method = first_method; parameters.method <= last_method; ++parameters.method) {
+        for (parameters.level = 0; parameters.level <= last_level; ++parameters.level) {
+            if (!has_encoder(parameters.method, parameters.level)) continue;
+            for (const test::shape& shape : test::all_shapes()) {
+                use(parameters, shape.make(block_size, parameters.level));
+            }
+        }
+    }
+}
+
+coded encode(const file_parameters& parameters, std::span<const u8> block)
+{
+    const bytes in = with_slack(block, in_slack);
+    bytes out(block.size() + out_slack);
+    block_job job;
+    job.parameters = parameters;
+    job.in_buf = in.data();
+    job.in_len = static_cast<u32>(block.size());
+    job.out_buf = out.data();
+    const i32 length = run_codec(*encoder_table[parameters.method], job);
+    return {length, std::move(out)};
+}
+
+coded decode(const file_parameters& parameters, std::span<const u8> payload, u32 out_len, u8 fill)
+{
+    const bytes in = with_slack(payload, payload_slack);
+    bytes out(usize{out_len} + out_slack, fill);
+    block_job job;
+    job.parameters = parameters;
+    job.in_buf = in.data();
+    job.in_len = static_cast<u32>(payload.size());
+    job.out_buf = out.data();
+    job.out_len = out_len;
+    const i32 length = run_codec(*find_decoder(parameters.method), job);
+    return {length, std::move(out)};
+}
+
+bytes payload_of(const file_parameters& parameters, const bytes& block)
+{
+    coded stream = encode(parameters, block);
+    require(stream.length > 0, "a seed can be encoded");
+    stream.out.resize(static_cast<usize>(stream.length));
+    return std::move(stream.out);
+}
+
+} // namespace quarnex::fuzz

@@ -1,0 +1,169 @@
+// fuzz/container_fuzz.cpp - any .qrx image through the decompression driver
+//
+//     | control: bounds: 2 bits, workers: 1 bit | image |
+//
+// Source and destination are files in memory, reached by their names under /proc.
+#include "codec_input.h"
+#include "pipeline/container.h"
+#include "pipeline/drivers.h"
+#include "support/error_recorder.h"
+#include "support/qrx_file.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+namespace quarnex::fuzz {
+namespace {
+
+constexpr u64 mib = u64{1} << 20;
+constexpr u64 most_data = 4 * mib;    // what a file with a bounded size restores to
+constexpr u64 most_written = 8 * mib; // beyond it, writing fails
+
+// The two low bits of the control byte: which of the header's sizes are left alone.  Never both, as
+// a block of 2 GiB would only take time.
+constexpr u8 bounds_mask = 3;
+constexpr u8 any_size = 0;
+constexpr u8 any_block_mb = 1;
+constexpr u8 both_bounded = 2;
+constexpr u8 with_workers = 4;
+
+/// A file that has no name in a directory and is gone with the process.
+class memory_file {
+  public:
+    memory_file() : fd_(memfd_create("fuzz", MFD_CLOEXEC)) { require(fd_ >= 0, "a memory file"); }
+    memory_file(const memory_file&) = delete;
+    memory_file& operator=(const memory_file&) = delete;
+    ~memory_file() { close(fd_); }
+
+    void fill(std::span<const u8> content)
+    {
+        require(ftruncate(fd_, 0) == 0 && pwrite(fd_, content.data(), content.size(), 0) ==
+                                              static_cast<ssize_t>(content.size()),
+                "a memory file takes its content");
+    }
+    u64 size() const { return static_cast<u64>(lseek(fd_, 0, SEEK_END)); }
+    std::string name() const { return "/proc/self/fd/" + std::to_string(fd_); }
+
+  private:
+    const int fd_;
+};
+
+/// What all runs share.
+struct workshop {
+    workshop()
+    {
+        prepare_process();
+        const rlimit limit{most_written, most_written};
+        require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "a limit for files");
+        // The driver's messages go nowhere.  Those of libFuzzer and the sanitizers don't take this
+        // way.
+        stdout = std::fopen("/dev/null", "w");
+        stderr = stdout;
+    }
+
+    memory_file source;
+    memory_file destination;
+    test::error_recorder recorder;
+};
+
+/// Bounds the work that the header of `image` asks for; returns the size of the original file.
+u64 bound_work(u8 bounds, std::span<u8> image)
+{
+    std::array<u8, file_header_bytes> head;
+    file_header header{};
+    if (image.size() < head.size()) return 0;
+    std::copy_n(image.begin(), head.size(), head.begin());
+    if (!unpack_file_header(head, header)) return 0;
+    if (bounds != any_size) header.original_size %= most_data + 1;
+    if (bounds != any_block_mb) header.parameters.block_mb = 1;
+    head = pack_file_header(header);
+    std::copy(head.begin(), head.end(), image.begin());
+    return header.original_size;
+}
+
+i32 run_driver(pipeline_state& state, const workshop& shop)
+{
+    const pipeline_threads threads(state, direction::decompress);
+    require(threads.ready(), "threads");
+    return decompress_file(state, shop.source.name(), shop.destination.name() + file_suffix);
+}
+
+bool is_plain_result(i32 result)
+{
+    return result == driver_done || result == driver_failed || result == driver_not_built;
+}
+
+void decompress_any(std::span<const u8> input)
+{
+    static workshop shop;
+    if (input.empty()) return;
+    const u8 control = input[0];
+    bytes image(input.begin() + 1, input.end());
+    const u64 size = bound_work(control & bounds_mask, image);
+    shop.source.fill(image);
+    shop.destination.fill({});
+
+    const u32 workers = (control & with_workers) != 0 ? 2 : 0;
+    pipeline_state state(workers);
+    const i32 result = run_driver(state, shop);
+    const auto failures = shop.recorder.take();
+    const bool told = std::any_of(failures.begin(), failures.end(),
+                                  [&](const auto& failure) { return failure.first == -result; });
+    require(is_plain_result(result) || told, "a driver's failure has been reported");
+    require(workers != 0 || !is_plain_result(result) || failures.empty(),
+            "a reported failure is the driver's result");
+    require(shop.destination.size() <= size, "no byte is written past the file's size");
+}
+
+bytes seed_of(u8 control, const test::qrx_file& file)
+{
+    bytes seed{control};
+    const bytes image = test::build_qrx(file);
+    seed.insert(seed.end(), image.begin(), image.end());
+    return seed;
+}
+
+/// Three blocks in the wrong order, the last one short and stored.
+test::qrx_file shuffled_file()
+{
+    constexpr u32 rest = 40;
+    test::qrx_file file;
+    file.header.original_size = 2 * mib + rest;
+    file.records = {{test::displacement_of(1), test::m1_run_payload('b', mib)},
+                    {test::displacement_of(-1), test::m1_run_payload('a', mib)},
+                    {test::displacement_of(0), bytes(rest, 'c')}};
+    return file;
+}
+
+} // namespace
+
+std::vector<bytes> make_seeds()
+{
+    constexpr usize block_size = 700;
+    std::vector<bytes> seeds;
+    for (const u8 control : {any_size, any_block_mb, both_bounded}) {
+        seeds.push_back(seed_of(control, shuffled_file()));
+        seeds.push_back(seed_of(control | with_workers, shuffled_file()));
+    }
+    seeds.push_back(seed_of(both_bounded, {{}, {{}}})); // an empty file
+    for_each_cell_and_shape(block_size, [&](const file_parameters& parameters, const bytes& block) {
+        test::qrx_file file;
+        file.header.original_size = block_size;
+        file.header.method = parameters.method;
+        file.header.level = parameters.level;
+        file.records = {{0, payload_of(parameters, block)}};
+        seeds.push_back(seed_of(both_bounded, file));
+    });
+    return seeds;
+}
+
+} // namespace quarnex::fuzz
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    quarnex::fuzz::decompress_any({data, size});
+    return 0;
+}

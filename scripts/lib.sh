@@ -1,0 +1,124 @@
+# What the scripts share.  Sourced by each of them, not run.
+# shellcheck shell=bash
+set -euo pipefail
+
+# shellcheck disable=SC2034 # used by the scripts
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+program=$root/build/program/quarnex
+
+say() { printf '== %s\n' "$*"; }
+
+fail() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
+
+# quietly LOG COMMAND...: runs a command and shows what it says only if it fails.
+quietly() {
+    local log=$1
+    shift
+    mkdir -p "$(dirname "$log")"
+    "$@" >"$log" 2>&1 && return
+    tail -n 200 "$log" >&2
+    fail "this failed: $* (all it said is in $log)"
+}
+
+# need_packages PACKAGE...: installs the Debian packages that are missing.
+need_packages() {
+    local package missing=() as_root=()
+    if ! command -v dpkg-query >/dev/null; then
+        say "not a Debian system; these must be there: $*"
+        return
+    fi
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q ' installed$' ||
+            missing+=("$package")
+    done
+    ((${#missing[@]} != 0)) || return 0
+    say "installing ${missing[*]}"
+    ((EUID == 0)) || as_root=(sudo)
+    quietly "$root/build/logs/apt-update" "${as_root[@]}" apt-get update
+    quietly "$root/build/logs/apt-install" "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+build_packages=(g++ cmake ninja-build libdivsufsort-dev)
+clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
+# shellcheck disable=SC2034 # used by the scripts
+test_packages=("${clang_packages[@]}" libgtest-dev libbenchmark-dev liblz4-dev)
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    say "building preset '$preset'${*:+: $*}"
+    quietly "$root/build/logs/$preset-configure" cmake -S "$root" --preset "$preset"
+    quietly "$root/build/logs/$preset-build" \
+        cmake --build "$root/build/$preset" -j "$jobs" --target "${@:-all}"
+}
+
+# run_tests PRESET [CTEST_ARGUMENT...]: runs the tests of a preset that is built.
+run_tests() {
+    local preset=$1 log=$root/build/logs/$1-test
+    shift
+    say "testing preset '$preset'"
+    # Sanitizers need their usual places in memory; some kernels move things too far.
+    local steady=()
+    if setarch "$(uname -m)" -R true 2>/dev/null; then steady=(setarch "$(uname -m)" -R); fi
+    quietly "$log" "${steady[@]}" ctest --test-dir "$root/build/$preset" -j "$jobs" \
+        --output-on-failure --no-tests=error "$@"
+    sed -n '/tests passed/,$p' "$log"
+}
+
+check_format() {
+    say "checking the format of all sources"
+    find "$root"/{src,tests,fuzz,bench} \( -name '*.h' -o -name '*.cpp' \) -print0 |
+        xargs -0 clang-format --dry-run --Werror || fail "clang-format -i puts that right"
+}
+
+# make_work_dir: sets `work` to a new directory, in memory where possible, that goes at the end.
+make_work_dir() {
+    local place=${TMPDIR:-/tmp}
+    if [[ -d /dev/shm && -w /dev/shm ]]; then place=/dev/shm; fi
+    work=$(mktemp -d "$place/quarnex-XXXXXX")
+    trap 'rm -rf "$work"' EXIT
+}
+
+# collect_files DIRECTORY: copies files of several kinds, some 40 MB, into a flat directory.
+collect_files() {
+    local to=$1 file size left=20000000
+    mkdir -p "$to"
+    cp -L /usr/share/common-licenses/* "$to"
+    while IFS= read -r file; do cp "$root/$file" "$to/${file//\//_}"; done \
+        < <(cd "$root" && find src tests fuzz scripts -type f)
+    tar -C /usr/include -cf "$to/headers.tar" c++
+    while read -r size file; do # the largest programs that fit
+        if ((size <= left)); then
+            cp "$file" "$to"
+            left=$((left - size))
+        fi
+    done < <(find /usr/bin -xdev -type f -readable -printf '%s %p\n' | sort -rn | head -n 200)
+}
+
+# is_built CELL: whether the program compresses with that method and level.
+is_built() {
+    local probe said
+    probe=$(mktemp -d)
+    echo probe >"$probe/file"
+    if said=$("$program" -p0 "-$1" -D12 "$probe/file" "$probe/out" 2>&1); then
+        rm -r "$probe"
+        return
+    fi
+    rm -r "$probe"
+    [[ $said == *"not built yet"* ]] || fail "the program fails with -$1: $said"
+    return 1
+}
+
+# built_cells CELL...: prints those that are built.
+built_cells() {
+    local cell
+    for cell in "$@"; do
+        if is_built "$cell"; then echo "$cell"; fi
+    done
+}

@@ -1,0 +1,97 @@
+#include "common/copy.h"
+
+#include "support/shapes.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+
+constexpr usize history = 80; // bytes in front of what is written
+constexpr usize room = 300;   // bytes from there on
+
+/// Distinct bytes in front, a different filling behind.
+bytes canvas()
+{
+    bytes memory(history + room, 0xEE);
+    for (usize i = 0; i < history; ++i) memory[i] = static_cast<u8>(i + 1);
+    return memory;
+}
+
+/// What a forward copy of single bytes makes of the canvas.
+bytes copied_one_by_one(usize dist, usize len)
+{
+    bytes memory = canvas();
+    for (usize i = history; i < history + len; ++i) memory[i] = memory[i - dist];
+    return memory;
+}
+
+std::ptrdiff_t end_of(usize len)
+{
+    return static_cast<std::ptrdiff_t>(history + len);
+}
+
+TEST(copy, match_equals_a_byte_by_byte_copy_at_every_distance_and_length)
+{
+    for (u32 dist = 1; dist <= 70; ++dist) {
+        for (usize len = 0; len <= 200; ++len) {
+            bytes memory = canvas();
+            copy_match(&memory[history], dist, len);
+            const bytes expected = copied_one_by_one(dist, len);
+            ASSERT_TRUE(std::equal(memory.begin(), memory.begin() + end_of(len), expected.begin()))
+                << "distance " << dist << ", length " << len;
+        }
+    }
+}
+
+TEST(copy, match_writes_nothing_beyond_its_overrun)
+{
+    for (u32 dist = 1; dist <= 70; ++dist) {
+        for (usize len = 0; len <= 200; ++len) {
+            bytes memory = canvas();
+            copy_match(&memory[history], dist, len);
+            ASSERT_TRUE(std::all_of(memory.begin() + end_of(len + copy_match_overrun), memory.end(),
+                                    [](u8 byte) { return byte == 0xEE; }))
+                << "distance " << dist << ", length " << len;
+        }
+    }
+}
+
+TEST(copy, widened_pattern_goes_on_at_the_smallest_multiple_from_16_on)
+{
+    static constexpr std::array<u32, 16> wide{0,  16, 16, 18, 16, 20, 18, 21,
+                                              16, 18, 20, 22, 24, 26, 28, 30};
+    for (u32 dist = 1; dist < 16; ++dist) {
+        bytes memory = canvas();
+        EXPECT_EQ(widen_pattern(&memory[history], dist), wide[dist]);
+        EXPECT_EQ(memory, copied_one_by_one(dist, 16)) << "distance " << dist;
+    }
+}
+
+TEST(copy, words_have_their_exact_size)
+{
+    bytes memory = canvas();
+    copy_8(&memory[history], &memory[0]);
+    EXPECT_EQ(memory, copied_one_by_one(history, 8));
+    copy_16(&memory[history], &memory[0]);
+    EXPECT_EQ(memory, copied_one_by_one(history, 16));
+    copy_32(&memory[history], &memory[0]);
+    EXPECT_EQ(memory, copied_one_by_one(history, 32));
+}
+
+TEST(copy, a_short_word_takes_its_bytes_from_where_they_were)
+{
+    bytes memory = canvas();
+    copy_8(&memory[history], &memory[history - 8]);
+    copy_8(&memory[history + 8], &memory[history]);
+    EXPECT_EQ(memory, copied_one_by_one(8, 16));
+    copy_16(&memory[history], &memory[history - 16]);
+    copy_16(&memory[history + 16], &memory[history]);
+    EXPECT_EQ(memory, copied_one_by_one(16, 32));
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,197 @@
+#include "method1/m1_codec.h"
+
+#include "plain/m1_plain.h"
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::decode;
+using test::parameters_of;
+using test::plain_token;
+
+const file_parameters low = parameters_of(1, 0);
+const file_parameters high = parameters_of(1, 8);
+
+bytes text(const std::string& characters)
+{
+    return {characters.begin(), characters.end()};
+}
+
+TEST(m1_decoder, the_stream_of_a_block_of_1_byte_has_7_bytes)
+{
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0x00}, 1, low), text("A"));
+}
+
+TEST(m1_decoder, a_control_word_of_0_governs_32_literals)
+{
+    bytes stream{'A', 0x00, 0x00, 0x00, 0x00};
+    bytes expected{'A'};
+    for (u8 i = 0; i < 32; ++i) {
+        stream.push_back(i);
+        expected.push_back(i);
+    }
+    const bytes end{0x00, 0x00, 0x00, 0x80, 0xEB, 0x00};
+    stream.insert(stream.end(), end.begin(), end.end());
+    EXPECT_EQ(decode(stream, 33, low), expected);
+}
+
+TEST(m1_decoder, a_match_at_distance_1_repeats_the_last_byte)
+{
+    // short: distance - 1 = 0, c = 3: 7 bytes
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 8, low),
+              text("AAAAAAAA"));
+}
+
+TEST(m1_decoder, at_level_8_a_short_token_with_c_0_is_a_match_of_3_bytes)
+{
+    const bytes stream{'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0x00, 0xEB, 0x00};
+    EXPECT_EQ(decode(stream, 4, high), text("AAAA"));
+    EXPECT_EQ(decode(stream, 5, low), text("AAAAA"));
+}
+
+TEST(m1_decoder, a_last_match_that_exceeds_the_end_yields_exactly_out_len)
+{
+    // 7 bytes at distance 1 in a block of 5, in each of the three forms.
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 5, low), text("AAAAA"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x01, 0x00, 0x60, 0xEB, 0x00}, 5, low),
+              text("AAAAA"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x0F, 0x01, 0xEB, 0x00}, 5, low), text("AAAAA"));
+}
+
+TEST(m1_decoder, ignores_the_length_of_the_end_token)
+{
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0x03, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xFF, 0x85, 0x55, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0xF7, 0, 0, 0, 0}, 9, low), text("A"));
+}
+
+TEST(m1_decoder, reads_every_form_of_a_distance)
+{
+    // One match of each form of the distance integer, to the first byte of a block with a known
+    // start.
+    for (const u32 dist : {1U, 127U, 128U, 16383U, 16384U, 2097151U, 2097152U}) {
+        bytes block = test::find_shape("random").make(dist, dist);
+        std::vector<plain_token> tokens(dist - 1, {1, 0});
+        tokens.push_back({67, dist}); // c = 63: the escape, and 0 behind it
+        bytes expected = block;
+        for (u32 i = 0; i < 67; ++i) expected.push_back(expected[expected.size() - dist]);
+        const bytes stream = test::m1_plain_stream(expected, tokens, 4);
+        EXPECT_TRUE(decode(stream, expected.size(), low) == expected) << dist;
+    }
+}
+
+TEST(m1_decoder, reads_lengths_on_both_sides_of_the_escape)
+{
+    for (const u32 dist : {1U, 5U, 15U, 16U, 40U}) {
+        for (const u32 len : {66U, 67U, 68U, 194U, 195U, 16450U, 16451U, 70000U}) {
+            bytes expected = test::find_shape("random").make(64, len);
+            std::vector<plain_token> tokens(63, {1, 0});
+            tokens.push_back({len, dist});
+            for (u32 i = 0; i < len; ++i) expected.push_back(expected[expected.size() - dist]);
+            const bytes stream = test::m1_plain_stream(expected, tokens, 4);
+            EXPECT_TRUE(decode(stream, expected.size(), low) == expected) << len << " at " << dist;
+        }
+    }
+}
+
+TEST(m1_decoder, a_distance_before_the_block_ends_it)
+{
+    // After one byte, distance 2 in each form.
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x02, 0x00, 0xEB, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x05, 0x00, 0x00, 0xEB, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x03, 0x02, 0xEB, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0xFF, 0x05, 0x02, 0xEB, 0x00}, 9, low), text("A"));
+}
+
+TEST(m1_decoder, an_empty_payload_gives_nothing)
+{
+    EXPECT_TRUE(decode({}, 10, low).empty());
+}
+
+TEST(m1_decoder, a_huge_length_is_cut_at_the_block)
+{
+    const bytes stream{'A', 0, 0, 0, 0x80, 0xFF, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0x01};
+    EXPECT_EQ(decode(stream, 1000, low), bytes(1000, 'A'));
+}
+
+/// A list of tokens that a random encoder could have written, and what it decodes to.
+std::pair<bytes, std::vector<plain_token>> random_tokens(u64 seed, u32 min_match)
+{
+    test::random_source random(seed);
+    bytes block{static_cast<u8>(random.next())};
+    std::vector<plain_token> tokens;
+    for (u32 i = 0; i < 3000; ++i) {
+        if (random.below(3) == 0) {
+            block.push_back(static_cast<u8>(random.next()));
+            tokens.push_back({1, 0});
+            continue;
+        }
+        const u32 len = min_match + random.below(1U << random.below(9));
+        const u32 reach = std::min(static_cast<u32>(block.size()), 1U << random.below(22));
+        const u32 dist = 1 + random.below(reach);
+        tokens.push_back({len, dist});
+        for (u32 n = 0; n < len; ++n) block.push_back(block[block.size() - dist]);
+    }
+    return {block, tokens};
+}
+
+TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
+{
+    for (u64 seed = 1; seed <= 60; ++seed) {
+        for (const file_parameters& parameters : {low, high}) {
+            const u32 min_match = parameters.level < 8 ? 4 : 3;
+            const auto [block, tokens] = random_tokens(seed, min_match);
+            const bytes stream = test::m1_plain_stream(block, tokens, min_match);
+            ASSERT_TRUE(test::m1_plain_decode(stream, min_match) == block);
+            EXPECT_TRUE(decode(stream, block.size(), parameters) == block) << seed;
+        }
+    }
+}
+
+TEST(m1_decoder, a_truncated_stream_ends_and_starts_right)
+{
+    const auto [block, tokens] = random_tokens(4, 4);
+    const bytes stream = test::m1_plain_stream(block, tokens, 4);
+    for (usize size = 0; size < stream.size(); size += 1 + size / 50) {
+        const bytes out = decode(bytes(stream.begin(), stream.begin() + static_cast<i64>(size)),
+                                 block.size(), low);
+        ASSERT_LE(out.size(), block.size());
+        // At most the items of one control word are made up from the zeros behind the payload.
+        const usize sure = out.size() > 3000 ? out.size() - 3000 : 0;
+        EXPECT_TRUE(std::equal(out.begin(), out.begin() + static_cast<i64>(sure), block.begin()));
+    }
+}
+
+TEST(m1_decoder, damaged_streams_stay_in_their_buffers)
+{
+    test::random_source random(77);
+    for (u64 seed = 1; seed <= 30; ++seed) {
+        const auto [block, tokens] = random_tokens(seed, 4);
+        const bytes stream = test::m1_plain_stream(block, tokens, 4);
+        for (int round = 0; round < 40; ++round) {
+            bytes damaged = stream;
+            for (u32 flips = 1 + random.below(4); flips != 0; --flips) {
+                damaged[random.below(static_cast<u32>(damaged.size()))] ^=
+                    static_cast<u8>(1 << random.below(8));
+            }
+            EXPECT_LE(decode(damaged, block.size(), round % 2 == 0 ? low : high).size(),
+                      block.size());
+        }
+    }
+}
+
+TEST(m1_decoder, random_bytes_stay_in_their_buffers)
+{
+    for (u64 seed = 1; seed <= 400; ++seed) {
+        const bytes payload = test::find_shape("random").make(1 + seed, seed);
+        EXPECT_LE(decode(payload, 1 + seed % 97 * 40, seed % 2 == 0 ? low : high).size(),
+                  1 + seed % 97 * 40);
+    }
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,199 @@
+#include "pipeline/block_coder.h"
+
+#include "pipeline/container.h"
+#include "support/captured_output.h"
+#include "support/pipeline_jobs.h"
+#include "support/qrx_file.h"
+#include "support/scoped_limits.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex::test {
+namespace {
+
+class block_coder : public testing::Test {
+  protected:
+    buffer_pool buffers{4};
+    write_job finished;
+};
+
+TEST_F(block_coder, a_record_is_its_head_and_a_shorter_payload)
+{
+    block_job job = job_to_encode(buffers, bytes(100000, 'r'));
+    job.block_index = 7;
+    job.block_count = 9;
+    ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
+
+    const record_head head = unpack_record_head(finished.buf.get());
+    EXPECT_LT(head.size, 100000U);
+    EXPECT_EQ(head.displacement, 0);
+    EXPECT_EQ(finished.size, head.size + 5);
+    EXPECT_EQ(finished.block_index, 7U);
+    EXPECT_EQ(finished.block_count, 9U);
+    EXPECT_EQ(finished.block_mb, 0U) << "marks a record";
+    EXPECT_EQ(job.in_alloc, nullptr) << "the input is given up";
+}
+
+TEST_F(block_coder, a_block_that_cannot_be_compressed_is_stored)
+{
+    const bytes block = find_shape("random").make(1000, 3);
+    block_job job = job_to_encode(buffers, block);
+    ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
+
+    bytes record{0xE8, 0x03, 0, 0, 0}; // 1000, little-endian
+    record.insert(record.end(), block.begin(), block.end());
+    EXPECT_EQ(content_of(finished), record);
+}
+
+TEST_F(block_coder, one_byte_is_stored)
+{
+    block_job job = job_to_encode(buffers, {'x'});
+    ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(content_of(finished), (bytes{1, 0, 0, 0, 0, 'x'}));
+}
+
+TEST_F(block_coder, an_empty_block_calls_no_codec)
+{
+    block_job job = job_to_encode(buffers, {}, {.method = 0}); // there is none to call
+    ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(content_of(finished), bytes(5));
+}
+
+TEST_F(block_coder, an_encoder_that_fails_is_told)
+{
+    block_job job = job_to_encode(buffers, bytes(1000), failing_parameters);
+    EXPECT_EQ(encode_block(buffers, job, finished), block_result::failed);
+}
+
+TEST_F(block_coder, encoding_without_memory_for_the_record_is_told)
+{
+    block_job job = job_to_encode(buffers, bytes(1000));
+    job.in_len = 1024 * mib; // only asked for: the failure comes before the block is looked at
+    const short_of_memory limit;
+    EXPECT_EQ(encode_block(buffers, job, finished), block_result::no_memory);
+}
+
+TEST_F(block_coder, a_payload_becomes_its_block)
+{
+    block_job job = job_to_decode(buffers, m1_run_payload('z', 5000), 5000);
+    job.block_index = 3;
+    job.block_count = 4;
+    captured_output printed;
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(printed.out(), "");
+    EXPECT_EQ(content_of(finished), bytes(5000, 'z'));
+    EXPECT_EQ(finished.block_index, 3U);
+    EXPECT_EQ(finished.block_count, 4U);
+    EXPECT_EQ(finished.block_mb, 1U);
+    EXPECT_EQ(job.in_alloc, nullptr);
+}
+
+TEST_F(block_coder, a_stored_block_moves_its_buffer_and_calls_no_codec)
+{
+    const bytes block = find_shape("random").make(1000, 3);
+    block_job job = job_to_decode(buffers, block, 1000);
+    job.parameters.method = 200;
+    const u8* const place = job.in_alloc.get();
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(finished.buf.get(), place);
+    EXPECT_EQ(content_of(finished), block);
+}
+
+TEST_F(block_coder, an_empty_stored_block_has_a_buffer)
+{
+    block_job job = job_to_decode(buffers, {}, 0);
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_NE(finished.buf, nullptr) << "null would end the writer";
+    EXPECT_EQ(finished.size, 0U);
+}
+
+TEST_F(block_coder, decoding_without_memory_for_the_block_is_told)
+{
+    block_job job = job_to_decode(buffers, m1_run_payload('z', 5000), 1024 * mib);
+    const short_of_memory limit;
+    EXPECT_EQ(decode_block(buffers, job, finished), block_result::no_memory);
+}
+
+/// Leaves an idle buffer full of 0xAA in the pool, which the next block of `size` bytes gets.
+void leave_old_content(buffer_pool& buffers, usize size)
+{
+    const block_buffer buffer = buffers.take(size + out_slack);
+    std::memset(buffer.get(), 0xAA, size + out_slack);
+}
+
+TEST_F(block_coder, a_decoder_that_stops_short_is_told_and_the_rest_is_zero_not_old_content)
+{
+    constexpr u32 size = 300000;
+    const temp_dir dir;
+    bytes expected(70, 'A');
+    expected.resize(size);
+
+    block_job job = job_to_decode(buffers, m1_run_payload('A', 70), size);
+    job.out_file = output_file::create(dir / "name");
+    leave_old_content(buffers, size);
+    captured_output printed;
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(printed.out(), "Fatal Error in decomp '" + dir / "name" + "'.70,300000\n");
+    EXPECT_EQ(printed.err(), "");
+    EXPECT_EQ(content_of(finished), expected);
+}
+
+TEST_F(block_coder, an_empty_payload_of_a_block_gives_zeros)
+{
+    constexpr u32 size = 300000;
+    const temp_dir dir;
+    block_job job = job_to_decode(buffers, {}, size);
+    job.out_file = output_file::create(dir / "name");
+    leave_old_content(buffers, size);
+    captured_output printed;
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(printed.out(), "Fatal Error in decomp '" + dir / "name" + "'.0,300000\n");
+    EXPECT_EQ(content_of(finished), bytes(size));
+}
+
+class block_coder_write : public block_coder {
+  protected:
+    write_job make(const bytes& content, u32 index, u16 block_mb)
+    {
+        write_job job;
+        job.buf = fill_buffer(buffers, content, 0);
+        job.size = static_cast<u32>(content.size());
+        job.block_index = index;
+        job.block_mb = block_mb;
+        job.out_file = file;
+        return job;
+    }
+
+    temp_dir dir;
+    std::shared_ptr<output_file> file = output_file::create(dir / "out");
+};
+
+TEST_F(block_coder_write, a_record_gets_the_distance_from_its_place)
+{
+    write_job first = make({1, 0, 0, 0, 0, 'b'}, 1, 0);
+    write_job second = make({1, 0, 0, 0, 0, 'a'}, 0, 0);
+    EXPECT_TRUE(write_block(first, 0));
+    EXPECT_TRUE(write_block(second, 1));
+    EXPECT_EQ(read_file(dir / "out"), (bytes{1, 0, 0, 0, 2, 'b', 1, 0, 0, 0, 3, 'a'}));
+}
+
+TEST_F(block_coder_write, decoded_data_goes_to_its_blocks_place_unchanged)
+{
+    write_job data = make(to_bytes("123456"), 2, 3);
+    EXPECT_TRUE(write_block(data, 0));
+    bytes expected(2 * 3 * mib);
+    for (const u8 byte : to_bytes("123456")) expected.push_back(byte);
+    EXPECT_EQ(read_file(dir / "out"), expected);
+}
+
+TEST_F(block_coder_write, a_place_beyond_the_largest_offset_is_a_failure)
+{
+    write_job data = make({'x'}, 0xFFFFFFFF, 0x8000);
+    errno = 0;
+    EXPECT_FALSE(write_block(data, 0));
+    EXPECT_EQ(errno, EINVAL);
+}
+
+} // namespace
+} // namespace quarnex::test

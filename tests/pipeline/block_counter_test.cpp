@@ -1,0 +1,55 @@
+#include "pipeline/block_counter.h"
+
+#include "support/waiting.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::comes_to_its_end;
+using test::in_thread;
+using test::still_waits;
+
+TEST(block_counter, nobody_waits_for_no_blocks)
+{
+    const test::time_guard guard;
+    block_counter blocks;
+    blocks.wait_for_none();
+    blocks.enter();
+    blocks.leave();
+    blocks.wait_for_none();
+}
+
+TEST(block_counter, waits_for_every_block_that_has_entered)
+{
+    const test::time_guard guard;
+    block_counter blocks;
+    blocks.enter();
+    blocks.enter();
+    const auto waiter = in_thread([&] { blocks.wait_for_none(); });
+    EXPECT_TRUE(still_waits(waiter));
+    blocks.leave();
+    EXPECT_TRUE(still_waits(waiter));
+    blocks.leave();
+    EXPECT_TRUE(comes_to_its_end(waiter));
+}
+
+TEST(block_counter, blocks_that_leave_in_several_threads_are_all_counted)
+{
+    constexpr u32 of_each = 5000;
+    const test::time_guard guard;
+    block_counter blocks;
+    for (u32 i = 0; i < 2 * of_each; ++i) blocks.enter();
+    const auto leave = [&] {
+        for (u32 i = 0; i < of_each; ++i) blocks.leave();
+    };
+    const auto first = in_thread(leave);
+    const auto second = in_thread(leave);
+    blocks.wait_for_none();
+    EXPECT_TRUE(comes_to_its_end(first));
+    EXPECT_TRUE(comes_to_its_end(second));
+}
+
+} // namespace
+} // namespace quarnex

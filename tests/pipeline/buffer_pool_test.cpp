@@ -1,0 +1,176 @@
+#include "pipeline/buffer_pool.h"
+
+#include "support/limits.h"
+#include "support/scoped_limits.h"
+#include "support/waiting.h"
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace quarnex {
+namespace {
+
+constexpr usize kib = 1024;
+constexpr usize mib = 1024 * kib;
+
+TEST(buffer_pool, a_buffer_given_up_is_used_again)
+{
+    buffer_pool pool(4);
+    block_buffer first = pool.take(mib);
+    const u8* const place = first.get();
+    EXPECT_EQ(pool.idle(), 0U);
+    first.reset();
+    EXPECT_EQ(pool.idle(), 1U);
+    const block_buffer second = pool.take(mib);
+    EXPECT_EQ(second.get(), place);
+    EXPECT_EQ(pool.idle(), 0U);
+}
+
+TEST(buffer_pool, buffers_in_use_are_distinct)
+{
+    buffer_pool pool(4);
+    const block_buffer first = pool.take(mib);
+    const block_buffer second = pool.take(mib);
+    std::fill_n(first.get(), mib, u8{1});
+    std::fill_n(second.get(), mib, u8{2});
+    EXPECT_EQ(std::count(first.get(), first.get() + mib, 1), static_cast<std::ptrdiff_t>(mib));
+}
+
+TEST(buffer_pool, a_larger_buffer_serves_down_to_half_its_size)
+{
+    buffer_pool pool(4);
+    const u8* const place = pool.take(2 * mib).get();
+    EXPECT_EQ(pool.take(mib + 1).get(), place);
+    EXPECT_EQ(pool.take(mib).get(), place);
+    EXPECT_EQ(pool.take(2 * mib).get(), place) << "it has kept its full size";
+}
+
+TEST(buffer_pool, a_buffer_far_too_large_is_left_alone)
+{
+    buffer_pool pool(4);
+    pool.take(2 * mib).reset();
+    const block_buffer small = pool.take(mib - 1);
+    ASSERT_NE(small, nullptr);
+    EXPECT_EQ(pool.idle(), 1U);
+}
+
+TEST(buffer_pool, a_buffer_too_small_is_left_alone)
+{
+    buffer_pool pool(4);
+    pool.take(mib).reset();
+    const block_buffer large = pool.take(mib + 1);
+    ASSERT_NE(large, nullptr);
+    std::fill_n(large.get(), mib + 1, u8{1});
+    EXPECT_EQ(pool.idle(), 1U);
+}
+
+TEST(buffer_pool, the_first_that_fits_is_found_among_others)
+{
+    buffer_pool pool(4);
+    block_buffer small = pool.take(256 * kib);
+    block_buffer fitting = pool.take(mib);
+    block_buffer large = pool.take(4 * mib);
+    const u8* const place = fitting.get();
+    small.reset();
+    fitting.reset();
+    large.reset();
+    EXPECT_EQ(pool.take(mib - 10).get(), place);
+    EXPECT_EQ(pool.idle(), 3U);
+}
+
+TEST(buffer_pool, small_buffers_are_not_kept)
+{
+    buffer_pool pool(4);
+    pool.take(0).reset();
+    pool.take(1).reset();
+    pool.take(256 * kib - 1).reset();
+    EXPECT_EQ(pool.idle(), 0U);
+    pool.take(256 * kib).reset();
+    EXPECT_EQ(pool.idle(), 1U);
+}
+
+TEST(buffer_pool, no_more_buffers_wait_than_the_limit_says)
+{
+    for (const usize limit : {0U, 1U, 3U}) {
+        buffer_pool pool(limit);
+        std::vector<block_buffer> buffers;
+        for (int i = 0; i < 5; ++i) buffers.push_back(pool.take(mib));
+        buffers.clear();
+        EXPECT_EQ(pool.idle(), limit);
+    }
+}
+
+TEST(buffer_pool, the_oldest_makes_place_when_sizes_change)
+{
+    buffer_pool pool(2);
+    block_buffer older = pool.take(300 * kib);
+    block_buffer newer = pool.take(300 * kib);
+    const u8* const newer_place = newer.get();
+    older.reset();
+    newer.reset();
+    const block_buffer large = pool.take(mib);
+    EXPECT_EQ(pool.idle(), 1U);
+    EXPECT_EQ(pool.take(300 * kib).get(), newer_place);
+}
+
+TEST(buffer_pool, gives_null_when_there_is_no_memory_and_serves_on)
+{
+    buffer_pool pool(2);
+    EXPECT_EQ(pool.take(SIZE_MAX / 4), nullptr);
+    {
+        const test::short_of_memory limit;
+        EXPECT_EQ(pool.take(1024 * mib), nullptr);
+    }
+    EXPECT_NE(pool.take(mib), nullptr);
+}
+
+TEST(buffer_pool, idle_buffers_are_given_up_when_memory_is_short)
+{
+    buffer_pool pool(3);
+    pool.take(mib).reset();
+    EXPECT_EQ(pool.take(SIZE_MAX / 4), nullptr);
+    EXPECT_EQ(pool.idle(), 0U);
+}
+
+TEST(buffer_pool, what_idle_buffers_held_can_serve_a_larger_one)
+{
+    if (test::under_sanitizer) GTEST_SKIP() << "a sanitizer keeps freed memory for a while";
+    buffer_pool pool(3);
+    block_buffer first = pool.take(200 * mib);
+    block_buffer second = pool.take(200 * mib);
+    const test::short_of_memory limit(mib);
+    EXPECT_EQ(pool.take(390 * mib), nullptr);
+    first.reset();
+    second.reset();
+    EXPECT_NE(pool.take(390 * mib), nullptr);
+}
+
+TEST(buffer_pool, threads_never_hold_the_same_buffer)
+{
+    const test::time_guard guard;
+    buffer_pool pool(3);
+    std::atomic<int> damaged = 0;
+    {
+        std::vector<std::future<void>> threads;
+        for (u8 mark = 1; mark <= 4; ++mark) {
+            threads.push_back(test::in_thread([&, mark] {
+                for (usize round = 0; round < 300; ++round) {
+                    const usize size = (256 + round % 3 * 200) * kib;
+                    const block_buffer buffer = pool.take(size);
+                    buffer[0] = buffer[size / 2] = buffer[size - 1] = mark;
+                    std::this_thread::yield();
+                    if (buffer[0] != mark || buffer[size / 2] != mark || buffer[size - 1] != mark)
+                        ++damaged;
+                }
+            }));
+        }
+    }
+    EXPECT_EQ(damaged, 0);
+    EXPECT_LE(pool.idle(), 3U);
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,291 @@
+#include "support/captured_output.h"
+#include "support/driver_runs.h"
+#include "support/qrx_file.h"
+#include "support/scoped_limits.h"
+
+#include <filesystem>
+#include <unistd.h>
+
+namespace quarnex::test {
+namespace {
+
+class compress_driver : public driver_fixture {
+  protected:
+    driver_run run(const bytes& content, const file_parameters& parameters = quick_parameters)
+    {
+        write_file(dir / "in", content);
+        return compress(GetParam(), parameters, dir / "in", dir / "out");
+    }
+
+    qrx_file compressed() const
+    {
+        return take_qrx_apart(read_file(dir / "out.qrx")).value_or(qrx_file{});
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, compress_driver, testing::Values(0, 1, 3), workers_name);
+
+TEST_P(compress_driver, an_empty_file_gives_a_header_and_one_empty_record)
+{
+    expect_success(run({}));
+    EXPECT_EQ(read_file(dir / "out.qrx"),
+              (bytes{0, 'Q', 'R', '0', 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1,
+                     0, 12,  0,   0,   0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_P(compress_driver, a_file_of_exactly_n_blocks_has_n_records_the_last_of_full_length)
+{
+    const bytes content = find_shape("random").make(2 * mib, 5); // stored: lengths can be seen
+    expect_success(run(content));
+    const auto payloads = payloads_in_order(compressed());
+    ASSERT_TRUE(payloads);
+    ASSERT_EQ(payloads->size(), 2U) << "no empty record behind";
+    EXPECT_EQ((*payloads)[0].size(), mib);
+    EXPECT_EQ((*payloads)[1].size(), mib);
+    EXPECT_EQ(compressed().header.original_size, 2 * mib);
+}
+
+TEST_P(compress_driver, a_byte_more_than_n_blocks_has_a_record_of_its_own)
+{
+    expect_success(run(find_shape("random").make(mib + 1, 5)));
+    const auto payloads = payloads_in_order(compressed());
+    ASSERT_TRUE(payloads);
+    ASSERT_EQ(payloads->size(), 2U);
+    EXPECT_EQ((*payloads)[1].size(), 1U);
+}
+
+TEST_P(compress_driver, a_file_smaller_than_a_block_has_one_record_and_the_configured_block_size)
+{
+    file_parameters parameters = quick_parameters;
+    parameters.block_mb = 32;
+    expect_success(run(bytes(1000), parameters));
+    EXPECT_EQ(compressed().records.size(), 1U);
+    EXPECT_EQ(compressed().header.block_mb, 32);
+    EXPECT_EQ(compressed().header.original_size, 1000U);
+}
+
+TEST_P(compress_driver, a_block_that_cannot_be_compressed_has_a_size_equal_to_its_length)
+{
+    const bytes content = find_shape("random").make(5000, 5);
+    expect_success(run(content));
+    ASSERT_EQ(compressed().records.size(), 1U);
+    EXPECT_EQ(compressed().records[0].payload, content);
+}
+
+TEST_P(compress_driver, the_header_holds_the_values_of_the_level)
+{
+    expect_success(run(bytes(10), {.method = 1, .level = 2, .lit_ctx_bits = 3}));
+    const qrx_header expected{.original_size = 10,
+                              .method = 1,
+                              .level = 2,
+                              .lit_ctx_bits = 3,
+                              .block_mb = 32,
+                              .hash_bits = 18,
+                              .chain_bits = 1};
+    EXPECT_EQ(compressed().header, expected);
+}
+
+TEST_P(compress_driver, a_name_that_ends_in_the_suffix_in_capitals_is_skipped_without_a_word)
+{
+    for (const char* const name : {"in.QRX", "in.qrx", "in.qRx"}) {
+        write_file(dir / name, bytes(10));
+        captured_output printed;
+        expect_success(compress(GetParam(), quick_parameters, dir / name, dir / "out"));
+        EXPECT_EQ(printed.out() + printed.err(), "");
+        EXPECT_FALSE(file_exists(dir / "out.qrx"));
+    }
+}
+
+TEST_P(compress_driver, an_existing_destination_is_overwritten_without_a_word)
+{
+    write_file(dir / "out.qrx", bytes(1000, 'o'));
+    captured_output printed;
+    expect_success(run({'x'}));
+    EXPECT_EQ(printed.out() + printed.err(), "");
+    EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U + 5 + 1);
+}
+
+TEST_P(compress_driver, nothing_stays_open)
+{
+    const usize before = open_descriptors();
+    expect_success(run(bytes(3 * mib)));
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_P(compress_driver, a_source_that_cannot_be_opened_is_told_and_fails)
+{
+    captured_output printed;
+    const driver_run result = compress(GetParam(), quick_parameters, dir / "none", dir / "out");
+    EXPECT_EQ(printed.out(), "");
+    EXPECT_EQ(printed.err(),
+              "can't open input file '" + dir / "none" + "'. 'No such file or directory'\n");
+    EXPECT_EQ(result.result, driver_failed);
+    EXPECT_FALSE(file_exists(dir / "out.qrx"));
+}
+
+TEST_P(compress_driver, a_destination_that_cannot_be_created_is_told_and_ends_the_run)
+{
+    write_file(dir / "in", {});
+    captured_output printed;
+    const driver_run result = compress(GetParam(), quick_parameters, dir / "in", dir / "no/out");
+    EXPECT_EQ(printed.out(), "");
+    EXPECT_EQ(printed.err(),
+              "creat error '" + dir / "no/out.qrx" + "' 'No such file or directory'\n");
+    EXPECT_EQ(result.result, driver_ends_run);
+}
+
+TEST_P(compress_driver, a_source_that_cannot_be_read_is_told_and_fails)
+{
+    std::filesystem::create_directory(dir / "in");
+    write_file(dir / "in/entry", {}); // gives the directory a size
+    captured_output printed;
+    const driver_run result = compress(GetParam(), quick_parameters, dir / "in", dir / "out");
+    EXPECT_EQ(printed.err(), "can't read input file '" + dir / "in" + "'. 'Is a directory'\n");
+    EXPECT_EQ(result.result, driver_failed);
+}
+
+TEST_P(compress_driver, a_header_that_cannot_be_written_is_failure_102)
+{
+    std::filesystem::create_symlink("/dev/full", dir / "out.qrx");
+    expect_driver_failure(run(bytes(3 * mib)), disk_full_failure);
+}
+
+TEST_P(compress_driver, a_record_that_cannot_be_written_whole_is_failure_102)
+{
+    const bytes content = find_shape("random").make(3 * mib, 5);
+    write_file(dir / "in", content);
+    const short_of_disk limit(mib + mib / 2);
+    const driver_run result = compress(GetParam(), quick_parameters, dir / "in", dir / "out");
+    expect_failure(result, {error_write, "write error. errno=27 'File too large'"});
+    EXPECT_EQ(std::filesystem::file_size(dir / "out.qrx"), mib + mib / 2);
+}
+
+TEST_P(compress_driver, an_encoder_that_fails_is_told)
+{
+    captured_output printed;
+    const driver_run result = run(bytes(5 * mib), failing_parameters);
+    if (!has_workers()) {
+        EXPECT_EQ(printed.out(), "compression error\n");
+        EXPECT_EQ(result.result, driver_failed);
+        return;
+    }
+    // Each worker that gets a block fails once.
+    std::string expected;
+    for (i32 i = 0; i < result.abort_count; ++i) expected += "error compressing\n";
+    EXPECT_EQ(printed.out(), expected);
+    EXPECT_GE(result.abort_count, 1);
+    EXPECT_LE(result.abort_count, static_cast<i32>(GetParam()));
+    EXPECT_EQ(result.result, driver_done) << "the driver doesn't look at the workers";
+    EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U) << "the header alone";
+}
+
+/// Compresses a sparse file of `size` bytes as one block with little memory to spare.
+driver_run compress_large(u32 workers, const temp_dir& dir, u64 size)
+{
+    write_file(dir / "in", {});
+    std::filesystem::resize_file(dir / "in", size);
+    file_parameters parameters = quick_parameters;
+    parameters.block_mb = 1024;
+    return run_driver(workers, direction::compress, [&](pipeline_state& state) {
+        const short_of_memory limit;
+        const i32 result = compress_file(state, parameters, dir / "in", dir / "out");
+        // The limit stands until the worker has seen the block.
+        while (workers != 0 && result == driver_done && state.abort_count == 0) usleep(1000);
+        return result;
+    });
+}
+
+TEST_P(compress_driver, no_memory_for_the_block_is_failure_100)
+{
+    expect_driver_failure(compress_large(GetParam(), dir, 1024 * mib), no_memory_failure);
+}
+
+TEST_P(compress_driver, no_memory_for_the_record_is_failure_100)
+{
+    expect_failure(compress_large(GetParam(), dir, 90 * mib), no_memory_failure);
+}
+
+/// A driver whose blocks the test takes, so that it can change the file behind the driver's back.
+class compress_moving_source : public testing::Test {
+  protected:
+    void start(usize size)
+    {
+        write_file(dir / "in", bytes(size, 's'));
+        driver = in_thread(
+            [this] { result = compress_file(state, quick_parameters, dir / "in", dir / "out"); });
+    }
+
+    const time_guard guard;
+    temp_dir dir;
+    pipeline_state state{1};
+    i32 result = 0;
+    std::future<void> driver;
+};
+
+TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_and_is_told)
+{
+    captured_output printed;
+    start(4 * mib);
+    // Behind block 0, which it hands on, the driver waits with block 1.
+    EXPECT_TRUE(still_waits(driver));
+    std::filesystem::resize_file(dir / "in", 2 * mib + 1000);
+    EXPECT_EQ(state.jobs.dequeue().in_len, mib);
+    EXPECT_EQ(state.jobs.dequeue().in_len, mib);
+    const block_job last = state.jobs.dequeue();
+    ASSERT_TRUE(comes_to_its_end(driver));
+
+    EXPECT_EQ(last.in_len, 1000U);
+    const bytes slack(last.in_buf + 1000, last.in_buf + 1000 + in_slack);
+    EXPECT_EQ(slack, bytes(in_slack));
+    EXPECT_EQ(result, driver_done);
+    EXPECT_EQ(printed.err(), "input file '" + dir / "in" + "' has become shorter\n");
+    EXPECT_EQ(take_qrx_apart(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
+}
+
+TEST_F(compress_moving_source, a_source_that_shrinks_to_a_block_boundary_ends_with_an_empty_block)
+{
+    captured_output printed;
+    start(4 * mib);
+    EXPECT_TRUE(still_waits(driver));
+    std::filesystem::resize_file(dir / "in", 2 * mib);
+    state.jobs.dequeue();
+    state.jobs.dequeue();
+    EXPECT_EQ(state.jobs.dequeue().in_len, 0U);
+    ASSERT_TRUE(comes_to_its_end(driver));
+    EXPECT_EQ(result, driver_done);
+}
+
+TEST_F(compress_moving_source, a_source_that_grows_is_cut_at_the_size_it_had)
+{
+    captured_output printed;
+    start(mib + 1000);
+    EXPECT_EQ(state.jobs.dequeue().in_len, mib); // the size has been taken
+    std::filesystem::resize_file(dir / "in", 3 * mib);
+    EXPECT_EQ(state.jobs.dequeue().in_len, 1000U);
+    ASSERT_TRUE(comes_to_its_end(driver));
+    EXPECT_EQ(result, driver_done);
+    EXPECT_EQ(printed.err(), "");
+}
+
+TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten_one)
+{
+    start(130 * mib);
+    std::vector<block_job> taken; // none of them gets written
+    for (u32 index = 0; index <= displacement_window::reach; ++index) {
+        taken.push_back(state.jobs.dequeue());
+        ASSERT_EQ(taken.back().block_index, index);
+        taken.back().in_alloc.reset();
+    }
+    EXPECT_TRUE(still_waits(driver));
+    const auto window_user = taken[0].out_file;
+    for (u32 index = 0; index < 130; ++index) {
+        window_user->window.settle(index);
+        if (index + 1 + displacement_window::reach < 130) {
+            EXPECT_EQ(state.jobs.dequeue().block_index, index + 1 + displacement_window::reach);
+        }
+    }
+    EXPECT_TRUE(comes_to_its_end(driver));
+}
+
+} // namespace
+} // namespace quarnex::test

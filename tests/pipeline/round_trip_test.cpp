@@ -1,0 +1,134 @@
+#include "support/captured_output.h"
+#include "support/driver_runs.h"
+#include "support/qrx_file.h"
+
+namespace quarnex::test {
+namespace {
+
+constexpr u32 worker_counts[] = {0, 1, 2, 5, 16};
+
+/// A file through both drivers at every number of workers.
+class pipeline_round_trip : public testing::Test {
+  protected:
+    void check(const bytes& content, u8 level)
+    {
+        write_file(dir / "in", content);
+        const file_parameters parameters{.method = 1, .level = level, .block_mb = 1};
+        std::vector<bytes> in_place;
+        for (const u32 workers : worker_counts) {
+            SCOPED_TRACE(std::to_string(workers) + " workers");
+            const auto payloads = compressed_payloads(workers, parameters);
+            if (workers == 0) in_place = payloads;
+            ASSERT_TRUE(payloads == in_place) << "payloads depend on the number of workers";
+            check_restored(workers, content);
+        }
+    }
+
+  private:
+    std::vector<bytes> compressed_payloads(u32 workers, const file_parameters& parameters)
+    {
+        EXPECT_EQ(compress(workers, parameters, dir / "in", dir / "c").result, driver_done);
+        const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
+        const auto payloads = file ? payloads_in_order(*file) : std::nullopt;
+        EXPECT_TRUE(payloads);
+        if (workers <= 1) {
+            for (const qrx_record& record : file->records) EXPECT_EQ(record.displacement, 0);
+        }
+        return payloads.value_or(std::vector<bytes>());
+    }
+
+    void check_restored(u32 workers, const bytes& content)
+    {
+        captured_output printed;
+        EXPECT_EQ(decompress(workers, dir / "c.qrx", dir / "c.qrx").result, driver_done);
+        EXPECT_EQ(printed.out() + printed.err(), "");
+        ASSERT_TRUE(read_file(dir / "c") == content);
+    }
+
+    const time_guard guard{250};
+    temp_dir dir;
+};
+
+TEST_F(pipeline_round_trip, around_every_border_of_blocks)
+{
+    for (const usize size :
+         {usize{0}, usize{1}, usize{2}, usize{5}, mib - 1, mib, mib + 1, 2 * mib, 3 * mib + 17}) {
+        SCOPED_TRACE(size);
+        check(find_shape("text").make(size, size), 0);
+    }
+}
+
+TEST_F(pipeline_round_trip, every_shape_at_every_level)
+{
+    for (const shape& kind : all_shapes()) {
+        for (u8 level = 0; level <= 2; ++level) {
+            SCOPED_TRACE(kind.name + " at level " + std::to_string(level));
+            check(kind.make(30000 + level, level), level);
+        }
+    }
+}
+
+TEST_F(pipeline_round_trip, files_of_blocks_of_different_shapes)
+{
+    random_source random(7);
+    for (u8 level = 0; level <= 2; ++level) {
+        bytes content;
+        for (int part = 0; part < 6; ++part) {
+            const shape& kind = all_shapes()[random.below(static_cast<u32>(all_shapes().size()))];
+            const bytes piece = kind.make(1 + random.below(mib), random.next());
+            content.insert(content.end(), piece.begin(), piece.end());
+        }
+        SCOPED_TRACE("level " + std::to_string(level));
+        check(content, level);
+    }
+}
+
+TEST_F(pipeline_round_trip, many_small_files_of_random_length)
+{
+    random_source random(8);
+    for (int i = 0; i < 20; ++i) {
+        const bytes content =
+            find_shape("mixture").make(random.below(1U << random.below(13)), random.next());
+        SCOPED_TRACE(content.size());
+        check(content, static_cast<u8>(random.below(3)));
+    }
+}
+
+TEST(pipeline_with_one_worker, every_displacement_byte_is_0)
+{
+    const time_guard guard;
+    const temp_dir dir;
+    write_file(dir / "in", find_shape("mixture").make(9 * mib, 1));
+    compress(1, quick_parameters, dir / "in", dir / "c");
+    const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->records.size(), 9U);
+    for (const qrx_record& record : file->records) EXPECT_EQ(record.displacement, 0);
+}
+
+TEST(pipeline_with_several_files, go_through_one_pipeline_with_blocks_of_each_in_flight)
+{
+    const time_guard guard;
+    const temp_dir dir;
+    for (const direction mode : {direction::compress, direction::decompress}) {
+        pipeline_state state(4);
+        const pipeline_threads threads(state, mode);
+        for (int i = 0; i < 30; ++i) {
+            const std::string name = dir / std::to_string(i);
+            const bytes content = find_shape("text").make(static_cast<usize>(i) * 70000, 3);
+            if (mode == direction::compress) {
+                write_file(name, content);
+                EXPECT_EQ(compress_file(state, quick_parameters, name, name), driver_done);
+            } else {
+                EXPECT_EQ(decompress_file(state, name + ".qrx", name + ".restored"), driver_done);
+            }
+        }
+    }
+    for (int i = 0; i < 30; ++i) {
+        const std::string name = dir / std::to_string(i);
+        EXPECT_TRUE(read_file(name + ".restored.out") == read_file(name)) << i;
+    }
+}
+
+} // namespace
+} // namespace quarnex::test

@@ -1,0 +1,260 @@
+#include "pipeline/container.h"
+#include "pipeline/pipeline.h"
+#include "support/error_recorder.h"
+#include "support/pipeline_jobs.h"
+#include "support/temp_dir.h"
+#include "support/waiting.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace quarnex::test {
+namespace {
+
+using destination = std::shared_ptr<output_file>;
+
+/// The writer in a thread.  The test is the workers.
+class writer : public testing::Test {
+  protected:
+    destination create(const std::string& name)
+    {
+        return output_file::create(name[0] == '/' ? name : dir / name);
+    }
+
+    /// Hands a record with one payload byte to the writer.
+    void put_record(const destination& file, u32 index, u32 count, char payload = 'p')
+    {
+        write_job record = make(file, {1, 0, 0, 0, 0, static_cast<u8>(payload)}, index, count);
+        state.writes.enqueue(std::move(record));
+    }
+
+    /// Hands decoded data of a file with blocks of 1 MiB to the writer.
+    void put_data(const destination& file, u32 index, u32 count, const bytes& data)
+    {
+        write_job block = make(file, data, index, count);
+        block.block_mb = 1;
+        state.writes.enqueue(std::move(block));
+    }
+
+    void end()
+    {
+        state.writes.enqueue({});
+        ASSERT_TRUE(comes_to_its_end(thread));
+    }
+
+    bytes content(const std::string& name) const { return read_file(dir / name); }
+
+  private:
+    write_job make(const destination& file, const bytes& content, u32 index, u32 count)
+    {
+        write_job job;
+        job.buf = fill_buffer(state.buffers, content, 0);
+        job.size = static_cast<u32>(content.size());
+        job.block_index = index;
+        job.block_count = count;
+        job.out_file = file;
+        return job;
+    }
+
+    const time_guard guard;
+
+  protected:
+    temp_dir dir;
+    pipeline_state state{2};
+    std::future<void> thread = in_thread([this] { run_writer(state); });
+};
+
+bool is_closed(const destination& file)
+{
+    return file->stream_address() == nullptr;
+}
+
+TEST_F(writer, the_second_block_first_lies_with_byte_2_and_the_first_behind_it_with_byte_3)
+{
+    const destination file = create("out");
+    put_record(file, 1, 2, 'b');
+    put_record(file, 0, 2, 'a');
+    end();
+    EXPECT_EQ(content("out"), (bytes{1, 0, 0, 0, 2, 'b', 1, 0, 0, 0, 3, 'a'}));
+}
+
+TEST_F(writer, records_in_order_have_byte_0)
+{
+    const destination file = create("out");
+    for (u32 index = 0; index < 3; ++index) put_record(file, index, 3);
+    end();
+    EXPECT_EQ(content("out"), (bytes{1, 0, 0, 0, 0, 'p', 1, 0, 0, 0, 0, 'p', 1, 0, 0, 0, 0, 'p'}));
+}
+
+TEST_F(writer, a_block_120_places_late_has_byte_241)
+{
+    const destination file = create("out");
+    for (u32 index = 1; index <= 120; ++index) put_record(file, index, 121);
+    put_record(file, 0, 121);
+    end();
+    const bytes records = content("out");
+    ASSERT_EQ(records.size(), 121U * 6);
+    for (usize i = 0; i < 120; ++i) ASSERT_EQ(records[6 * i + displacement_offset], 2);
+    EXPECT_EQ(records[6 * 120 + displacement_offset], 241);
+}
+
+TEST_F(writer, blocks_of_interleaved_files_are_counted_for_each_file)
+{
+    const destination first = create("first");
+    const destination second = create("second");
+    put_record(first, 0, 2);
+    put_record(second, 1, 3);
+    put_record(second, 0, 3);
+    put_record(first, 1, 2);
+    put_record(second, 2, 3);
+    end();
+    EXPECT_EQ(content("first"), (bytes{1, 0, 0, 0, 0, 'p', 1, 0, 0, 0, 0, 'p'}));
+    EXPECT_EQ(content("second"),
+              (bytes{1, 0, 0, 0, 2, 'p', 1, 0, 0, 0, 3, 'p', 1, 0, 0, 0, 0, 'p'}));
+}
+
+TEST_F(writer, a_file_is_closed_behind_its_last_block_and_not_before)
+{
+    const destination whole = create("whole");
+    const destination partial = create("partial");
+    for (u32 index = 0; index < 2; ++index) {
+        put_record(whole, index, 2);
+        put_record(partial, index, 3);
+    }
+    end();
+    EXPECT_TRUE(is_closed(whole));
+    EXPECT_FALSE(is_closed(partial));
+    EXPECT_EQ(whole.use_count(), 1);
+}
+
+TEST_F(writer, the_one_record_of_an_empty_file_closes_it_at_once)
+{
+    const destination record = create("record");
+    const destination data = create("data");
+    put_record(record, 0, 0);
+    put_data(data, 0, 0, {});
+    end();
+    EXPECT_TRUE(is_closed(record));
+    EXPECT_TRUE(is_closed(data));
+    EXPECT_EQ(content("data"), bytes());
+}
+
+TEST_F(writer, a_block_written_behind_the_end_leaves_a_gap_that_a_later_block_fills)
+{
+    const destination file = create("out");
+    const bytes block(mib, 'f');
+    put_data(file, 2, 3, to_bytes("end"));
+    put_data(file, 0, 3, block);
+    bytes gap;
+    while (std::count(gap.begin(), gap.end(), 'f') != mib) { // until both are written
+        usleep(1000);
+        gap = content("out");
+    }
+    ASSERT_EQ(gap.size(), 2 * mib + 3);
+    EXPECT_TRUE(
+        std::all_of(gap.begin() + mib, gap.begin() + 2 * mib, [](u8 byte) { return byte == 0; }));
+
+    put_data(file, 1, 3, block);
+    end();
+    bytes expected(2 * mib, 'f');
+    for (const u8 byte : to_bytes("end")) expected.push_back(byte);
+    EXPECT_TRUE(content("out") == expected);
+    EXPECT_TRUE(is_closed(file));
+}
+
+TEST_F(writer, written_records_are_settled_in_their_window)
+{
+    const destination file = create("out");
+    for (u32 index = 0; index < 300; ++index) {
+        file->window.wait_to_enter(index);
+        put_record(file, index, 300);
+    }
+    end();
+    EXPECT_EQ(content("out").size(), 300U * 6);
+}
+
+TEST_F(writer, a_short_write_is_failure_102_and_the_rest_is_drained)
+{
+    error_recorder recorder;
+    const destination full = create("/dev/full");
+    const destination other = create("other");
+    put_record(full, 0, 300);
+    for (u32 index = 1; index < 300; ++index) { // all are settled: nobody waits for ever
+        full->window.wait_to_enter(index);
+        put_record(full, index, 300);
+    }
+    put_record(other, 0, 1);
+    end();
+    EXPECT_EQ(recorder.take(), std::vector{disk_full_failure});
+    EXPECT_EQ(state.abort_count, 1);
+    EXPECT_EQ(content("other"), bytes());
+    EXPECT_EQ(full.use_count(), 1);
+}
+
+TEST_F(writer, a_short_write_of_decoded_data_is_failure_102)
+{
+    error_recorder recorder;
+    put_data(create("/dev/full"), 0, 2, to_bytes("data"));
+    end();
+    EXPECT_EQ(recorder.take(), std::vector{disk_full_failure});
+    EXPECT_EQ(state.abort_count, 1);
+}
+
+TEST_F(writer, serves_256_files_in_flight_and_many_more_one_after_the_other)
+{
+    std::vector<destination> open;
+    for (int i = 0; i < 255; ++i) {
+        open.push_back(create("open" + std::to_string(i)));
+        put_record(open.back(), 0, 2);
+    }
+    for (int i = 0; i < 100; ++i) { // through the last free entry
+        const destination short_file = create("short" + std::to_string(i));
+        put_record(short_file, 0, 1);
+    }
+    for (const destination& file : open) put_record(file, 1, 2);
+    end();
+    for (const destination& file : open) EXPECT_TRUE(is_closed(file));
+    EXPECT_EQ(state.abort_count, 0);
+}
+
+std::vector<destination> create_nameless(int count)
+{
+    const temp_dir dir; // gone at once, whatever ends the process
+    std::vector<destination> files;
+    for (int i = 0; i < count; ++i) files.push_back(output_file::create(dir / std::to_string(i)));
+    return files;
+}
+
+/// Starts `count` files and ends none.  Standard output joins standard error, which is matched.
+void keep_files_in_flight(int count)
+{
+    std::fflush(stdout);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    pipeline_state state(2);
+    {
+        const system_thread thread([&] { run_writer(state); });
+        for (const destination& file : create_nameless(count)) {
+            write_job record;
+            record.buf = fill_buffer(state.buffers, bytes(5), 0);
+            record.size = 5;
+            record.block_count = 2;
+            record.out_file = file;
+            state.writes.enqueue(std::move(record));
+        }
+        state.writes.enqueue({});
+    }
+    std::fprintf(stderr, "all written");
+    std::_Exit(0);
+}
+
+TEST(writer_death, more_than_256_files_in_flight_end_the_process_with_a_message)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(keep_files_in_flight(256), testing::ExitedWithCode(0), "^all written$");
+    EXPECT_EXIT(keep_files_in_flight(257), testing::ExitedWithCode(255),
+                "^Fatal error file dscriptor > 256\\.fd=[0-9a-f]+\n$");
+}
+
+} // namespace
+} // namespace quarnex::test

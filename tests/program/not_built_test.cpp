@@ -1,0 +1,64 @@
+// What the program says about what it can't do yet.
+#include "support/program_fixture.h"
+
+namespace quarnex::test {
+namespace {
+
+class not_built : public program_fixture {
+  protected:
+    static void expect_one_line(const program_result& result)
+    {
+        EXPECT_EQ(result.out, "");
+        EXPECT_TRUE(matches(result.err, "[^\n]*not built yet\n")) << result.err;
+        EXPECT_EQ(result.status, 1);
+    }
+
+    void expect_no_output(const qrx_file& file)
+    {
+        put("a.qrx", build_qrx(file));
+        for (const char* threads : {"-p0", "-p2"}) {
+            expect_one_line(run({"-d", threads, "a.qrx", "out"}));
+            EXPECT_FALSE(exists("out/a"));
+        }
+    }
+};
+
+TEST_F(not_built, methods_and_levels)
+{
+    put("a", random_data(10));
+    for (const char* option : {"-13", "-19", "-1", "-20", "-35", "-48", "-59"}) {
+        expect_one_line(run({option, "a", "out"}));
+        EXPECT_FALSE(exists("out"));
+    }
+}
+
+TEST_F(not_built, recursion)
+{
+    put("a", random_data(10));
+    expect_one_line(run({"-10", "-r", "a", "out"}));
+    expect_one_line(run({"-d", "-r", "a", "out"}));
+    EXPECT_FALSE(exists("out"));
+}
+
+TEST_F(not_built, files_of_methods_2_to_5)
+{
+    for (u8 method = 2; method <= 5; ++method) {
+        qrx_file file{{}, {{0, bytes(50)}}};
+        file.header.original_size = 100;
+        file.header.method = method;
+        expect_no_output(file);
+    }
+}
+
+TEST_F(not_built, filtered_files)
+{
+    for (const u8 flags : {u8{1}, u8{2}, u8{0x81}}) {
+        qrx_file file{{}, {{0, bytes(100)}}};
+        file.header.original_size = 100;
+        file.header.filter_flags = flags;
+        expect_no_output(file);
+    }
+}
+
+} // namespace
+} // namespace quarnex::test

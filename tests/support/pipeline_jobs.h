@@ -1,0 +1,69 @@
+// support/pipeline_jobs.h - blocks for the parts of the pipeline, without a driver
+#pragma once
+
+#include "pipeline/output_file.h"
+#include "pipeline/pipeline.h"
+#include "support/shapes.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quarnex::test {
+
+inline constexpr usize mib = usize{1} << 20;
+
+/// Method 1 at a low level, in small blocks.
+inline constexpr file_parameters quick_parameters{
+    .method = 1, .level = 0, .block_mb = 1, .hash_bits = 12, .chain_bits = 1};
+
+/// No memory can hold the hash table of these: the encoder fails.
+inline constexpr file_parameters failing_parameters{
+    .method = 1, .level = 0, .block_mb = 1, .hash_bits = 62, .chain_bits = 1};
+
+/// `content` in a pool's buffer with `slack` zeros behind it.
+inline block_buffer fill_buffer(buffer_pool& buffers, const bytes& content, usize slack)
+{
+    block_buffer buffer = buffers.take(content.size() + slack);
+    std::copy(content.begin(), content.end(), buffer.get());
+    std::memset(buffer.get() + content.size(), 0, slack);
+    return buffer;
+}
+
+/// A block as the compression driver hands it on.
+inline block_job job_to_encode(buffer_pool& buffers, const bytes& block,
+                               const file_parameters& parameters = quick_parameters)
+{
+    block_job job;
+    job.parameters = parameters;
+    job.in_len = static_cast<u32>(block.size());
+    job.block_count = 1;
+    job.in_alloc = fill_buffer(buffers, block, in_slack);
+    job.in_buf = job.in_alloc.get();
+    return job;
+}
+
+/// A payload as the decompression driver hands it on.
+inline block_job job_to_decode(buffer_pool& buffers, const bytes& payload, u32 out_len)
+{
+    block_job job;
+    job.parameters = quick_parameters;
+    job.in_len = static_cast<u32>(payload.size());
+    job.out_len = out_len;
+    job.block_count = 1;
+    job.in_alloc = fill_buffer(buffers, payload, payload_slack);
+    job.in_buf = job.in_alloc.get();
+    return job;
+}
+
+inline block_job end_of_work()
+{
+    return {};
+}
+
+/// The bytes of a finished block.
+inline bytes content_of(const write_job& finished)
+{
+    return {finished.buf.get(), finished.buf.get() + finished.size};
+}
+
+} // namespace quarnex::test

@@ -1,0 +1,70 @@
+// support/program_fixture.h - a fresh directory in which the real program runs
+#pragma once
+
+#include "support/limits.h"
+#include "support/program.h"
+#include "support/qrx_file.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex::test {
+
+/// Names in the tests and in the program's messages are relative to the directory.
+class program_fixture : public testing::Test {
+  protected:
+    program_fixture() { settings.work_dir = dir.path(); }
+
+    program_result run(const std::vector<std::string>& arguments) const
+    {
+        return run_program(arguments, settings);
+    }
+
+    void put(const std::string& name, const bytes& content) const
+    {
+        write_file(dir / name, content);
+    }
+    bytes get(const std::string& name) const { return read_file(dir / name); }
+    bool exists(const std::string& name) const { return file_exists(dir / name); }
+
+    temp_dir dir;
+    program_options settings;
+};
+
+/// The same for a number of workers, as an option ("-p0", ...).
+class program_with_threads : public program_fixture,
+                             public testing::WithParamInterface<const char*> {};
+
+inline std::string thread_option_name(const testing::TestParamInfo<const char*>& info)
+{
+    return info.param + 1; // without its dash
+}
+
+/// A good end: status 0 and nothing said.
+inline void expect_silent_success(const program_result& result)
+{
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+}
+
+/// How a shell counts a process that aborted.
+inline constexpr int status_abort = 128 + 6;
+
+/// The end by a failure with a code: one line on standard error, `out` on standard output.
+inline void expect_fatal_error(const program_result& result, const std::string& code_and_text,
+                               const std::string& out = "")
+{
+    EXPECT_EQ(result.out, out);
+    EXPECT_EQ(result.err, "quarnex: error " + code_and_text + "\n");
+    EXPECT_EQ(result.status, status_abort);
+}
+
+inline constexpr usize mib = usize{1} << 20;
+
+inline bytes random_data(usize size, u64 seed = 1)
+{
+    return find_shape("random").make(size, seed);
+}
+
+} // namespace quarnex::test

@@ -1,0 +1,85 @@
+// support/scoped_limits.h - limits of this very process, for the length of a scope
+#pragma once
+
+#include <algorithm>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <fstream>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace quarnex::test {
+
+class limit_of_process {
+  public:
+    limit_of_process(__rlimit_resource resource, rlim_t value) : resource_(resource)
+    {
+        if (getrlimit(resource_, &before_) != 0) std::abort();
+        const rlimit limits{std::min(value, before_.rlim_max), before_.rlim_max};
+        if (setrlimit(resource_, &limits) != 0) std::abort();
+    }
+    ~limit_of_process() { setrlimit(resource_, &before_); }
+    limit_of_process(const limit_of_process&) = delete;
+    limit_of_process& operator=(const limit_of_process&) = delete;
+
+  private:
+    const __rlimit_resource resource_;
+    rlimit before_{};
+};
+
+/// Lets the process take no more than `spare` bytes of address space above what it has.
+class short_of_memory {
+  public:
+    explicit short_of_memory(rlim_t spare = rlim_t{128} << 20)
+        : limit_(RLIMIT_AS, address_space() + spare)
+    {
+    }
+
+  private:
+    static rlim_t address_space()
+    {
+        rlim_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+    }
+    limit_of_process limit_;
+};
+
+/// Lets no file grow beyond `largest` bytes: the write that would do so fails with EFBIG.
+class short_of_disk {
+  public:
+    explicit short_of_disk(rlim_t largest)
+        : before_(std::signal(SIGXFSZ, SIG_IGN)), limit_(RLIMIT_FSIZE, largest)
+    {
+    }
+    ~short_of_disk() { std::signal(SIGXFSZ, before_); }
+    short_of_disk(const short_of_disk&) = delete;
+    short_of_disk& operator=(const short_of_disk&) = delete;
+
+  private:
+    void (*before_)(int);
+    limit_of_process limit_;
+};
+
+/// Makes each new thread ask for a stack that no address space holds.
+class short_of_threads {
+  public:
+    short_of_threads()
+    {
+        if (pthread_getattr_default_np(&before_) != 0) std::abort();
+        pthread_attr_t attributes = before_;
+        if (pthread_attr_setstacksize(&attributes, too_many_bytes) != 0) std::abort();
+        if (pthread_setattr_default_np(&attributes) != 0) std::abort();
+    }
+    ~short_of_threads() { pthread_setattr_default_np(&before_); }
+    short_of_threads(const short_of_threads&) = delete;
+    short_of_threads& operator=(const short_of_threads&) = delete;
+
+  private:
+    static constexpr std::size_t too_many_bytes = std::size_t{100} << 40;
+    pthread_attr_t before_{};
+};
+
+} // namespace quarnex::test

@@ -1,0 +1,36 @@
+// support/waiting.h - tests of code that waits
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <unistd.h>
+
+namespace quarnex::test {
+
+/// Kills the process when a test hangs.
+class time_guard {
+  public:
+    explicit time_guard(unsigned seconds = 60) { alarm(seconds); }
+    ~time_guard() { alarm(0); }
+    time_guard(const time_guard&) = delete;
+    time_guard& operator=(const time_guard&) = delete;
+};
+
+inline std::future<void> in_thread(std::function<void()> body)
+{
+    return std::async(std::launch::async, std::move(body));
+}
+
+/// Whether a thread goes on waiting.  A slow machine can only make it true.
+inline bool still_waits(const std::future<void>& thread)
+{
+    return thread.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
+}
+
+inline bool comes_to_its_end(const std::future<void>& thread)
+{
+    return thread.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+}
+
+} // namespace quarnex::test
