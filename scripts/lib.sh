@@ -20,7 +20,7 @@ quietly() {
     shift
     mkdir -p "$(dirname "$log")"
     "$@" >"$log" 2>&1 && return
-    tail -n 200 "$log" >&2
+    tail -n 60 "$log" >&2
     fail "this failed: $* (all it said is in $log)"
 }
 
@@ -66,8 +66,11 @@ run_tests() {
     # Sanitizers need their usual places in memory; some kernels move things too far.
     local steady=()
     if setarch "$(uname -m)" -R true 2>/dev/null; then steady=(setarch "$(uname -m)" -R); fi
-    quietly "$log" "${steady[@]}" ctest --test-dir "$root/build/$preset" -j "$jobs" \
-        --output-on-failure --no-tests=error "$@"
+    "${steady[@]}" ctest --test-dir "$root/build/$preset" -j "$jobs" --output-on-failure \
+        --no-tests=error "$@" >"$log" 2>&1 || {
+        grep -v -E '^ +Start | Passed ' "$log" >&2
+        fail "tests of preset '$preset' failed (the log is $log)"
+    }
     sed -n '/tests passed/,$p' "$log"
 }
 

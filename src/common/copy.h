@@ -1,15 +1,17 @@
 // common/copy.h - copies in whole words, for literals and matches
 //
-// All of them write past what was asked, up to the next multiple of their word; callers keep the
-// slack for it.  The sizes are constants so that compilers make each a load and a store.
+// The sizes are constants, so that compilers make each a load and a store.  A match is copied in
+// such words, beyond its end; callers keep the slack for it.
 #pragma once
 
 #include "common/bytes.h"
 
+#include <array>
+
 namespace quarnex {
 
-/// Bytes that copy_match() may write behind the `len` that were asked for (16 for a length of 0).
-inline constexpr usize copy_match_overrun = 16;
+/// Bytes that copy_match() may write behind the `len` that were asked for (most for a length of 0).
+inline constexpr usize copy_match_overrun = 24;
 
 /// Copies 8 bytes.
 inline void copy_8(u8* to, const u8* from)
@@ -29,16 +31,37 @@ inline void copy_32(u8* to, const u8* from)
     std::memcpy(to, from, 32);
 }
 
+/// Factors that repeat the lowest `dist` bytes of a word over all of it, by dist, and the words
+/// that keep those bytes alone.
+struct pattern_words {
+    std::array<u64, 8> keep{};
+    std::array<u64, 8> repeat{};
+};
+inline constexpr pattern_words patterns = [] {
+    pattern_words words;
+    for (u32 dist = 1; dist < 8; ++dist) {
+        words.keep[dist] = (u64{1} << (8 * dist)) - 1;
+        for (u32 shift = 0; shift < 64; shift += 8 * dist) words.repeat[dist] |= u64{1} << shift;
+    }
+    return words;
+}();
+
 /// Repeats the `dist` bytes in front of `to` (dist 1 to 15) over the 16 bytes from `to` on and
-/// returns the smallest multiple of `dist` that is 16 or more: a distance at which the pattern
-/// goes on, wide enough for word copies.
+/// returns a multiple of `dist` that is 16 or more and below 32: a distance at which the pattern
+/// goes on, wide enough for word copies.  Writes up to 8 bytes more.
 inline u32 widen_pattern(u8* to, u32 dist)
 {
-    u32 wide = dist;
-    const u8* const from = to - dist;
-    for (u32 i = 0; i < 16; ++i) to[i] = from[i];
-    while (wide < 16) wide += dist;
-    return wide;
+    if (dist >= 8) {
+        copy_8(to, to - dist);
+        copy_8(to + 8, to + 8 - dist);
+        return 2 * dist;
+    }
+    const u32 step = 8 / dist * dist; // the pattern starts anew behind so many bytes
+    const u64 pattern = (load_u64(to - dist) & patterns.keep[dist]) * patterns.repeat[dist];
+    store_u64(to, pattern);
+    store_u64(to + step, pattern);
+    store_u64(to + 2 * step, pattern);
+    return 15 / dist * dist + dist;
 }
 
 /// Copies `len` bytes to `to` from `dist` bytes before it, as a forward byte copy does: a distance

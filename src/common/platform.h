@@ -47,8 +47,8 @@ class system_thread {
     explicit system_thread(std::function<void()> body);
     /// Joins the thread.
     ~system_thread();
-    system_thread(system_thread&& other) noexcept;
-    system_thread& operator=(system_thread&&) = delete;
+    system_thread(const system_thread&) = delete;
+    system_thread& operator=(const system_thread&) = delete;
 
     bool started() const { return handle_ != nullptr; }
 

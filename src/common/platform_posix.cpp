@@ -94,8 +94,6 @@ system_thread::system_thread(std::function<void()> body) : handle_(new handle{st
     if (pthread_create(&handle_->thread, nullptr, run, handle_.get()) != 0) handle_.reset();
 }
 
-system_thread::system_thread(system_thread&& other) noexcept = default;
-
 system_thread::~system_thread()
 {
     if (handle_) pthread_join(handle_->thread, nullptr);

@@ -2,7 +2,7 @@
 //
 // Positions are counted from the block's start.  The bytes behind the block are zero, and a few of
 // them are read: a match is found by its first four bytes without a look at the block's end, so one
-// that starts in the last three positions can pass the end.
+// that starts in the last few positions can pass the end.
 #pragma once
 
 #include "common/bytes.h"
@@ -19,7 +19,6 @@ struct block_text {
     const u8* data; // the block, with at least search_reads_past readable bytes behind it
     u32 size;       // bytes in the block
 
-    u8 byte(u32 pos) const { return data[pos]; }
     u32 word(u32 pos) const { return load_u32(data + pos); }
     u32 hash(u32 pos, u32 bits) const { return hash4(word(pos), bits); }
     bool same_byte(u32 a, u32 b) const { return data[a] == data[b]; }

@@ -27,8 +27,10 @@ constexpr u32 m1_end_flag = m1_flags_per_word;
 /// A match is plain if its token has the length in its first byte.
 constexpr u32 m1_plain_max_len = m1_long_escape - 1 + m1_min_match(0);
 /// What the copy of a plain match writes at the most.
-constexpr u32 m1_plain_copy = 4 * 16 + 8;
+constexpr u32 m1_plain_copy = 5 * 16;
 static_assert(m1_plain_copy >= m1_plain_max_len);
+/// The longest near match, which the fast path copies as one word.
+static_assert((1U << m1_medium_len_bits) - 1 + m1_min_match(0) <= 16);
 
 constexpr u32 m1_literals_copy = 32;
 static_assert(m1_literals_copy >= m1_flags_per_word);
@@ -57,7 +59,6 @@ constexpr m1_near_fields m1_near{
     {1, 2, 1, 0},
     {1 + m1_short_dist_bits, 2 + m1_medium_dist_bits, 1 + m1_short_dist_bits, 0},
 };
-static_assert(m1_medium_bytes == m1_short_bytes + 1);
 
 /// A plain long token: its distance, less 1, and the number of its bytes behind the first two.
 struct m1_long_token {
@@ -201,9 +202,8 @@ struct m1_decoding {
             from += integer.bytes;
         }
         const m1_integer dist = m1_get_integer(from);
-        if (dist.value == 0 || dist.value > written(at)) return stop(flag);
-        const u64 room = at < end ? static_cast<u64>(end - at) : 0;
-        len = std::min(len, room); // the last match may pass the block's end
+        if (dist.value == 0 || dist.value > written(at) || at >= end) return stop(flag);
+        len = std::min(len, static_cast<u64>(end - at)); // the last match may pass the block's end
         copy_match(at, dist.value, static_cast<usize>(len));
         out = at + len - flag - 1;
         in = from + dist.bytes - flag - 1;
@@ -221,7 +221,7 @@ i32 m1_decode(const block_job& job)
     while (stream.in < in_end && stream.out < stream.end) {
         u8* const group = stream.out;
         const bool more = stream.take_group();
-        // What a stream that was cut off has made of the zeros behind it doesn't count.
+        // A group that is cut off doesn't count: its last items are made of zeros.
         if (stream.in > in_end) stream.out = group;
         if (!more || stream.in > in_end) break;
     }

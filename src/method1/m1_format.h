@@ -49,6 +49,8 @@ inline constexpr u32 m1_medium_tag =
     1; // low two bits of the first byte; a short token's lowest is 0
 inline constexpr u32 m1_long_tag = 3;
 
+static_assert(m1_medium_bytes ==
+              m1_short_bytes + 1); // the coders choose by adding, not by branching
 static_assert(1 + m1_short_dist_bits + m1_short_len_bits == 8 * m1_short_bytes);
 static_assert(2 + m1_medium_dist_bits + m1_medium_len_bits == 8 * m1_medium_bytes);
 

@@ -97,15 +97,16 @@ class m1_tokens {
     void put_match(u32 code, u32 dist)
     {
         const u32 offset = dist - 1;
-        if (code < 1U << m1_short_len_bits && offset < 1U << m1_short_dist_bits) {
-            store_u32(out_, offset << 1 | code << (1 + m1_short_dist_bits));
-            out_ += m1_short_bytes;
-        } else if (code < 1U << m1_medium_len_bits && offset < 1U << m1_medium_dist_bits) {
-            store_u32(out_, m1_medium_tag | offset << 2 | code << (2 + m1_medium_dist_bits));
-            out_ += m1_medium_bytes;
-        } else {
+        if ((code >> m1_medium_len_bits | offset >> m1_medium_dist_bits) != 0) {
             out_ = put_long(out_, code, dist);
+            return;
         }
+        // Short or medium is a toss-up, so the two differ in numbers and not in a branch.
+        const u32 medium = (code >> m1_short_len_bits | offset >> m1_short_dist_bits) != 0 ? 1 : 0;
+        const u32 code_shift =
+            1 + m1_short_dist_bits + medium * (1 + m1_medium_dist_bits - m1_short_dist_bits);
+        store_u32(out_, medium * m1_medium_tag | offset << (1 + medium) | code << code_shift);
+        out_ += m1_short_bytes + medium;
     }
 
     static u8* put_long(u8* out, u32 code, u32 dist)
@@ -130,7 +131,7 @@ class m1_tokens {
 inline constexpr u32 m1_writes_past = m1_flags_per_word - 1;
 static_assert(m1_writes_past <= out_slack && m1_token_max_bytes + 8 <= m1_flags_per_word);
 /// Bytes behind the block that the copies of literals read.
-inline constexpr u32 m1_reads_past = m1_flags_per_word - 1;
+inline constexpr u32 m1_reads_past = m1_flags_per_word;
 static_assert(m1_reads_past <= in_slack);
 
 static_assert(token_writer<m1_tokens<4>>);

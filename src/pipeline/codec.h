@@ -20,7 +20,7 @@ inline constexpr u32 in_slack = page_size + 1;
 /// Bytes behind an output block: encoders write up to one token past the block's size before they
 /// notice, decoders copy in whole words.
 inline constexpr u32 out_slack = page_size;
-/// Zeroed bytes behind a payload: decoders load whole words, and test for the end once a token.
+/// Zeroed bytes behind a payload: decoders load whole words, and test for the end now and then.
 inline constexpr u32 payload_slack = page_size + 1025;
 
 /// What the command line or a file's header says about all blocks of a file.

@@ -26,6 +26,7 @@ i32 finish_in_place(pipeline_state& state, block_job& job)
     case block_result::no_memory:
         return report_fatal(error_no_memory);
     case block_result::failed:
+        hide_progress();
         std::fputs("compression error\n", stdout);
         std::fflush(stdout);
         return driver_failed;

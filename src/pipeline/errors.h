@@ -44,8 +44,8 @@ extern void (*fatal_error_handler)(i32 code, const char* text);
 /// bytes.  Returns -code.
 i32 report_error(error_code code, const char* format, ...);
 
-/// Reports the failure `code` as the drivers and the threads do, with the empty format: the process
-/// ends.  Read and write errors tell what `errno` says.
+/// Reports the failure `code` (any but error_open) as the drivers and the threads do, with the
+/// empty format: the process ends.  Read and write errors tell what `errno` says.
 i32 report_fatal(error_code code);
 
 } // namespace quarnex

@@ -2,6 +2,7 @@
 #include "pipeline/errors.h"
 #include "pipeline/output_file.h"
 #include "pipeline/pipeline.h"
+#include "pipeline/progress.h"
 
 #include <cstdio>
 #include <utility>
@@ -13,6 +14,7 @@ namespace {
 void report_failure(block_result result, direction mode)
 {
     if (result == block_result::failed && mode == direction::compress) {
+        hide_progress();
         std::fputs("error compressing\n", stdout);
         std::fflush(stdout);
     }

@@ -2,6 +2,7 @@
 #include "pipeline/errors.h"
 #include "pipeline/output_file.h"
 #include "pipeline/pipeline.h"
+#include "pipeline/progress.h"
 
 #include <array>
 #include <cstdio>
@@ -23,6 +24,7 @@ using open_file_table = std::array<open_file, 256>;
 [[noreturn]] void end_for_lack_of_entries(const output_file& file)
 {
     const auto value = static_cast<u32>(reinterpret_cast<std::uintptr_t>(file.stream_address()));
+    hide_progress();
     std::printf("Fatal error file dscriptor > %d.fd=%x\n",
                 static_cast<int>(std::tuple_size_v<open_file_table>), value);
     std::fflush(stdout);

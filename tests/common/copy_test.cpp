@@ -3,6 +3,7 @@
 #include "support/shapes.h"
 
 #include <algorithm>
+#include <array>
 #include <gtest/gtest.h>
 
 namespace quarnex {
@@ -67,7 +68,12 @@ TEST(copy, widened_pattern_goes_on_at_the_smallest_multiple_from_16_on)
     for (u32 dist = 1; dist < 16; ++dist) {
         bytes memory = canvas();
         EXPECT_EQ(widen_pattern(&memory[history], dist), wide[dist]);
-        EXPECT_EQ(memory, copied_one_by_one(dist, 16)) << "distance " << dist;
+        const bytes expected = copied_one_by_one(dist, 16);
+        EXPECT_TRUE(std::equal(memory.begin(), memory.begin() + end_of(16), expected.begin()))
+            << "distance " << dist;
+        EXPECT_TRUE(std::all_of(memory.begin() + end_of(16 + 8), memory.end(),
+                                [](u8 byte) { return byte == 0xEE; }))
+            << "distance " << dist;
     }
 }
 

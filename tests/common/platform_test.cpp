@@ -134,25 +134,6 @@ TEST(platform, a_thread_is_joined_at_the_end_of_its_object)
     EXPECT_TRUE(ran);
 }
 
-TEST(platform, a_moved_thread_belongs_to_its_new_object)
-{
-    std::atomic<bool> release = false;
-    std::atomic<bool> ran = false;
-    {
-        std::optional<system_thread> first(std::in_place, [&] {
-            while (!release) std::this_thread::yield();
-            ran = true;
-        });
-        const system_thread second(std::move(*first));
-        EXPECT_FALSE(first->started());
-        EXPECT_TRUE(second.started());
-        first.reset(); // joins nothing: the thread can't end yet
-        EXPECT_FALSE(ran);
-        release = true;
-    }
-    EXPECT_TRUE(ran);
-}
-
 TEST(platform, a_thread_that_cannot_start_stands_for_none)
 {
     const test::short_of_threads limit;
