@@ -4,6 +4,7 @@
 // constructs elements one by one, and neither throws.
 #pragma once
 
+#include "common/platform.h"
 #include "common/types.h"
 
 #include <cstdlib>
@@ -26,6 +27,17 @@ template <class T>
     static_assert(std::is_trivial_v<T>);
     if (count > SIZE_MAX / sizeof(T)) return {};
     return owned_array<T>(static_cast<T*>(std::malloc(count * sizeof(T))));
+}
+
+/// `size` bytes of undefined content at the start of a large page, in large pages as far as the
+/// system has them: a large array then costs few page faults.  Null when there is no memory.
+[[nodiscard]] inline owned_array<u8> make_large_buffer(usize size)
+{
+    if (size > SIZE_MAX - large_page_size) return {};
+    const usize rounded = (size + large_page_size - 1) / large_page_size * large_page_size;
+    owned_array<u8> buffer(static_cast<u8*>(std::aligned_alloc(large_page_size, rounded)));
+    if (buffer) prefer_large_pages(buffer.get(), size / large_page_size * large_page_size);
+    return buffer;
 }
 
 /// `count` elements of value zero; null when there is no memory for them.  Large arrays come as

@@ -37,6 +37,13 @@ u64 file_size(std::FILE* stream);
 /// Sets the position of an open file, in bytes from its start.  Returns false on failure.
 bool seek_file(std::FILE* stream, u64 offset);
 
+/// Size of the pages that prefer_large_pages() asks for.
+inline constexpr usize large_page_size = usize{2} << 20;
+
+/// Asks the system to keep `size` bytes at `memory` (multiples of large_page_size) in large pages.
+/// Does nothing where it has none.
+void prefer_large_pages(void* memory, usize size);
+
 /// Whether standard error is a terminal, where people look.
 bool error_stream_is_terminal();
 

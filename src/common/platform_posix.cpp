@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -73,6 +74,16 @@ bool seek_file(std::FILE* stream, u64 offset)
         return false;
     }
     return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+}
+
+void prefer_large_pages(void* memory, usize size)
+{
+#if defined(MADV_HUGEPAGE)
+    madvise(memory, size, MADV_HUGEPAGE);
+#else
+    static_cast<void>(memory);
+    static_cast<void>(size);
+#endif
 }
 
 bool error_stream_is_terminal()

@@ -8,6 +8,11 @@ namespace {
 /// Smaller buffers come from the allocator at no cost worth saving.
 constexpr usize least_pooled_bytes = 256 * 1024;
 
+owned_array<u8> allocate(usize size)
+{
+    return size < large_page_size ? make_array<u8>(size) : make_large_buffer(size);
+}
+
 } // namespace
 
 void return_buffer::operator()(u8* buffer) const
@@ -26,10 +31,10 @@ block_buffer buffer_pool::take(usize size)
     if (size >= least_pooled_bytes) {
         if (block_buffer idle = take_idle(size)) return idle;
     }
-    owned_array<u8> fresh = make_array<u8>(size);
+    owned_array<u8> fresh = allocate(size);
     if (!fresh) {
         give_up_idle();
-        fresh = make_array<u8>(size);
+        fresh = allocate(size);
     }
     return block_buffer(fresh.release(), return_buffer{this, size});
 }
