@@ -56,7 +56,7 @@ inline u32 widen_pattern(u8* to, u32 dist)
         copy_8(to + 8, to + 8 - dist);
         return 2 * dist;
     }
-    const u32 step = 8 / dist * dist; // the pattern starts anew behind so many bytes
+    const usize step = usize{8} / dist * dist; // the pattern starts anew behind so many bytes
     const u64 pattern = (load_u64(to - dist) & patterns.keep[dist]) * patterns.repeat[dist];
     store_u64(to, pattern);
     store_u64(to + step, pattern);

@@ -6,7 +6,7 @@ namespace quarnex {
 namespace {
 
 /// Smaller buffers come from the allocator at no cost worth saving.
-constexpr usize least_pooled_bytes = 256 * 1024;
+constexpr usize least_pooled_bytes = usize{256} << 10;
 
 owned_array<u8> allocate(usize size)
 {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <utility>
 
 namespace quarnex {
 namespace {
@@ -14,15 +13,15 @@ constexpr usize longest_name = 60; // a longer line would wrap and could not be 
 
 std::atomic<bool> line_stands{false}; // written by all threads that have something to say
 
-std::string tail_of(std::string name)
+std::string tail_of(const std::string& name)
 {
     return name.size() <= longest_name ? name : "..." + name.substr(name.size() - longest_name + 3);
 }
 
 } // namespace
 
-progress_line::progress_line(std::string name, u64 total)
-    : visible_(error_stream_is_terminal()), name_(tail_of(std::move(name))), total_(total),
+progress_line::progress_line(const std::string& name, u64 total)
+    : visible_(error_stream_is_terminal()), name_(tail_of(name)), total_(total),
       next_(clock::now() + interval)
 {
 }

@@ -13,7 +13,7 @@ namespace quarnex {
 class progress_line {
   public:
     /// A line about the file `name`, of `total` bytes.
-    progress_line(std::string name, u64 total);
+    progress_line(const std::string& name, u64 total);
     ~progress_line();
     progress_line(const progress_line&) = delete;
     progress_line& operator=(const progress_line&) = delete;

@@ -146,7 +146,7 @@ bytes de_bruijn(usize size, u64 seed)
     u32 state = static_cast<u32>(seed % 65535) + 1;
     for (u8& byte : data) {
         for (int bit = 0; bit < 8; ++bit) {
-            byte = static_cast<u8>(byte << 1 | (state & 1));
+            byte = static_cast<u8>(u32{byte} << 1 | (state & 1));
             state = state >> 1 ^ ((state & 1) != 0 ? 0xB400U : 0);
         }
     }
