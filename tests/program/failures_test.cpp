@@ -144,7 +144,8 @@ TEST_P(failures, a_restored_file_that_exceeds_the_limit_of_file_sizes)
     put_compressed_zeros("file.qrx", 8 * mib);
     settings.before_exec = limit(RLIMIT_FSIZE, 2 * mib + 1);
     expect_fatal_error(restore("file.qrx"), file_too_large);
-    EXPECT_EQ(std::filesystem::file_size(dir / "out/file"), 2 * mib + 1);
+    // With workers a block beyond the limit can be the first that comes to be written.
+    EXPECT_LE(std::filesystem::file_size(dir / "out/file"), 2 * mib + 1);
 }
 
 TEST_P(failures, a_device_without_space)
