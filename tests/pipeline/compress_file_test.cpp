@@ -202,7 +202,12 @@ TEST_P(compress_driver, no_memory_for_the_block_is_failure_100)
 
 TEST_P(compress_driver, no_memory_for_the_record_is_failure_100)
 {
-    expect_failure(compress_large(GetParam(), dir, 90 * mib), no_memory_failure);
+    const driver_run run = compress_large(GetParam(), dir, 90 * mib);
+    // With workers the driver can run short for its next block before a worker does.
+    const auto failures = recorder.take();
+    ASSERT_FALSE(failures.empty());
+    for (const auto& failure : failures) EXPECT_EQ(failure, no_memory_failure);
+    EXPECT_TRUE(run.abort_count != 0 || run.result == -no_memory_failure.first);
 }
 
 /// A driver whose blocks the test takes, so that it can change the file behind the driver's back.
