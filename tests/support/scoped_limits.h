@@ -29,15 +29,28 @@ class limit_of_process {
     rlimit before_{};
 };
 
-/// Lets the process take no more than `spare` bytes of address space above what it has.
+/// Lets the process take no more than `spare` bytes of address space above what it has, once
+/// threads that have just started have what they reserve for a moment.
 class short_of_memory {
   public:
     explicit short_of_memory(rlim_t spare = rlim_t{128} << 20)
-        : limit_(RLIMIT_AS, address_space() + spare)
+        : limit_(RLIMIT_AS, settled_address_space() + spare)
     {
     }
 
   private:
+    static rlim_t settled_address_space()
+    {
+        rlim_t size = address_space();
+        for (int quiet = 0; quiet < 5; ++quiet) {
+            usleep(5000);
+            const rlim_t now = address_space();
+            if (now != size) quiet = 0;
+            size = now;
+        }
+        return size;
+    }
+
     static rlim_t address_space()
     {
         rlim_t pages = 0;
