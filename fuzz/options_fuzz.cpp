@@ -1,7 +1,6 @@
 // fuzz/options_fuzz.cpp - any command line
 //
-//     | number of processors: 1 | arguments with a zero byte between them, the program's own first
-//     |
+//     | number of processors: 1 | arguments, the program's name first, zero bytes between them |
 #include "frontend/options.h"
 #include "fuzz_target.h"
 

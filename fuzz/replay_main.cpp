@@ -1,8 +1,7 @@
 // fuzz/replay_main.cpp - a fuzz target without libFuzzer
 //
-//     X_replay run COUNT       calls the target with all seeds and with COUNT damaged ones, the
-//     same
-//                              in each run; an input that ends the process is kept in a file
+//     X_replay run COUNT       calls the target with all seeds and COUNT damaged ones, always the
+//                              same; an input that ends the process is kept in a file
 //     X_replay file FILE...    calls the target with the content of files
 //     X_replay seeds DIR       writes the seeds, one file each, for libFuzzer to start from
 #include "fuzz_target.h"

@@ -25,7 +25,7 @@ class temp_dir {
 };
 
 void write_file(const std::string& name, const bytes& content);
-/// The content of a file; a missing one fails the test and gives nothing.
+/// The content of a file; of a missing one, nothing.
 bytes read_file(const std::string& name);
 bool file_exists(const std::string& name);
 bytes to_bytes(const std::string& text);
