@@ -3,16 +3,18 @@
 //     codec_bench [--benchmark_... options] FILE...
 //
 // For each file: every built level of every method encodes and decodes it as one block, and so does
-// LZ4.  "ratio" is the size of the result over the size of the file.
+// LZ4, all in buffers like those of the program, in large pages.  "ratio" is the size of the result
+// over the size of the file.
+#include "common/owned_array.h"
 #include "common/platform.h"
 #include "pipeline/codec_table.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <lz4.h>
 #include <string>
 #include <vector>
@@ -20,7 +22,16 @@
 namespace quarnex {
 namespace {
 
-using bytes = std::vector<u8>;
+using bytes = owned_array<u8>;
+
+/// A large buffer of zeros.
+bytes make_buffer(usize size)
+{
+    bytes buffer = make_large_buffer(size);
+    if (!buffer) throw std::bad_alloc();
+    std::memset(buffer.get(), 0, size);
+    return buffer;
+}
 
 struct sample {
     std::string name;
@@ -30,24 +41,25 @@ struct sample {
 
 sample load(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    bytes data{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    const usize size = data.size();
-    data.resize(size + in_slack);
-    return {std::filesystem::path(path).filename().string(), std::move(data), size};
+    const usize size = std::filesystem::file_size(path);
+    sample file{std::filesystem::path(path).filename().string(), make_buffer(size + in_slack),
+                size};
+    std::ifstream(path, std::ios::binary)
+        .read(reinterpret_cast<char*>(file.data.get()), static_cast<std::streamsize>(size));
+    return file;
 }
 
-/// A job that encodes the sample into `out`.
+/// A job that encodes the sample into `out`, which has room for the slack of a payload too.
 block_job encoding_job(const sample& file, u8 method, u8 level, bytes& out)
 {
-    out.resize(file.size + out_slack);
+    out = make_buffer(file.size + std::max(out_slack, payload_slack));
     block_job job;
     job.parameters.method = method;
     job.parameters.level = level;
     apply_defaults(job.parameters, fit_to_cache(second_level_cache_kib()));
-    job.in_buf = file.data.data();
+    job.in_buf = file.data.get();
     job.in_len = static_cast<u32>(file.size);
-    job.out_buf = out.data();
+    job.out_buf = out.get();
     return job;
 }
 
@@ -71,45 +83,52 @@ void decode(benchmark::State& state, const sample& file, u8 method, u8 level)
     bytes payload;
     const block_job encoding = encoding_job(file, method, level, payload);
     const auto size = static_cast<usize>(encoder_table[method]->run(encoding, nullptr));
-    payload.resize(size);
-    payload.resize(size + payload_slack);
-    bytes out(file.size + out_slack);
+    std::memset(payload.get() + size, 0, payload_slack);
+    const bytes out = make_buffer(file.size + out_slack);
     block_job job;
     job.parameters = encoding.parameters;
-    job.in_buf = payload.data();
+    job.in_buf = payload.get();
     job.in_len = static_cast<u32>(size);
-    job.out_buf = out.data();
+    job.out_buf = out.get();
     job.out_len = static_cast<u32>(file.size);
     if (size == file.size) return state.SkipWithError("stored");
     for (auto _ : state) benchmark::DoNotOptimize(decoder_table[method]->run(job, nullptr));
-    if (std::memcmp(out.data(), file.data.data(), file.size) != 0) state.SkipWithError("differs");
+    if (std::memcmp(out.get(), file.data.get(), file.size) != 0) state.SkipWithError("differs");
     report(state, file, static_cast<double>(size));
 }
 
-int lz4_encode_once(const sample& file, std::vector<char>& out)
+int lz4_encode_once(const sample& file, bytes& out, int room)
 {
-    const int size = static_cast<int>(file.size);
-    out.resize(static_cast<usize>(LZ4_compressBound(size)));
-    return LZ4_compress_default(reinterpret_cast<const char*>(file.data.data()), out.data(), size,
-                                static_cast<int>(out.size()));
+    return LZ4_compress_default(reinterpret_cast<const char*>(file.data.get()),
+                                reinterpret_cast<char*>(out.get()), static_cast<int>(file.size),
+                                room);
+}
+
+/// How much LZ4 may need for a sample.
+int lz4_room(const sample& file)
+{
+    return LZ4_compressBound(static_cast<int>(file.size));
 }
 
 void lz4_encode(benchmark::State& state, const sample& file)
 {
-    std::vector<char> out;
+    const int room = lz4_room(file);
+    bytes out = make_buffer(static_cast<usize>(room));
     int size = 0;
-    for (auto _ : state) size = lz4_encode_once(file, out);
+    for (auto _ : state) size = lz4_encode_once(file, out, room);
     report(state, file, size);
 }
 
 void lz4_decode(benchmark::State& state, const sample& file)
 {
-    std::vector<char> payload;
-    const int size = lz4_encode_once(file, payload);
-    std::vector<char> out(file.size);
+    const int room = lz4_room(file);
+    bytes payload = make_buffer(static_cast<usize>(room));
+    const int size = lz4_encode_once(file, payload, room);
+    const bytes out = make_buffer(file.size);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            LZ4_decompress_safe(payload.data(), out.data(), size, static_cast<int>(out.size())));
+        benchmark::DoNotOptimize(LZ4_decompress_safe(reinterpret_cast<const char*>(payload.get()),
+                                                     reinterpret_cast<char*>(out.get()), size,
+                                                     static_cast<int>(file.size)));
     }
     report(state, file, size);
 }

@@ -31,15 +31,19 @@ inline void copy_32(u8* to, const u8* from)
     std::memcpy(to, from, 32);
 }
 
-/// Factors that repeat the lowest `dist` bytes of a word over all of it, by dist, and the words
-/// that keep those bytes alone.
+/// By a distance below 8: the word that keeps the lowest `dist` bytes alone, the factor that
+/// repeats them over a word, the multiples of dist at or below 8 and from 16 on.
 struct pattern_words {
     std::array<u64, 8> keep{};
     std::array<u64, 8> repeat{};
+    std::array<u8, 8> step{};
+    std::array<u8, 8> wide{};
 };
 inline constexpr pattern_words patterns = [] {
     pattern_words words;
     for (u32 dist = 1; dist < 8; ++dist) {
+        words.step[dist] = static_cast<u8>(8 / dist * dist);
+        words.wide[dist] = static_cast<u8>(15 / dist * dist + dist);
         words.keep[dist] = (u64{1} << (8 * dist)) - 1;
         for (u32 shift = 0; shift < 64; shift += 8 * dist) words.repeat[dist] |= u64{1} << shift;
     }
@@ -56,12 +60,12 @@ inline u32 widen_pattern(u8* to, u32 dist)
         copy_8(to + 8, to + 8 - dist);
         return 2 * dist;
     }
-    const usize step = usize{8} / dist * dist; // the pattern starts anew behind so many bytes
+    const usize step = patterns.step[dist]; // the pattern starts anew behind so many bytes
     const u64 pattern = (load_u64(to - dist) & patterns.keep[dist]) * patterns.repeat[dist];
     store_u64(to, pattern);
     store_u64(to + step, pattern);
     store_u64(to + 2 * step, pattern);
-    return 15 / dist * dist + dist;
+    return patterns.wide[dist];
 }
 
 /// Copies `len` bytes to `to` from `dist` bytes before it, as a forward byte copy does: a distance

@@ -9,5 +9,7 @@ namespace quarnex {
 extern const codec_entry m1_encoder;
 /// Decodes the streams of all levels.
 extern const codec_entry m1_decoder;
+/// What m1_decoder is on processors without has_bit_instructions().
+extern const codec_entry m1_portable_decoder;
 
 } // namespace quarnex

@@ -1,18 +1,21 @@
 // method1/m1_decoder.cpp - the decoder of method 1
 //
 // One pass of the outer loop takes a control word and the items of its 32 flags; one pass of the
-// inner loop takes a match and copies the literals behind it, 32 bytes whatever their number.
-// Literals cost no step of their own: a literal is one byte in the stream, one byte in the block
-// and one flag, so inside a group the item of flag f lies at in + f and goes to out + f, with `in`
-// and `out` moved by matches alone.
+// inner loop takes a match and copies the literals behind it, 16 bytes whatever their number (32 in
+// the few groups that have a longer run).  Literals cost no step of their own: a literal is one
+// byte in the stream, one byte in the block and one flag, so inside a group the item of flag f lies
+// at in + f and goes to pos + f, with `in` and `pos` moved by matches alone.
 //
 // A token's size decides where the next one lies.  To keep this chain short, the eight bytes at the
 // nearest place where the next token can lie are loaded before the size is known, and then shifted.
+// Near and long tokens part by their two lowest bits, before anything else is known of them: where
+// they mix, this branch is the one that is guessed wrong, and it must be found out early.
 //
 // The slack of both buffers is larger than what a group can read or write unasked, so both cursors
 // are tested once a group; only matches with a length of their own (above 62 + MinMatch) are
 // measured against the room that is left.  A damaged stream ends there, or at the first distance
 // that reaches before the block.
+#include "common/bit_instructions.h"
 #include "common/copy.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_format.h"
@@ -29,40 +32,49 @@ constexpr u32 m1_plain_max_len = m1_long_escape - 1 + m1_min_match(0);
 /// What the copy of a plain match writes at the most.
 constexpr u32 m1_plain_copy = 5 * 16;
 static_assert(m1_plain_copy >= m1_plain_max_len);
-/// The longest near match, which the fast path copies as one word.
+/// A near match is copied as one word, which none exceeds.
 static_assert((1U << m1_medium_len_bits) - 1 + m1_min_match(0) <= 16);
 
-constexpr u32 m1_literals_copy = 32;
-static_assert(m1_literals_copy >= m1_flags_per_word);
+constexpr u32 m1_short_run = 16;               // literals behind a match, in most groups
+constexpr u32 m1_long_run = m1_flags_per_word; // ... and in all of them
 constexpr u32 m1_group_reads =
-    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_literals_copy + 16;
+    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + 16;
 static_assert(m1_group_reads <= payload_slack);
-constexpr u32 m1_group_writes =
-    m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_literals_copy;
-static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_literals_copy);
+constexpr u32 m1_group_writes = m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_long_run;
+static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_long_run);
 
-/// The fields of near tokens by their two lowest bits: short, medium, short.  A long token has none
-/// here; it reads as a distance of 1, which the fast path doesn't take.
+/// The fields of near tokens by their two lowest bits: short, medium, short.
 struct m1_near_fields {
-    u32 dist_mask[4];
-    u32 code_mask[4];
-    u8 dist_shift[4];
-    u8 code_shift[4];
+    u32 dist_mask[3];
+    u32 code_mask[3];
+    u8 dist_shift[3];
+    u8 code_shift[3];
 };
 constexpr u32 low_bits(u32 count)
 {
     return (1U << count) - 1;
 }
 constexpr m1_near_fields m1_near{
-    {low_bits(m1_short_dist_bits), low_bits(m1_medium_dist_bits), low_bits(m1_short_dist_bits), 0},
-    {low_bits(m1_short_len_bits), low_bits(m1_medium_len_bits), low_bits(m1_short_len_bits), 0},
-    {1, 2, 1, 0},
-    {1 + m1_short_dist_bits, 2 + m1_medium_dist_bits, 1 + m1_short_dist_bits, 0},
+    {low_bits(m1_short_dist_bits), low_bits(m1_medium_dist_bits), low_bits(m1_short_dist_bits)},
+    {low_bits(m1_short_len_bits), low_bits(m1_medium_len_bits), low_bits(m1_short_len_bits)},
+    {1, 2, 1},
+    {1 + m1_short_dist_bits, 2 + m1_medium_dist_bits, 1 + m1_short_dist_bits},
 };
 
-/// A plain long token: its distance, less 1, and the number of its bytes behind the first two.
+[[gnu::always_inline]] inline bool m1_is_long(u64 token)
+{
+    return (token & m1_long_tag) == m1_long_tag;
+}
+
+/// Whether a long token has a length of its own or a distance of five bytes.
+[[gnu::always_inline]] inline bool m1_is_escaped(u64 token)
+{
+    return (token & 0xFC) == 0xFC || (token & 0xF000) == 0xF000;
+}
+
+/// A plain long token: its distance, and the number of its bytes behind the first two.
 struct m1_long_token {
-    u64 offset;
+    u64 dist;
     u64 more;
 };
 
@@ -72,23 +84,25 @@ struct m1_long_token {
     const auto more = static_cast<u32>(__builtin_clz(~static_cast<u32>(token) << 16));
     const u64 tail = token >> 16 & ((u64{1} << 8 * more) - 1);
     const u64 top = (token >> 8 & (0x7FU >> more)) << 8 * more;
-    return {(top | tail) - 1, more};
+    return {top | tail, more};
 }
 
-/// Whether a long token has a length of its own or a distance of five bytes.
-[[gnu::always_inline]] inline bool m1_is_escaped(u64 token)
+/// Holds compilers from computing a value only where it is used: behind a wrong guess at a long
+/// token, the next token is what all waits for.
+[[gnu::always_inline]] inline u64 m1_computed_here(u64 value)
 {
-    return (token & 0xFC) == 0xFC || (token & 0xF000) == 0xF000;
+    asm("" : "+r"(value));
+    return value;
 }
 
-/// Copies a plain match.  Writes up to m1_plain_copy.
+/// Copies a plain match of a long token.  Writes m1_plain_copy at the most, and mostly so much: a
+/// test of the length costs more than the words that it saves.
 [[gnu::always_inline]] inline void m1_copy_plain(u8* to, u64 dist, u64 len)
 {
     if (dist < 16) return copy_match(to, static_cast<u32>(dist), len);
     const u8* const from = to - dist;
     copy_16(to, from);
     copy_16(to + 16, from + 16);
-    if (len <= 32) return;
     copy_16(to + 32, from + 32);
     copy_16(to + 48, from + 48);
     copy_8(to + 64, from + 64);
@@ -110,89 +124,141 @@ static_assert(m1_reversed(0x80000001) == 0x80000001 && m1_reversed(0xC0000000) =
     return static_cast<u32>(__builtin_ctzll(flags));
 }
 
+/// The first flag of a control word as it stands in the stream: its token needs not wait for the
+/// flags in their order of use.
+[[gnu::always_inline]] inline u64 m1_first_match(u32 control)
+{
+    return static_cast<u32>(__builtin_clzll(u64{control} << 32 | u64{1} << 31));
+}
+
+/// Whether more than m1_short_run literals follow a match of a group, `first` being the first.
+constexpr bool m1_has_long_run(u64 flags, u64 first)
+{
+    u64 close = flags | flags >> 1; // in the end: a match here or at one of the next 16 flags
+    close |= close >> 2;
+    close |= close >> 4;
+    close |= close >> 8;
+    close |= flags >> m1_short_run;
+    return static_cast<u32>(~close) >> first != 0;
+}
+
 /// A stream while it is decoded.
 template <u32 MinMatch>
 struct m1_decoding {
     const u8* in;
-    u8* out;
     u8* const begin;
-    u8* const end;
+    const u64 size; // of the block
+    u64 pos = 0;    // in the block
 
     /// Takes the items of a control word.  False at the end token and at damage, with both cursors
     /// there.
     [[gnu::always_inline]] bool take_group()
     {
-        u64 flags = m1_reversed(load_u32(in)) | u64{1} << m1_end_flag;
+        const u32 control = load_u32(in);
         in += m1_control_bytes;
-        copy_32(out, in);
-        u64 flag = m1_next_match(flags);
-        u64 token = load_u64(in + flag);
-        while (static_cast<u32>(flags) != 0) {
-            flags &= flags - 1;
-            const u64 next_flag = m1_next_match(flags);
-            const u64 next = load_u64(in + 1 + next_flag);
-            u8* const at = out + flag;
-            const u64 form = token & m1_long_tag;
-            const u64 offset = token >> m1_near.dist_shift[form] & m1_near.dist_mask[form];
-            if (offset >= 15 && offset < written(at)) [[likely]] {
-                const u64 medium = token & m1_medium_tag;
-                const u64 code = token >> m1_near.code_shift[form] & m1_near.code_mask[form];
-                copy_16(at, at - offset - 1);
-                out += code + (MinMatch - 1);
-                in += medium + (m1_short_bytes - 1);
-                copy_32(out + flag + 1, in + flag + 1);
-                token = next >> 8 * medium;
-            } else {
-                if (!take_rare(token, flag)) return false;
-                copy_32(out + flag + 1, in + flag + 1);
-                token = load_u64(in + next_flag);
-            }
-            flag = next_flag;
-        }
-        in += m1_end_flag;
-        out += m1_end_flag;
-        return true;
+        copy_32(begin + pos, in);
+        if (control == 0) return end_group();
+        const u64 first = m1_first_match(control);
+        const u64 flags = m1_reversed(control) | u64{1} << m1_end_flag;
+        if (m1_has_long_run(flags, first)) return take_items<m1_long_run>(flags, first);
+        return take_items<m1_short_run>(flags, first);
     }
 
   private:
-    u64 written(const u8* at) const { return static_cast<u64>(at - begin); }
+    /// Takes the matches of a group, the first at `flag`, and copies `Literals` bytes behind each.
+    template <u32 Literals>
+    [[gnu::always_inline]] bool take_items(u64 flags, u64 flag)
+    {
+        u64 token = load_u64(in + flag);
+        for (;;) {
+            flags &= flags - 1;
+            u64 next_flag = m1_next_match(flags);
+            u64 next = load_u64(in + 1 + next_flag);
+            while (!m1_is_long(token)) [[likely]]
+                {
+                    if (!take_near(token, flag)) return stop(flag);
+                    copy_literals<Literals>(flag);
+                    token = next >> 8 * (token & m1_medium_tag);
+                    flag = next_flag;
+                    if (static_cast<u32>(flags) == 0) return end_group();
+                    flags &= flags - 1;
+                    next_flag = m1_next_match(flags);
+                    next = load_u64(in + 1 + next_flag);
+                }
+            if (m1_is_escaped(token)) [[unlikely]] {
+                if (!take_escaped(flag)) return stop(flag);
+                token = load_u64(in + next_flag);
+            } else {
+                const m1_long_token plain = m1_read_long(token);
+                const u64 following = m1_computed_here(next >> 8 * plain.more);
+                if (!take_plain(token, plain, flag)) return stop(flag);
+                token = following;
+            }
+            copy_literals<Literals>(flag);
+            flag = next_flag;
+            if (static_cast<u32>(flags) == 0) return end_group();
+        }
+    }
 
     /// Ends the stream at the item of `flag`.
-    bool stop(u64 flag)
+    [[gnu::always_inline]] bool stop(u64 flag)
     {
         in += flag;
-        out += flag;
+        pos += flag;
         return false;
     }
 
-    /// Takes a match that the fast path leaves: a long token, or a near one at a distance below 16.
-    [[gnu::always_inline]] bool take_rare(u64 token, u64 flag)
+    [[gnu::always_inline]] bool end_group()
     {
-        u8* const at = out + flag;
+        in += m1_end_flag;
+        pos += m1_end_flag;
+        return true;
+    }
+
+    template <u32 Literals>
+    [[gnu::always_inline]] void copy_literals(u64 flag)
+    {
+        u8* const to = begin + pos + flag + 1;
+        const u8* const from = in + flag + 1;
+        copy_16(to, from);
+        if constexpr (Literals > 16) copy_16(to + 16, from + 16);
+    }
+
+    // The matches.  Each is false, with nothing moved, if the distance reaches before the block.
+
+    [[gnu::always_inline]] bool take_near(u64 token, u64 flag)
+    {
+        const u64 at = pos + flag;
         const u64 form = token & m1_long_tag;
-        if (form != m1_long_tag) {
-            const u64 offset = token >> m1_near.dist_shift[form] & m1_near.dist_mask[form];
-            if (offset >= written(at)) return stop(flag);
-            const u64 code = token >> m1_near.code_shift[form] & m1_near.code_mask[form];
-            copy_match(at, static_cast<u32>(offset) + 1, code + MinMatch);
-            out += code + (MinMatch - 1);
-            in += (token & m1_medium_tag) + (m1_short_bytes - 1);
-            return true;
-        }
-        if (m1_is_escaped(token)) return take_escaped(flag);
-        const m1_long_token plain = m1_read_long(token);
-        if (plain.offset >= written(at)) return stop(flag);
+        const u64 offset = token >> m1_near.dist_shift[form] & m1_near.dist_mask[form];
+        const u64 code = token >> m1_near.code_shift[form] & m1_near.code_mask[form];
+        if (offset >= at) [[unlikely]]
+            return false;
+        if (offset >= 15) [[likely]]
+            copy_16(begin + at, begin + (at - offset) - 1);
+        else
+            widen_pattern(begin + at, static_cast<u32>(offset) + 1);
+        pos += code + (MinMatch - 1);
+        in += (token & m1_medium_tag) + (m1_short_bytes - 1);
+        return true;
+    }
+
+    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_token plain, u64 flag)
+    {
+        const u64 at = pos + flag;
+        if (plain.dist - 1 >= at) [[unlikely]] // or the distance is 0
+            return false;
         const u64 len = (token >> 2 & m1_long_escape) + MinMatch;
-        m1_copy_plain(at, plain.offset + 1, len);
-        out += len - 1;
+        m1_copy_plain(begin + at, plain.dist, len);
+        pos += len - 1;
         in += plain.more + 1;
         return true;
     }
 
     /// Takes a long token of any size.
-    bool take_escaped(u64 flag)
+    [[gnu::always_inline]] bool take_escaped(u64 flag)
     {
-        u8* const at = out + flag;
+        const u64 at = pos + flag;
         const u8* from = in + flag;
         const u32 code = *from++ >> 2;
         u64 len = u64{code} + MinMatch;
@@ -202,39 +268,57 @@ struct m1_decoding {
             from += integer.bytes;
         }
         const m1_integer dist = m1_get_integer(from);
-        if (dist.value == 0 || dist.value > written(at) || at >= end) return stop(flag);
-        len = std::min(len, static_cast<u64>(end - at)); // the last match may pass the block's end
-        copy_match(at, dist.value, static_cast<usize>(len));
-        out = at + len - flag - 1;
+        if (dist.value == 0 || dist.value > at || at >= size) return false;
+        len = std::min(len, size - at); // the last match may pass the block's end
+        copy_match(begin + at, dist.value, static_cast<usize>(len));
+        pos += len - 1;
         in = from + dist.bytes - flag - 1;
         return true;
     }
 };
 
 template <u32 MinMatch>
-i32 m1_decode(const block_job& job)
+[[gnu::always_inline]] inline i32 m1_decode(const block_job& job)
 {
     if (job.in_len == 0 || job.out_len == 0) return 0;
     const u8* const in_end = job.in_buf + job.in_len;
-    m1_decoding<MinMatch> stream{job.in_buf, job.out_buf, job.out_buf, job.out_buf + job.out_len};
-    *stream.out++ = *stream.in++;
-    while (stream.in < in_end && stream.out < stream.end) {
-        u8* const group = stream.out;
+    m1_decoding<MinMatch> stream{job.in_buf, job.out_buf, job.out_len};
+    stream.begin[stream.pos++] = *stream.in++;
+    while (stream.in < in_end && stream.pos < stream.size) {
+        const u64 group = stream.pos;
         const bool more = stream.take_group();
         // A group that is cut off doesn't count: its last items are made of zeros.
-        if (stream.in > in_end) stream.out = group;
+        if (stream.in > in_end) stream.pos = group;
         if (!more || stream.in > in_end) break;
     }
-    return static_cast<i32>(std::min(stream.out, stream.end) - stream.begin);
+    return static_cast<i32>(std::min(stream.pos, stream.size));
 }
 
-i32 m1_run_decoder(const block_job& job, void* /*state*/)
+[[gnu::always_inline]] inline i32 m1_decode_any(const block_job& job)
 {
     return m1_min_match(job.parameters.level) == 4 ? m1_decode<4>(job) : m1_decode<3>(job);
+}
+
+// The same code twice: much of the decoder's work is to shift, to mask and to count bits.
+
+QUARNEX_BIT_INSTRUCTIONS i32 m1_run_with_bit_instructions(const block_job& job)
+{
+    return m1_decode_any(job);
+}
+
+i32 m1_run_portable(const block_job& job, void* /*state*/)
+{
+    return m1_decode_any(job);
+}
+
+i32 m1_run_decoder(const block_job& job, void* state)
+{
+    return has_bit_instructions() ? m1_run_with_bit_instructions(job) : m1_run_portable(job, state);
 }
 
 } // namespace
 
 const codec_entry m1_decoder{no_state, m1_run_decoder, release_nothing};
+const codec_entry m1_portable_decoder{no_state, m1_run_portable, release_nothing};
 
 } // namespace quarnex

@@ -9,12 +9,19 @@ namespace quarnex {
 namespace {
 
 using test::bytes;
-using test::decode;
 using test::parameters_of;
 using test::plain_token;
 
 const file_parameters low = parameters_of(1, 0);
 const file_parameters high = parameters_of(1, 8);
+
+/// What both decoders make of a payload: that of this processor and that of any.
+bytes decode(const bytes& payload, usize length, const file_parameters& parameters)
+{
+    const bytes portable = test::decode_with(m1_portable_decoder, payload, length, parameters);
+    EXPECT_EQ(test::decode(payload, length, parameters), portable);
+    return portable;
+}
 
 bytes text(const std::string& characters)
 {

@@ -45,7 +45,8 @@ inline bytes encode(const bytes& block, const file_parameters& parameters)
 }
 
 /// What a payload decodes to in a block of `length` bytes: fewer if it is damaged.
-inline bytes decode(const bytes& payload, usize length, const file_parameters& parameters)
+inline bytes decode_with(const codec_entry& decoder, const bytes& payload, usize length,
+                         const file_parameters& parameters)
 {
     const auto in = exact_buffer(payload.size() + payload_slack);
     std::copy(payload.begin(), payload.end(), in.get());
@@ -56,11 +57,16 @@ inline bytes decode(const bytes& payload, usize length, const file_parameters& p
     job.in_len = static_cast<u32>(payload.size());
     job.out_buf = out.get();
     job.out_len = static_cast<u32>(length);
-    const codec_entry& decoder = *decoder_table[parameters.method];
     void* const state = decoder.init(job);
     const i32 size = decoder.run(job, state);
     decoder.release(job, state);
     return {out.get(), out.get() + size};
+}
+
+/// The same with the decoder of the parameters' method.
+inline bytes decode(const bytes& payload, usize length, const file_parameters& parameters)
+{
+    return decode_with(*decoder_table[parameters.method], payload, length, parameters);
 }
 
 } // namespace quarnex::test
