@@ -1,16 +1,52 @@
 // common/bit_instructions.h - code for processors that extract and count bits in one instruction
+//
+// A hot function is a template over one of the two kinds below.  It is compiled twice, once inlined
+// into a function that is marked QUARNEX_BIT_INSTRUCTIONS, and chosen when the program runs.
 #pragma once
+
+#include "common/types.h"
 
 namespace quarnex {
 
-#if defined(__x86_64__) || defined(__i386__)
+/// Where a field of a word lies, in the forms that the functions below want.
+struct bit_field {
+    constexpr bit_field(u32 lowest, u32 width)
+        : mask((1U << width) - 1), control(static_cast<u16>(lowest | width << 8)),
+          shift(static_cast<u8>(lowest))
+    {
+    }
+
+    u32 mask;    // of the field at bit 0
+    u16 control; // the operand of `bextr`
+    u8 shift;
+};
+
+/// For any processor.
+struct portable_bits {
+    [[gnu::always_inline]] static u64 extract(u64 word, const bit_field& field)
+    {
+        return word >> field.shift & field.mask;
+    }
+};
+
+#if defined(__x86_64__)
+
+/// For the x86 extensions BMI, BMI2 and LZCNT.
+struct fast_bits {
+    [[gnu::always_inline]] static u64 extract(u64 word, const bit_field& field)
+    {
+        u64 bits;
+        asm("bextrq %2, %1, %0" : "=r"(bits) : "r"(word), "r"(u64{field.control}) : "cc");
+        return bits;
+    }
+};
 
 /// Marks a function whose code, and that of all that is inlined into it, may use the instructions
 /// of has_bit_instructions().
 #define QUARNEX_BIT_INSTRUCTIONS [[gnu::target("bmi,bmi2,lzcnt")]]
 
-/// Whether the processor has the x86 extensions BMI, BMI2 and LZCNT.  (None came with BMI2 and
-/// without LZCNT, and compilers differ in whether they can ask for it.)
+/// Whether the processor has these extensions.  (None came with BMI2 and without LZCNT, and
+/// compilers differ in whether they can ask for it.)
 inline bool has_bit_instructions()
 {
     return __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
@@ -18,8 +54,9 @@ inline bool has_bit_instructions()
 
 #else // other processors have them, or don't, for good
 
+using fast_bits = portable_bits;
 #define QUARNEX_BIT_INSTRUCTIONS
-inline constexpr bool has_bit_instructions()
+constexpr bool has_bit_instructions()
 {
     return false;
 }

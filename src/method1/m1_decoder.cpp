@@ -43,23 +43,13 @@ static_assert(m1_group_reads <= payload_slack);
 constexpr u32 m1_group_writes = m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_long_run;
 static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_long_run);
 
-/// The fields of near tokens by their two lowest bits: short, medium, short.
-struct m1_near_fields {
-    u32 dist_mask[3];
-    u32 code_mask[3];
-    u8 dist_shift[3];
-    u8 code_shift[3];
-};
-constexpr u32 low_bits(u32 count)
-{
-    return (1U << count) - 1;
-}
-constexpr m1_near_fields m1_near{
-    {low_bits(m1_short_dist_bits), low_bits(m1_medium_dist_bits), low_bits(m1_short_dist_bits)},
-    {low_bits(m1_short_len_bits), low_bits(m1_medium_len_bits), low_bits(m1_short_len_bits)},
-    {1, 2, 1},
-    {1 + m1_short_dist_bits, 2 + m1_medium_dist_bits, 1 + m1_short_dist_bits},
-};
+// The fields of near tokens by their two lowest bits: short, medium, short.
+constexpr bit_field m1_short_dist(1, m1_short_dist_bits);
+constexpr bit_field m1_short_len(1 + m1_short_dist_bits, m1_short_len_bits);
+constexpr bit_field m1_medium_dist(2, m1_medium_dist_bits);
+constexpr bit_field m1_medium_len(2 + m1_medium_dist_bits, m1_medium_len_bits);
+constexpr bit_field m1_near_dist[3]{m1_short_dist, m1_medium_dist, m1_short_dist};
+constexpr bit_field m1_near_len[3]{m1_short_len, m1_medium_len, m1_short_len};
 
 [[gnu::always_inline]] inline bool m1_is_long(u64 token)
 {
@@ -143,7 +133,7 @@ constexpr bool m1_has_long_run(u64 flags, u64 first)
 }
 
 /// A stream while it is decoded.
-template <u32 MinMatch>
+template <u32 MinMatch, class Bits>
 struct m1_decoding {
     const u8* in;
     u8* const begin;
@@ -230,8 +220,8 @@ struct m1_decoding {
     {
         const u64 at = pos + flag;
         const u64 form = token & m1_long_tag;
-        const u64 offset = token >> m1_near.dist_shift[form] & m1_near.dist_mask[form];
-        const u64 code = token >> m1_near.code_shift[form] & m1_near.code_mask[form];
+        const u64 offset = Bits::extract(token, m1_near_dist[form]);
+        const u64 code = Bits::extract(token, m1_near_len[form]);
         if (offset >= at) [[unlikely]]
             return false;
         if (offset >= 15) [[likely]]
@@ -277,12 +267,12 @@ struct m1_decoding {
     }
 };
 
-template <u32 MinMatch>
+template <u32 MinMatch, class Bits>
 [[gnu::always_inline]] inline i32 m1_decode(const block_job& job)
 {
     if (job.in_len == 0 || job.out_len == 0) return 0;
     const u8* const in_end = job.in_buf + job.in_len;
-    m1_decoding<MinMatch> stream{job.in_buf, job.out_buf, job.out_len};
+    m1_decoding<MinMatch, Bits> stream{job.in_buf, job.out_buf, job.out_len};
     stream.begin[stream.pos++] = *stream.in++;
     while (stream.in < in_end && stream.pos < stream.size) {
         const u64 group = stream.pos;
@@ -294,26 +284,28 @@ template <u32 MinMatch>
     return static_cast<i32>(std::min(stream.pos, stream.size));
 }
 
-[[gnu::always_inline]] inline i32 m1_decode_any(const block_job& job)
+template <class Bits>
+[[gnu::always_inline]] inline i32 m1_decode_level(const block_job& job)
 {
-    return m1_min_match(job.parameters.level) == 4 ? m1_decode<4>(job) : m1_decode<3>(job);
+    const bool low = m1_min_match(job.parameters.level) == 4;
+    return low ? m1_decode<4, Bits>(job) : m1_decode<3, Bits>(job);
 }
 
-// The same code twice: much of the decoder's work is to shift, to mask and to count bits.
+// The same code twice: much of the decoder's work is to extract and to count bits.
 
-QUARNEX_BIT_INSTRUCTIONS i32 m1_run_with_bit_instructions(const block_job& job)
+QUARNEX_BIT_INSTRUCTIONS i32 m1_run_fast(const block_job& job)
 {
-    return m1_decode_any(job);
+    return m1_decode_level<fast_bits>(job);
 }
 
 i32 m1_run_portable(const block_job& job, void* /*state*/)
 {
-    return m1_decode_any(job);
+    return m1_decode_level<portable_bits>(job);
 }
 
 i32 m1_run_decoder(const block_job& job, void* state)
 {
-    return has_bit_instructions() ? m1_run_with_bit_instructions(job) : m1_run_portable(job, state);
+    return has_bit_instructions() ? m1_run_fast(job) : m1_run_portable(job, state);
 }
 
 } // namespace
