@@ -63,6 +63,19 @@ block_job encoding_job(const sample& file, u8 method, u8 level, bytes& out)
     return job;
 }
 
+i32 run_codec(const codec_entry& codec, const block_job& job)
+{
+    void* const codec_state = codec.init(job);
+    const i32 size = codec.run(job, codec_state);
+    codec.release(job, codec_state);
+    return size;
+}
+
+void check_restored(benchmark::State& state, const sample& file, const bytes& out)
+{
+    if (std::memcmp(out.get(), file.data.get(), file.size) != 0) state.SkipWithError("differs");
+}
+
 void report(benchmark::State& state, const sample& file, double coded_size)
 {
     state.SetBytesProcessed(static_cast<i64>(state.iterations()) * static_cast<i64>(file.size));
@@ -74,7 +87,7 @@ void encode(benchmark::State& state, const sample& file, u8 method, u8 level)
     bytes out;
     const block_job job = encoding_job(file, method, level, out);
     i32 size = 0;
-    for (auto _ : state) size = encoder_table[method]->run(job, nullptr);
+    for (auto _ : state) size = run_codec(*encoder_table[method], job);
     report(state, file, size);
 }
 
@@ -82,7 +95,9 @@ void decode(benchmark::State& state, const sample& file, u8 method, u8 level)
 {
     bytes payload;
     const block_job encoding = encoding_job(file, method, level, payload);
-    const auto size = static_cast<usize>(encoder_table[method]->run(encoding, nullptr));
+    const i32 size = run_codec(*encoder_table[method], encoding);
+    if (size < 0) return state.SkipWithError("failed");
+    if (static_cast<usize>(size) == file.size) return state.SkipWithError("stored");
     std::memset(payload.get() + size, 0, payload_slack);
     const bytes out = make_buffer(file.size + out_slack);
     block_job job;
@@ -91,10 +106,9 @@ void decode(benchmark::State& state, const sample& file, u8 method, u8 level)
     job.in_len = static_cast<u32>(size);
     job.out_buf = out.get();
     job.out_len = static_cast<u32>(file.size);
-    if (size == file.size) return state.SkipWithError("stored");
-    for (auto _ : state) benchmark::DoNotOptimize(decoder_table[method]->run(job, nullptr));
-    if (std::memcmp(out.get(), file.data.get(), file.size) != 0) state.SkipWithError("differs");
-    report(state, file, static_cast<double>(size));
+    for (auto _ : state) benchmark::DoNotOptimize(run_codec(*decoder_table[method], job));
+    check_restored(state, file, out);
+    report(state, file, size);
 }
 
 int lz4_encode_once(const sample& file, bytes& out, int room)
@@ -130,6 +144,7 @@ void lz4_decode(benchmark::State& state, const sample& file)
                                                      reinterpret_cast<char*>(out.get()), size,
                                                      static_cast<int>(file.size)));
     }
+    check_restored(state, file, out);
     report(state, file, size);
 }
 
@@ -165,6 +180,7 @@ int main(int argc, char** argv)
     }
     std::vector<quarnex::sample> samples;
     for (int i = 1; i < argc; ++i) samples.push_back(quarnex::load(argv[i]));
+    std::erase_if(samples, [](const auto& file) { return file.size == 0; });
     for (const auto& file : samples) quarnex::register_sample(file);
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -80,7 +80,8 @@ coded encode(const file_parameters& parameters, std::span<const u8> block)
     return {length, std::move(out)};
 }
 
-coded decode(const file_parameters& parameters, std::span<const u8> payload, u32 out_len, u8 fill)
+coded decode(const codec_entry& decoder, const file_parameters& parameters,
+             std::span<const u8> payload, u32 out_len, u8 fill)
 {
     const bytes in = with_slack(payload, payload_slack);
     bytes out(usize{out_len} + out_slack, fill);
@@ -90,7 +91,7 @@ coded decode(const file_parameters& parameters, std::span<const u8> payload, u32
     job.in_len = static_cast<u32>(payload.size());
     job.out_buf = out.data();
     job.out_len = out_len;
-    const i32 length = run_codec(*find_decoder(parameters.method), job);
+    const i32 length = run_codec(decoder, job);
     return {length, std::move(out)};
 }
 

@@ -31,8 +31,9 @@ struct coded {
 /// Encodes a block of 1 byte or more; its method is built.  All buffers are heap blocks of their
 /// own that end with their slack.
 coded encode(const file_parameters& parameters, std::span<const u8> block);
-/// Decodes a payload; its method is built.  The output buffer is filled with `fill` before.
-coded decode(const file_parameters& parameters, std::span<const u8> payload, u32 out_len, u8 fill);
+/// Decodes a payload.  The output buffer is filled with `fill` before.
+coded decode(const codec_entry& decoder, const file_parameters& parameters,
+             std::span<const u8> payload, u32 out_len, u8 fill);
 
 /// The payload that stands for `block` in a file.
 bytes payload_of(const file_parameters& parameters, const bytes& block);

@@ -30,7 +30,8 @@ void encode_and_decode(std::span<const u8> input)
         return;
     }
     const auto out_len = static_cast<u32>(input.size());
-    const coded block = decode(parameters, std::span(stream.out).first(length), out_len, 0xA5);
+    const coded block = decode(*find_decoder(parameters.method), parameters,
+                               std::span(stream.out).first(length), out_len, 0xA5);
     require(block.length == static_cast<i32>(out_len), "the decoder produces the whole block");
     require(starts_with(block.out, input), "the block comes back");
 }

@@ -8,7 +8,7 @@
 
 namespace quarnex {
 
-/// Where a field of a word lies, in the forms that the functions below want.
+/// Where a field of a word lies, 1 to 31 bits wide, in the forms that the functions below want.
 struct bit_field {
     constexpr bit_field(u32 lowest, u32 width)
         : mask((1U << width) - 1), control(static_cast<u16>(lowest | width << 8)),
@@ -31,7 +31,8 @@ struct portable_bits {
 
 #if defined(__x86_64__)
 
-/// For the x86 extensions BMI, BMI2 and LZCNT.
+/// For the x86 extensions BMI, BMI2 and LZCNT.  (The compilers' own functions for them can't be
+/// inlined into a template that is not marked.)
 struct fast_bits {
     [[gnu::always_inline]] static u64 extract(u64 word, const bit_field& field)
     {

@@ -13,19 +13,19 @@ namespace quarnex {
 /// Bytes that copy_match() may write behind the `len` that were asked for (most for a length of 0).
 inline constexpr usize copy_match_overrun = 24;
 
-/// Copies 8 bytes.
+/// Copies 8 bytes, which must not overlap.
 inline void copy_8(u8* to, const u8* from)
 {
     std::memcpy(to, from, 8);
 }
 
-/// Copies 16 bytes; all are read before one is written.
+/// Copies 16 bytes, which must not overlap.
 inline void copy_16(u8* to, const u8* from)
 {
     std::memcpy(to, from, 16);
 }
 
-/// Copies 32 bytes; all are read before one is written.
+/// Copies 32 bytes, which must not overlap.
 inline void copy_32(u8* to, const u8* from)
 {
     std::memcpy(to, from, 32);

@@ -12,9 +12,9 @@
 // they mix, this branch is the one that is guessed wrong, and it must be found out early.
 //
 // The slack of both buffers is larger than what a group can read or write unasked, so both cursors
-// are tested once a group; only matches with a length of their own (above 62 + MinMatch) are
-// measured against the room that is left.  A damaged stream ends there, or at the first distance
-// that reaches before the block.
+// are tested once a group; only escaped tokens (a length above 62 + MinMatch or a distance of five
+// bytes) are measured against the room that is left.  A damaged stream ends there, or at the first
+// distance that reaches before the block.
 #include "common/bit_instructions.h"
 #include "common/copy.h"
 #include "method1/m1_codec.h"
@@ -29,16 +29,20 @@ namespace {
 constexpr u32 m1_end_flag = m1_flags_per_word;
 /// A match is plain if its token has the length in its first byte.
 constexpr u32 m1_plain_max_len = m1_long_escape - 1 + m1_min_match(0);
-/// What the copy of a plain match writes at the most.
-constexpr u32 m1_plain_copy = 5 * 16;
-static_assert(m1_plain_copy >= m1_plain_max_len);
+/// What the copy of a plain match from afar writes, whatever its length.
+constexpr u32 m1_far_copy = 4 * 16 + 8;
+static_assert(m1_far_copy >= m1_plain_max_len);
+/// What the copy of any plain match writes at the most.
+constexpr u32 m1_plain_copy = m1_plain_max_len + copy_match_overrun;
+static_assert(m1_plain_copy >= m1_far_copy);
 /// A near match is copied as one word, which none exceeds.
 static_assert((1U << m1_medium_len_bits) - 1 + m1_min_match(0) <= 16);
 
 constexpr u32 m1_short_run = 16;               // literals behind a match, in most groups
 constexpr u32 m1_long_run = m1_flags_per_word; // ... and in all of them
+constexpr u32 m1_ahead_bytes = 16;             // more than the word that is loaded ahead reaches
 constexpr u32 m1_group_reads =
-    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + 16;
+    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + m1_ahead_bytes;
 static_assert(m1_group_reads <= payload_slack);
 constexpr u32 m1_group_writes = m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_long_run;
 static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_long_run);
@@ -51,32 +55,6 @@ constexpr bit_field m1_medium_len(2 + m1_medium_dist_bits, m1_medium_len_bits);
 constexpr bit_field m1_near_dist[3]{m1_short_dist, m1_medium_dist, m1_short_dist};
 constexpr bit_field m1_near_len[3]{m1_short_len, m1_medium_len, m1_short_len};
 
-[[gnu::always_inline]] inline bool m1_is_long(u64 token)
-{
-    return (token & m1_long_tag) == m1_long_tag;
-}
-
-/// Whether a long token has a length of its own or a distance of five bytes.
-[[gnu::always_inline]] inline bool m1_is_escaped(u64 token)
-{
-    return (token & 0xFC) == 0xFC || (token & 0xF000) == 0xF000;
-}
-
-/// A plain long token: its distance, and the number of its bytes behind the first two.
-struct m1_long_token {
-    u64 dist;
-    u64 more;
-};
-
-[[gnu::always_inline]] inline m1_long_token m1_read_long(u64 token)
-{
-    // The leading ones of the distance's first byte; the byte is not all ones.
-    const auto more = static_cast<u32>(__builtin_clz(~static_cast<u32>(token) << 16));
-    const u64 tail = token >> 16 & ((u64{1} << 8 * more) - 1);
-    const u64 top = (token >> 8 & (0x7FU >> more)) << 8 * more;
-    return {top | tail, more};
-}
-
 /// Holds compilers from computing a value only where it is used: behind a wrong guess at a long
 /// token, the next token is what all waits for.
 [[gnu::always_inline]] inline u64 m1_computed_here(u64 value)
@@ -85,11 +63,11 @@ struct m1_long_token {
     return value;
 }
 
-/// Copies a plain match of a long token.  Writes m1_plain_copy at the most, and mostly so much: a
-/// test of the length costs more than the words that it saves.
+/// Copies a plain match of a long token.  From afar it writes m1_far_copy: a test of the length
+/// costs more than the words that it saves.
 [[gnu::always_inline]] inline void m1_copy_plain(u8* to, u64 dist, u64 len)
 {
-    if (dist < 16) return copy_match(to, static_cast<u32>(dist), len);
+    if (dist < 16) return copy_match(to, static_cast<u32>(dist), static_cast<usize>(len));
     const u8* const from = to - dist;
     copy_16(to, from);
     copy_16(to + 16, from + 16);
@@ -114,11 +92,11 @@ static_assert(m1_reversed(0x80000001) == 0x80000001 && m1_reversed(0xC0000000) =
     return static_cast<u32>(__builtin_ctzll(flags));
 }
 
-/// The first flag of a control word as it stands in the stream: its token needs not wait for the
-/// flags in their order of use.
+/// The first flag that is set of a control word as it stands in the stream; one is.  Its token
+/// needs not wait for the flags in their order of use.
 [[gnu::always_inline]] inline u64 m1_first_match(u32 control)
 {
-    return static_cast<u32>(__builtin_clzll(u64{control} << 32 | u64{1} << 31));
+    return static_cast<u32>(__builtin_clz(control));
 }
 
 /// Whether more than m1_short_run literals follow a match of a group, `first` being the first.
@@ -179,9 +157,9 @@ struct m1_decoding {
                 if (!take_escaped(flag)) return stop(flag);
                 token = load_u64(in + next_flag);
             } else {
-                const m1_long_token plain = m1_read_long(token);
-                const u64 following = m1_computed_here(next >> 8 * plain.more);
-                if (!take_plain(token, plain, flag)) return stop(flag);
+                const m1_long_dist dist = m1_get_long_dist(token);
+                const u64 following = m1_computed_here(next >> 8 * dist.more);
+                if (!take_plain(token, dist, flag)) return stop(flag);
                 token = following;
             }
             copy_literals<Literals>(flag);
@@ -214,7 +192,8 @@ struct m1_decoding {
         if constexpr (Literals > 16) copy_16(to + 16, from + 16);
     }
 
-    // The matches.  Each is false, with nothing moved, if the distance reaches before the block.
+    // The matches.  Each is false, with nothing moved, if the distance is 0 or reaches before the
+    // block; an escaped one also if it starts behind the block.
 
     [[gnu::always_inline]] bool take_near(u64 token, u64 flag)
     {
@@ -233,15 +212,15 @@ struct m1_decoding {
         return true;
     }
 
-    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_token plain, u64 flag)
+    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_dist dist, u64 flag)
     {
         const u64 at = pos + flag;
-        if (plain.dist - 1 >= at) [[unlikely]] // or the distance is 0
+        if (dist.value - 1 >= at) [[unlikely]] // or the distance is 0
             return false;
         const u64 len = (token >> 2 & m1_long_escape) + MinMatch;
-        m1_copy_plain(begin + at, plain.dist, len);
+        m1_copy_plain(begin + at, dist.value, len);
         pos += len - 1;
-        in += plain.more + 1;
+        in += dist.more + 1;
         return true;
     }
 
@@ -279,7 +258,7 @@ template <u32 MinMatch, class Bits>
         const bool more = stream.take_group();
         // A group that is cut off doesn't count: its last items are made of zeros.
         if (stream.in > in_end) stream.pos = group;
-        if (!more || stream.in > in_end) break;
+        if (!more) break;
     }
     return static_cast<i32>(std::min(stream.pos, stream.size));
 }

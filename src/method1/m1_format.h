@@ -43,14 +43,15 @@ inline constexpr u32 m1_short_len_bits = 2;
 inline constexpr u32 m1_medium_bytes = 3;
 inline constexpr u32 m1_medium_dist_bits = 19;
 inline constexpr u32 m1_medium_len_bits = 3;
-inline constexpr u32 m1_long_escape = 63; // this k says that an integer with the rest follows
+/// This k says that an integer with the rest of the length follows.
+inline constexpr u32 m1_long_escape = 63;
 
-inline constexpr u32 m1_medium_tag =
-    1; // low two bits of the first byte; a short token's lowest is 0
+// The two lowest bits of the first byte; a short token's lowest is 0.
+inline constexpr u32 m1_medium_tag = 1;
 inline constexpr u32 m1_long_tag = 3;
 
-static_assert(m1_medium_bytes ==
-              m1_short_bytes + 1); // the coders choose by adding, not by branching
+// The coders choose by adding, not by branching.
+static_assert(m1_medium_bytes == m1_short_bytes + 1);
 static_assert(1 + m1_short_dist_bits + m1_short_len_bits == 8 * m1_short_bytes);
 static_assert(2 + m1_medium_dist_bits + m1_medium_len_bits == 8 * m1_medium_bytes);
 
@@ -72,6 +73,35 @@ inline u8* m1_put_integer(u8* to, u32 value)
     const u64 top = (u64{value} >> (8 * more)) | marks;
     store_u64(to, top | tail << 8);
     return to + 1 + more;
+}
+
+// Tokens as a word of eight bytes from their first on.
+
+constexpr bool m1_is_long(u64 token)
+{
+    return (token & m1_long_tag) == m1_long_tag;
+}
+
+/// Whether a long token has a length of its own or a distance of five bytes.
+constexpr bool m1_is_escaped(u64 token)
+{
+    constexpr u64 length = m1_long_escape << 2, distance = 0xF000;
+    return (token & length) == length || (token & distance) == distance;
+}
+
+/// The distance of a long token that is not escaped, and the number of its bytes behind the first.
+struct m1_long_dist {
+    u64 value;
+    u64 more;
+};
+
+constexpr m1_long_dist m1_get_long_dist(u64 token)
+{
+    // The leading ones of the distance's first byte, which is not all ones.
+    const auto more = static_cast<u32>(__builtin_clz(~static_cast<u32>(token) << 16));
+    const u64 tail = token >> 16 & ((u64{1} << 8 * more) - 1);
+    const u64 top = (token >> 8 & (0x7FU >> more)) << 8 * more;
+    return {top | tail, more};
 }
 
 /// An integer as read: its value and how many bytes it took.

@@ -105,6 +105,23 @@ TEST(m1_decoder, reads_lengths_on_both_sides_of_the_escape)
     }
 }
 
+TEST(m1_decoder, reads_runs_of_literals_of_any_length)
+{
+    const bytes literals = test::find_shape("random").make(64, 1);
+    for (u32 run = 0; run <= 40; ++run) {
+        bytes expected{literals[0]};
+        std::vector<plain_token> tokens;
+        for (u32 n = 0; n < 20; ++n) {
+            for (u32 i = 0; i < run; ++i) expected.push_back(literals[(7 * n + i) % 64]);
+            tokens.insert(tokens.end(), run, {1, 0});
+            expected.insert(expected.end(), 4, expected.back());
+            tokens.push_back({4, 1});
+        }
+        const bytes stream = test::m1_plain_stream(expected, tokens, 4);
+        EXPECT_EQ(decode(stream, expected.size(), low), expected) << run;
+    }
+}
+
 TEST(m1_decoder, a_distance_before_the_block_ends_it)
 {
     // After one byte, distance 2 in each form.
@@ -129,9 +146,10 @@ TEST(m1_decoder, decodes_the_example_of_the_format_page)
 
 TEST(m1_decoder, a_long_match_behind_the_end_of_the_block_ends_it)
 {
-    // A block of two bytes: a match of 7, then one with a length of its own.
-    EXPECT_EQ(decode({'A', 0, 0, 0, 0xE0, 0x00, 0xC0, 0xFF, 0x00, 0x01, 0xEB, 0x00}, 2, low),
-              text("AA"));
+    // A block of two bytes: a match of 7, then one of 2 GiB, which no slack would hold.
+    const bytes stream{'A',  0,    0,    0,    0xE0, 0x00, 0xC0, 0xFF,
+                       0xF0, 0xFF, 0xFF, 0xFF, 0x7F, 0x01, 0xEB, 0x00};
+    EXPECT_EQ(decode(stream, 2, low), text("AA"));
 }
 
 TEST(m1_decoder, an_empty_payload_gives_nothing)
