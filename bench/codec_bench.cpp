@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <lz4.h>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,9 @@ sample load(const std::string& path)
     const usize size = std::filesystem::file_size(path);
     sample file{std::filesystem::path(path).filename().string(), make_buffer(size + in_slack),
                 size};
-    std::ifstream(path, std::ios::binary)
-        .read(reinterpret_cast<char*>(file.data.get()), static_cast<std::streamsize>(size));
+    std::ifstream stream(path, std::ios::binary);
+    stream.exceptions(std::ios::failbit | std::ios::badbit);
+    stream.read(reinterpret_cast<char*>(file.data.get()), static_cast<std::streamsize>(size));
     return file;
 }
 

@@ -1,4 +1,5 @@
-// common/platform.h - all that differs between operating systems and processors
+// common/platform.h - all that differs between operating systems, and what is asked of processors
+// (their instructions are in bit_instructions.h)
 #pragma once
 
 #include "common/types.h"

@@ -139,20 +139,17 @@ struct m1_decoding {
     {
         u64 token = load_u64(in + flag);
         for (;;) {
-            flags &= flags - 1;
-            u64 next_flag = m1_next_match(flags);
-            u64 next = load_u64(in + 1 + next_flag);
-            while (!m1_is_long(token)) [[likely]]
-                {
-                    if (!take_near(token, flag)) return stop(flag);
-                    copy_literals<Literals>(flag);
-                    token = next >> 8 * (token & m1_medium_tag);
-                    flag = next_flag;
-                    if (static_cast<u32>(flags) == 0) return end_group();
-                    flags &= flags - 1;
-                    next_flag = m1_next_match(flags);
-                    next = load_u64(in + 1 + next_flag);
-                }
+            u64 next_flag = drop_match(flags);
+            u64 next = load_ahead(next_flag);
+            while (!m1_is_long(token)) {
+                if (!take_near(token, flag)) return stop(flag);
+                copy_literals<Literals>(flag);
+                token = next >> 8 * (token & m1_medium_tag);
+                flag = next_flag;
+                if (static_cast<u32>(flags) == 0) return end_group();
+                next_flag = drop_match(flags);
+                next = load_ahead(next_flag);
+            }
             if (m1_is_escaped(token)) [[unlikely]] {
                 if (!take_escaped(flag)) return stop(flag);
                 token = load_u64(in + next_flag);
@@ -166,6 +163,19 @@ struct m1_decoding {
             flag = next_flag;
             if (static_cast<u32>(flags) == 0) return end_group();
         }
+    }
+
+    /// Clears the lowest flag and returns the place of the next one, or of the mark.
+    [[gnu::always_inline]] static u64 drop_match(u64& flags)
+    {
+        flags &= flags - 1;
+        return m1_next_match(flags);
+    }
+
+    /// The word at the nearest place where the token of `next_flag` can lie.
+    [[gnu::always_inline]] u64 load_ahead(u64 next_flag) const
+    {
+        return load_u64(in + (m1_short_bytes - 1) + next_flag);
     }
 
     /// Ends the stream at the item of `flag`.
