@@ -7,7 +7,7 @@ namespace quarnex {
 
 /// Hash of four bytes, given as a little-endian word, in the range 0 to 2^bits - 1.
 /// `bits` is 1 to 32.
-constexpr u32 hash4(u32 word, u32 bits)
+constexpr u32 hash4(u32 word, i32 bits)
 {
     return (word * 123456791U) >> (32 - bits);
 }

@@ -1,4 +1,4 @@
-// match/concepts.h - what a search asks of a method
+// match/concepts.h - what a search asks of a method and of a level
 #pragma once
 
 #include "common/types.h"
@@ -6,6 +6,13 @@
 #include <concepts>
 
 namespace quarnex {
+
+/// The sizes of a level's table: 2^hash_bits hash values (hash_bits 1 to 32) and, where there are
+/// several, 2^chain_bits candidates for each (chain_bits 0 to 8).
+struct search_bits {
+    i32 hash_bits;
+    i32 chain_bits;
+};
 
 /// Where a search puts what it decides: literals and matches, in the order of the block.
 ///

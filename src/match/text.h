@@ -20,8 +20,9 @@ struct block_text {
     u32 size;       // bytes in the block
 
     u32 word(u32 pos) const { return load_u32(data + pos); }
-    u32 hash(u32 pos, u32 bits) const { return hash4(word(pos), bits); }
+    u32 hash(u32 pos, i32 bits) const { return hash4(word(pos), bits); }
     bool same_byte(u32 a, u32 b) const { return data[a] == data[b]; }
+    bool same_two(u32 a, u32 b) const { return load_u16(data + a) == load_u16(data + b); }
     bool same_word(u32 a, u32 b) const { return word(a) == word(b); }
 
     /// Length of the match of `cand` at `pos`, given that their words are equal: at least 4, and

@@ -1,7 +1,10 @@
 // method1/m1_encoder.cpp - the ladder of method 1: which search a level runs
+#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_tokens.h"
+
+#include <iterator>
 
 namespace quarnex {
 namespace {
@@ -10,46 +13,31 @@ static_assert(search_reads_past <= in_slack);
 
 using m1_writer = m1_tokens<m1_min_match(0)>;
 
-/// Runs `search` with an empty hash table over the block; a stream that is not shorter gives way
-/// to the block itself.  Returns -1 without memory for the table.
-template <class Search>
-i32 m1_encode(const block_job& job, Search search)
+/// Encodes a block with what `Search` finds.  Returns -1 without memory for its table.
+template <auto Search>
+i32 m1_encode(const block_job& job)
 {
-    fast_hash_table table(static_cast<u32>(job.parameters.hash_bits));
-    if (!table) return -1;
-    const block_text text{job.in_buf, job.in_len};
-    m1_writer out = search(text, table, m1_writer(job));
-    const u32 len = out.finish(job.in_len);
-    return len != 0 ? static_cast<i32>(len) : store_block(job);
+    const file_parameters& parameters = job.parameters;
+    auto out = Search({job.in_buf, job.in_len}, {parameters.hash_bits, parameters.chain_bits},
+                      m1_writer(job));
+    return out ? shorter_stream(job, out->finish(job.in_len)) : -1;
 }
 
-i32 m1_encode_greedy(const block_job& job)
-{
-    return m1_encode(job, search_greedy<inserts::nothing, m1_writer>);
-}
+constexpr auto m1_encode_greedy = m1_encode<search_greedy<inserts::nothing, m1_writer>>;
+constexpr auto m1_encode_greedy_ins = m1_encode<search_greedy<inserts::inside_match, m1_writer>>;
+constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
+constexpr auto m1_encode_pair = m1_encode<search_buckets<pair_table<0>, m1_writer>>;
+constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
 
-i32 m1_encode_greedy_ins(const block_job& job)
-{
-    return m1_encode(job, search_greedy<inserts::inside_match, m1_writer>);
-}
-
-i32 m1_encode_lazy(const block_job& job)
-{
-    return m1_encode(job, search_lazy<m1_writer>);
-}
+constexpr i32 (*m1_levels[])(const block_job&){
+    m1_encode_greedy, m1_encode_greedy_ins, m1_encode_lazy, m1_encode_pair,
+    m1_encode_ways,   m1_encode_ways,       m1_encode_ways, m1_encode_ways,
+};
 
 i32 m1_run_encoder(const block_job& job, void* /*state*/)
 {
-    switch (job.parameters.level) {
-    case 0:
-        return m1_encode_greedy(job);
-    case 1:
-        return m1_encode_greedy_ins(job);
-    case 2:
-        return m1_encode_lazy(job);
-    default:
-        return -1;
-    }
+    const u32 level = job.parameters.level;
+    return level < std::size(m1_levels) ? m1_levels[level](job) : -1;
 }
 
 } // namespace

@@ -84,4 +84,11 @@ inline void release_nothing(const block_job& /*job*/, void* /*state*/) {}
 /// Copies the block to `out_buf` unchanged and returns its length, which marks it as stored.
 i32 store_block(const block_job& job);
 
+/// The result of an encoder whose stream of `len` bytes is at `out_buf`.  One that is not shorter
+/// than the block gives way to the block itself; a length of 0 stands for such a stream.
+inline i32 shorter_stream(const block_job& job, u32 len)
+{
+    return len != 0 && len < job.in_len ? static_cast<i32>(len) : store_block(job);
+}
+
 } // namespace quarnex

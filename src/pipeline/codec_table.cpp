@@ -1,17 +1,20 @@
 #include "pipeline/codec_table.h"
 
 #include "method1/m1_codec.h"
+#include "method5/m5_codec.h"
 
 #include <algorithm>
 
 namespace quarnex {
 
-const std::array<const codec_entry*, 8> encoder_table{nullptr, &m1_encoder};
-const std::array<const codec_entry*, 8> decoder_table{nullptr, &m1_decoder};
+const std::array<const codec_entry*, 8> encoder_table{nullptr, &m1_encoder, nullptr,
+                                                      nullptr, nullptr,     &m5_encoder};
+const std::array<const codec_entry*, 8> decoder_table{nullptr, &m1_decoder, nullptr,
+                                                      nullptr, nullptr,     &m5_decoder};
 
 bool has_encoder(u8 method, u8 level)
 {
-    return method == 1 && level <= 2;
+    return (method == 1 || method == 5) && level <= 7;
 }
 
 level_defaults fit_to_cache(u32 cache_kib)

@@ -1,0 +1,220 @@
+// match/bucket_search.h - the searches of levels 3 to 7: several candidates for a hash value
+//
+// Both tables are arrays in which hash value h owns a few neighbouring entries from h on: its
+// bucket.  Buckets overlap, so a table is hardly larger than one with a single candidate, and a
+// candidate may come from another hash value.  Every candidate is verified by its first four bytes:
+// such an entry, or a stale one, costs time but never correctness.
+//
+// The tables are large (128 MiB at the highest levels) and mostly empty.  They are made of fresh
+// pages that are zero, and each bucket is fetched some positions before it is needed.
+#pragma once
+
+#include "common/owned_array.h"
+#include "match/concepts.h"
+#include "match/found_match.h"
+
+#include <optional>
+
+namespace quarnex {
+
+/// Two candidates for a hash value, the latest first: an insertion moves the first to the second
+/// place, which is also the next bucket's first.  All entries start at `Start`.
+template <u32 Start>
+class pair_table {
+  public:
+    /// Without memory it converts to false.
+    explicit pair_table(search_bits bits)
+        : entries_(make_zeroed_array<u32>((usize{1} << bits.hash_bits) + 1)),
+          hash_bits_(bits.hash_bits)
+    {
+    }
+
+    explicit operator bool() const { return entries_ != nullptr; }
+
+    void insert(const block_text& text, u32 pos)
+    {
+        u32* const bucket = bucket_of(text, pos);
+        bucket[1] = bucket[0];
+        bucket[0] = pos - Start;
+    }
+
+    /// A look at the candidates of one position, in order.
+    class walk {
+      public:
+        walk(const pair_table& table, const block_text& text, u32 pos)
+            : entry_(table.bucket_of(text, pos)), end_(entry_ + 2)
+        {
+        }
+        bool done() const { return entry_ == end_; }
+        void next() { ++entry_; }
+        u32 cand() const { return *entry_ + Start; }
+
+      private:
+        const u32* entry_;
+        const u32* end_;
+    };
+
+    /// Whether a match may start so near the block's end.
+    static bool may_match(const block_text& text, u32 pos) { return pos + 4 < text.size; }
+
+    /// Whether `cand` can be longer at `pos` than a match of `len` bytes.
+    static bool may_win(const block_text& text, u32 pos, u32 cand, u32 len)
+    {
+        return text.same_byte(pos + len, cand + len);
+    }
+
+    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    void insert_end(const block_text& text, u32 end, u32 /*len*/)
+    {
+        insert(text, end - 1);
+        insert(text, end - 2);
+    }
+
+  private:
+    u32* bucket_of(const block_text& text, u32 pos) const
+    {
+        return &entries_[text.hash(pos, hash_bits_)];
+    }
+
+    owned_array<u32> entries_; // positions, counted from Start, so that zeros need no filling
+    i32 hash_bits_;
+};
+
+/// A ring of 2^chain_bits candidates for a hash value.
+///
+/// An entry holds a position in its upper 24 bits; higher positions are kept modulo 2^24 and so
+/// name an earlier place, which is verified like any other.  The lowest 8 bits of a bucket's first
+/// entry are the place of the latest insertion in the ring.
+class ring_table {
+  public:
+    /// Without memory it converts to false.
+    explicit ring_table(search_bits bits)
+        : entries_(make_zeroed_array<u32>((usize{1} << bits.hash_bits) +
+                                          (usize{1} << bits.chain_bits) + 1)),
+          hash_bits_(bits.hash_bits), size_(1U << bits.chain_bits)
+    {
+    }
+
+    explicit operator bool() const { return entries_ != nullptr; }
+
+    void insert(const block_text& text, u32 pos)
+    {
+        u32* const ring_bucket = bucket_of(text, pos);
+        const u32 cursor = (*ring_bucket + 1) & (size_ - 1);
+        *ring_bucket = (*ring_bucket & ~cursor_mask) | cursor;
+        u32& entry = ring_bucket[cursor];
+        entry = pos << cursor_bits | (entry & cursor_mask);
+    }
+
+    /// A look at the candidates of one position, in the order of their places.  It ends at the
+    /// first entry that is all zero; the first one is looked at in any case.
+    class walk {
+      public:
+        walk(const ring_table& table, const block_text& text, u32 pos)
+            : entry_(table.bucket_of(text, pos)), end_(entry_ + table.size_)
+        {
+        }
+        bool done() const { return entry_ == end_; }
+        void next()
+        {
+            ++entry_;
+            if (entry_ != end_ && *entry_ == 0) entry_ = end_;
+        }
+        u32 cand() const { return *entry_ >> cursor_bits; }
+
+      private:
+        const u32* entry_;
+        const u32* end_;
+    };
+
+    /// Whether a match may start so near the block's end.
+    static bool may_match(const block_text& /*text*/, u32 /*pos*/) { return true; }
+
+    /// Whether `cand` can win at `pos` against a match of `len` bytes.
+    static bool may_win(const block_text& text, u32 pos, u32 cand, u32 len)
+    {
+        return text.same_two(pos + len - 3, cand + len - 3);
+    }
+
+    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    void insert_end(const block_text& text, u32 end, u32 len)
+    {
+        insert(text, end - 1);
+        if (len > 4) insert(text, end - 2);
+    }
+
+  private:
+    static constexpr u32 cursor_bits = 8;
+    static constexpr u32 cursor_mask = (1U << cursor_bits) - 1;
+
+    u32* bucket_of(const block_text& text, u32 pos) const
+    {
+        return &entries_[text.hash(pos, hash_bits_)];
+    }
+
+    owned_array<u32> entries_;
+    i32 hash_bits_;
+    u32 size_; // candidates of a ring
+};
+
+/// The best candidate at `pos`: the first that matches, or a later one that is better.
+template <class Table>
+found_match find_best(const block_text& text, const Table& table, u32 pos)
+{
+    if (!Table::may_match(text, pos)) return {0, 0};
+    typename Table::walk walk(table, text, pos);
+    while (!text.same_word(walk.cand(), pos)) {
+        walk.next();
+        if (walk.done()) return {0, 0};
+    }
+    found_match best{text.match_length(pos, walk.cand()), pos - walk.cand()};
+    for (walk.next(); !walk.done(); walk.next()) {
+        const u32 cand = walk.cand();
+        if (!Table::may_win(text, pos, cand, best.len) || !text.same_word(cand, pos)) continue;
+        const found_match found{text.match_length(pos, cand), pos - cand};
+        const auto longer = static_cast<i32>(found.len - best.len);
+        if (better_match(longer, best.dist, found.dist)) best = found;
+    }
+    return best;
+}
+
+/// Compares the match at `pos` with all candidates of the position `Ahead` bytes on.  True if one
+/// of them is worth a literal at `pos`; else the best one may have replaced the match.
+template <u32 Ahead, class Table>
+bool looks_better_ahead(const block_text& text, const Table& table, u32 pos, found_match& best)
+{
+    for (typename Table::walk walk(table, text, pos + Ahead); !walk.done(); walk.next()) {
+        if (prefers_literal<Ahead>(text, pos, walk.cand(), best)) return true;
+    }
+    return false;
+}
+
+/// Lazy search with several candidates: a match is compared with those of the next two positions
+/// before it is taken.
+///
+/// Starts with an empty table, takes the whole block and stops early when `out` is full.  Returns
+/// `out`, or nothing without memory for the table.
+template <class Table, token_writer Writer>
+[[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
+                                                   Writer out)
+{
+    Table table(bits);
+    if (!table) return {};
+    for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
+        found_match best = find_best(text, table, pos);
+        table.insert(text, pos);
+        if (best.len == 0 || looks_better_ahead<1>(text, table, pos, best) ||
+            looks_better_ahead<2>(text, table, pos, best)) {
+            out.literal(pos++);
+            continue;
+        }
+        table.insert(text, pos + 1);
+        table.insert(text, pos + 2);
+        out.match(pos, best.len, best.dist);
+        pos += best.len;
+        table.insert_end(text, pos, best.len);
+    }
+    return out;
+}
+
+} // namespace quarnex

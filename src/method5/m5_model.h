@@ -1,0 +1,69 @@
+// method5/m5_model.h - what method 5 learns of a block
+#pragma once
+
+#include "method5/m5_format.h"
+#include "pipeline/codec.h"
+
+namespace quarnex {
+
+/// The model of one binary decision: two estimates of the probability that the bit is 0, in units
+/// of 1/32768.  One follows quickly, the other slowly; coding uses their mean.
+///
+/// Both live in one word, `fast` in its lower half, so that one load and one store move them and
+/// they are updated together.
+class m5_prob_pair {
+  public:
+    constexpr u32 fast() const { return halves_ & 0xFFFF; }
+    constexpr u32 slow() const { return halves_ >> 16; }
+
+    /// The probability that coding uses.
+    constexpr u32 mean() const { return (fast() + slow()) >> 1; }
+
+    /// Moves both estimates towards the bit that came.  Neither reaches 0 or 1.
+    constexpr void update(u32 bit)
+    {
+        const u32 up = bit - 1;   // all ones for a 0
+        const u32 down = 0 - bit; // all ones for a 1
+        // How far both are from the end that they move to: 32768 or 0.
+        const u32 rest = (ends & up) + ((halves_ ^ up) - up);
+        const u32 step = (rest >> fast_shift & fast_mask) | (rest >> slow_shift & slow_mask);
+        halves_ += (step ^ down) - down;
+    }
+
+  private:
+    static constexpr u32 fast_shift = 3;
+    static constexpr u32 slow_shift = 6;
+    static constexpr u32 fast_mask = 0xFFFFU >> fast_shift;
+    static constexpr u32 slow_mask = 0xFFFFU >> slow_shift << 16;
+    static constexpr u32 ends = 0x80008000;
+
+    u32 halves_ = 0x40004000;
+};
+static_assert(sizeof(m5_prob_pair) == 4);
+
+/// All models of a block.  A new one knows nothing: each bit has the probability one half.
+struct m5_model {
+    /// Literals by place (the bit's number in its nibble) and by the twelve bits in front of it.
+    m5_prob_pair lit_high[4][4096];
+    m5_prob_pair lit_low[4][4096];
+    /// Literal or match by the previous byte.
+    m5_prob_pair match_flag[256];
+    /// Steps of a length's unary prefix, from 1 on.
+    m5_prob_pair len_prefix[m5_max_length_bits + 1];
+    /// Bits of a length by their number less one, and by place.
+    m5_prob_pair len_bits[m5_max_length_bits][m5_max_length_bits];
+    /// Trees of slots by the length class.
+    m5_prob_pair dist_slot[m5_length_classes][value_slots];
+    /// Trees of the extra bits of the middle slots; the tree of a slot starts at slot_base().
+    m5_prob_pair dist_mid[slot_base(m5_first_high_slot)];
+    /// Trees of the top extra bits of the high slots.
+    m5_prob_pair dist_top[value_slots - m5_first_high_slot][1U << m5_top_bits];
+};
+
+/// Makes the models of one block; null without memory.
+void* m5_encoder_init(const block_job& job);
+void* m5_decoder_init(const block_job& job);
+/// Frees them.
+void m5_release(const block_job& job, void* model);
+
+} // namespace quarnex

@@ -1,0 +1,110 @@
+// method5/m5_tokens.h - the token writer of method 5
+#pragma once
+
+#include "match/concepts.h"
+#include "method5/m5_coder.h"
+#include "pipeline/codec.h"
+
+#include <bit>
+
+namespace quarnex {
+
+/// Writes literals and matches of at least MinMatch bytes as a stream of method 5.
+template <u32 MinMatch>
+class m5_tokens {
+  public:
+    static constexpr u32 first_pos = m5_raw_bytes;
+
+    /// Starts a stream for a block.
+    m5_tokens(const block_job& job, m5_model& model)
+        : model_(model), text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
+          registers_(m5_start_encoder(job.out_buf + m5_raw_bytes))
+    {
+        store_u16(begin_, load_u16(text_));
+        load_history(first_pos);
+    }
+
+    bool full() const { return registers_.out >= limit_; }
+
+    void literal(u32 pos)
+    {
+        // Each bit has the twelve bits above it for its context.
+        const u32 bits = history_ << 8 | text_[pos];
+        m5_encode_bit(registers_, model_.match_flag[history_ & 0xFF], 0);
+        for (u32 place = 4; place-- != 0;) {
+            m5_encode_bit(registers_, model_.lit_high[place][bits >> (place + 5) & 0xFFF],
+                          bits >> (place + 4) & 1);
+        }
+        for (u32 place = 4; place-- != 0;) {
+            m5_encode_bit(registers_, model_.lit_low[place][bits >> (place + 1) & 0xFFF],
+                          bits >> place & 1);
+        }
+        history_ = bits;
+    }
+
+    void match(u32 pos, u32 len, u32 dist)
+    {
+        m5_encode_bit(registers_, model_.match_flag[history_ & 0xFF], 1);
+        const u32 length_value = len - MinMatch + m5_least_length_value;
+        put_length(length_value);
+        put_offset(dist - 1, model_.dist_slot[m5_length_class(length_value)]);
+        load_history(pos + len);
+    }
+
+    /// Ends the stream.  Returns its length.
+    u32 finish()
+    {
+        m5_flush(registers_);
+        return static_cast<u32>(registers_.out - begin_);
+    }
+
+  private:
+    /// Takes the context of the token at `pos`.
+    void load_history(u32 pos) { history_ = u32{text_[pos - 2]} << 8 | text_[pos - 1]; }
+
+    void put_length(u32 length_value)
+    {
+        const auto below = static_cast<u32>(std::bit_width(length_value)) - 1; // the leading one
+        for (u32 step = 1; step < below; ++step) {
+            m5_encode_bit(registers_, model_.len_prefix[step], 1);
+        }
+        m5_encode_bit(registers_, model_.len_prefix[below], 0);
+        for (u32 place = below; place-- != 0;) {
+            m5_encode_bit(registers_, model_.len_bits[below - 1][place], length_value >> place & 1);
+        }
+    }
+
+    void put_offset(u32 offset, m5_prob_pair* slots)
+    {
+        const u32 slot = value_slot(offset);
+        m5_encode_tree(registers_, slots, slot, m5_slot_bits);
+        if (slot < plain_slots) return;
+        const u32 width = slot_extra_bits(slot);
+        const u32 extra = offset - slot_base(slot);
+        if (slot < m5_first_high_slot) {
+            m5_encode_tree(registers_, model_.dist_mid + slot_base(slot), extra, width);
+            return;
+        }
+        const u32 direct = width - m5_top_bits;
+        m5_encode_tree(registers_, model_.dist_top[slot - m5_first_high_slot], extra >> direct,
+                       m5_top_bits);
+        m5_encode_direct(registers_, extra & ((1U << direct) - 1), direct);
+    }
+
+    m5_model& model_;
+    const u8* text_;
+    u8* begin_;
+    u8* limit_; // a stream that gets here is not shorter than the block
+    m5_encoder_registers registers_;
+    u32 history_; // the last bytes, of which twelve bits count
+};
+
+/// More than a token can take: no decision writes more than two bytes, and none has more of them
+/// than a match of 2^32 - 1 bytes.
+inline constexpr u32 m5_token_max_bytes =
+    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + m5_top_bits + 2);
+static_assert(m5_raw_bytes + m5_token_max_bytes + 1 + m5_flush_bytes <= out_slack);
+
+static_assert(token_writer<m5_tokens<4>>);
+
+} // namespace quarnex
