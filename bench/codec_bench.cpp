@@ -1,10 +1,10 @@
-// codec_bench - the codecs in memory, on one thread, next to a well-known peer
+// codec_bench - the codecs in memory, on one thread, next to well-known peers
 //
 //     codec_bench [--benchmark_... options] FILE...
 //
-// For each file: every built level of every method encodes and decodes it as one block, and so does
-// LZ4, all in buffers like those of the program, in large pages.  "ratio" is the size of the result
-// over the size of the file.
+// For each file: every built level of every method encodes and decodes it as one block, and so do
+// LZ4 and xz, all in buffers like those of the program, in large pages.  "ratio" is the size of the
+// result over the size of the file.
 #include "common/owned_array.h"
 #include "common/platform.h"
 #include "pipeline/codec_table.h"
@@ -15,8 +15,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <lz4.h>
+#include <lz4hc.h>
+#include <lzma.h>
 #include <new>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -24,10 +28,13 @@ namespace quarnex {
 namespace {
 
 using bytes = owned_array<u8>;
+using input = std::span<const u8>;
+using output = std::span<u8>;
 
-/// A large buffer of zeros.
+/// A large buffer of zeros, with any codec's slack behind `size`.
 bytes make_buffer(usize size)
 {
+    size += std::max({in_slack, out_slack, payload_slack});
     bytes buffer = make_large_buffer(size);
     if (!buffer) throw std::bad_alloc();
     std::memset(buffer.get(), 0, size);
@@ -36,138 +43,179 @@ bytes make_buffer(usize size)
 
 struct sample {
     std::string name;
-    bytes data; // with slack behind `size`
+    bytes data;
     usize size;
+
+    input text() const { return {data.get(), size}; }
 };
 
 sample load(const std::string& path)
 {
     const usize size = std::filesystem::file_size(path);
-    sample file{std::filesystem::path(path).filename().string(), make_buffer(size + in_slack),
-                size};
+    sample file{std::filesystem::path(path).filename().string(), make_buffer(size), size};
     std::ifstream stream(path, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
     stream.read(reinterpret_cast<char*>(file.data.get()), static_cast<std::streamsize>(size));
     return file;
 }
 
-/// A job that encodes the sample into `out`, which has room for the slack of a payload too.
-block_job encoding_job(const sample& file, u8 method, u8 level, bytes& out)
-{
-    out = make_buffer(file.size + std::max(out_slack, payload_slack));
-    block_job job;
-    job.parameters.method = method;
-    job.parameters.level = level;
-    apply_defaults(job.parameters, fit_to_cache(second_level_cache_kib()));
-    job.in_buf = file.data.get();
-    job.in_len = static_cast<u32>(file.size);
-    job.out_buf = out.get();
-    return job;
-}
+/// One who takes part in the race.  Both functions return how many bytes they made, or 0 if they
+/// failed.
+struct contender {
+    std::string name;
+    std::function<usize(usize size)> bound; // the room that encoding `size` bytes may need
+    std::function<usize(input, output)> encode;
+    std::function<usize(input, output)> decode;
+};
 
-i32 run_codec(const codec_entry& codec, const block_job& job)
+usize run_codec(const codec_entry& codec, const file_parameters& parameters, input in, output out)
 {
+    block_job job;
+    job.parameters = parameters;
+    job.in_buf = in.data();
+    job.in_len = static_cast<u32>(in.size());
+    job.out_buf = out.data();
+    job.out_len = static_cast<u32>(out.size());
     void* const codec_state = codec.init(job);
+    if (codec_state == nullptr) return 0;
     const i32 size = codec.run(job, codec_state);
     codec.release(job, codec_state);
-    return size;
+    return static_cast<usize>(std::max(size, 0));
 }
 
-void check_restored(benchmark::State& state, const sample& file, const bytes& out)
+contender codec(u8 method, u8 level)
 {
-    if (std::memcmp(out.get(), file.data.get(), file.size) != 0) state.SkipWithError("differs");
-}
-
-void report(benchmark::State& state, const sample& file, double coded_size)
-{
-    state.SetBytesProcessed(static_cast<i64>(state.iterations()) * static_cast<i64>(file.size));
-    state.counters["ratio"] = coded_size / static_cast<double>(file.size);
-}
-
-void encode(benchmark::State& state, const sample& file, u8 method, u8 level)
-{
-    bytes out;
-    const block_job job = encoding_job(file, method, level, out);
-    i32 size = 0;
-    for (auto _ : state) size = run_codec(*encoder_table[method], job);
-    report(state, file, size);
-}
-
-void decode(benchmark::State& state, const sample& file, u8 method, u8 level)
-{
-    bytes payload;
-    const block_job encoding = encoding_job(file, method, level, payload);
-    const i32 size = run_codec(*encoder_table[method], encoding);
-    if (size < 0) return state.SkipWithError("failed");
-    if (static_cast<usize>(size) == file.size) return state.SkipWithError("stored");
-    std::memset(payload.get() + size, 0, payload_slack);
-    const bytes out = make_buffer(file.size + out_slack);
-    block_job job;
-    job.parameters = encoding.parameters;
-    job.in_buf = payload.get();
-    job.in_len = static_cast<u32>(size);
-    job.out_buf = out.get();
-    job.out_len = static_cast<u32>(file.size);
-    for (auto _ : state) benchmark::DoNotOptimize(run_codec(*decoder_table[method], job));
-    check_restored(state, file, out);
-    report(state, file, size);
-}
-
-int lz4_encode_once(const sample& file, bytes& out, int room)
-{
-    return LZ4_compress_default(reinterpret_cast<const char*>(file.data.get()),
-                                reinterpret_cast<char*>(out.get()), static_cast<int>(file.size),
-                                room);
-}
-
-/// How much LZ4 may need for a sample.
-int lz4_room(const sample& file)
-{
-    return LZ4_compressBound(static_cast<int>(file.size));
-}
-
-void lz4_encode(benchmark::State& state, const sample& file)
-{
-    const int room = lz4_room(file);
-    bytes out = make_buffer(static_cast<usize>(room));
-    int size = 0;
-    for (auto _ : state) size = lz4_encode_once(file, out, room);
-    report(state, file, size);
-}
-
-void lz4_decode(benchmark::State& state, const sample& file)
-{
-    const int room = lz4_room(file);
-    bytes payload = make_buffer(static_cast<usize>(room));
-    const int size = lz4_encode_once(file, payload, room);
-    const bytes out = make_buffer(file.size);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(LZ4_decompress_safe(reinterpret_cast<const char*>(payload.get()),
-                                                     reinterpret_cast<char*>(out.get()), size,
-                                                     static_cast<int>(file.size)));
-    }
-    check_restored(state, file, out);
-    report(state, file, size);
-}
-
-void register_sample(const sample& file)
-{
-    const std::string slash = "/" + file.name;
-    const auto add = [&](const std::string& name, auto function, auto... arguments) {
-        benchmark::RegisterBenchmark((name + slash).c_str(), [=, &file](benchmark::State& state) {
-            function(state, file, arguments...);
-        })->Unit(benchmark::kMillisecond);
+    file_parameters parameters;
+    parameters.method = method;
+    parameters.level = level;
+    apply_defaults(parameters, fit_to_cache(second_level_cache_kib()));
+    const auto run = [parameters](const codec_entry& entry) {
+        return [&entry, parameters](input in, output out) {
+            return run_codec(entry, parameters, in, out);
+        };
     };
-    add("encode/lz4", lz4_encode);
-    add("decode/lz4", lz4_decode);
+    return {std::to_string(method) + std::to_string(level), std::identity(),
+            run(*encoder_table[method]), run(*decoder_table[method])};
+}
+
+/// Calls a function of LZ4.
+usize run_lz4(auto function, input in, output out, auto... level)
+{
+    const int size =
+        function(reinterpret_cast<const char*>(in.data()), reinterpret_cast<char*>(out.data()),
+                 static_cast<int>(in.size()), static_cast<int>(out.size()), level...);
+    return static_cast<usize>(std::max(size, 0));
+}
+
+/// LZ4 with its fast compressor, or with the other one at a level.
+contender lz4(const std::string& name, auto function, auto... level)
+{
+    const auto bound = [](usize size) {
+        return static_cast<usize>(LZ4_compressBound(static_cast<int>(size)));
+    };
+    const auto encode = [=](input in, output out) { return run_lz4(function, in, out, level...); };
+    const auto decode = [](input in, output out) { return run_lz4(LZ4_decompress_safe, in, out); };
+    return {name, bound, encode, decode};
+}
+
+contender xz(u32 preset)
+{
+    const auto encode = [preset](input in, output out) {
+        usize size = 0;
+        const lzma_ret result = lzma_easy_buffer_encode(preset, LZMA_CHECK_NONE, nullptr, in.data(),
+                                                        in.size(), out.data(), &size, out.size());
+        return result == LZMA_OK ? size : 0;
+    };
+    const auto decode = [](input in, output out) {
+        u64 memory_limit = UINT64_MAX;
+        usize taken = 0;
+        usize size = 0;
+        const lzma_ret result = lzma_stream_buffer_decode(
+            &memory_limit, 0, nullptr, in.data(), &taken, in.size(), out.data(), &size, out.size());
+        return result == LZMA_OK ? size : 0;
+    };
+    return {"xz-" + std::to_string(preset), lzma_stream_buffer_bound, encode, decode};
+}
+
+std::vector<contender> all_racers()
+{
+    std::vector<contender> racers{
+        lz4("lz4", LZ4_compress_default),
+        lz4("lz4-3", LZ4_compress_HC, 3),
+        lz4("lz4-9", LZ4_compress_HC, 9),
+        xz(0),
+        xz(1),
+        xz(6),
+    };
     for (u8 method = first_method; method <= last_method; ++method) {
         for (u8 level = 0; level <= last_level; ++level) {
-            if (!has_encoder(method, level)) continue;
-            const std::string cell = std::to_string(method) + std::to_string(level);
-            add("encode/" + cell, encode, method, level);
-            add("decode/" + cell, decode, method, level);
+            if (has_encoder(method, level)) racers.push_back(codec(method, level));
         }
     }
+    return racers;
+}
+
+void report(benchmark::State& state, const sample& file, usize coded_size)
+{
+    state.SetBytesProcessed(static_cast<i64>(state.iterations()) * static_cast<i64>(file.size));
+    state.counters["ratio"] = static_cast<double>(coded_size) / static_cast<double>(file.size);
+}
+
+void encode(benchmark::State& state, const sample& file, const contender& racer)
+{
+    const usize room = racer.bound(file.size);
+    const bytes out = make_buffer(room);
+    usize size = 0;
+    for (auto _ : state) size = racer.encode(file.text(), {out.get(), room});
+    if (size == 0) state.SkipWithError("failed");
+    report(state, file, size);
+}
+
+struct payload {
+    const sample* file = nullptr;
+    const contender* racer = nullptr;
+    bytes data;
+    usize size = 0;
+};
+
+/// The sample as the racer encodes it, made once.  A benchmark is called several times until its
+/// number of repetitions is found; slow encoders must not run anew each time.
+const payload& payload_of(const sample& file, const contender& racer)
+{
+    static payload latest;
+    if (latest.file == &file && latest.racer == &racer) return latest;
+    const usize room = racer.bound(file.size);
+    latest = {&file, &racer, make_buffer(room), 0};
+    latest.size = racer.encode(file.text(), {latest.data.get(), room});
+    std::memset(latest.data.get() + latest.size, 0, payload_slack);
+    return latest;
+}
+
+void decode(benchmark::State& state, const sample& file, const contender& racer)
+{
+    const payload& coded = payload_of(file, racer);
+    if (coded.size == 0) return state.SkipWithError("failed");
+    if (coded.size == file.size) return state.SkipWithError("stored");
+    const bytes out = make_buffer(file.size);
+    usize size = 0;
+    for (auto _ : state) {
+        size = racer.decode({coded.data.get(), coded.size}, {out.get(), file.size});
+    }
+    if (size != file.size || std::memcmp(out.get(), file.data.get(), size) != 0) {
+        state.SkipWithError("differs");
+    }
+    report(state, file, coded.size);
+}
+
+void register_race(const sample& file, const contender& racer)
+{
+    const auto add = [&](const std::string& what, auto function) {
+        const std::string name = what + "/" + racer.name + "/" + file.name;
+        benchmark::RegisterBenchmark(name.c_str(), function, std::cref(file), std::cref(racer))
+            ->Unit(benchmark::kMillisecond);
+    };
+    add("encode", encode);
+    add("decode", decode);
 }
 
 } // namespace
@@ -183,6 +231,9 @@ int main(int argc, char** argv)
     std::vector<quarnex::sample> samples;
     for (int i = 1; i < argc; ++i) samples.push_back(quarnex::load(argv[i]));
     std::erase_if(samples, [](const auto& file) { return file.size == 0; });
-    for (const auto& file : samples) quarnex::register_sample(file);
+    const std::vector<quarnex::contender> racers = quarnex::all_racers();
+    for (const auto& file : samples) {
+        for (const auto& racer : racers) quarnex::register_race(file, racer);
+    }
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -17,6 +17,11 @@ inline constexpr u32 m5_least_range = 1U << 24;
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
+/// The most bytes that the coder moves in a token.  The longest is a match; a modelled bit moves up
+/// to two bytes, a group of direct bits up to three.
+inline constexpr u32 m5_token_max_bytes =
+    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + m5_top_bits) + 3;
+
 /// Bytes that the flush of a stream writes behind the first.
 inline constexpr u32 m5_flush_bytes = 4;
 
@@ -96,14 +101,14 @@ inline void m5_flush(m5_encoder_registers& to)
 /// Where a decoder is.
 struct m5_decoder_registers {
     const u8* in; // the next byte
-    u32 code;     // the stream's place in the interval
+    u32 code;     // the stream's place in the interval, below `range`
     u32 range = m5_full_range;
 };
 
 /// Bytes that the start of a stream takes.
 inline constexpr u32 m5_start_bytes = 5;
 
-/// Starts to decode at `in`.
+/// Starts to decode at `in`.  In a damaged stream `code` may not be below `range`.
 inline m5_decoder_registers m5_start_decoder(const u8* in)
 {
     return {in + m5_start_bytes, byte_swap(load_u32(in + 1))};
@@ -117,24 +122,24 @@ inline void m5_normalize(m5_decoder_registers& from)
     }
 }
 
-/// Decodes one bit by its model.
-inline u32 m5_decode_bit(m5_decoder_registers& from, m5_prob_pair& pair)
+/// Decodes one bit by its model, with a branch on it: for bits that are easy to guess.
+[[gnu::always_inline]] inline u32 m5_decode_bit(m5_decoder_registers& from, m5_prob_pair& pair)
 {
     const u32 bound = pair.mean() * (from.range >> m5_prob_bits);
-    u32 bit = 0;
     if (from.code < bound) {
         from.range = bound;
-    } else {
-        from.code -= bound;
-        from.range -= bound;
-        bit = 1;
+        pair.update(0);
+        m5_normalize(from);
+        return 0;
     }
-    pair.update(bit);
+    from.code -= bound;
+    from.range -= bound;
+    pair.update(1);
     m5_normalize(from);
-    return bit;
+    return 1;
 }
 
-/// Decodes a number of `count` bits (1 to 22).  In a damaged stream it can be larger.
+/// Decodes `count` bits (1 to 22).  In a damaged stream the number can be larger.
 inline u32 m5_decode_direct(m5_decoder_registers& from, u32 count)
 {
     from.range >>= count;
@@ -144,12 +149,88 @@ inline u32 m5_decode_direct(m5_decoder_registers& from, u32 count)
     return value;
 }
 
+// Bits that are hard to guess are decoded without a branch, in a chain of steps.  While a step
+// waits for its bit, the two pairs between which the bit chooses have come from memory already.
+
+/// What a bit decides.
+struct m5_outcome {
+    u32 range;
+    u32 code;
+    u32 halves;  // of the next pair
+    u32 mean;    // of the next pair
+    u32 towards; // where the current pair moves
+};
+
+/// Makes `if_0` what the next step goes on with and shifts the bit into `bits`.
+[[gnu::always_inline]] inline void m5_decide(u32 bound, m5_outcome& if_0, const m5_outcome& if_1,
+                                             u32& bits)
+{
+    bits <<= 1;
+#if defined(__x86_64__)
+    asm("cmp %[bound], %[code]\n\t"
+        "cmovae %[range_1], %[range]\n\t"
+        "cmovae %[mean_1], %[mean]\n\t"
+        "cmovae %[code_1], %[code]\n\t"
+        "cmovae %[halves_1], %[halves]\n\t"
+        "cmovae %[towards_1], %[towards]\n\t"
+        "sbb $-1, %[bits]"
+        : [range] "+r"(if_0.range), [code] "+r"(if_0.code), [halves] "+r"(if_0.halves),
+          [mean] "+r"(if_0.mean), [towards] "+r"(if_0.towards), [bits] "+r"(bits)
+        : [bound] "r"(bound), [range_1] "r"(if_1.range), [code_1] "r"(if_1.code),
+          [halves_1] "r"(if_1.halves), [mean_1] "r"(if_1.mean), [towards_1] "r"(if_1.towards)
+        : "cc");
+#else
+    if (if_0.code >= bound) {
+        if_0 = if_1;
+        ++bits;
+    }
+#endif
+}
+
+/// A chain of steps: the pair of the next one.
+class m5_decoder_chain {
+  public:
+    explicit m5_decoder_chain(const m5_prob_pair& first)
+        : halves_(first.halves), mean_(first.mean())
+    {
+    }
+
+    /// Decodes a bit by the pair that was chosen, which is at `at`, and shifts it into `bits`.  It
+    /// chooses between the two pairs at `next`.
+    [[gnu::always_inline]] void step(m5_decoder_registers& from, m5_prob_pair* at,
+                                     const m5_prob_pair* next, u32& bits)
+    {
+        const u32 bound = mean_ * (from.range >> m5_prob_bits);
+        const u64 both = next[0].halves | u64{next[1].halves} << 32;
+        const u64 sums = both + (both << 16); // twice each mean in the upper half of its word
+        m5_outcome outcome{bound, from.code, static_cast<u32>(both), static_cast<u32>(sums) >> 17,
+                           m5_prob_pair::to_full};
+        const m5_outcome if_1{from.range - bound, from.code - bound, static_cast<u32>(both >> 32),
+                              static_cast<u32>(sums >> 49), m5_prob_pair::to_zero};
+        m5_decide(bound, outcome, if_1, bits);
+        at->halves = m5_prob_pair::moved(halves_, outcome.towards);
+        halves_ = outcome.halves;
+        mean_ = outcome.mean;
+        from.range = outcome.range;
+        from.code = outcome.code;
+        m5_normalize(from);
+    }
+
+  private:
+    u32 halves_;
+    u32 mean_;
+};
+
 /// Decodes a number of `width` bits through a tree.
-inline u32 m5_decode_tree(m5_decoder_registers& from, m5_prob_pair* tree, u32 width)
+[[gnu::always_inline]] inline u32 m5_decode_tree(m5_decoder_registers& from, m5_prob_pair* tree,
+                                                 u32 width)
 {
     u32 index = 1;
+    m5_decoder_chain chain(tree[1]);
+#pragma GCC unroll 8
     for (u32 place = 0; place < width; ++place) {
-        index = 2 * index + m5_decode_bit(from, tree[index]);
+        const m5_prob_pair* const next = tree + (place + 1 < width ? 2 * index : 0);
+        chain.step(from, tree + index, next, index);
     }
     return index - (1U << width);
 }

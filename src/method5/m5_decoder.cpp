@@ -1,4 +1,12 @@
 // method5/m5_decoder.cpp - the decoder of method 5
+//
+// A token is decoded bit by bit, and each bit waits for the one before it.  What a token is and how
+// long is easy to guess, so those bits are branches; literals, slots and the bits of distances are
+// not, so those are chains without a branch.
+//
+// Both ends of the buffers are tested once a token: the slack of the payload is larger than what a
+// token can read, and a match is cut to the room that is left.  A damaged stream ends at the first
+// token that reads behind the payload, reaches before the block or can't be.
 #include "common/copy.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_coder.h"
@@ -8,79 +16,120 @@
 namespace quarnex {
 namespace {
 
+static_assert(m5_raw_bytes + m5_start_bytes + m5_token_max_bytes <= payload_slack);
+static_assert(copy_match_overrun <= out_slack);
+
 /// A stream while it is decoded.
 template <u32 MinMatch>
-struct m5_decoding {
-    m5_model& model;
-    u8* const begin;
-    const u32 size; // of the block
-    m5_decoder_registers registers;
-    u32 pos = m5_raw_bytes; // in the block
-    u32 history;            // the last bytes, of which twelve bits count
-
-    /// Takes a token.  False at damage.
-    bool take_token()
+class m5_decoding {
+  public:
+    /// Starts behind the raw bytes, which are in the block.
+    m5_decoding(const block_job& job, m5_model& model)
+        : model_(model), begin_(job.out_buf), size_(job.out_len),
+          registers_(m5_start_decoder(job.in_buf + m5_raw_bytes))
     {
-        if (m5_decode_bit(registers, model.match_flag[history & 0xFF]) != 0) return take_match();
+        load_history(begin_ + pos_);
+    }
+
+    /// Whether the first code bytes can be decoded at all.
+    bool starts() const { return registers_.code < registers_.range; }
+    /// Position in the block.
+    u32 pos() const { return pos_; }
+    /// Position in the payload.
+    const u8* in() const { return registers_.in; }
+
+    /// Takes a token.  False, with the position unchanged, at damage.
+    [[gnu::always_inline]] bool take_token()
+    {
+        if (m5_decode_bit(registers_, model_.match_flag[history_ & 0xFF]) != 0) return take_match();
         take_literal();
         return true;
     }
 
   private:
-    void take_literal()
+    /// Takes the context of the token at `place`.
+    void load_history(const u8* place) { history_ = u32{place[-2]} << 8 | place[-1]; }
+
+    [[gnu::always_inline]] void take_literal()
     {
-        u32 bits = history;
-        for (u32 place = 4; place-- != 0;) {
-            bits = bits << 1 | m5_decode_bit(registers, model.lit_high[place][bits & 0xFFF]);
-        }
-        for (u32 place = 4; place-- != 0;) {
-            bits = bits << 1 | m5_decode_bit(registers, model.lit_low[place][bits & 0xFFF]);
-        }
-        begin[pos++] = static_cast<u8>(bits);
-        history = bits;
+        u32 bits = history_;
+        m5_decoder_chain chain(model_.lit_high[3][bits & 0xFFF]);
+        take_nibble(chain, model_.lit_high, model_.lit_low[3], bits);
+        take_nibble(chain, model_.lit_low, model_.lit_low[0], bits); // there is no next bit
+        begin_[pos_++] = static_cast<u8>(bits);
+        history_ = bits;
     }
 
-    bool take_match()
+    /// Takes four bits of a literal into `bits`.  `behind` is the table of the bit behind them.
+    [[gnu::always_inline]] void take_nibble(m5_decoder_chain& chain, m5_prob_pair (&table)[4][4096],
+                                            const m5_prob_pair (&behind)[4096], u32& bits)
     {
-        u32 ones = 0;
-        while (m5_decode_bit(registers, model.len_prefix[ones + 1]) != 0) {
-            if (++ones == m5_max_length_bits) return false;
+#pragma GCC unroll 4
+        for (u32 step = 0; step < 4; ++step) {
+            m5_prob_pair* const at = &table[3 - step][bits & 0xFFF];
+            const m5_prob_pair* const next = step < 3 ? table[2 - step] : behind;
+            chain.step(registers_, at, next + (bits << 1 & 0xFFF), bits);
         }
-        u32 length_value = 1;
-        for (u32 place = ones + 1; place-- != 0;) {
-            length_value =
-                length_value << 1 | m5_decode_bit(registers, model.len_bits[ones][place]);
-        }
+    }
+
+    [[gnu::always_inline]] bool take_match()
+    {
+        const u32 length_value = take_length();
         if (length_value < m5_least_length_value) {
-            if (length_value == 0) return false;
+            if (length_value != m5_overflown_length) return false;
             take_literal();
             return true;
         }
-        const u32 offset = take_offset(model.dist_slot[m5_length_class(length_value)]);
-        if (offset >= pos) return false;
+        const u32 offset = take_offset(model_.dist_slot[m5_length_class(length_value)]);
+        if (offset >= pos_) return false;
         const u64 wanted = u64{length_value} - m5_least_length_value + MinMatch;
-        const auto len = static_cast<u32>(std::min<u64>(wanted, size - pos));
-        copy_match(begin + pos, offset + 1, len);
-        pos += len;
-        history = u32{begin[pos - 2]} << 8 | begin[pos - 1];
+        const auto len = static_cast<u32>(std::min<u64>(wanted, size_ - pos_));
+        const u32 dist = offset + 1;
+        copy_match(begin_ + pos_, dist, len);
+        pos_ += len;
+        // The copy can still be on its way to memory; where the match doesn't repeat itself, the
+        // same bytes are at its source.
+        load_history(begin_ + (pos_ - (dist < len ? 0 : dist)));
         return true;
     }
 
-    /// Takes a distance less one.
-    u32 take_offset(m5_prob_pair* slots)
+    /// Takes a length's number; 0 if it can't be.
+    [[gnu::always_inline]] u32 take_length()
     {
-        const u32 slot = m5_decode_tree(registers, slots, m5_slot_bits);
+        u32 ones = 0;
+        while (m5_decode_bit(registers_, model_.len_prefix[ones + 1]) != 0) {
+            if (++ones == m5_max_length_bits) return 0;
+        }
+        u32 length_value = 1;
+        for (u32 place = ones + 1; place-- != 0;) {
+            m5_prob_pair& pair = model_.len_bits[ones][place];
+            m5_decoder_chain(pair).step(registers_, &pair, &pair, length_value);
+        }
+        return length_value;
+    }
+
+    /// Takes a distance less one.
+    [[gnu::always_inline]] u32 take_offset(m5_prob_pair* slots)
+    {
+        const u32 slot = m5_decode_tree(registers_, slots, m5_slot_bits);
         if (slot < plain_slots) return slot;
         const u32 base = slot_base(slot);
         const u32 width = slot_extra_bits(slot);
         if (slot < m5_first_high_slot) {
-            return base + m5_decode_tree(registers, model.dist_mid + base, width);
+            return base + m5_decode_tree(registers_, model_.dist_mid + base, width);
         }
         const u32 direct = width - m5_top_bits;
-        const u32 top =
-            m5_decode_tree(registers, model.dist_top[slot - m5_first_high_slot], m5_top_bits);
-        return base + (top << direct) + m5_decode_direct(registers, direct);
+        m5_prob_pair* const tops = model_.dist_top[slot - m5_first_high_slot];
+        const u32 top = m5_decode_tree(registers_, tops, m5_top_bits);
+        return base + (top << direct) + m5_decode_direct(registers_, direct);
     }
+
+    m5_model& model_;
+    u8* const begin_;
+    const u32 size_; // of the block
+    m5_decoder_registers registers_;
+    u32 pos_ = m5_raw_bytes;
+    u32 history_ = 0; // the last bytes, of which twelve bits count
 };
 
 template <u32 MinMatch>
@@ -88,16 +137,13 @@ i32 m5_decode(const block_job& job, m5_model& model)
 {
     const u32 raw = std::min({m5_raw_bytes, job.in_len, job.out_len});
     std::copy_n(job.in_buf, raw, job.out_buf);
-    if (job.out_len <= m5_raw_bytes || raw < m5_raw_bytes) return static_cast<i32>(raw);
-    m5_decoding<MinMatch> stream{model, job.out_buf, job.out_len,
-                                 m5_start_decoder(job.in_buf + m5_raw_bytes)};
-    stream.history = u32{job.out_buf[0]} << 8 | job.out_buf[1];
-    const u8* const in_end = job.in_buf + job.in_len;
-    if (stream.registers.code == m5_full_range) return static_cast<i32>(raw);
     u32 done = raw;
-    while (done < job.out_len && stream.take_token() && stream.registers.in <= in_end) {
-        done = stream.pos;
-    }
+    if (raw < m5_raw_bytes) return static_cast<i32>(done);
+    m5_decoding<MinMatch> stream(job, model);
+    if (!stream.starts()) return static_cast<i32>(done);
+    // A token that reads behind the payload doesn't count: its last bits are made of zeros.
+    const u8* const in_end = job.in_buf + job.in_len;
+    while (done < job.out_len && stream.take_token() && stream.in() <= in_end) done = stream.pos();
     return static_cast<i32>(done);
 }
 

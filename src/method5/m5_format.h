@@ -33,7 +33,10 @@ inline constexpr u32 m5_raw_bytes = 2;
 
 /// The coded number of the shortest length.
 inline constexpr u32 m5_least_length_value = 2;
-/// Number of bits that a length's prefix can announce.
+/// What 32 bits can make of a number that is longer: not a match, but a literal at its place.
+/// Encoders never write it.
+inline constexpr u32 m5_overflown_length = 1;
+/// The most bits below the leading one that a length's prefix can announce.
 inline constexpr u32 m5_max_length_bits = 32;
 
 /// The models of a distance's slot by the length above the shortest.

@@ -9,41 +9,44 @@ namespace quarnex {
 /// The model of one binary decision: two estimates of the probability that the bit is 0, in units
 /// of 1/32768.  One follows quickly, the other slowly; coding uses their mean.
 ///
-/// Both live in one word, `fast` in its lower half, so that one load and one store move them and
-/// they are updated together.
-class m5_prob_pair {
-  public:
-    constexpr u32 fast() const { return halves_ & 0xFFFF; }
-    constexpr u32 slow() const { return halves_ >> 16; }
+/// Both live in one word, `fast` in its lower half: one load and one store move them, and they are
+/// updated together.  No sum below carries from one half to the other.
+struct m5_prob_pair {
+    u32 halves = 0x40004000;
+
+    constexpr u32 fast() const { return halves & 0xFFFF; }
+    constexpr u32 slow() const { return halves >> 16; }
 
     /// The probability that coding uses.
-    constexpr u32 mean() const { return (fast() + slow()) >> 1; }
+    constexpr u32 mean() const { return (halves + (halves << 16)) >> 17; }
 
-    /// Moves both estimates towards the bit that came.  Neither reaches 0 or 1.
-    constexpr void update(u32 bit)
+    constexpr void update(u32 bit) { halves = moved(halves, bit != 0 ? to_zero : to_full); }
+
+    // A bit takes the estimate e to e - ((e - end) >> shift), rounded down; the end is 0 or
+    // 32768 - (2^shift - 1), which leaves the same room on both sides.  What moved() adds for each
+    // end holds 32768 - end: so no difference is negative.  It is made good behind the shift.
+
+    static constexpr u32 to_zero = 0x80008000; // for a 1
+    static constexpr u32 to_full = 0x003F0007; // for a 0
+
+    /// Both estimates moved towards one end, to_zero or to_full.
+    static constexpr u32 moved(u32 halves, u32 towards)
     {
-        const u32 up = bit - 1;   // all ones for a 0
-        const u32 down = 0 - bit; // all ones for a 1
-        // How far both are from the end that they move to: 32768 or 0.
-        const u32 rest = (ends & up) + ((halves_ ^ up) - up);
-        const u32 step = (rest >> fast_shift & fast_mask) | (rest >> slow_shift & slow_mask);
-        halves_ += (step ^ down) - down;
+        constexpr u32 fast_shift = 3;
+        constexpr u32 slow_shift = 6;
+        constexpr u32 fast_mask = 0xFFFFU >> fast_shift;
+        constexpr u32 slow_mask = 0xFFFFU >> slow_shift << 16;
+        constexpr u32 made_good = 0x8000U >> fast_shift | 0x8000U >> slow_shift << 16;
+        const u32 rest = halves + towards;
+        const u32 step = (rest >> fast_shift & fast_mask) + (rest >> slow_shift & slow_mask);
+        return halves + made_good - step;
     }
-
-  private:
-    static constexpr u32 fast_shift = 3;
-    static constexpr u32 slow_shift = 6;
-    static constexpr u32 fast_mask = 0xFFFFU >> fast_shift;
-    static constexpr u32 slow_mask = 0xFFFFU >> slow_shift << 16;
-    static constexpr u32 ends = 0x80008000;
-
-    u32 halves_ = 0x40004000;
 };
 static_assert(sizeof(m5_prob_pair) == 4);
 
 /// All models of a block.  A new one knows nothing: each bit has the probability one half.
 struct m5_model {
-    /// Literals by place (the bit's number in its nibble) and by the twelve bits in front of it.
+    /// Literals by the bit's place in its nibble and by the twelve bits in front of it.
     m5_prob_pair lit_high[4][4096];
     m5_prob_pair lit_low[4][4096];
     /// Literal or match by the previous byte.

@@ -99,11 +99,10 @@ class m5_tokens {
     u32 history_; // the last bytes, of which twelve bits count
 };
 
-/// More than a token can take: no decision writes more than two bytes, and none has more of them
-/// than a match of 2^32 - 1 bytes.
-inline constexpr u32 m5_token_max_bytes =
-    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + m5_top_bits + 2);
-static_assert(m5_raw_bytes + m5_token_max_bytes + 1 + m5_flush_bytes <= out_slack);
+/// A token starts below the block's size, and the flush may follow it.
+static_assert(m5_token_max_bytes + m5_flush_bytes <= out_slack);
+/// Blocks of one byte have raw bytes and a flush behind their end.
+static_assert(m5_raw_bytes + m5_start_bytes <= out_slack);
 
 static_assert(token_writer<m5_tokens<4>>);
 

@@ -1,6 +1,6 @@
 #include "match/hash_search.h"
 
-#include "plain/m1_plain.h"
+#include "plain/plain_search.h"
 #include "support/shapes.h"
 
 #include <gtest/gtest.h>
@@ -141,7 +141,7 @@ TEST_P(hash_search_property, decides_as_the_plain_search_does)
             for (const u32 hash_bits : {10U, 16U}) {
                 const bytes block = shape.make(size, size + hash_bits);
                 EXPECT_EQ(search(block, GetParam(), hash_bits).tokens,
-                          test::m1_plain_search(block, GetParam(), hash_bits))
+                          test::plain_search(block, test::m1_rules, GetParam(), hash_bits, 1))
                     << shape.name << " of " << size << " bytes";
             }
         }

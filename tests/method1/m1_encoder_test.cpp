@@ -69,14 +69,15 @@ TEST(m1_encoder, a_short_token_reaches_length_7_and_distance_8192)
     bytes block = test::find_shape("random").make(9000, 5);
     std::copy_n(block.begin() + 100, 7, block.begin() + 8292);
     block[8299] = static_cast<u8>(block[107] ^ 1);
-    bytes expected = test::m1_plain_stream(block, test::m1_plain_search(block, 0, 20), 4);
+    bytes expected =
+        test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 20, 1), 4);
     // (8192 - 1) << 1 | 3 << 14 = 0xFFFE
     const bytes token{0xFE, 0xFF};
     EXPECT_NE(std::search(expected.begin(), expected.end(), token.begin(), token.end()),
               expected.end());
     EXPECT_EQ(encode(block, parameters_of(1, 0, 20)), block); // 8 bytes saved don't pay the flags
     block.insert(block.end(), 2000, 0);
-    expected = test::m1_plain_stream(block, test::m1_plain_search(block, 0, 20), 4);
+    expected = test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 20, 1), 4);
     EXPECT_EQ(encode(block, parameters_of(1, 0, 20)), expected);
 }
 
@@ -101,7 +102,8 @@ TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
     for (usize run = 1; run < 40; ++run) {
         bytes block = text("0123456789");
         block.insert(block.end(), run, 'x');
-        const bytes stream = test::m1_plain_stream(block, test::m1_plain_search(block, 0, 12), 4);
+        const bytes stream =
+            test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 12, 1), 4);
         const bytes expected = stream.size() < block.size() ? stream : block;
         EXPECT_EQ(encode(block, parameters_of(1, 0)), expected) << run;
     }

@@ -12,11 +12,6 @@ u32 word_at(const bytes& data, usize at)
     return word;
 }
 
-u8 byte_at(const bytes& data, usize at)
-{
-    return at < data.size() ? data[at] : 0;
-}
-
 void put_integer(bytes& out, u32 value)
 {
     if (value < 0x80) {
@@ -104,92 +99,6 @@ struct plain_writer {
     }
 };
 
-/// The searches of levels 0 to 2, position by position.
-struct plain_search {
-    const bytes& block;
-    u32 hash_bits;
-    std::vector<u32> table = std::vector<u32>(usize{1} << hash_bits);
-    std::vector<plain_token> tokens{};
-
-    u32& slot(usize at) { return table[(word_at(block, at) * 123456791U) >> (32 - hash_bits)]; }
-    void insert(usize at) { slot(at) = static_cast<u32>(at); }
-
-    u32 match_length(usize at, usize cand) const
-    {
-        u32 len = 4; // the words are equal, and may reach behind the block
-        while (at + len < block.size() && block[at + len] == block[cand + len]) ++len;
-        return len;
-    }
-
-    static bool better(i64 longer, u32 dist, u32 cand_dist)
-    {
-        return (longer >= 0 && cand_dist < dist) || longer >= 2 ||
-               (longer == 1 && dist > cand_dist >> 3) || (longer >= -1 && cand_dist < dist >> 3);
-    }
-
-    void greedy(bool insert_inside)
-    {
-        for (usize at = 1; at < block.size();) {
-            const u32 cand = slot(at);
-            insert(at);
-            if (word_at(block, cand) != word_at(block, at)) {
-                tokens.push_back({1, 0});
-                ++at;
-                continue;
-            }
-            const u32 len = match_length(at, cand);
-            tokens.push_back({len, static_cast<u32>(at - cand)});
-            if (insert_inside) {
-                insert(at + 1);
-                insert(at + 2);
-                insert(at + len - 1);
-            }
-            at += len;
-        }
-    }
-
-    /// Whether the match at `at` gives way to a literal; may replace it.
-    bool next_is_better(usize at, plain_token& best)
-    {
-        const usize next = at + 1;
-        const u32 cand = slot(next);
-        if (byte_at(block, next + best.len - 1) != byte_at(block, cand + best.len - 1))
-            return false;
-        if (word_at(block, cand) != word_at(block, next)) return false;
-        const plain_token other{match_length(next, cand), static_cast<u32>(next - cand)};
-        const i64 longer = i64{other.len} - i64{best.len};
-        const bool before = cand > 0 && cand != at && block[cand - 1] == block[at];
-        if (before && better(longer + 1, best.dist, other.dist)) {
-            best = {other.len + 1, other.dist};
-            return false;
-        }
-        return better(longer - 1, best.dist, other.dist);
-    }
-
-    void lazy()
-    {
-        for (usize at = 1; at < block.size();) {
-            const u32 cand = slot(at);
-            insert(at);
-            plain_token best{1, 0};
-            if (word_at(block, cand) == word_at(block, at)) {
-                best = {match_length(at, cand), static_cast<u32>(at - cand)};
-                if (next_is_better(at, best)) best = {1, 0};
-            }
-            tokens.push_back(best);
-            if (best.dist == 0) {
-                ++at;
-                continue;
-            }
-            insert(at + 1);
-            insert(at + 2);
-            at += best.len;
-            insert(at - 1);
-            insert(at - 2);
-        }
-    }
-};
-
 } // namespace
 
 bytes m1_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
@@ -216,19 +125,10 @@ bytes m1_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
     return writer.out;
 }
 
-std::vector<plain_token> m1_plain_search(const bytes& block, u32 level, u32 hash_bits)
+bytes m1_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
 {
-    plain_search search{block, hash_bits};
-    if (level == 2)
-        search.lazy();
-    else
-        search.greedy(level == 1);
-    return search.tokens;
-}
-
-bytes m1_plain_encode(const bytes& block, u32 level, u32 hash_bits)
-{
-    const bytes stream = m1_plain_stream(block, m1_plain_search(block, level, hash_bits), 4);
+    const auto tokens = plain_search(block, m1_rules, level, hash_bits, chain_bits);
+    const bytes stream = m1_plain_stream(block, tokens, 4);
     return stream.size() < block.size() ? stream : block;
 }
 

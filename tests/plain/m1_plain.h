@@ -4,25 +4,15 @@
 // tables, no shared code.
 #pragma once
 
-#include "support/shapes.h"
+#include "plain/plain_search.h"
 
 namespace quarnex::test {
-
-/// A decision of an encoder: a literal has length 1 and distance 0.
-struct plain_token {
-    u32 len;
-    u32 dist;
-    bool operator==(const plain_token&) const = default;
-};
 
 /// The stream of a list of tokens that starts behind the first byte of `block`.
 bytes m1_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
 
-/// What an encoder of `level` 0 to 2 gives for a block: the stream, or the block itself.
-bytes m1_plain_encode(const bytes& block, u32 level, u32 hash_bits);
-
-/// The decisions behind it.
-std::vector<plain_token> m1_plain_search(const bytes& block, u32 level, u32 hash_bits);
+/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+bytes m1_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits = 1);
 
 /// Decodes a stream, whatever its length; ends at the end token.  Trusts the stream.
 bytes m1_plain_decode(const bytes& stream, u32 min_match);

@@ -1,0 +1,312 @@
+#include "plain/m5_plain.h"
+
+#include <algorithm>
+
+namespace quarnex::test {
+namespace {
+
+using pairs = std::vector<m5_plain_pair>;
+
+/// What is learnt of a block.  Tables of more than one dimension are told flat, by their indices.
+struct m5_plain_model {
+    pairs lit_high{256 * 16 * 4};
+    pairs lit_low{256 * 16 * 4};
+    pairs match_flag{256};
+    pairs len_prefix{33};
+    pairs len_bits{32 * 32};
+    std::vector<pairs> dist_slot{4, pairs{64}};
+    std::vector<pairs> dist_footer{64}; // whole footers to slot 22, above it their top eight bits
+    u32 history = 0;
+
+    m5_plain_model()
+    {
+        for (u32 slot = 4; slot < 64; ++slot)
+            dist_footer[slot].resize(usize{1} << (slot <= 22 ? footer_bits(slot) : 8));
+    }
+
+    static u32 footer_bits(u32 slot) { return slot / 2 - 1; }
+    static u32 slot_base(u32 slot) { return (2 + slot % 2) << footer_bits(slot); }
+
+    u32 previous() const { return history & 0xFF; }
+    void remember(u32 before_last, u32 last) { history = before_last << 8 | last; }
+
+    m5_plain_pair& high_bit(u32 state, u32 position)
+    {
+        return lit_high[(previous() * 16 + state) * 4 + position];
+    }
+    m5_plain_pair& low_bit(u32 high, u32 state, u32 position)
+    {
+        return lit_low[(((history & 0xF) * 16 + high) * 16 + state) * 4 + position];
+    }
+    m5_plain_pair& len_bit(u32 count, u32 position) { return len_bits[count * 32 + position]; }
+    pairs& slot_tree(u32 length_over_min) { return dist_slot[std::min(length_over_min, 3U)]; }
+};
+
+bool bit_of(u32 value, u32 index)
+{
+    return (value >> index & 1) != 0;
+}
+
+u32 log2_of(u32 value)
+{
+    u32 log = 0;
+    while (value >> log > 1) ++log;
+    return log;
+}
+
+struct m5_plain_writer {
+    m5_plain_model model{};
+    m5_plain_coder coder{};
+
+    void tree(pairs& tree, u32 value, u32 width)
+    {
+        u32 index = 1;
+        for (u32 i = width; i-- > 0;) {
+            coder.bit(tree[index], bit_of(value, i));
+            index = index * 2 + bit_of(value, i);
+        }
+    }
+
+    void literal(u32 byte)
+    {
+        coder.bit(model.match_flag[model.previous()], false);
+        u32 state = model.history >> 8 & 0xF;
+        for (u32 i = 4; i-- > 0;) {
+            coder.bit(model.high_bit(state, i), bit_of(byte, 4 + i));
+            state = (state * 2 + bit_of(byte, 4 + i)) % 16;
+        }
+        state = model.history >> 4 & 0xF;
+        for (u32 i = 4; i-- > 0;) {
+            coder.bit(model.low_bit(byte >> 4, state, i), bit_of(byte, i));
+            state = (state * 2 + bit_of(byte, i)) % 16;
+        }
+        model.history = model.history << 8 | byte;
+    }
+
+    void length(u32 length_value)
+    {
+        const u32 n = log2_of(length_value);
+        for (u32 i = 1; i <= n; ++i) coder.bit(model.len_prefix[i], length_value >> i > 1);
+        for (u32 i = n; i-- > 0;) coder.bit(model.len_bit(n - 1, i), bit_of(length_value, i));
+    }
+
+    void distance(u32 dist, u32 length_over_min)
+    {
+        const u32 d = dist - 1;
+        const u32 log = log2_of(d);
+        const u32 slot = d <= 3 ? d : 2 * log + bit_of(d, log - 1);
+        tree(model.slot_tree(length_over_min), slot, 6);
+        if (slot <= 3) return;
+        const u32 width = model.footer_bits(slot);
+        const u32 footer = d - model.slot_base(slot);
+        if (slot <= 22) {
+            tree(model.dist_footer[slot], footer, width);
+            return;
+        }
+        const u32 rest_bits = width - 8;
+        tree(model.dist_footer[slot], footer >> rest_bits, 8);
+        coder.direct(footer % (1U << rest_bits), rest_bits);
+    }
+
+    void match(u32 length_over_min, u32 dist)
+    {
+        coder.bit(model.match_flag[model.previous()], true);
+        length(length_over_min + 2);
+        distance(dist, length_over_min);
+    }
+};
+
+struct m5_plain_reader {
+    const bytes& in;
+    usize at;
+    m5_plain_model model{};
+    u32 range = 0xFFFFFFFF;
+    u32 code = 0;
+
+    /// The first byte of the coder is always zero and is skipped.
+    m5_plain_reader(const bytes& stream, usize start) : in(stream), at(start + 1)
+    {
+        for (u32 i = 0; i < 4; ++i) code = code << 8 | in.at(at++);
+    }
+
+    void renormalise()
+    {
+        while (range <= 0xFFFFFF) {
+            range <<= 8;
+            code = code << 8 | in.at(at++);
+        }
+    }
+
+    bool bit(m5_plain_pair& pair)
+    {
+        const u32 bound = pair.mean() * (range >> 15);
+        const bool bit = code >= bound;
+        if (bit) {
+            code -= bound;
+            range -= bound;
+        } else {
+            range = bound;
+        }
+        pair.learn(bit);
+        renormalise();
+        return bit;
+    }
+
+    u32 direct(u32 n)
+    {
+        range >>= n;
+        const u32 value = code / range;
+        code -= value * range;
+        renormalise();
+        return value;
+    }
+
+    u32 tree(pairs& tree, u32 width)
+    {
+        u32 index = 1;
+        for (u32 i = 0; i < width; ++i) index = index * 2 + bit(tree[index]);
+        return index - (1U << width);
+    }
+
+    u32 literal()
+    {
+        u32 high = model.history >> 8 & 0xF;
+        for (u32 i = 4; i-- > 0;) high = (high * 2 + bit(model.high_bit(high, i))) % 16;
+        u32 low = model.history >> 4 & 0xF;
+        for (u32 i = 4; i-- > 0;) low = (low * 2 + bit(model.low_bit(high, low, i))) % 16;
+        model.history = model.history << 8 | high << 4 | low;
+        return high << 4 | low;
+    }
+
+    u32 length()
+    {
+        u32 count = 0;
+        while (bit(model.len_prefix[count + 1])) ++count;
+        u32 value = 1;
+        for (u32 i = count + 1; i-- > 0;) value = value * 2 + bit(model.len_bit(count, i));
+        return value;
+    }
+
+    u32 distance(u32 length_over_min)
+    {
+        const u32 slot = tree(model.slot_tree(length_over_min), 6);
+        if (slot <= 3) return slot + 1;
+        const u32 width = model.footer_bits(slot);
+        const u32 base = model.slot_base(slot);
+        if (slot <= 22) return base + tree(model.dist_footer[slot], width) + 1;
+        const u32 top = tree(model.dist_footer[slot], 8);
+        return base + (top << (width - 8)) + direct(width - 8) + 1;
+    }
+};
+
+} // namespace
+
+void m5_plain_pair::learn(bool bit)
+{
+    if (bit) {
+        fast -= fast >> 3;
+        slow -= slow >> 6;
+    } else {
+        fast += (32768 - fast) >> 3;
+        slow += (32768 - slow) >> 6;
+    }
+}
+
+void m5_plain_coder::bit(m5_plain_pair& pair, bool bit)
+{
+    const u32 bound = pair.mean() * (range >> 15);
+    if (bit) {
+        low += bound;
+        range -= bound;
+    } else {
+        range = bound;
+    }
+    pair.learn(bit);
+    renormalise();
+}
+
+void m5_plain_coder::direct(u32 value, u32 n)
+{
+    range >>= n;
+    low += value * range;
+    renormalise();
+}
+
+void m5_plain_coder::renormalise()
+{
+    while (range <= 0xFFFFFF) {
+        range <<= 8;
+        shift_low();
+    }
+}
+
+void m5_plain_coder::shift_low()
+{
+    if (low >> 24 == 0xFF) {
+        ++cache_size;
+    } else {
+        const u64 carry = low >> 32;
+        out.push_back(static_cast<u8>(cache + carry));
+        for (; cache_size > 0; --cache_size) out.push_back(static_cast<u8>(0xFF + carry));
+        cache = static_cast<u8>(low >> 24);
+    }
+    low = (low << 8) & 0xFFFFFFFF;
+}
+
+void m5_plain_coder::flush()
+{
+    for (u32 i = 0; i < 5; ++i) shift_low();
+}
+
+bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
+{
+    m5_plain_writer writer;
+    writer.coder.out = {block.at(0), block.at(1)};
+    writer.model.remember(block.at(0), block.at(1));
+    usize pos = 2;
+    for (const plain_token& token : tokens) {
+        if (token.dist == 0)
+            writer.literal(block.at(pos));
+        else
+            writer.match(token.len - min_match, token.dist);
+        pos += token.len;
+        if (token.dist != 0 && pos <= block.size())
+            writer.model.remember(block[pos - 2], block[pos - 1]);
+    }
+    writer.coder.flush();
+    return writer.coder.out;
+}
+
+bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
+{
+    if (block.size() <= 2) return block;
+    const auto tokens = plain_search(block, m5_rules, level, hash_bits, chain_bits);
+    const bytes stream = m5_plain_stream(block, tokens, 4);
+    return stream.size() < block.size() ? stream : block;
+}
+
+bytes m5_plain_decode(const bytes& stream, usize out_len, u32 min_match)
+{
+    bytes out{stream.at(0), stream.at(1)};
+    if (out_len > 2) {
+        m5_plain_reader reader(stream, 2);
+        reader.model.remember(out[0], out[1]);
+        while (out.size() < out_len) {
+            const bool match = reader.bit(reader.model.match_flag[reader.model.previous()]);
+            const u32 length_value = match ? reader.length() : 1;
+            if (length_value == 1) { // also of a match whose length overflowed
+                out.push_back(static_cast<u8>(reader.literal()));
+                continue;
+            }
+            const u32 length_over_min = length_value - 2;
+            const u32 dist = reader.distance(length_over_min);
+            for (u32 i = 0; i < length_over_min + min_match; ++i)
+                out.push_back(out.at(out.size() - dist));
+            reader.model.remember(out[out.size() - 2], out.back());
+        }
+    }
+    out.resize(out_len);
+    return out;
+}
+
+} // namespace quarnex::test

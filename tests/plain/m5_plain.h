@@ -1,0 +1,45 @@
+// plain/m5_plain.h - method 5 told in the simplest code that does it
+//
+// The judge of the real coder, encoders and decoder: one bit at a time, no shared code.
+#pragma once
+
+#include "plain/plain_search.h"
+
+namespace quarnex::test {
+
+/// What is known about one decision: two guesses at the probability of a 0, in 1/32768.
+struct m5_plain_pair {
+    u32 fast = 0x4000;
+    u32 slow = 0x4000;
+
+    u32 mean() const { return (fast + slow) / 2; }
+    void learn(bool bit);
+};
+
+/// The encoder's half of the range coder.
+struct m5_plain_coder {
+    bytes out{};
+    u64 low = 0; // bit 32 is a carry into the bytes held back
+    u32 range = 0xFFFFFFFF;
+    u8 cache = 0;       // held back until it is known whether a carry reaches it
+    u32 cache_size = 0; // bytes 0xFF held back behind it
+
+    void bit(m5_plain_pair& pair, bool bit);
+    /// A value of `n` bits, 1 to 22, all values equally likely.
+    void direct(u32 value, u32 n);
+    void flush();
+
+    void renormalise();
+    void shift_low();
+};
+
+/// The stream of a list of tokens that starts behind the first two bytes of `block`.
+bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
+
+/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
+
+/// Decodes a stream into `out_len` bytes.  Trusts the stream.
+bytes m5_plain_decode(const bytes& stream, usize out_len, u32 min_match);
+
+} // namespace quarnex::test
