@@ -41,8 +41,8 @@ bool seek_file(std::FILE* stream, u64 offset);
 /// Size of the pages that prefer_large_pages() asks for.
 inline constexpr usize large_page_size = usize{2} << 20;
 
-/// Asks the system to keep `size` bytes at `memory` (multiples of large_page_size) in large pages.
-/// Does nothing where it has none.
+/// Asks the system to keep the `size` bytes at `memory` in large pages, as far as those fit in
+/// whole.  Does nothing where it has none.
 void prefer_large_pages(void* memory, usize size);
 
 /// Whether standard error is a terminal, where people look.

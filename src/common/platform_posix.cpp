@@ -79,7 +79,11 @@ bool seek_file(std::FILE* stream, u64 offset)
 void prefer_large_pages(void* memory, usize size)
 {
 #if defined(MADV_HUGEPAGE)
-    madvise(memory, size, MADV_HUGEPAGE);
+    const auto begin = reinterpret_cast<usize>(memory);
+    const usize skipped = (0 - begin) % large_page_size;
+    if (size < skipped + large_page_size) return;
+    const usize length = (size - skipped) / large_page_size * large_page_size;
+    madvise(static_cast<u8*>(memory) + skipped, length, MADV_HUGEPAGE);
 #else
     static_cast<void>(memory);
     static_cast<void>(size);

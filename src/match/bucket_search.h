@@ -13,6 +13,7 @@
 #include "match/concepts.h"
 #include "match/found_match.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace quarnex {
@@ -22,14 +23,17 @@ namespace quarnex {
 template <u32 Start>
 class pair_table {
   public:
-    /// Without memory it converts to false.
-    explicit pair_table(search_bits bits)
-        : entries_(make_zeroed_array<u32>((usize{1} << bits.hash_bits) + 1)),
+    /// A table for a block of `positions` bytes.  Without memory it converts to false.
+    pair_table(search_bits bits, u32 positions)
+        : entries_(make_zeroed_table<u32>((usize{1} << bits.hash_bits) + 1, positions)),
           hash_bits_(bits.hash_bits)
     {
     }
 
     explicit operator bool() const { return entries_ != nullptr; }
+
+    /// Has the bucket of `pos` on its way when it is needed.
+    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(bucket_of(text, pos)); }
 
     void insert(const block_text& text, u32 pos)
     {
@@ -57,10 +61,10 @@ class pair_table {
     /// Whether a match may start so near the block's end.
     static bool may_match(const block_text& text, u32 pos) { return pos + 4 < text.size; }
 
-    /// Whether `cand` can be longer at `pos` than a match of `len` bytes.
-    static bool may_win(const block_text& text, u32 pos, u32 cand, u32 len)
+    /// Whether `cand` is compared with the best match at `pos` at all: only if it can be longer.
+    static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
-        return text.same_byte(pos + len, cand + len);
+        return text.same_byte(pos + best.len, cand + best.len);
     }
 
     /// Enters the last positions of the match of `len` bytes that ends at `end`.
@@ -87,15 +91,18 @@ class pair_table {
 /// entry are the place of the latest insertion in the ring.
 class ring_table {
   public:
-    /// Without memory it converts to false.
-    explicit ring_table(search_bits bits)
-        : entries_(make_zeroed_array<u32>((usize{1} << bits.hash_bits) +
-                                          (usize{1} << bits.chain_bits) + 1)),
+    /// A table for a block of `positions` bytes.  Without memory it converts to false.
+    ring_table(search_bits bits, u32 positions)
+        : entries_(make_zeroed_table<u32>(
+              (usize{1} << bits.hash_bits) + (usize{1} << bits.chain_bits) + 1, positions)),
           hash_bits_(bits.hash_bits), size_(1U << bits.chain_bits)
     {
     }
 
     explicit operator bool() const { return entries_ != nullptr; }
+
+    /// Has the bucket of `pos` on its way when it is needed.
+    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(bucket_of(text, pos)); }
 
     void insert(const block_text& text, u32 pos)
     {
@@ -130,10 +137,13 @@ class ring_table {
     /// Whether a match may start so near the block's end.
     static bool may_match(const block_text& /*text*/, u32 /*pos*/) { return true; }
 
-    /// Whether `cand` can win at `pos` against a match of `len` bytes.
-    static bool may_win(const block_text& text, u32 pos, u32 cand, u32 len)
+    /// Whether `cand` can win against the best match at `pos`.  For that it is longer, or nearer
+    /// and as long, or much nearer and one byte shorter.
+    static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
-        return text.same_two(pos + len - 3, cand + len - 3);
+        const u32 dist = pos - cand;
+        const u32 least = best.len + (dist >= best.dist ? 1 : 0) - (dist < best.dist >> 3 ? 1 : 0);
+        return text.same_two(pos + least - 2, cand + least - 2);
     }
 
     /// Enters the last positions of the match of `len` bytes that ends at `end`.
@@ -157,6 +167,10 @@ class ring_table {
     u32 size_; // candidates of a ring
 };
 
+/// How many positions a bucket is fetched before it is needed.
+inline constexpr u32 fetch_ahead = 16;
+static_assert(fetch_ahead + 4 <= search_reads_past);
+
 /// The best candidate at `pos`: the first that matches, or a later one that is better.
 template <class Table>
 found_match find_best(const block_text& text, const Table& table, u32 pos)
@@ -170,7 +184,7 @@ found_match find_best(const block_text& text, const Table& table, u32 pos)
     found_match best{text.match_length(pos, walk.cand()), pos - walk.cand()};
     for (walk.next(); !walk.done(); walk.next()) {
         const u32 cand = walk.cand();
-        if (!Table::may_win(text, pos, cand, best.len) || !text.same_word(cand, pos)) continue;
+        if (!Table::may_win(text, pos, cand, best) || !text.same_word(cand, pos)) continue;
         const found_match found{text.match_length(pos, cand), pos - cand};
         const auto longer = static_cast<i32>(found.len - best.len);
         if (better_match(longer, best.dist, found.dist)) best = found;
@@ -198,9 +212,13 @@ template <class Table, token_writer Writer>
 [[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
                                                    Writer out)
 {
-    Table table(bits);
+    Table table(bits, text.size);
     if (!table) return {};
+    u32 fetched = 0;
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
+        for (fetched = std::max(fetched, pos); fetched < pos + fetch_ahead; ++fetched) {
+            table.fetch(text, fetched);
+        }
         found_match best = find_best(text, table, pos);
         table.insert(text, pos);
         if (best.len == 0 || looks_better_ahead<1>(text, table, pos, best) ||

@@ -11,9 +11,9 @@
 
 namespace quarnex {
 
-/// Bytes behind the block that the hash searches may read: they look at positions a few bytes
-/// behind the end of the last match, and each look reads a word of four bytes or compares eight.
-inline constexpr u32 search_reads_past = 16;
+/// Bytes behind the block that the hash searches may read: they look at positions up to sixteen
+/// bytes behind its end, and each look reads a word of four bytes or compares eight.
+inline constexpr u32 search_reads_past = 24;
 
 struct block_text {
     const u8* data; // the block, with at least search_reads_past readable bytes behind it

@@ -161,12 +161,24 @@ struct m5_outcome {
     u32 towards; // where the current pair moves
 };
 
-/// Makes `if_0` what the next step goes on with and shifts the bit into `bits`.
+/// Makes `if_0` what the next step goes on with, and shifts the bit into `bits`: 1 if the code is
+/// not below `bound`.
+[[gnu::always_inline]] inline void m5_decide_portably(u32 bound, m5_outcome& if_0,
+                                                      const m5_outcome& if_1, u32& bits)
+{
+    const bool one = if_0.code >= bound;
+    if_0 = one ? if_1 : if_0;
+    bits = bits << 1 | (one ? 1 : 0);
+}
+
+#if defined(__x86_64__)
+
+/// The same.  (Compilers take the choice for one that is easy to guess, and branch.)  The range if
+/// 0 is the bound, so the two may share a register: the range changes behind the only use of both.
 [[gnu::always_inline]] inline void m5_decide(u32 bound, m5_outcome& if_0, const m5_outcome& if_1,
                                              u32& bits)
 {
     bits <<= 1;
-#if defined(__x86_64__)
     asm("cmp %[bound], %[code]\n\t"
         "cmovae %[range_1], %[range]\n\t"
         "cmovae %[mean_1], %[mean]\n\t"
@@ -174,18 +186,22 @@ struct m5_outcome {
         "cmovae %[halves_1], %[halves]\n\t"
         "cmovae %[towards_1], %[towards]\n\t"
         "sbb $-1, %[bits]"
-        : [range] "+r"(if_0.range), [code] "+r"(if_0.code), [halves] "+r"(if_0.halves),
-          [mean] "+r"(if_0.mean), [towards] "+r"(if_0.towards), [bits] "+r"(bits)
+        : [range] "+r"(if_0.range), [code] "+&r"(if_0.code), [halves] "+&r"(if_0.halves),
+          [mean] "+&r"(if_0.mean), [towards] "+&r"(if_0.towards), [bits] "+r"(bits)
         : [bound] "r"(bound), [range_1] "r"(if_1.range), [code_1] "r"(if_1.code),
           [halves_1] "r"(if_1.halves), [mean_1] "r"(if_1.mean), [towards_1] "r"(if_1.towards)
         : "cc");
-#else
-    if (if_0.code >= bound) {
-        if_0 = if_1;
-        ++bits;
-    }
-#endif
 }
+
+#else
+
+[[gnu::always_inline]] inline void m5_decide(u32 bound, m5_outcome& if_0, const m5_outcome& if_1,
+                                             u32& bits)
+{
+    m5_decide_portably(bound, if_0, if_1, bits);
+}
+
+#endif
 
 /// A chain of steps: the pair of the next one.
 class m5_decoder_chain {
