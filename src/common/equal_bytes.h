@@ -4,6 +4,7 @@
 #include "common/bytes.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace quarnex {
 

@@ -1,7 +1,7 @@
 // common/owned_array.h - a heap array with one owner, null when memory ran out
 //
-// std::unique_ptr<T[]> with the two ways of making one that this program needs: neither
-// constructs elements one by one, and neither throws.
+// std::unique_ptr<T[]> with the ways of making one that this program needs: none constructs
+// elements one by one, and none throws.
 #pragma once
 
 #include "common/platform.h"

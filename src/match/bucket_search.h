@@ -1,9 +1,9 @@
 // match/bucket_search.h - the searches of levels 3 to 7: several candidates for a hash value
 //
-// Both tables are arrays in which hash value h owns a few neighbouring entries from h on: its
-// bucket.  Buckets overlap, so a table is hardly larger than one with a single candidate, and a
-// candidate may come from another hash value.  Every candidate is verified by its first four bytes:
-// such an entry, or a stale one, costs time but never correctness.
+// A table is an array in which hash value h owns a few neighbouring entries from h on: its bucket.
+// Buckets overlap, so a table is hardly larger than one with a single candidate, and a candidate
+// may come from another hash value.  Every candidate is verified by its first four bytes: such an
+// entry, or a stale one, costs time but never correctness.
 //
 // The tables are large (128 MiB at the highest levels) and mostly empty.  They are made of fresh
 // pages that are zero, and each bucket is fetched some positions before it is needed.
@@ -14,39 +14,64 @@
 #include "match/found_match.h"
 
 #include <algorithm>
+#include <concepts>
 #include <optional>
 
 namespace quarnex {
+
+/// The entries of a table by hash value.
+class bucket_array {
+  public:
+    /// Zeros for a block of `positions` bytes.  `size` entries belong to a hash value.  Without
+    /// memory it converts to false.
+    bucket_array(i32 hash_bits, u32 size, u32 positions)
+        : entries_(make_zeroed_table<u32>((usize{1} << hash_bits) + size - 1, positions)),
+          hash_bits_(hash_bits)
+    {
+    }
+
+    explicit operator bool() const { return entries_ != nullptr; }
+
+    /// The first entry of the bucket of `pos`.
+    u32* at(const block_text& text, u32 pos) const { return &entries_[text.hash(pos, hash_bits_)]; }
+
+    /// Has the bucket of `pos` on its way when it is needed.
+    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
+
+  private:
+    owned_array<u32> entries_;
+    i32 hash_bits_;
+};
 
 /// Two candidates for a hash value, the latest first: an insertion moves the first to the second
 /// place, which is also the next bucket's first.  All entries start at `Start`.
 template <u32 Start>
 class pair_table {
   public:
-    /// A table for a block of `positions` bytes.  Without memory it converts to false.
-    pair_table(search_bits bits, u32 positions)
-        : entries_(make_zeroed_table<u32>((usize{1} << bits.hash_bits) + 1, positions)),
-          hash_bits_(bits.hash_bits)
-    {
-    }
+    /// For a block of `positions` bytes.
+    pair_table(search_bits bits, u32 positions) : buckets_(bits.hash_bits, 2, positions) {}
 
-    explicit operator bool() const { return entries_ != nullptr; }
-
-    /// Has the bucket of `pos` on its way when it is needed.
-    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(bucket_of(text, pos)); }
+    const bucket_array& buckets() const { return buckets_; }
 
     void insert(const block_text& text, u32 pos)
     {
-        u32* const bucket = bucket_of(text, pos);
+        u32* const bucket = buckets_.at(text, pos);
         bucket[1] = bucket[0];
         bucket[0] = pos - Start;
+    }
+
+    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    void insert_end(const block_text& text, u32 end, u32 /*len*/)
+    {
+        insert(text, end - 1);
+        insert(text, end - 2);
     }
 
     /// A look at the candidates of one position, in order.
     class walk {
       public:
         walk(const pair_table& table, const block_text& text, u32 pos)
-            : entry_(table.bucket_of(text, pos)), end_(entry_ + 2)
+            : entry_(table.buckets_.at(text, pos)), end_(entry_ + 2)
         {
         }
         bool done() const { return entry_ == end_; }
@@ -58,8 +83,8 @@ class pair_table {
         const u32* end_;
     };
 
-    /// Whether a match may start so near the block's end.
-    static bool may_match(const block_text& text, u32 pos) { return pos + 4 < text.size; }
+    /// No match starts in the last so many bytes of the block.
+    static constexpr u32 barred_bytes = 4;
 
     /// Whether `cand` is compared with the best match at `pos` at all: only if it can be longer.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
@@ -67,21 +92,8 @@ class pair_table {
         return text.same_byte(pos + best.len, cand + best.len);
     }
 
-    /// Enters the last positions of the match of `len` bytes that ends at `end`.
-    void insert_end(const block_text& text, u32 end, u32 /*len*/)
-    {
-        insert(text, end - 1);
-        insert(text, end - 2);
-    }
-
   private:
-    u32* bucket_of(const block_text& text, u32 pos) const
-    {
-        return &entries_[text.hash(pos, hash_bits_)];
-    }
-
-    owned_array<u32> entries_; // positions, counted from Start, so that zeros need no filling
-    i32 hash_bits_;
+    bucket_array buckets_; // of positions less Start, so that zeros need no filling
 };
 
 /// A ring of 2^chain_bits candidates for a hash value.
@@ -91,26 +103,28 @@ class pair_table {
 /// entry are the place of the latest insertion in the ring.
 class ring_table {
   public:
-    /// A table for a block of `positions` bytes.  Without memory it converts to false.
+    /// For a block of `positions` bytes.
     ring_table(search_bits bits, u32 positions)
-        : entries_(make_zeroed_table<u32>(
-              (usize{1} << bits.hash_bits) + (usize{1} << bits.chain_bits) + 1, positions)),
-          hash_bits_(bits.hash_bits), size_(1U << bits.chain_bits)
+        : size_(1U << bits.chain_bits), buckets_(bits.hash_bits, size_, positions)
     {
     }
 
-    explicit operator bool() const { return entries_ != nullptr; }
-
-    /// Has the bucket of `pos` on its way when it is needed.
-    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(bucket_of(text, pos)); }
+    const bucket_array& buckets() const { return buckets_; }
 
     void insert(const block_text& text, u32 pos)
     {
-        u32* const ring_bucket = bucket_of(text, pos);
-        const u32 cursor = (*ring_bucket + 1) & (size_ - 1);
-        *ring_bucket = (*ring_bucket & ~cursor_mask) | cursor;
-        u32& entry = ring_bucket[cursor];
+        u32* const bucket = buckets_.at(text, pos);
+        const u32 cursor = (*bucket + 1) & (size_ - 1);
+        *bucket = (*bucket & ~cursor_mask) | cursor;
+        u32& entry = bucket[cursor];
         entry = pos << cursor_bits | (entry & cursor_mask);
+    }
+
+    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    void insert_end(const block_text& text, u32 end, u32 len)
+    {
+        insert(text, end - 1);
+        if (len > 4) insert(text, end - 2);
     }
 
     /// A look at the candidates of one position, in the order of their places.  It ends at the
@@ -118,7 +132,7 @@ class ring_table {
     class walk {
       public:
         walk(const ring_table& table, const block_text& text, u32 pos)
-            : entry_(table.bucket_of(text, pos)), end_(entry_ + table.size_)
+            : entry_(table.buckets_.at(text, pos)), end_(entry_ + table.size_)
         {
         }
         bool done() const { return entry_ == end_; }
@@ -134,11 +148,11 @@ class ring_table {
         const u32* end_;
     };
 
-    /// Whether a match may start so near the block's end.
-    static bool may_match(const block_text& /*text*/, u32 /*pos*/) { return true; }
+    /// Matches can start everywhere.
+    static constexpr u32 barred_bytes = 0;
 
     /// Whether `cand` can win against the best match at `pos`.  For that it is longer, or nearer
-    /// and as long, or much nearer and one byte shorter.
+    /// and as long, or much nearer and one byte shorter; so it agrees up to that length.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
         const u32 dist = pos - cand;
@@ -146,36 +160,32 @@ class ring_table {
         return text.same_two(pos + least - 2, cand + least - 2);
     }
 
-    /// Enters the last positions of the match of `len` bytes that ends at `end`.
-    void insert_end(const block_text& text, u32 end, u32 len)
-    {
-        insert(text, end - 1);
-        if (len > 4) insert(text, end - 2);
-    }
-
   private:
     static constexpr u32 cursor_bits = 8;
     static constexpr u32 cursor_mask = (1U << cursor_bits) - 1;
 
-    u32* bucket_of(const block_text& text, u32 pos) const
-    {
-        return &entries_[text.hash(pos, hash_bits_)];
-    }
-
-    owned_array<u32> entries_;
-    i32 hash_bits_;
     u32 size_; // candidates of a ring
+    bucket_array buckets_;
 };
 
-/// How many positions a bucket is fetched before it is needed.
-inline constexpr u32 fetch_ahead = 16;
-static_assert(fetch_ahead + 4 <= search_reads_past);
+/// What a search asks of its table: the two above.
+template <class T>
+concept bucket_table = requires(T table, const T& so_far, const block_text& text, u32 pos,
+                                const found_match& best)
+{
+    so_far.buckets().fetch(text, pos);
+    table.insert(text, pos);
+    table.insert_end(text, pos, best.len);
+    requires std::constructible_from<typename T::walk, const T&, const block_text&, u32>;
+    requires std::convertible_to<decltype(T::barred_bytes), u32>;
+    requires std::same_as<decltype(T::may_win(text, pos, pos, best)), bool>;
+};
 
 /// The best candidate at `pos`: the first that matches, or a later one that is better.
-template <class Table>
+template <bucket_table Table>
 found_match find_best(const block_text& text, const Table& table, u32 pos)
 {
-    if (!Table::may_match(text, pos)) return {0, 0};
+    if (pos + Table::barred_bytes >= text.size) return {0, 0};
     typename Table::walk walk(table, text, pos);
     while (!text.same_word(walk.cand(), pos)) {
         walk.next();
@@ -194,7 +204,7 @@ found_match find_best(const block_text& text, const Table& table, u32 pos)
 
 /// Compares the match at `pos` with all candidates of the position `Ahead` bytes on.  True if one
 /// of them is worth a literal at `pos`; else the best one may have replaced the match.
-template <u32 Ahead, class Table>
+template <u32 Ahead, bucket_table Table>
 bool looks_better_ahead(const block_text& text, const Table& table, u32 pos, found_match& best)
 {
     for (typename Table::walk walk(table, text, pos + Ahead); !walk.done(); walk.next()) {
@@ -203,21 +213,25 @@ bool looks_better_ahead(const block_text& text, const Table& table, u32 pos, fou
     return false;
 }
 
+/// How many positions a bucket is fetched before it is needed.
+inline constexpr u32 fetch_ahead = 16;
+static_assert(fetch_ahead + 4 <= search_reads_past);
+
 /// Lazy search with several candidates: a match is compared with those of the next two positions
 /// before it is taken.
 ///
 /// Starts with an empty table, takes the whole block and stops early when `out` is full.  Returns
 /// `out`, or nothing without memory for the table.
-template <class Table, token_writer Writer>
+template <bucket_table Table, token_writer Writer>
 [[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
                                                    Writer out)
 {
     Table table(bits, text.size);
-    if (!table) return {};
+    if (!table.buckets()) return {};
     u32 fetched = 0;
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         for (fetched = std::max(fetched, pos); fetched < pos + fetch_ahead; ++fetched) {
-            table.fetch(text, fetched);
+            table.buckets().fetch(text, fetched);
         }
         found_match best = find_best(text, table, pos);
         table.insert(text, pos);

@@ -29,8 +29,8 @@ template <u32 Ahead>
 bool prefers_literal(const block_text& text, u32 pos, u32 cand, found_match& best)
 {
     const u32 next = pos + Ahead;
-    // A match at the next position that is not longer than len - 1 can't matter, nor one behind it
-    // that is not longer than len.
+    // A quick test, by a byte that a longer match would need.  It is part of the decision: it also
+    // passes over matches that would win once they are extended back.
     const u32 last = best.len - (Ahead == 1 ? 1 : 0);
     if (!text.same_byte(next + last, cand + last) || !text.same_word(cand, next)) return false;
     const u32 len = text.match_length(next, cand);

@@ -22,28 +22,28 @@ class fast_hash_table {
   public:
     /// A table with all entries at the block's start.  Without memory it converts to false.
     explicit fast_hash_table(i32 hash_bits)
-        : slots_(make_zeroed_array<u32>(usize{1} << hash_bits)), hash_bits_(hash_bits)
+        : entries_(make_zeroed_array<u32>(usize{1} << hash_bits)), hash_bits_(hash_bits)
     {
     }
 
-    explicit operator bool() const { return slots_ != nullptr; }
+    explicit operator bool() const { return entries_ != nullptr; }
 
     /// The position entered last for the word at `pos`.
     u32 candidate(const block_text& text, u32 pos) const
     {
-        return slots_[text.hash(pos, hash_bits_)];
+        return entries_[text.hash(pos, hash_bits_)];
     }
 
-    void insert(const block_text& text, u32 pos) { slots_[text.hash(pos, hash_bits_)] = pos; }
+    void insert(const block_text& text, u32 pos) { entries_[text.hash(pos, hash_bits_)] = pos; }
 
     /// Enters `pos` and returns what it replaces.
     u32 exchange(const block_text& text, u32 pos)
     {
-        return std::exchange(slots_[text.hash(pos, hash_bits_)], pos);
+        return std::exchange(entries_[text.hash(pos, hash_bits_)], pos);
     }
 
   private:
-    owned_array<u32> slots_;
+    owned_array<u32> entries_;
     i32 hash_bits_;
 };
 

@@ -11,9 +11,10 @@
 
 namespace quarnex {
 
-/// Bytes behind the block that the hash searches may read: they look at positions up to sixteen
-/// bytes behind its end, and each look reads a word of four bytes or compares eight.
+/// Bytes behind the block that the hash searches may read.  They decide by the first eight; buckets
+/// are fetched for the words of some positions more.
 inline constexpr u32 search_reads_past = 24;
+static_assert(equal_bytes_overread <= search_reads_past);
 
 struct block_text {
     const u8* data; // the block, with at least search_reads_past readable bytes behind it

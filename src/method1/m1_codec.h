@@ -5,7 +5,7 @@
 
 namespace quarnex {
 
-/// Byte-aligned LZ, the fastest method: levels 0 to 2.
+/// Byte-aligned LZ, the fastest method: levels 0 to 7.
 extern const codec_entry m1_encoder;
 /// Decodes the streams of all levels.
 extern const codec_entry m1_decoder;

@@ -1,10 +1,9 @@
 // method1/m1_encoder.cpp - the ladder of method 1: which search a level runs
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
+#include "match/ladder.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_tokens.h"
-
-#include <iterator>
 
 namespace quarnex {
 namespace {
@@ -13,14 +12,10 @@ static_assert(search_reads_past <= in_slack);
 
 using m1_writer = m1_tokens<m1_min_match(0)>;
 
-/// Encodes a block with what `Search` finds.  Returns -1 without memory for its table.
 template <auto Search>
 i32 m1_encode(const block_job& job)
 {
-    const file_parameters& parameters = job.parameters;
-    auto out = Search({job.in_buf, job.in_len}, {parameters.hash_bits, parameters.chain_bits},
-                      m1_writer(job));
-    return out ? shorter_stream(job, out->finish(job.in_len)) : -1;
+    return encode_with<Search>(job, m1_writer(job));
 }
 
 constexpr auto m1_encode_greedy = m1_encode<search_greedy<inserts::nothing, m1_writer>>;
@@ -29,19 +24,18 @@ constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
 constexpr auto m1_encode_pair = m1_encode<search_buckets<pair_table<0>, m1_writer>>;
 constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
 
-constexpr i32 (*m1_levels[])(const block_job&){
+constexpr i32 (*m1_levels[ladder_levels])(const block_job&){
     m1_encode_greedy, m1_encode_greedy_ins, m1_encode_lazy, m1_encode_pair,
     m1_encode_ways,   m1_encode_ways,       m1_encode_ways, m1_encode_ways,
 };
 
-i32 m1_run_encoder(const block_job& job, void* /*state*/)
+i32 m1_encode_block(const block_job& job, void* /*state*/)
 {
-    const u32 level = job.parameters.level;
-    return level < std::size(m1_levels) ? m1_levels[level](job) : -1;
+    return encode_level(m1_levels, job);
 }
 
 } // namespace
 
-const codec_entry m1_encoder{no_state, m1_run_encoder, release_nothing};
+const codec_entry m1_encoder{no_state, m1_encode_block, release_nothing};
 
 } // namespace quarnex

@@ -39,12 +39,11 @@ class m1_tokens {
         done_ = pos + len;
     }
 
-    /// Ends the stream of a block of `size` bytes.  Returns its length, or 0 if it is not shorter
-    /// than the block.
-    u32 finish(u32 size)
+    /// Ends the stream.  Returns its length, or 0 if it is not shorter than the block.
+    u32 finish()
     {
         if (full()) return 0;
-        literals_until(size);
+        literals_until(static_cast<u32>(limit_ - begin_));
         if (full()) return 0;
         store_u16(out_, m1_end_token);
         out_ += m1_end_bytes;

@@ -17,10 +17,11 @@ inline constexpr u32 m5_least_range = 1U << 24;
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
-/// The most bytes that the coder moves in a token.  The longest is a match; a modelled bit moves up
-/// to two bytes, a group of direct bits up to three.
+/// More bytes than the coder moves in a token.  The longest is a match, whose distance has up to
+/// ten modelled bits, or eight and direct ones; a modelled bit moves up to two bytes, a group of
+/// direct bits up to three.
 inline constexpr u32 m5_token_max_bytes =
-    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + m5_top_bits) + 3;
+    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 3;
 
 /// Bytes that the flush of a stream writes behind the first.
 inline constexpr u32 m5_flush_bytes = 4;

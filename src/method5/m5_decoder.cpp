@@ -88,8 +88,9 @@ class m5_decoding {
         copy_match(begin_ + pos_, dist, len);
         pos_ += len;
         // The copy can still be on its way to memory; where the match doesn't repeat itself, the
-        // same bytes are at its source.
-        load_history(begin_ + (pos_ - (dist < len ? 0 : dist)));
+        // same bytes are at its source.  (A last match may be cut to its first byte.)
+        const u32 same = pos_ - (dist < len ? 0 : dist);
+        load_history(begin_ + std::max(same, m5_raw_bytes));
         return true;
     }
 

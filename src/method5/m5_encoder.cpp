@@ -1,11 +1,9 @@
 // method5/m5_encoder.cpp - the ladder of method 5: which search a level runs
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
+#include "match/ladder.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_tokens.h"
-
-#include <iterator>
-#include <new>
 
 namespace quarnex {
 namespace {
@@ -14,14 +12,10 @@ static_assert(search_reads_past <= in_slack);
 
 using m5_writer = m5_tokens<m5_min_match(0)>;
 
-/// Encodes a block with what `Search` finds.  Returns -1 without memory for its table.
 template <auto Search>
 i32 m5_encode(const block_job& job, m5_model& model)
 {
-    const file_parameters& parameters = job.parameters;
-    auto out = Search({job.in_buf, job.in_len}, {parameters.hash_bits, parameters.chain_bits},
-                      m5_writer(job, model));
-    return out ? shorter_stream(job, out->finish()) : -1;
+    return encode_with<Search>(job, m5_writer(job, model));
 }
 
 constexpr auto m5_encode_greedy = m5_encode<search_greedy<inserts::inside_match, m5_writer>>;
@@ -29,16 +23,14 @@ constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
 constexpr auto m5_encode_pair = m5_encode<search_buckets<pair_table<1>, m5_writer>>;
 constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
 
-constexpr i32 (*m5_levels[])(const block_job&, m5_model&){
+constexpr i32 (*m5_levels[ladder_levels])(const block_job&, m5_model&){
     m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,
     m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_bucket,
 };
 
 i32 m5_encode_block(const block_job& job, void* state)
 {
-    const u32 level = job.parameters.level;
-    return level < std::size(m5_levels) ? m5_levels[level](job, *static_cast<m5_model*>(state))
-                                        : -1;
+    return encode_level(m5_levels, job, *static_cast<m5_model*>(state));
 }
 
 } // namespace

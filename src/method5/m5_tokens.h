@@ -101,8 +101,8 @@ class m5_tokens {
 
 /// A token starts below the block's size, and the flush may follow it.
 static_assert(m5_token_max_bytes + m5_flush_bytes <= out_slack);
-/// Blocks of one byte have raw bytes and a flush behind their end.
-static_assert(m5_raw_bytes + m5_start_bytes <= out_slack);
+/// Blocks of one byte have raw bytes, the first coder byte and a flush behind their end.
+static_assert(m5_raw_bytes + 1 + m5_flush_bytes <= out_slack);
 
 static_assert(token_writer<m5_tokens<4>>);
 

@@ -14,7 +14,7 @@ const std::array<const codec_entry*, 8> decoder_table{nullptr, &m1_decoder, null
 
 bool has_encoder(u8 method, u8 level)
 {
-    return (method == 1 || method == 5) && level <= 7;
+    return method < encoder_table.size() && encoder_table[method] != nullptr && level <= 7;
 }
 
 level_defaults fit_to_cache(u32 cache_kib)

@@ -1,154 +1,187 @@
 #include "match/hash_search.h"
 
-#include "plain/plain_search.h"
-#include "support/shapes.h"
+#include "support/scoped_limits.h"
+#include "support/token_recorder.h"
 
 #include <gtest/gtest.h>
 
 namespace quarnex {
 namespace {
 
+using namespace std::string_view_literals;
 using test::bytes;
+using test::bytes_of;
+using test::literals;
 using test::plain_token;
+using test::spelled_out;
+using test::tokens_of;
 
-/// A token writer that keeps what the search decides; `full_at` tokens fill it.
-struct token_recorder {
-    static constexpr u32 first_pos = 1;
-    std::vector<plain_token> tokens;
-    usize full_at = SIZE_MAX;
-    u32 next_pos = first_pos;
-
-    bool full() const { return tokens.size() >= full_at; }
-    void literal(u32 pos)
-    {
-        EXPECT_EQ(pos, next_pos++);
-        tokens.push_back({1, 0});
-    }
-    void match(u32 pos, u32 len, u32 dist)
-    {
-        EXPECT_EQ(pos, next_pos);
-        next_pos += len;
-        tokens.push_back({len, dist});
-    }
+/// The searches of levels 0, 1 and 2.
+template <u32 FirstPos>
+constexpr test::recorded_search<FirstPos> searches[]{
+    search_greedy<inserts::nothing, test::token_recorder<FirstPos>>,
+    search_greedy<inserts::inside_match, test::token_recorder<FirstPos>>,
+    search_lazy<test::token_recorder<FirstPos>>,
 };
-static_assert(token_writer<token_recorder>);
 
-token_recorder search(const bytes& block, u32 level, u32 hash_bits, usize full_at = SIZE_MAX)
+std::vector<plain_token> search(u32 level, const bytes& block)
 {
-    bytes padded = block;
-    padded.resize(block.size() + search_reads_past);
-    const block_text text{padded.data(), static_cast<u32>(block.size())};
-    fast_hash_table table(hash_bits);
-    token_recorder recorder{{}, full_at};
-    if (level == 0) return search_greedy<inserts::nothing>(text, table, recorder);
-    if (level == 1) return search_greedy<inserts::inside_match>(text, table, recorder);
-    return search_lazy(text, table, recorder);
+    return tokens_of(searches<1>[level], block, { 16, 0 });
 }
-
-bytes text(const std::string& characters)
-{
-    return {characters.begin(), characters.end()};
-}
-
-const plain_token literal{1, 0};
 
 TEST(hash_search, finds_nothing_in_different_bytes)
 {
-    EXPECT_EQ(search(text("abcdefgh"), 0, 12).tokens, std::vector<plain_token>(7, literal));
+    EXPECT_EQ(search(0, bytes_of("abcdefgh")), spelled_out({literals(7)}));
 }
 
 TEST(hash_search, takes_position_0_as_a_candidate)
 {
     // "abcd" at 4 finds the block's first bytes, which are never entered: the table starts with
     // them.
-    const std::vector<plain_token> expected{literal, literal, literal, {4, 4}};
-    EXPECT_EQ(search(text("abcdabcd"), 0, 12).tokens, expected);
+    EXPECT_EQ(search(0, bytes_of("abcdabcd")), spelled_out({literals(3), {4, 4}}));
 }
 
 TEST(hash_search, a_run_is_one_match_at_distance_1)
 {
-    EXPECT_EQ(search(bytes(1000), 0, 12).tokens, (std::vector<plain_token>{{999, 1}}));
+    for (const u32 level : {0U, 1U, 2U})
+        EXPECT_EQ(search(level, bytes(1000)), spelled_out({{999, 1}}));
 }
 
 TEST(hash_search, a_match_is_cut_at_the_end_beyond_its_fourth_byte)
 {
-    // The zeros behind the block would go on the match; only the first four bytes may take them.
-    const bytes block = text(std::string("ab\0\0\0\0\0\0xyab\0\0", 14));
-    EXPECT_EQ(search(block, 0, 12).tokens.back(), (plain_token{4, 10}));
+    // "ab" and two zeros at 10 are like the start, and the next zeros too, but those of the second
+    // place stand behind the block.
+    const bytes block = bytes_of("ab\0\0\0\0\0\0xyab\0\0"sv);
+    EXPECT_EQ(search(0, block).back(), (plain_token{4, 10}));
 }
 
-TEST(hash_search, a_match_in_the_last_three_positions_passes_the_end)
+TEST(hash_search, a_match_in_the_last_three_positions_passes_the_end_by_3)
 {
-    // "z" and three zeros stand at 3; the last byte is a "z" with zeros behind the block.
-    const bytes block = text(std::string("abcz\0\0\0defz", 11));
-    EXPECT_EQ(search(block, 0, 12).tokens.back(), (plain_token{4, 7}));
+    // "z" and three zeros stand at 3; the last byte, at 10, is a "z" with zeros behind the block.
+    const bytes block = bytes_of("abcz\0\0\0defz"sv);
+    for (const u32 level : {0U, 1U, 2U})
+        EXPECT_EQ(search(level, block), spelled_out({literals(9), {4, 7}}));
 }
 
-TEST(hash_search, level_1_enters_positions_inside_a_match)
+TEST(hash_search, level_0_enters_only_the_start_of_a_match)
 {
-    // Behind "abcdefgh" + "abcdefgh" comes "bcdef": level 1 knows it from the second copy, where
-    // the match's second position was entered, level 0 from the first.
-    const bytes block = text("abcdefghabcdefghbcdefX");
-    EXPECT_EQ(search(block, 0, 16).tokens[8], (plain_token{5, 15}));
-    EXPECT_EQ(search(block, 1, 16).tokens[8], (plain_token{5, 7}));
+    // "bcdef" at 16 is known from 1, and not from 9, inside the match at 8.
+    const bytes block = bytes_of("abcdefghabcdefghbcdefX");
+    EXPECT_EQ(search(0, block), spelled_out({literals(7), {8, 8}, {5, 15}, literals(1)}));
+}
+
+TEST(hash_search, level_1_enters_the_second_and_the_third_position_of_a_match)
+{
+    // Behind the match at 8 "bcdef" is known from 9.
+    const bytes second = bytes_of("abcdefghabcdefghbcdefX");
+    EXPECT_EQ(search(1, second), spelled_out({literals(7), {8, 8}, {5, 7}, literals(1)}));
+    // "cdef" is known from 10; "def" at 11 not, so its second occurrence leads to the first one.
+    const bytes third = bytes_of("abcdefghabcdefghcdefXdefghY");
+    EXPECT_EQ(search(1, third),
+              spelled_out({literals(7), {8, 8}, {4, 6}, literals(1), {5, 18}, literals(1)}));
 }
 
 TEST(hash_search, level_1_enters_the_last_position_of_a_match)
 {
-    const bytes block = text("abcdefgh--abcdefghij++hij+");
-    const auto tokens = search(block, 1, 16).tokens;
-    EXPECT_EQ(tokens.back(), (plain_token{4, 5})); // "hij+": 17 was entered with "hij+" ahead of it
+    // The match of "abcdefgh" at 10 ends with the "h" at 17, in front of "ij+".  "hij+" comes again
+    // at 23: level 1 knows it from 17, level 0 doesn't.
+    const bytes block = bytes_of("abcdefgh--abcdefghij+++hij+");
+    EXPECT_EQ(search(1, block), spelled_out({literals(9), {8, 10}, literals(5), {4, 6}}));
+    EXPECT_EQ(search(0, block), spelled_out({literals(9), {8, 10}, literals(9)}));
 }
 
 TEST(lazy_search, a_longer_match_behind_a_literal_wins)
 {
-    // At "a" "abcd" gives 4 bytes; one later "bcdefgh" gives 7.
-    const bytes block = text("abcdXbcdefghYabcdefghZ");
-    const auto tokens = search(block, 2, 16).tokens;
-    // 12 literals up to Y, then the literal "a" and the match of "bcdefgh" at distance 9.
-    EXPECT_EQ(tokens, [] {
-        std::vector<plain_token> expected(13, literal);
-        expected[3] = literal;
-        expected.push_back({7, 9});
-        expected.push_back(literal);
-        return expected;
-    }());
+    // At 13 "abcd" gives 4 bytes at distance 13; one later "bcdefgh" gives 7.
+    const bytes block = bytes_of("abcdXbcdefghYabcdefghZ");
+    EXPECT_EQ(search(2, block), spelled_out({literals(13), {7, 9}, literals(1)}));
 }
 
-TEST(lazy_search, a_candidate_of_the_next_position_is_extended_backwards)
+TEST(lazy_search, a_candidate_of_the_next_position_replaces_the_match_if_it_reaches_back)
 {
-    // The hash slot of "abcd" holds the nearer, shorter occurrence; the slot of "bcde" leads to the
-    // older one, which agrees at "a" too and is longer by two: it replaces the match at "a".
-    const bytes block = text("abcdefgh1abcd2abcdefgh3");
-    const auto tokens = search(block, 2, 16).tokens;
-    const plain_token replaced{8, 14};
-    EXPECT_NE(std::find(tokens.begin(), tokens.end(), replaced), tokens.end());
+    // At 14 the entry of "abcd" is 9, a match of 4.  The entry of "bcde" still is 1, where 7 bytes
+    // match, and the byte in front of it is an "a" too.
+    const bytes block = bytes_of("abcdefgh1abcd2abcdefgh3");
+    EXPECT_EQ(search(2, block),
+              spelled_out({literals(8), {4, 9}, literals(1), {8, 14}, literals(1)}));
 }
 
-TEST(hash_search, stops_when_the_writer_is_full)
+TEST(lazy_search, a_replaced_match_passes_the_end_by_4)
 {
-    EXPECT_EQ(search(text("abcdefghijklmnop"), 0, 12, 5).tokens.size(), 5U);
-    EXPECT_EQ(search(text("abcdefghijklmnop"), 2, 12, 5).tokens.size(), 5U);
+    // "z" and four zeros stand at 2.  The last byte, at 10, is a "z": 4 bytes from 2.  One later,
+    // behind the block, the four zeros at 3 match, in front of which is the "z": 5 bytes.
+    const bytes block = bytes_of("abz\0\0\0\0defz"sv);
+    EXPECT_EQ(search(2, block), spelled_out({literals(9), {5, 8}}));
 }
 
-class hash_search_property : public testing::TestWithParam<u32> {};
+TEST(lazy_search, the_position_itself_is_not_extended_backwards)
+{
+    // At 2 the entry of all zeros is 0, at distance 2; one later it is 2, and the byte in front of
+    // that is a zero too.  The match at distance 1 would be as long and nearer.
+    EXPECT_EQ(tokens_of(searches<2>[2], bytes(1000), { 16, 0 }), spelled_out({{998, 2}}));
+}
 
-TEST_P(hash_search_property, decides_as_the_plain_search_does)
+TEST(lazy_search, enters_the_second_and_the_third_position_of_a_match)
+{
+    // The match at 8 enters 9, "bcde", and 10, "cdef"; at 17 each of them is nearer than the first.
+    EXPECT_EQ(search(2, bytes_of("abcdefghabcdefgh-bcdefX")),
+              spelled_out({literals(7), {8, 8}, literals(1), {5, 8}, literals(1)}));
+    EXPECT_EQ(search(2, bytes_of("abcdefghabcdefgh-cdefX")),
+              spelled_out({literals(7), {8, 8}, literals(1), {4, 7}, literals(1)}));
+}
+
+TEST(lazy_search, enters_the_last_two_positions_of_a_match)
+{
+    // The match of "abcdefgh" at 10 ends with "gh" at 16, in front of "ij".
+    const bytes last = bytes_of("abcdefgh--abcdefghijk+hijkX");
+    EXPECT_EQ(search(2, last),
+              spelled_out({literals(9), {8, 10}, literals(4), {4, 5}, literals(1)}));
+    const bytes last_but_one = bytes_of("abcdefgh--abcdefghijk+ghijX");
+    EXPECT_EQ(search(2, last_but_one),
+              spelled_out({literals(9), {8, 10}, literals(4), {4, 6}, literals(1)}));
+}
+
+class each_hash_search : public testing::TestWithParam<u32> {};
+
+TEST_P(each_hash_search, stops_when_the_writer_is_full)
+{
+    const auto tokens = tokens_of(
+        searches<1>[GetParam()], bytes_of("abcdefghijkl"), { 12, 0 }, 5);
+    EXPECT_EQ(tokens, spelled_out({literals(5)}));
+}
+
+TEST_P(each_hash_search, gives_nothing_without_memory_for_its_table)
+{
+    const bytes block(100);
+    const test::short_of_memory limit;
+    EXPECT_FALSE(searches<1>[GetParam()]({block.data(), 50}, {30, 0}, {}).has_value());
+}
+
+template <u32 FirstPos>
+void expect_plain_tokens(u32 level, const bytes& block, u32 hash_bits)
+{
+    const test::plain_rules rules{FirstPos, false, false, 0};
+    EXPECT_TRUE(tokens_of(searches<FirstPos>[level], block, { static_cast<i32>(hash_bits), 0 }) ==
+                test::plain_search(block, rules, level, hash_bits, 0))
+        << block.size() << " bytes, " << hash_bits << " hash bits, from " << FirstPos;
+}
+
+TEST_P(each_hash_search, decides_as_the_plain_search_does)
 {
     for (const auto& shape : test::all_shapes()) {
-        for (const usize size :
-             {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 31U, 100U, 300U, 5000U, 70000U}) {
-            for (const u32 hash_bits : {10U, 16U}) {
-                const bytes block = shape.make(size, size + hash_bits);
-                EXPECT_EQ(search(block, GetParam(), hash_bits).tokens,
-                          test::plain_search(block, test::m1_rules, GetParam(), hash_bits, 1))
-                    << shape.name << " of " << size << " bytes";
-            }
+        SCOPED_TRACE(shape.name);
+        for (usize size = 0; size <= 300; ++size) {
+            expect_plain_tokens<1>(GetParam(), shape.make(size, size), 10);
+            expect_plain_tokens<2>(GetParam(), shape.make(size, size + 1), 5);
+        }
+        for (const usize size : {65536U, 300001U}) {
+            expect_plain_tokens<1>(GetParam(), shape.make(size, size), 16);
+            expect_plain_tokens<2>(GetParam(), shape.make(size, size + 1), 10);
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(levels, hash_search_property, testing::Values(0U, 1U, 2U));
+INSTANTIATE_TEST_SUITE_P(levels, each_hash_search, testing::Values(0U, 1U, 2U));
 
 } // namespace
 } // namespace quarnex

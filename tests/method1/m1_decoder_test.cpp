@@ -9,6 +9,7 @@ namespace quarnex {
 namespace {
 
 using test::bytes;
+using test::bytes_of;
 using test::parameters_of;
 using test::plain_token;
 
@@ -23,14 +24,9 @@ bytes decode(const bytes& payload, usize length, const file_parameters& paramete
     return portable;
 }
 
-bytes text(const std::string& characters)
-{
-    return {characters.begin(), characters.end()};
-}
-
 TEST(m1_decoder, the_stream_of_a_block_of_1_byte_has_7_bytes)
 {
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0x00}, 1, low), text("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0x00}, 1, low), bytes_of("A"));
 }
 
 TEST(m1_decoder, a_control_word_of_0_governs_32_literals)
@@ -50,30 +46,32 @@ TEST(m1_decoder, a_match_at_distance_1_repeats_the_last_byte)
 {
     // short: distance - 1 = 0, c = 3: 7 bytes
     EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 8, low),
-              text("AAAAAAAA"));
+              bytes_of("AAAAAAAA"));
 }
 
 TEST(m1_decoder, at_level_8_a_short_token_with_c_0_is_a_match_of_3_bytes)
 {
     const bytes stream{'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0x00, 0xEB, 0x00};
-    EXPECT_EQ(decode(stream, 4, high), text("AAAA"));
-    EXPECT_EQ(decode(stream, 5, low), text("AAAAA"));
+    EXPECT_EQ(decode(stream, 4, high), bytes_of("AAAA"));
+    EXPECT_EQ(decode(stream, 5, low), bytes_of("AAAAA"));
 }
 
 TEST(m1_decoder, a_last_match_that_exceeds_the_end_yields_exactly_out_len)
 {
     // 7 bytes at distance 1 in a block of 5, in each of the three forms.
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 5, low), text("AAAAA"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 5, low),
+              bytes_of("AAAAA"));
     EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x01, 0x00, 0x60, 0xEB, 0x00}, 5, low),
-              text("AAAAA"));
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x0F, 0x01, 0xEB, 0x00}, 5, low), text("AAAAA"));
+              bytes_of("AAAAA"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x0F, 0x01, 0xEB, 0x00}, 5, low),
+              bytes_of("AAAAA"));
 }
 
 TEST(m1_decoder, ignores_the_length_of_the_end_token)
 {
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0x03, 0x00}, 9, low), text("A"));
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xFF, 0x85, 0x55, 0x00}, 9, low), text("A"));
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0xF7, 0, 0, 0, 0}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0x03, 0x00}, 9, low), bytes_of("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xFF, 0x85, 0x55, 0x00}, 9, low), bytes_of("A"));
+    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0xF7, 0, 0, 0, 0}, 9, low), bytes_of("A"));
 }
 
 TEST(m1_decoder, reads_every_form_of_a_distance)
@@ -125,23 +123,23 @@ TEST(m1_decoder, reads_runs_of_literals_of_any_length)
 TEST(m1_decoder, a_distance_before_the_block_ends_it)
 {
     // After one byte, distance 2 in each form.
-    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x02, 0x00, 0xEB, 0x00}, 9, low), text("A"));
-    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x05, 0x00, 0x00, 0xEB, 0x00}, 9, low), text("A"));
-    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x03, 0x02, 0xEB, 0x00}, 9, low), text("A"));
-    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0xFF, 0x05, 0x02, 0xEB, 0x00}, 9, low), text("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x02, 0x00, 0xEB, 0x00}, 9, low), bytes_of("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x05, 0x00, 0x00, 0xEB, 0x00}, 9, low), bytes_of("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x03, 0x02, 0xEB, 0x00}, 9, low), bytes_of("A"));
+    EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0xFF, 0x05, 0x02, 0xEB, 0x00}, 9, low), bytes_of("A"));
 }
 
 TEST(m1_decoder, reads_a_distance_of_five_bytes)
 {
     EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x03, 0xF0, 1, 0, 0, 0, 0xEB, 0x00}, 5, low),
-              text("AAAAA"));
+              bytes_of("AAAAA"));
 }
 
 TEST(m1_decoder, decodes_the_example_of_the_format_page)
 {
     const bytes stream{'a',  0x00, 0x00, 0x00, 0x16, 'b',  'c', 'd',
                        0x06, 0x00, 'z',  0x43, 0x01, 0xEB, 0x00};
-    EXPECT_EQ(decode(stream, 29, low), text("abcdabcd" + std::string(21, 'z')));
+    EXPECT_EQ(decode(stream, 29, low), bytes_of("abcdabcd" + std::string(21, 'z')));
 }
 
 TEST(m1_decoder, a_long_match_behind_the_end_of_the_block_ends_it)
@@ -149,7 +147,7 @@ TEST(m1_decoder, a_long_match_behind_the_end_of_the_block_ends_it)
     // A block of two bytes: a match of 7, then one of 2 GiB, which no slack would hold.
     const bytes stream{'A',  0,    0,    0,    0xE0, 0x00, 0xC0, 0xFF,
                        0xF0, 0xFF, 0xFF, 0xFF, 0x7F, 0x01, 0xEB, 0x00};
-    EXPECT_EQ(decode(stream, 2, low), text("AA"));
+    EXPECT_EQ(decode(stream, 2, low), bytes_of("AA"));
 }
 
 TEST(m1_decoder, an_empty_payload_gives_nothing)

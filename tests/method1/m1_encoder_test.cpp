@@ -2,60 +2,104 @@
 
 #include "plain/m1_plain.h"
 #include "support/codec_runs.h"
+#include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
 
 namespace quarnex {
 namespace {
 
+using namespace std::string_view_literals;
 using test::bytes;
+using test::bytes_of;
 using test::encode;
 using test::parameters_of;
 
-bytes text(const std::string& characters)
-{
-    return {characters.begin(), characters.end()};
-}
+constexpr u8 levels[]{0, 1, 2, 3, 4, 5, 6, 7};
 
 TEST(m1_encoder, a_block_of_1_byte_is_stored)
 {
     // Its stream would be the byte, the control word 0x80000000 and the end token: seven bytes.
-    for (u8 level = 0; level <= 2; ++level) {
-        EXPECT_EQ(encode({0x41}, parameters_of(1, level)), bytes{0x41});
-    }
+    for (const u8 level : levels)
+        EXPECT_EQ(encode({0x41}, parameters_of(1, level, 12)), bytes{0x41});
 }
 
 TEST(m1_encoder, an_in_len_of_2_is_always_stored)
 {
-    for (u8 level = 0; level <= 2; ++level) {
-        EXPECT_EQ(encode({7, 7}, parameters_of(1, level)), (bytes{7, 7}));
-    }
+    for (const u8 level : levels)
+        EXPECT_EQ(encode({7, 7}, parameters_of(1, level, 12)), (bytes{7, 7}));
 }
 
 TEST(m1_encoder, data_without_any_match_come_out_as_the_raw_block)
 {
     bytes block(256);
     for (usize i = 0; i < block.size(); ++i) block[i] = static_cast<u8>(i);
-    for (u8 level = 0; level <= 2; ++level)
-        EXPECT_EQ(encode(block, parameters_of(1, level)), block);
+    for (const u8 level : levels) EXPECT_EQ(encode(block, parameters_of(1, level, 12)), block);
 }
 
-TEST(m1_encoder, a_block_of_zeros_is_one_long_token_at_distance_1)
+TEST(m1_encoder, a_run_of_a_single_byte_is_one_long_token_at_distance_1)
 {
     // The first byte; the control word 11 then zeros; the match of 999 at distance 1: c = 995 is
     // above 62, so the first byte is 0xFF, c - 63 = 932 = 0x3A4 takes two bytes 0x83 0xA4, the
     // distance is one byte; the end token.
-    const bytes expected{0x00, 0x00, 0x00, 0x00, 0xC0, 0xFF, 0x83, 0xA4, 0x01, 0xEB, 0x00};
-    for (u8 level = 0; level <= 2; ++level) {
-        EXPECT_EQ(encode(bytes(1000), parameters_of(1, level)), expected);
+    const bytes expected{'z', 0x00, 0x00, 0x00, 0xC0, 0xFF, 0x83, 0xA4, 0x01, 0xEB, 0x00};
+    for (const u8 level : levels)
+        EXPECT_EQ(encode(bytes(1000, 'z'), parameters_of(1, level, 12)), expected);
+}
+
+TEST(m1_encoder, the_default_tables_of_levels_3_and_7_serve_a_small_block)
+{
+    const bytes expected{'z', 0x00, 0x00, 0x00, 0xC0, 0xFF, 0x83, 0xA4, 0x01, 0xEB, 0x00};
+    for (const u8 level : {u8{3}, u8{7}})
+        EXPECT_EQ(encode(bytes(1000, 'z'), parameters_of(1, level)), expected);
+}
+
+/// A block whose last byte, a "z", stands like an earlier one in front of three zeros, if those
+/// behind the block count.
+const bytes block_with_a_match_at_its_end = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
+
+TEST(m1_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3)
+{
+    // The literals at 1 to 10, the run of "g" as a match of 20 at 11, then the "z" at 31 as a match
+    // of 4 at distance 28, and the end token: ten flags 0, then 111.
+    const bytes passing{'a', 0x00, 0x00, 0x38, 0x00, 'b',  'c',  'z',  0x00, 0x00, 0x00,
+                        'd', 'e',  'f',  'g',  0x43, 0x01, 0x36, 0x00, 0xEB, 0x00};
+    // Level 3 sends a literal: ten flags 0, then 101.
+    const bytes not_passing{'a',  0x00, 0x00, 0x28, 0x00, 'b',  'c',  'z', 0x00, 0x00,
+                            0x00, 'd',  'e',  'f',  'g',  0x43, 0x01, 'z', 0xEB, 0x00};
+    for (const u8 level : levels)
+        EXPECT_EQ(encode(block_with_a_match_at_its_end, parameters_of(1, level, 16)),
+                  level == 3 ? not_passing : passing)
+            << "level " << int{level};
+}
+
+TEST(m1_encoder, each_level_decodes_to_its_block_where_the_last_match_passes_the_end)
+{
+    for (const u8 level : levels) {
+        const auto parameters = parameters_of(1, level, 16);
+        const bytes& block = block_with_a_match_at_its_end;
+        EXPECT_EQ(test::decode(encode(block, parameters), block.size(), parameters), block);
     }
+}
+
+TEST(m1_encoder, a_match_twice_replaced_behind_the_end_is_sent_with_6_bytes)
+{
+    // The literals at 1 to 3, eight zeros at 4 as a match at distance 1, ten literals and the run
+    // of "g" as before.  The "z" at 36 matches four bytes from 2; the look-ahead behind the block
+    // makes six of them, at distance 34: c = 2 in a short token, 33 << 1 | 2 << 14 = 0x8042.
+    const bytes block = bytes_of("abz\0\0\0\0\0\0\0\0\0defgggggggggggggggggggggz"sv);
+    const auto parameters = parameters_of(1, 4, 16);
+    const bytes stream = encode(block, parameters);
+    ASSERT_LT(stream.size(), block.size());
+    EXPECT_EQ(bytes(stream.end() - 4, stream.end()), (bytes{0x42, 0x80, 0xEB, 0x00}));
+    EXPECT_EQ(test::decode(stream, block.size(), parameters), block);
 }
 
 TEST(m1_encoder, a_minimum_match_is_a_short_token)
 {
     // 3 literals, the match of 4 at distance 4, 20 bytes as one match, the end: flags 0001 then,
     // for the run of "z", a literal and a match, then the end: 000101 1.
-    const bytes block = text("abcdabcd" + std::string(21, 'z'));
+    const bytes block = bytes_of("abcdabcd" + std::string(21, 'z'));
     // short token: distance - 1 = 3, c = 0: 3 << 1 = 0x0006.  The run: c = 20 - 4 = 16: a long
     // token 16 * 4 + 3 = 0x43, distance 1.
     const bytes expected{'a',  0x00, 0x00, 0x00, 0x16, 'b',  'c', 'd',
@@ -100,7 +144,7 @@ TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
     // 1 + 4 + literals + tokens + 2: shrink a block byte by byte until its stream would not be
     // shorter.
     for (usize run = 1; run < 40; ++run) {
-        bytes block = text("0123456789");
+        bytes block = bytes_of("0123456789");
         block.insert(block.end(), run, 'x');
         const bytes stream =
             test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 12, 1), 4);
@@ -109,31 +153,49 @@ TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
     }
 }
 
+TEST(m1_encoder, no_memory_for_the_table_is_a_failure)
+{
+    const bytes block(100 + in_slack);
+    bytes out(100 + out_slack);
+    block_job job;
+    job.in_buf = block.data();
+    job.in_len = 100;
+    job.out_buf = out.data();
+    for (u8 level = 2; level <= 7; ++level) {
+        job.parameters = parameters_of(1, level, 30);
+        const test::short_of_memory limit;
+        EXPECT_EQ(m1_encoder.run(job, nullptr), -1) << "level " << int{level};
+    }
+}
+
 class m1_encoder_property : public testing::TestWithParam<u8> {};
+
+/// Compares the encoder with the plain one on a block.
+void expect_plain_payload(const bytes& block, u8 level, i32 hash_bits)
+{
+    const file_parameters parameters = parameters_of(1, level, hash_bits);
+    EXPECT_TRUE(encode(block, parameters) ==
+                test::m1_plain_encode(block, level, static_cast<u32>(hash_bits),
+                                      static_cast<u32>(parameters.chain_bits)))
+        << block.size() << " bytes, " << hash_bits << " hash bits";
+}
 
 TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
 {
     for (const auto& shape : test::all_shapes()) {
-        for (usize size = 1; size <= 300; ++size) {
-            const bytes block = shape.make(size, size * 7 + GetParam());
-            EXPECT_EQ(encode(block, parameters_of(1, GetParam(), 10)),
-                      test::m1_plain_encode(block, GetParam(), 10))
-                << shape.name << " of " << size << " bytes";
-        }
+        SCOPED_TRACE(shape.name);
+        for (usize size = 1; size <= 300; ++size)
+            expect_plain_payload(shape.make(size, size * 7 + GetParam()), GetParam(), 10);
     }
 }
 
 TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
     for (const auto& shape : test::all_shapes()) {
-        for (const usize size : {4095U, 65536U, 300001U}) {
-            for (const i32 hash_bits : {12, 18}) {
-                const bytes block = shape.make(size, size + 3);
-                EXPECT_TRUE(encode(block, parameters_of(1, GetParam(), hash_bits)) ==
-                            test::m1_plain_encode(block, GetParam(), static_cast<u32>(hash_bits)))
-                    << shape.name << " of " << size << " bytes";
-            }
-        }
+        SCOPED_TRACE(shape.name);
+        expect_plain_payload(shape.make(4095, 1), GetParam(), 12);
+        expect_plain_payload(shape.make(65536, 2), GetParam(), 12);
+        expect_plain_payload(shape.make(300001, 3), GetParam(), 18);
     }
 }
 
@@ -143,18 +205,17 @@ TEST_P(m1_encoder_property, finds_matches_beyond_the_reach_of_medium_tokens)
     bytes block = test::find_shape("random").make(600000, 9);
     block.insert(block.end(), block.begin(), block.begin() + 500);
     block.insert(block.end(), 100000, 1); // so that it shrinks
-    const bytes payload = encode(block, parameters_of(1, GetParam(), 22));
-    EXPECT_LT(payload.size(), block.size());
-    EXPECT_TRUE(payload == test::m1_plain_encode(block, GetParam(), 22));
+    EXPECT_LT(encode(block, parameters_of(1, GetParam(), 22)).size(), block.size());
+    expect_plain_payload(block, GetParam(), 22);
 }
 
-INSTANTIATE_TEST_SUITE_P(levels, m1_encoder_property, testing::Values(u8{0}, u8{1}, u8{2}));
+INSTANTIATE_TEST_SUITE_P(levels, m1_encoder_property, testing::ValuesIn(levels));
 
 TEST(m1_encoder, a_level_that_is_not_built_fails)
 {
     bytes block(100);
     block_job job;
-    job.parameters = parameters_of(1, 3);
+    job.parameters = parameters_of(1, 8);
     job.in_buf = block.data();
     job.in_len = 100;
     EXPECT_EQ(m1_encoder.run(job, nullptr), -1);

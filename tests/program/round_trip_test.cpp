@@ -2,6 +2,7 @@
 #include "support/program_fixture.h"
 
 #include "common/platform.h"
+#include "pipeline/codec_table.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -118,6 +119,36 @@ INSTANTIATE_TEST_SUITE_P(all, round_trip_with,
                                           testing::Values("-p0", "-p1", "-p2", "-p16")),
                          name_of);
 
+/// By method and level, as an option ("-10", ...): all that can compress.
+class round_trip_of_cell : public round_trip, public testing::WithParamInterface<std::string> {};
+
+std::vector<std::string> cells_that_can_compress()
+{
+    std::vector<std::string> cells;
+    for (char method = '1'; method <= '5'; ++method) {
+        for (char level = '0'; level <= '9'; ++level) {
+            if (has_encoder(static_cast<u8>(method - '0'), static_cast<u8>(level - '0')))
+                cells.push_back({'-', method, level});
+        }
+    }
+    return cells;
+}
+
+TEST_P(round_trip_of_cell, small_files_and_all_shapes)
+{
+    file_set files;
+    for (usize size = 0; size < 70; ++size)
+        files[std::to_string(size)] = find_shape("text").make(size, size);
+    for (const shape& kind : all_shapes()) files[kind.name] = kind.make(100000, 5);
+    put_all(files);
+    expect_silent_success(run_on(files, {GetParam(), "-p2", "-b1", "-D14"}, "", "", "out"));
+    expect_silent_success(run_on(files, {"-d", "-p2"}, "out/", ".qrx", "restored"));
+    expect_restored(files, "restored");
+}
+
+INSTANTIATE_TEST_SUITE_P(all, round_trip_of_cell, testing::ValuesIn(cells_that_can_compress()),
+                         [](const auto& test) { return test.param.substr(1); });
+
 TEST_F(round_trip, payloads_do_not_depend_on_the_number_of_workers)
 {
     const file_set& files = files_of_all_shapes();
@@ -210,6 +241,35 @@ TEST_F(round_trip, header_has_the_block_size_of_32_when_none_is_asked_for)
     put("file", random_data(10));
     run({"-10", "file", "out"});
     EXPECT_EQ(compressed("file").header.block_mb, 32);
+}
+
+TEST_F(round_trip, header_has_a_block_size_of_16_at_most_at_levels_4_to_7)
+{
+    put("file", random_data(10));
+    const std::map<std::string, u16> expected{{"-13", 64}, {"-14", 16}, {"-17", 16},
+                                              {"-53", 64}, {"-54", 16}, {"-57", 16}};
+    for (const auto& [option, block_mb] : expected) {
+        expect_silent_success(run({option, "-b64", "-D12", "file", "out"}));
+        EXPECT_EQ(compressed("file").header.block_mb, block_mb) << option;
+    }
+}
+
+TEST_F(round_trip, header_has_the_table_sizes_of_the_slow_levels)
+{
+    struct table_sizes {
+        char level;
+        u32 hash_bits;
+        u32 chain_bits;
+    };
+    for (const auto& [level, hash_bits, chain_bits] :
+         {table_sizes{'3', 23, 1}, {'4', 24, 2}, {'5', 25, 3}, {'6', 25, 4}, {'7', 25, 6}}) {
+        for (const char method : {'1', '5'}) {
+            const std::string option{'-', method, level};
+            const qrx_header header = compress(random_data(10), {option}).header;
+            EXPECT_EQ(header.hash_bits, hash_bits) << method << level;
+            EXPECT_EQ(header.chain_bits, chain_bits) << method << level;
+        }
+    }
 }
 
 TEST_F(round_trip, header_has_the_hash_bits_of_the_level)

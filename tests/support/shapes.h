@@ -4,11 +4,18 @@
 #include "common/types.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarnex::test {
 
 using bytes = std::vector<u8>;
+
+/// The characters of a text, without a zero behind them.
+inline bytes bytes_of(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
 
 /// A small fast generator of pseudo-random numbers with a seed.
 class random_source {

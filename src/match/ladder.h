@@ -1,0 +1,40 @@
+// match/ladder.h - what the encoders of all methods have in common: from a level to a stream
+//
+// A method names its encoders, each a search with its token writer, and lists them by level.  A job
+// is a block_job; this folder knows no more of it than is used here.
+#pragma once
+
+#include "match/concepts.h"
+#include "match/text.h"
+
+#include <optional>
+
+namespace quarnex {
+
+/// Encodes the block of a job with what `Search` finds, written by `out`.  Returns the length of
+/// the stream, or of the block that took its place, or -1 without memory for the search.
+template <auto Search, class Job, token_writer Writer>
+i32 encode_with(const Job& job, Writer out)
+{
+    const search_bits bits{job.parameters.hash_bits, job.parameters.chain_bits};
+    std::optional<Writer> written = Search(block_text{job.in_buf, job.in_len}, bits, out);
+    return written ? shorter_stream(job, written->finish()) : -1;
+}
+
+inline constexpr u32 ladder_levels = 10;
+/// What a level above the last one searches like.
+inline constexpr u32 ladder_default = 7;
+
+/// Runs the encoder of the job's level.  Returns its result, 0 for an empty block, or -1 if there
+/// is no encoder.
+template <class Job, class... State>
+i32 encode_level(i32 (*const (&levels)[ladder_levels])(const Job&, State&...), const Job& job,
+                 State&... state)
+{
+    if (job.in_len == 0) return 0;
+    const u32 level = job.parameters.level;
+    const auto encode = levels[level < ladder_levels ? level : ladder_default];
+    return encode != nullptr ? encode(job, state...) : -1;
+}
+
+} // namespace quarnex

@@ -1,0 +1,37 @@
+#include "match/text.h"
+
+#include "support/shapes.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+constexpr u32 size = 20;
+
+TEST(block_text, the_first_four_bytes_of_a_match_may_lie_behind_the_block_and_no_more)
+{
+    const test::bytes zeros(size + search_reads_past);
+    const block_text text{zeros.data(), size};
+    EXPECT_EQ(text.match_length(1, 0), 19U);
+    EXPECT_EQ(text.match_length(size - 5, 0), 5U);
+    EXPECT_EQ(text.match_length(size - 4, 0), 4U);
+    EXPECT_EQ(text.match_length(size - 3, 0), 4U); // 1 byte behind the block
+    EXPECT_EQ(text.match_length(size - 1, 0), 4U);
+    EXPECT_EQ(text.match_length(size, 0), 4U); // all behind the block, as look-aheads ask
+    EXPECT_EQ(text.match_length(size + 1, 0), 4U);
+}
+
+TEST(block_text, a_match_ends_at_the_first_difference)
+{
+    test::bytes bytes(size + search_reads_past);
+    const block_text text{bytes.data(), size};
+    for (u32 len = 4; len < 10; ++len) {
+        bytes.assign(bytes.size(), 0);
+        bytes[10 + len] = 1;
+        EXPECT_EQ(text.match_length(10, 0), len);
+    }
+}
+
+} // namespace
+} // namespace quarnex

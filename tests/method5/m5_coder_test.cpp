@@ -1,0 +1,421 @@
+#include "method5/m5_coder.h"
+
+#include "plain/m5_plain.h"
+
+#include <array>
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::m5_plain_coder;
+using test::m5_plain_pair;
+using test::random_source;
+
+constexpr usize room = 1U << 16;
+
+/// The bytes from `start` to where the encoder is.
+bytes written(const bytes& buffer, const m5_encoder_registers& to)
+{
+    return {buffer.data(), static_cast<const u8*>(to.out)};
+}
+
+/// The whole stream of what `code` does to an encoder.
+template <class Code>
+bytes coded(Code code)
+{
+    bytes buffer(room, 0xEE);
+    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    code(to);
+    m5_flush(to);
+    return written(buffer, to);
+}
+
+/// A stream with the zeros that may be read behind it.
+bytes with_slack(bytes stream)
+{
+    stream.resize(stream.size() + 8);
+    return stream;
+}
+
+void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
+{
+    EXPECT_EQ(pair.fast(), plain.fast);
+    EXPECT_EQ(pair.slow(), plain.slow);
+}
+
+// Whole streams
+
+TEST(m5_encoder_registers, an_encoder_that_has_coded_nothing_writes_five_zero_bytes)
+{
+    EXPECT_EQ(coded([](m5_encoder_registers&) {}), bytes(5, 0));
+}
+
+TEST(m5_encoder_registers, first_bits)
+{
+    // A 1 at one half: low = 16384 * 0x1FFFF = 7FFFC000, range = FFFFFFFF - 7FFFC000 = 80003FFF.
+    // A 0 at one half: range = 16384 * 0x10000 = 40000000.
+    bytes buffer(room);
+    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    m5_prob_pair pair;
+    m5_encode_bit(to, pair, 1);
+    EXPECT_EQ(to.low, 0x7FFFC000U);
+    EXPECT_EQ(to.range, 0x80003FFFU);
+    EXPECT_EQ(pair.fast(), 14336U); // 16384 - 2048
+    EXPECT_EQ(pair.slow(), 16128U); // 16384 - 256
+    m5_prob_pair other;
+    m5_encode_bit(to, other, 0);
+    EXPECT_EQ(to.low, 0x7FFFC000U);
+    EXPECT_EQ(to.range, 0x40000000U);
+    EXPECT_EQ(other.fast(), 18432U);
+    EXPECT_EQ(other.slow(), 16640U);
+    m5_flush(to);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
+}
+
+TEST(m5_encoder_registers, the_smallest_bound_is_35_times_512)
+{
+    // A 0 of the least probability, 35, in the least range: 35 * 512 = 4600 (hexadecimal) is left
+    // and takes two shifts.
+    bytes buffer(room);
+    m5_prob_pair pair{7 | 63U << 16};
+    m5_encoder_registers to{buffer.data() + 1, 0x12345678, 0x01000000};
+    m5_encode_bit(to, pair, 0);
+    EXPECT_EQ(to.range, 0x46000000U);
+    EXPECT_EQ(to.low, 0x56780000U);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0x34}));
+
+    // A 1 of the same probability: bound = 32733 * 512 = FFBA00, and 4600 are left again.
+    pair = {32761 | 32705U << 16};
+    to = {buffer.data() + 1, 0x12000000, 0x01000000};
+    m5_encode_bit(to, pair, 1);
+    EXPECT_EQ(to.range, 0x46000000U);
+    EXPECT_EQ(to.low, 0xBA000000U);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF}));
+}
+
+// Carries
+
+TEST(m5_shift_low, bytes_of_0xFF_without_a_carry_stay)
+{
+    bytes buffer(room);
+    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    to.low = 0x12FFFFFF;
+    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    EXPECT_EQ(to.low, 0xFF000000U);
+    m5_shift_low(to);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST(m5_shift_low, a_carry_runs_through_bytes_of_0xFF_into_the_byte_before_them)
+{
+    bytes buffer(room);
+    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    to.low = 0x12FFFFFF;
+    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    to.low += 0x01ABCDEF; // FF000000 becomes 1 00ABCDEF: 12 + 1, FF FF to 00 00, then the byte 00
+    m5_shift_low(to);
+    EXPECT_EQ(to.low, 0xABCDEF00U);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x13, 0x00, 0x00, 0x00}));
+}
+
+TEST(m5_shift_low, a_carry_stops_at_the_last_byte_that_is_not_0xFF)
+{
+    bytes buffer(room);
+    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    to.low = 0xFF12FE34;
+    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    to.low += u64{1} << 32;
+    m5_shift_low(to);
+    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0xFF, 0x12, 0xFF, 0x34}));
+}
+
+TEST(m5_shift_low, clears_bit_32_whatever_the_byte_below_it_is)
+{
+    for (const u64 low : {0x100000001UL, 0x1FF000001UL, 0x0FF000001UL, 0x012000001UL}) {
+        bytes buffer(room);
+        m5_encoder_registers to = m5_start_encoder(buffer.data());
+        to.low = low;
+        m5_shift_low(to);
+        EXPECT_EQ(to.low, 0x100U) << low;
+        EXPECT_EQ(written(buffer, to),
+                  (bytes{static_cast<u8>(low >> 32), static_cast<u8>(low >> 24)}));
+    }
+}
+
+/// A stream in which `count` bytes stay open to a carry, with one at the end or not.
+template <class Direct>
+void code_open_bytes(u32 count, bool carry, const m5_plain_coder& so_far, Direct direct)
+{
+    direct(1, 7); // from 01FFFFFF to 03FFFFFE: 02000000 is inside
+    direct(0, 7);
+    for (u32 i = 0; i < count; ++i) {
+        // Of the 256 parts, the one that has the next carry inside.
+        const u64 to_carry = (u64{1} << 32) - so_far.low;
+        direct(static_cast<u32>(to_carry / (so_far.range >> 8)), 8);
+    }
+    if (carry) direct(0xFFFF, 16); // far above the carry
+}
+
+TEST(m5_shift_low, many_open_bytes_are_all_0xFF_or_all_0x00)
+{
+    for (u32 count = 2; count <= 300; ++count) {
+        for (const bool carry : {false, true}) {
+            m5_plain_coder plain;
+            bytes buffer(room);
+            m5_encoder_registers to = m5_start_encoder(buffer.data());
+            code_open_bytes(count, carry, plain, [&](u32 value, u32 bits) {
+                plain.direct(value, bits);
+                m5_encode_direct(to, value, bits);
+            });
+            plain.flush();
+            m5_flush(to);
+            ASSERT_EQ(written(buffer, to), plain.out) << count;
+            EXPECT_EQ(buffer[1], carry ? 0x02 : 0x01);
+            EXPECT_EQ(bytes(buffer.begin() + 2, buffer.begin() + 2 + count),
+                      bytes(count, carry ? 0x00 : 0xFF))
+                << count;
+        }
+    }
+}
+
+// Groups of direct bits
+
+TEST(m5_direct, a_group_of_22_bits_worked_by_hand)
+{
+    // range = FFFFFFFF >> 22 = 3FF; low = 2AAAAA * 3FF = AA7FFD56; two bytes leave.
+    const bytes stream = coded([](auto& to) { m5_encode_direct(to, 0x2AAAAA, 22); });
+    EXPECT_EQ(stream, (bytes{0x00, 0xAA, 0x7F, 0xFD, 0x56, 0x00, 0x00}));
+    const bytes readable = with_slack(stream);
+    m5_decoder_registers from = m5_start_decoder(readable.data());
+    EXPECT_EQ(from.code, 0xAA7FFD56U);
+    EXPECT_EQ(m5_decode_direct(from, 22), 0x2AAAAAU);
+    EXPECT_EQ(from.range, 0x3FF0000U);
+    EXPECT_EQ(from.code, 0U);
+    EXPECT_EQ(from.in, readable.data() + stream.size());
+}
+
+TEST(m5_direct, a_single_bit)
+{
+    EXPECT_EQ(coded([](auto& to) { m5_encode_direct(to, 1, 1); }),
+              (bytes{0x00, 0x7F, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(coded([](auto& to) { m5_encode_direct(to, 0, 1); }), bytes(5, 0));
+}
+
+TEST(m5_direct, groups_of_1_to_22_bits_come_back)
+{
+    for (u32 count = 1; count <= 22; ++count) {
+        random_source random(count);
+        std::vector<u32> values{0, (1U << count) - 1, 1, (1U << count) - 2};
+        for (int i = 0; i < 2000; ++i) values.push_back(random.below(1U << count));
+        const bytes stream = coded([&](auto& to) {
+            for (const u32 value : values) m5_encode_direct(to, value, count);
+        });
+        const bytes readable = with_slack(stream);
+        m5_decoder_registers from = m5_start_decoder(readable.data());
+        for (const u32 value : values) ASSERT_EQ(m5_decode_direct(from, count), value) << count;
+        EXPECT_EQ(from.in, readable.data() + stream.size());
+    }
+}
+
+TEST(m5_direct, in_a_damaged_stream_a_value_can_exceed_its_bits)
+{
+    // range = 1FFFFFF >> 22 = 7; 1FFFFFE is 7 * 492492 (hexadecimal), and three bytes follow.
+    const bytes next{0x11, 0x22, 0x33, 0x44};
+    m5_decoder_registers from{next.data(), 0x1FFFFFE, 0x1FFFFFF};
+    EXPECT_EQ(m5_decode_direct(from, 22), 0x492492U);
+    EXPECT_EQ(from.range, 0x7000000U);
+    EXPECT_EQ(from.code, 0x112233U);
+}
+
+TEST(m5_direct, the_least_range_has_room_for_the_most_bits)
+{
+    // 1000000 >> 22 = 4, and 4 << 24 is the next range.
+    const bytes next{0x11, 0x22, 0x33, 0x44};
+    m5_decoder_registers from{next.data(), 0xFFFFFF, m5_least_range};
+    EXPECT_EQ(m5_decode_direct(from, 22), 0x3FFFFFU);
+    EXPECT_EQ(from.range, 0x4000000U);
+    EXPECT_EQ(from.code, 0x3112233U);
+}
+
+// Trees
+
+using tree_of_3_bits = std::array<m5_prob_pair, 8>;
+
+/// Expects the path of 101: pair 1 has seen a 1, pair 3 a 0, pair 6 a 1, and no other anything.
+void expect_path_of_101(const tree_of_3_bits& tree)
+{
+    tree_of_3_bits expected;
+    expected[1].update(1);
+    expected[3].update(0);
+    expected[6].update(1);
+    for (usize i = 0; i < tree.size(); ++i) EXPECT_EQ(tree[i].halves, expected[i].halves) << i;
+}
+
+TEST(m5_tree, bits_come_from_the_top_and_pair_0_is_never_touched)
+{
+    tree_of_3_bits encoding;
+    const bytes stream = coded([&](auto& to) { m5_encode_tree(to, encoding.data(), 5, 3); });
+    expect_path_of_101(encoding);
+    tree_of_3_bits decoding;
+    const bytes readable = with_slack(stream);
+    m5_decoder_registers from = m5_start_decoder(readable.data());
+    EXPECT_EQ(m5_decode_tree(from, decoding.data(), 3), 5U);
+    expect_path_of_101(decoding);
+}
+
+TEST(m5_tree, values_of_all_widths_come_back)
+{
+    for (u32 width = 1; width <= 10; ++width) {
+        random_source random(width);
+        std::vector<u32> values;
+        for (u32 value = 0; value < 1U << width; ++value) values.push_back(value);
+        for (int i = 0; i < 3000; ++i)
+            values.push_back(random.below(1U << random.below(width + 1)));
+        std::vector<m5_prob_pair> encoding(1U << width);
+        const bytes stream = coded([&](auto& to) {
+            for (const u32 value : values) m5_encode_tree(to, encoding.data(), value, width);
+        });
+        std::vector<m5_prob_pair> decoding(1U << width);
+        const bytes readable = with_slack(stream);
+        m5_decoder_registers from = m5_start_decoder(readable.data());
+        for (const u32 value : values) {
+            ASSERT_EQ(m5_decode_tree(from, decoding.data(), width), value) << width;
+        }
+        EXPECT_EQ(encoding[0].halves, m5_prob_pair().halves);
+        for (usize i = 0; i < decoding.size(); ++i)
+            EXPECT_EQ(decoding[i].halves, encoding[i].halves);
+    }
+}
+
+// Chains
+
+TEST(m5_decoder_chain, decodes_what_single_bits_decode)
+{
+    constexpr u32 pairs = 64;
+    for (u64 seed = 1; seed <= 20; ++seed) {
+        random_source random(seed);
+        const bytes stream = test::find_shape("random").make(300000, seed);
+        std::array<m5_prob_pair, pairs> by_chain;
+        for (u32 i = 0; i < pairs; i += 3) by_chain[i] = {7 | 63U << 16};
+        for (u32 i = 1; i < pairs; i += 3) by_chain[i] = {32761 | 32705U << 16};
+        std::array<m5_prob_pair, pairs> by_bit = by_chain;
+        m5_decoder_registers one{stream.data(), random.next() >> 1};
+        m5_decoder_registers other = one;
+        u32 at = 0;
+        u32 bits = 0;
+        m5_decoder_chain chain(by_chain[at]);
+        for (int i = 0; i < 20000; ++i) {
+            const u32 bit = m5_decode_bit(other, by_bit[at]);
+            const u32 shifted = bits << 1 | bit;
+            // Two neighbours, of which neither is the pair at hand: its new value comes too late.
+            const u32 next = (at / 2 + 1 + random.below(pairs / 2 - 1)) % (pairs / 2) * 2;
+            chain.step(one, &by_chain[at], &by_chain[next], bits);
+            ASSERT_EQ(bits, shifted) << i;
+            ASSERT_EQ(one.range, other.range) << i;
+            ASSERT_EQ(one.code, other.code) << i;
+            ASSERT_EQ(one.in, other.in) << i;
+            ASSERT_EQ(by_chain[at].halves, by_bit[at].halves) << i;
+            at = next + bit;
+        }
+    }
+}
+
+using decide_function = void (*)(u32, m5_outcome&, const m5_outcome&, u32&);
+constexpr decide_function decide_functions[] = {m5_decide, m5_decide_portably};
+
+TEST(m5_decide, a_code_at_the_bound_is_a_1_and_one_below_it_a_0)
+{
+    const m5_outcome if_1{11, 12, 13, 14, 15};
+    for (const decide_function decide : decide_functions) {
+        for (const u32 bound : {1U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
+            u32 bits = 0x80000001;
+            m5_outcome outcome{21, bound, 23, 24, 25};
+            decide(bound, outcome, if_1, bits);
+            EXPECT_EQ(bits, 3U); // the top bit is pushed out
+            EXPECT_EQ(outcome.range, 11U);
+            EXPECT_EQ(outcome.code, 12U);
+            EXPECT_EQ(outcome.halves, 13U);
+            EXPECT_EQ(outcome.mean, 14U);
+            EXPECT_EQ(outcome.towards, 15U);
+
+            outcome = {21, bound - 1, 23, 24, 25};
+            decide(bound, outcome, if_1, bits);
+            EXPECT_EQ(bits, 6U);
+            EXPECT_EQ(outcome.range, 21U);
+            EXPECT_EQ(outcome.code, bound - 1);
+            EXPECT_EQ(outcome.halves, 23U);
+            EXPECT_EQ(outcome.mean, 24U);
+            EXPECT_EQ(outcome.towards, 25U);
+        }
+    }
+}
+
+// Any mixture
+
+constexpr u32 mixture_pairs = 20;
+
+/// A modelled bit, or a group of `count` direct bits.
+struct step {
+    u32 pair;
+    u32 count;
+    u32 value;
+};
+
+/// Bits of all kinds of skew, with groups between them.
+std::vector<step> random_steps(u64 seed)
+{
+    random_source random(seed);
+    std::vector<step> steps;
+    for (int i = 0; i < 4000; ++i) {
+        if (random.below(10) == 0) {
+            const u32 count = 1 + random.below(22);
+            steps.push_back({0, count, random.below(1U << count)});
+        } else {
+            const u32 pair = random.below(mixture_pairs); // of which the first is hardly ever 1
+            steps.push_back({pair, 0, random.below(400) < pair * pair ? 1U : 0U});
+        }
+    }
+    return steps;
+}
+
+TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
+{
+    for (u64 seed = 1; seed <= 100; ++seed) {
+        const std::vector<step> steps = random_steps(seed);
+        std::array<m5_prob_pair, mixture_pairs> encoding;
+        std::array<m5_plain_pair, mixture_pairs> plain_pairs;
+        m5_plain_coder plain;
+        const bytes stream = coded([&](auto& to) {
+            for (const step& next : steps) {
+                if (next.count != 0) {
+                    m5_encode_direct(to, next.value, next.count);
+                    plain.direct(next.value, next.count);
+                } else {
+                    m5_encode_bit(to, encoding[next.pair], next.value);
+                    plain.bit(plain_pairs[next.pair], next.value != 0);
+                }
+            }
+        });
+        plain.flush();
+        ASSERT_EQ(stream, plain.out) << seed;
+
+        std::array<m5_prob_pair, mixture_pairs> decoding;
+        const bytes readable = with_slack(stream);
+        m5_decoder_registers from = m5_start_decoder(readable.data());
+        for (const step& next : steps) {
+            const u32 value = next.count != 0 ? m5_decode_direct(from, next.count)
+                                              : m5_decode_bit(from, decoding[next.pair]);
+            ASSERT_EQ(value, next.value) << seed;
+        }
+        EXPECT_EQ(from.in, readable.data() + stream.size()) << "the last byte is taken, no more";
+        for (u32 i = 0; i < mixture_pairs; ++i) {
+            expect_same(encoding[i], plain_pairs[i]);
+            expect_same(decoding[i], plain_pairs[i]);
+        }
+    }
+}
+
+} // namespace
+} // namespace quarnex

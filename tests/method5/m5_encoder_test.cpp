@@ -1,0 +1,350 @@
+#include "method5/m5_codec.h"
+#include "method5/m5_tokens.h"
+
+#include "method5/m5_streams.h"
+#include "support/codec_runs.h"
+#include "support/scoped_limits.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::bytes_of;
+using test::encode;
+using test::m5_block;
+using test::parameters_of;
+using test::plain_token;
+using test::run_encoder;
+
+constexpr u8 levels = 8; // that are built
+
+file_parameters m5_parameters(u8 level, i32 hash_bits = 12)
+{
+    return parameters_of(5, level, hash_bits);
+}
+
+/// The stream that the token writer makes of a block's tokens, with what it learns in `model`.
+template <u32 MinMatch = 4>
+bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens, m5_model& model)
+{
+    const auto in = test::exact_buffer(block.size());
+    std::copy(block.begin(), block.end(), in.get());
+    const auto out = test::exact_buffer(block.size() + out_slack);
+    block_job job;
+    job.in_buf = in.get();
+    job.in_len = static_cast<u32>(block.size());
+    job.out_buf = out.get();
+    m5_tokens<MinMatch> writer(job, model);
+    u32 pos = writer.first_pos;
+    for (const plain_token& token : tokens) {
+        token.dist == 0 ? writer.literal(pos) : writer.match(pos, token.len, token.dist);
+        pos += token.len;
+    }
+    return {out.get(), out.get() + writer.finish()};
+}
+
+template <u32 MinMatch = 4>
+bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens)
+{
+    return write_tokens<MinMatch>(block, tokens, *std::make_unique<m5_model>());
+}
+
+bytes write_tokens(const m5_block& block)
+{
+    return write_tokens(block.data(), block.tokens());
+}
+
+/// The coded bytes of a match right behind the raw bytes of a block.
+bytes first_match(u32 len, u32 dist)
+{
+    const bytes stream = write_tokens(bytes(2 + len), {{len, dist}});
+    return {stream.begin() + 2, stream.end()};
+}
+
+// Blocks that are stored
+
+TEST(m5_encoder, an_in_len_of_0_gives_the_result_0)
+{
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(run_encoder({}, m5_parameters(level)).result, 0);
+}
+
+TEST(m5_encoder, an_in_len_of_1_or_2_is_stored)
+{
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(encode({7}, m5_parameters(level)), bytes{7});
+        EXPECT_EQ(encode({7, 8}, m5_parameters(level)), (bytes{7, 8}));
+    }
+}
+
+TEST(m5_encoder, incompressible_data_come_out_as_the_raw_block)
+{
+    const bytes block = test::find_shape("random").make(5000, 1);
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(run_encoder(block, m5_parameters(level)).result, 5000);
+        EXPECT_EQ(encode(block, m5_parameters(level)), block);
+    }
+}
+
+TEST(m5_encoder, a_stream_as_long_as_the_block_is_stored)
+{
+    int stored = 0;
+    for (u32 run = 1; run < 40; ++run) {
+        bytes block = bytes_of("0123456789");
+        block.insert(block.end(), run, 'x');
+        const bytes stream =
+            test::m5_plain_stream(block, test::plain_search(block, test::m5_rules, 0, 12, 1), 4);
+        stored += stream.size() == block.size();
+        EXPECT_EQ(encode(block, m5_parameters(0)), stream.size() < block.size() ? stream : block);
+    }
+    EXPECT_GT(stored, 0);
+}
+
+// Tokens
+
+TEST(m5_tokens, a_stream_of_literals_only)
+{
+    // No pair is used twice, so each bit halves the range, and the bits 0 01100011 0 01100100
+    // 0 01100101 0 01100110 come out nearly as they are: 31 99 0C A6 60.  But the first 1, the
+    // third bit, adds 1FFFC000, which is 4000 less than 20000000; behind it all is exact.
+    EXPECT_EQ(write_tokens(m5_block().literal('c').literal('d').literal('e').literal('f')),
+              (bytes{'a', 'b', 0x00, 0x31, 0x98, 0xCC, 0xA6, 0x60, 0x00, 0x00, 0x00}));
+}
+
+TEST(m5_tokens, the_minimum_match)
+{
+    // Flag 1, prefix 0, value 0, slot 000001, each from a fresh pair:
+    // 1: low = 7FFFC000, range = 80003FFF; eight times 0 but for the last: range = 1000000;
+    // 1: low = 807FC000, range = 800000, and the byte 80 leaves.
+    EXPECT_EQ(first_match(4, 2), (bytes{0x00, 0x80, 0x7F, 0xC0, 0x00, 0x00}));
+}
+
+TEST(m5_tokens, a_match_one_byte_longer_differs_in_the_last_bit_of_the_length_only)
+{
+    // The third bit is a 1 and adds 20000000.
+    EXPECT_EQ(first_match(5, 2), (bytes{0x00, 0xA0, 0x7F, 0xC0, 0x00, 0x00}));
+}
+
+TEST(m5_tokens, the_shortest_match_of_every_kind_of_stream_is_written_alike)
+{
+    const bytes expected = write_tokens<4>(bytes(6), {{4, 2}});
+    EXPECT_EQ(write_tokens<3>(bytes(5), {{3, 2}}), expected);
+    EXPECT_EQ(write_tokens<2>(bytes(4), {{2, 2}}), expected);
+}
+
+TEST(m5_tokens, slots_22_and_23_have_10_bits_and_the_latter_2_direct_ones)
+{
+    // Flag, prefix and value 100, then slot 010110 or 010111: low = 8AFFC000, range = 1000000 in
+    // front of the last bit.  A 0 sends 8A and leaves low = FFC00000, a 1 sends 8B and leaves
+    // 7FC00000, both with range = 80000000.
+    // Slot 22, ten 0: the eighth takes range to 800000: FF leaves, C0000000 stays.
+    EXPECT_EQ(first_match(4, 2049), (bytes{0x00, 0x8A, 0xFF, 0xC0, 0x00, 0x00, 0x00}));
+    // Slot 22, ten 1: eight of them add 7F800000: 1 7F400000, a carry and 7F leave; the ninth and
+    // tenth make 40000000 to A0000000.
+    EXPECT_EQ(first_match(4, 3072), (bytes{0x00, 0x8B, 0x7F, 0xA0, 0x00, 0x00, 0x00}));
+    // Slot 23, eight 0: 7F leaves, C0000000 stays; the group 00 adds nothing.
+    EXPECT_EQ(first_match(4, 3073), (bytes{0x00, 0x8B, 0x7F, 0xC0, 0x00, 0x00, 0x00}));
+    // Slot 23, eight 1: 7FC00000 + 7F800000: FF leaves, 40000000 stays; the group 11 adds three
+    // times 20000000.
+    EXPECT_EQ(first_match(4, 4096), (bytes{0x00, 0x8B, 0xFF, 0xA0, 0x00, 0x00, 0x00}));
+}
+
+TEST(m5_tokens, every_distance_slot_at_both_of_its_ends)
+{
+    std::vector<plain_token> tokens;
+    for (u32 slot = 0; slot < 64; ++slot) {
+        const u32 width = slot < 4 ? 0 : slot / 2 - 1;
+        const u32 base = slot < 4 ? slot : (2 + slot % 2) << width;
+        const u32 last = std::min(base + ((1U << width) - 1), 0xFFFFFFFE); // 2^32 can't be told
+        for (const u32 offset : {base, base + (last - base) / 2, last}) {
+            for (u32 len = 4; len <= 8; ++len) tokens.push_back({len, offset + 1});
+        }
+    }
+    for (const plain_token& token : tokens) {
+        const bytes block(2 + token.len);
+        ASSERT_EQ(write_tokens(block, {token}), test::m5_plain_stream(block, {token}, 4))
+            << token.len << " at " << token.dist;
+    }
+    // And in one stream, where the slots share what their class has learnt.
+    const bytes block(2 + tokens.size() / 5 * (4 + 5 + 6 + 7 + 8));
+    EXPECT_EQ(write_tokens(block, tokens), test::m5_plain_stream(block, tokens, 4));
+}
+
+TEST(m5_tokens, long_matches)
+{
+    for (u32 bits = 2; bits <= 20; ++bits) {
+        for (u32 len = (1U << bits) + 1; len <= (1U << bits) + 4; ++len) {
+            const std::vector<plain_token> one{{len, 1}};
+            ASSERT_EQ(write_tokens(bytes(2 + len), one),
+                      test::m5_plain_stream(bytes(2 + len), one, 4))
+                << len;
+        }
+    }
+}
+
+TEST(m5_tokens, a_literal_behind_a_match_has_the_last_two_bytes_of_the_match_for_its_context)
+{
+    // "abcabca" and x: the match ends in 'c', 'a'.  match_flag is that of 'a'; the first bit has
+    // the lower half of 'c' (3) and all of 'a' (61) in front of it.
+    const auto model = std::make_unique<m5_model>();
+    const m5_block block = m5_block().literal('c').match(4, 3).literal('x');
+    const bytes stream = write_tokens<4>(block.data(), block.tokens(), *model);
+    EXPECT_EQ(stream, block.stream());
+    m5_prob_pair seen_0;
+    seen_0.update(0);
+    EXPECT_EQ(model->match_flag[u8{'a'}].halves, seen_0.halves);
+    EXPECT_EQ(model->lit_high[3][0x361].halves, seen_0.halves);
+    EXPECT_EQ(test::decode(stream, 8, m5_parameters(0)), bytes_of("abcabcax"));
+}
+
+TEST(m5_tokens, a_match_behind_a_match_has_the_flag_of_the_last_byte)
+{
+    const auto model = std::make_unique<m5_model>();
+    const m5_block block = m5_block().literal('c').match(4, 3).match(5, 2);
+    EXPECT_EQ(write_tokens<4>(block.data(), block.tokens(), *model), block.stream());
+    m5_prob_pair seen_1;
+    seen_1.update(1);
+    EXPECT_EQ(model->match_flag[u8{'a'}].halves, seen_1.halves);
+    EXPECT_EQ(model->match_flag[u8{'c'}].halves, seen_1.halves);
+}
+
+TEST(m5_tokens, are_written_as_the_plain_writer_writes_them)
+{
+    for (u64 seed = 1; seed <= 20; ++seed) {
+        const m5_block block = test::random_m5_block(seed, 4);
+        const bytes stream = write_tokens(block);
+        ASSERT_TRUE(stream == block.stream()) << seed;
+        EXPECT_TRUE(test::decode(stream, block.data().size(), m5_parameters(0)) == block.data());
+        const m5_block shorter = test::random_m5_block(seed, 2);
+        EXPECT_TRUE(write_tokens<2>(shorter.data(), shorter.tokens()) == shorter.stream(2));
+    }
+}
+
+TEST(m5_tokens, are_full_once_the_stream_is_as_long_as_the_block)
+{
+    // The raw bytes and the coder's first make 3.  Fresh bits 9, 17, 25 and so on send a byte each:
+    // three literals of 9 bits send 3.
+    const bytes block = bytes_of("abcdef");
+    bytes out(block.size() + out_slack);
+    block_job job;
+    job.in_buf = block.data();
+    job.in_len = 6;
+    job.out_buf = out.data();
+    const auto model = std::make_unique<m5_model>();
+    m5_tokens<4> writer(job, *model);
+    for (u32 pos = 2; pos < 5; ++pos) {
+        EXPECT_FALSE(writer.full()) << pos;
+        writer.literal(pos);
+    }
+    EXPECT_TRUE(writer.full());
+}
+
+// What the levels find
+
+TEST(m5_encoder, a_block_that_repeats_one_byte_is_one_match_from_position_2_to_the_end)
+{
+    // The tables of level 3 start at position 1, all others at position 0.
+    const bytes block(40, 'a');
+    for (u8 level = 0; level < levels; ++level) {
+        const std::vector<plain_token> tokens{{38, level == 3 ? 1U : 2U}};
+        EXPECT_EQ(encode(block, m5_parameters(level)), test::m5_plain_stream(block, tokens, 4))
+            << int{level};
+    }
+}
+
+TEST(m5_encoder, the_example_of_the_format_page)
+{
+    const bytes block = bytes_of("abcdabcdabcdabcdabcdabceabceabceabceabce");
+    EXPECT_EQ(encode(block, m5_parameters(0)),
+              (bytes{0x61, 0x62, 0x00, 0x31, 0x98, 0xFC, 0x21, 0x9C, 0x17, 0xC0, 0x06, 0xAD, 0x34,
+                     0x52, 0x80}));
+    EXPECT_EQ(encode(block, m5_parameters(3)),
+              (bytes{0x61, 0x62, 0x00, 0x31, 0x98, 0xCC, 0x3E, 0x00, 0xCE, 0x0B, 0xB8, 0x81, 0xB4,
+                     0xA3, 0x80}));
+    for (const u8 level : {u8{1}, u8{2}, u8{4}, u8{5}, u8{6}, u8{7}}) {
+        EXPECT_EQ(encode(block, m5_parameters(level)),
+                  (bytes{0x61, 0x62, 0x00, 0x31, 0x98, 0xFC, 0x21, 0x9C, 0x17, 0xE4, 0x26, 0x46,
+                         0xC3, 0x80}))
+            << int{level};
+    }
+}
+
+/// By level.
+class m5_encoder_property : public testing::TestWithParam<u8> {
+  protected:
+    static void check(const bytes& block, i32 hash_bits, const std::string& name)
+    {
+        const file_parameters parameters = m5_parameters(GetParam(), hash_bits);
+        const bytes payload = encode(block, parameters);
+        ASSERT_TRUE(payload == test::m5_plain_encode(block, GetParam(),
+                                                     static_cast<u32>(parameters.hash_bits),
+                                                     static_cast<u32>(parameters.chain_bits)))
+            << block.size() << " bytes of " << name << ", hash bits " << hash_bits;
+        if (payload.size() == block.size()) return;
+        ASSERT_TRUE(test::decode(payload, block.size(), parameters) == block);
+    }
+};
+
+TEST_P(m5_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
+{
+    for (const auto& shape : test::all_shapes()) {
+        for (usize size = 1; size <= 300; ++size) {
+            const i32 hash_bits = 10 + static_cast<i32>(size % 3);
+            ASSERT_NO_FATAL_FAILURE(
+                check(shape.make(size, size * 7 + GetParam()), hash_bits, shape.name));
+        }
+    }
+}
+
+TEST_P(m5_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
+{
+    for (const auto& shape : test::all_shapes()) {
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 10, shape.name));
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(65535, 5), 14, shape.name));
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(300001, 4), 18, shape.name));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(levels, m5_encoder_property, testing::Range(u8{0}, levels));
+
+TEST(m5_encoder, positions_of_a_ring_wrap_at_16_mib)
+{
+    // The same text at 0, at 16 MiB and somewhat later, zeros between: the third one finds the
+    // second under the positions of the first, 2^24 too far back.
+    constexpr usize wrap = 1U << 24;
+    const bytes part = test::find_shape("random").make(3000, 1);
+    bytes block(wrap + 20000);
+    for (const usize at : {usize{0}, wrap, wrap + 9000}) {
+        std::copy(part.begin(), part.end(), block.begin() + static_cast<i64>(at));
+    }
+    const file_parameters parameters = m5_parameters(4, 16);
+    const auto tokens = test::plain_search(block, test::m5_rules, 4, 16, 2);
+    EXPECT_NE(std::find_if(tokens.begin(), tokens.end(),
+                           [](const plain_token& token) {
+                               return token.len > 1000 && token.dist == wrap + 9000;
+                           }),
+              tokens.end());
+    const bytes payload = encode(block, parameters);
+    EXPECT_TRUE(payload == test::m5_plain_stream(block, tokens, 4));
+    EXPECT_TRUE(test::decode(payload, block.size(), parameters) == block);
+}
+
+TEST(m5_encoder, levels_that_are_not_built_fail)
+{
+    for (const u8 level : {u8{8}, u8{9}})
+        EXPECT_EQ(run_encoder(bytes(100), m5_parameters(level)).result, -1);
+}
+
+TEST(m5_encoder, without_memory_for_its_table_it_fails)
+{
+    for (u8 level = 0; level < levels; ++level) {
+        const file_parameters parameters = m5_parameters(level, 30); // 4 GiB
+        const test::short_of_memory limit;
+        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
+    }
+}
+
+} // namespace
+} // namespace quarnex

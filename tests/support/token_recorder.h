@@ -1,0 +1,77 @@
+// support/token_recorder.h - what a search decides, token by token
+#pragma once
+
+#include "match/concepts.h"
+#include "match/text.h"
+#include "plain/plain_search.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <optional>
+
+namespace quarnex::test {
+
+/// A token writer that keeps what a search decides; `full_at` tokens fill it.
+template <u32 FirstPos>
+struct token_recorder {
+    static constexpr u32 first_pos = FirstPos;
+    usize full_at = SIZE_MAX;
+    std::vector<plain_token> tokens{};
+    u32 next_pos = FirstPos;
+
+    bool full() const { return tokens.size() >= full_at; }
+    void literal(u32 pos)
+    {
+        EXPECT_EQ(pos, next_pos++);
+        tokens.push_back({1, 0});
+    }
+    void match(u32 pos, u32 len, u32 dist)
+    {
+        EXPECT_EQ(pos, next_pos);
+        next_pos += len;
+        tokens.push_back({len, dist});
+    }
+};
+static_assert(token_writer<token_recorder<1>>);
+
+template <u32 FirstPos>
+using recorded_search = std::optional<token_recorder<FirstPos>> (*)(block_text, search_bits,
+                                                                    token_recorder<FirstPos>);
+
+/// The tokens of a block that lies in a buffer which ends where a search may read last.
+template <u32 FirstPos>
+std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes& block,
+                                   search_bits bits, usize full_at = SIZE_MAX)
+{
+    bytes padded(block.size() + search_reads_past);
+    std::copy(block.begin(), block.end(), padded.begin());
+    const block_text text{padded.data(), static_cast<u32>(block.size())};
+    return search(text, bits, {full_at}).value().tokens;
+}
+
+/// Literals in a row, for spelled_out().
+constexpr plain_token literals(u32 count)
+{
+    return {count, 0};
+}
+
+/// Tokens with each row of literals resolved.
+inline std::vector<plain_token> spelled_out(std::initializer_list<plain_token> rows)
+{
+    std::vector<plain_token> tokens;
+    for (const plain_token& row : rows) {
+        if (row.dist == 0)
+            tokens.insert(tokens.end(), row.len, {1, 0});
+        else
+            tokens.push_back(row);
+    }
+    return tokens;
+}
+
+/// Shows a token as text where a test fails.
+inline void PrintTo(const plain_token& token, std::ostream* out)
+{
+    *out << token.len << " from " << token.dist;
+}
+
+} // namespace quarnex::test
