@@ -1,7 +1,7 @@
 // match/ladder.h - what the encoders of all methods have in common: from a level to a stream
 //
 // A method names its encoders, each a search with its token writer, and lists them by level.  A job
-// is a block_job; this folder knows no more of it than is used here.
+// is a block_job; this folder knows no more of it than is used here, shorter_stream() included.
 #pragma once
 
 #include "match/concepts.h"

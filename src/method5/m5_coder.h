@@ -36,7 +36,8 @@ struct m5_encoder_registers {
     u32 range = m5_full_range;
 };
 
-/// Starts a stream at `out` with the byte that only a carry could change.
+/// Starts a stream at `out` with a byte 0, where every carry would end: none gets there, as the
+/// whole interval lies below 2^32.
 inline m5_encoder_registers m5_start_encoder(u8* out)
 {
     *out = 0;
@@ -78,7 +79,8 @@ inline void m5_encode_bit(m5_encoder_registers& to, m5_prob_pair& pair, u32 bit)
 inline void m5_encode_direct(m5_encoder_registers& to, u32 value, u32 count)
 {
     to.range >>= count;
-    to.low += value * to.range;
+    const u32 skipped = value * to.range;
+    to.low += skipped;
     m5_normalize(to);
 }
 
@@ -109,7 +111,7 @@ struct m5_decoder_registers {
 /// Bytes that the start of a stream takes.
 inline constexpr u32 m5_start_bytes = 5;
 
-/// Starts to decode at `in`.  In a damaged stream `code` may not be below `range`.
+/// Starts to decode at `in`.  In a damaged stream `code` need not be below `range`.
 inline m5_decoder_registers m5_start_decoder(const u8* in)
 {
     return {in + m5_start_bytes, byte_swap(load_u32(in + 1))};
@@ -163,48 +165,45 @@ struct m5_outcome {
 };
 
 /// Makes `if_0` what the next step goes on with, and shifts the bit into `bits`: 1 if the code is
-/// not below `bound`.
-[[gnu::always_inline]] inline void m5_decide_portably(u32 bound, m5_outcome& if_0,
-                                                      const m5_outcome& if_1, u32& bits)
+/// not below the range of `if_0`.
+[[gnu::always_inline]] inline void m5_decide_portably(m5_outcome& if_0, const m5_outcome& if_1,
+                                                      u32& bits)
 {
-    const bool one = if_0.code >= bound;
+    const bool one = if_0.code >= if_0.range;
     if_0 = one ? if_1 : if_0;
     bits = bits << 1 | (one ? 1 : 0);
 }
 
 #if defined(__x86_64__)
 
-/// The same.  (Compilers take the choice for one that is easy to guess, and branch.)  The range if
-/// 0 is the bound, so the two may share a register: the range changes behind the only use of both.
-[[gnu::always_inline]] inline void m5_decide(u32 bound, m5_outcome& if_0, const m5_outcome& if_1,
-                                             u32& bits)
+/// The same.  (Compilers take the choice for one that is easy to guess, and branch.)
+[[gnu::always_inline]] inline void m5_decide(m5_outcome& if_0, const m5_outcome& if_1, u32& bits)
 {
     bits <<= 1;
-    asm("cmp %[bound], %[code]\n\t"
+    asm("cmp %[range], %[code]\n\t"
         "cmovae %[range_1], %[range]\n\t"
         "cmovae %[mean_1], %[mean]\n\t"
         "cmovae %[code_1], %[code]\n\t"
         "cmovae %[halves_1], %[halves]\n\t"
         "cmovae %[towards_1], %[towards]\n\t"
         "sbb $-1, %[bits]"
-        : [range] "+r"(if_0.range), [code] "+&r"(if_0.code), [halves] "+&r"(if_0.halves),
+        : [range] "+&r"(if_0.range), [code] "+&r"(if_0.code), [halves] "+&r"(if_0.halves),
           [mean] "+&r"(if_0.mean), [towards] "+&r"(if_0.towards), [bits] "+r"(bits)
-        : [bound] "r"(bound), [range_1] "r"(if_1.range), [code_1] "r"(if_1.code),
-          [halves_1] "r"(if_1.halves), [mean_1] "r"(if_1.mean), [towards_1] "r"(if_1.towards)
+        : [range_1] "r"(if_1.range), [code_1] "r"(if_1.code), [halves_1] "r"(if_1.halves),
+          [mean_1] "r"(if_1.mean), [towards_1] "r"(if_1.towards)
         : "cc");
 }
 
 #else
 
-[[gnu::always_inline]] inline void m5_decide(u32 bound, m5_outcome& if_0, const m5_outcome& if_1,
-                                             u32& bits)
+[[gnu::always_inline]] inline void m5_decide(m5_outcome& if_0, const m5_outcome& if_1, u32& bits)
 {
-    m5_decide_portably(bound, if_0, if_1, bits);
+    m5_decide_portably(if_0, if_1, bits);
 }
 
 #endif
 
-/// A chain of steps: the pair of the next one.
+/// A chain of steps.  It holds the pair of the next one.
 class m5_decoder_chain {
   public:
     explicit m5_decoder_chain(const m5_prob_pair& first)
@@ -212,8 +211,9 @@ class m5_decoder_chain {
     {
     }
 
-    /// Decodes a bit by the pair that was chosen, which is at `at`, and shifts it into `bits`.  It
-    /// chooses between the two pairs at `next`.
+    /// Decodes a bit by the chain's pair, which is at `at`, and shifts it into `bits`.  It chooses
+    /// between the two pairs at `next`, which are there even if the chain ends.  The one at `at`
+    /// can't be chosen: its new value would come too late.
     [[gnu::always_inline]] void step(m5_decoder_registers& from, m5_prob_pair* at,
                                      const m5_prob_pair* next, u32& bits)
     {
@@ -224,7 +224,7 @@ class m5_decoder_chain {
                            m5_prob_pair::to_full};
         const m5_outcome if_1{from.range - bound, from.code - bound, static_cast<u32>(both >> 32),
                               static_cast<u32>(sums >> 49), m5_prob_pair::to_zero};
-        m5_decide(bound, outcome, if_1, bits);
+        m5_decide(outcome, if_1, bits);
         at->halves = m5_prob_pair::moved(halves_, outcome.towards);
         halves_ = outcome.halves;
         mean_ = outcome.mean;

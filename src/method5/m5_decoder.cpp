@@ -28,7 +28,7 @@ class m5_decoding {
         : model_(model), begin_(job.out_buf), size_(job.out_len),
           registers_(m5_start_decoder(job.in_buf + m5_raw_bytes))
     {
-        load_history(begin_ + pos_);
+        history_ = m5_history_at(begin_ + pos_);
     }
 
     /// Whether the first code bytes can be decoded at all.
@@ -41,34 +41,34 @@ class m5_decoding {
     /// Takes a token.  False, with the position unchanged, at damage.
     [[gnu::always_inline]] bool take_token()
     {
-        if (m5_decode_bit(registers_, model_.match_flag[history_ & 0xFF]) != 0) return take_match();
+        if (m5_decode_bit(registers_, model_.match_flag[m5_flag_context(history_)]) != 0)
+            return take_match();
         take_literal();
         return true;
     }
 
   private:
-    /// Takes the context of the token at `place`.
-    void load_history(const u8* place) { history_ = u32{place[-2]} << 8 | place[-1]; }
-
     [[gnu::always_inline]] void take_literal()
     {
+        constexpr u32 top = m5_nibble_bits - 1;
         u32 bits = history_;
-        m5_decoder_chain chain(model_.lit_high[3][bits & 0xFFF]);
-        take_nibble(chain, model_.lit_high, model_.lit_low[3], bits);
+        m5_decoder_chain chain(model_.lit_high[top][m5_literal_context(bits)]);
+        take_nibble(chain, model_.lit_high, model_.lit_low[top], bits);
         take_nibble(chain, model_.lit_low, model_.lit_low[0], bits); // there is no next bit
         begin_[pos_++] = static_cast<u8>(bits);
         history_ = bits;
     }
 
-    /// Takes four bits of a literal into `bits`.  `behind` is the table of the bit behind them.
-    [[gnu::always_inline]] void take_nibble(m5_decoder_chain& chain, m5_prob_pair (&table)[4][4096],
-                                            const m5_prob_pair (&behind)[4096], u32& bits)
+    /// Takes four bits of a literal into `bits`.  `behind` has the models of the bit behind them.
+    [[gnu::always_inline]] void take_nibble(m5_decoder_chain& chain, m5_nibble_models& models,
+                                            const m5_prob_pair* behind, u32& bits)
     {
 #pragma GCC unroll 4
-        for (u32 step = 0; step < 4; ++step) {
-            m5_prob_pair* const at = &table[3 - step][bits & 0xFFF];
-            const m5_prob_pair* const next = step < 3 ? table[2 - step] : behind;
-            chain.step(registers_, at, next + (bits << 1 & 0xFFF), bits);
+        for (u32 step = 1; step <= m5_nibble_bits; ++step) {
+            const u32 place = m5_nibble_bits - step;
+            m5_prob_pair* const at = &models[place][m5_literal_context(bits)];
+            const m5_prob_pair* const next = place != 0 ? models[place - 1] : behind;
+            chain.step(registers_, at, next + m5_literal_context(bits << 1), bits);
         }
     }
 
@@ -90,7 +90,7 @@ class m5_decoding {
         // The copy can still be on its way to memory; where the match doesn't repeat itself, the
         // same bytes are at its source.  (A last match may be cut to its first byte.)
         const u32 same = pos_ - (dist < len ? 0 : dist);
-        load_history(begin_ + std::max(same, m5_raw_bytes));
+        history_ = m5_history_at(begin_ + std::max(same, m5_raw_bytes));
         return true;
     }
 
@@ -103,8 +103,8 @@ class m5_decoding {
         }
         u32 length_value = 1;
         for (u32 place = ones + 1; place-- != 0;) {
-            m5_prob_pair& pair = model_.len_bits[ones][place];
-            m5_decoder_chain(pair).step(registers_, &pair, &pair, length_value);
+            m5_prob_pair* const pairs = model_.len_bits[ones];
+            m5_decoder_chain(pairs[place]).step(registers_, pairs + place, pairs, length_value);
         }
         return length_value;
     }

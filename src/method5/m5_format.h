@@ -31,12 +31,31 @@ constexpr u32 m5_min_match(u32 level)
 /// Bytes at the block's start that are sent raw.
 inline constexpr u32 m5_raw_bytes = 2;
 
+/// The context of a token: the last bytes in front of `place`, of which there are two or more.
+inline u32 m5_history_at(const u8* place)
+{
+    return u32{place[-2]} << 8 | place[-1];
+}
+/// The model of a token's flag goes by the last byte.
+inline constexpr u32 m5_flag_contexts = 1U << 8;
+constexpr u32 m5_flag_context(u32 history)
+{
+    return history % m5_flag_contexts;
+}
+/// The model of a literal's bit goes by the twelve bits in front of it, which end `bits`.
+inline constexpr u32 m5_literal_contexts = 1U << 12;
+constexpr u32 m5_literal_context(u32 bits)
+{
+    return bits % m5_literal_contexts;
+}
+inline constexpr u32 m5_nibble_bits = 4;
+
 /// The coded number of the shortest length.
 inline constexpr u32 m5_least_length_value = 2;
 /// What 32 bits can make of a number that is longer: not a match, but a literal at its place.
 /// Encoders never write it.
 inline constexpr u32 m5_overflown_length = 1;
-/// The most bits below the leading one that a length's prefix can announce.
+/// The most bits below the leading one that a length's prefix can announce.  (31 if it is intact.)
 inline constexpr u32 m5_max_length_bits = 32;
 
 /// The models of a distance's slot by the length above the shortest.

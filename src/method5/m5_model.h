@@ -23,8 +23,8 @@ struct m5_prob_pair {
     constexpr void update(u32 bit) { halves = moved(halves, bit != 0 ? to_zero : to_full); }
 
     // A bit takes the estimate e to e - ((e - end) >> shift), rounded down; the end is 0 or
-    // 32768 - (2^shift - 1), which leaves the same room on both sides.  What moved() adds for each
-    // end holds 32768 - end: so no difference is negative.  It is made good behind the shift.
+    // 32768 - (2^shift - 1), which leaves the same room on both sides.  moved() adds 32768 - end
+    // instead, so that no difference is negative, and takes the 32768 back at the end, shifted.
 
     static constexpr u32 to_zero = 0x80008000; // for a 1
     static constexpr u32 to_full = 0x003F0007; // for a 0
@@ -36,21 +36,23 @@ struct m5_prob_pair {
         constexpr u32 slow_shift = 6;
         constexpr u32 fast_mask = 0xFFFFU >> fast_shift;
         constexpr u32 slow_mask = 0xFFFFU >> slow_shift << 16;
-        constexpr u32 made_good = 0x8000U >> fast_shift | 0x8000U >> slow_shift << 16;
+        constexpr u32 taken_back = 0x8000U >> fast_shift | 0x8000U >> slow_shift << 16;
         const u32 rest = halves + towards;
         const u32 step = (rest >> fast_shift & fast_mask) + (rest >> slow_shift & slow_mask);
-        return halves + made_good - step;
+        return halves + taken_back - step;
     }
 };
 static_assert(sizeof(m5_prob_pair) == 4);
 
+/// The models of half a literal, by the bit's place and by the twelve bits in front of it.
+using m5_nibble_models = m5_prob_pair[m5_nibble_bits][m5_literal_contexts];
+
 /// All models of a block.  A new one knows nothing: each bit has the probability one half.
 struct m5_model {
-    /// Literals by the bit's place in its nibble and by the twelve bits in front of it.
-    m5_prob_pair lit_high[4][4096];
-    m5_prob_pair lit_low[4][4096];
+    m5_nibble_models lit_high;
+    m5_nibble_models lit_low;
     /// Literal or match by the previous byte.
-    m5_prob_pair match_flag[256];
+    m5_prob_pair match_flag[m5_flag_contexts];
     /// Steps of a length's unary prefix, from 1 on.
     m5_prob_pair len_prefix[m5_max_length_bits + 1];
     /// Bits of a length by their number less one, and by place.

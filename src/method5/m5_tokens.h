@@ -21,7 +21,7 @@ class m5_tokens {
           registers_(m5_start_encoder(job.out_buf + m5_raw_bytes))
     {
         store_u16(begin_, load_u16(text_));
-        load_history(first_pos);
+        history_ = m5_history_at(text_ + first_pos);
     }
 
     bool full() const { return registers_.out >= limit_; }
@@ -30,25 +30,19 @@ class m5_tokens {
     {
         // Each bit has the twelve bits above it for its context.
         const u32 bits = history_ << 8 | text_[pos];
-        m5_encode_bit(registers_, model_.match_flag[history_ & 0xFF], 0);
-        for (u32 place = 4; place-- != 0;) {
-            m5_encode_bit(registers_, model_.lit_high[place][bits >> (place + 5) & 0xFFF],
-                          bits >> (place + 4) & 1);
-        }
-        for (u32 place = 4; place-- != 0;) {
-            m5_encode_bit(registers_, model_.lit_low[place][bits >> (place + 1) & 0xFFF],
-                          bits >> place & 1);
-        }
+        m5_encode_bit(registers_, model_.match_flag[m5_flag_context(history_)], 0);
+        put_nibble(model_.lit_high, bits >> m5_nibble_bits);
+        put_nibble(model_.lit_low, bits);
         history_ = bits;
     }
 
     void match(u32 pos, u32 len, u32 dist)
     {
-        m5_encode_bit(registers_, model_.match_flag[history_ & 0xFF], 1);
+        m5_encode_bit(registers_, model_.match_flag[m5_flag_context(history_)], 1);
         const u32 length_value = len - MinMatch + m5_least_length_value;
         put_length(length_value);
         put_offset(dist - 1, model_.dist_slot[m5_length_class(length_value)]);
-        load_history(pos + len);
+        history_ = m5_history_at(text_ + pos + len);
     }
 
     /// Ends the stream.  Returns its length.
@@ -59,8 +53,14 @@ class m5_tokens {
     }
 
   private:
-    /// Takes the context of the token at `pos`.
-    void load_history(u32 pos) { history_ = u32{text_[pos - 2]} << 8 | text_[pos - 1]; }
+    /// Writes the lowest four bits.
+    void put_nibble(m5_nibble_models& models, u32 bits)
+    {
+        for (u32 place = m5_nibble_bits; place-- != 0;) {
+            const u32 context = m5_literal_context(bits >> (place + 1));
+            m5_encode_bit(registers_, models[place][context], bits >> place & 1);
+        }
+    }
 
     void put_length(u32 length_value)
     {
