@@ -152,12 +152,12 @@ class ring_table {
     static constexpr u32 barred_bytes = 0;
 
     /// Whether `cand` can win against the best match at `pos`.  For that it is longer, or nearer
-    /// and as long, or much nearer and one byte shorter; so it agrees up to that length.
+    /// and at most one byte shorter, so the two agree up to that length.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
-        const u32 dist = pos - cand;
-        const u32 least = best.len + (dist >= best.dist ? 1 : 0) - (dist < best.dist >> 3 ? 1 : 0);
-        return text.same_two(pos + least - 2, cand + least - 2);
+        const bool nearer = cand > pos - best.dist;
+        if (nearer) return text.same_two(pos + best.len - 3, cand + best.len - 3);
+        return text.same_two(pos + best.len - 1, cand + best.len - 1);
     }
 
   private:
@@ -202,15 +202,27 @@ found_match find_best(const block_text& text, const Table& table, u32 pos)
     return best;
 }
 
-/// Compares the match at `pos` with all candidates of the position `Ahead` bytes on.  True if one
-/// of them is worth a literal at `pos`; else the best one may have replaced the match.
-template <u32 Ahead, bucket_table Table>
-bool looks_better_ahead(const block_text& text, const Table& table, u32 pos, found_match& best)
+/// weigh() apart from the loop that seldom comes to it, which has more registers so.
+template <u32 Ahead>
+[[gnu::noinline]] outlook weigh_apart(const block_text& text, u32 pos, u32 cand, found_match best)
 {
-    for (typename Table::walk walk(table, text, pos + Ahead); !walk.done(); walk.next()) {
-        if (prefers_literal<Ahead>(text, pos, walk.cand(), best)) return true;
+    return weigh<Ahead>(text, pos, cand, best);
+}
+
+/// Compares the best match at `pos` with all candidates of the position `Ahead` bytes on.
+template <u32 Ahead, bucket_table Table>
+outlook look_ahead(const block_text& text, const Table& table, u32 pos, found_match best)
+{
+    const u32 next = pos + Ahead;
+    u32 glance = glance_at<Ahead>(best);
+    for (typename Table::walk walk(table, text, next); !walk.done(); walk.next()) {
+        if (!text.same_byte(next + glance, walk.cand() + glance)) continue;
+        const outlook look = weigh_apart<Ahead>(text, pos, walk.cand(), best);
+        if (look.literal) return look;
+        best = look.best;
+        glance = glance_at<Ahead>(best);
     }
-    return false;
+    return {best, false};
 }
 
 /// How many positions a bucket is fetched before it is needed.
@@ -233,13 +245,16 @@ template <bucket_table Table, token_writer Writer>
         for (fetched = std::max(fetched, pos); fetched < pos + fetch_ahead; ++fetched) {
             table.buckets().fetch(text, fetched);
         }
-        found_match best = find_best(text, table, pos);
+        const found_match found = find_best(text, table, pos);
         table.insert(text, pos);
-        if (best.len == 0 || looks_better_ahead<1>(text, table, pos, best) ||
-            looks_better_ahead<2>(text, table, pos, best)) {
+        outlook look{found, found.len == 0};
+        if (!look.literal) look = look_ahead<1>(text, table, pos, look.best);
+        if (!look.literal) look = look_ahead<2>(text, table, pos, look.best);
+        if (look.literal) {
             out.literal(pos++);
             continue;
         }
+        const found_match best = look.best;
         table.insert(text, pos + 1);
         table.insert(text, pos + 2);
         out.match(pos, best.len, best.dist);

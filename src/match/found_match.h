@@ -23,25 +23,48 @@ bool reaches_back(const block_text& text, u32 pos, u32 cand)
     return text.same_two(cand - 2, pos);
 }
 
-/// Compares the match at `pos` with the candidate `cand` of the position `Ahead` bytes on.  True if
-/// that candidate is worth a literal at `pos`; else it may have replaced the match, extended back.
+/// The byte by which candidates of the position `Ahead` bytes behind `pos` are told at a glance,
+/// counted from there: one that a longer match would need.  This is part of the decision: it also
+/// passes over matches that would win once they are extended back.
 template <u32 Ahead>
-bool prefers_literal(const block_text& text, u32 pos, u32 cand, found_match& best)
+u32 glance_at(const found_match& best)
+{
+    return best.len - (Ahead == 1 ? 1 : 0);
+}
+
+/// What a look-ahead makes of the best match at a position.
+struct outlook {
+    found_match best; // as it was, or replaced
+    bool literal;     // whether a literal comes first
+};
+
+/// Compares the best match at `pos` with the candidate `cand` of the position `Ahead` bytes on,
+/// which has passed the glance.  Either that candidate, extended back, replaces it, or it is worth
+/// a literal at `pos`, or neither.
+template <u32 Ahead>
+[[gnu::always_inline]] inline outlook weigh(const block_text& text, u32 pos, u32 cand,
+                                            found_match best)
 {
     const u32 next = pos + Ahead;
-    // A quick test, by a byte that a longer match would need.  It is part of the decision: it also
-    // passes over matches that would win once they are extended back.
-    const u32 last = best.len - (Ahead == 1 ? 1 : 0);
-    if (!text.same_byte(next + last, cand + last) || !text.same_word(cand, next)) return false;
+    if (!text.same_word(cand, next)) return {best, false};
     const u32 len = text.match_length(next, cand);
     const u32 dist = next - cand;
     const auto longer = static_cast<i32>(len - best.len);
     constexpr auto ahead = static_cast<i32>(Ahead);
     if (reaches_back<Ahead>(text, pos, cand) && better_match(longer + ahead, best.dist, dist)) {
-        best = {len + Ahead, dist};
-        return false;
+        return {{len + Ahead, dist}, false};
     }
-    return better_match(longer - ahead, best.dist, dist);
+    return {best, better_match(longer - ahead, best.dist, dist)};
+}
+
+/// The glance at a candidate, and what follows if it passes.
+template <u32 Ahead>
+[[gnu::always_inline]] inline outlook look_at(const block_text& text, u32 pos, u32 cand,
+                                              found_match best)
+{
+    const u32 glance = glance_at<Ahead>(best);
+    if (!text.same_byte(pos + Ahead + glance, cand + glance)) return {best, false};
+    return weigh<Ahead>(text, pos, cand, best);
 }
 
 } // namespace quarnex

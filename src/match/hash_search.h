@@ -92,12 +92,13 @@ template <token_writer Writer>
             out.literal(pos++);
             continue;
         }
-        found_match best{text.match_length(pos, cand), pos - cand};
-        const u32 next_cand = table.candidate(text, pos + 1);
-        if (prefers_literal<1>(text, pos, next_cand, best)) {
+        const found_match found{text.match_length(pos, cand), pos - cand};
+        const outlook look = look_at<1>(text, pos, table.candidate(text, pos + 1), found);
+        if (look.literal) {
             out.literal(pos++);
             continue;
         }
+        const found_match best = look.best;
         table.insert(text, pos + 1);
         out.match(pos, best.len, best.dist);
         table.insert(text, pos + 2);

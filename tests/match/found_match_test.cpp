@@ -69,16 +69,16 @@ struct verdict {
 };
 
 template <u32 Ahead>
-verdict look_ahead(const block_text& text, u32 pos, u32 cand, found_match best)
+verdict verdict_on(const block_text& text, u32 pos, u32 cand, found_match best)
 {
-    const bool literal = prefers_literal<Ahead>(text, pos, cand, best);
-    return {literal, best.len, best.dist};
+    const outlook look = look_at<Ahead>(text, pos, cand, best);
+    return {look.literal, look.best.len, look.best.dist};
 }
 
 TEST(look_ahead_by_1, a_candidate_that_reaches_back_replaces_the_match_one_byte_longer)
 {
     const framed_block block("abcdefX----abcdefY"); // "bcdef" at 1 and 12
-    EXPECT_EQ(look_ahead<1>(block, 11, 1, {5, 100}), (verdict{false, 6, 11}));
+    EXPECT_EQ(verdict_on<1>(block, 11, 1, {5, 100}), (verdict{false, 6, 11}));
 }
 
 TEST(look_ahead_by_1, a_candidate_must_agree_in_byte_len_less_1)
@@ -86,13 +86,13 @@ TEST(look_ahead_by_1, a_candidate_must_agree_in_byte_len_less_1)
     // "bcdef" are five bytes: byte 5 is "X" and "Y".  Reaching back they would be as long as a
     // match of 6 and nearer, but are not looked at.
     const framed_block block("abcdefX----abcdefY");
-    EXPECT_EQ(look_ahead<1>(block, 11, 1, {6, 100}), (verdict{false, 6, 100}));
+    EXPECT_EQ(verdict_on<1>(block, 11, 1, {6, 100}), (verdict{false, 6, 100}));
 }
 
 TEST(look_ahead_by_1, a_candidate_whose_first_four_bytes_differ_is_none)
 {
     const framed_block block("abXde----abYde"); // byte 3 agrees, byte 1 doesn't
-    EXPECT_EQ(look_ahead<1>(block, 9, 1, {4, 100}), (verdict{false, 4, 100}));
+    EXPECT_EQ(verdict_on<1>(block, 9, 1, {4, 100}), (verdict{false, 4, 100}));
 }
 
 TEST(look_ahead_by_1, a_candidate_that_does_not_reach_back_must_pay_for_the_literal)
@@ -100,40 +100,40 @@ TEST(look_ahead_by_1, a_candidate_that_does_not_reach_back_must_pay_for_the_lite
     // "-" and "a" stand in front of the equal bytes, which begin at 1 and 17: distance 16.
     const framed_block six("-bcdefgX--------abcdefgY");
     // 6 - 4 - 1: one byte more at distance 16, 16 >> 3 = 2.
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {4, 3}), (verdict{true, 4, 3}));
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {4, 2}), (verdict{false, 4, 2}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {4, 3}), (verdict{true, 4, 3}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {4, 2}), (verdict{false, 4, 2}));
     // 6 - 5 - 1: the same length, so the nearer one.
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {5, 17}), (verdict{true, 5, 17}));
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {5, 16}), (verdict{false, 5, 16}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {5, 17}), (verdict{true, 5, 17}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {5, 16}), (verdict{false, 5, 16}));
     // 6 - 6 - 1: a byte less, so it must be nearer by more than a factor of eight.
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {6, 136}), (verdict{true, 6, 136}));
-    EXPECT_EQ(look_ahead<1>(six, 16, 1, {6, 135}), (verdict{false, 6, 135}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {6, 136}), (verdict{true, 6, 136}));
+    EXPECT_EQ(verdict_on<1>(six, 16, 1, {6, 135}), (verdict{false, 6, 135}));
 }
 
 TEST(look_ahead_by_1, a_candidate_that_is_the_position_itself_is_not_extended_backwards)
 {
     // Extended, the zeros would give 7 bytes at distance 1, nearer than 7 at distance 2.
     const framed_block run(std::string(9, '\0'));
-    EXPECT_EQ(look_ahead<1>(run, 2, 2, {7, 2}), (verdict{false, 7, 2}));
+    EXPECT_EQ(verdict_on<1>(run, 2, 2, {7, 2}), (verdict{false, 7, 2}));
 }
 
 TEST(look_ahead_by_1, a_candidate_at_position_0_is_not_extended_backwards)
 {
     const framed_block block("bcdefX----abcdefY", "a");
-    EXPECT_EQ(look_ahead<1>(block, 10, 0, {4, 1}), (verdict{false, 4, 1}));
+    EXPECT_EQ(verdict_on<1>(block, 10, 0, {4, 1}), (verdict{false, 4, 1}));
 }
 
 TEST(look_ahead_by_2, a_candidate_that_reaches_back_replaces_the_match_two_bytes_longer)
 {
     const framed_block block("abcdefgX----abcdefgY"); // "cdefg" at 2 and 14
-    EXPECT_EQ(look_ahead<2>(block, 12, 2, {4, 1}), (verdict{false, 7, 12}));
+    EXPECT_EQ(verdict_on<2>(block, 12, 2, {4, 1}), (verdict{false, 7, 12}));
 }
 
 TEST(look_ahead_by_2, a_candidate_must_agree_in_byte_len)
 {
     // "cdef" are four bytes: byte 4 is "X" and "Y".  Reaching back they would be two bytes longer.
     const framed_block block("abcdefX----abcdefY");
-    EXPECT_EQ(look_ahead<2>(block, 11, 2, {4, 100}), (verdict{false, 4, 100}));
+    EXPECT_EQ(verdict_on<2>(block, 11, 2, {4, 100}), (verdict{false, 4, 100}));
 }
 
 TEST(look_ahead_by_2, a_candidate_that_does_not_reach_back_must_pay_for_two_bytes)
@@ -141,20 +141,20 @@ TEST(look_ahead_by_2, a_candidate_that_does_not_reach_back_must_pay_for_two_byte
     // "-b" and "ab" stand in front of the equal bytes, which begin at 2 and 18: distance 16.
     const framed_block seven("-bcdefghiX------abcdefghiY");
     // 7 - 4 - 2: one byte more at distance 16.
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {4, 3}), (verdict{true, 4, 3}));
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {4, 2}), (verdict{false, 4, 2}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {4, 3}), (verdict{true, 4, 3}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {4, 2}), (verdict{false, 4, 2}));
     // 7 - 5 - 2 and 7 - 6 - 2.
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {5, 17}), (verdict{true, 5, 17}));
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {5, 16}), (verdict{false, 5, 16}));
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {6, 136}), (verdict{true, 6, 136}));
-    EXPECT_EQ(look_ahead<2>(seven, 16, 2, {6, 135}), (verdict{false, 6, 135}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {5, 17}), (verdict{true, 5, 17}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {5, 16}), (verdict{false, 5, 16}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {6, 136}), (verdict{true, 6, 136}));
+    EXPECT_EQ(verdict_on<2>(seven, 16, 2, {6, 135}), (verdict{false, 6, 135}));
 }
 
 TEST(look_ahead_by_2, a_candidate_at_position_1_is_not_extended_backwards)
 {
     // "ab" in front of 1 lies half before the block.
     const framed_block block("bcdefgX----abcdefgY", "a");
-    EXPECT_EQ(look_ahead<2>(block, 11, 1, {4, 1}), (verdict{false, 4, 1}));
+    EXPECT_EQ(verdict_on<2>(block, 11, 1, {4, 1}), (verdict{false, 4, 1}));
 }
 
 } // namespace
