@@ -6,12 +6,13 @@
 // entry, or a stale one, costs time but never correctness.
 //
 // The tables are large (128 MiB at the highest levels) and mostly empty.  They are made of fresh
-// pages that are zero, and each bucket is fetched some positions before it is needed.
+// pages that are zero (table_memory.h), and each bucket is fetched some positions before it is
+// needed.
 #pragma once
 
-#include "common/owned_array.h"
 #include "match/concepts.h"
 #include "match/found_match.h"
+#include "match/table_memory.h"
 
 #include <algorithm>
 #include <concepts>
@@ -25,22 +26,35 @@ class bucket_array {
     /// Zeros for a block of `positions` bytes.  `size` entries belong to a hash value.  Without
     /// memory it converts to false.
     bucket_array(i32 hash_bits, u32 size, u32 positions)
-        : entries_(make_zeroed_table<u32>((usize{1} << hash_bits) + size - 1, positions)),
-          hash_bits_(hash_bits)
+        : entries_((usize{1} << hash_bits) + size - 1, positions), hash_bits_(hash_bits),
+          size_(size)
     {
     }
 
-    explicit operator bool() const { return entries_ != nullptr; }
+    explicit operator bool() const { return static_cast<bool>(entries_); }
 
     /// The first entry of the bucket of `pos`.
-    u32* at(const block_text& text, u32 pos) const { return &entries_[text.hash(pos, hash_bits_)]; }
+    u32* at(const block_text& text, u32 pos) const
+    {
+        return entries_.get() + text.hash(pos, hash_bits_);
+    }
 
     /// Has the bucket of `pos` on its way when it is needed.
     void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
+    /// Ends the use for a block.  A short one leaves the entries as it found them, for the next.
+    void leave(const block_text& text)
+    {
+        if (!entries_.worth_keeping(text.size)) return;
+        // All positions behind the block have one bucket: that of zeros.
+        for (u32 pos = 0; pos <= text.size; ++pos) std::fill_n(at(text, pos), size_, 0);
+        entries_.keep();
+    }
+
   private:
-    owned_array<u32> entries_;
+    table_memory entries_;
     i32 hash_bits_;
+    u32 size_; // of a bucket
 };
 
 /// Two candidates for a hash value, the latest first: an insertion moves the first to the second
@@ -51,6 +65,7 @@ class pair_table {
     /// For a block of `positions` bytes.
     pair_table(search_bits bits, u32 positions) : buckets_(bits.hash_bits, 2, positions) {}
 
+    bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
     void insert(const block_text& text, u32 pos)
@@ -109,6 +124,7 @@ class ring_table {
     {
     }
 
+    bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
     void insert(const block_text& text, u32 pos)
@@ -174,6 +190,7 @@ concept bucket_table = requires(T table, const T& so_far, const block_text& text
                                 const found_match& best)
 {
     so_far.buckets().fetch(text, pos);
+    table.buckets().leave(text);
     table.insert(text, pos);
     table.insert_end(text, pos, best.len);
     requires std::constructible_from<typename T::walk, const T&, const block_text&, u32>;
@@ -261,6 +278,7 @@ template <bucket_table Table, token_writer Writer>
         pos += best.len;
         table.insert_end(text, pos, best.len);
     }
+    table.buckets().leave(text);
     return out;
 }
 

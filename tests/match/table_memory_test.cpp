@@ -1,0 +1,123 @@
+#include "match/table_memory.h"
+
+#include "match/bucket_search.h"
+#include "support/shapes.h"
+#include "support/token_recorder.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace quarnex {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr usize count = usize{1} << 20;
+constexpr usize positions = 100;
+
+bool is_zero(const table_memory& memory, usize entries)
+{
+    return std::all_of(memory.get(), memory.get() + entries, [](u32 entry) { return entry == 0; });
+}
+
+TEST(table_memory, is_all_zero)
+{
+    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+}
+
+TEST(table_memory, that_is_kept_serves_the_next_table_of_its_size)
+{
+    table_memory first(count, positions);
+    u32* const place = first.get();
+    first.keep();
+    EXPECT_EQ(table_memory(count, positions).get(), place);
+}
+
+TEST(table_memory, that_is_not_kept_is_fresh_the_next_time)
+{
+    {
+        table_memory first(count, positions);
+        first.get()[7] = 1;
+    }
+    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+}
+
+TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
+{
+    table_memory(count, positions).keep();
+    table_memory larger(2 * count, positions);
+    EXPECT_TRUE(is_zero(larger, 2 * count));
+    larger.keep();
+    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+}
+
+TEST(table_memory, of_two_tables_at_a_time_is_not_shared)
+{
+    table_memory(count, positions).keep();
+    const table_memory first(count, positions);
+    const table_memory second(count, positions);
+    EXPECT_NE(first.get(), second.get());
+}
+
+TEST(table_memory, is_kept_for_the_same_thread_alone)
+{
+    table_memory first(count, positions);
+    const u32* const place = first.get();
+    first.keep();
+    const u32* other = nullptr;
+    std::thread([&] { other = table_memory(count, positions).get(); }).join();
+    EXPECT_NE(other, place);
+    EXPECT_EQ(table_memory(count, positions).get(), place);
+}
+
+TEST(table_memory, is_worth_keeping_for_short_blocks)
+{
+    const table_memory memory(count, positions);
+    EXPECT_TRUE(memory.worth_keeping(count / 512 - 1));
+    EXPECT_FALSE(memory.worth_keeping(count / 512));
+}
+
+// What searches leave behind
+
+template <class Table>
+void expect_a_clean_table(i32 chain_bits, usize entries)
+{
+    const search_bits bits{18, chain_bits};
+    for (const test::shape& shape : test::all_shapes()) {
+        for (const usize size : {2U, 3U, 5U, 60U, 500U}) {
+            const bool fills = size % 2 == 0;
+            test::tokens_of<1>(search_buckets<Table, test::token_recorder<1>>,
+                               shape.make(size, size), bits, fills ? 2 : SIZE_MAX);
+            const table_memory left(entries, size);
+            EXPECT_TRUE(is_zero(left, entries)) << shape.name << " of " << size << " bytes";
+        }
+    }
+}
+
+TEST(bucket_array, of_pairs_is_left_all_zero_by_short_blocks)
+{
+    expect_a_clean_table<pair_table<0>>(1, (usize{1} << 18) + 1);
+}
+
+TEST(bucket_array, of_rings_is_left_all_zero_by_short_blocks)
+{
+    expect_a_clean_table<ring_table>(2, (usize{1} << 18) + 3);
+    expect_a_clean_table<ring_table>(6, (usize{1} << 18) + 63);
+}
+
+TEST(bucket_array, is_left_all_zero_where_a_match_passes_the_end)
+{
+    // The "ab" at 14 goes on with two zeros behind the block, and so is found at 0.  The third of
+    // its positions is behind the block, where all is zero, as nowhere in the block.
+    const test::bytes block = test::bytes_of("ab\0\0"
+                                             "0123456789ab"sv);
+    const auto tokens =
+        test::tokens_of<1>(search_buckets<ring_table, test::token_recorder<1>>, block, {18, 2});
+    EXPECT_EQ(tokens.back(), (test::plain_token{4, 14}));
+    constexpr usize entries = (usize{1} << 18) + 3;
+    EXPECT_TRUE(is_zero(table_memory(entries, block.size()), entries));
+}
+
+} // namespace
+} // namespace quarnex
