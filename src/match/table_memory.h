@@ -1,9 +1,8 @@
 // match/table_memory.h - zeroed memory for large tables, kept from block to block
 //
 // To get 128 MiB of zeros from the system takes milliseconds, and a file of a few kilobytes touches
-// hardly any of them.  So a short block makes zero again what it has touched, and its thread keeps
-// the memory for a next block with a table of that size.  What a block finds is all zero either
-// way.
+// hardly any of them.  So a short block makes what it has touched zero again, and its thread keeps
+// the memory for a next block with a table of that size.  Blocks find all zeros either way.
 #pragma once
 
 #include "common/owned_array.h"
@@ -32,7 +31,7 @@ class table_memory {
     u32* get() const { return entries_.get(); }
 
     /// Whether a block of `positions` bytes makes its entries zero faster than the system does.
-    bool worth_keeping(usize positions) const { return positions < count_ / positions_per_entry; }
+    bool worth_keeping(usize positions) const { return positions < count_ / entries_per_position; }
 
     /// Leaves the memory, all zero again, to the thread.
     void keep() { kept() = {std::move(entries_), count_}; }
@@ -49,8 +48,8 @@ class table_memory {
         return memory;
     }
 
-    /// To clear a bucket takes about as long as the system takes for so many fresh entries.
-    static constexpr usize positions_per_entry = 512;
+    /// So many fresh entries cost the system about as much as it costs to clear a bucket.
+    static constexpr usize entries_per_position = 512;
 
     owned_array<u32> entries_;
     usize count_;
