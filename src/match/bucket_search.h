@@ -68,9 +68,9 @@ class pair_table {
     bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
-    void insert(const block_text& text, u32 pos)
+    /// Enters `pos`, whose bucket this is.
+    void insert(u32* bucket, u32 pos)
     {
-        u32* const bucket = buckets_.at(text, pos);
         bucket[1] = bucket[0];
         bucket[0] = pos - Start;
     }
@@ -78,17 +78,14 @@ class pair_table {
     /// Enters the last positions of the match of `len` bytes that ends at `end`.
     void insert_end(const block_text& text, u32 end, u32 /*len*/)
     {
-        insert(text, end - 1);
-        insert(text, end - 2);
+        insert(buckets_.at(text, end - 1), end - 1);
+        insert(buckets_.at(text, end - 2), end - 2);
     }
 
-    /// A look at the candidates of one position, in order.
+    /// A look at the candidates of a bucket, in order.
     class walk {
       public:
-        walk(const pair_table& table, const block_text& text, u32 pos)
-            : entry_(table.buckets_.at(text, pos)), end_(entry_ + 2)
-        {
-        }
+        walk(const pair_table& /*table*/, const u32* bucket) : entry_(bucket), end_(bucket + 2) {}
         bool done() const { return entry_ == end_; }
         void next() { ++entry_; }
         u32 cand() const { return *entry_ + Start; }
@@ -127,9 +124,9 @@ class ring_table {
     bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
-    void insert(const block_text& text, u32 pos)
+    /// Enters `pos`, whose bucket this is.
+    void insert(u32* bucket, u32 pos)
     {
-        u32* const bucket = buckets_.at(text, pos);
         const u32 cursor = (*bucket + 1) & (size_ - 1);
         *bucket = (*bucket & ~cursor_mask) | cursor;
         u32& entry = bucket[cursor];
@@ -139,16 +136,16 @@ class ring_table {
     /// Enters the last positions of the match of `len` bytes that ends at `end`.
     void insert_end(const block_text& text, u32 end, u32 len)
     {
-        insert(text, end - 1);
-        if (len > 4) insert(text, end - 2);
+        insert(buckets_.at(text, end - 1), end - 1);
+        if (len > 4) insert(buckets_.at(text, end - 2), end - 2);
     }
 
-    /// A look at the candidates of one position, in the order of their places.  It ends at the
-    /// first entry that is all zero; the first one is looked at in any case.
+    /// A look at the candidates of a bucket, in the order of their places.  It ends at the first
+    /// entry that is all zero; the first one is looked at in any case.
     class walk {
       public:
-        walk(const ring_table& table, const block_text& text, u32 pos)
-            : entry_(table.buckets_.at(text, pos)), end_(entry_ + table.size_)
+        walk(const ring_table& table, const u32* bucket)
+            : entry_(bucket), end_(bucket + table.size_)
         {
         }
         bool done() const { return entry_ == end_; }
@@ -186,24 +183,25 @@ class ring_table {
 
 /// What a search asks of its table: the two above.
 template <class T>
-concept bucket_table = requires(T table, const T& so_far, const block_text& text, u32 pos,
-                                const found_match& best)
+concept bucket_table = requires(T table, const T& so_far, const block_text& text, u32* bucket,
+                                u32 pos, const found_match& best)
 {
     so_far.buckets().fetch(text, pos);
     table.buckets().leave(text);
-    table.insert(text, pos);
+    table.insert(bucket, pos);
     table.insert_end(text, pos, best.len);
-    requires std::constructible_from<typename T::walk, const T&, const block_text&, u32>;
+    requires std::constructible_from<typename T::walk, const T&, const u32*>;
     requires std::convertible_to<decltype(T::barred_bytes), u32>;
     requires std::same_as<decltype(T::may_win(text, pos, pos, best)), bool>;
 };
 
-/// The best candidate at `pos`: the first that matches, or a later one that is better.
+/// The best candidate at `pos`, whose bucket this is: the first that matches, or a later one that
+/// is better.
 template <bucket_table Table>
-found_match find_best(const block_text& text, const Table& table, u32 pos)
+found_match find_best(const block_text& text, const Table& table, const u32* bucket, u32 pos)
 {
     if (pos + Table::barred_bytes >= text.size) return {0, 0};
-    typename Table::walk walk(table, text, pos);
+    typename Table::walk walk(table, bucket);
     while (!text.same_word(walk.cand(), pos)) {
         walk.next();
         if (walk.done()) return {0, 0};
@@ -226,13 +224,15 @@ template <u32 Ahead>
     return weigh<Ahead>(text, pos, cand, best);
 }
 
-/// Compares the best match at `pos` with all candidates of the position `Ahead` bytes on.
+/// Compares the best match at `pos` with all candidates of the position `Ahead` bytes on, whose
+/// bucket this is.
 template <u32 Ahead, bucket_table Table>
-outlook look_ahead(const block_text& text, const Table& table, u32 pos, found_match best)
+outlook look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
+                   found_match best)
 {
     const u32 next = pos + Ahead;
     u32 glance = glance_at<Ahead>(best);
-    for (typename Table::walk walk(table, text, next); !walk.done(); walk.next()) {
+    for (typename Table::walk walk(table, bucket); !walk.done(); walk.next()) {
         if (!text.same_byte(next + glance, walk.cand() + glance)) continue;
         const outlook look = weigh_apart<Ahead>(text, pos, walk.cand(), best);
         if (look.literal) return look;
@@ -257,28 +257,35 @@ template <bucket_table Table, token_writer Writer>
 {
     Table table(bits, text.size);
     if (!table.buckets()) return {};
+    bucket_array& buckets = table.buckets();
     u32 fetched = 0;
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         for (fetched = std::max(fetched, pos); fetched < pos + fetch_ahead; ++fetched) {
-            table.buckets().fetch(text, fetched);
+            buckets.fetch(text, fetched);
         }
-        const found_match found = find_best(text, table, pos);
-        table.insert(text, pos);
-        outlook look{found, found.len == 0};
-        if (!look.literal) look = look_ahead<1>(text, table, pos, look.best);
-        if (!look.literal) look = look_ahead<2>(text, table, pos, look.best);
+        u32* const first = buckets.at(text, pos);
+        const found_match found = find_best(text, table, first, pos);
+        table.insert(first, pos);
+        if (found.len == 0) {
+            out.literal(pos++);
+            continue;
+        }
+        u32* const second = buckets.at(text, pos + 1);
+        u32* const third = buckets.at(text, pos + 2);
+        outlook look = look_ahead<1>(text, table, second, pos, found);
+        if (!look.literal) look = look_ahead<2>(text, table, third, pos, look.best);
         if (look.literal) {
             out.literal(pos++);
             continue;
         }
         const found_match best = look.best;
-        table.insert(text, pos + 1);
-        table.insert(text, pos + 2);
+        table.insert(second, pos + 1);
+        table.insert(third, pos + 2);
         out.match(pos, best.len, best.dist);
         pos += best.len;
         table.insert_end(text, pos, best.len);
     }
-    table.buckets().leave(text);
+    buckets.leave(text);
     return out;
 }
 

@@ -11,8 +11,9 @@
 
 namespace quarnex {
 
-/// Encodes the block of a job with what `Search` finds, written by `out`.  Returns the length of
-/// the stream, or of the block that took its place, or -1 without memory for the search.
+/// Encodes the block of a job with what `Search` finds, written by `out`, whose finish() ends the
+/// stream and gives its length.  Returns the length of the stream, or of the block that took its
+/// place, or -1 without memory for the search.
 template <auto Search, class Job, token_writer Writer>
 i32 encode_with(const Job& job, Writer out)
 {

@@ -346,5 +346,16 @@ TEST(m5_encoder, without_memory_for_its_table_it_fails)
     }
 }
 
+TEST(m5_encoder, a_level_above_9_searches_rings)
+{
+    const bytes block = test::find_shape("text").make(5000, 1);
+    file_parameters parameters = parameters_of(5, 5, 12);
+    const bytes expected = encode(block, parameters);
+    for (const u8 level : {u8{10}, u8{255}}) {
+        parameters.level = level;
+        EXPECT_EQ(encode(block, parameters), expected);
+    }
+}
+
 } // namespace
 } // namespace quarnex
