@@ -1,19 +1,13 @@
-// method5/m5_coder.h - the binary range coder: encoder, decoder, bit trees
+// method5/m5_coder.h - binary decisions in a range coder: single bits, chains, bit trees
 //
-// Both sides cut the current interval in two by the probability of a 0 and keep one part; when it
-// has become small, its settled top byte leaves the encoder and the next byte enters the decoder.
-// The two must do the same arithmetic, in 32 bits.
+// The interval is cut in two by the probability of a 0.
 #pragma once
 
-#include "common/bytes.h"
+#include "common/range_coder.h"
 #include "method5/m5_model.h"
 
 namespace quarnex {
 
-/// The interval at the start.
-inline constexpr u32 m5_full_range = 0xFFFFFFFF;
-/// An interval below this has its top byte settled.
-inline constexpr u32 m5_least_range = 1U << 24;
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
@@ -23,69 +17,19 @@ inline constexpr u32 m5_prob_bits = 15;
 inline constexpr u32 m5_token_max_bytes =
     2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 3;
 
-/// Bytes that the flush of a stream writes behind the first.
-inline constexpr u32 m5_flush_bytes = 4;
-
-/// Where an encoder is.
-///
-/// A byte is written as soon as it leaves `low`, and a carry runs back through what is written: it
-/// ends at the first byte that is not 0xFF, at the latest at the stream's first, which is 0.
-struct m5_encoder_registers {
-    u8* out;     // place of the next byte
-    u64 low = 0; // lower end of the interval, with a carry in bit 32
-    u32 range = m5_full_range;
-};
-
-/// Starts a stream at `out` with a byte 0, where every carry would end: none gets there, as the
-/// whole interval lies below 2^32.
-inline m5_encoder_registers m5_start_encoder(u8* out)
-{
-    *out = 0;
-    return {out + 1};
-}
-
-/// Writes the top byte of `low`, carry included.
-inline void m5_shift_low(m5_encoder_registers& to)
-{
-    if (to.low >> 32 != 0) {
-        u8* carried = to.out;
-        while (++*--carried == 0) {
-        }
-    }
-    *to.out++ = static_cast<u8>(to.low >> 24);
-    to.low = (to.low & (m5_least_range - 1)) << 8;
-}
-
-inline void m5_normalize(m5_encoder_registers& to)
-{
-    while (to.range < m5_least_range) {
-        to.range <<= 8;
-        m5_shift_low(to);
-    }
-}
-
 /// Encodes one bit by its model.
-inline void m5_encode_bit(m5_encoder_registers& to, m5_prob_pair& pair, u32 bit)
+inline void m5_encode_bit(range_encoder& to, m5_prob_pair& pair, u32 bit)
 {
     const u32 bound = pair.mean() * (to.range >> m5_prob_bits);
     const u32 one = 0 - bit; // all ones for a 1
     to.low += bound & one;
     to.range = bound + ((to.range - 2 * bound) & one);
     pair.update(bit);
-    m5_normalize(to);
-}
-
-/// Encodes `value`, a number of `count` bits (1 to 22), all of its values equally probable.
-inline void m5_encode_direct(m5_encoder_registers& to, u32 value, u32 count)
-{
-    to.range >>= count;
-    const u32 skipped = value * to.range;
-    to.low += skipped;
-    m5_normalize(to);
+    normalize(to);
 }
 
 /// Encodes `value`, a number of `width` bits, through the tree of pairs 1 to 2^width - 1.
-inline void m5_encode_tree(m5_encoder_registers& to, m5_prob_pair* tree, u32 value, u32 width)
+inline void m5_encode_tree(range_encoder& to, m5_prob_pair* tree, u32 value, u32 width)
 {
     u32 index = 1;
     for (u32 place = width; place-- != 0;) {
@@ -95,61 +39,21 @@ inline void m5_encode_tree(m5_encoder_registers& to, m5_prob_pair* tree, u32 val
     }
 }
 
-/// Ends a stream: all of `low` is written.
-inline void m5_flush(m5_encoder_registers& to)
-{
-    for (u32 bytes = 0; bytes < m5_flush_bytes; ++bytes) m5_shift_low(to);
-}
-
-/// Where a decoder is.
-struct m5_decoder_registers {
-    const u8* in; // the next byte
-    u32 code;     // the stream's place in the interval, below `range`
-    u32 range = m5_full_range;
-};
-
-/// Bytes that the start of a stream takes.
-inline constexpr u32 m5_start_bytes = 5;
-
-/// Starts to decode at `in`.  In a damaged stream `code` need not be below `range`.
-inline m5_decoder_registers m5_start_decoder(const u8* in)
-{
-    return {in + m5_start_bytes, byte_swap(load_u32(in + 1))};
-}
-
-inline void m5_normalize(m5_decoder_registers& from)
-{
-    while (from.range < m5_least_range) {
-        from.range <<= 8;
-        from.code = from.code << 8 | *from.in++;
-    }
-}
-
 /// Decodes one bit by its model, with a branch on it: for bits that are easy to guess.
-[[gnu::always_inline]] inline u32 m5_decode_bit(m5_decoder_registers& from, m5_prob_pair& pair)
+[[gnu::always_inline]] inline u32 m5_decode_bit(range_decoder& from, m5_prob_pair& pair)
 {
     const u32 bound = pair.mean() * (from.range >> m5_prob_bits);
     if (from.code < bound) {
         from.range = bound;
         pair.update(0);
-        m5_normalize(from);
+        normalize(from);
         return 0;
     }
     from.code -= bound;
     from.range -= bound;
     pair.update(1);
-    m5_normalize(from);
+    normalize(from);
     return 1;
-}
-
-/// Decodes `count` bits (1 to 22).  In a damaged stream the number can be larger.
-inline u32 m5_decode_direct(m5_decoder_registers& from, u32 count)
-{
-    from.range >>= count;
-    const u32 value = from.code / from.range;
-    from.code -= value * from.range;
-    m5_normalize(from);
-    return value;
 }
 
 // Bits that are hard to guess are decoded without a branch, in a chain of steps.  While a step
@@ -214,7 +118,7 @@ class m5_decoder_chain {
     /// Decodes a bit by the chain's pair, which is at `at`, and shifts it into `bits`.  It chooses
     /// between the two pairs at `next`, which are there even if the chain ends.  The one at `at`
     /// can't be chosen: its new value would come too late.
-    [[gnu::always_inline]] void step(m5_decoder_registers& from, m5_prob_pair* at,
+    [[gnu::always_inline]] void step(range_decoder& from, m5_prob_pair* at,
                                      const m5_prob_pair* next, u32& bits)
     {
         const u32 bound = mean_ * (from.range >> m5_prob_bits);
@@ -230,7 +134,7 @@ class m5_decoder_chain {
         mean_ = outcome.mean;
         from.range = outcome.range;
         from.code = outcome.code;
-        m5_normalize(from);
+        normalize(from);
     }
 
   private:
@@ -239,8 +143,7 @@ class m5_decoder_chain {
 };
 
 /// Decodes a number of `width` bits through a tree.
-[[gnu::always_inline]] inline u32 m5_decode_tree(m5_decoder_registers& from, m5_prob_pair* tree,
-                                                 u32 width)
+[[gnu::always_inline]] inline u32 m5_decode_tree(range_decoder& from, m5_prob_pair* tree, u32 width)
 {
     u32 index = 1;
     m5_decoder_chain chain(tree[1]);

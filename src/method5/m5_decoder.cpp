@@ -16,7 +16,7 @@
 namespace quarnex {
 namespace {
 
-static_assert(m5_raw_bytes + m5_start_bytes + m5_token_max_bytes <= payload_slack);
+static_assert(m5_raw_bytes + range_start_bytes + m5_token_max_bytes <= payload_slack);
 static_assert(copy_match_overrun <= out_slack);
 
 /// A stream while it is decoded.
@@ -26,7 +26,7 @@ class m5_decoding {
     /// Starts behind the raw bytes, which are in the block.
     m5_decoding(const block_job& job, m5_model& model)
         : model_(model), begin_(job.out_buf), size_(job.out_len),
-          registers_(m5_start_decoder(job.in_buf + m5_raw_bytes))
+          registers_(start_range_decoder(job.in_buf + m5_raw_bytes))
     {
         history_ = m5_history_at(begin_ + pos_);
     }
@@ -122,13 +122,13 @@ class m5_decoding {
         const u32 direct = width - m5_top_bits;
         m5_prob_pair* const tops = model_.dist_top[slot - m5_first_high_slot];
         const u32 top = m5_decode_tree(registers_, tops, m5_top_bits);
-        return base + (top << direct) + m5_decode_direct(registers_, direct);
+        return base + (top << direct) + decode_direct(registers_, direct);
     }
 
     m5_model& model_;
     u8* const begin_;
     const u32 size_; // of the block
-    m5_decoder_registers registers_;
+    range_decoder registers_;
     u32 pos_ = m5_raw_bytes;
     u32 history_ = 0; // the last bytes, of which twelve bits count
 };
@@ -151,14 +151,8 @@ i32 m5_decode(const block_job& job, m5_model& model)
 i32 m5_decode_block(const block_job& job, void* state)
 {
     m5_model& model = *static_cast<m5_model*>(state);
-    switch (m5_min_match(job.parameters.level)) {
-    case 4:
-        return m5_decode<4>(job, model);
-    case 3:
-        return m5_decode<3>(job, model);
-    default:
-        return m5_decode<2>(job, model);
-    }
+    return with_min_match(job.parameters.level,
+                          [&](auto min_match) { return m5_decode<min_match>(job, model); });
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace {
 
 static_assert(search_reads_past <= in_slack);
 
-using m5_writer = m5_tokens<m5_min_match(0)>;
+using m5_writer = m5_tokens<min_match(0)>;
 
 template <auto Search>
 i32 m5_encode(const block_job& job, m5_model& model)

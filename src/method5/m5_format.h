@@ -5,7 +5,7 @@
 //
 //     literal   match_flag 0   8 bits, from the top, each in the context of the 12 bits before it
 //     match     match_flag 1   length   distance
-//     length    with n + 1 the bits of length_value = length - m5_min_match + 2:
+//     length    with n + 1 the bits of length_value = length - min_match + 2:
 //               n - 1 ones and a zero (len_prefix), then the n bits below the leading one
 //               (len_bits)
 //     distance  the slot of distance - 1, six bits (dist_slot, by the length), then its extra bits:
@@ -16,17 +16,10 @@
 // number of it.
 #pragma once
 
-#include "common/types.h"
+#include "common/min_match.h"
 #include "common/value_slot.h"
 
 namespace quarnex {
-
-/// The shortest match of a stream of `level`.
-constexpr u32 m5_min_match(u32 level)
-{
-    if (level < 8) return 4;
-    return level == 8 ? 3 : 2;
-}
 
 /// Bytes at the block's start that are sent raw.
 inline constexpr u32 m5_raw_bytes = 2;

@@ -18,7 +18,7 @@ class m5_tokens {
     /// Starts a stream for a block.
     m5_tokens(const block_job& job, m5_model& model)
         : model_(model), text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
-          registers_(m5_start_encoder(job.out_buf + m5_raw_bytes))
+          registers_(start_range_encoder(job.out_buf + m5_raw_bytes))
     {
         store_u16(begin_, load_u16(text_));
         history_ = m5_history_at(text_ + first_pos);
@@ -48,7 +48,7 @@ class m5_tokens {
     /// Ends the stream.  Returns its length.
     u32 finish()
     {
-        m5_flush(registers_);
+        flush(registers_);
         return static_cast<u32>(registers_.out - begin_);
     }
 
@@ -88,21 +88,21 @@ class m5_tokens {
         const u32 direct = width - m5_top_bits;
         m5_encode_tree(registers_, model_.dist_top[slot - m5_first_high_slot], extra >> direct,
                        m5_top_bits);
-        m5_encode_direct(registers_, extra & ((1U << direct) - 1), direct);
+        encode_direct(registers_, extra & ((1U << direct) - 1), direct);
     }
 
     m5_model& model_;
     const u8* text_;
     u8* begin_;
     u8* limit_; // a stream that gets here is not shorter than the block
-    m5_encoder_registers registers_;
+    range_encoder registers_;
     u32 history_; // the last bytes, of which twelve bits count
 };
 
 /// A token starts below the block's size, and the flush may follow it.
-static_assert(m5_token_max_bytes + m5_flush_bytes <= out_slack);
+static_assert(m5_token_max_bytes + range_flush_bytes <= out_slack);
 /// Blocks of one byte have raw bytes, the first coder byte and a flush behind their end.
-static_assert(m5_raw_bytes + 1 + m5_flush_bytes <= out_slack);
+static_assert(m5_raw_bytes + 1 + range_flush_bytes <= out_slack);
 
 static_assert(token_writer<m5_tokens<4>>);
 

@@ -16,7 +16,7 @@ using test::random_source;
 constexpr usize room = 1U << 16;
 
 /// The bytes from `start` to where the encoder is.
-bytes written(const bytes& buffer, const m5_encoder_registers& to)
+bytes written(const bytes& buffer, const range_encoder& to)
 {
     return {buffer.data(), static_cast<const u8*>(to.out)};
 }
@@ -26,9 +26,9 @@ template <class Code>
 bytes coded(Code code)
 {
     bytes buffer(room, 0xEE);
-    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    range_encoder to = start_range_encoder(buffer.data());
     code(to);
-    m5_flush(to);
+    flush(to);
     return written(buffer, to);
 }
 
@@ -47,17 +47,17 @@ void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
 
 // Whole streams
 
-TEST(m5_encoder_registers, an_encoder_that_has_coded_nothing_writes_five_zero_bytes)
+TEST(range_encoder, an_encoder_that_has_coded_nothing_writes_five_zero_bytes)
 {
-    EXPECT_EQ(coded([](m5_encoder_registers&) {}), bytes(5, 0));
+    EXPECT_EQ(coded([](range_encoder&) {}), bytes(5, 0));
 }
 
-TEST(m5_encoder_registers, first_bits)
+TEST(range_encoder, first_bits)
 {
     // A 1 at one half: low = 16384 * 0x1FFFF = 7FFFC000, range = FFFFFFFF - 7FFFC000 = 80003FFF.
     // A 0 at one half: range = 16384 * 0x10000 = 40000000.
     bytes buffer(room);
-    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    range_encoder to = start_range_encoder(buffer.data());
     m5_prob_pair pair;
     m5_encode_bit(to, pair, 1);
     EXPECT_EQ(to.low, 0x7FFFC000U);
@@ -70,17 +70,17 @@ TEST(m5_encoder_registers, first_bits)
     EXPECT_EQ(to.range, 0x40000000U);
     EXPECT_EQ(other.fast(), 18432U);
     EXPECT_EQ(other.slow(), 16640U);
-    m5_flush(to);
+    flush(to);
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
 }
 
-TEST(m5_encoder_registers, the_smallest_bound_is_35_times_512)
+TEST(range_encoder, the_smallest_bound_is_35_times_512)
 {
     // A 0 of the least probability, 35, in the least range: 35 * 512 = 4600 (hexadecimal) is left
     // and takes two shifts.
     bytes buffer(room);
     m5_prob_pair pair{7 | 63U << 16};
-    m5_encoder_registers to{buffer.data() + 1, 0x12345678, 0x01000000};
+    range_encoder to{buffer.data() + 1, 0x12345678, 0x01000000};
     m5_encode_bit(to, pair, 0);
     EXPECT_EQ(to.range, 0x46000000U);
     EXPECT_EQ(to.low, 0x56780000U);
@@ -97,47 +97,47 @@ TEST(m5_encoder_registers, the_smallest_bound_is_35_times_512)
 
 // Carries
 
-TEST(m5_shift_low, bytes_of_0xFF_without_a_carry_stay)
+TEST(shift_low, bytes_of_0xFF_without_a_carry_stay)
 {
     bytes buffer(room);
-    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    range_encoder to = start_range_encoder(buffer.data());
     to.low = 0x12FFFFFF;
-    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    for (int i = 0; i < 3; ++i) shift_low(to);
     EXPECT_EQ(to.low, 0xFF000000U);
-    m5_shift_low(to);
+    shift_low(to);
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF, 0xFF, 0xFF}));
 }
 
-TEST(m5_shift_low, a_carry_runs_through_bytes_of_0xFF_into_the_byte_before_them)
+TEST(shift_low, a_carry_runs_through_bytes_of_0xFF_into_the_byte_before_them)
 {
     bytes buffer(room);
-    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    range_encoder to = start_range_encoder(buffer.data());
     to.low = 0x12FFFFFF;
-    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    for (int i = 0; i < 3; ++i) shift_low(to);
     to.low += 0x01ABCDEF; // FF000000 becomes 1 00ABCDEF: 12 + 1, FF FF to 00 00, then the byte 00
-    m5_shift_low(to);
+    shift_low(to);
     EXPECT_EQ(to.low, 0xABCDEF00U);
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x13, 0x00, 0x00, 0x00}));
 }
 
-TEST(m5_shift_low, a_carry_stops_at_the_last_byte_that_is_not_0xFF)
+TEST(shift_low, a_carry_stops_at_the_last_byte_that_is_not_0xFF)
 {
     bytes buffer(room);
-    m5_encoder_registers to = m5_start_encoder(buffer.data());
+    range_encoder to = start_range_encoder(buffer.data());
     to.low = 0xFF12FE34;
-    for (int i = 0; i < 3; ++i) m5_shift_low(to);
+    for (int i = 0; i < 3; ++i) shift_low(to);
     to.low += u64{1} << 32;
-    m5_shift_low(to);
+    shift_low(to);
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0xFF, 0x12, 0xFF, 0x34}));
 }
 
-TEST(m5_shift_low, clears_bit_32_whatever_the_byte_below_it_is)
+TEST(shift_low, clears_bit_32_whatever_the_byte_below_it_is)
 {
     for (const u64 low : {0x100000001UL, 0x1FF000001UL, 0x0FF000001UL, 0x012000001UL}) {
         bytes buffer(room);
-        m5_encoder_registers to = m5_start_encoder(buffer.data());
+        range_encoder to = start_range_encoder(buffer.data());
         to.low = low;
-        m5_shift_low(to);
+        shift_low(to);
         EXPECT_EQ(to.low, 0x100U) << low;
         EXPECT_EQ(written(buffer, to),
                   (bytes{static_cast<u8>(low >> 32), static_cast<u8>(low >> 24)}));
@@ -158,19 +158,19 @@ void code_open_bytes(u32 count, bool carry, const m5_plain_coder& so_far, Direct
     if (carry) direct(0xFFFF, 16); // far above the carry
 }
 
-TEST(m5_shift_low, many_open_bytes_are_all_0xFF_or_all_0x00)
+TEST(shift_low, many_open_bytes_are_all_0xFF_or_all_0x00)
 {
     for (u32 count = 2; count <= 300; ++count) {
         for (const bool carry : {false, true}) {
             m5_plain_coder plain;
             bytes buffer(room);
-            m5_encoder_registers to = m5_start_encoder(buffer.data());
+            range_encoder to = start_range_encoder(buffer.data());
             code_open_bytes(count, carry, plain, [&](u32 value, u32 bits) {
                 plain.direct(value, bits);
-                m5_encode_direct(to, value, bits);
+                encode_direct(to, value, bits);
             });
             plain.flush();
-            m5_flush(to);
+            flush(to);
             ASSERT_EQ(written(buffer, to), plain.out) << count;
             EXPECT_EQ(buffer[1], carry ? 0x02 : 0x01);
             EXPECT_EQ(bytes(buffer.begin() + 2, buffer.begin() + 2 + count),
@@ -185,12 +185,12 @@ TEST(m5_shift_low, many_open_bytes_are_all_0xFF_or_all_0x00)
 TEST(m5_direct, a_group_of_22_bits_worked_by_hand)
 {
     // range = FFFFFFFF >> 22 = 3FF; low = 2AAAAA * 3FF = AA7FFD56; two bytes leave.
-    const bytes stream = coded([](auto& to) { m5_encode_direct(to, 0x2AAAAA, 22); });
+    const bytes stream = coded([](auto& to) { encode_direct(to, 0x2AAAAA, 22); });
     EXPECT_EQ(stream, (bytes{0x00, 0xAA, 0x7F, 0xFD, 0x56, 0x00, 0x00}));
     const bytes readable = with_slack(stream);
-    m5_decoder_registers from = m5_start_decoder(readable.data());
+    range_decoder from = start_range_decoder(readable.data());
     EXPECT_EQ(from.code, 0xAA7FFD56U);
-    EXPECT_EQ(m5_decode_direct(from, 22), 0x2AAAAAU);
+    EXPECT_EQ(decode_direct(from, 22), 0x2AAAAAU);
     EXPECT_EQ(from.range, 0x3FF0000U);
     EXPECT_EQ(from.code, 0U);
     EXPECT_EQ(from.in, readable.data() + stream.size());
@@ -198,9 +198,9 @@ TEST(m5_direct, a_group_of_22_bits_worked_by_hand)
 
 TEST(m5_direct, a_single_bit)
 {
-    EXPECT_EQ(coded([](auto& to) { m5_encode_direct(to, 1, 1); }),
+    EXPECT_EQ(coded([](auto& to) { encode_direct(to, 1, 1); }),
               (bytes{0x00, 0x7F, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(coded([](auto& to) { m5_encode_direct(to, 0, 1); }), bytes(5, 0));
+    EXPECT_EQ(coded([](auto& to) { encode_direct(to, 0, 1); }), bytes(5, 0));
 }
 
 TEST(m5_direct, groups_of_1_to_22_bits_come_back)
@@ -210,11 +210,11 @@ TEST(m5_direct, groups_of_1_to_22_bits_come_back)
         std::vector<u32> values{0, (1U << count) - 1, 1, (1U << count) - 2};
         for (int i = 0; i < 2000; ++i) values.push_back(random.below(1U << count));
         const bytes stream = coded([&](auto& to) {
-            for (const u32 value : values) m5_encode_direct(to, value, count);
+            for (const u32 value : values) encode_direct(to, value, count);
         });
         const bytes readable = with_slack(stream);
-        m5_decoder_registers from = m5_start_decoder(readable.data());
-        for (const u32 value : values) ASSERT_EQ(m5_decode_direct(from, count), value) << count;
+        range_decoder from = start_range_decoder(readable.data());
+        for (const u32 value : values) ASSERT_EQ(decode_direct(from, count), value) << count;
         EXPECT_EQ(from.in, readable.data() + stream.size());
     }
 }
@@ -223,8 +223,8 @@ TEST(m5_direct, in_a_damaged_stream_a_value_can_exceed_its_bits)
 {
     // range = 1FFFFFF >> 22 = 7; 1FFFFFE is 7 * 492492 (hexadecimal), and three bytes follow.
     const bytes next{0x11, 0x22, 0x33, 0x44};
-    m5_decoder_registers from{next.data(), 0x1FFFFFE, 0x1FFFFFF};
-    EXPECT_EQ(m5_decode_direct(from, 22), 0x492492U);
+    range_decoder from{next.data(), 0x1FFFFFE, 0x1FFFFFF};
+    EXPECT_EQ(decode_direct(from, 22), 0x492492U);
     EXPECT_EQ(from.range, 0x7000000U);
     EXPECT_EQ(from.code, 0x112233U);
 }
@@ -233,8 +233,8 @@ TEST(m5_direct, the_least_range_has_room_for_the_most_bits)
 {
     // 1000000 >> 22 = 4, and 4 << 24 is the next range.
     const bytes next{0x11, 0x22, 0x33, 0x44};
-    m5_decoder_registers from{next.data(), 0xFFFFFF, m5_least_range};
-    EXPECT_EQ(m5_decode_direct(from, 22), 0x3FFFFFU);
+    range_decoder from{next.data(), 0xFFFFFF, least_range};
+    EXPECT_EQ(decode_direct(from, 22), 0x3FFFFFU);
     EXPECT_EQ(from.range, 0x4000000U);
     EXPECT_EQ(from.code, 0x3112233U);
 }
@@ -260,7 +260,7 @@ TEST(m5_tree, bits_come_from_the_top_and_pair_0_is_never_touched)
     expect_path_of_101(encoding);
     tree_of_3_bits decoding;
     const bytes readable = with_slack(stream);
-    m5_decoder_registers from = m5_start_decoder(readable.data());
+    range_decoder from = start_range_decoder(readable.data());
     EXPECT_EQ(m5_decode_tree(from, decoding.data(), 3), 5U);
     expect_path_of_101(decoding);
 }
@@ -279,7 +279,7 @@ TEST(m5_tree, values_of_all_widths_come_back)
         });
         std::vector<m5_prob_pair> decoding(1U << width);
         const bytes readable = with_slack(stream);
-        m5_decoder_registers from = m5_start_decoder(readable.data());
+        range_decoder from = start_range_decoder(readable.data());
         for (const u32 value : values) {
             ASSERT_EQ(m5_decode_tree(from, decoding.data(), width), value) << width;
         }
@@ -301,8 +301,8 @@ TEST(m5_decoder_chain, decodes_what_single_bits_decode)
         for (u32 i = 0; i < pairs; i += 3) by_chain[i] = {7 | 63U << 16};
         for (u32 i = 1; i < pairs; i += 3) by_chain[i] = {32761 | 32705U << 16};
         std::array<m5_prob_pair, pairs> by_bit = by_chain;
-        m5_decoder_registers one{stream.data(), random.next() >> 1};
-        m5_decoder_registers other = one;
+        range_decoder one{stream.data(), random.next() >> 1};
+        range_decoder other = one;
         u32 at = 0;
         u32 bits = 0;
         m5_decoder_chain chain(by_chain[at]);
@@ -419,7 +419,7 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         const bytes stream = coded([&](auto& to) {
             for (const step& next : steps) {
                 if (next.count != 0) {
-                    m5_encode_direct(to, next.value, next.count);
+                    encode_direct(to, next.value, next.count);
                     plain.direct(next.value, next.count);
                 } else {
                     m5_encode_bit(to, encoding[next.pair], next.value);
@@ -432,9 +432,9 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
 
         std::array<m5_prob_pair, mixture_pairs> decoding;
         const bytes readable = with_slack(stream);
-        m5_decoder_registers from = m5_start_decoder(readable.data());
+        range_decoder from = start_range_decoder(readable.data());
         for (const step& next : steps) {
-            const u32 value = next.count != 0 ? m5_decode_direct(from, next.count)
+            const u32 value = next.count != 0 ? decode_direct(from, next.count)
                                               : m5_decode_bit(from, decoding[next.pair]);
             ASSERT_EQ(value, next.value) << seed;
         }
