@@ -1,0 +1,87 @@
+// method3/m3_decoder.cpp - the decoder of method 3
+//
+// A symbol is one look-up by the next ten bits, or a walk over the longer codes.  Reading is tested
+// once a token, as the slack of the payload is larger than what a token can read; a damaged stream
+// ends at the first token that reads behind the payload or reaches before the block.
+#include "common/alphabet_decoder.h"
+#include "common/bit_reader.h"
+#include "method3/m3_codec.h"
+#include "method3/m3_model.h"
+
+namespace quarnex {
+namespace {
+
+using m3_decoder_models = m3_models<m3_decoder_tables>;
+
+/// Takes symbols by their codes, and extra bits as they are.
+class m3_symbol_reader {
+  public:
+    /// Starts behind the raw byte.
+    m3_symbol_reader(const block_job& job, m3_decoder_models& models)
+        : models_(models), bits_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
+    {
+    }
+
+    u32 take_main()
+    {
+        bits_.refill();
+        return take(models_.main);
+    }
+    u32 take_length() { return take_slot(models_.length); }
+    u32 take_distance() { return take_slot(models_.distance); }
+    u32 take_extra(u32 count)
+    {
+        bits_.need(count);
+        return bits_.take(count);
+    }
+    void follow(u8 /*byte*/) {}
+    bool good() const { return bits_.taken_end() <= end_ && models_.good(); }
+
+  private:
+    template <class Model>
+    u32 take_slot(Model& model)
+    {
+        bits_.need(m3_max_code_bits);
+        return take(model);
+    }
+
+    template <u32 Capacity>
+    [[gnu::always_inline]] u32 take(m3_model<m3_decoder_tables, Capacity>& model)
+    {
+        using tables = m3_decoder_tables<Capacity>;
+        const u32 entry = model.tables.lookup[bits_.peek(tables::lookup_bits)];
+        u32 symbol = entry >> tables::length_bits;
+        u32 length = entry % (1U << tables::length_bits);
+        if (entry == tables::no_entry) [[unlikely]] {
+            length = tables::lookup_bits + 1;
+            while (bits_.peek(length) < model.tables.first_code[length]) ++length;
+            const u32 above = bits_.peek(length) - model.tables.first_code[length];
+            symbol = model.tables.symbols[model.tables.first_index[length] + above];
+        }
+        bits_.drop(length);
+        m3_model_step(model, symbol);
+        return symbol;
+    }
+
+    m3_decoder_models& models_;
+    bit_reader bits_;
+    const u8* end_;
+};
+
+i32 m3_decode_block(const block_job& job, void* /*state*/)
+{
+    if (job.in_len == 0 || job.out_len == 0) return 0;
+    *job.out_buf = *job.in_buf;
+    m3_decoder_models models(job.out_len);
+    const m3_symbol_reader reader(job, models);
+    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+        return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
+    });
+    return static_cast<i32>(len);
+}
+
+} // namespace
+
+const codec_entry m3_decoder{no_state, m3_decode_block, release_nothing};
+
+} // namespace quarnex

@@ -1,0 +1,42 @@
+// method3/m3_encoder.cpp - the ladder of method 3: which search a level runs
+#include "match/bucket_search.h"
+#include "match/hash_search.h"
+#include "match/ladder.h"
+#include "method3/m3_codec.h"
+#include "method3/m3_tokens.h"
+
+namespace quarnex {
+namespace {
+
+static_assert(search_reads_past <= in_slack);
+
+using m3_writer = m3_tokens<min_match(0)>;
+
+template <auto Search>
+i32 m3_encode(const block_job& job)
+{
+    m3_encoder_models models(job.in_len);
+    return encode_with<Search>(job, m3_writer(job.in_buf, m3_symbol_writer(job, models)));
+}
+
+constexpr auto m3_encode_greedy = m3_encode<search_greedy<inserts::nothing, m3_writer>>;
+constexpr auto m3_encode_greedy_ins = m3_encode<search_greedy<inserts::inside_match, m3_writer>>;
+constexpr auto m3_encode_lazy = m3_encode<search_lazy<m3_writer>>;
+constexpr auto m3_encode_pair = m3_encode<search_buckets<pair_table<0>, m3_writer>>;
+constexpr auto m3_encode_bucket = m3_encode<search_buckets<ring_table, m3_writer>>;
+
+constexpr i32 (*m3_levels[ladder_levels])(const block_job&){
+    m3_encode_greedy, m3_encode_greedy_ins, m3_encode_lazy,   m3_encode_pair,
+    m3_encode_bucket, m3_encode_bucket,     m3_encode_bucket, m3_encode_bucket,
+};
+
+i32 m3_encode_block(const block_job& job, void* /*state*/)
+{
+    return encode_level(m3_levels, job);
+}
+
+} // namespace
+
+const codec_entry m3_encoder{no_state, m3_encode_block, release_nothing};
+
+} // namespace quarnex
