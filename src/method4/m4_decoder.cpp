@@ -1,0 +1,74 @@
+// method4/m4_decoder.cpp - the decoder of method 4
+//
+// A symbol takes a division and a short search.  Reading is tested once a token, as the slack of
+// the payload is larger than what a token can read; a damaged stream ends at the first token that
+// reads behind the payload, reaches before the block or can't be.
+#include "common/alphabet_decoder.h"
+#include "method4/m4_codec.h"
+#include "method4/m4_coder.h"
+
+namespace quarnex {
+namespace {
+
+/// Takes symbols by their models, and extra bits as they are.
+class m4_symbol_reader {
+  public:
+    /// Starts behind the raw byte.
+    m4_symbol_reader(const block_job& job, m4_dec_state& models)
+        : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
+          coder_(start_range_decoder(job.in_buf + alphabet_raw_bytes)),
+          end_(job.in_buf + job.in_len)
+    {
+        follow(*job.in_buf);
+    }
+
+    /// Whether the first code bytes can be decoded at all.
+    bool starts() const { return coder_.code < coder_.range; }
+
+    u32 take_main() { return take<m4_main_step>(models_.main[context_]); }
+    u32 take_length() { return take<m4_slot_step>(models_.length); }
+    u32 take_distance() { return take<m4_slot_step>(models_.distance); }
+    u32 take_extra(u32 count) { return m4_decode_direct(coder_, count, damaged_); }
+    void follow(u8 byte) { context_ = byte & mask_; }
+    bool good() const { return coder_.in <= end_ && !damaged_; }
+
+  private:
+    template <u32 Step, class Model>
+    [[gnu::always_inline]] u32 take(Model& model)
+    {
+        const u32 symbol = m4_decode_freq(coder_, model);
+        if (symbol >= model.counts.symbols) [[unlikely]] {
+            damaged_ = true;
+            return 0;
+        }
+        m4_model_step<Step>(model, symbol);
+        return symbol;
+    }
+
+    m4_dec_state& models_;
+    u32 mask_;
+    u32 context_;
+    range_decoder coder_;
+    const u8* end_;
+    bool damaged_ = false;
+};
+
+i32 m4_decode_block(const block_job& job, void* state)
+{
+    if (job.in_len == 0 || job.out_len == 0) return 0;
+    *job.out_buf = *job.in_buf;
+    m4_dec_state& models = *static_cast<m4_dec_state*>(state);
+    models.start(job.out_len);
+    const m4_symbol_reader reader(job, models);
+    if (!reader.starts()) return alphabet_raw_bytes;
+    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+        return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
+    });
+    return static_cast<i32>(len);
+}
+
+} // namespace
+
+const codec_entry m4_decoder{m4_decoder_init, m4_decode_block, m4_decoder_release};
+
+} // namespace quarnex

@@ -1,0 +1,41 @@
+// method4/m4_encoder.cpp - the ladder of method 4: which search a level runs
+#include "match/bucket_search.h"
+#include "match/hash_search.h"
+#include "match/ladder.h"
+#include "method4/m4_codec.h"
+#include "method4/m4_tokens.h"
+
+namespace quarnex {
+namespace {
+
+static_assert(search_reads_past <= in_slack);
+
+using m4_writer = m4_tokens<min_match(0)>;
+
+template <auto Search>
+i32 m4_encode(const block_job& job, m4_enc_state& models)
+{
+    models.start(job.in_len);
+    return encode_with<Search>(job, m4_writer(job.in_buf, m4_symbol_writer(job, models)));
+}
+
+constexpr auto m4_encode_greedy = m4_encode<search_greedy<inserts::nothing, m4_writer>>;
+constexpr auto m4_encode_lazy = m4_encode<search_lazy<m4_writer>>;
+constexpr auto m4_encode_pair = m4_encode<search_buckets<pair_table<0>, m4_writer>>;
+constexpr auto m4_encode_bucket = m4_encode<search_buckets<ring_table, m4_writer>>;
+
+constexpr i32 (*m4_levels[ladder_levels])(const block_job&, m4_enc_state&){
+    m4_encode_greedy, m4_encode_lazy,   m4_encode_lazy,   m4_encode_pair,
+    m4_encode_bucket, m4_encode_bucket, m4_encode_bucket, m4_encode_bucket,
+};
+
+i32 m4_encode_block(const block_job& job, void* state)
+{
+    return encode_level(m4_levels, job, *static_cast<m4_enc_state*>(state));
+}
+
+} // namespace
+
+const codec_entry m4_encoder{m4_encoder_init, m4_encode_block, m4_encoder_release};
+
+} // namespace quarnex

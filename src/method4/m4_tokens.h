@@ -1,0 +1,66 @@
+// method4/m4_tokens.h - the token writer of method 4
+#pragma once
+
+#include "common/alphabet_tokens.h"
+#include "match/concepts.h"
+#include "method4/m4_coder.h"
+
+namespace quarnex {
+
+/// Writes symbols by their models, and extra bits as they are.
+class m4_symbol_writer {
+  public:
+    /// Starts a stream for a block of 1 byte or more, with its raw byte.
+    m4_symbol_writer(const block_job& job, m4_enc_state& models)
+        : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)), begin_(job.out_buf),
+          limit_(job.out_buf + job.in_len),
+          coder_(start_range_encoder(job.out_buf + alphabet_raw_bytes))
+    {
+        *begin_ = *job.in_buf;
+        follow(*begin_);
+    }
+
+    bool full() const { return coder_.out >= limit_; }
+
+    void put_main(u32 symbol) { put<m4_main_step>(models_.main[context_], symbol); }
+    void put_length(u32 slot) { put<m4_slot_step>(models_.length, slot); }
+    void put_distance(u32 slot) { put<m4_slot_step>(models_.distance, slot); }
+    void put_extra(u32 bits, u32 count) { m4_encode_direct(coder_, bits, count); }
+    void follow(u8 byte) { context_ = byte & mask_; }
+
+    u32 finish()
+    {
+        flush(coder_);
+        return static_cast<u32>(coder_.out - begin_);
+    }
+
+  private:
+    template <u32 Step, class Model>
+    void put(Model& model, u32 symbol)
+    {
+        m4_encode_freq(coder_, model.cum[symbol], model.cum[symbol + 1]);
+        m4_model_step<Step>(model, symbol);
+    }
+
+    m4_enc_state& models_;
+    u32 mask_;
+    u32 context_;
+    u8* begin_;
+    u8* limit_; // a stream that gets here is not shorter than the block
+    range_encoder coder_;
+};
+
+/// Writes literals and matches of at least MinMatch bytes as a stream of method 4.
+template <u32 MinMatch>
+using m4_tokens = alphabet_tokens<MinMatch, m4_symbol_writer>;
+
+/// More bytes than the coder moves in a token: up to 3 in each of seven steps, of which one writes
+/// 4 at once.
+inline constexpr u32 m4_token_max_bytes = 7 * 3 + 1;
+/// A token starts below the block's size, and the flush may follow it.  Blocks of one byte have the
+/// raw byte, the first coder byte and a flush behind their end.
+static_assert(alphabet_raw_bytes + 1 + m4_token_max_bytes + range_flush_bytes <= out_slack);
+
+static_assert(token_writer<m4_tokens<4>>);
+
+} // namespace quarnex
