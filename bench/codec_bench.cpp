@@ -3,7 +3,7 @@
 //     codec_bench [--benchmark_... options] FILE...
 //
 // For each file: every built level of every method encodes and decodes its first 16 MiB, a block of
-// any level, and so do LZ4 and xz, all in buffers like those of the program, in large pages.
+// any level, and so do LZ4, zlib and xz, all in buffers like those of the program, in large pages.
 // "ratio" is the size of the result over that of the block.
 #include "common/owned_array.h"
 #include "common/platform.h"
@@ -23,6 +23,7 @@
 #include <span>
 #include <string>
 #include <vector>
+#include <zlib.h>
 
 namespace quarnex {
 namespace {
@@ -121,6 +122,33 @@ contender lz4(const std::string& name, auto function, auto... level)
     return {name, bound, encode, decode};
 }
 
+/// What gzip does to the data, at one of its levels, without its checksum.
+contender gzip(int level)
+{
+    constexpr int window_bits = -15; // negative: no header and no checksum
+    const auto run = [](z_stream& stream, input in, output out, auto code, auto end) -> usize {
+        stream.next_in = const_cast<u8*>(in.data());
+        stream.avail_in = static_cast<uInt>(in.size());
+        stream.next_out = out.data();
+        stream.avail_out = static_cast<uInt>(out.size());
+        const int result = code(&stream, Z_FINISH);
+        end(&stream);
+        return result == Z_STREAM_END ? stream.total_out : 0;
+    };
+    const auto encode = [=](input in, output out) {
+        z_stream stream{};
+        const int result = deflateInit2(&stream, level, Z_DEFLATED, window_bits, MAX_MEM_LEVEL - 1,
+                                        Z_DEFAULT_STRATEGY);
+        return result == Z_OK ? run(stream, in, out, deflate, deflateEnd) : 0;
+    };
+    const auto decode = [=](input in, output out) {
+        z_stream stream{};
+        const int result = inflateInit2(&stream, window_bits);
+        return result == Z_OK ? run(stream, in, out, inflate, inflateEnd) : 0;
+    };
+    return {"gzip-" + std::to_string(level), compressBound, encode, decode};
+}
+
 contender xz(u32 preset)
 {
     const auto encode = [preset](input in, output out) {
@@ -146,6 +174,9 @@ std::vector<contender> all_racers()
         lz4("lz4", LZ4_compress_default),
         lz4("lz4-3", LZ4_compress_HC, 3),
         lz4("lz4-9", LZ4_compress_HC, 9),
+        gzip(1),
+        gzip(6),
+        gzip(9),
         xz(0),
         xz(1),
         xz(6),
