@@ -10,7 +10,8 @@ namespace quarnex {
 inline void m4_encode_freq(range_encoder& to, u32 low, u32 high)
 {
     const u32 unit = to.range >> m4_total_bits;
-    to.low += low * unit;
+    const u32 skipped = low * unit;
+    to.low += skipped;
     to.range = (high - low) * unit;
     normalize_at_once(to);
 }

@@ -1,5 +1,7 @@
 #include "plain/m5_plain.h"
 
+#include "plain/plain_slots.h"
+
 #include <algorithm>
 
 namespace quarnex::test {
@@ -21,11 +23,8 @@ struct m5_plain_model {
     m5_plain_model()
     {
         for (u32 slot = 4; slot < 64; ++slot)
-            dist_footer[slot].resize(usize{1} << (slot <= 22 ? footer_bits(slot) : 8));
+            dist_footer[slot].resize(usize{1} << (slot <= 22 ? plain_slot_extra_bits(slot) : 8));
     }
-
-    static u32 footer_bits(u32 slot) { return slot / 2 - 1; }
-    static u32 slot_base(u32 slot) { return (2 + slot % 2) << footer_bits(slot); }
 
     u32 previous() const { return history & 0xFF; }
     void remember(u32 before_last, u32 last) { history = before_last << 8 | last; }
@@ -93,12 +92,11 @@ struct m5_plain_writer {
     void distance(u32 dist, u32 length_over_min)
     {
         const u32 d = dist - 1;
-        const u32 log = log2_of(d);
-        const u32 slot = d <= 3 ? d : 2 * log + bit_of(d, log - 1);
+        const u32 slot = plain_slot(d);
         tree(model.slot_tree(length_over_min), slot, 6);
         if (slot <= 3) return;
-        const u32 width = model.footer_bits(slot);
-        const u32 footer = d - model.slot_base(slot);
+        const u32 width = plain_slot_extra_bits(slot);
+        const u32 footer = d - plain_slot_base(slot);
         if (slot <= 22) {
             tree(model.dist_footer[slot], footer, width);
             return;
@@ -117,48 +115,19 @@ struct m5_plain_writer {
 };
 
 struct m5_plain_reader {
-    const bytes& in;
-    usize at;
+    plain_range_reader coder;
     m5_plain_model model{};
-    u32 range = 0xFFFFFFFF;
-    u32 code = 0;
-
-    /// The first byte of the coder is always zero and is skipped.
-    m5_plain_reader(const bytes& stream, usize start) : in(stream), at(start + 1)
-    {
-        for (u32 i = 0; i < 4; ++i) code = code << 8 | in.at(at++);
-    }
-
-    void renormalise()
-    {
-        while (range <= 0xFFFFFF) {
-            range <<= 8;
-            code = code << 8 | in.at(at++);
-        }
-    }
 
     bool bit(m5_plain_pair& pair)
     {
-        const u32 bound = pair.mean() * (range >> 15);
-        const bool bit = code >= bound;
-        if (bit) {
-            code -= bound;
-            range -= bound;
-        } else {
-            range = bound;
-        }
+        const u32 bound = pair.mean() * (coder.range >> 15);
+        const bool bit = coder.code >= bound;
+        if (bit)
+            coder.narrow(bound, coder.range - bound);
+        else
+            coder.narrow(0, bound);
         pair.learn(bit);
-        renormalise();
         return bit;
-    }
-
-    u32 direct(u32 n)
-    {
-        range >>= n;
-        const u32 value = code / range;
-        code -= value * range;
-        renormalise();
-        return value;
     }
 
     u32 tree(pairs& tree, u32 width)
@@ -191,11 +160,11 @@ struct m5_plain_reader {
     {
         const u32 slot = tree(model.slot_tree(length_over_min), 6);
         if (slot <= 3) return slot + 1;
-        const u32 width = model.footer_bits(slot);
-        const u32 base = model.slot_base(slot);
+        const u32 width = plain_slot_extra_bits(slot);
+        const u32 base = plain_slot_base(slot);
         if (slot <= 22) return base + tree(model.dist_footer[slot], width) + 1;
         const u32 top = tree(model.dist_footer[slot], 8);
-        return base + (top << (width - 8)) + direct(width - 8) + 1;
+        return base + (top << (width - 8)) + coder.direct(width - 8) + 1;
     }
 };
 
@@ -215,47 +184,11 @@ void m5_plain_pair::learn(bool bit)
 void m5_plain_coder::bit(m5_plain_pair& pair, bool bit)
 {
     const u32 bound = pair.mean() * (range >> 15);
-    if (bit) {
-        low += bound;
-        range -= bound;
-    } else {
-        range = bound;
-    }
+    if (bit)
+        narrow(bound, range - bound);
+    else
+        narrow(0, bound);
     pair.learn(bit);
-    renormalise();
-}
-
-void m5_plain_coder::direct(u32 value, u32 n)
-{
-    range >>= n;
-    low += value * range;
-    renormalise();
-}
-
-void m5_plain_coder::renormalise()
-{
-    while (range <= 0xFFFFFF) {
-        range <<= 8;
-        shift_low();
-    }
-}
-
-void m5_plain_coder::shift_low()
-{
-    if (low >> 24 == 0xFF) {
-        ++cache_size;
-    } else {
-        const u64 carry = low >> 32;
-        out.push_back(static_cast<u8>(cache + carry));
-        for (; cache_size > 0; --cache_size) out.push_back(static_cast<u8>(0xFF + carry));
-        cache = static_cast<u8>(low >> 24);
-    }
-    low = (low << 8) & 0xFFFFFFFF;
-}
-
-void m5_plain_coder::flush()
-{
-    for (u32 i = 0; i < 5; ++i) shift_low();
 }
 
 bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
@@ -289,7 +222,7 @@ bytes m5_plain_decode(const bytes& stream, usize out_len, u32 min_match)
 {
     bytes out{stream.at(0), stream.at(1)};
     if (out_len > 2) {
-        m5_plain_reader reader(stream, 2);
+        m5_plain_reader reader{plain_range_reader(stream, 2)};
         reader.model.remember(out[0], out[1]);
         while (out.size() < out_len) {
             const bool match = reader.bit(reader.model.match_flag[reader.model.previous()]);

@@ -3,6 +3,7 @@
 // The judge of the real coder, encoders and decoder: one bit at a time, no shared code.
 #pragma once
 
+#include "plain/plain_range_coder.h"
 #include "plain/plain_search.h"
 
 namespace quarnex::test {
@@ -17,20 +18,8 @@ struct m5_plain_pair {
 };
 
 /// The encoder's half of the range coder.
-struct m5_plain_coder {
-    bytes out{};
-    u64 low = 0; // bit 32 is a carry into the bytes held back
-    u32 range = 0xFFFFFFFF;
-    u8 cache = 0;       // held back until it is known whether a carry reaches it
-    u32 cache_size = 0; // bytes 0xFF held back behind it
-
+struct m5_plain_coder : plain_range_coder {
     void bit(m5_plain_pair& pair, bool bit);
-    /// A value of `n` bits, 1 to 22, all values equally likely.
-    void direct(u32 value, u32 n);
-    void flush();
-
-    void renormalise();
-    void shift_low();
 };
 
 /// The stream of a list of tokens that starts behind the first two bytes of `block`.

@@ -25,6 +25,8 @@ struct plain_rules {
     u32 pair_start;       // the position that fills the table of level 3 at the start
 };
 inline constexpr plain_rules m1_rules{1, false, false, 0};
+inline constexpr plain_rules m3_rules{1, false, false, 0};
+inline constexpr plain_rules m4_rules{1, false, true, 0};
 inline constexpr plain_rules m5_rules{2, true, true, 1};
 
 /// What an encoder of `level` 0 to 7 decides from `first_pos` on.  The last match may pass the

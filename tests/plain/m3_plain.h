@@ -1,0 +1,70 @@
+// plain/m3_plain.h - method 3 told in the simplest code that does it
+//
+// The judge of the real model, encoders and decoder: one bit at a time, no look-up tables, no
+// shared code.
+#pragma once
+
+#include "plain/plain_search.h"
+
+#include <span>
+
+namespace quarnex::test {
+
+/// A symbol and how often it came; after a rebuild, how long its code is.
+struct m3_plain_pair {
+    u32 freq;
+    u32 sym;
+    bool operator==(const m3_plain_pair&) const = default;
+};
+using m3_plain_pairs = std::vector<m3_plain_pair>;
+
+/// The depth and the seed that a rebuild gives to the sort.
+u32 m3_plain_sort_depth(usize size);
+inline constexpr u32 m3_plain_sort_seed = 123456789;
+
+/// Sorts by rising `freq`, with one certain order of equal ones.  Returns the new seed.
+u32 m3_plain_sort(std::span<m3_plain_pair> pairs, u32 depth, u32 seed);
+/// What the sort falls back to when `depth` is used up.  Expects a pair or more.
+void m3_plain_heap_sort(std::span<m3_plain_pair> pairs);
+/// Turns every `freq` into a code length.  Expects two pairs or more.
+void m3_plain_code_lengths(std::span<m3_plain_pair> pairs);
+
+/// An encoder stores a block when a rebuild makes a longer code, whether it would be used or not.
+inline constexpr u32 m3_plain_longest_code = 30;
+
+/// A prefix code that both sides rebuild from what has passed.
+struct m3_plain_model {
+    std::vector<u32> counts;
+    u32 total;
+    u32 period = 0;
+    i32 countdown = 0;
+    m3_plain_pairs pairs; // by falling code length; their order stays from rebuild to rebuild
+
+    // What the encoder needs, by symbol.
+    std::vector<u32> code_len;
+    std::vector<u32> code;
+    // What the decoder needs, by code length, from 0 to the longest one.
+    std::vector<u32> first_code;
+    std::vector<u32> first_index; // into pairs; meaningless where no code has the length
+
+    explicit m3_plain_model(u32 symbols);
+    /// Counts a symbol that has just been coded.
+    void step(u32 sym);
+    void rebuild(bool full_sort);
+
+    u32 longest_code() const { return pairs[0].freq; }
+    /// The length of the code that starts these ten bits; 11 if it is longer than they are.
+    u32 length_of(u32 ten_bits) const;
+};
+
+/// The stream of a list of tokens that starts behind the first byte of `block`, also if a code
+/// gets too long.
+bytes m3_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
+
+/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+bytes m3_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
+
+/// Decodes a stream into `out_len` bytes, 1 or more.  Trusts the stream.
+bytes m3_plain_decode(const bytes& stream, usize out_len, u32 min_match);
+
+} // namespace quarnex::test
