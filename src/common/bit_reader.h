@@ -8,6 +8,9 @@
 
 namespace quarnex {
 
+/// Bytes behind the bits it was asked for that a bit_reader may load.
+inline constexpr u32 bit_reader_reads_ahead = 7 + 8;
+
 class bit_reader {
   public:
     /// Bits that a refilled window has at least.

@@ -11,6 +11,9 @@
 namespace quarnex {
 namespace {
 
+static_assert(alphabet_raw_bytes + m3_token_max_bytes + bit_reader_reads_ahead <= payload_slack);
+static_assert(copy_match_overrun <= out_slack);
+
 using m3_decoder_models = m3_models<m3_decoder_tables>;
 
 /// Takes symbols by their codes, and extra bits as they are.

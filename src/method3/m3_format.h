@@ -22,6 +22,10 @@ namespace quarnex {
 /// The longest code.  A block whose counts ask for a longer one is stored.
 inline constexpr u32 m3_max_code_bits = 30;
 
+/// Bytes of the longest token: three codes and two groups of extra bits.
+inline constexpr u32 m3_token_max_bytes =
+    (3 * m3_max_code_bits + 2 * slot_extra_bits(value_slots - 1) + 7) / 8;
+
 /// Symbols in the first period of a code; each is twice as long as the one before it.
 inline constexpr u32 m3_first_period = 16;
 /// Symbols in the longest, which is the last but for repetition.  At its end the order of the

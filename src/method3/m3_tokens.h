@@ -51,10 +51,8 @@ class m3_symbol_writer {
 template <u32 MinMatch>
 using m3_tokens = alphabet_tokens<MinMatch, m3_symbol_writer>;
 
-/// A token starts below the block's size: three codes and two groups of extra bits.
-static_assert((3 * m3_max_code_bits + 2 * slot_extra_bits(value_slots - 1)) / 8 +
-                  bit_writer_overrun <=
-              out_slack);
+/// A token starts below the block's size.
+static_assert(m3_token_max_bytes + bit_writer_overrun <= out_slack);
 
 static_assert(token_writer<m3_tokens<4>>);
 

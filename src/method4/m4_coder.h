@@ -6,6 +6,10 @@
 
 namespace quarnex {
 
+/// More bytes than the coder moves or loads in a token: up to 3 in each of seven steps, 4 of them
+/// at once.
+inline constexpr u32 m4_token_max_bytes = 7 * 3 + 4;
+
 /// Encodes the symbol whose share of the interval goes from `low` to `high`, in units of 2^-15.
 inline void m4_encode_freq(range_encoder& to, u32 low, u32 high)
 {

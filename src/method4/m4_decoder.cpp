@@ -10,6 +10,9 @@
 namespace quarnex {
 namespace {
 
+static_assert(alphabet_raw_bytes + range_start_bytes + m4_token_max_bytes <= payload_slack);
+static_assert(copy_match_overrun <= out_slack);
+
 /// Takes symbols by their models, and extra bits as they are.
 class m4_symbol_reader {
   public:

@@ -54,9 +54,6 @@ class m4_symbol_writer {
 template <u32 MinMatch>
 using m4_tokens = alphabet_tokens<MinMatch, m4_symbol_writer>;
 
-/// More bytes than the coder moves in a token: up to 3 in each of seven steps, of which one writes
-/// 4 at once.
-inline constexpr u32 m4_token_max_bytes = 7 * 3 + 1;
 /// A token starts below the block's size, and the flush may follow it.  Blocks of one byte have the
 /// raw byte, the first coder byte and a flush behind their end.
 static_assert(alphabet_raw_bytes + 1 + m4_token_max_bytes + range_flush_bytes <= out_slack);
