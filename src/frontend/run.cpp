@@ -1,6 +1,7 @@
 #include "frontend/run.h"
 
 #include "common/platform.h"
+#include "frontend/file_type.h"
 #include "frontend/options.h"
 #include "pipeline/drivers.h"
 
@@ -108,6 +109,7 @@ int run(int argc, const char* const* argv)
 
     pipeline_state state(parsed.thread_count);
     state.defaults = defaults;
+    state.classify = classify_file;
     int status = status_ended;
     {
         const pipeline_threads threads(state, parsed.mode);

@@ -2,6 +2,7 @@
 
 #include "pipeline/codec_table.h"
 #include "pipeline/container.h"
+#include "pipeline/filters.h"
 #include "pipeline/output_file.h"
 #include "pipeline/progress.h"
 
@@ -43,6 +44,17 @@ void report_length(const block_job& job, i32 produced)
     if (from < job.out_len) std::memset(job.out_buf + from, 0, job.out_len - from);
 }
 
+/// Decodes the payload to `job.out_buf`, whole in any case, and frees it.
+block_result decode_stream(block_job& job)
+{
+    i32 length = 0;
+    const block_result result = run_codec(*find_decoder(job.parameters.method), job, length);
+    job.in_alloc.reset();
+    if (result != block_result::done) return result;
+    if (static_cast<u32>(length) != job.out_len) report_length(job, length);
+    return block_result::done;
+}
+
 } // namespace
 
 block_result encode_block(buffer_pool& buffers, block_job& job, write_job& record)
@@ -69,19 +81,16 @@ block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
     data = describe_block(job);
     data.block_mb = job.parameters.block_mb;
     data.size = job.out_len;
-    if (job.out_len == job.in_len) { // stored: the payload is the block
+    if (job.out_len == job.in_len) { // stored: the payload is the filtered block
         data.buf = std::move(job.in_alloc);
-        return block_result::done;
+    } else {
+        data.buf = buffers.take(job.out_len + out_slack);
+        if (!data.buf) return block_result::no_memory;
+        job.out_buf = data.buf.get();
+        const block_result result = decode_stream(job);
+        if (result != block_result::done) return result;
     }
-    data.buf = buffers.take(job.out_len + out_slack);
-    if (!data.buf) return block_result::no_memory;
-    job.out_buf = data.buf.get();
-
-    i32 length = 0;
-    const block_result result = run_codec(*find_decoder(job.parameters.method), job, length);
-    job.in_alloc.reset();
-    if (result != block_result::done) return result;
-    if (static_cast<u32>(length) != job.out_len) report_length(job, length);
+    run_filter(job.parameters.filter_flags, {data.buf.get(), data.size}, filter_use::undo);
     return block_result::done;
 }
 

@@ -18,9 +18,10 @@ enum class block_result {
 /// freed as soon as it is not needed.
 block_result encode_block(buffer_pool& buffers, block_job& job, write_job& record);
 
-/// Decodes the payload at `job.in_buf` and puts the block's data, `job.out_len` bytes, into `data`.
-/// A decoder that produces another number of bytes is told on standard output; what is missing is
-/// zero.  The payload is freed as soon as it is not needed.
+/// Decodes the payload at `job.in_buf`, undoes the filter, and puts the block's data, `job.out_len`
+/// bytes, into `data`.  A decoder that produces another number of bytes is told on standard output;
+/// what is missing is zero, as far as the filter leaves it so.  The payload is freed as soon as it
+/// is not needed.
 block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data);
 
 /// Writes a finished block to its file: as record number `sequence` when compressing, or to its

@@ -2,6 +2,7 @@
 #include "pipeline/container.h"
 #include "pipeline/drivers.h"
 #include "pipeline/errors.h"
+#include "pipeline/filters.h"
 #include "pipeline/output_file.h"
 #include "pipeline/progress.h"
 #include "pipeline/source_file.h"
@@ -47,7 +48,10 @@ struct compression {
 
     /// Reads the next block into a buffer of its own, with zeros behind it.
     i32 read_block(block_job& job, u32 length);
-    i32 write_header();
+    /// Completes the parameters, now that the first block is there, and writes the header.
+    i32 write_header(const block_job& first);
+    /// Reads the next block and makes it what an encoder takes.
+    i32 take_block(block_job& job, u32 length);
     i32 hand_on(block_job job);
     i32 run();
 };
@@ -64,11 +68,26 @@ i32 compression::read_block(block_job& job, u32 length)
     return driver_done;
 }
 
-i32 compression::write_header()
+i32 compression::write_header(const block_job& first)
 {
+    if (state.classify != nullptr) {
+        const usize size_of_sample = std::min<usize>(first.in_len, sample_bytes);
+        state.classify({first.in_buf, size_of_sample}, source_name, parameters);
+    }
     const auto header = pack_file_header({size, parameters});
     return destination->write(header.data(), header.size()) ? driver_done
                                                             : report_fatal(error_write);
+}
+
+i32 compression::take_block(block_job& job, u32 length)
+{
+    if (const i32 result = read_block(job, length); result < 0) return result;
+    if (job.block_index == 0) {
+        if (const i32 result = write_header(job); result < 0) return result;
+    }
+    job.parameters = parameters;
+    run_filter(parameters.filter_flags, {job.in_alloc.get(), job.in_len}, filter_use::apply);
+    return driver_done;
 }
 
 i32 compression::hand_on(block_job job)
@@ -85,15 +104,11 @@ i32 compression::run()
     u64 remaining = size;
     for (u32 index = 0;; ++index) {
         block_job job;
-        job.parameters = parameters;
         job.block_index = index;
         job.block_count = block_count;
         job.out_file = destination;
         const u32 wanted = static_cast<u32>(std::min(block_size, remaining));
-        if (const i32 result = read_block(job, wanted); result < 0) return result;
-        if (index == 0) {
-            if (const i32 result = write_header(); result < 0) return result;
-        }
+        if (const i32 result = take_block(job, wanted); result < 0) return result;
         const u32 length = job.in_len;
         if (const i32 result = hand_on(std::move(job)); result < 0) return result;
         remaining -= length;

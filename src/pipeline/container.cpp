@@ -1,6 +1,7 @@
 #include "pipeline/container.h"
 
 #include "common/bytes.h"
+#include "common/lower_case.h"
 
 #include <cstring>
 
@@ -92,9 +93,7 @@ bool has_suffix(const char* name)
     if (length < file_suffix_bytes) return false;
     const char* const tail = name + length - file_suffix_bytes;
     for (usize i = 0; i < file_suffix_bytes; ++i) {
-        const char lower =
-            tail[i] >= 'A' && tail[i] <= 'Z' ? static_cast<char>(tail[i] + 32) : tail[i];
-        if (lower != file_suffix[i]) return false;
+        if (lower_case(tail[i]) != file_suffix[i]) return false;
     }
     return true;
 }

@@ -23,15 +23,9 @@ std::string output_name(const std::string& destination)
 /// Whether this program has what the file's blocks need; if not, a message on standard error.
 bool is_built(const file_parameters& parameters, const std::string& name)
 {
-    const int filter = parameters.filter_flags & 0x0F;
     if (is_method(parameters.method) && find_decoder(parameters.method) == nullptr) {
         std::fprintf(stderr, "'%s' needs method %d, which is not built yet\n", name.c_str(),
                      parameters.method);
-        return false;
-    }
-    if (filter == 1 || filter == 2) {
-        std::fprintf(stderr, "'%s' needs pre-filter %d, which is not built yet\n", name.c_str(),
-                     filter);
         return false;
     }
     return true;

@@ -14,12 +14,22 @@
 #include <atomic>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarnex {
 
 enum class direction { compress, decompress };
+
+/// Sets what depends on a file's kind in its `parameters`: lit_ctx_bits and filter_flags.  `sample`
+/// is the start of the file.
+using file_classifier = void (*)(std::span<const u8> sample, std::string_view name,
+                                 file_parameters& parameters);
+
+/// Bytes in a sample, where a file's first block has so many.
+inline constexpr usize sample_bytes = usize{1} << 20;
 
 /// What all threads of a run share.
 struct pipeline_state {
@@ -38,6 +48,8 @@ struct pipeline_state {
 
     const u32 thread_count;
     level_defaults defaults;
+    /// Asked once for each file that is compressed; null leaves the parameters alone.
+    file_classifier classify = nullptr;
     buffer_pool buffers; // before all that holds buffers
     job_queue<block_job> jobs;
     job_queue<write_job> writes;

@@ -1,6 +1,7 @@
 #include "pipeline/block_coder.h"
 
 #include "pipeline/container.h"
+#include "pipeline/filters.h"
 #include "support/captured_output.h"
 #include "support/pipeline_jobs.h"
 #include "support/qrx_file.h"
@@ -106,6 +107,53 @@ TEST_F(block_coder, an_empty_stored_block_has_a_buffer)
     ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
     EXPECT_NE(finished.buf, nullptr) << "null would end the writer";
     EXPECT_EQ(finished.size, 0U);
+}
+
+// Delta: each byte is what the one three places before it became, and itself.
+
+TEST_F(block_coder, the_filter_of_a_stored_block_is_undone_in_its_buffer)
+{
+    block_job job = job_to_decode(buffers, {1, 2, 3, 3, 2, 1, 9}, 7);
+    job.parameters.filter_flags = filter_delta;
+    job.parameters.method = 200;
+    const u8* const place = job.in_alloc.get();
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(finished.buf.get(), place);
+    EXPECT_EQ(content_of(finished), (bytes{1, 2, 3, 4, 4, 4, 9}));
+}
+
+TEST_F(block_coder, the_filter_of_a_decoded_block_is_undone)
+{
+    block_job job = job_to_decode(buffers, m1_run_payload(1, 100), 100);
+    job.parameters.filter_flags = filter_delta;
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    bytes expected;
+    for (u8 value = 1; value <= 33; ++value) expected.insert(expected.end(), 3, value);
+    expected.push_back(1); // behind the last group
+    EXPECT_EQ(content_of(finished), expected);
+}
+
+TEST_F(block_coder, the_filter_is_undone_over_the_zeros_of_a_decoder_that_stops_short)
+{
+    const temp_dir dir;
+    block_job job = job_to_decode(buffers, m1_run_payload(1, 72), 99);
+    job.parameters.filter_flags = filter_delta;
+    job.out_file = output_file::create(dir / "name");
+    captured_output printed;
+    ASSERT_EQ(decode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(printed.out(), "Fatal Error in decomp '" + dir / "name" + "'.72,99\n");
+    bytes expected;
+    for (u8 value = 1; value <= 24; ++value) expected.insert(expected.end(), 3, value);
+    expected.resize(99, 24);
+    EXPECT_EQ(content_of(finished), expected);
+}
+
+TEST_F(block_coder, an_encoder_takes_the_block_as_it_is)
+{
+    block_job job = job_to_encode(buffers, {1, 2, 3, 4, 4, 4});
+    job.parameters.filter_flags = filter_delta; // the driver has applied it
+    ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
+    EXPECT_EQ(content_of(finished), (bytes{6, 0, 0, 0, 0, 1, 2, 3, 4, 4, 4}));
 }
 
 TEST_F(block_coder, decoding_without_memory_for_the_block_is_told)

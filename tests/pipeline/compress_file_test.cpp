@@ -1,3 +1,5 @@
+#include "pipeline/filters.h"
+#include "plain/plain_filters.h"
 #include "support/captured_output.h"
 #include "support/driver_runs.h"
 #include "support/qrx_file.h"
@@ -83,6 +85,91 @@ TEST_P(compress_driver, the_header_holds_the_values_of_the_level)
                               .hash_bits = 18,
                               .chain_bits = 1};
     EXPECT_EQ(compressed().header, expected);
+}
+
+/// What a classifier was asked, and what it answers.
+struct classifier_call {
+    bytes sample;
+    std::string name;
+};
+std::vector<classifier_call> classifier_calls;
+u8 answered_filter = 0;
+
+void answer(std::span<const u8> sample, std::string_view name, file_parameters& parameters)
+{
+    classifier_calls.push_back({bytes(sample.begin(), sample.end()), std::string(name)});
+    parameters.lit_ctx_bits = 5;
+    parameters.filter_flags = answered_filter;
+}
+
+class compress_classified : public compress_driver {
+  protected:
+    void run_classified(const bytes& content, u8 filter)
+    {
+        classifier_calls.clear();
+        answered_filter = filter;
+        write_file(dir / "in", content);
+        expect_success(run_driver(GetParam(), direction::compress, [&](pipeline_state& state) {
+            state.classify = answer;
+            return compress_file(state, quick_parameters, dir / "in", dir / "out");
+        }));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, compress_classified, testing::Values(0, 1, 3), workers_name);
+
+TEST_P(compress_classified, the_classifier_sees_the_first_mib_and_the_source_name_once)
+{
+    const bytes content = find_shape("random").make(2 * mib + 5, 6);
+    run_classified(content, 0);
+    ASSERT_EQ(classifier_calls.size(), 1U);
+    EXPECT_TRUE(classifier_calls[0].sample == bytes(content.begin(), content.begin() + mib));
+    EXPECT_EQ(classifier_calls[0].name, dir / "in");
+}
+
+TEST_P(compress_classified, the_classifier_sees_all_of_a_smaller_file)
+{
+    for (const usize size : {usize{0}, usize{1}, mib - 1}) {
+        const bytes content = find_shape("random").make(size, 6);
+        run_classified(content, filter_x86);
+        ASSERT_EQ(classifier_calls.size(), 1U);
+        EXPECT_TRUE(classifier_calls[0].sample == content) << "before any filter";
+    }
+}
+
+TEST_P(compress_classified, its_answer_is_in_the_header)
+{
+    run_classified(bytes(10), filter_delta);
+    EXPECT_EQ(compressed().header.lit_ctx_bits, 5);
+    EXPECT_EQ(compressed().header.filter_flags, filter_delta);
+}
+
+TEST_P(compress_classified, a_block_that_cannot_be_compressed_holds_the_filtered_block)
+{
+    const bytes content = find_shape("random").make(5 * mib / 2, 6);
+    for (const u8 filter : {filter_x86, filter_delta}) {
+        run_classified(content, filter);
+        const auto payloads = payloads_in_order(compressed());
+        ASSERT_TRUE(payloads);
+        ASSERT_EQ(payloads->size(), 3U);
+        for (usize i = 0; i < 3; ++i) { // with fresh state in each
+            const auto from = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
+            const bytes block(from, i < 2 ? from + mib : content.end());
+            const auto plain = filter == filter_x86 ? plain_x86_filter : plain_delta_filter;
+            EXPECT_TRUE(payloads->at(i) == plain(block, true)) << i;
+            EXPECT_FALSE(payloads->at(i) == block) << i;
+        }
+    }
+}
+
+TEST_P(compress_classified, without_a_classifier_the_filter_of_the_template_is_applied)
+{
+    file_parameters parameters = quick_parameters;
+    parameters.filter_flags = filter_delta;
+    expect_success(run({1, 2, 3, 4, 4, 4}, parameters));
+    EXPECT_EQ(compressed().header.filter_flags, filter_delta);
+    ASSERT_EQ(compressed().records.size(), 1U);
+    EXPECT_EQ(compressed().records[0].payload, (bytes{1, 2, 3, 3, 2, 1}));
 }
 
 TEST_P(compress_driver, a_name_that_ends_in_the_suffix_in_capitals_is_skipped_without_a_word)
@@ -245,6 +332,18 @@ TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_an
     EXPECT_EQ(result, driver_done);
     EXPECT_EQ(printed.err(), "input file '" + dir / "in" + "' has become shorter\n");
     EXPECT_EQ(take_qrx_apart(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
+}
+
+TEST_F(compress_moving_source, the_slack_of_a_filtered_block_is_zero)
+{
+    file_parameters parameters = quick_parameters;
+    parameters.filter_flags = filter_x86;
+    write_file(dir / "in", bytes(1000, 0xE8));
+    EXPECT_EQ(compress_file(state, parameters, dir / "in", dir / "out"), driver_done);
+    const block_job job = state.jobs.dequeue();
+    ASSERT_EQ(job.in_len, 1000U);
+    EXPECT_EQ(bytes(job.in_buf + 1000, job.in_buf + 1000 + in_slack), bytes(in_slack));
+    EXPECT_EQ(job.parameters.filter_flags, filter_x86);
 }
 
 TEST_F(compress_moving_source, a_source_that_shrinks_to_a_block_boundary_ends_with_an_empty_block)

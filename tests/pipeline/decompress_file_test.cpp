@@ -84,6 +84,33 @@ TEST_P(decompress_driver, a_payload_as_long_as_its_block_is_copied_even_if_there
     EXPECT_EQ(restored(), content);
 }
 
+TEST_P(decompress_driver, the_filter_is_undone_in_stored_and_coded_blocks_each_from_its_start)
+{
+    bytes stored(block_bytes); // all differences are 0 but those of the first group
+    stored[0] = 7;
+    const qrx_file file{{.original_size = 2 * block_bytes + 72, .filter_flags = 0xF2},
+                        {{displacement_of(2), m1_run_payload(1, 72)},
+                         {displacement_of(-1), stored},
+                         {displacement_of(-1), m1_run_payload(0, block_bytes)}}};
+    bytes expected;
+    while (expected.size() < block_bytes - 1) expected.insert(expected.end(), {7, 0, 0});
+    expected.resize(2 * block_bytes); // 2^20 = 3 x 349525 + 1: a block's last byte is in no group
+    for (u8 value = 1; value <= 24; ++value) expected.insert(expected.end(), 3, value);
+    captured_output printed;
+    expect_success(run(file));
+    EXPECT_EQ(printed.out() + printed.err(), "");
+    EXPECT_TRUE(restored() == expected);
+}
+
+TEST_P(decompress_driver, filters_that_do_not_exist_are_none)
+{
+    for (const u8 flags : bytes{0, 3, 4, 15, 0xF0}) {
+        expect_success(run(
+            qrx_file{{.original_size = 6, .filter_flags = flags}, {{0, {0xE8, 1, 0, 0, 0, 2}}}}));
+        EXPECT_EQ(restored(), (bytes{0xE8, 1, 0, 0, 0, 2})) << int{flags};
+    }
+}
+
 TEST_P(decompress_driver, a_suffix_in_any_mix_of_cases_is_cut_off_and_other_names_get_out_behind)
 {
     struct name_case {

@@ -50,15 +50,5 @@ TEST_F(not_built, files_of_methods_2_to_4)
     }
 }
 
-TEST_F(not_built, filtered_files)
-{
-    for (const u8 flags : {u8{1}, u8{2}, u8{0x81}}) {
-        qrx_file file{{}, {{0, bytes(100)}}};
-        file.header.original_size = 100;
-        file.header.filter_flags = flags;
-        expect_no_output(file);
-    }
-}
-
 } // namespace
 } // namespace quarnex::test

@@ -3,6 +3,7 @@
 
 #include "common/types.h"
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,17 @@ using bytes = std::vector<u8>;
 inline bytes bytes_of(std::string_view text)
 {
     return {text.begin(), text.end()};
+}
+
+/// All parts in a row.
+inline bytes joined(std::initializer_list<bytes> parts)
+{
+    usize size = 0;
+    for (const bytes& part : parts) size += part.size();
+    bytes all;
+    all.reserve(size);
+    for (const bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
 /// A small fast generator of pseudo-random numbers with a seed.

@@ -1,0 +1,75 @@
+// fuzz/filters_fuzz.cpp - any bytes through the pre-filters, and any file through the classifier
+//
+//     | filter_flags: 1 | length of the name: 1 | name | block |
+#include "frontend/file_type.h"
+#include "fuzz_target.h"
+#include "pipeline/filters.h"
+
+#include <algorithm>
+#include <span>
+#include <string>
+
+namespace quarnex::fuzz {
+namespace {
+
+void expect_inverse(u8 flags, const bytes& block, filter_use use, filter_use inverse)
+{
+    bytes data(block); // ends where the block does
+    run_filter(flags, data, use);
+    run_filter(flags, data, inverse);
+    require(data == block, "the directions of a filter are inverses");
+}
+
+void expect_sound(const bytes& sample, const bytes& name)
+{
+    file_parameters parameters;
+    classify_file(sample, {reinterpret_cast<const char*>(name.data()), name.size()}, parameters);
+    require(parameters.lit_ctx_bits <= 8, "there are codecs for the contexts");
+    require(parameters.filter_flags == 0 || parameters.filter_flags == filter_x86,
+            "no type has another filter");
+}
+
+void filter_any(std::span<const u8> input)
+{
+    if (input.size() < 2) return;
+    const u8 flags = input[0];
+    const auto start = input.begin() + 2;
+    const auto end_of_name = start + std::min<std::ptrdiff_t>(input[1], input.end() - start);
+    const bytes name(start, end_of_name);
+    const bytes block(end_of_name, input.end());
+    expect_inverse(flags, block, filter_use::apply, filter_use::undo);
+    expect_inverse(flags, block, filter_use::undo, filter_use::apply);
+    expect_sound(block, name);
+}
+
+bytes seed_of(u8 flags, const std::string& name, const bytes& block)
+{
+    return test::joined({{flags, static_cast<u8>(name.size())}, test::bytes_of(name), block});
+}
+
+} // namespace
+
+std::vector<bytes> make_seeds()
+{
+    std::vector<bytes> seeds;
+    for (const u8 flags : {u8{0}, filter_x86, filter_delta}) {
+        for (const test::shape& kind : test::all_shapes()) {
+            seeds.push_back(seed_of(flags, "dir/name.exe", kind.make(300, 1)));
+        }
+        seeds.push_back(seed_of(flags, "", {}));
+        seeds.push_back(seed_of(flags, "NAME.TXT", {0xEF, 0xBB, 0xBF, 'a', 0xE2, 0x82, 0xAC}));
+        seeds.push_back(seed_of(flags, "a.jpeg", {0xFF, 0xFE, 'a', 0, '\n', 0}));
+        seeds.push_back(seed_of(flags, "a.c", {0xC8, 0x85, 0x93, 0x93, 0x96, 0x40, 0xA6, 0x15}));
+        seeds.push_back(
+            seed_of(flags, "a.sys", {0xE8, 0xE8, 0xFF, 0xFF, 0xFE, 0, 0xE9, 0, 0, 0, 0}));
+    }
+    return seeds;
+}
+
+} // namespace quarnex::fuzz
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    quarnex::fuzz::filter_any({data, size});
+    return 0;
+}
