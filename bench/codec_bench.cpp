@@ -4,10 +4,13 @@
 //
 // For each file: every built level of every method encodes and decodes its first 16 MiB, a block of
 // any level, and so do LZ4, zlib and xz, all in buffers like those of the program, in large pages.
+// The codecs know the file's type, but there is no pre-filter.
 // "ratio" is the size of the result over that of the block.
 #include "common/owned_array.h"
 #include "common/platform.h"
+#include "frontend/file_type.h"
 #include "pipeline/codec_table.h"
+#include "pipeline/pipeline.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -16,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <lz4.h>
 #include <lz4hc.h>
 #include <lzma.h>
@@ -87,9 +91,10 @@ usize run_codec(const codec_entry& codec, const file_parameters& parameters, inp
     return static_cast<usize>(std::max(size, 0));
 }
 
-contender codec(u8 method, u8 level)
+contender codec(const sample& file, u8 method, u8 level)
 {
     file_parameters parameters;
+    classify_file(file.text().first(std::min(file.size, sample_bytes)), file.name, parameters);
     parameters.method = method;
     parameters.level = level;
     apply_defaults(parameters, fit_to_cache(second_level_cache_kib()));
@@ -168,7 +173,7 @@ contender xz(u32 preset)
     return {"xz-" + std::to_string(preset), lzma_stream_buffer_bound, encode, decode};
 }
 
-std::vector<contender> all_racers()
+std::vector<contender> all_racers(const sample& file)
 {
     std::vector<contender> racers{
         lz4("lz4", LZ4_compress_default),
@@ -183,7 +188,7 @@ std::vector<contender> all_racers()
     };
     for (u8 method = first_method; method <= last_method; ++method) {
         for (u8 level = 0; level <= last_level; ++level) {
-            if (has_encoder(method, level)) racers.push_back(codec(method, level));
+            if (has_encoder(method, level)) racers.push_back(codec(file, method, level));
         }
     }
     return racers;
@@ -241,15 +246,17 @@ void decode(benchmark::State& state, const sample& file, const contender& racer)
     report(state, file, coded.size);
 }
 
-void register_race(const sample& file, const contender& racer)
+void register_races(const sample& file, const std::vector<contender>& racers)
 {
-    const auto add = [&](const std::string& what, auto function) {
-        const std::string name = what + "/" + racer.name + "/" + file.name;
-        benchmark::RegisterBenchmark(name.c_str(), function, std::cref(file), std::cref(racer))
-            ->Unit(benchmark::kMillisecond);
-    };
-    add("encode", encode);
-    add("decode", decode);
+    for (const contender& racer : racers) {
+        const auto add = [&](const std::string& what, auto function) {
+            const std::string name = what + "/" + racer.name + "/" + file.name;
+            benchmark::RegisterBenchmark(name.c_str(), function, std::cref(file), std::cref(racer))
+                ->Unit(benchmark::kMillisecond);
+        };
+        add("encode", encode);
+        add("decode", decode);
+    }
 }
 
 } // namespace
@@ -265,9 +272,10 @@ int main(int argc, char** argv)
     std::vector<quarnex::sample> samples;
     for (int i = 1; i < argc; ++i) samples.push_back(quarnex::load(argv[i]));
     std::erase_if(samples, [](const auto& file) { return file.size == 0; });
-    const std::vector<quarnex::contender> racers = quarnex::all_racers();
-    for (const auto& file : samples) {
-        for (const auto& racer : racers) quarnex::register_race(file, racer);
+    std::vector<std::vector<quarnex::contender>> racers; // by sample
+    std::transform(samples.begin(), samples.end(), std::back_inserter(racers), quarnex::all_racers);
+    for (quarnex::usize i = 0; i < samples.size(); ++i) {
+        quarnex::register_races(samples[i], racers[i]);
     }
     benchmark::RunSpecifiedBenchmarks();
 }
