@@ -165,12 +165,14 @@ class ring_table {
     static constexpr u32 barred_bytes = 0;
 
     /// Whether `cand` can win against the best match at `pos`.  For that it is longer, or nearer
-    /// and at most one byte shorter, so the two agree up to that length.
+    /// and at most one byte shorter.  So the two agree up to that length, of which the last three
+    /// to five bytes are compared.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
+        const u32 place = best.len - 4;
         const bool nearer = cand > pos - best.dist;
-        if (nearer) return text.same_two(pos + best.len - 3, cand + best.len - 3);
-        return text.same_two(pos + best.len - 1, cand + best.len - 1);
+        const u64 needed = nearer ? 0x00FFFFFF : 0xFFFFFFFFFF;
+        return (text.difference(pos + place, cand + place) & needed) == 0;
     }
 
   private:
@@ -226,18 +228,23 @@ template <u32 Ahead>
 
 /// Compares the best match at `pos` with all candidates of the position `Ahead` bytes on, whose
 /// bucket this is.
+///
+/// A candidate has to pass the glance.  To change anything it also needs the bytes in front of that
+/// which a match has that is one byte shorter when it is extended back; the last are compared too.
 template <u32 Ahead, bucket_table Table>
 outlook look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
                    found_match best)
 {
+    constexpr u64 needed = ((1U << 8 * (3 - Ahead)) - 1) | u64{0xFF} << 8 * (2 + Ahead);
     const u32 next = pos + Ahead;
-    u32 glance = glance_at<Ahead>(best);
+    u32 place = best.len - 4;
     for (typename Table::walk walk(table, bucket); !walk.done(); walk.next()) {
-        if (!text.same_byte(next + glance, walk.cand() + glance)) continue;
-        const outlook look = weigh_apart<Ahead>(text, pos, walk.cand(), best);
+        const u32 cand = walk.cand();
+        if ((text.difference(next + place, cand + place) & needed) != 0) continue;
+        const outlook look = weigh_apart<Ahead>(text, pos, cand, best);
         if (look.literal) return look;
         best = look.best;
-        glance = glance_at<Ahead>(best);
+        place = best.len - 4;
     }
     return {best, false};
 }

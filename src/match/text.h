@@ -25,6 +25,8 @@ struct block_text {
     bool same_byte(u32 a, u32 b) const { return data[a] == data[b]; }
     bool same_two(u32 a, u32 b) const { return load_u16(data + a) == load_u16(data + b); }
     bool same_word(u32 a, u32 b) const { return word(a) == word(b); }
+    /// Where the eight bytes from `a` and from `b` on differ, the first in the lowest byte.
+    u64 difference(u32 a, u32 b) const { return load_u64(data + a) ^ load_u64(data + b); }
 
     /// Length of the match of `cand` at `pos`, given that their words are equal: at least 4, and
     /// beyond that never past the block's end.
