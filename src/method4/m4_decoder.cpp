@@ -25,9 +25,6 @@ class m4_symbol_reader {
         follow(*job.in_buf);
     }
 
-    /// Whether the first code bytes can be decoded at all.
-    bool starts() const { return coder_.code < coder_.range; }
-
     u32 take_main() { return take<m4_main_step>(models_.main[context_]); }
     u32 take_length() { return take<m4_slot_step>(models_.length); }
     u32 take_distance() { return take<m4_slot_step>(models_.distance); }
@@ -63,7 +60,6 @@ i32 m4_decode_block(const block_job& job, void* state)
     m4_dec_state& models = *static_cast<m4_dec_state*>(state);
     models.start(job.out_len);
     const m4_symbol_reader reader(job, models);
-    if (!reader.starts()) return alphabet_raw_bytes;
     const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
