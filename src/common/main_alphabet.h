@@ -23,7 +23,7 @@ inline constexpr u32 main_symbols = long_length_symbol + 1;
 /// Bytes at the block's start that are sent raw.
 inline constexpr u32 alphabet_raw_bytes = 1;
 
-/// The number of slots that a block of `len` bytes can need: 17 to 63.  Lengths too fit, which can
+/// The number of slots that a block of `len` bytes can need: 17 to 62.  Lengths too fit, which can
 /// pass the block's end.
 constexpr u32 slot_count(u32 len)
 {

@@ -433,7 +433,8 @@ TEST(tool_name, is_what_stands_behind_the_last_separator)
 
 TEST(options_not_built, methods_and_levels)
 {
-    for (const char* option : {"-1", "-18", "-19", "-20", "-30", "-40", "-5", "-58", "-59"}) {
+    for (const char* option : {"-1", "-18", "-19", "-2", "-20", "-27", "-3", "-38", "-39", "-4",
+                               "-48", "-49", "-5", "-58", "-59"}) {
         const options parsed = parse({option, "in", "out"});
         EXPECT_EQ(parsed.fault, option_fault::not_built) << option;
         EXPECT_NE(parsed.fault_text, "") << option;

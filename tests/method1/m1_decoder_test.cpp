@@ -2,6 +2,7 @@
 
 #include "plain/m1_plain.h"
 #include "support/codec_runs.h"
+#include "support/token_block.h"
 
 #include <gtest/gtest.h>
 
@@ -161,25 +162,10 @@ TEST(m1_decoder, a_huge_length_is_cut_at_the_block)
     EXPECT_EQ(decode(stream, 1000, low), bytes(1000, 'A'));
 }
 
-/// A list of tokens that a random encoder could have written, and what it decodes to.
-std::pair<bytes, std::vector<plain_token>> random_tokens(u64 seed, u32 min_match)
+/// Tokens that a random encoder could have written.
+test::token_block random_tokens(u64 seed, u32 min_match)
 {
-    test::random_source random(seed);
-    bytes block{static_cast<u8>(random.next())};
-    std::vector<plain_token> tokens;
-    for (u32 i = 0; i < 3000; ++i) {
-        if (random.below(3) == 0) {
-            block.push_back(static_cast<u8>(random.next()));
-            tokens.push_back({1, 0});
-            continue;
-        }
-        const u32 len = min_match + random.below(1U << random.below(9));
-        const u32 reach = std::min(static_cast<u32>(block.size()), 1U << random.below(22));
-        const u32 dist = 1 + random.below(reach);
-        tokens.push_back({len, dist});
-        for (u32 n = 0; n < len; ++n) block.push_back(block[block.size() - dist]);
-    }
-    return {block, tokens};
+    return test::random_token_block(seed, 1, min_match);
 }
 
 TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
@@ -187,8 +173,9 @@ TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
     for (u64 seed = 1; seed <= 60; ++seed) {
         for (const file_parameters& parameters : {low, high}) {
             const u32 min_match = parameters.level < 8 ? 4 : 3;
-            const auto [block, tokens] = random_tokens(seed, min_match);
-            const bytes stream = test::m1_plain_stream(block, tokens, min_match);
+            const test::token_block made = random_tokens(seed, min_match);
+            const bytes& block = made.data();
+            const bytes stream = test::m1_plain_stream(block, made.tokens(), min_match);
             ASSERT_TRUE(test::m1_plain_decode(stream, min_match) == block);
             EXPECT_TRUE(decode(stream, block.size(), parameters) == block) << seed;
         }
@@ -197,8 +184,9 @@ TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
 
 TEST(m1_decoder, a_truncated_stream_ends_and_starts_right)
 {
-    const auto [block, tokens] = random_tokens(4, 4);
-    const bytes stream = test::m1_plain_stream(block, tokens, 4);
+    const test::token_block made = random_tokens(4, 4);
+    const bytes& block = made.data();
+    const bytes stream = test::m1_plain_stream(block, made.tokens(), 4);
     for (usize size = 0; size < stream.size(); size += 1 + size / 50) {
         const bytes out = decode(bytes(stream.begin(), stream.begin() + static_cast<i64>(size)),
                                  block.size(), low);
@@ -212,8 +200,9 @@ TEST(m1_decoder, damaged_streams_stay_in_their_buffers)
 {
     test::random_source random(77);
     for (u64 seed = 1; seed <= 30; ++seed) {
-        const auto [block, tokens] = random_tokens(seed, 4);
-        const bytes stream = test::m1_plain_stream(block, tokens, 4);
+        const test::token_block made = random_tokens(seed, 4);
+        const bytes& block = made.data();
+        const bytes stream = test::m1_plain_stream(block, made.tokens(), 4);
         for (int round = 0; round < 40; ++round) {
             bytes damaged = stream;
             for (u32 flips = 1 + random.below(4); flips != 0; --flips) {

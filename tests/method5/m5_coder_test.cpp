@@ -1,6 +1,7 @@
 #include "method5/m5_coder.h"
 
 #include "plain/m5_plain.h"
+#include "support/range_streams.h"
 
 #include <array>
 #include <gtest/gtest.h>
@@ -9,35 +10,12 @@ namespace quarnex {
 namespace {
 
 using test::bytes;
+using test::coded;
 using test::m5_plain_coder;
 using test::m5_plain_pair;
 using test::random_source;
-
-constexpr usize room = 1U << 16;
-
-/// The bytes from `start` to where the encoder is.
-bytes written(const bytes& buffer, const range_encoder& to)
-{
-    return {buffer.data(), static_cast<const u8*>(to.out)};
-}
-
-/// The whole stream of what `code` does to an encoder.
-template <class Code>
-bytes coded(Code code)
-{
-    bytes buffer(room, 0xEE);
-    range_encoder to = start_range_encoder(buffer.data());
-    code(to);
-    flush(to);
-    return written(buffer, to);
-}
-
-/// A stream with the zeros that may be read behind it.
-bytes with_slack(bytes stream)
-{
-    stream.resize(stream.size() + 8);
-    return stream;
-}
+using test::with_slack;
+using test::written;
 
 void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
 {
@@ -45,18 +23,13 @@ void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
     EXPECT_EQ(pair.slow(), plain.slow);
 }
 
-// Whole streams
+// Single bits
 
-TEST(range_encoder, an_encoder_that_has_coded_nothing_writes_five_zero_bytes)
-{
-    EXPECT_EQ(coded([](range_encoder&) {}), bytes(5, 0));
-}
-
-TEST(range_encoder, first_bits)
+TEST(m5_encode_bit, first_bits)
 {
     // A 1 at one half: low = 16384 * 0x1FFFF = 7FFFC000, range = FFFFFFFF - 7FFFC000 = 80003FFF.
     // A 0 at one half: range = 16384 * 0x10000 = 40000000.
-    bytes buffer(room);
+    bytes buffer(test::stream_room);
     range_encoder to = start_range_encoder(buffer.data());
     m5_prob_pair pair;
     m5_encode_bit(to, pair, 1);
@@ -74,11 +47,11 @@ TEST(range_encoder, first_bits)
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
 }
 
-TEST(range_encoder, the_smallest_bound_is_35_times_512)
+TEST(m5_encode_bit, the_smallest_bound_is_35_times_512)
 {
     // A 0 of the least probability, 35, in the least range: 35 * 512 = 4600 (hexadecimal) is left
     // and takes two shifts.
-    bytes buffer(room);
+    bytes buffer(test::stream_room);
     m5_prob_pair pair{7 | 63U << 16};
     range_encoder to{buffer.data() + 1, 0x12345678, 0x01000000};
     m5_encode_bit(to, pair, 0);
@@ -93,150 +66,6 @@ TEST(range_encoder, the_smallest_bound_is_35_times_512)
     EXPECT_EQ(to.range, 0x46000000U);
     EXPECT_EQ(to.low, 0xBA000000U);
     EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF}));
-}
-
-// Carries
-
-TEST(shift_low, bytes_of_0xFF_without_a_carry_stay)
-{
-    bytes buffer(room);
-    range_encoder to = start_range_encoder(buffer.data());
-    to.low = 0x12FFFFFF;
-    for (int i = 0; i < 3; ++i) shift_low(to);
-    EXPECT_EQ(to.low, 0xFF000000U);
-    shift_low(to);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF, 0xFF, 0xFF}));
-}
-
-TEST(shift_low, a_carry_runs_through_bytes_of_0xFF_into_the_byte_before_them)
-{
-    bytes buffer(room);
-    range_encoder to = start_range_encoder(buffer.data());
-    to.low = 0x12FFFFFF;
-    for (int i = 0; i < 3; ++i) shift_low(to);
-    to.low += 0x01ABCDEF; // FF000000 becomes 1 00ABCDEF: 12 + 1, FF FF to 00 00, then the byte 00
-    shift_low(to);
-    EXPECT_EQ(to.low, 0xABCDEF00U);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x13, 0x00, 0x00, 0x00}));
-}
-
-TEST(shift_low, a_carry_stops_at_the_last_byte_that_is_not_0xFF)
-{
-    bytes buffer(room);
-    range_encoder to = start_range_encoder(buffer.data());
-    to.low = 0xFF12FE34;
-    for (int i = 0; i < 3; ++i) shift_low(to);
-    to.low += u64{1} << 32;
-    shift_low(to);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0xFF, 0x12, 0xFF, 0x34}));
-}
-
-TEST(shift_low, clears_bit_32_whatever_the_byte_below_it_is)
-{
-    for (const u64 low : {0x100000001UL, 0x1FF000001UL, 0x0FF000001UL, 0x012000001UL}) {
-        bytes buffer(room);
-        range_encoder to = start_range_encoder(buffer.data());
-        to.low = low;
-        shift_low(to);
-        EXPECT_EQ(to.low, 0x100U) << low;
-        EXPECT_EQ(written(buffer, to),
-                  (bytes{static_cast<u8>(low >> 32), static_cast<u8>(low >> 24)}));
-    }
-}
-
-/// A stream in which `count` bytes stay open to a carry, with one at the end or not.
-template <class Direct>
-void code_open_bytes(u32 count, bool carry, const m5_plain_coder& so_far, Direct direct)
-{
-    direct(1, 7); // from 01FFFFFF to 03FFFFFE: 02000000 is inside
-    direct(0, 7);
-    for (u32 i = 0; i < count; ++i) {
-        // Of the 256 parts, the one that has the next carry inside.
-        const u64 to_carry = (u64{1} << 32) - so_far.low;
-        direct(static_cast<u32>(to_carry / (so_far.range >> 8)), 8);
-    }
-    if (carry) direct(0xFFFF, 16); // far above the carry
-}
-
-TEST(shift_low, many_open_bytes_are_all_0xFF_or_all_0x00)
-{
-    for (u32 count = 2; count <= 300; ++count) {
-        for (const bool carry : {false, true}) {
-            m5_plain_coder plain;
-            bytes buffer(room);
-            range_encoder to = start_range_encoder(buffer.data());
-            code_open_bytes(count, carry, plain, [&](u32 value, u32 bits) {
-                plain.direct(value, bits);
-                encode_direct(to, value, bits);
-            });
-            plain.flush();
-            flush(to);
-            ASSERT_EQ(written(buffer, to), plain.out) << count;
-            EXPECT_EQ(buffer[1], carry ? 0x02 : 0x01);
-            EXPECT_EQ(bytes(buffer.begin() + 2, buffer.begin() + 2 + count),
-                      bytes(count, carry ? 0x00 : 0xFF))
-                << count;
-        }
-    }
-}
-
-// Groups of direct bits
-
-TEST(m5_direct, a_group_of_22_bits_worked_by_hand)
-{
-    // range = FFFFFFFF >> 22 = 3FF; low = 2AAAAA * 3FF = AA7FFD56; two bytes leave.
-    const bytes stream = coded([](auto& to) { encode_direct(to, 0x2AAAAA, 22); });
-    EXPECT_EQ(stream, (bytes{0x00, 0xAA, 0x7F, 0xFD, 0x56, 0x00, 0x00}));
-    const bytes readable = with_slack(stream);
-    range_decoder from = start_range_decoder(readable.data());
-    EXPECT_EQ(from.code, 0xAA7FFD56U);
-    EXPECT_EQ(decode_direct(from, 22), 0x2AAAAAU);
-    EXPECT_EQ(from.range, 0x3FF0000U);
-    EXPECT_EQ(from.code, 0U);
-    EXPECT_EQ(from.in, readable.data() + stream.size());
-}
-
-TEST(m5_direct, a_single_bit)
-{
-    EXPECT_EQ(coded([](auto& to) { encode_direct(to, 1, 1); }),
-              (bytes{0x00, 0x7F, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(coded([](auto& to) { encode_direct(to, 0, 1); }), bytes(5, 0));
-}
-
-TEST(m5_direct, groups_of_1_to_22_bits_come_back)
-{
-    for (u32 count = 1; count <= 22; ++count) {
-        random_source random(count);
-        std::vector<u32> values{0, (1U << count) - 1, 1, (1U << count) - 2};
-        for (int i = 0; i < 2000; ++i) values.push_back(random.below(1U << count));
-        const bytes stream = coded([&](auto& to) {
-            for (const u32 value : values) encode_direct(to, value, count);
-        });
-        const bytes readable = with_slack(stream);
-        range_decoder from = start_range_decoder(readable.data());
-        for (const u32 value : values) ASSERT_EQ(decode_direct(from, count), value) << count;
-        EXPECT_EQ(from.in, readable.data() + stream.size());
-    }
-}
-
-TEST(m5_direct, in_a_damaged_stream_a_value_can_exceed_its_bits)
-{
-    // range = 1FFFFFF >> 22 = 7; 1FFFFFE is 7 * 492492 (hexadecimal), and three bytes follow.
-    const bytes next{0x11, 0x22, 0x33, 0x44};
-    range_decoder from{next.data(), 0x1FFFFFE, 0x1FFFFFF};
-    EXPECT_EQ(decode_direct(from, 22), 0x492492U);
-    EXPECT_EQ(from.range, 0x7000000U);
-    EXPECT_EQ(from.code, 0x112233U);
-}
-
-TEST(m5_direct, the_least_range_has_room_for_the_most_bits)
-{
-    // 1000000 >> 22 = 4, and 4 << 24 is the next range.
-    const bytes next{0x11, 0x22, 0x33, 0x44};
-    range_decoder from{next.data(), 0xFFFFFF, least_range};
-    EXPECT_EQ(decode_direct(from, 22), 0x3FFFFFU);
-    EXPECT_EQ(from.range, 0x4000000U);
-    EXPECT_EQ(from.code, 0x3112233U);
 }
 
 // Trees

@@ -6,7 +6,7 @@ namespace quarnex::test {
 namespace {
 
 constexpr u32 worker_counts[] = {0, 1, 2, 5, 16};
-constexpr u8 built_methods[] = {1, 5};
+constexpr u8 built_methods[] = {1, 3, 4, 5};
 constexpr u8 built_levels = 8;
 
 /// A file through both drivers at every number of workers.
@@ -83,7 +83,7 @@ TEST_F(pipeline_round_trip, files_of_blocks_of_different_shapes)
             const bytes piece = kind.make(1 + random.below(mib), random.next());
             content.insert(content.end(), piece.begin(), piece.end());
         }
-        check(content, built_methods[level % 2], level);
+        check(content, built_methods[level % std::size(built_methods)], level);
     }
 }
 
@@ -94,7 +94,8 @@ TEST_F(pipeline_round_trip, many_small_files_of_random_length)
         const bytes content =
             find_shape("mixture").make(random.below(1U << random.below(13)), random.next());
         SCOPED_TRACE(content.size());
-        check(content, built_methods[i % 2], static_cast<u8>(random.below(built_levels)));
+        check(content, built_methods[static_cast<usize>(i) % std::size(built_methods)],
+              static_cast<u8>(random.below(built_levels)));
     }
 }
 

@@ -1,0 +1,285 @@
+#include "method3/m3_codec.h"
+#include "method3/m3_tokens.h"
+
+#include "method3/m3_streams.h"
+#include "support/codec_runs.h"
+#include "support/scoped_limits.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using namespace std::string_view_literals;
+using test::bytes;
+using test::bytes_of;
+using test::encode;
+using test::m3_bits;
+using test::m3_block;
+using test::parameters_of;
+using test::plain_token;
+using test::run_encoder;
+
+constexpr u8 levels = 8; // that are built
+
+file_parameters m3_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
+{
+    file_parameters parameters = parameters_of(3, level);
+    parameters.hash_bits = hash_bits;
+    if (chain_bits != 0) parameters.chain_bits = chain_bits;
+    return parameters;
+}
+
+/// The stream that the token writer makes of a block's tokens: none if it is of no use.
+template <u32 MinMatch = 4>
+bytes write_tokens(const m3_block& block)
+{
+    const usize size = block.data().size();
+    const auto out = test::exact_buffer(size + out_slack);
+    block_job job;
+    job.in_buf = block.data().data();
+    job.in_len = static_cast<u32>(size);
+    job.out_buf = out.get();
+    const auto models = std::make_unique<m3_encoder_models>(job.in_len);
+    m3_tokens<MinMatch> writer(job.in_buf, m3_symbol_writer(job, *models));
+    u32 pos = writer.first_pos;
+    for (const plain_token& token : block.tokens()) {
+        token.dist == 0 ? writer.literal(pos) : writer.match(pos, token.len, token.dist);
+        pos += token.len;
+    }
+    return {out.get(), out.get() + writer.finish()};
+}
+
+// Blocks that are stored
+
+TEST(m3_encoder, an_in_len_of_0_gives_the_result_0)
+{
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(run_encoder({}, m3_parameters(level)).result, 0);
+}
+
+TEST(m3_encoder, a_one_byte_block_goes_out_raw_with_the_same_byte)
+{
+    EXPECT_EQ(write_tokens(m3_block()), bytes{'a'});
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(run_encoder({7}, m3_parameters(level)).result, 1);
+        EXPECT_EQ(encode({7}, m3_parameters(level)), bytes{7});
+    }
+}
+
+TEST(m3_encoder, incompressible_data_come_out_as_the_raw_block)
+{
+    const bytes block = test::find_shape("random").make(5000, 1);
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(run_encoder(block, m3_parameters(level)).result, 5000);
+        EXPECT_EQ(encode(block, m3_parameters(level)), block);
+    }
+}
+
+TEST(m3_encoder, a_stream_as_long_as_the_block_is_stored)
+{
+    int stored = 0;
+    for (u32 run = 1; run < 40; ++run) {
+        bytes block = bytes_of("0123456789");
+        block.insert(block.end(), run, 'x');
+        const bytes stream =
+            test::m3_plain_stream(block, test::plain_search(block, test::m3_rules, 0, 12, 1), 4);
+        stored += stream.size() == block.size();
+        EXPECT_EQ(encode(block, m3_parameters(0)), stream.size() < block.size() ? stream : block);
+    }
+    EXPECT_GT(stored, 0);
+}
+
+// Tokens: up to 16 symbols of a model, its codes are those of the start.  Of 17 slots, 16 and 15
+// have the codes 00000 and 00001, and slots 14 to 0 have 0001 to 1111.
+
+TEST(m3_tokens, literals_by_hand)
+{
+    // 'b' is 255 - 98 = 10011101, 255 is 287 - 255 = 32 of 9 bits.
+    EXPECT_EQ(write_tokens(m3_block().literal('b').literal(255)), m3_bits("10011101 000100000"));
+}
+
+TEST(m3_tokens, matches_by_hand)
+{
+    EXPECT_EQ(write_tokens(m3_block().match(4, 1)), m3_bits("000011111 1111"));
+    EXPECT_EQ(write_tokens<3>(m3_block().match(3, 1)), m3_bits("000011111 1111"));
+    EXPECT_EQ(write_tokens<2>(m3_block().match(2, 1)), m3_bits("000011111 1111"));
+    EXPECT_EQ(write_tokens(m3_block().match(34, 1)), m3_bits("000000001 1111"));
+    EXPECT_EQ(write_tokens(m3_block().match(35, 1)), m3_bits("000000000 1111 1111"));
+    EXPECT_EQ(write_tokens(m3_block().match(40, 1)), m3_bits("000000000 1011 1 1111"));
+    EXPECT_EQ(write_tokens(m3_block().match(0x60000, 1).match(4, 0x55556)),
+              m3_bits("000000000 000001 11111111111011101 11111"
+                      "000011111 000001 10101010101010101"));
+}
+
+TEST(m3_tokens, are_written_as_the_plain_writer_writes_them)
+{
+    for (u64 seed = 1; seed <= 20; ++seed) {
+        const m3_block block = test::random_token_block(seed, 1, 4);
+        EXPECT_TRUE(write_tokens(block) == block.stream()) << seed;
+        const m3_block shorter = test::random_token_block(seed, 1, 2);
+        EXPECT_TRUE(write_tokens<2>(shorter) == shorter.stream(2)) << seed;
+    }
+    const m3_block longer = test::random_token_block(21, 1, 4, 60000);
+    EXPECT_TRUE(write_tokens(longer) == longer.stream());
+}
+
+TEST(m3_tokens, with_codes_of_30_bits_are_a_stream)
+{
+    m3_block block =
+        test::block_of_distance_slots(test::symbols_of_long_codes(test::groups_of_30_bits));
+    for (u32 slot = 4; slot < 52; ++slot) block.match(4, ((2 + slot % 2) << (slot / 2 - 1)) + 1);
+    block.match(test::long_code_block - static_cast<u32>(block.data().size()), 70);
+    EXPECT_EQ(write_tokens(block), block.stream());
+}
+
+TEST(m3_tokens, with_a_code_of_31_bits_are_of_no_use_and_one_symbol_before_it_they_are)
+{
+    std::vector<u32> symbols = test::symbols_of_long_codes(test::groups_of_31_bits);
+    const auto stream = [&] {
+        m3_block block = test::block_of_distance_slots(symbols);
+        block.match(test::long_code_block - static_cast<u32>(block.data().size()), 1);
+        return write_tokens(block);
+    };
+    EXPECT_TRUE(stream().empty());
+    symbols.resize(symbols.size() - 2); // the match to the block's end is one more
+    EXPECT_FALSE(stream().empty());
+    symbols.push_back(0);
+    EXPECT_TRUE(stream().empty());
+}
+
+TEST(m3_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_block_has)
+{
+    const bytes block(4, 255); // each 9 bits
+    const auto out = test::exact_buffer(block.size() + out_slack);
+    block_job job;
+    job.in_buf = block.data();
+    job.in_len = 4;
+    job.out_buf = out.get();
+    m3_encoder_models models(4);
+    m3_tokens<4> writer(job.in_buf, m3_symbol_writer(job, models));
+    for (u32 pos = 1; pos < 4; ++pos) {
+        EXPECT_FALSE(writer.full()) << pos;
+        writer.literal(pos);
+    }
+    EXPECT_TRUE(writer.full());
+}
+
+// What the levels find
+
+TEST(m3_encoder, a_run_of_one_byte_value_is_one_match_of_the_start_of_the_block)
+{
+    // Position 0 is what every table starts with, and the rings find p - 1 extended to p itself:
+    // 39 bytes at distance 1, that is 287, 4 above 35 as slot 4 and a bit, slot 0.
+    const bytes expected = m3_bits("000000000 1011 0 1111");
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(encode(bytes(40, 'a'), m3_parameters(level)), expected) << int{level};
+}
+
+TEST(m3_encoder, the_start_of_the_block_is_no_candidate_where_its_bytes_differ)
+{
+    // None of the first bytes comes again.
+    bytes block(100);
+    for (usize i = 0; i < block.size(); ++i) block[i] = static_cast<u8>(i);
+    block.insert(block.end(), 100, 99);
+    std::vector<plain_token> tokens(99, {1, 0});
+    tokens.push_back({100, 1});
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(encode(block, m3_parameters(level, 16)), test::m3_plain_stream(block, tokens, 4));
+}
+
+TEST(m3_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_decoder_stops)
+{
+    // The "z" at the end stands like an earlier one in front of three zeros, if those behind the
+    // block count; at level 3 nothing in the last four bytes is looked for.
+    const bytes block = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
+    std::vector<plain_token> tokens(10, {1, 0});
+    tokens.push_back({20, 1});
+    std::vector<plain_token> not_passing = tokens;
+    tokens.push_back({4, 28});
+    not_passing.push_back({1, 0});
+    for (u8 level = 0; level < levels; ++level) {
+        const file_parameters parameters = m3_parameters(level, 16);
+        const bytes stream = encode(block, parameters);
+        EXPECT_EQ(stream, test::m3_plain_stream(block, level == 3 ? not_passing : tokens, 4));
+        EXPECT_EQ(test::decode(stream, block.size(), parameters), block) << int{level};
+    }
+}
+
+TEST(m3_encoder, at_levels_4_to_7_a_match_of_exactly_4_bytes_inserts_its_end_less_1_only)
+{
+    // With two candidates for each hash value: "wxyz" inside the match of "12wx" is the second one,
+    // behind that at 1.  If it came twice, the one at 1 would be lost.
+    const bytes block = bytes_of("0wxyz-ABCDEFGH12wxQ12wxyz+wxyz-ABCDEFGH");
+    std::vector<plain_token> tokens(18, {1, 0});
+    tokens.insert(tokens.end(), {{4, 5}, {1, 0}, {1, 0}, {1, 0}, {13, 25}});
+    for (u8 level = 4; level < levels; ++level)
+        EXPECT_EQ(encode(block, m3_parameters(level, 18, 1)),
+                  test::m3_plain_stream(block, tokens, 4));
+}
+
+/// By level.
+class m3_encoder_property : public testing::TestWithParam<u8> {
+  protected:
+    static void check(const bytes& block, i32 hash_bits, i32 chain_bits, const std::string& name)
+    {
+        const file_parameters parameters = m3_parameters(GetParam(), hash_bits, chain_bits);
+        const bytes payload = encode(block, parameters);
+        ASSERT_TRUE(payload == test::m3_plain_encode(block, GetParam(), static_cast<u32>(hash_bits),
+                                                     static_cast<u32>(chain_bits)))
+            << block.size() << " bytes of " << name << ", hash bits " << hash_bits
+            << ", chain bits " << chain_bits;
+        if (payload.size() == block.size()) return;
+        ASSERT_TRUE(test::decode(payload, block.size(), parameters) == block);
+    }
+};
+
+TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
+{
+    for (const auto& shape : test::all_shapes()) {
+        for (u32 size = 0; size <= 300; ++size) {
+            ASSERT_NO_FATAL_FAILURE(check(shape.make(size, size * 7 + GetParam()),
+                                          static_cast<i32>(5 + size % 14),
+                                          static_cast<i32>(1 + size % 8), shape.name));
+        }
+    }
+}
+
+TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
+{
+    for (const auto& shape : test::all_shapes())
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, shape.name));
+    for (const char* name : {"text", "records", "mixture", "machine_code"})
+        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(300001, 4), 18, 4, name));
+}
+
+INSTANTIATE_TEST_SUITE_P(levels, m3_encoder_property, testing::Range(u8{0}, levels));
+
+TEST(m3_encoder, levels_that_are_not_built_fail)
+{
+    for (const u8 level : {u8{8}, u8{9}})
+        EXPECT_EQ(run_encoder(bytes(100), m3_parameters(level)).result, -1);
+}
+
+TEST(m3_encoder, without_memory_for_its_table_it_fails)
+{
+    for (u8 level = 0; level < levels; ++level) {
+        const file_parameters parameters = m3_parameters(level, 30); // 4 GiB
+        const test::short_of_memory limit;
+        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
+    }
+}
+
+TEST(m3_encoder, a_level_above_9_searches_rings)
+{
+    const bytes block = test::find_shape("text").make(5000, 1);
+    file_parameters parameters = m3_parameters(5);
+    const bytes expected = encode(block, parameters);
+    for (const u8 level : {u8{10}, u8{255}}) {
+        parameters.level = level;
+        EXPECT_EQ(encode(block, parameters), expected);
+    }
+}
+
+} // namespace
+} // namespace quarnex

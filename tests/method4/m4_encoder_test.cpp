@@ -1,0 +1,289 @@
+#include "method4/m4_codec.h"
+#include "method4/m4_tokens.h"
+
+#include "method4/m4_streams.h"
+#include "support/codec_runs.h"
+#include "support/scoped_limits.h"
+
+#include <gtest/gtest.h>
+#include <numeric>
+
+namespace quarnex {
+namespace {
+
+using namespace std::string_view_literals;
+using test::bytes;
+using test::bytes_of;
+using test::encode;
+using test::m4_block;
+using test::parameters_of;
+using test::plain_token;
+using test::run_encoder;
+
+constexpr u8 levels = 8; // that are built
+
+file_parameters m4_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0, u8 lit_ctx_bits = 0)
+{
+    file_parameters parameters = parameters_of(4, level);
+    parameters.hash_bits = hash_bits;
+    if (chain_bits != 0) parameters.chain_bits = chain_bits;
+    parameters.lit_ctx_bits = lit_ctx_bits;
+    return parameters;
+}
+
+/// The stream that the token writer makes of a block's tokens, with what it learns in `state`.
+template <u32 MinMatch = 4>
+bytes write_tokens(const m4_block& block, u8 lit_ctx_bits, m4_enc_state& state)
+{
+    const usize size = block.data().size();
+    const auto out = test::exact_buffer(size + out_slack);
+    block_job job;
+    job.parameters.lit_ctx_bits = lit_ctx_bits;
+    job.in_buf = block.data().data();
+    job.in_len = static_cast<u32>(size);
+    job.out_buf = out.get();
+    state.start(job.in_len);
+    m4_tokens<MinMatch> writer(job.in_buf, m4_symbol_writer(job, state));
+    u32 pos = writer.first_pos;
+    for (const plain_token& token : block.tokens()) {
+        token.dist == 0 ? writer.literal(pos) : writer.match(pos, token.len, token.dist);
+        pos += token.len;
+    }
+    return {out.get(), out.get() + writer.finish()};
+}
+
+template <u32 MinMatch = 4>
+bytes write_tokens(const m4_block& block, u8 lit_ctx_bits = 0)
+{
+    return write_tokens<MinMatch>(block, lit_ctx_bits, *std::make_unique<m4_enc_state>());
+}
+
+// Blocks that are stored
+
+TEST(m4_encoder, an_in_len_of_0_gives_the_result_0)
+{
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(run_encoder({}, m4_parameters(level)).result, 0);
+}
+
+TEST(m4_encoder, a_one_byte_block_would_be_the_raw_byte_and_the_flush_and_goes_out_raw)
+{
+    EXPECT_EQ(write_tokens(m4_block()), (bytes{'a', 0, 0, 0, 0, 0}));
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(run_encoder({7}, m4_parameters(level)).result, 1);
+        EXPECT_EQ(encode({7}, m4_parameters(level)), bytes{7});
+    }
+}
+
+TEST(m4_encoder, incompressible_data_come_out_as_the_raw_block_and_the_flush_stays_in_the_slack)
+{
+    for (usize size = 1; size <= 300; ++size) {
+        const bytes block = test::find_shape("random").make(size, size);
+        const auto level = static_cast<u8>(size % levels);
+        EXPECT_EQ(encode(block, m4_parameters(level)), block) << size;
+    }
+    const bytes block = test::find_shape("random").make(5000, 1);
+    for (u8 level = 0; level < levels; ++level) {
+        EXPECT_EQ(run_encoder(block, m4_parameters(level)).result, 5000);
+        EXPECT_EQ(encode(block, m4_parameters(level)), block);
+    }
+}
+
+TEST(m4_encoder, a_stream_as_long_as_the_block_is_stored)
+{
+    int stored = 0;
+    for (u32 run = 1; run < 40; ++run) {
+        bytes block = bytes_of("0123456789");
+        block.insert(block.end(), run, 'x');
+        const bytes stream =
+            test::m4_plain_stream(block, test::plain_search(block, test::m4_rules, 0, 12, 1), 4, 0);
+        stored += stream.size() == block.size();
+        EXPECT_EQ(encode(block, m4_parameters(0)), stream.size() < block.size() ? stream : block);
+    }
+    EXPECT_GT(stored, 0);
+}
+
+// Tokens
+
+TEST(m4_tokens, a_literal_by_hand)
+{
+    // Symbol 98 goes from 11150 to 11263: 11150 * 1FFFF = 571BD472, 113 * 1FFFF is less than 2^24,
+    // so 57 leaves, then 1BD47200.
+    EXPECT_EQ(write_tokens(m4_block().literal('b')),
+              (bytes{'a', 0x00, 0x57, 0x1B, 0xD4, 0x72, 0x00}));
+}
+
+TEST(m4_tokens, the_shortest_match_of_every_kind_of_stream_is_written_alike)
+{
+    const bytes expected = write_tokens<4>(m4_block().match(4, 1));
+    EXPECT_EQ(expected, m4_block(m4_block().match(4, 1)).stream());
+    EXPECT_EQ(write_tokens<3>(m4_block().match(3, 1)), expected);
+    EXPECT_EQ(write_tokens<2>(m4_block().match(2, 1)), expected);
+}
+
+TEST(m4_tokens, are_written_as_the_plain_writer_writes_them)
+{
+    for (u32 seed = 1; seed <= 18; ++seed) {
+        const auto bits = static_cast<u8>(seed % 9);
+        const m4_block block = test::random_token_block(seed, 1, 4);
+        EXPECT_TRUE(write_tokens(block, bits) == block.stream(bits)) << seed;
+        const m4_block shorter = test::random_token_block(seed, 1, 2);
+        EXPECT_TRUE(write_tokens<2>(shorter, bits) == shorter.stream(bits, 2)) << seed;
+    }
+    const m4_block longer = test::random_token_block(21, 1, 4, 60000);
+    EXPECT_TRUE(write_tokens(longer) == longer.stream());
+}
+
+TEST(m4_tokens, a_distance_of_25_extra_bits_has_its_lowest_24_first)
+{
+    // Which needs a block of more than 64 MiB.
+    m4_block block = m4_block().literals_to(1000).match((64U << 20) + 5000, 997);
+    block.match(4, (64U << 20) + 1).match(600, (64U << 20) + 4567).literal('x');
+    EXPECT_EQ(write_tokens(block), block.stream());
+}
+
+TEST(m4_tokens, of_no_context_bits_go_through_main_model_0_only)
+{
+    const auto state = std::make_unique<m4_enc_state>();
+    const m4_block block = test::random_token_block(1, 1, 4, 2000);
+    for (const u8 bits : {u8{0}, u8{3}, u8{5}}) {
+        write_tokens(block, bits, *state);
+        u32 counted = 0;
+        for (u32 context = 0; context < 256; ++context) {
+            const auto& counts = state->main[context].counts;
+            const auto* const end = counts.counts + main_symbols;
+            const u32 sum = std::accumulate(+counts.counts, +end, 0U) - main_symbols;
+            EXPECT_EQ(sum != 0, context < 1U << bits) << int{bits} << ' ' << context;
+            counted += sum;
+        }
+        EXPECT_EQ(counted, 2 * block.tokens().size());
+    }
+    write_tokens(block, 0, *state);
+    EXPECT_EQ(state->main[0].counts.period, 2048U); // the steady one, after 1023 symbols
+}
+
+TEST(m4_tokens, are_full_once_the_stream_is_as_long_as_the_block)
+{
+    // The raw byte and the coder's first are two, and each literal that is new is one.
+    const bytes block{10, 20, 30, 40};
+    const auto out = test::exact_buffer(block.size() + out_slack);
+    block_job job;
+    job.in_buf = block.data();
+    job.in_len = 4;
+    job.out_buf = out.get();
+    const auto state = std::make_unique<m4_enc_state>();
+    state->start(4);
+    m4_tokens<4> writer(job.in_buf, m4_symbol_writer(job, *state));
+    EXPECT_FALSE(writer.full());
+    writer.literal(1);
+    EXPECT_FALSE(writer.full());
+    writer.literal(2);
+    EXPECT_TRUE(writer.full());
+}
+
+// What the levels find
+
+TEST(m4_encoder, a_run_of_one_byte_value_is_one_match_of_the_start_of_the_block)
+{
+    const bytes block(60, 'a');
+    for (u8 level = 0; level < levels; ++level)
+        EXPECT_EQ(encode(block, m4_parameters(level)),
+                  test::m4_plain_stream(block, {{59, 1}}, 4, 0))
+            << int{level};
+}
+
+TEST(m4_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_decoder_stops)
+{
+    const bytes block = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
+    std::vector<plain_token> tokens(10, {1, 0});
+    tokens.push_back({20, 1});
+    std::vector<plain_token> not_passing = tokens;
+    tokens.push_back({4, 28});
+    not_passing.push_back({1, 0});
+    for (u8 level = 0; level < levels; ++level) {
+        const file_parameters parameters = m4_parameters(level, 16);
+        const bytes stream = encode(block, parameters);
+        EXPECT_EQ(stream, test::m4_plain_stream(block, level == 3 ? not_passing : tokens, 4, 0));
+        EXPECT_EQ(test::decode(stream, block.size(), parameters), block) << int{level};
+    }
+}
+
+TEST(m4_encoder, level_1_is_the_same_encoder_as_level_2_and_not_as_level_0)
+{
+    const bytes block = test::find_shape("text").make(20000, 1);
+    EXPECT_EQ(encode(block, m4_parameters(1)), encode(block, m4_parameters(2)));
+    EXPECT_NE(encode(block, m4_parameters(1)), encode(block, m4_parameters(0)));
+}
+
+/// By level.
+class m4_encoder_property : public testing::TestWithParam<u8> {
+  protected:
+    static void check(const bytes& block, i32 hash_bits, i32 chain_bits, u8 lit_ctx_bits,
+                      const std::string& name)
+    {
+        const file_parameters parameters =
+            m4_parameters(GetParam(), hash_bits, chain_bits, lit_ctx_bits);
+        const bytes payload = encode(block, parameters);
+        ASSERT_TRUE(payload == test::m4_plain_encode(block, GetParam(), lit_ctx_bits,
+                                                     static_cast<u32>(hash_bits),
+                                                     static_cast<u32>(chain_bits)))
+            << block.size() << " bytes of " << name << ", hash bits " << hash_bits
+            << ", chain bits " << chain_bits << ", context bits " << int{lit_ctx_bits};
+        if (payload.size() == block.size()) return;
+        ASSERT_TRUE(test::decode(payload, block.size(), parameters) == block);
+    }
+};
+
+// The plain encoder takes its time for 256 models; the levels share the sizes.
+TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_at_sizes_to_300)
+{
+    for (const auto& shape : test::all_shapes()) {
+        for (u32 size = GetParam(); size <= 300; size += levels) {
+            ASSERT_NO_FATAL_FAILURE(check(
+                shape.make(size, size * 7), static_cast<i32>(5 + size % 14),
+                static_cast<i32>(1 + size / levels % 8), static_cast<u8>(size % 9), shape.name));
+        }
+    }
+}
+
+TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
+{
+    u8 bits = 0;
+    for (const auto& shape : test::all_shapes()) {
+        bits = static_cast<u8>((bits + 1) % 9);
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, bits, shape.name));
+    }
+    for (const char* name : {"text", "records", "mixture", "machine_code"})
+        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(300001, 4), 18, 4, 8, name));
+}
+
+INSTANTIATE_TEST_SUITE_P(levels, m4_encoder_property, testing::Range(u8{0}, levels));
+
+TEST(m4_encoder, levels_that_are_not_built_fail)
+{
+    for (const u8 level : {u8{8}, u8{9}})
+        EXPECT_EQ(run_encoder(bytes(100), m4_parameters(level)).result, -1);
+}
+
+TEST(m4_encoder, without_memory_for_its_table_it_fails)
+{
+    for (u8 level = 0; level < levels; ++level) {
+        const file_parameters parameters = m4_parameters(level, 30); // 4 GiB
+        const test::short_of_memory limit;
+        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
+    }
+}
+
+TEST(m4_encoder, a_level_above_9_searches_rings)
+{
+    const bytes block = test::find_shape("text").make(5000, 1);
+    file_parameters parameters = m4_parameters(5);
+    const bytes expected = encode(block, parameters);
+    for (const u8 level : {u8{10}, u8{255}}) {
+        parameters.level = level;
+        EXPECT_EQ(encode(block, parameters), expected);
+    }
+}
+
+} // namespace
+} // namespace quarnex

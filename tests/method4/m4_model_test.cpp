@@ -1,0 +1,311 @@
+#include "method4/m4_model.h"
+
+#include "plain/m4_plain.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <memory>
+#include <numeric>
+
+namespace quarnex {
+namespace {
+
+using test::m4_plain_model;
+using test::random_source;
+
+/// A model of each side and the plain one, which must agree.
+template <u32 Capacity, u32 Step>
+class models_in_step {
+  public:
+    explicit models_in_step(u32 symbols) : plain_(symbols, Step)
+    {
+        m4_model_init(*encoding_, symbols);
+        m4_model_init(*decoding_, symbols);
+        check_shares();
+    }
+
+    void step(u32 sym)
+    {
+        m4_model_step<Step>(*encoding_, sym);
+        m4_model_step<Step>(*decoding_, sym);
+        plain_.step(sym);
+        check_counts(encoding_->counts);
+        check_counts(decoding_->counts);
+        if (plain_.countdown == static_cast<i32>(plain_.period)) check_shares();
+    }
+
+    /// Adds to the count of a symbol, as if it had come.
+    void add(u32 sym, u32 count)
+    {
+        plain_.counts[sym] += count;
+        plain_.total += count;
+        for (auto* counts : {&encoding_->counts, &decoding_->counts}) {
+            counts->counts[sym] = static_cast<u16>(counts->counts[sym] + count);
+            counts->total += count;
+        }
+    }
+
+    const m4_model<m4_lookup, Capacity>& model() const { return *decoding_; }
+    bool good() const { return good_; }
+
+  private:
+    void check_counts(const adaptive_counts<Capacity>& counts)
+    {
+        good_ = good_ && counts.total == plain_.total && counts.period == plain_.period &&
+                counts.countdown == plain_.countdown && counts.symbols == plain_.counts.size() &&
+                std::equal(plain_.counts.begin(), plain_.counts.end(), counts.counts);
+    }
+
+    void check_shares()
+    {
+        const auto& cum = plain_.cum;
+        good_ = good_ && std::equal(cum.begin(), cum.end(), encoding_->cum) &&
+                std::equal(cum.begin(), cum.end(), decoding_->cum) && lookup_is_right();
+        // No share is empty, and what lies behind them is above them all.
+        good_ = good_ &&
+                std::adjacent_find(cum.begin(), cum.end(), std::greater_equal<>()) == cum.end();
+        const u16* const behind = decoding_->cum + cum.size();
+        good_ = good_ && std::all_of(behind, behind + sorted_group,
+                                     [](u16 share) { return share == 0xFFFF; });
+    }
+
+    /// Whether a search that goes up from the table's symbol finds each place's own.
+    bool lookup_is_right() const
+    {
+        const u16* const first = decoding_->lookup.first;
+        if (!std::equal(plain_.lookup.begin(), plain_.lookup.end(), first)) return false;
+        u32 symbol = 0;
+        for (u32 place = 0; place < plain_.cum.back(); ++place) {
+            if (place == plain_.cum[symbol + 1]) ++symbol;
+            if (first[place >> m4_lookup::unit_bits] > symbol) return false;
+        }
+        return true;
+    }
+
+    using encoding_model = m4_model<m4_no_lookup, Capacity>;
+    using decoding_model = m4_model<m4_lookup, Capacity>;
+    std::unique_ptr<encoding_model> encoding_ = std::make_unique<encoding_model>();
+    std::unique_ptr<decoding_model> decoding_ = std::make_unique<decoding_model>();
+    m4_plain_model plain_;
+    bool good_ = true;
+};
+using main_models = models_in_step<main_symbols, m4_main_step>;
+using slot_models = models_in_step<value_slots, m4_slot_step>;
+
+// The start
+
+TEST(m4_model, starts_with_288_shares_at_multiples_of_7456540_by_65536)
+{
+    const main_models models(288);
+    const auto& model = models.model();
+    EXPECT_EQ((1U << 31) / model.counts.total, 7456540U);
+    for (u64 sym = 0; sym <= 288; ++sym) EXPECT_EQ(model.cum[sym], sym * 7456540 >> 16) << sym;
+    EXPECT_EQ(model.cum[288], 32767U);
+    EXPECT_EQ(model.counts.period, 2U);
+    EXPECT_EQ(model.counts.countdown, 2);
+    EXPECT_TRUE(models.good());
+}
+
+TEST(m4_model, at_the_start_the_last_entry_of_the_table_finds_the_last_symbol)
+{
+    // Shares are at least 113 units wide, so that no entry is more than one symbol behind.
+    const main_models models(288);
+    const auto& model = models.model();
+    for (u32 sym = 0; sym < 288; ++sym) EXPECT_GE(model.cum[sym + 1] - model.cum[sym], 113);
+    EXPECT_EQ(model.lookup.first[511], 287U); // 511 * 64 = 32704, and 287 starts at 32654
+    EXPECT_EQ(find_last_not_above(model.cum, model.lookup.first[511], 32766), 287U);
+    EXPECT_EQ(model.lookup.first[512], 287U);
+}
+
+TEST(m4_model, every_alphabet_of_slots_starts_as_the_plain_one)
+{
+    for (u32 symbols = 17; symbols < 64; ++symbols)
+        EXPECT_TRUE(slot_models(symbols).good()) << symbols;
+}
+
+// Shares
+
+TEST(m4_model, a_power_of_two_as_total_fills_the_interval_and_the_last_symbol_the_table)
+{
+    // 32 slots with counts of 1: shares of 1024 units, 16 entries of the table for each.
+    const slot_models models(32);
+    const auto& model = models.model();
+    for (u32 sym = 0; sym <= 32; ++sym) EXPECT_EQ(model.cum[sym], 1024 * sym);
+    EXPECT_EQ(model.cum[32], 32768U);
+    EXPECT_EQ(model.lookup.first[0], 0U);
+    for (u32 entry = 1; entry <= 512; ++entry)
+        EXPECT_EQ(model.lookup.first[entry], (entry - 1) / 16) << entry;
+    EXPECT_EQ(model.lookup.first[512], 31U);
+    EXPECT_TRUE(models.good());
+}
+
+TEST(m4_model, a_total_as_large_as_it_gets_leaves_each_symbol_a_share)
+{
+    // 32767: the scale is 65538, just above 1 for a count.
+    auto model = std::make_unique<m4_model<m4_lookup, main_symbols>>();
+    m4_model_init(*model, main_symbols);
+    model->counts.counts[100] = 32767 - 287;
+    model->counts.total = 32767;
+    m4_model_scale(*model);
+    for (u32 sym = 0; sym < 288; ++sym) EXPECT_GT(model->cum[sym + 1], model->cum[sym]) << sym;
+    EXPECT_EQ(model->cum[100], 100U);
+    EXPECT_EQ(model->cum[288], 32767U * 65538 >> 16);
+}
+
+// Periods
+
+TEST(m4_model, main_models_rescale_after_1_2_4_and_so_on_to_1024_symbols)
+{
+    auto model = std::make_unique<m4_model<m4_no_lookup, main_symbols>>();
+    m4_model_init(*model, main_symbols);
+    std::vector<u32> passed; // symbols in each period
+    for (u32 symbols = 1; passed.size() < 13; ++symbols) {
+        m4_model_step<m4_main_step>(*model, symbols % 288);
+        if (model->counts.countdown != static_cast<i32>(model->counts.period)) continue;
+        passed.push_back(symbols);
+        symbols = 0;
+    }
+    EXPECT_EQ(passed, (std::vector<u32>{1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 1024, 1024}));
+}
+
+TEST(m4_model, slot_models_rescale_after_2_4_8_and_so_on_to_2048_symbols)
+{
+    auto model = std::make_unique<m4_model<m4_no_lookup, value_slots>>();
+    m4_model_init(*model, 17);
+    std::vector<u32> passed;
+    for (u32 symbols = 1; passed.size() < 13; ++symbols) {
+        m4_model_step<m4_slot_step>(*model, symbols % 17);
+        if (model->counts.countdown != static_cast<i32>(model->counts.period)) continue;
+        passed.push_back(symbols);
+        symbols = 0;
+    }
+    EXPECT_EQ(passed,
+              (std::vector<u32>{2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 2048, 2048}));
+}
+
+TEST(m4_model, shares_lag_behind_the_counts_until_the_period_ends)
+{
+    auto model = std::make_unique<m4_model<m4_no_lookup, value_slots>>();
+    m4_model_init(*model, 17);
+    const u16 before = model->cum[1];
+    m4_model_step<m4_slot_step>(*model, 0);
+    EXPECT_EQ(model->counts.counts[0], 2U);
+    EXPECT_EQ(model->cum[1], before);
+    EXPECT_EQ(model->counts.total, 17U);
+    m4_model_step<m4_slot_step>(*model, 0);
+    EXPECT_EQ(model->counts.total, 19U);
+    EXPECT_EQ(model->cum[1], 3 * ((1U << 31) / 19) >> 16);
+}
+
+TEST(m4_model, a_total_of_30719_stays_unhalved_and_30720_halves)
+{
+    main_models models(288);
+    models.add(5, 30719 - 2 - 288);
+    models.step(6);
+    EXPECT_EQ(models.model().counts.total, 30719U);
+    EXPECT_EQ(models.model().counts.counts[5], 30430U);
+    EXPECT_EQ(models.model().counts.counts[6], 3U);
+
+    main_models others(288);
+    others.add(5, 30720 - 2 - 288);
+    others.step(6);
+    EXPECT_EQ(others.model().counts.counts[5], 15216U); // 30431
+    EXPECT_EQ(others.model().counts.counts[6], 2U);     // 3
+    EXPECT_EQ(others.model().counts.counts[0], 1U);
+    EXPECT_EQ(others.model().counts.total, 15216U + 2 + 286);
+    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(others.good());
+}
+
+// Any course
+
+/// The next symbol in one of several distributions, which change on the way.
+u32 any_symbol(random_source& random, u32 kind, u32 at, u32 symbols)
+{
+    switch (kind) {
+    case 0:
+        return random.below(symbols);
+    case 1: // small ones mostly
+        return random.below(1 + random.below(1 + random.below(symbols)));
+    case 2: // one in a row, hardly ever another
+        return random.below(100) == 0 ? random.below(symbols) : at / 9000 % symbols;
+    default: // large ones mostly, others every 5000
+        return (symbols - 1 - random.below(1 + random.below(8)) + at / 5000 * 37) % symbols;
+    }
+}
+
+template <class Models>
+void expect_plain_course(u32 symbols)
+{
+    for (u32 kind = 0; kind < 4; ++kind) {
+        random_source random(kind + 1);
+        Models models(symbols);
+        for (u32 i = 0; i < 40000; ++i) {
+            models.step(any_symbol(random, kind, i, symbols));
+            ASSERT_TRUE(models.good()) << symbols << ' ' << kind << " at " << i;
+        }
+    }
+}
+
+TEST(m4_model, is_the_plain_model_after_each_of_many_symbols)
+{
+    expect_plain_course<main_models>(288);
+}
+
+TEST(m4_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
+{
+    for (u32 symbols = 17; symbols < 64; symbols += symbols < 20 || symbols > 60 ? 1 : 5)
+        expect_plain_course<slot_models>(symbols);
+}
+
+// All models of a block
+
+/// Expects a model as it is at the start.
+template <class Model>
+void expect_start(const Model& model, u32 symbols)
+{
+    EXPECT_EQ(model.counts.symbols, symbols);
+    EXPECT_EQ(model.counts.total, symbols);
+    EXPECT_EQ(model.counts.period, 2U);
+    for (u32 sym = 0; sym < symbols; ++sym) ASSERT_EQ(model.counts.counts[sym], 1U);
+    EXPECT_EQ(model.cum[symbols], ((1U << 31) / symbols * symbols) >> 16);
+}
+
+template <class State>
+void expect_all_start(State& state)
+{
+    for (const u32 len : {1U, 70000U}) {
+        state.start(len);
+        for (const auto& model : state.main) expect_start(model, 288);
+        expect_start(state.distance, slot_count(len));
+        expect_start(state.length, slot_count(len));
+        // What one block learns is not for the next.
+        m4_model_step<m4_main_step>(state.main[77], 5);
+        m4_model_step<m4_slot_step>(state.distance, 5);
+        m4_model_step<m4_slot_step>(state.length, 5);
+    }
+}
+
+TEST(m4_state, every_block_starts_with_all_256_contexts_fresh)
+{
+    void* const encoding = m4_encoder_init({});
+    ASSERT_NE(encoding, nullptr);
+    expect_all_start(*static_cast<m4_enc_state*>(encoding));
+    m4_encoder_release({}, encoding);
+    void* const decoding = m4_decoder_init({});
+    ASSERT_NE(decoding, nullptr);
+    expect_all_start(*static_cast<m4_dec_state*>(decoding));
+    m4_decoder_release({}, decoding);
+}
+
+TEST(m4_context_mask, keeps_the_lowest_bits_of_a_byte)
+{
+    EXPECT_EQ(m4_context_mask(0), 0U);
+    EXPECT_EQ(m4_context_mask(1), 1U);
+    EXPECT_EQ(m4_context_mask(5), 0x1FU);
+    EXPECT_EQ(m4_context_mask(8), 0xFFU);
+    for (const u32 bits : {9U, 31U, 32U, 255U}) EXPECT_EQ(m4_context_mask(bits), 0xFFU) << bits;
+}
+
+} // namespace
+} // namespace quarnex

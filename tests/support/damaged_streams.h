@@ -1,0 +1,81 @@
+// support/damaged_streams.h - what a decoder must do with payloads that no encoder writes
+//
+// All buffers end exactly at their slack, so that a sanitizer sees what leaves them.
+#pragma once
+
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex::test {
+
+/// A payload, and the block and the parameters that it belongs to.
+struct coded_block {
+    bytes block;
+    bytes stream;
+    file_parameters parameters;
+};
+
+inline bytes decode_behind(const coded_block& coded, const bytes& payload, u8 behind)
+{
+    const codec_entry& decoder = *decoder_table[coded.parameters.method];
+    return decode_with(decoder, payload, coded.block.size(), coded.parameters, behind);
+}
+
+/// Expects the start of the block from each start of the payload, whatever lies behind it, and
+/// never less from more of it.
+inline void expect_cuts_to_give_the_start_of_the_block(const coded_block& coded)
+{
+    usize before = 0;
+    for (usize size = 0; size < coded.stream.size(); ++size) {
+        const bytes cut(coded.stream.begin(), coded.stream.begin() + static_cast<i64>(size));
+        const bytes out = decode_behind(coded, cut, 0);
+        ASSERT_LT(out.size(), coded.block.size()) << size;
+        ASSERT_GE(out.size(), before) << size;
+        ASSERT_TRUE(std::equal(out.begin(), out.end(), coded.block.begin())) << size;
+        for (const u8 behind : {u8{0x5A}, u8{0xFF}})
+            ASSERT_EQ(decode_behind(coded, cut, behind), out) << size;
+        before = out.size();
+    }
+    EXPECT_EQ(decode_behind(coded, coded.stream, 0xFF), coded.block);
+}
+
+inline void expect_no_damage_from_a_longer_payload(coded_block coded)
+{
+    coded.stream.insert(coded.stream.end(), 100, 0xA5);
+    EXPECT_EQ(decode_behind(coded, coded.stream, 0), coded.block);
+}
+
+/// Expects some bytes with each bit turned, the same whatever lies behind the payload.
+inline void expect_flipped_bits_to_give_some_bytes(const coded_block& coded)
+{
+    bytes damaged = coded.stream;
+    for (usize bit = 0; bit < 8 * damaged.size(); ++bit) {
+        damaged[bit / 8] ^= static_cast<u8>(1U << bit % 8);
+        const bytes out = decode_behind(coded, damaged, 0);
+        ASSERT_LE(out.size(), coded.block.size()) << bit;
+        ASSERT_GE(out.size(), 1U) << bit;
+        ASSERT_EQ(decode_behind(coded, damaged, 0xFF), out) << bit;
+        damaged[bit / 8] ^= static_cast<u8>(1U << bit % 8);
+    }
+}
+
+/// Expects some bytes from random ones, and from bytes of one value.
+inline void expect_nonsense_to_give_some_bytes(const file_parameters& parameters)
+{
+    for (u64 seed = 1; seed <= 300; ++seed) {
+        const bytes payload = find_shape("random").make(1 + seed, seed);
+        const usize length = 1 + seed % 97 * 40;
+        const usize size = decode(payload, length, parameters).size();
+        ASSERT_LE(size, length) << seed;
+        ASSERT_GE(size, 1U) << seed;
+    }
+    for (u32 value = 0; value < 256; ++value) {
+        for (const usize size : {usize{7}, usize{400}}) {
+            const bytes payload(size, static_cast<u8>(value));
+            ASSERT_LE(decode(payload, 5000, parameters).size(), 5000U) << value;
+        }
+    }
+}
+
+} // namespace quarnex::test
