@@ -36,9 +36,10 @@ u32 decode_alphabet(Source from, u8* const block, const u32 size)
     while (pos < size) {
         const u32 symbol = from.take_main();
         u32 end = pos + 1;
-        u32 last = end; // where the token's last byte is, or the same byte, plus one
         if (symbol < literal_symbols) {
-            block[pos] = static_cast<u8>(symbol);
+            const auto byte = static_cast<u8>(symbol);
+            block[pos] = byte;
+            from.follow(byte);
         } else {
             u64 wanted = symbol - literal_symbols + MinMatch;
             if (symbol == long_length_symbol) wanted += take_value(from, from.take_length());
@@ -50,9 +51,9 @@ u32 decode_alphabet(Source from, u8* const block, const u32 size)
             end = pos + len;
             // The copy can still be on its way to memory; where the match doesn't repeat itself,
             // the same bytes are at its source.
-            last = end - (dist < len ? 0 : dist);
+            const u32 same_end = end - (dist < len ? 0 : dist);
+            from.follow(block[same_end - 1]);
         }
-        from.follow(block[last - 1]);
         if (!from.good()) return pos;
         pos = end;
     }

@@ -10,7 +10,6 @@
 // symbol of an alphabet of slots, and the slot's extra bits.
 #pragma once
 
-#include "common/min_match.h"
 #include "common/value_slot.h"
 
 namespace quarnex {
@@ -23,13 +22,13 @@ inline constexpr u32 main_symbols = long_length_symbol + 1;
 /// Bytes at the block's start that are sent raw.
 inline constexpr u32 alphabet_raw_bytes = 1;
 
-/// The number of slots that a block of `len` bytes can need: 17 to 62.  Lengths too fit, which can
+/// The number of slots that a block of `len` bytes can need: 17 to 63.  Lengths too fit, which can
 /// pass the block's end.
 constexpr u32 slot_count(u32 len)
 {
     return value_slot(len + 256) + 1;
 }
 static_assert(slot_count(0) == 17);
-static_assert(slot_count(2047U << 20) < value_slots);
+static_assert(slot_count(0x7FFFFFFF) < value_slots);
 
 } // namespace quarnex

@@ -5,6 +5,7 @@
 // ends at the first token that reads behind the payload or reaches before the block.
 #include "common/alphabet_decoder.h"
 #include "common/bit_reader.h"
+#include "common/min_match.h"
 #include "method3/m3_codec.h"
 #include "method3/m3_model.h"
 

@@ -28,8 +28,8 @@ inline constexpr u32 m3_token_max_bytes =
 
 /// Symbols in the first period of a code; each is twice as long as the one before it.
 inline constexpr u32 m3_first_period = 16;
-/// Symbols in the longest, which is the last but for repetition.  At its end the order of the
-/// symbols is only mended in passing.
+/// Symbols in the longest, as which all later ones are.  At its end the order of the symbols is
+/// mended in one pass, not sorted.
 inline constexpr u32 m3_last_period = 4096;
 /// Counts are halved when their sum is above this.
 inline constexpr u32 m3_largest_total = 28671;

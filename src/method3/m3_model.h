@@ -11,6 +11,7 @@
 #include "method3/m3_sort.h"
 
 #include <array>
+#include <span>
 
 namespace quarnex {
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/range_coder.h"
+#include "common/sorted_search.h"
 #include "method4/m4_model.h"
 
 namespace quarnex {

@@ -4,6 +4,7 @@
 // the payload is larger than what a token can read; a damaged stream ends at the first token that
 // reads behind the payload, reaches before the block or can't be.
 #include "common/alphabet_decoder.h"
+#include "common/min_match.h"
 #include "method4/m4_codec.h"
 #include "method4/m4_coder.h"
 

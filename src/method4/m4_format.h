@@ -34,7 +34,7 @@ inline constexpr u32 m4_slot_step = 1;
 
 /// Counts in the first period of a model; each is twice as long as the one before it.
 inline constexpr u32 m4_first_period = 2;
-/// Counts in the longest.
+/// Counts in the longest period, as which all later ones are.
 inline constexpr u32 m4_last_period = 2048;
 /// Counts are halved when their sum is above this.
 inline constexpr u32 m4_largest_total = 30719;

@@ -5,7 +5,6 @@
 #include <span>
 
 namespace quarnex {
-
 namespace {
 
 void fill_lookup(m4_no_lookup& /*lookup*/, std::span<const u16> /*ends*/) {}
@@ -61,12 +60,12 @@ template void m4_model_scale(m4_model<m4_lookup, value_slots>&);
 
 void* m4_encoder_init(const block_job& /*job*/)
 {
-    return new (std::nothrow) m4_enc_state();
+    return new (std::nothrow) m4_enc_state;
 }
 
 void* m4_decoder_init(const block_job& /*job*/)
 {
-    return new (std::nothrow) m4_dec_state();
+    return new (std::nothrow) m4_dec_state;
 }
 
 void m4_encoder_release(const block_job& /*job*/, void* state)

@@ -12,10 +12,11 @@
 
 namespace quarnex {
 
-/// Where the search of a symbol starts: for each 2^unit_bits units of the interval a symbol whose
-/// share starts before them, and none that ends before them.
+/// Where the search of a symbol starts: for each 2^unit_bits units of the interval the symbol in
+/// whose share they begin, or end the one before.  A finer table would hardly shorten the search,
+/// which takes several symbols in a step, and the tables of all contexts would fill the cache.
 struct m4_lookup {
-    static constexpr u32 unit_bits = 6;
+    static constexpr u32 unit_bits = 8;
     static constexpr u32 units = 1U << (m4_total_bits - unit_bits);
     /// Entries are written in groups.
     static constexpr u32 group = 8;
@@ -26,9 +27,9 @@ struct m4_lookup {
 /// What an encoder has instead.
 struct m4_no_lookup {};
 
-/// The model of an alphabet of up to Capacity symbols.
+/// The model of an alphabet of up to Capacity symbols, in as few lines of the cache as it needs.
 template <class Lookup, u32 Capacity>
-struct m4_model {
+struct alignas(64) m4_model {
     adaptive_counts<Capacity> counts;
     /// Where the share of a symbol starts, and the next one's; behind the end of the last one,
     /// numbers above all shares.

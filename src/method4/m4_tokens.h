@@ -4,6 +4,7 @@
 #include "common/alphabet_tokens.h"
 #include "match/concepts.h"
 #include "method4/m4_coder.h"
+#include "pipeline/codec.h"
 
 namespace quarnex {
 

@@ -11,7 +11,7 @@ namespace quarnex {
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
-/// More bytes than the coder moves in a token.  The longest is a match, whose distance has up to
+/// More bytes than the coder moves or loads in a token.  The longest is a match, whose distance has up to
 /// ten modelled bits, or eight and direct ones; a modelled bit moves up to two bytes, a group of
 /// direct bits up to three.
 inline constexpr u32 m5_token_max_bytes =

@@ -73,7 +73,11 @@ class models_in_step {
     bool lookup_is_right() const
     {
         const u16* const first = decoding_->lookup.first;
-        if (!std::equal(plain_.lookup.begin(), plain_.lookup.end(), first)) return false;
+        constexpr u32 plain_unit_bits = 6;
+        for (u32 entry = 0; entry <= m4_lookup::units; ++entry) {
+            if (first[entry] != plain_.lookup[entry << (m4_lookup::unit_bits - plain_unit_bits)])
+                return false;
+        }
         u32 symbol = 0;
         for (u32 place = 0; place < plain_.cum.back(); ++place) {
             if (place == plain_.cum[symbol + 1]) ++symbol;
@@ -108,13 +112,13 @@ TEST(m4_model, starts_with_288_shares_at_multiples_of_7456540_by_65536)
 
 TEST(m4_model, at_the_start_the_last_entry_of_the_table_finds_the_last_symbol)
 {
-    // Shares are at least 113 units wide, so that no entry is more than one symbol behind.
+    // Shares are at least 113 units wide, so that no entry is more than three symbols behind.
     const main_models models(288);
     const auto& model = models.model();
     for (u32 sym = 0; sym < 288; ++sym) EXPECT_GE(model.cum[sym + 1] - model.cum[sym], 113);
-    EXPECT_EQ(model.lookup.first[511], 287U); // 511 * 64 = 32704, and 287 starts at 32654
-    EXPECT_EQ(find_last_not_above(model.cum, model.lookup.first[511], 32766), 287U);
-    EXPECT_EQ(model.lookup.first[512], 287U);
+    EXPECT_EQ(model.lookup.first[127], 285U); // 127 * 256 = 32512, and 286 starts at 32540
+    EXPECT_EQ(find_last_not_above(model.cum, model.lookup.first[127], 32766), 287U);
+    EXPECT_EQ(model.lookup.first[128], 287U);
 }
 
 TEST(m4_model, every_alphabet_of_slots_starts_as_the_plain_one)
@@ -127,15 +131,15 @@ TEST(m4_model, every_alphabet_of_slots_starts_as_the_plain_one)
 
 TEST(m4_model, a_power_of_two_as_total_fills_the_interval_and_the_last_symbol_the_table)
 {
-    // 32 slots with counts of 1: shares of 1024 units, 16 entries of the table for each.
+    // 32 slots with counts of 1: shares of 1024 units, 4 entries of the table for each.
     const slot_models models(32);
     const auto& model = models.model();
     for (u32 sym = 0; sym <= 32; ++sym) EXPECT_EQ(model.cum[sym], 1024 * sym);
     EXPECT_EQ(model.cum[32], 32768U);
     EXPECT_EQ(model.lookup.first[0], 0U);
-    for (u32 entry = 1; entry <= 512; ++entry)
-        EXPECT_EQ(model.lookup.first[entry], (entry - 1) / 16) << entry;
-    EXPECT_EQ(model.lookup.first[512], 31U);
+    for (u32 entry = 1; entry <= 128; ++entry)
+        EXPECT_EQ(model.lookup.first[entry], (entry - 1) / 4) << entry;
+    EXPECT_EQ(model.lookup.first[128], 31U);
     EXPECT_TRUE(models.good());
 }
 
