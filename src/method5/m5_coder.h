@@ -11,9 +11,9 @@ namespace quarnex {
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
-/// More bytes than the coder moves or loads in a token.  The longest is a match, whose distance has up to
-/// ten modelled bits, or eight and direct ones; a modelled bit moves up to two bytes, a group of
-/// direct bits up to three.
+/// More bytes than the coder moves or loads in a token.  The longest is a match, whose distance has
+/// up to ten modelled bits, or eight and direct ones; a modelled bit moves up to two bytes, a group
+/// of direct bits up to three.
 inline constexpr u32 m5_token_max_bytes =
     2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 3;
 
