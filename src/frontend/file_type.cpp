@@ -2,9 +2,9 @@
 
 #include "common/bytes.h"
 #include "common/lower_case.h"
-#include "common/platform.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <string>
 
@@ -22,8 +22,8 @@ constexpr u32 up_to_extended = up_to_iso | set_of(extended_text);
 
 /// The classes of the bytes in a text, as they are and when they are read as EBCDIC.
 struct class_sets {
-    u32 as_ascii;
-    u32 as_ebcdic;
+    u32 as_ascii = 0;
+    u32 as_ebcdic = 0;
 
     bool has_non_text() const { return (as_ascii & set_of(non_text)) != 0; }
 };
@@ -33,20 +33,29 @@ constexpr bool is_within(u32 classes, u32 allowed)
     return (classes & ~allowed) == 0;
 }
 
-class_sets find_classes(std::span<const u8> text)
+void add_classes(std::span<const u8> piece, class_sets& found)
 {
-    // Both classes of a byte, as sets: one bit in the low nibble, one in the high one.
-    static constexpr auto both_of = [] {
-        std::array<u8, 256> sets{};
-        for (usize i = 0; i < sets.size(); ++i) {
-            sets[i] = static_cast<u8>(set_of(text_chars[i]) | set_of(text_chars[ebcdic_to_ascii[i]])
-                                                                  << 4);
-        }
-        return sets;
-    }();
-    u32 found = 0;
-    for (const u8 byte : text) found |= both_of[byte];
-    return {found & 0xF, found >> 4};
+    std::array<bool, 256> occurs{};
+    for (const u8 byte : piece) occurs[byte] = true;
+    for (usize i = 0; i < occurs.size(); ++i) {
+        if (!occurs[i]) continue;
+        found.as_ascii |= set_of(text_chars[i]);
+        found.as_ebcdic |= set_of(text_chars[ebcdic_to_ascii[i]]);
+    }
+}
+
+/// The classes of a sample, or of its start if that can only be UTF-16 or no text at all.
+class_sets find_classes(std::span<const u8> sample)
+{
+    constexpr usize piece_bytes = 1U << 14;
+    class_sets found;
+    while (!sample.empty()) {
+        const usize size = std::min(sample.size(), piece_bytes);
+        add_classes(sample.first(size), found);
+        if (found.has_non_text() && !is_within(found.as_ebcdic, up_to_iso)) break;
+        sample = sample.subspan(size);
+    }
+    return found;
 }
 
 /// Whether a text without non-text bytes is UTF-8 and has more in it than ASCII.
@@ -105,14 +114,10 @@ type_number classify_text(std::span<const u8> sample)
 
 type_number classify_name(std::string_view name)
 {
-    constexpr usize reach = 10; // no further from the name's end is a dot looked for
     constexpr usize shortest = 2;
-    constexpr std::array<char, 2> stops{'.', path_separator};
-    const std::string_view tail = name.substr(name.size() - std::min(name.size(), reach));
-    const usize stop = tail.find_last_of(std::string_view(stops.data(), stops.size()));
-    if (stop == std::string_view::npos || tail[stop] != '.') return type_unknown;
-
-    std::string extension(tail.substr(stop + 1));
+    const usize dot = name.rfind('.');
+    if (dot == std::string_view::npos) return type_unknown;
+    std::string extension(name.substr(dot + 1)); // with a separator in it, it is in no row
     if (extension.size() < shortest) return type_unknown;
     std::transform(extension.begin(), extension.end(), extension.begin(), lower_case);
     const auto row = std::find_if(extension_table.begin(), extension_table.end(),

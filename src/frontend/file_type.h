@@ -14,7 +14,7 @@
 namespace quarnex {
 
 /// The type of a text, or type_unknown if `sample` is none.  A sequence that the sample's end cuts
-/// off is no fault.
+/// off is no fault, and doesn't count as one.
 type_number classify_text(std::span<const u8> sample);
 
 /// The type that belongs to the extension of a file's name (with or without its path), or

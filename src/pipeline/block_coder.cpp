@@ -68,7 +68,7 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
     if (job.in_len != 0) {
         const block_result result = run_codec(*encoder_table[job.parameters.method], job, length);
         if (result != block_result::done) return result;
-        if (static_cast<u32>(length) > job.in_len) length = store_block(job);
+        if (static_cast<u32>(length) >= job.in_len) length = store_block(job);
     }
     job.in_alloc.reset();
     pack_record_head(record.buf.get(), {static_cast<u32>(length), 0});

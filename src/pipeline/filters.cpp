@@ -86,7 +86,7 @@ void x86_filter(std::span<u8> block, filter_use use)
         last = pos;
         skipped = gap < 4 ? skipped << (gap - 1) & 7 : 0;
         if (!is_moved(data + pos, skipped)) {
-            skipped = (skipped << 1 & 7) | 1;
+            skipped = skipped << 1 | 1;
             ++pos;
             continue;
         }
