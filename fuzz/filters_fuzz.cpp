@@ -4,6 +4,8 @@
 #include "frontend/file_type.h"
 #include "fuzz_target.h"
 #include "pipeline/filters.h"
+#include "plain/plain_file_type.h"
+#include "plain/plain_filters.h"
 
 #include <algorithm>
 #include <span>
@@ -12,16 +14,31 @@
 namespace quarnex::fuzz {
 namespace {
 
+/// What the plain filter of `flags` makes of a block.
+bytes filter_plainly(u8 flags, const bytes& block, filter_use use)
+{
+    switch (flags & filter_mask) {
+    case filter_x86:
+        return test::plain_x86_filter(block, use == filter_use::apply);
+    case filter_delta:
+        return test::plain_delta_filter(block, use == filter_use::apply);
+    default:
+        return block;
+    }
+}
+
 void expect_inverse(u8 flags, const bytes& block, filter_use use, filter_use inverse)
 {
     bytes data(block); // ends where the block does
     run_filter(flags, data, use);
+    require(data == filter_plainly(flags, block, use), "a filter does what the plain one does");
     run_filter(flags, data, inverse);
     require(data == block, "the directions of a filter are inverses");
 }
 
 void expect_sound(const bytes& sample, const bytes& name)
 {
+    require(classify_text(sample) == test::plain_text_type(sample), "a text has its type");
     file_parameters parameters;
     classify_file(sample, {reinterpret_cast<const char*>(name.data()), name.size()}, parameters);
     require(parameters.lit_ctx_bits <= 8, "there are codecs for the contexts");

@@ -1,9 +1,11 @@
 #include "frontend/file_type.h"
 
 #include "common/platform.h"
+#include "plain/plain_file_type.h"
 #include "support/shapes.h"
 
 #include <algorithm>
+#include <array>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -108,6 +110,8 @@ TEST(classify_text, a_valid_utf8_file_with_one_control_character_0x01_is_not_typ
 {
     EXPECT_EQ(type_around({0xC3, 0xA9, 0x01}), 0U);
     EXPECT_EQ(type_around({0x01, 0xC3, 0xA9}), 0U);
+    // Unless it is a text of EBCDIC: "Bz" and the next line.
+    EXPECT_EQ(type_of({0xC2, 0xA9, 0x15}), 39U);
 }
 
 TEST(classify_text, a_sequence_that_the_end_cuts_off_is_no_fault_and_none)
@@ -290,6 +294,46 @@ TEST(classify_name, a_separator_ends_the_search)
     EXPECT_EQ(type_of_name("a.exe" + separator + "txt"), 0U);
     EXPECT_EQ(type_of_name("dir.d" + separator + "name.exe"), 4U);
     EXPECT_EQ(type_of_name("dir" + separator + ".exe"), 4U);
+}
+
+TEST(classify_text, finds_what_the_plain_classifier_finds)
+{
+    const std::vector<bytes> starts{{}, {0xEF, 0xBB, 0xBF}, {0xFF, 0xFE}, {0xFE, 0xFF}, {0xC3}};
+    const std::vector<bytes> alphabets{
+        {'a', '\n', 0xC3, 0xA9},
+        {'a', 0xE2, 0x82, 0xAC, 0x80},
+        {'a', 0x01, 0xC3, 0xA9},
+        {'a', 0, 'b', 0, 0xFF, 0x04},
+        {0x40, 0xC1, 0xA9, 0x15, 0x25},
+        {'a', 0x85, 0x9F, 0xA0, 0xFF},
+        {'a', 0xC3, 0xA9, 0xF0, 0xF8, 0xFC, 0xFE, 0xBF, 0x15, 0x40, 0x7F},
+    };
+    test::random_source random(1);
+    std::array<u32, 40> found{};
+    for (int i = 0; i < 200000; ++i) {
+        bytes sample = starts[random.below(static_cast<u32>(starts.size()))];
+        const bytes& alphabet = alphabets[random.below(static_cast<u32>(alphabets.size()))];
+        const u32 letters = 1 + random.below(static_cast<u32>(alphabet.size()));
+        for (u32 left = random.below(9); left != 0; --left)
+            sample.push_back(alphabet[random.below(letters)]);
+        ASSERT_EQ(type_of(sample), test::plain_text_type(sample)) << testing::PrintToString(sample);
+        ++found[type_of(sample)];
+    }
+    for (u32 type = 32; type <= 39; ++type) EXPECT_GT(found[type], 100U) << type;
+    EXPECT_GT(found[0], 100U);
+}
+
+TEST(classify_text, binary_data_decide_wherever_they_stand)
+{
+    for (const usize size : {16383U, 16384U, 16385U, 100000U}) {
+        bytes sample = test::find_shape("text").make(size, 1);
+        EXPECT_EQ(type_of(sample), 32U);
+        for (const usize place : {usize{0}, size / 2, size - 1}) {
+            bytes binary = sample;
+            binary[place] = 0;
+            EXPECT_EQ(type_of(binary), 0U) << size << ' ' << place;
+        }
+    }
 }
 
 // Files

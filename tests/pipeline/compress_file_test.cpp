@@ -104,14 +104,16 @@ void answer(std::span<const u8> sample, std::string_view name, file_parameters& 
 
 class compress_classified : public compress_driver {
   protected:
-    void run_classified(const bytes& content, u8 filter)
+    void run_classified(const bytes& content, u8 filter, u16 block_mb = 1)
     {
         classifier_calls.clear();
         answered_filter = filter;
         write_file(dir / "in", content);
         expect_success(run_driver(GetParam(), direction::compress, [&](pipeline_state& state) {
             state.classify = answer;
-            return compress_file(state, quick_parameters, dir / "in", dir / "out");
+            file_parameters parameters = quick_parameters;
+            parameters.block_mb = block_mb;
+            return compress_file(state, parameters, dir / "in", dir / "out");
         }));
     }
 };
@@ -121,10 +123,12 @@ INSTANTIATE_TEST_SUITE_P(, compress_classified, testing::Values(0, 1, 3), worker
 TEST_P(compress_classified, the_classifier_sees_the_first_mib_and_the_source_name_once)
 {
     const bytes content = find_shape("random").make(2 * mib + 5, 6);
-    run_classified(content, 0);
-    ASSERT_EQ(classifier_calls.size(), 1U);
-    EXPECT_TRUE(classifier_calls[0].sample == bytes(content.begin(), content.begin() + mib));
-    EXPECT_EQ(classifier_calls[0].name, dir / "in");
+    for (const u16 block_mb : {u16{1}, u16{2}, u16{4}}) {
+        run_classified(content, 0, block_mb);
+        ASSERT_EQ(classifier_calls.size(), 1U);
+        EXPECT_TRUE(classifier_calls[0].sample == bytes(content.begin(), content.begin() + mib));
+        EXPECT_EQ(classifier_calls[0].name, dir / "in");
+    }
 }
 
 TEST_P(compress_classified, the_classifier_sees_all_of_a_smaller_file)

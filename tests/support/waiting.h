@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <thread>
 #include <unistd.h>
 
 namespace quarnex::test {
@@ -26,6 +27,17 @@ inline std::future<void> in_thread(std::function<void()> body)
 inline bool still_waits(const std::future<void>& thread)
 {
     return thread.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
+}
+
+/// Whether a condition holds now or within some seconds.
+inline bool becomes_true(const std::function<bool()>& condition)
+{
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 inline bool comes_to_its_end(const std::future<void>& thread)
