@@ -211,22 +211,5 @@ TEST_P(m1_encoder_property, finds_matches_beyond_the_reach_of_medium_tokens)
 
 INSTANTIATE_TEST_SUITE_P(levels, m1_encoder_property, testing::ValuesIn(levels));
 
-TEST(m1_encoder, a_level_that_is_not_built_fails)
-{
-    EXPECT_EQ(test::run_encoder(bytes(100), parameters_of(1, 8)).result, -1);
-    EXPECT_EQ(test::run_encoder(bytes(100), parameters_of(1, 9)).result, -1);
-}
-
-TEST(m1_encoder, a_level_above_9_searches_rings)
-{
-    const bytes block = test::find_shape("text").make(5000, 1);
-    file_parameters parameters = parameters_of(1, 5, 12);
-    const bytes expected = encode(block, parameters);
-    for (const u8 level : {u8{10}, u8{255}}) {
-        parameters.level = level;
-        EXPECT_EQ(encode(block, parameters), expected);
-    }
-}
-
 } // namespace
 } // namespace quarnex

@@ -3,7 +3,6 @@
 
 #include "method3/m3_streams.h"
 #include "support/codec_runs.h"
-#include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -52,27 +51,12 @@ bytes write_tokens(const m3_block& block)
 
 // Blocks that are stored
 
-TEST(m3_encoder, an_in_len_of_0_gives_the_result_0)
-{
-    for (u8 level = 0; level < levels; ++level)
-        EXPECT_EQ(run_encoder({}, m3_parameters(level)).result, 0);
-}
-
 TEST(m3_encoder, a_one_byte_block_goes_out_raw_with_the_same_byte)
 {
     EXPECT_EQ(write_tokens(m3_block()), bytes{'a'});
     for (u8 level = 0; level < levels; ++level) {
         EXPECT_EQ(run_encoder({7}, m3_parameters(level)).result, 1);
         EXPECT_EQ(encode({7}, m3_parameters(level)), bytes{7});
-    }
-}
-
-TEST(m3_encoder, incompressible_data_come_out_as_the_raw_block)
-{
-    const bytes block = test::find_shape("random").make(5000, 1);
-    for (u8 level = 0; level < levels; ++level) {
-        EXPECT_EQ(run_encoder(block, m3_parameters(level)).result, 5000);
-        EXPECT_EQ(encode(block, m3_parameters(level)), block);
     }
 }
 
@@ -254,32 +238,6 @@ TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_large_block
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m3_encoder_property, testing::Range(u8{0}, levels));
-
-TEST(m3_encoder, levels_that_are_not_built_fail)
-{
-    for (const u8 level : {u8{8}, u8{9}})
-        EXPECT_EQ(run_encoder(bytes(100), m3_parameters(level)).result, -1);
-}
-
-TEST(m3_encoder, without_memory_for_its_table_it_fails)
-{
-    for (u8 level = 0; level < levels; ++level) {
-        const file_parameters parameters = m3_parameters(level, 30); // 4 GiB
-        const test::short_of_memory limit;
-        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
-    }
-}
-
-TEST(m3_encoder, a_level_above_9_searches_rings)
-{
-    const bytes block = test::find_shape("text").make(5000, 1);
-    file_parameters parameters = m3_parameters(5);
-    const bytes expected = encode(block, parameters);
-    for (const u8 level : {u8{10}, u8{255}}) {
-        parameters.level = level;
-        EXPECT_EQ(encode(block, parameters), expected);
-    }
-}
 
 } // namespace
 } // namespace quarnex

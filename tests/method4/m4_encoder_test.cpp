@@ -3,7 +3,6 @@
 
 #include "method4/m4_streams.h"
 #include "support/codec_runs.h"
-#include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
 #include <numeric>
@@ -59,12 +58,6 @@ bytes write_tokens(const m4_block& block, u8 lit_ctx_bits = 0)
 }
 
 // Blocks that are stored
-
-TEST(m4_encoder, an_in_len_of_0_gives_the_result_0)
-{
-    for (u8 level = 0; level < levels; ++level)
-        EXPECT_EQ(run_encoder({}, m4_parameters(level)).result, 0);
-}
 
 TEST(m4_encoder, a_one_byte_block_would_be_the_raw_byte_and_the_flush_and_goes_out_raw)
 {
@@ -258,32 +251,6 @@ TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_large_block
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m4_encoder_property, testing::Range(u8{0}, levels));
-
-TEST(m4_encoder, levels_that_are_not_built_fail)
-{
-    for (const u8 level : {u8{8}, u8{9}})
-        EXPECT_EQ(run_encoder(bytes(100), m4_parameters(level)).result, -1);
-}
-
-TEST(m4_encoder, without_memory_for_its_table_it_fails)
-{
-    for (u8 level = 0; level < levels; ++level) {
-        const file_parameters parameters = m4_parameters(level, 30); // 4 GiB
-        const test::short_of_memory limit;
-        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
-    }
-}
-
-TEST(m4_encoder, a_level_above_9_searches_rings)
-{
-    const bytes block = test::find_shape("text").make(5000, 1);
-    file_parameters parameters = m4_parameters(5);
-    const bytes expected = encode(block, parameters);
-    for (const u8 level : {u8{10}, u8{255}}) {
-        parameters.level = level;
-        EXPECT_EQ(encode(block, parameters), expected);
-    }
-}
 
 } // namespace
 } // namespace quarnex

@@ -3,7 +3,6 @@
 
 #include "method5/m5_streams.h"
 #include "support/codec_runs.h"
-#include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +15,6 @@ using test::encode;
 using test::m5_block;
 using test::parameters_of;
 using test::plain_token;
-using test::run_encoder;
 
 constexpr u8 levels = 8; // that are built
 
@@ -65,26 +63,11 @@ bytes first_match(u32 len, u32 dist)
 
 // Blocks that are stored
 
-TEST(m5_encoder, an_in_len_of_0_gives_the_result_0)
-{
-    for (u8 level = 0; level < levels; ++level)
-        EXPECT_EQ(run_encoder({}, m5_parameters(level)).result, 0);
-}
-
 TEST(m5_encoder, an_in_len_of_1_or_2_is_stored)
 {
     for (u8 level = 0; level < levels; ++level) {
         EXPECT_EQ(encode({7}, m5_parameters(level)), bytes{7});
         EXPECT_EQ(encode({7, 8}, m5_parameters(level)), (bytes{7, 8}));
-    }
-}
-
-TEST(m5_encoder, incompressible_data_come_out_as_the_raw_block)
-{
-    const bytes block = test::find_shape("random").make(5000, 1);
-    for (u8 level = 0; level < levels; ++level) {
-        EXPECT_EQ(run_encoder(block, m5_parameters(level)).result, 5000);
-        EXPECT_EQ(encode(block, m5_parameters(level)), block);
     }
 }
 
@@ -329,32 +312,6 @@ TEST(m5_encoder, positions_of_a_ring_wrap_at_16_mib)
     const bytes payload = encode(block, parameters);
     EXPECT_TRUE(payload == test::m5_plain_stream(block, tokens, 4));
     EXPECT_TRUE(test::decode(payload, block.size(), parameters) == block);
-}
-
-TEST(m5_encoder, levels_that_are_not_built_fail)
-{
-    for (const u8 level : {u8{8}, u8{9}})
-        EXPECT_EQ(run_encoder(bytes(100), m5_parameters(level)).result, -1);
-}
-
-TEST(m5_encoder, without_memory_for_its_table_it_fails)
-{
-    for (u8 level = 0; level < levels; ++level) {
-        const file_parameters parameters = m5_parameters(level, 30); // 4 GiB
-        const test::short_of_memory limit;
-        EXPECT_EQ(run_encoder(bytes(100), parameters).result, -1) << int{level};
-    }
-}
-
-TEST(m5_encoder, a_level_above_9_searches_rings)
-{
-    const bytes block = test::find_shape("text").make(5000, 1);
-    file_parameters parameters = parameters_of(5, 5, 12);
-    const bytes expected = encode(block, parameters);
-    for (const u8 level : {u8{10}, u8{255}}) {
-        parameters.level = level;
-        EXPECT_EQ(encode(block, parameters), expected);
-    }
 }
 
 } // namespace
