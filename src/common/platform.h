@@ -4,14 +4,25 @@
 
 #include "common/types.h"
 
+#include <climits>
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace quarnex {
 
 /// What separates the parts of a path.
 inline constexpr char path_separator = '/';
+
+/// Bytes of a buffer that holds a path, with a zero behind it.
+#if defined(_WIN32)
+inline constexpr usize path_buffer_bytes = 259;
+#else
+inline constexpr usize path_buffer_bytes = PATH_MAX;
+#endif
 
 /// Prepares the process: a write beyond a file-size limit becomes an ordinary write error.
 void prepare_process();
@@ -25,9 +36,27 @@ u32 second_level_cache_kib();
 
 enum class file_kind { regular, directory, other };
 
-/// Looks up what `name` is (links are followed).  Returns false, with errno set and `kind` as it
-/// was, if that fails.
-bool find_kind(const char* name, file_kind& kind);
+/// Which file a name stands for: the same for all names of one file, different for all others.
+struct file_identity {
+    u64 device = 0;
+    u64 number = 0;
+    bool operator==(const file_identity&) const = default;
+};
+
+struct file_status {
+    file_kind kind = file_kind::other;
+    file_identity identity;
+};
+
+/// Looks up what `name` stands for (links are followed).  Nothing, with errno set, if that fails.
+std::optional<file_status> find_status(const char* name);
+
+/// Whether `name` itself is a link to another name.
+bool is_link(const char* name);
+
+/// The names of all that a directory holds, in no order and without "." and "..".  None if it can't
+/// be read.
+std::vector<std::string> list_directory(const char* name);
 
 /// Creates one directory.  Returns false with errno set on failure.
 bool make_directory(const char* name);

@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <dirent.h>
 #include <pthread.h>
+#include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
@@ -42,17 +44,41 @@ u32 second_level_cache_kib()
 #endif
 }
 
-bool find_kind(const char* name, file_kind& kind)
+namespace {
+
+file_kind kind_of(mode_t mode)
+{
+    if (S_ISREG(mode)) return file_kind::regular;
+    return S_ISDIR(mode) ? file_kind::directory : file_kind::other;
+}
+
+} // namespace
+
+std::optional<file_status> find_status(const char* name)
 {
     struct stat status {};
-    if (stat(name, &status) != 0) return false;
-    if (S_ISREG(status.st_mode))
-        kind = file_kind::regular;
-    else if (S_ISDIR(status.st_mode))
-        kind = file_kind::directory;
-    else
-        kind = file_kind::other;
-    return true;
+    if (stat(name, &status) != 0) return {};
+    const file_identity identity{static_cast<u64>(status.st_dev), static_cast<u64>(status.st_ino)};
+    return file_status{kind_of(status.st_mode), identity};
+}
+
+bool is_link(const char* name)
+{
+    struct stat status {};
+    return lstat(name, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+std::vector<std::string> list_directory(const char* name)
+{
+    std::vector<std::string> names;
+    DIR* const stream = opendir(name);
+    if (stream == nullptr) return names;
+    while (const dirent* const entry = readdir(stream)) {
+        const std::string_view found = entry->d_name;
+        if (found != "." && found != "..") names.emplace_back(found);
+    }
+    closedir(stream);
+    return names;
 }
 
 bool make_directory(const char* name)

@@ -1,5 +1,7 @@
 #include "frontend/options.h"
 
+#include "frontend/path.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -102,9 +104,6 @@ void refuse(options& parsed, option_fault fault, std::string text)
 void check_values(options& parsed)
 {
     const file_parameters& parameters = parsed.job_template;
-    if (parsed.recursive) {
-        refuse(parsed, option_fault::not_built, "-r is not built yet");
-    }
     if (parsed.mode == direction::decompress) return;
     if (parameters.block_mb == 0 || parameters.block_mb > most_block_mb) {
         refuse(parsed, option_fault::bad_value,
@@ -124,8 +123,7 @@ void check_values(options& parsed)
 std::string tool_name(const char* path)
 {
     const std::string name = path;
-    const usize separator = name.rfind(path_separator);
-    return separator == std::string::npos ? name : name.substr(separator + 1);
+    return name.substr(last_part(name));
 }
 
 options parse_options(int argc, const char* const* argv, u32 processors)

@@ -3,6 +3,8 @@
 #include "common/platform.h"
 #include "frontend/file_type.h"
 #include "frontend/options.h"
+#include "frontend/path.h"
+#include "frontend/walk.h"
 #include "pipeline/drivers.h"
 
 #include <cerrno>
@@ -42,26 +44,27 @@ int report_fault(const options& parsed, const std::string& tool)
 /// Makes sure that the destination is a directory.  False, and a message, if it can't be one.
 bool settle_destination(const std::string& name)
 {
-    file_kind kind{};
-    if (!find_kind(name.c_str(), kind)) {
+    const auto status = find_status(name.c_str());
+    if (!status) {
         if (make_directory(name.c_str()) || errno == EEXIST) return true;
         std::fprintf(stderr, "cannot create directory '%s'\n", name.c_str());
         return false;
     }
-    if (kind != file_kind::directory) {
+    if (status->kind != file_kind::directory) {
         std::puts("destination is not a directory");
         return false;
     }
     return true;
 }
 
-/// The path of `name`'s last part below `directory`.
-std::string path_below(const std::string& directory, const std::string& name)
+/// Hands the file `source` to the driver; `relative` is its path below the destination.
+i32 run_driver(pipeline_state& state, const options& parsed, const std::string& source,
+               const std::string& relative)
 {
-    std::string path = directory;
-    if (path.empty() || path.back() != path_separator) path += path_separator;
-    const usize separator = name.rfind(path_separator);
-    return path + (separator == std::string::npos ? name : name.substr(separator + 1));
+    const std::string destination = path_below(parsed.destination, relative);
+    return parsed.mode == direction::compress
+               ? compress_file(state, parsed.job_template, source, destination)
+               : decompress_file(state, source, destination);
 }
 
 /// Hands each regular file to the driver, until one fails.  Returns the last result.
@@ -71,30 +74,59 @@ i32 run_plain_loop(pipeline_state& state, const options& parsed)
     file_kind kind = file_kind::other;
     i32 result = driver_done;
     for (const std::string& name : parsed.names) {
-        find_kind(name.c_str(), kind);
+        if (const auto status = find_status(name.c_str())) kind = status->kind;
         if (kind != file_kind::regular) continue;
-        const std::string destination = path_below(parsed.destination, name);
-        result = parsed.mode == direction::compress
-                     ? compress_file(state, parsed.job_template, name, destination)
-                     : decompress_file(state, name, destination);
+        result = run_driver(state, parsed, name, name.substr(last_part(name)));
         if (result != driver_done) break;
     }
     return result;
 }
 
-/// Settles the destination and walks the inputs.  Returns the exit status as far as this thread
-/// knows it.
+/// Makes the directory `path` and those above it, as far as they are missing.  False, and a
+/// message, if that fails.
+bool make_directories(const std::string& path)
+{
+    usize end = 0;
+    do {
+        end = path.find(path_separator, end + 1);
+        if (!make_directory(path.substr(0, end).c_str()) && errno != EEXIST) {
+            std::fprintf(stderr, "cannot create directory '%s'", path.c_str());
+            return false;
+        }
+    } while (end != std::string::npos);
+    return true;
+}
+
+i32 run_on_file(pipeline_state& state, const options& parsed, const walk_entry& file)
+{
+    if (parsed.verbose != 0) std::puts(file.name.c_str());
+    std::fflush(stdout);
+    return run_driver(state, parsed, file.name, file.relative);
+}
+
+/// Rebuilds the directories and hands each regular file to the driver, whatever becomes of the
+/// others.  Returns the result that has ended the run, or that all is done.
+i32 run_walk(pipeline_state& state, const options& parsed)
+{
+    walker inputs(parsed.names, parsed.destination);
+    while (const auto entry = inputs.next()) {
+        if (entry->kind == file_kind::directory) {
+            if (!make_directories(path_below(parsed.destination, entry->relative)))
+                return driver_ends_run;
+        } else if (entry->kind == file_kind::regular) {
+            if (run_on_file(state, parsed, *entry) == driver_ends_run) return driver_ends_run;
+        }
+    }
+    return driver_done;
+}
+
+/// Settles the destination and goes through the inputs.  Returns the exit status as far as this
+/// thread knows it.
 int run_files(pipeline_state& state, const options& parsed)
 {
     if (!settle_destination(parsed.destination)) return status_ended;
-    switch (run_plain_loop(state, parsed)) {
-    case driver_ends_run:
-        return status_ended;
-    case driver_not_built:
-        return status_bad;
-    default:
-        return status_good; // a driver's failure has only stopped the loop
-    }
+    const i32 result = parsed.recursive ? run_walk(state, parsed) : run_plain_loop(state, parsed);
+    return result == driver_ends_run ? status_ended : status_good; // a failure has only stopped it
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -32,7 +33,8 @@ void pipeline_state::settle(output_file& file, u32 block_index, direction mode)
 
 std::shared_ptr<output_file> pipeline_state::create_destination(const std::string& name)
 {
-    if (!destinations_.insert(name).second) under_way_.wait_for_none();
+    const std::string path = std::filesystem::path(name).lexically_normal().string();
+    if (!destinations_.insert(path).second) under_way_.wait_for_none();
     auto file = output_file::create(name);
     if (!file) {
         std::fprintf(stderr, "creat error '%s' '%s'\n", name.c_str(), std::strerror(errno));

@@ -1,5 +1,6 @@
 #include "common/platform.h"
 
+#include "support/process_entries.h"
 #include "support/scoped_limits.h"
 #include "support/temp_dir.h"
 
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -69,12 +71,11 @@ TEST(platform, file_size_is_0_for_an_empty_file_and_a_device)
 
 std::optional<file_kind> kind_of(const std::string& name)
 {
-    file_kind kind{};
-    if (!find_kind(name.c_str(), kind)) return {};
-    return kind;
+    const auto status = find_status(name.c_str());
+    return status ? std::optional(status->kind) : std::nullopt;
 }
 
-TEST(platform, find_kind_tells_files_directories_and_others_apart)
+TEST(platform, find_status_tells_files_directories_and_others_apart)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -83,7 +84,7 @@ TEST(platform, find_kind_tells_files_directories_and_others_apart)
     EXPECT_EQ(kind_of("/dev/null"), file_kind::other);
 }
 
-TEST(platform, find_kind_follows_links)
+TEST(platform, find_status_follows_links)
 {
     const temp_dir dir;
     std::filesystem::create_symlink(dir.path(), dir / "link");
@@ -92,16 +93,92 @@ TEST(platform, find_kind_follows_links)
     EXPECT_EQ(kind_of(dir / "broken"), std::nullopt);
 }
 
-TEST(platform, find_kind_keeps_the_kind_on_failure)
+TEST(platform, find_status_tells_why_it_fails)
 {
     const temp_dir dir;
-    for (const file_kind before : {file_kind::regular, file_kind::directory, file_kind::other}) {
-        file_kind kind = before;
-        errno = 0;
-        EXPECT_FALSE(find_kind((dir / "missing").c_str(), kind));
-        EXPECT_EQ(errno, ENOENT);
-        EXPECT_EQ(kind, before);
-    }
+    test::write_file(dir / "file", {});
+    errno = 0;
+    EXPECT_FALSE(find_status((dir / "missing").c_str()));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(find_status((dir / "file/").c_str()));
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+file_identity identity_of(const std::string& name)
+{
+    const auto status = find_status(name.c_str());
+    if (!status) std::abort();
+    return status->identity;
+}
+
+TEST(platform, an_identity_is_the_same_for_all_names_of_a_file)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    std::filesystem::create_symlink("file", dir / "link");
+    std::filesystem::create_hard_link(dir / "file", dir / "second");
+    EXPECT_EQ(identity_of(dir / "link"), identity_of(dir / "file"));
+    EXPECT_EQ(identity_of(dir / "second"), identity_of(dir / "file"));
+    EXPECT_EQ(identity_of(dir / "./"), identity_of(dir.path()));
+}
+
+TEST(platform, an_identity_is_another_for_each_file)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    test::write_file(dir / "other", {});
+    EXPECT_NE(identity_of(dir / "file"), identity_of(dir / "other"));
+    EXPECT_NE(identity_of(dir.path()), identity_of(dir / ".."));
+    // The roots of many file systems have the same number.
+    const file_identity here{1, 2};
+    EXPECT_NE(here, (file_identity{2, 2}));
+    EXPECT_NE(here, (file_identity{1, 1}));
+}
+
+TEST(platform, is_link_looks_at_the_name_itself)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    std::filesystem::create_symlink("file", dir / "link");
+    std::filesystem::create_symlink("nothing", dir / "broken");
+    EXPECT_TRUE(is_link((dir / "link").c_str()));
+    EXPECT_TRUE(is_link((dir / "broken").c_str()));
+    EXPECT_FALSE(is_link((dir / "file").c_str()));
+    EXPECT_FALSE(is_link(dir.path().c_str()));
+    EXPECT_FALSE(is_link((dir / "missing").c_str()));
+}
+
+TEST(platform, list_directory_gives_all_names)
+{
+    const temp_dir dir;
+    std::set<std::string> names{".hidden", "...", "with space", "\xff"};
+    for (int i = 0; i < 2000; ++i) names.insert(std::to_string(i));
+    for (const std::string& name : names) test::write_file(dir / name, {});
+    std::filesystem::create_directory(dir / "folder");
+    std::filesystem::create_symlink("nothing", dir / "broken");
+    names.insert({"folder", "broken"});
+
+    const std::vector<std::string> found = list_directory(dir.path().c_str());
+    EXPECT_EQ(found.size(), names.size());
+    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names);
+}
+
+TEST(platform, list_directory_gives_no_names_of_what_cannot_be_read)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    EXPECT_TRUE(list_directory((dir / "file").c_str()).empty());
+    EXPECT_TRUE(list_directory((dir / "missing").c_str()).empty());
+    std::filesystem::create_directory(dir / "empty");
+    EXPECT_TRUE(list_directory((dir / "empty").c_str()).empty());
+}
+
+TEST(platform, list_directory_holds_no_descriptor)
+{
+    const temp_dir dir;
+    const usize before = test::open_descriptors();
+    list_directory(dir.path().c_str());
+    EXPECT_EQ(test::open_descriptors(), before);
 }
 
 TEST(platform, make_directory_makes_one_and_no_parents)

@@ -13,11 +13,13 @@ class not_built : public program_fixture {
         EXPECT_EQ(result.status, 1);
     }
 
+    /// Expects that the file ends the plain loop and the walk.
     void expect_no_output(const qrx_file& file)
     {
         put("a.qrx", build_qrx(file));
         for (const char* threads : {"-p0", "-p2"}) {
-            expect_one_line(run({"-d", threads, "a.qrx", "out"}));
+            expect_one_line(run({"-d", threads, "a.qrx", "a.qrx", "out"}));
+            expect_one_line(run({"-d", threads, "-r", "a.qrx", "a.qrx", "out"}));
             EXPECT_FALSE(exists("out/a"));
         }
     }
@@ -31,14 +33,6 @@ TEST_F(not_built, methods_and_levels)
         expect_one_line(run({option, "a", "out"}));
         EXPECT_FALSE(exists("out"));
     }
-}
-
-TEST_F(not_built, recursion)
-{
-    put("a", random_data(10));
-    expect_one_line(run({"-10", "-r", "a", "out"}));
-    expect_one_line(run({"-d", "-r", "a", "out"}));
-    EXPECT_FALSE(exists("out"));
 }
 
 TEST_F(not_built, files_of_method_2)

@@ -1,0 +1,24 @@
+// frontend/path.h - paths taken apart and put together
+#pragma once
+
+#include "common/platform.h"
+
+#include <string>
+
+namespace quarnex {
+
+/// Where the last part of `path` starts: behind its last separator.
+inline usize last_part(const std::string& path)
+{
+    const usize separator = path.rfind(path_separator);
+    return separator == std::string::npos ? 0 : separator + 1;
+}
+
+/// The path of `relative` below `directory`.
+inline std::string path_below(const std::string& directory, const std::string& relative)
+{
+    const bool separated = !directory.empty() && directory.back() == path_separator;
+    return separated ? directory + relative : directory + path_separator + relative;
+}
+
+} // namespace quarnex

@@ -1,0 +1,101 @@
+#include "frontend/walk.h"
+
+#include "frontend/path.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace quarnex {
+namespace {
+
+bool fits_path_buffer(const std::string& name)
+{
+    return name.size() < path_buffer_bytes;
+}
+
+std::optional<file_identity> find_identity(const std::string& name)
+{
+    const auto status = find_status(name.c_str());
+    return status ? std::optional(status->identity) : std::nullopt;
+}
+
+} // namespace
+
+dir_walk::dir_walk(const std::string& root, std::optional<file_identity> excluded)
+    : relative_start_(last_part(root)), excluded_(excluded)
+{
+    open(root);
+}
+
+void dir_walk::open(const std::string& directory)
+{
+    std::vector<std::string> names = list_directory(directory.c_str());
+    std::sort(names.rbegin(), names.rend());
+    levels_.push_back({directory, std::move(names)});
+}
+
+std::optional<walk_entry> dir_walk::next()
+{
+    while (!levels_.empty()) {
+        level& top = levels_.back();
+        if (top.names.empty()) {
+            levels_.pop_back();
+            continue;
+        }
+        const std::string name = path_below(top.directory, top.names.back());
+        top.names.pop_back();
+        const auto kind = find_kind(name);
+        if (!kind) continue;
+        if (*kind == file_kind::directory && levels_.size() < most_levels) open(name);
+        return walk_entry{name, name.substr(relative_start_), *kind};
+    }
+    return {};
+}
+
+/// What `name` is, or nothing if it is left out.
+std::optional<file_kind> dir_walk::find_kind(const std::string& name) const
+{
+    if (!fits_path_buffer(name)) return {};
+    const auto status = find_status(name.c_str());
+    if (!status) return {};
+    if (status->kind != file_kind::directory) return status->kind;
+    if (status->identity == excluded_ || is_link(name.c_str())) return {};
+    return file_kind::directory;
+}
+
+walker::walker(std::span<const std::string> names, const std::string& destination)
+    : names_(names), destination_(find_identity(destination))
+{
+    if (!names.empty() && !fits_path_buffer(names.front())) names_ = {};
+}
+
+std::optional<walk_entry> walker::next()
+{
+    auto entry = below_.next();
+    while (!entry && !names_.empty()) {
+        entry = start(names_.front());
+        names_ = names_.subspan(1);
+    }
+    return entry;
+}
+
+/// Begins with a name of the list: the name itself comes first.
+std::optional<walk_entry> walker::start(const std::string& name)
+{
+    const auto status = find_status(name.c_str());
+    if (!status) {
+        std::fprintf(stderr, "%s: %s\n", name.c_str(), std::strerror(errno));
+        return {};
+    }
+    if (status->identity == destination_) {
+        std::fprintf(stderr, "%s: skipped, it is the destination\n", name.c_str());
+        return {};
+    }
+    if (status->kind == file_kind::directory) below_ = dir_walk(name, destination_);
+    return walk_entry{name, name.substr(last_part(name)), status->kind};
+}
+
+} // namespace quarnex
