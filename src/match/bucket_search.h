@@ -204,14 +204,14 @@ found_match find_best(const block_text& text, const Table& table, const u32* buc
 {
     if (pos + Table::barred_bytes >= text.size) return {0, 0};
     typename Table::walk walk(table, bucket);
-    while (!text.same_word(walk.cand(), pos)) {
+    while (!text.matches(pos, walk.cand())) {
         walk.next();
         if (walk.done()) return {0, 0};
     }
     found_match best{text.match_length(pos, walk.cand()), pos - walk.cand()};
     for (walk.next(); !walk.done(); walk.next()) {
         const u32 cand = walk.cand();
-        if (!Table::may_win(text, pos, cand, best) || !text.same_word(cand, pos)) continue;
+        if (!Table::may_win(text, pos, cand, best) || !text.matches(pos, cand)) continue;
         const found_match found{text.match_length(pos, cand), pos - cand};
         const auto longer = static_cast<i32>(found.len - best.len);
         if (better_match(longer, best.dist, found.dist)) best = found;

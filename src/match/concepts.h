@@ -32,4 +32,11 @@ concept token_writer = std::convertible_to<decltype(W::first_pos), u32> &&
     writer.match(pos, len, dist);
 };
 
+/// The longest distance that a writer has a code for: its `max_dist`, or any if it names none.
+template <token_writer W>
+inline constexpr u32 longest_dist = [] {
+    if constexpr (requires { W::max_dist; }) return W::max_dist;
+    return UINT32_MAX;
+}();
+
 } // namespace quarnex

@@ -46,7 +46,7 @@ template <u32 Ahead>
                                             found_match best)
 {
     const u32 next = pos + Ahead;
-    if (!text.same_word(cand, next)) return {best, false};
+    if (!text.matches(next, cand)) return {best, false};
     const u32 len = text.match_length(next, cand);
     const u32 dist = next - cand;
     const auto longer = static_cast<i32>(len - best.len);

@@ -64,7 +64,7 @@ template <inserts Inserts, token_writer Writer>
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         const u32 cand = table.exchange(text, pos);
-        if (!text.same_word(cand, pos)) {
+        if (!text.matches(pos, cand)) {
             out.literal(pos++);
             continue;
         }
@@ -88,7 +88,7 @@ template <token_writer Writer>
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         const u32 cand = table.exchange(text, pos);
-        if (!text.same_word(cand, pos)) {
+        if (!text.matches(pos, cand)) {
             out.literal(pos++);
             continue;
         }

@@ -18,7 +18,8 @@ template <auto Search, class Job, token_writer Writer>
 i32 encode_with(const Job& job, Writer out)
 {
     const search_bits bits{job.parameters.hash_bits, job.parameters.chain_bits};
-    std::optional<Writer> written = Search(block_text{job.in_buf, job.in_len}, bits, out);
+    std::optional<Writer> written =
+        Search(block_text{job.in_buf, job.in_len, longest_dist<Writer>}, bits, out);
     return written ? shorter_stream(job, written->finish()) : -1;
 }
 

@@ -19,16 +19,19 @@ static_assert(equal_bytes_overread <= search_reads_past);
 struct block_text {
     const u8* data; // the block, with at least search_reads_past readable bytes behind it
     u32 size;       // bytes in the block
+    u32 max_dist = UINT32_MAX; // candidates farther back don't count
 
     u32 word(u32 pos) const { return load_u32(data + pos); }
     u32 hash(u32 pos, i32 bits) const { return hash4(word(pos), bits); }
     bool same_byte(u32 a, u32 b) const { return data[a] == data[b]; }
     bool same_two(u32 a, u32 b) const { return load_u16(data + a) == load_u16(data + b); }
     bool same_word(u32 a, u32 b) const { return word(a) == word(b); }
+    /// Whether there is a match of `cand`, a position in front, at `pos`.
+    bool matches(u32 pos, u32 cand) const { return same_word(cand, pos) && pos - cand <= max_dist; }
     /// Where the eight bytes from `a` and from `b` on differ, the first in the lowest byte.
     u64 difference(u32 a, u32 b) const { return load_u64(data + a) ^ load_u64(data + b); }
 
-    /// Length of the match of `cand` at `pos`, given that their words are equal: at least 4, and
+    /// Length of the match of `cand` at `pos`, which matches it: at least 4, and
     /// beyond that never past the block's end.
     u32 match_length(u32 pos, u32 cand) const
     {

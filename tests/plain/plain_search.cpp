@@ -67,6 +67,7 @@ bool better(i64 longer, u32 dist, u32 cand_dist)
 
 struct searcher {
     const bytes& block;
+    u32 longest_dist;
     u32 hash_bits;
     plain_table table;
     std::vector<plain_token> tokens{};
@@ -89,14 +90,16 @@ struct searcher {
         return byte_at(pos + index) == byte_at(cand + index);
     }
 
-    bool same_word(u32 pos, u32 cand) const
+    /// Whether two positions have the same word, and a match can tell of both.
+    bool can_match(u32 pos, u32 cand) const
     {
+        if (pos - cand > longest_dist) return false;
         for (u32 i = 0; i < 4; ++i)
             if (!same_byte(pos, cand, i)) return false;
         return true;
     }
 
-    /// The match of two positions with the same word, which may reach behind the block.
+    /// The match of two positions that can match, which may reach behind the block.
     plain_token match(u32 pos, u32 cand) const
     {
         u32 len = 4;
@@ -120,13 +123,13 @@ struct searcher {
         return same_byte(pos, cand, len - 3) && same_byte(pos, cand, len - 2);
     }
 
-    /// The best match of some candidates; a literal if none has the word of `pos`.
+    /// The best match of some candidates; a literal if none can match `pos`.
     plain_token best_of(u32 pos, const std::vector<u32>& cands) const
     {
         plain_token best{1, 0};
         if (table.kind == bucket_kind::pair && pos + 4 >= block.size()) return best;
         for (const u32 cand : cands) {
-            if (!same_word(pos, cand)) continue;
+            if (!can_match(pos, cand)) continue;
             const bool first = best.dist == 0;
             if (!first && !worth_measuring(pos, cand, best.len)) continue;
             const plain_token other = match(pos, cand);
@@ -142,7 +145,7 @@ struct searcher {
         const u32 next = pos + step;
         for (const u32 cand : candidates(next)) {
             if (!same_byte(next, cand, step == 1 ? best.len - 1 : best.len)) continue;
-            if (!same_word(next, cand)) continue;
+            if (!can_match(next, cand)) continue;
             const plain_token other = match(next, cand);
             const i64 longer = i64{other.len} - best.len;
             if (cand != pos && same_before(pos, cand, step) &&
@@ -192,7 +195,7 @@ std::vector<plain_token> plain_search(const bytes& block, const plain_rules& rul
 {
     const u32 first_pos = rules.first_pos;
     const bool greedy = level == 0 || (level == 1 && !rules.level_1_is_lazy);
-    searcher search{block, hash_bits,
+    searcher search{block, rules.longest_dist, hash_bits,
                     level <= 2   ? slot_table(hash_bits)
                     : level == 3 ? pair_table(hash_bits, rules.pair_start)
                                  : ring_table(hash_bits, chain_bits)};

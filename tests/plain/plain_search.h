@@ -19,12 +19,14 @@ struct plain_token {
 
 /// What differs between the searches of the methods.
 struct plain_rules {
-    u32 first_pos;        // the bytes before it are sent raw
-    bool level_0_inserts; // whether level 0 enters positions inside a match
-    bool level_1_is_lazy; // or greedy, with positions inside a match entered
-    u32 pair_start;       // the position that fills the table of level 3 at the start
+    u32 first_pos;                 // the bytes before it are sent raw
+    bool level_0_inserts;          // whether level 0 enters positions inside a match
+    bool level_1_is_lazy;          // or greedy, with positions inside a match entered
+    u32 pair_start;                // the position that fills the table of level 3 at the start
+    u32 longest_dist = 0xFFFFFFFF; // a candidate farther away counts as none
 };
 inline constexpr plain_rules m1_rules{1, false, false, 0};
+inline constexpr plain_rules m2_rules{1, false, false, 0, 1U << 25};
 inline constexpr plain_rules m3_rules{1, false, false, 0};
 inline constexpr plain_rules m4_rules{1, false, true, 0};
 inline constexpr plain_rules m5_rules{2, true, true, 1};
