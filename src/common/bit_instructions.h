@@ -6,7 +6,17 @@
 
 #include "common/types.h"
 
+#include <bit>
+
 namespace quarnex {
+
+/// Holds compilers from computing a value only where it is used, for one that the next step of a
+/// hot loop waits for.
+[[gnu::always_inline]] inline u64 computed_here(u64 value)
+{
+    asm("" : "+r"(value));
+    return value;
+}
 
 /// Where a field of a word lies, 1 to 31 bits wide, in the forms that the functions below want.
 struct bit_field {
@@ -27,6 +37,11 @@ struct portable_bits {
     {
         return word >> field.shift & field.mask;
     }
+    /// Number of zeros above the highest bit that is set; 64 if there is none.
+    [[gnu::always_inline]] static u64 leading_zeros(u64 word)
+    {
+        return static_cast<u64>(std::countl_zero(word));
+    }
 };
 
 #if defined(__x86_64__)
@@ -39,6 +54,12 @@ struct fast_bits {
         u64 bits;
         asm("bextrq %2, %1, %0" : "=r"(bits) : "r"(word), "r"(u64{field.control}) : "cc");
         return bits;
+    }
+    [[gnu::always_inline]] static u64 leading_zeros(u64 word)
+    {
+        u64 zeros;
+        asm("lzcntq %1, %0" : "=r"(zeros) : "r"(word) : "cc");
+        return zeros;
     }
 };
 

@@ -21,7 +21,7 @@ class bit_reader {
     /// Makes the window hold at least least_bits.
     void refill()
     {
-        window_ |= byte_swap(load_u64(in_)) >> held_;
+        window_ |= load_u64_high_first(in_) >> held_;
         in_ += (63 - held_) / 8;
         held_ |= 56;
     }

@@ -21,7 +21,7 @@ class bit_writer {
         held_ = held_ << count | bits;
         held_bits_ += count;
         // Of these 8 bytes the whole ones are settled.  (Two shifts, as 64 at once are too many.)
-        store_u64(out_, byte_swap(held_ << 1 << (63 - held_bits_)));
+        store_u64_high_first(out_, held_ << 1 << (63 - held_bits_));
         out_ += held_bits_ / 8;
         held_bits_ %= 8;
     }

@@ -53,6 +53,11 @@ inline u64 load_u64(const u8* from)
 {
     return load_le<u64>(from);
 }
+/// Reads eight bytes, the first of them the highest.
+inline u64 load_u64_high_first(const u8* from)
+{
+    return byte_swap(load_u64(from));
+}
 inline void store_u16(u8* to, u16 value)
 {
     store_le(to, value);
@@ -64,6 +69,11 @@ inline void store_u32(u8* to, u32 value)
 inline void store_u64(u8* to, u64 value)
 {
     store_le(to, value);
+}
+/// Writes eight bytes, the highest of them first.
+inline void store_u64_high_first(u8* to, u64 value)
+{
+    store_u64(to, byte_swap(value));
 }
 
 } // namespace quarnex

@@ -17,6 +17,7 @@
 // distance that reaches before the block.
 #include "common/bit_instructions.h"
 #include "common/copy.h"
+#include "common/min_match.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_format.h"
 
@@ -28,7 +29,7 @@ namespace {
 /// The place of the mark behind the flags of a group.
 constexpr u32 m1_end_flag = m1_flags_per_word;
 /// A match is plain if its token has the length in its first byte.
-constexpr u32 m1_plain_max_len = m1_long_escape - 1 + m1_min_match(0);
+constexpr u32 m1_plain_max_len = m1_long_escape - 1 + static_min_match(0);
 /// What the copy of a plain match from afar writes, whatever its length.
 constexpr u32 m1_far_copy = 4 * 16 + 8;
 static_assert(m1_far_copy >= m1_plain_max_len);
@@ -36,7 +37,7 @@ static_assert(m1_far_copy >= m1_plain_max_len);
 constexpr u32 m1_plain_copy = m1_plain_max_len + copy_match_overrun;
 static_assert(m1_plain_copy >= m1_far_copy);
 /// A near match is copied as one word, which none exceeds.
-static_assert((1U << m1_medium_len_bits) - 1 + m1_min_match(0) <= 16);
+static_assert((1U << m1_medium_len_bits) - 1 + static_min_match(0) <= 16);
 
 constexpr u32 m1_short_run = 16;               // literals behind a match, in most groups
 constexpr u32 m1_long_run = m1_flags_per_word; // ... and in all of them
@@ -54,14 +55,6 @@ constexpr bit_field m1_medium_dist(2, m1_medium_dist_bits);
 constexpr bit_field m1_medium_len(2 + m1_medium_dist_bits, m1_medium_len_bits);
 constexpr bit_field m1_near_dist[3]{m1_short_dist, m1_medium_dist, m1_short_dist};
 constexpr bit_field m1_near_len[3]{m1_short_len, m1_medium_len, m1_short_len};
-
-/// Holds compilers from computing a value only where it is used: behind a wrong guess at a long
-/// token, the next token is what all waits for.
-[[gnu::always_inline]] inline u64 m1_computed_here(u64 value)
-{
-    asm("" : "+r"(value));
-    return value;
-}
 
 /// Copies a plain match of a long token.  From afar it writes m1_far_copy: a test of the length
 /// costs more than the words that it saves.
@@ -155,7 +148,8 @@ struct m1_decoding {
                 token = load_u64(in + next_flag);
             } else {
                 const m1_long_dist dist = m1_get_long_dist(token);
-                const u64 following = m1_computed_here(next >> 8 * dist.more);
+                // Behind a wrong guess at a long token, the next token is what all waits for.
+                const u64 following = computed_here(next >> 8 * dist.more);
                 if (!take_plain(token, dist, flag)) return stop(flag);
                 token = following;
             }
@@ -276,7 +270,7 @@ template <u32 MinMatch, class Bits>
 template <class Bits>
 [[gnu::always_inline]] inline i32 m1_decode_level(const block_job& job)
 {
-    const bool low = m1_min_match(job.parameters.level) == 4;
+    const bool low = static_min_match(job.parameters.level) == 4;
     return low ? m1_decode<4, Bits>(job) : m1_decode<3, Bits>(job);
 }
 

@@ -1,4 +1,5 @@
 // method1/m1_encoder.cpp - the ladder of method 1: which search a level runs
+#include "common/min_match.h"
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
@@ -10,7 +11,7 @@ namespace {
 
 static_assert(search_reads_past <= in_slack);
 
-using m1_writer = m1_tokens<m1_min_match(0)>;
+using m1_writer = m1_tokens<static_min_match(0)>;
 
 template <auto Search>
 i32 m1_encode(const block_job& job)

@@ -28,12 +28,6 @@
 
 namespace quarnex {
 
-/// The shortest match of a stream of `level`.
-constexpr u32 m1_min_match(u32 level)
-{
-    return level < 8 ? 4 : 3;
-}
-
 inline constexpr u32 m1_flags_per_word = 32;
 inline constexpr u32 m1_control_bytes = 4;
 

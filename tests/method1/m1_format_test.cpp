@@ -58,13 +58,5 @@ TEST(m1_integer, ignores_the_low_nibble_of_the_longest_form)
     EXPECT_EQ(m1_get_integer(bytes.data()).bytes, 5U);
 }
 
-TEST(m1_min_match, is_3_at_the_two_highest_levels)
-{
-    EXPECT_EQ(m1_min_match(0), 4U);
-    EXPECT_EQ(m1_min_match(7), 4U);
-    EXPECT_EQ(m1_min_match(8), 3U);
-    EXPECT_EQ(m1_min_match(9), 3U);
-}
-
 } // namespace
 } // namespace quarnex
