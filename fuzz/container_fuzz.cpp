@@ -93,7 +93,7 @@ i32 run_driver(pipeline_state& state, const workshop& shop)
 
 bool is_plain_result(i32 result)
 {
-    return result == driver_done || result == driver_failed || result == driver_not_built;
+    return result == driver_done || result == driver_failed;
 }
 
 void decompress_any(std::span<const u8> input)

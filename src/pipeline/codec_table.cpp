@@ -1,6 +1,7 @@
 #include "pipeline/codec_table.h"
 
 #include "method1/m1_codec.h"
+#include "method2/m2_codec.h"
 #include "method3/m3_codec.h"
 #include "method4/m4_codec.h"
 #include "method5/m5_codec.h"
@@ -9,9 +10,9 @@
 
 namespace quarnex {
 
-const std::array<const codec_entry*, 8> encoder_table{nullptr,     &m1_encoder, nullptr,
+const std::array<const codec_entry*, 8> encoder_table{nullptr,     &m1_encoder, &m2_encoder,
                                                       &m3_encoder, &m4_encoder, &m5_encoder};
-const std::array<const codec_entry*, 8> decoder_table{nullptr,     &m1_decoder, nullptr,
+const std::array<const codec_entry*, 8> decoder_table{nullptr,     &m1_decoder, &m2_decoder,
                                                       &m3_decoder, &m4_decoder, &m5_decoder};
 
 bool has_encoder(u8 method, u8 level)

@@ -20,17 +20,6 @@ std::string output_name(const std::string& destination)
     return destination.substr(0, destination.size() - file_suffix_bytes);
 }
 
-/// Whether this program has what the file's blocks need; if not, a message on standard error.
-bool is_built(const file_parameters& parameters, const std::string& name)
-{
-    if (is_method(parameters.method) && find_decoder(parameters.method) == nullptr) {
-        std::fprintf(stderr, "'%s' needs method %d, which is not built yet\n", name.c_str(),
-                     parameters.method);
-        return false;
-    }
-    return true;
-}
-
 /// Decodes a block and writes it on this thread.
 i32 finish_in_place(pipeline_state& state, block_job& job)
 {
@@ -82,7 +71,7 @@ i32 decompression::read_header()
     // No file has so many records that the limit would be missed.
     const u64 count = count_blocks(header.original_size, parameters.block_size());
     block_count = static_cast<u32>(std::min<u64>(count, UINT32_MAX));
-    return is_built(parameters, source_name) ? driver_done : driver_not_built;
+    return driver_done;
 }
 
 /// Reads a payload into a buffer of its own, with zeros behind it.
@@ -160,9 +149,10 @@ i32 decompress_file(pipeline_state& state, const std::string& source,
     if (!file.source) return driver_failed;
     file.source_left = file_size(file.source.get());
     if (const i32 result = file.read_header(); result < 0) return result;
+    // Nothing is emptied for a run that has failed already.
+    if (state.abort_count != 0) return driver_failed;
     file.destination = state.create_destination(output_name(destination));
     if (!file.destination) return driver_ends_run;
-    if (state.abort_count != 0) return driver_failed;
 
     const i32 result = file.run();
     // With workers the writer closes the destination behind its last block.

@@ -1,0 +1,15 @@
+// method2/m2_codec.h - all that the rest of the program sees of method 2
+#pragma once
+
+#include "pipeline/codec.h"
+
+namespace quarnex {
+
+/// LZ with gamma codes: levels 0 to 7.
+extern const codec_entry m2_encoder;
+/// Decodes the streams of all levels.
+extern const codec_entry m2_decoder;
+/// What m2_decoder is on processors without has_bit_instructions().
+extern const codec_entry m2_portable_decoder;
+
+} // namespace quarnex

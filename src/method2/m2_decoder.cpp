@@ -1,0 +1,315 @@
+// method2/m2_decoder.cpp - the decoder of method 2
+//
+// Two readers take turns.  take_ordinary() takes what streams are made of, as long as it comes: one
+// pass is a match together with the literals in front of it, up to three, and there is no branch on
+// their number, on the length of the match's code or on its class.  Whatever is rare, unusual or
+// damaged, and the end of the stream, it leaves to take_token(), which takes one token of any kind
+// and has all the tests.
+//
+// The time of a pass is that of a chain: window, literals, token code, class, width of the extra
+// value, next window.  The window is not loaded where the last token ended, which would be eight
+// cycles longer: it is moved on, with bits from the word behind it, which is at hand by then.
+//
+// A place in the stream is a number of bits, so the two readers share nothing but two numbers.
+#include "common/bit_instructions.h"
+#include "common/copy.h"
+#include "common/min_match.h"
+#include "method2/m2_codec.h"
+#include "method2/m2_format.h"
+
+#include <algorithm>
+
+namespace quarnex {
+namespace {
+
+/// Where a decoder is: bits of the stream that are taken, bytes of the block that are made.
+struct m2_place {
+    u64 bit;
+    u64 pos;
+};
+/// The `bit` of a place from which the block can't go on.
+constexpr u64 m2_stopped = UINT64_MAX;
+/// Instead of the number of bytes that a token makes: it doesn't count.
+constexpr u64 m2_nothing = UINT64_MAX;
+
+/// Shifts a word by 64 - `count` (1 to 64 bits remain).
+constexpr u64 m2_top_bits(u64 word, u64 count)
+{
+    return word >> (-count & 63);
+}
+
+/// The bits of a stream.
+struct m2_bits {
+    const u8* in;
+
+    /// The bits from `bit` on, from the top: 57 at least are right, and zeros are below them.
+    [[gnu::always_inline]] u64 from(u64 bit) const
+    {
+        return load_u64_high_first(in + bit / 8) << bit % 8;
+    }
+    /// The 64 bits from `bit` on.
+    u64 all_from(u64 bit) const
+    {
+        return from(bit) | static_cast<u64>(in[bit / 8 + 8]) >> (8 - bit % 8);
+    }
+};
+constexpr u32 m2_right_bits = 57;
+
+/// What take_gamma() returns for a code that no encoder writes, with a value of 2^32 or more.
+constexpr u64 m2_damaged_gamma = 0;
+
+/// Takes bits one field after the other.
+struct m2_bit_reader {
+    m2_bits bits;
+    u64 bit; // the next one
+
+    /// Takes a field of `count` bits, 1 to m2_right_bits.
+    u64 take(u64 count)
+    {
+        const u64 field = m2_top_bits(bits.from(bit), count);
+        bit += count;
+        return field;
+    }
+
+    /// Takes gamma(v) and returns v.
+    u64 take_gamma()
+    {
+        const auto zeros = static_cast<u64>(std::countl_zero(bits.from(bit)));
+        if (zeros >= 32) return m2_damaged_gamma;
+        bit += zeros;
+        return take(zeros + 1);
+    }
+};
+
+/// The flags of the first `count` tokens of a window, if all are literals.
+constexpr u64 m2_literal_flags(u32 count)
+{
+    u64 flags = 0;
+    for (u32 i = 0; i < count; ++i) flags |= u64{1} << (63 - i * m2_literal_bits);
+    return flags;
+}
+
+constexpr u32 m2_fused_literals = 3; // that are taken together with a match, at the most
+constexpr u32 m2_most_literals = 6;  // that are taken at once
+static_assert(m2_most_literals * m2_literal_bits <= m2_right_bits);
+
+/// What is added to a token code to get the length of the match, by the first seven bits of the
+/// token.  What is no match gets m2_no_length.
+constexpr u64 m2_no_length = u64{1} << 40;
+template <u32 MinMatch>
+constexpr std::array<u64, 128> m2_length_offset = [] {
+    std::array<u64, 128> offsets{};
+    for (u32 top = 0; top < 64; ++top) {
+        offsets[top] = top < m2_first_long_code / 2 ? u64{0} - 1 : MinMatch - m2_first_match_code;
+    }
+    // A code of seven bits is what these bits say.
+    if (MinMatch == 4) offsets[m2_byte_run_code] = m2_no_length;
+    offsets[m2_literal_run_code] = offsets[m2_end_code] = m2_no_length;
+    return offsets;
+}();
+
+/// A match up to this length is copied as one word.
+constexpr u32 m2_word_match = 32;
+constexpr u32 m2_pass_writes = m2_fused_literals + m2_word_match;
+static_assert(m2_pass_writes <= out_slack && m2_most_literals <= m2_pass_writes);
+
+/// Writes the bytes of the first `Count` tokens of a window as if all were literals.
+template <u32 Count>
+[[gnu::always_inline]] inline void m2_put_literals(u8* to, u64 window)
+{
+    for (u32 i = 0; i < Count; ++i) {
+        to[i] = static_cast<u8>(window >> (64 - (i + 1) * m2_literal_bits));
+    }
+}
+
+/// A stream while it is decoded.
+template <u32 MinMatch, class Bits>
+struct m2_decoding {
+    m2_bits bits;    // the tokens
+    u64 bit_count;   // of them
+    u8* const block; // with the raw byte
+    u64 size;        // of the block
+
+    /// Takes tokens from `place` on up to one that is unusual: no literal or match, too near, too
+    /// long, damaged, or too close to the stream's end.  Returns the place of that.
+    [[gnu::always_inline]] m2_place take_ordinary(m2_place place) const
+    {
+        u64 bit = place.bit;
+        u64 pos = place.pos;
+        u64 window = bits.all_from(bit);
+        while (pos < size && bit + m2_right_bits <= bit_count) {
+            const u64 following = bits.from(bit + 64);
+            const u64 others = ~window & m2_literal_flags(m2_fused_literals + 1);
+            if (others == 0) [[unlikely]] {
+                const u64 literal_bits = take_literals(window, block + pos);
+                window = window << literal_bits | m2_top_bits(following, literal_bits);
+                bit += literal_bits;
+                pos += literal_bits / 8;
+                continue;
+            }
+            const u64 literal_bits = Bits::leading_zeros(others);
+            m2_put_literals<m2_fused_literals>(block + pos, window);
+            const u64 token = window << literal_bits;
+            const u64 zeros = Bits::leading_zeros(token);
+            const u64 behind_code = token << 2 * zeros << 1;
+            const u64 c = behind_code >> (64 - m2_class_bits);
+            const u64 extra_bits = m2_extra_bits[c];
+            const u64 taken = literal_bits + 2 * zeros + 1 + m2_class_bits + extra_bits;
+            window = computed_here(window << taken | m2_top_bits(following, taken));
+
+            const u64 at = pos + literal_bits / 8;
+            const u64 code = m2_top_bits(token, 2 * zeros + 1);
+            const u64 len = code + m2_length_offset<MinMatch>[token >> 57];
+            const u64 extra = m2_top_bits(behind_code << m2_class_bits, extra_bits);
+            const u64 dist = extra + m2_dist_base[c] + 1;
+            if (taken > m2_right_bits || dist > at || !copy_ordinary(at, dist, len)) [[unlikely]]
+                return {bit + literal_bits, at};
+            bit += taken;
+            pos = at + len;
+        }
+        return {bit, pos};
+    }
+
+    /// Takes the token at `place`, whatever it is.  At the end token, at damage, and if the stream
+    /// ends within the token, the place that it returns is m2_stopped, and what is made counts up
+    /// to there.
+    [[gnu::noinline]] m2_place take_token(m2_place place) const
+    {
+        m2_bit_reader from{bits, place.bit};
+        const u64 made = take_body(from, from.take_gamma(), place.pos);
+        if (made == m2_nothing || from.bit > bit_count) return {m2_stopped, place.pos};
+        return {from.bit, place.pos + made};
+    }
+
+  private:
+    /// Takes literals, all that are at the window's top.  Returns how many bits they are.
+    [[gnu::always_inline]] static u64 take_literals(u64 window, u8* to)
+    {
+        m2_put_literals<m2_most_literals>(to, window);
+        constexpr u64 end = u64{1} << (63 - m2_most_literals * m2_literal_bits);
+        return Bits::leading_zeros((~window & m2_literal_flags(m2_most_literals)) | end);
+    }
+
+    /// Copies a match unless it is none.
+    [[gnu::always_inline]] bool copy_ordinary(u64 at, u64 dist, u64 len) const
+    {
+        u8* const to = block + at;
+        if (dist >= 16 && len <= m2_word_match) [[likely]] {
+            copy_16(to, to - dist);
+            copy_16(to + 16, to + 16 - dist);
+            return true;
+        }
+        if (len >= m2_no_length) return false;
+        copy_match(to, static_cast<u32>(dist), room_for(at, len));
+        return true;
+    }
+
+    /// How much of `len` bytes from `pos` on is in the block.
+    usize room_for(u64 pos, u64 len) const
+    {
+        return static_cast<usize>(std::min(len, size - std::min(pos, size)));
+    }
+
+    /// Takes what is behind a token code and makes the token's bytes at `pos`.  Returns their
+    /// number, or m2_nothing.
+    u64 take_body(m2_bit_reader& from, u64 code, u64 pos) const
+    {
+        switch (code) {
+        case m2_damaged_gamma:
+        case m2_end_code:
+            return m2_nothing;
+        case m2_literal_code:
+            block[pos] = static_cast<u8>(from.take(8));
+            return 1;
+        case m2_literal_run_code:
+            return take_literal_run(from, pos);
+        case m2_byte_run_code:
+            if constexpr (MinMatch == 4) return take_byte_run(from, pos);
+            [[fallthrough]];
+        default:
+            return take_match(from, code, pos);
+        }
+    }
+
+    u64 take_match(m2_bit_reader& from, u64 code, u64 pos) const
+    {
+        const u64 len =
+            code < m2_first_long_code ? code - m2_first_match_code + MinMatch : code - 1;
+        const u64 c = from.take(m2_class_bits);
+        const u64 dist = from.take(m2_extra_bits[c]) + m2_dist_base[c] + 1;
+        if (dist > pos) return m2_nothing;
+        const usize inside = room_for(pos, len);
+        copy_match(block + pos, static_cast<u32>(dist), inside);
+        return inside;
+    }
+
+    u64 take_byte_run(m2_bit_reader& from, u64 pos) const
+    {
+        const auto byte = static_cast<u8>(from.take(8));
+        const u64 count_code = from.take_gamma();
+        const u64 count = count_code - 1;
+        if (count_code == m2_damaged_gamma || count > size - pos) return m2_nothing;
+        std::memset(block + pos, byte, static_cast<usize>(count));
+        return count;
+    }
+
+    u64 take_literal_run(m2_bit_reader& from, u64 pos) const
+    {
+        const u64 count_code = from.take_gamma();
+        const u64 count = count_code + m2_literal_run_base;
+        const u64 run_end = from.bit + 8 * count;
+        if (count_code == m2_damaged_gamma || count > size - pos || run_end > bit_count)
+            return m2_nothing;
+        for (u64 done = 0; done < count; done += m2_right_bits / 8) {
+            store_u64_high_first(block + pos + done, bits.from(from.bit + 8 * done));
+        }
+        from.bit = run_end;
+        return count;
+    }
+};
+
+template <u32 MinMatch, class Bits>
+[[gnu::always_inline]] inline i32 m2_decode_stream(const block_job& job)
+{
+    if (job.in_len == 0 || job.out_len == 0) return 0;
+    *job.out_buf = *job.in_buf;
+    const m2_decoding<MinMatch, Bits> stream{
+        {job.in_buf + 1}, u64{job.in_len - 1} * 8, job.out_buf, job.out_len};
+    m2_place place{0, 1};
+    while (place.pos < stream.size && place.bit != m2_stopped) {
+        place = stream.take_ordinary(place);
+        if (place.pos < stream.size) place = stream.take_token(place);
+    }
+    return static_cast<i32>(std::min(place.pos, stream.size));
+}
+
+template <class Bits>
+[[gnu::always_inline]] inline i32 m2_decode_level(const block_job& job)
+{
+    const bool low = static_min_match(job.parameters.level) == 4;
+    return low ? m2_decode_stream<4, Bits>(job) : m2_decode_stream<3, Bits>(job);
+}
+
+// The same code twice: it shifts by numbers of bits, and counts zeros, all the time.
+
+QUARNEX_BIT_INSTRUCTIONS i32 m2_run_fast(const block_job& job)
+{
+    return m2_decode_level<fast_bits>(job);
+}
+
+i32 m2_run_portable(const block_job& job, void* /*state*/)
+{
+    return m2_decode_level<portable_bits>(job);
+}
+
+i32 m2_decode(const block_job& job, void* state)
+{
+    return has_bit_instructions() ? m2_run_fast(job) : m2_run_portable(job, state);
+}
+
+} // namespace
+
+const codec_entry m2_decoder{no_state, m2_decode, release_nothing};
+const codec_entry m2_portable_decoder{no_state, m2_run_portable, release_nothing};
+
+} // namespace quarnex

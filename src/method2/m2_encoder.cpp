@@ -1,0 +1,42 @@
+// method2/m2_encoder.cpp - the ladder of method 2: which search a level runs
+#include "common/min_match.h"
+#include "match/bucket_search.h"
+#include "match/hash_search.h"
+#include "match/ladder.h"
+#include "method2/m2_codec.h"
+#include "method2/m2_tokens.h"
+
+namespace quarnex {
+namespace {
+
+static_assert(search_reads_past <= in_slack);
+
+using m2_writer = m2_tokens<static_min_match(0)>;
+
+template <auto Search>
+i32 m2_encode(const block_job& job)
+{
+    return encode_with<Search>(job, m2_writer(job));
+}
+
+constexpr auto m2_encode_l0 = m2_encode<search_greedy<inserts::nothing, m2_writer>>;
+constexpr auto m2_encode_l1 = m2_encode<search_greedy<inserts::inside_match, m2_writer>>;
+constexpr auto m2_encode_l2 = m2_encode<search_lazy<m2_writer>>;
+constexpr auto m2_encode_l3 = m2_encode<search_buckets<pair_table<0>, m2_writer>>;
+constexpr auto m2_encode_bucket = m2_encode<search_buckets<ring_table, m2_writer>>;
+
+constexpr i32 (*m2_levels[ladder_levels])(const block_job&){
+    m2_encode_l0,     m2_encode_l1,     m2_encode_l2,     m2_encode_l3,
+    m2_encode_bucket, m2_encode_bucket, m2_encode_bucket, m2_encode_bucket,
+};
+
+i32 m2_encode_block(const block_job& job, void* /*state*/)
+{
+    return encode_level(m2_levels, job);
+}
+
+} // namespace
+
+const codec_entry m2_encoder{no_state, m2_encode_block, release_nothing};
+
+} // namespace quarnex

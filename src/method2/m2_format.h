@@ -1,0 +1,121 @@
+// method2/m2_format.h - the bit stream of method 2: gamma codes, tokens, distance classes
+//
+// A stream is the block's first byte, then tokens, the most significant bit of each byte first,
+// then zero bits up to a whole byte.  gamma(v), v at least 1, is v in binary behind as many zeros
+// as it has bits behind the leading one: 1 is 1, 2 is 010, 5 is 00101.  A token starts with one:
+//
+//     gamma(1)    literal      the byte: 8
+//     gamma(13)   byte run     the byte: 8, gamma(count + 1)   (where the shortest match is 4)
+//     gamma(14)   literal run  gamma(count - 11), the bytes: 8 each
+//     gamma(15)   end
+//     gamma(v)    match        class: 5, extra: m2_extra_bits[class]
+//
+//     length   = v - 2 + min_match below v = 13 (14 where the shortest match is 3), v - 1 above 15
+//     distance = m2_dist_base[class] + extra + 1
+//
+// Nothing here has state.  Encoder and decoder both include this file, and neither repeats a
+// number of it.
+#pragma once
+
+#include "common/types.h"
+
+#include <array>
+#include <bit>
+
+namespace quarnex {
+
+inline constexpr u32 m2_literal_code = 1;
+inline constexpr u32 m2_first_match_code = 2;
+/// Only where the shortest match is 4; else it stands for a match like those before it.
+inline constexpr u32 m2_byte_run_code = 13;
+inline constexpr u32 m2_literal_run_code = 14;
+inline constexpr u32 m2_end_code = 15;
+inline constexpr u32 m2_first_long_code = 16;
+
+/// The length of the match with the first long code.  All shorter ones come before the three codes
+/// in the middle.
+inline constexpr u32 m2_first_long_length = m2_first_long_code - 1;
+/// What the shortest literal run has more than its gamma code says.
+inline constexpr u32 m2_literal_run_base = 11;
+
+/// The token code of a match of `len` bytes.
+template <u32 MinMatch>
+constexpr u32 m2_match_code(u32 len)
+{
+    return len < m2_first_long_length ? len - MinMatch + m2_first_match_code : len + 1;
+}
+
+/// Zeros in front of the leading one of gamma(v), which are also the bits behind it.
+constexpr u32 m2_gamma_zeros(u32 v)
+{
+    return static_cast<u32>(std::bit_width(v)) - 1;
+}
+
+/// Bits of gamma(v).
+constexpr u32 m2_gamma_bits(u32 v)
+{
+    return 2 * m2_gamma_zeros(v) + 1;
+}
+
+inline constexpr u32 m2_literal_bits = m2_gamma_bits(m2_literal_code) + 8;
+inline constexpr u32 m2_class_bits = 5;
+inline constexpr u32 m2_classes = 1 << m2_class_bits;
+
+/// Width of the extra value of a distance, by class.
+inline constexpr std::array<u8, m2_classes> m2_extra_bits{
+    4,  4,  5,  5,  6,  6,  7,  7,  8,  8,  9,  9,  10, 10, 11, 11, //
+    12, 12, 13, 13, 14, 14, 15, 15, 16, 17, 18, 19, 20, 21, 22, 30};
+inline constexpr u32 m2_most_extra_bits = 30;
+
+/// The longest distance that has a class.
+inline constexpr u32 m2_max_dist = 1 << 25;
+
+/// What follows from the widths.
+struct m2_class_tables {
+    static constexpr u32 near_limit = 4096; // of distance - 1
+    static constexpr u32 far_shift = 11;
+
+    std::array<u32, m2_classes> base{}; // the least distance - 1
+    std::array<u8, near_limit> near{};  // the class by distance - 1, if it is below near_limit
+    std::array<u8, (m2_max_dist >> far_shift)> far{}; // otherwise, by its upper bits
+};
+
+/// Lays the classes one behind the other: at first by single distances, until one of them passes
+/// near_limit; then from there on in steps of 2^far_shift.  So the last of the near classes has
+/// codes for distances that belong to the first of the far ones.
+constexpr m2_class_tables m2_build_tables()
+{
+    m2_class_tables tables;
+    u32 next = 0;
+    u32 c = 0;
+    for (; next < tables.near_limit; ++c) {
+        tables.base[c] = next;
+        for (const u32 end = next + (1U << m2_extra_bits[c]); next < end; ++next) {
+            if (next < tables.near_limit) tables.near[next] = static_cast<u8>(c);
+        }
+    }
+    u32 step = next >> tables.far_shift;
+    for (; c < m2_classes; ++c) {
+        tables.base[c] = step << tables.far_shift;
+        const u32 end = step + (1U << (m2_extra_bits[c] - tables.far_shift));
+        for (; step < end && step < tables.far.size(); ++step) {
+            tables.far[step] = static_cast<u8>(c);
+        }
+    }
+    return tables;
+}
+
+inline constexpr m2_class_tables m2_tables = m2_build_tables();
+inline constexpr const std::array<u32, m2_classes>& m2_dist_base = m2_tables.base;
+static_assert(m2_dist_base[14] == 4064 && m2_dist_base[15] == 4096 && m2_dist_base[31] == 8452096);
+
+/// The class of a distance (1 to m2_max_dist).
+constexpr u32 m2_distance_class(u32 dist)
+{
+    const u32 offset = dist - 1;
+    return offset < m2_class_tables::near_limit
+               ? m2_tables.near[offset]
+               : m2_tables.far[offset >> m2_class_tables::far_shift];
+}
+
+} // namespace quarnex

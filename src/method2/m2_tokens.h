@@ -1,0 +1,98 @@
+// method2/m2_tokens.h - the token writer of method 2
+//
+// Literals are not written one at a time: the writer remembers where the last match ended and
+// writes the bytes up to the next one six at a time, as many as a put() takes.
+#pragma once
+
+#include "common/bit_writer.h"
+#include "match/concepts.h"
+#include "method2/m2_format.h"
+#include "pipeline/codec.h"
+
+namespace quarnex {
+
+/// The literal tokens of the first six of eight bytes, the first one on top of 54 bits.
+constexpr u64 m2_six_literals(u64 bytes)
+{
+    // From pairs to groups of six, each byte moved up by one bit for every token behind it.
+    u64 tokens = byte_swap(bytes) >> 16;
+    const u64 thirds =
+        (tokens & 0xFFFF00000000) << 4 | (tokens & 0xFFFF0000) << 2 | (tokens & 0xFFFF);
+    tokens = (thirds & (u64{0xFF00} << 36 | u64{0xFF00} << 18 | 0xFF00)) << 1 |
+             (thirds & (u64{0xFF} << 36 | u64{0xFF} << 18 | 0xFF));
+    return tokens | 0x20100804020100;
+}
+
+/// Writes literals and matches of at least MinMatch bytes as a stream of method 2.
+template <u32 MinMatch>
+class m2_tokens {
+  public:
+    static constexpr u32 first_pos = 1;
+    static constexpr u32 max_dist = m2_max_dist;
+
+    /// Starts a stream for a block of 1 byte or more.
+    explicit m2_tokens(const block_job& job)
+        : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
+          bits_(job.out_buf + 1)
+    {
+        *begin_ = *text_;
+    }
+
+    bool full() const { return bits_.whole_bytes_end() >= limit_; }
+
+    /// Literals are written in front of the next match.
+    void literal(u32 /*pos*/) {}
+
+    void match(u32 pos, u32 len, u32 dist)
+    {
+        literals_until(pos);
+        put_gamma(m2_match_code<MinMatch>(len));
+        const u32 c = m2_distance_class(dist);
+        const u32 width = m2_extra_bits[c];
+        bits_.put(u64{c} << width | (dist - 1 - m2_dist_base[c]), m2_class_bits + width);
+        done_ = pos + len;
+    }
+
+    /// Ends the stream.  Returns its length, or 0 if it is not shorter than the block.
+    u32 finish()
+    {
+        literals_until(static_cast<u32>(limit_ - begin_));
+        if (full()) return 0;
+        put_gamma(m2_end_code);
+        return static_cast<u32>(bits_.end() - begin_);
+    }
+
+  private:
+    /// Writes gamma(v).
+    void put_gamma(u32 v)
+    {
+        const u32 zeros = m2_gamma_zeros(v);
+        bits_.put(0, zeros);
+        bits_.put(v, zeros + 1);
+    }
+
+    /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
+    void literals_until(u32 pos)
+    {
+        constexpr u32 group = 6;
+        for (; done_ + group <= pos; done_ += group) {
+            bits_.put(m2_six_literals(load_u64(text_ + done_)), group * m2_literal_bits);
+            if (full()) return;
+        }
+        if (done_ >= pos) return; // the last match can pass the block's end
+        const u32 rest = pos - done_;
+        bits_.put(m2_six_literals(load_u64(text_ + done_)) >> (group - rest) * m2_literal_bits,
+                  rest * m2_literal_bits);
+        done_ = pos;
+    }
+
+    const u8* text_;
+    u8* begin_;
+    u8* limit_; // a stream that gets here is not shorter than the block
+    bit_writer bits_;
+    u32 done_ = first_pos; // the block is written up to here
+};
+
+static_assert(token_writer<m2_tokens<4>>);
+
+} // namespace quarnex

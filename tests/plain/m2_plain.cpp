@@ -1,0 +1,178 @@
+#include "plain/m2_plain.h"
+
+namespace quarnex::test {
+namespace {
+
+static_assert(m2_plain_first_dist(0) == 1 && m2_plain_first_dist(1) == 17);
+static_assert(m2_plain_first_dist(13) == 3041);
+static_assert(m2_plain_extra_bits(14) == 11 && m2_plain_first_dist(14) == 4065);
+static_assert(m2_plain_extra_bits(15) == 11 && m2_plain_first_dist(15) == 4097);
+static_assert(m2_plain_first_dist(16) == 6145 && m2_plain_first_dist(24) == 129025);
+static_assert(m2_plain_extra_bits(24) == 16 && m2_plain_extra_bits(30) == 22);
+static_assert(m2_plain_extra_bits(31) == 30 && m2_plain_first_dist(31) == 8452097);
+static_assert(m2_plain_class_of(4064) == 13 && m2_plain_class_of(4065) == 14);
+static_assert(m2_plain_class_of(4096) == 14 && m2_plain_class_of(4097) == 15);
+static_assert(m2_plain_class_of(6144) == 15 && m2_plain_class_of(m2_rules.longest_dist) == 31);
+
+// The codes of tokens.  Matches have the others: from 2 on the shortest ones, which leave 13 free
+// where there are byte runs, and from 16 on those of 15 bytes and more.
+constexpr u32 literal_code = 1;
+constexpr u32 byte_run_code = 13;
+constexpr u32 literal_run_code = 14;
+constexpr u32 end_code = 15;
+
+constexpr u32 shortest_literal_run = 12;
+
+bool has_byte_runs(u32 level)
+{
+    return level <= 7;
+}
+
+u32 shortest_match(u32 level)
+{
+    return has_byte_runs(level) ? 4 : 3;
+}
+
+u32 code_of_length(u32 len, u32 level)
+{
+    return len >= 15 ? len + 1 : len - shortest_match(level) + 2;
+}
+
+u32 length_of_code(u32 code, u32 level)
+{
+    return code >= 16 ? code - 1 : code - 2 + shortest_match(level);
+}
+
+struct m2_plain_reader {
+    const bytes& in;
+    usize at = 8; // in bits; the first byte is raw
+
+    u32 take(u32 count)
+    {
+        u32 value = 0;
+        for (u32 i = 0; i < count; ++i, ++at)
+            value = value * 2 + (in.at(at / 8) >> (7 - at % 8) & 1U);
+        return value;
+    }
+
+    u32 gamma()
+    {
+        u32 zeros = 0;
+        while (take(1) == 0) ++zeros;
+        return 1U << zeros | take(zeros);
+    }
+
+    u8 byte() { return static_cast<u8>(take(8)); }
+
+    u32 distance()
+    {
+        const u32 dist_class = take(5);
+        return m2_plain_first_dist(dist_class) + take(m2_plain_extra_bits(dist_class));
+    }
+};
+
+} // namespace
+
+m2_plain_writer& m2_plain_writer::put(u64 value, u32 count)
+{
+    for (u32 i = count; i-- > 0;) {
+        if (free_bits == 0) {
+            out.push_back(0);
+            free_bits = 8;
+        }
+        --free_bits;
+        out.back() = static_cast<u8>(out.back() | (value >> i & 1) << free_bits);
+    }
+    return *this;
+}
+
+m2_plain_writer& m2_plain_writer::gamma(u64 value)
+{
+    u32 log = 0;
+    while (value >> log > 1) ++log;
+    return put(0, log).put(value, log + 1);
+}
+
+m2_plain_writer& m2_plain_writer::literal(u8 byte)
+{
+    return gamma(literal_code).put(byte, 8);
+}
+
+m2_plain_writer& m2_plain_writer::match(u32 len, u32 dist)
+{
+    const u32 dist_class = m2_plain_class_of(dist);
+    return match_in_class(len, dist_class, dist - m2_plain_first_dist(dist_class));
+}
+
+m2_plain_writer& m2_plain_writer::match_in_class(u32 len, u32 dist_class, u32 extra)
+{
+    gamma(code_of_length(len, level));
+    return put(dist_class, 5).put(extra, m2_plain_extra_bits(dist_class));
+}
+
+m2_plain_writer& m2_plain_writer::byte_run(u8 byte, u32 count)
+{
+    return gamma(byte_run_code).put(byte, 8).gamma(u64{count} + 1);
+}
+
+m2_plain_writer& m2_plain_writer::literal_run(const bytes& raw)
+{
+    gamma(literal_run_code).gamma(raw.size() - shortest_literal_run + 1);
+    for (const u8 byte : raw) put(byte, 8);
+    return *this;
+}
+
+m2_plain_writer& m2_plain_writer::end()
+{
+    return gamma(end_code);
+}
+
+bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level)
+{
+    m2_plain_writer writer(block.at(0), level);
+    usize at = 1;
+    for (const plain_token& token : tokens) {
+        if (token.dist == 0)
+            writer.literal(block.at(at));
+        else
+            writer.match(token.len, token.dist);
+        at += token.len;
+    }
+    return writer.end().out;
+}
+
+bytes m2_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
+{
+    if (block.empty()) return block;
+    const auto tokens = plain_search(block, m2_rules, level, hash_bits, chain_bits);
+    const bytes stream = m2_plain_stream(block, tokens, level);
+    return stream.size() < block.size() ? stream : block;
+}
+
+bytes m2_plain_decode(const bytes& stream, usize out_len, u32 level)
+{
+    if (out_len == 0) return {};
+    m2_plain_reader reader{stream};
+    bytes out{stream.at(0)};
+    for (;;) {
+        const u32 code = reader.gamma();
+        if (code == end_code) break;
+        if (code == literal_code) {
+            out.push_back(reader.byte());
+        } else if (code == literal_run_code) {
+            const u32 count = reader.gamma() - 1 + shortest_literal_run;
+            for (u32 i = 0; i < count; ++i) out.push_back(reader.byte());
+        } else if (code == byte_run_code && has_byte_runs(level)) {
+            const u8 byte = reader.byte();
+            out.insert(out.end(), reader.gamma() - 1, byte);
+        } else {
+            const u32 dist = reader.distance();
+            for (u32 len = length_of_code(code, level); len > 0; --len)
+                out.push_back(out.at(out.size() - dist));
+        }
+    }
+    if (out.size() > out_len) out.resize(out_len); // the last token may pass the block's end
+    return out;
+}
+
+} // namespace quarnex::test
