@@ -7,10 +7,8 @@
 // and has all the tests.
 //
 // The time of a pass is that of a chain: window, literals, token code, class, width of the extra
-// value, next window.  The window is not loaded where the last token ended, which would be eight
-// cycles longer: it is moved on, with bits from the word behind it, which is at hand by then.
-//
-// A place in the stream is a number of bits, so the two readers share nothing but two numbers.
+// value, next window.  The window is not loaded where the last token ended, which would take eight
+// cycles more: it is moved on, with bits from the word behind it, which is at hand by then.
 #include "common/bit_instructions.h"
 #include "common/copy.h"
 #include "common/min_match.h"
@@ -32,7 +30,7 @@ constexpr u64 m2_stopped = UINT64_MAX;
 /// Instead of the number of bytes that a token makes: it doesn't count.
 constexpr u64 m2_nothing = UINT64_MAX;
 
-/// Shifts a word by 64 - `count` (1 to 64 bits remain).
+/// The top `count` bits of a word, 1 to 64.
 constexpr u64 m2_top_bits(u64 word, u64 count)
 {
     return word >> (-count & 63);
@@ -47,6 +45,11 @@ struct m2_bits {
     {
         return load_u64_high_first(in + bit / 8) << bit % 8;
     }
+    /// The bits from bit + 64 on.
+    [[gnu::always_inline]] u64 from_behind(u64 bit) const
+    {
+        return load_u64_high_first(in + 8 + bit / 8) << bit % 8;
+    }
     /// The 64 bits from `bit` on.
     u64 all_from(u64 bit) const
     {
@@ -54,6 +57,11 @@ struct m2_bits {
     }
 };
 constexpr u32 m2_right_bits = 57;
+
+/// Bytes behind the stream that are read at the most: a long code, a class, an extra value, and the
+/// word that begins there.
+constexpr u32 m2_reads_past = (63 + m2_class_bits + m2_most_extra_bits + 7) / 8 + 8;
+static_assert(m2_reads_past <= payload_slack);
 
 /// What take_gamma() returns for a code that no encoder writes, with a value of 2^32 or more.
 constexpr u64 m2_damaged_gamma = 0;
@@ -93,14 +101,21 @@ constexpr u32 m2_fused_literals = 3; // that are taken together with a match, at
 constexpr u32 m2_most_literals = 6;  // that are taken at once
 static_assert(m2_most_literals * m2_literal_bits <= m2_right_bits);
 
+/// The shortest distance of each class.
+constexpr std::array<u32, m2_classes> m2_first_dist = [] {
+    std::array<u32, m2_classes> dists = m2_dist_base;
+    for (u32& dist : dists) ++dist;
+    return dists;
+}();
+
 /// What is added to a token code to get the length of the match, by the first seven bits of the
-/// token.  What is no match gets m2_no_length.
-constexpr u64 m2_no_length = u64{1} << 40;
+/// token.  What is no match gets m2_no_length, more than any ordinary match has.
+constexpr i32 m2_no_length = 1 << 30;
 template <u32 MinMatch>
-constexpr std::array<u64, 128> m2_length_offset = [] {
-    std::array<u64, 128> offsets{};
+constexpr std::array<i32, 128> m2_length_offset = [] {
+    std::array<i32, 128> offsets{};
     for (u32 top = 0; top < 64; ++top) {
-        offsets[top] = top < m2_first_long_code / 2 ? u64{0} - 1 : MinMatch - m2_first_match_code;
+        offsets[top] = top < m2_first_long_code / 2 ? -1 : i32{MinMatch} - i32{m2_first_match_code};
     }
     // A code of seven bits is what these bits say.
     if (MinMatch == 4) offsets[m2_byte_run_code] = m2_no_length;
@@ -130,39 +145,43 @@ struct m2_decoding {
     u8* const block; // with the raw byte
     u64 size;        // of the block
 
-    /// Takes tokens from `place` on up to one that is unusual: no literal or match, too near, too
-    /// long, damaged, or too close to the stream's end.  Returns the place of that.
+    /// Takes literals and matches from `place` on, up to another token, a damaged one, one that has
+    /// too many bits for a window, or the stream's last ones.  Returns the place of that.
     [[gnu::always_inline]] m2_place take_ordinary(m2_place place) const
     {
         u64 bit = place.bit;
         u64 pos = place.pos;
         u64 window = bits.all_from(bit);
-        while (pos < size && bit + m2_right_bits <= bit_count) {
-            const u64 following = bits.from(bit + 64);
+        const u64 end = bit_count - std::min<u64>(bit_count, m2_right_bits - 1);
+        while (pos < size && bit < end) {
+            const u64 following = bits.from_behind(bit);
+            u8* const to = block + pos;
             const u64 others = ~window & m2_literal_flags(m2_fused_literals + 1);
             if (others == 0) [[unlikely]] {
-                const u64 literal_bits = take_literals(window, block + pos);
+                const u64 literal_bits = take_literals(window, to);
                 window = window << literal_bits | m2_top_bits(following, literal_bits);
                 bit += literal_bits;
                 pos += literal_bits / 8;
                 continue;
             }
             const u64 literal_bits = Bits::leading_zeros(others);
-            m2_put_literals<m2_fused_literals>(block + pos, window);
+            m2_put_literals<m2_fused_literals>(to, window);
             const u64 token = window << literal_bits;
             const u64 zeros = Bits::leading_zeros(token);
             const u64 behind_code = token << 2 * zeros << 1;
             const u64 c = behind_code >> (64 - m2_class_bits);
             const u64 extra_bits = m2_extra_bits[c];
             const u64 taken = literal_bits + 2 * zeros + 1 + m2_class_bits + extra_bits;
+            if (taken > m2_right_bits) [[unlikely]]
+                return {bit, pos};
             window = computed_here(window << taken | m2_top_bits(following, taken));
 
             const u64 at = pos + literal_bits / 8;
             const u64 code = m2_top_bits(token, 2 * zeros + 1);
-            const u64 len = code + m2_length_offset<MinMatch>[token >> 57];
+            const u64 len = code + static_cast<u64>(i64{m2_length_offset<MinMatch>[token >> 57]});
             const u64 extra = m2_top_bits(behind_code << m2_class_bits, extra_bits);
-            const u64 dist = extra + m2_dist_base[c] + 1;
-            if (taken > m2_right_bits || dist > at || !copy_ordinary(at, dist, len)) [[unlikely]]
+            const u64 dist = extra + m2_first_dist[c];
+            if (dist > at || !copy_ordinary(at, dist, len)) [[unlikely]]
                 return {bit + literal_bits, at};
             bit += taken;
             pos = at + len;
@@ -195,11 +214,12 @@ struct m2_decoding {
     {
         u8* const to = block + at;
         if (dist >= 16 && len <= m2_word_match) [[likely]] {
-            copy_16(to, to - dist);
-            copy_16(to + 16, to + 16 - dist);
+            const u8* const from = to - dist;
+            copy_16(to, from);
+            copy_16(to + 16, from + 16);
             return true;
         }
-        if (len >= m2_no_length) return false;
+        if (len >= u64{m2_no_length}) return false;
         copy_match(to, static_cast<u32>(dist), room_for(at, len));
         return true;
     }
