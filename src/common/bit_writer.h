@@ -16,7 +16,7 @@ class bit_writer {
     explicit bit_writer(u8* out) : out_(out) {}
 
     /// Appends the lowest `count` bits of `bits` (0 to most_bits); those above them are 0.
-    void put(u64 bits, u32 count)
+    [[gnu::always_inline]] void put(u64 bits, u32 count)
     {
         held_ = held_ << count | bits;
         held_bits_ += count;

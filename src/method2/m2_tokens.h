@@ -11,6 +11,10 @@
 
 namespace quarnex {
 
+/// Literals that are written at once.
+inline constexpr u32 m2_literal_group = 6;
+static_assert(m2_literal_group * m2_literal_bits <= bit_writer::most_bits);
+
 /// The literal tokens of the first six of eight bytes, the first one on top of 54 bits.
 constexpr u64 m2_six_literals(u64 bytes)
 {
@@ -23,7 +27,14 @@ constexpr u64 m2_six_literals(u64 bytes)
     return tokens | 0x20100804020100;
 }
 
-/// Writes literals and matches of at least MinMatch bytes as a stream of method 2.
+/// From here on a token code and a distance may be too many bits for one put().
+inline constexpr u32 m2_first_split_code =
+    1 << ((bit_writer::most_bits - m2_class_bits - m2_most_extra_bits + 1) / 2);
+static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_most_extra_bits <=
+              bit_writer::most_bits);
+
+/// Writes literals and matches of at least MinMatch bytes as a stream of method 2.  All is inlined
+/// into the search: the time of a token is mostly that of its state if that lies in memory.
 template <u32 MinMatch>
 class m2_tokens {
   public:
@@ -43,13 +54,20 @@ class m2_tokens {
     /// Literals are written in front of the next match.
     void literal(u32 /*pos*/) {}
 
-    void match(u32 pos, u32 len, u32 dist)
+    [[gnu::always_inline]] void match(u32 pos, u32 len, u32 dist)
     {
         literals_until(pos);
-        put_gamma(m2_match_code<MinMatch>(len));
+        const u32 code = m2_match_code<MinMatch>(len);
         const u32 c = m2_distance_class(dist);
-        const u32 width = m2_extra_bits[c];
-        bits_.put(u64{c} << width | (dist - 1 - m2_dist_base[c]), m2_class_bits + width);
+        const u32 extra_bits = m2_extra_bits[c];
+        const u64 distance = u64{c} << extra_bits | (dist - 1 - m2_dist_base[c]);
+        const u32 distance_bits = m2_class_bits + extra_bits;
+        if (code < m2_first_split_code) [[likely]] {
+            bits_.put(u64{code} << distance_bits | distance, m2_gamma_bits(code) + distance_bits);
+        } else {
+            put_gamma(code);
+            bits_.put(distance, distance_bits);
+        }
         done_ = pos + len;
     }
 
@@ -64,7 +82,7 @@ class m2_tokens {
 
   private:
     /// Writes gamma(v).
-    void put_gamma(u32 v)
+    [[gnu::always_inline]] void put_gamma(u32 v)
     {
         const u32 zeros = m2_gamma_zeros(v);
         bits_.put(0, zeros);
@@ -72,16 +90,16 @@ class m2_tokens {
     }
 
     /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
-    void literals_until(u32 pos)
+    [[gnu::always_inline]] void literals_until(u32 pos)
     {
-        constexpr u32 group = 6;
-        for (; done_ + group <= pos; done_ += group) {
-            bits_.put(m2_six_literals(load_u64(text_ + done_)), group * m2_literal_bits);
+        for (; done_ + m2_literal_group <= pos; done_ += m2_literal_group) {
+            bits_.put(m2_six_literals(load_u64(text_ + done_)), m2_literal_group * m2_literal_bits);
             if (full()) return;
         }
         if (done_ >= pos) return; // the last match can pass the block's end
         const u32 rest = pos - done_;
-        bits_.put(m2_six_literals(load_u64(text_ + done_)) >> (group - rest) * m2_literal_bits,
+        bits_.put(m2_six_literals(load_u64(text_ + done_)) >>
+                      (m2_literal_group - rest) * m2_literal_bits,
                   rest * m2_literal_bits);
         done_ = pos;
     }
@@ -92,6 +110,11 @@ class m2_tokens {
     bit_writer bits_;
     u32 done_ = first_pos; // the block is written up to here
 };
+
+/// Bytes of the literals and the match that are written once the output is full.
+inline constexpr u32 m2_writes_past =
+    (m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_most_extra_bits + 7) / 8;
+static_assert(m2_writes_past + bit_writer_overrun <= out_slack);
 
 static_assert(token_writer<m2_tokens<4>>);
 
