@@ -3,9 +3,9 @@
 //     codec_bench [--benchmark_... options] FILE...
 //
 // For each file: every built level of every method encodes and decodes its first 16 MiB, a block of
-// any level, and so do LZ4, zlib and xz, all in buffers like those of the program, in large pages.
-// The codecs know the file's type, but there is no pre-filter.
-// "ratio" is the size of the result over that of the block.
+// any level, and so do LZ4, zlib, zstd and xz, all in buffers like those of the program, in large
+// pages. The codecs know the file's type, but there is no pre-filter. "ratio" is the size of the
+// result over that of the block.
 #include "common/owned_array.h"
 #include "common/platform.h"
 #include "frontend/file_type.h"
@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 #include <zlib.h>
+#include <zstd.h>
 
 namespace quarnex {
 namespace {
@@ -154,6 +155,18 @@ contender gzip(int level)
     return {"gzip-" + std::to_string(level), compressBound, encode, decode};
 }
 
+contender zstd(const std::string& name, int level)
+{
+    const auto checked = [](usize size) { return ZSTD_isError(size) != 0 ? 0 : size; };
+    const auto encode = [=](input in, output out) {
+        return checked(ZSTD_compress(out.data(), out.size(), in.data(), in.size(), level));
+    };
+    const auto decode = [=](input in, output out) {
+        return checked(ZSTD_decompress(out.data(), out.size(), in.data(), in.size()));
+    };
+    return {name, ZSTD_compressBound, encode, decode};
+}
+
 contender xz(u32 preset)
 {
     const auto encode = [preset](input in, output out) {
@@ -182,6 +195,9 @@ std::vector<contender> all_racers(const sample& file)
         gzip(1),
         gzip(6),
         gzip(9),
+        zstd("zstd-fast1", -1),
+        zstd("zstd-1", 1),
+        zstd("zstd-3", 3),
         xz(0),
         xz(1),
         xz(6),

@@ -15,16 +15,15 @@ namespace quarnex {
 inline constexpr u32 m2_literal_group = 6;
 static_assert(m2_literal_group * m2_literal_bits <= bit_writer::most_bits);
 
-/// The literal tokens of the first six of eight bytes, the first one on top of 54 bits.
+/// The literal tokens of the first six of eight bytes, the first highest, in 54 bits.
 constexpr u64 m2_six_literals(u64 bytes)
 {
-    // From pairs to groups of six, each byte moved up by one bit for every token behind it.
-    u64 tokens = byte_swap(bytes) >> 16;
-    const u64 thirds =
-        (tokens & 0xFFFF00000000) << 4 | (tokens & 0xFFFF0000) << 2 | (tokens & 0xFFFF);
-    tokens = (thirds & (u64{0xFF00} << 36 | u64{0xFF00} << 18 | 0xFF00)) << 1 |
-             (thirds & (u64{0xFF} << 36 | u64{0xFF} << 18 | 0xFF));
-    return tokens | 0x20100804020100;
+    constexpr u64 pair = u64{1} << 36 | u64{1} << 18 | 1; // where three pairs of tokens end
+    const u64 six = bytes >> 16;
+    const u64 pairs = (six >> 32) << 36 | (six >> 16 & 0xFFFF) << 18 | (six & 0xFFFF);
+    const u64 spread = (pairs & pair * 0xFF00) << 1 | (pairs & pair * 0xFF);
+    const u64 flags = pair * 0x20100;
+    return spread | flags;
 }
 
 /// From here on a token code and a distance may be too many bits for one put().
@@ -93,12 +92,13 @@ class m2_tokens {
     [[gnu::always_inline]] void literals_until(u32 pos)
     {
         for (; done_ + m2_literal_group <= pos; done_ += m2_literal_group) {
-            bits_.put(m2_six_literals(load_u64(text_ + done_)), m2_literal_group * m2_literal_bits);
+            bits_.put(m2_six_literals(load_u64_high_first(text_ + done_)),
+                      m2_literal_group * m2_literal_bits);
             if (full()) return;
         }
         if (done_ >= pos) return; // the last match can pass the block's end
         const u32 rest = pos - done_;
-        bits_.put(m2_six_literals(load_u64(text_ + done_)) >>
+        bits_.put(m2_six_literals(load_u64_high_first(text_ + done_)) >>
                       (m2_literal_group - rest) * m2_literal_bits,
                   rest * m2_literal_bits);
         done_ = pos;
