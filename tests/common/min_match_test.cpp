@@ -5,6 +5,12 @@
 namespace quarnex {
 namespace {
 
+TEST(static_min_match, is_4_at_levels_0_to_7_and_3_above)
+{
+    for (u32 level = 0; level <= 7; ++level) EXPECT_EQ(static_min_match(level), 4U) << level;
+    for (const u32 level : {8U, 9U}) EXPECT_EQ(static_min_match(level), 3U) << level;
+}
+
 TEST(min_match, is_4_at_levels_0_to_7_and_3_at_8_and_2_at_9)
 {
     for (u32 level = 0; level <= 7; ++level) EXPECT_EQ(min_match(level), 4U) << level;

@@ -33,5 +33,27 @@ TEST(block_text, a_match_ends_at_the_first_difference)
     }
 }
 
+TEST(block_text, positions_match_if_their_first_four_bytes_are_the_same)
+{
+    for (u32 differing = 0; differing < 5; ++differing) {
+        test::bytes bytes(size + search_reads_past);
+        const block_text text{bytes.data(), size};
+        bytes[10 + differing] = 1;
+        EXPECT_EQ(text.matches(10, 0), differing == 4) << differing;
+    }
+}
+
+TEST(block_text, positions_match_up_to_the_longest_distance)
+{
+    const test::bytes zeros(size + search_reads_past);
+    const block_text text{zeros.data(), size, 10};
+    EXPECT_TRUE(text.matches(10, 9));
+    EXPECT_TRUE(text.matches(10, 0));
+    EXPECT_FALSE(text.matches(11, 0));
+    EXPECT_TRUE(text.matches(11, 1));
+    const block_text unlimited{zeros.data(), size};
+    EXPECT_TRUE(unlimited.matches(size - 1, 0));
+}
+
 } // namespace
 } // namespace quarnex

@@ -311,13 +311,16 @@ TEST_P(decompress_driver, no_memory_for_the_block_is_failure_100)
     expect_failure(result, no_memory_failure);
 }
 
-TEST_P(decompress_driver, a_failure_of_another_thread_is_seen_before_the_first_record)
+TEST_P(decompress_driver, behind_a_failure_of_another_thread_no_output_is_created_or_emptied)
 {
     write_file(dir / "in", build_qrx(shuffled_file()));
+    write_file(dir / "old", to_bytes("old"));
     pipeline_state state(GetParam());
     state.abort_count = 1;
     EXPECT_EQ(decompress_file(state, dir / "in", dir / "out.qrx"), driver_failed);
-    EXPECT_EQ(restored(), bytes());
+    ASSERT_FALSE(file_exists(dir / "out"));
+    EXPECT_EQ(decompress_file(state, dir / "in", dir / "old.qrx"), driver_failed);
+    EXPECT_EQ(read_file(dir / "old"), to_bytes("old"));
 }
 
 TEST(decompress_stopped, a_failure_of_another_thread_is_seen_behind_the_next_record)

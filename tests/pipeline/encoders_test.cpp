@@ -23,8 +23,7 @@ class encoders : public testing::TestWithParam<int> {
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(method, encoders, testing::Values(1, 3, 4, 5),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(method, encoders, testing::Range(1, 6), testing::PrintToStringParamName());
 
 TEST_P(encoders, an_in_len_of_0_gives_the_result_0)
 {

@@ -1,0 +1,45 @@
+#include "frontend/path.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+TEST(path, the_last_part_starts_behind_the_last_separator)
+{
+    EXPECT_EQ(last_part("a/b"), 2U);
+    EXPECT_EQ(last_part("a/b/cde"), 4U);
+    EXPECT_EQ(last_part("/a"), 1U);
+    EXPECT_EQ(last_part("a//b"), 3U);
+}
+
+TEST(path, without_a_separator_is_its_own_last_part)
+{
+    EXPECT_EQ(last_part("a"), 0U);
+    EXPECT_EQ(last_part("a\\b"), 0U);
+    EXPECT_EQ(last_part(""), 0U);
+}
+
+TEST(path, with_a_trailing_separator_has_an_empty_last_part)
+{
+    EXPECT_EQ(last_part("a/"), 2U);
+    EXPECT_EQ(last_part("/"), 1U);
+}
+
+TEST(path, below_a_directory_has_a_separator_in_between)
+{
+    EXPECT_EQ(path_below("out", "x"), "out/x");
+    EXPECT_EQ(path_below("out", "a/x"), "out/a/x");
+    EXPECT_EQ(path_below(".", "x"), "./x");
+    EXPECT_EQ(path_below("out", ""), "out/");
+}
+
+TEST(path, below_a_directory_with_a_trailing_separator_gets_no_second_one)
+{
+    EXPECT_EQ(path_below("out/", "x"), "out/x");
+    EXPECT_EQ(path_below("/", "x"), "/x");
+    EXPECT_EQ(path_below("out//", "x"), "out//x");
+}
+
+} // namespace
+} // namespace quarnex

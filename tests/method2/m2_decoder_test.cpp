@@ -1,0 +1,523 @@
+#include "method2/m2_codec.h"
+
+#include "method2/m2_streams.h"
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::bytes_of;
+using test::m2_block;
+using test::m2_plain_writer;
+
+/// The last level of one dialect and the first of the other.
+constexpr std::array<u32, 2> dialects{7, 8};
+
+constexpr u32 shortest_match(u32 level)
+{
+    return level < 8 ? 4 : 3;
+}
+
+file_parameters parameters_at(u32 level)
+{
+    return test::parameters_of(2, static_cast<u8>(level));
+}
+
+/// What a decoder makes of a payload with other bytes behind it, in a buffer that is not clear.
+/// Nothing behind the buffer's slack may change.
+bytes decode_among_others(const codec_entry& decoder, bytes payload, usize length, u32 level)
+{
+    constexpr u8 other = 0xA5;
+    block_job job;
+    job.parameters = parameters_at(level);
+    job.in_len = static_cast<u32>(payload.size());
+    job.out_len = static_cast<u32>(length);
+    payload.resize(payload.size() + payload_slack, other);
+    bytes out(length + 2 * out_slack, other);
+    job.in_buf = payload.data();
+    job.out_buf = out.data();
+    const i32 result = decoder.run(job, decoder.init(job));
+    EXPECT_EQ(std::count(out.end() - out_slack, out.end(), other), i64{out_slack});
+    EXPECT_GE(result, 0);
+    EXPECT_LE(result, static_cast<i64>(length));
+    out.resize(static_cast<usize>(result));
+    return out;
+}
+
+/// What both decoders make of a payload, whatever is around it: that of this processor and that of
+/// any.
+bytes decode(const bytes& payload, usize length, u32 level)
+{
+    const bytes out = test::decode_with(m2_decoder, payload, length, parameters_at(level));
+    for (const codec_entry* decoder : {&m2_decoder, &m2_portable_decoder})
+        EXPECT_TRUE(decode_among_others(*decoder, payload, length, level) == out);
+    EXPECT_TRUE(test::decode_with(m2_portable_decoder, payload, length, parameters_at(level)) ==
+                out);
+    return out;
+}
+
+void expect_decoded(const m2_block& block)
+{
+    EXPECT_TRUE(decode(block.stream(), block.size(), block.level()) == block.data());
+    // A full block needs no end token.
+    EXPECT_TRUE(decode(block.writer().out, block.size(), block.level()) == block.data());
+}
+
+/// Behind an 'a'.
+m2_plain_writer writer(u32 level = 7)
+{
+    return {'a', level};
+}
+
+// Streams worked by hand
+
+TEST(m2_decoder, the_smallest_stream_is_a_byte_and_the_end_token)
+{
+    for (const u32 level : dialects) EXPECT_EQ(decode({'A', 0b0001111'0}, 1, level), bytes_of("A"));
+}
+
+TEST(m2_decoder, an_out_len_of_1_takes_the_first_byte_and_no_token)
+{
+    EXPECT_EQ(decode({'A', 0b1'0100001, 0b0'0001111}, 1, 7), bytes_of("A"));
+    EXPECT_EQ(decode({'A'}, 1, 7), bytes_of("A"));
+}
+
+TEST(m2_decoder, an_empty_payload_or_an_empty_block_gives_nothing)
+{
+    EXPECT_TRUE(decode({}, 10, 7).empty());
+    EXPECT_TRUE(decode({'A', 0xFF, 0xFF}, 0, 7).empty());
+}
+
+TEST(m2_decoder, a_match_may_overlap_what_it_makes)
+{
+    // Literals 'b' and 'c', then six bytes from distance 3.
+    const bytes stream = writer()
+                             .put(0b1'01100010, 9)
+                             .put(0b1'01100011, 9)
+                             .put(0b00101'00000'0010, 14)
+                             .put(0b0001111, 7)
+                             .out;
+    EXPECT_EQ(decode(stream, 9, 8), bytes_of("abcabcabc"));
+    EXPECT_EQ(decode(stream, 10, 0), bytes_of("abcabcabca")); // there it has seven
+}
+
+TEST(m2_decoder, the_dialect_changes_between_levels_7_and_8)
+{
+    const bytes stream = writer().put(0b010'00000'0000, 12).put(0b0001111, 7).out;
+    for (u32 level = 0; level <= 7; ++level) EXPECT_EQ(decode(stream, 9, level), bytes_of("aaaaa"));
+    for (u32 level = 8; level <= 9; ++level) EXPECT_EQ(decode(stream, 9, level), bytes_of("aaaa"));
+}
+
+TEST(m2_decoder, code_13_is_a_byte_run_in_one_dialect_and_14_bytes_in_the_other)
+{
+    // Byte 0 and a count of 8, or class 0 with the distance 1 and then a match of three bytes.
+    const bytes stream =
+        writer().put(0b0001101'00000'000, 15).put(0b0'001001'0, 8).put(0b0000'0001111, 11).out;
+    EXPECT_EQ(decode(writer().put(0b0001101'00000000, 15).put(0b0001001, 7).out, 9, 7),
+              test::joined({{'a'}, bytes(8, 0)}));
+    EXPECT_EQ(decode(stream, 15, 8), bytes(15, 'a'));
+}
+
+TEST(m2_decoder, a_literal_run_of_12_has_a_count_of_one_bit)
+{
+    m2_plain_writer stream = writer().put(0b0001110'1, 8);
+    for (const u8 byte : bytes_of("bcdefghijklm")) stream.put(byte, 8);
+    for (const u32 level : dialects)
+        EXPECT_EQ(decode(stream.put(0b0001111, 7).out, 99, level), bytes_of("abcdefghijklm"));
+}
+
+TEST(m2_decoder, a_match_of_15_has_code_16)
+{
+    for (const u32 level : dialects) {
+        EXPECT_EQ(decode(writer().put(0b000010000'00000'0000, 18).put(0b0001111, 7).out, 99, level),
+                  bytes(16, 'a'));
+    }
+}
+
+// Literals
+
+TEST(m2_decoder, literals_of_any_number_before_and_after_matches)
+{
+    for (const u32 level : dialects) {
+        for (u32 count = 0; count <= 20; ++count) {
+            m2_block block = m2_block(level).literals(40);
+            for (u32 n = 0; n < 20; ++n) block.literals(count).match(4 + n, 17 + n);
+            expect_decoded(block);
+        }
+    }
+}
+
+TEST(m2_decoder, literals_of_any_number_at_the_end_of_the_block)
+{
+    for (const u32 level : dialects) {
+        for (u32 count = 0; count <= 20; ++count) {
+            expect_decoded(m2_block(level).literals(count));
+            expect_decoded(m2_block(level).match(5, 1).literals(count));
+            expect_decoded(m2_block(level).literals(20).match(300, 18).literals(count));
+        }
+    }
+}
+
+// Matches
+
+TEST(m2_decoder, matches_of_every_short_length_at_every_short_distance)
+{
+    for (const u32 level : dialects) {
+        for (u32 dist = 1; dist <= 40; ++dist) {
+            m2_block block = m2_block(level).literals(40);
+            for (u32 len = shortest_match(level); len <= 40; ++len)
+                block.literals(len % 4).match(len, dist);
+            expect_decoded(block);
+        }
+    }
+}
+
+TEST(m2_decoder, matches_of_every_short_length_at_the_end_of_the_block)
+{
+    for (const u32 level : dialects) {
+        for (u32 dist = 1; dist <= 40; ++dist) {
+            for (u32 len = shortest_match(level); len <= 40; ++len)
+                expect_decoded(m2_block(level).literals(39).match(len, dist));
+        }
+    }
+}
+
+TEST(m2_decoder, lengths_on_both_sides_of_every_width_of_a_code)
+{
+    for (const u32 level : dialects) {
+        for (u32 width = 3; width <= 20; ++width) {
+            m2_block block = m2_block(level).literals(50);
+            for (const u32 dist : {1U, 2U, 3U, 15U, 16U, 40U}) {
+                for (u32 len = (1U << width) - 2; len <= (1U << width) + 1; ++len)
+                    block.match(len, dist).literals(2);
+                if (width > 14) break;
+            }
+            expect_decoded(block.match(70000, 41));
+        }
+    }
+}
+
+TEST(m2_decoder, every_class_with_its_least_and_its_greatest_extra_value)
+{
+    for (const u32 level : dialects) {
+        m2_block block = m2_block(level).literals(100).match(9 << 20, 97).literals(99);
+        for (u32 dist_class = 0; dist_class < 31; ++dist_class) {
+            const u32 greatest = (1U << test::m2_plain_extra_bits(dist_class)) - 1;
+            block.match_in_class(4 + dist_class, dist_class, 0).literals(3);
+            block.match_in_class(14, dist_class, greatest).literals(1);
+            block.match_in_class(200 + dist_class, dist_class, greatest / 2);
+        }
+        expect_decoded(block.match_in_class(20, 31, 0).match_in_class(9, 31, 1U << 19));
+    }
+}
+
+TEST(m2_decoder, the_longest_distance_and_some_that_no_encoder_sends)
+{
+    constexpr u32 longest = 1 << 25;
+    m2_block block = m2_block(8).literals(100).match(longest, 97).literals(50);
+    block.match(6, longest - 1).match(40, longest).match(7, longest + 1).match(30, block.size());
+    expect_decoded(block);
+}
+
+TEST(m2_decoder, class_14_reaches_into_class_15)
+{
+    for (const u32 level : dialects) {
+        m2_block block = m2_block(level).literals(6200);
+        for (const u32 extra : {0U, 31U, 32U, 33U, 2046U, 2047U})
+            block.match_in_class(9, 14, extra);
+        for (const u32 dist : {4064U, 4065U, 4066U, 4095U, 4096U, 4097U, 4098U})
+            block.match(7, dist).literals(1);
+        expect_decoded(block.match_in_class(20, 15, 0));
+    }
+}
+
+// A pass takes up to three literals and a match if they have no more bits than a word gives.
+
+/// Adds matches up to that bit of a byte.
+void add_matches_to(u32 bit_of_byte, m2_block& block)
+{
+    // Of 3 + 5 + 5 bits.
+    while (block.stream_bits() % 8 != bit_of_byte) block.match(3, 33);
+}
+
+TEST(m2_decoder, literals_and_a_match_of_40_to_80_bits_from_any_bit_on)
+{
+    m2_block block = m2_block(8).literals(100).match(5 << 20, 97);
+    for (u32 literals = 0; literals <= 4; ++literals) {
+        for (u32 zeros = 1; zeros <= 10; ++zeros) {
+            for (u32 dist_class = 0; dist_class < 30; ++dist_class) {
+                const u32 extra_bits = test::m2_plain_extra_bits(dist_class);
+                const u32 bits = 9 * literals + 2 * zeros + 1 + 5 + extra_bits;
+                if (bits < 40 || bits > 80) continue;
+                const u32 len = zeros < 4 ? 2U << zeros : (2U << zeros) - 2;
+                for (u32 bit = 0; bit < 8; ++bit) {
+                    add_matches_to(bit, block);
+                    block.literals(literals);
+                    block.match_in_class(len, dist_class, 0xAAAA'AAAA >> (32 - extra_bits));
+                }
+            }
+        }
+    }
+    expect_decoded(block);
+}
+
+TEST(m2_decoder, a_last_token_of_any_size_from_any_bit_on)
+{
+    for (u32 bit = 0; bit < 8; ++bit) {
+        m2_block start = m2_block(8).literals(40).match(900, 29);
+        add_matches_to(bit, start);
+        for (u32 literals = 0; literals <= 8; ++literals) {
+            for (u32 width = 3; width <= 12; ++width) {
+                const u32 len = (1U << width) - 1;
+                expect_decoded(m2_block(start).literals(literals).match(len, 31));
+                expect_decoded(m2_block(start).literals(literals).match(len, 900));
+            }
+        }
+    }
+}
+
+// Runs
+
+TEST(m2_decoder, byte_runs_of_any_length)
+{
+    m2_block block(7);
+    for (const u32 count : {0U, 1U, 2U, 12U, 126U, 127U, 128U, 65534U, 65535U, 70000U, 1U << 20}) {
+        expect_decoded(m2_block(7).byte_run('x', count));
+        block.byte_run(static_cast<u8>(count * 7), count).literals(count % 3).match(4, 1);
+    }
+    expect_decoded(block);
+}
+
+TEST(m2_decoder, literal_runs_of_any_length_at_the_start_of_a_stream)
+{
+    for (const u32 level : dialects) {
+        for (const u32 count : {12U, 13U, 14U, 18U, 19U, 20U, 26U, 27U, 1000U, 65546U, 70000U}) {
+            expect_decoded(m2_block(level).literal_run(count));
+            expect_decoded(m2_block(level).literal_run(count).match(5, 12).literals(3));
+        }
+    }
+}
+
+TEST(m2_decoder, literal_runs_from_any_bit_on)
+{
+    for (const u32 level : dialects) {
+        m2_block block(level);
+        for (u32 count = 12; count < 60; ++count)
+            block.literals(count % 9).literal_run(count).match(4 + count, 12);
+        expect_decoded(block);
+    }
+}
+
+TEST(m2_decoder, runs_up_to_the_end_of_the_block_and_beyond)
+{
+    for (const u32 level : dialects) {
+        const m2_block block = m2_block(level).literals(5).literal_run(30);
+        expect_decoded(block);
+        EXPECT_EQ(decode(block.stream(), 35, level).size(), 6U);
+    }
+    const m2_block block = m2_block(7).literals(5).byte_run('x', 30);
+    expect_decoded(block);
+    EXPECT_EQ(decode(block.stream(), 35, 7).size(), 6U);
+}
+
+TEST(m2_decoder, a_byte_run_of_nothing_at_the_end_of_a_stream_is_none)
+{
+    const bytes stream = m2_block(7).literal('b').byte_run('x', 0).stream();
+    EXPECT_EQ(decode(stream, 9, 7), bytes_of("ab"));
+}
+
+// The end
+
+TEST(m2_decoder, a_last_match_that_passes_the_end_of_the_block_is_cut)
+{
+    for (const u32 level : dialects) {
+        for (const u32 len : {4U, 6U, 14U, 15U, 40U, 5000U}) {
+            for (const u32 dist : {1U, 3U, 12U, 16U, 30U}) {
+                for (const u32 over : {1U, 2U, 3U, 4U, 5U, len - 1}) {
+                    if (over >= len) continue;
+                    const m2_block block = m2_block(level).literals(30).match(len, dist);
+                    EXPECT_TRUE(decode(block.stream(), block.size() - over, level) ==
+                                bytes(block.data().begin(), block.data().end() - over));
+                }
+            }
+        }
+    }
+}
+
+TEST(m2_decoder, behind_the_end_of_the_block_no_token_counts)
+{
+    for (const u32 level : dialects) {
+        for (usize size = 1; size <= 45; ++size) {
+            const m2_block block = m2_block(level).literals(40).match(70000, 3).literals(50);
+            EXPECT_EQ(decode(block.stream(), size, level),
+                      bytes(block.data().begin(), block.data().begin() + static_cast<i64>(size)));
+        }
+    }
+}
+
+TEST(m2_decoder, an_early_end_token_ends_the_block)
+{
+    for (const u32 level : dialects) {
+        for (u32 literals = 0; literals < 8; ++literals) {
+            const m2_block block = m2_block(level).literals(literals);
+            const bytes stream = test::joined({block.stream(), bytes(20, 0xFF)});
+            EXPECT_EQ(decode(stream, 100, level), block.data());
+        }
+    }
+}
+
+// Any stream
+
+TEST(m2_decoder, decodes_any_valid_stream_of_both_dialects)
+{
+    for (u64 seed = 1; seed <= 60; ++seed) {
+        for (const u32 level : dialects) {
+            const m2_block block = test::random_m2_block(seed, level, 2000);
+            const bytes plain = test::m2_plain_decode(block.stream(), block.size(), level);
+            ASSERT_TRUE(plain == block.data());
+            expect_decoded(block);
+        }
+    }
+}
+
+TEST(m2_decoder, decodes_what_the_encoders_make)
+{
+    for (u8 level = 0; level <= 7; ++level) {
+        for (const test::shape& shape : test::all_shapes()) {
+            const bytes block = shape.make(20000, level);
+            const bytes stream = test::encode(block, test::parameters_of(2, level, 12));
+            if (stream.size() == block.size()) continue;
+            EXPECT_TRUE(decode(stream, block.size(), level) == block) << shape.name;
+        }
+    }
+}
+
+// Damage
+
+TEST(m2_decoder, a_distance_before_the_block_ends_it)
+{
+    for (const u32 level : dialects) {
+        for (u32 literals = 0; literals < 6; ++literals) {
+            for (const u32 len : {4U, 14U, 15U, 1000U}) {
+                const m2_block start = m2_block(level).literals(20).match(9, 5).literals(literals);
+                m2_block block(start);
+                expect_decoded(block.match(len, start.size()).literals(30)); // from the first byte
+                m2_plain_writer stream = start.writer();
+                stream.match(len, start.size() + 1);
+                for (u32 i = 0; i < 30; ++i) stream.literal('x');
+                EXPECT_EQ(decode(stream.out, 2000, level), start.data());
+            }
+        }
+    }
+}
+
+TEST(m2_decoder, a_distance_of_each_class_before_the_block_ends_it)
+{
+    for (u32 dist_class = 0; dist_class < 32; ++dist_class) {
+        const u32 extra = (1U << test::m2_plain_extra_bits(dist_class)) - 1;
+        const bytes stream = writer().match_in_class(9, dist_class, extra).put(~u64{0}, 64).out;
+        EXPECT_EQ(decode(stream, 2000, 7), bytes_of("a"));
+    }
+}
+
+/// The gamma code of a one and that many zeros, even where that is no number of 64 bits.
+void put_gamma_of(u32 zeros, m2_plain_writer& stream)
+{
+    for (u32 i = 0; i < zeros; ++i) stream.put(0, 1);
+    stream.put(1, 1);
+    for (u32 i = 0; i < zeros; ++i) stream.put(0, 1);
+}
+
+TEST(m2_decoder, a_token_code_with_31_zeros_is_a_match_and_one_with_32_is_damage)
+{
+    for (const u32 level : dialects) {
+        for (u32 literals = 0; literals < 6; ++literals) {
+            for (const u32 zeros : {20U, 28U, 31U, 32U, 33U, 56U, 57U, 63U, 64U, 65U, 200U}) {
+                m2_plain_writer stream = writer(level);
+                for (u32 i = 0; i < literals; ++i) stream.literal('a');
+                put_gamma_of(zeros, stream);
+                stream.out.resize(100); // distance 1
+                const usize size = zeros < 32 ? 1000 : 1 + literals;
+                EXPECT_EQ(decode(stream.out, 1000, level), bytes(size, 'a')) << zeros;
+            }
+        }
+    }
+}
+
+TEST(m2_decoder, the_count_of_a_run_beyond_the_block_ends_it)
+{
+    for (const u32 zeros : {10U, 20U, 31U, 32U, 33U, 57U, 64U, 65U, 200U}) {
+        m2_plain_writer byte_run = writer().literal('b').put(0b0001101'00000000, 15);
+        m2_plain_writer literal_run = writer().literal('b').put(0b0001110, 7);
+        for (m2_plain_writer* stream : {&byte_run, &literal_run}) {
+            put_gamma_of(zeros, *stream);
+            stream->out.resize(2000, 0xFF);
+            EXPECT_EQ(decode(stream->out, 1000, 7), bytes_of("ab")) << zeros;
+        }
+    }
+}
+
+bytes first_of(const bytes& all, usize count)
+{
+    return {all.begin(), all.begin() + static_cast<i64>(count)};
+}
+
+TEST(m2_decoder, a_payload_cut_anywhere_gives_all_whole_tokens)
+{
+    for (u32 seed = 1; seed <= 20; ++seed) {
+        const m2_block block = test::random_m2_block(seed, dialects[seed % 2], 100);
+        const bytes& stream = block.writer().out;
+        for (usize size = 1; size <= stream.size(); ++size) {
+            ASSERT_EQ(decode(first_of(stream, size), block.size(), block.level()),
+                      first_of(block.data(), block.size_within(8 * size)))
+                << size;
+        }
+    }
+}
+
+TEST(m2_decoder, a_longer_payload_than_needed_is_no_damage)
+{
+    for (const u32 level : dialects) {
+        const m2_block block = test::random_m2_block(3, level, 100);
+        for (const u8 more : {u8{0}, u8{0xA5}, u8{0xFF}}) {
+            const bytes stream = test::joined({block.stream(), bytes(100, more)});
+            EXPECT_EQ(decode(stream, block.size(), level), block.data());
+        }
+    }
+}
+
+TEST(m2_decoder, in_front_of_a_flipped_bit_all_tokens_count)
+{
+    for (u32 seed = 1; seed <= 6; ++seed) {
+        const m2_block block = test::random_m2_block(seed, dialects[seed % 2], 60);
+        bytes damaged = block.stream();
+        for (usize bit = 0; bit < block.stream_bits(); ++bit) {
+            damaged[bit / 8] ^= static_cast<u8>(0x80 >> bit % 8);
+            const bytes out = decode(damaged, block.size(), block.level());
+            const usize right = bit < 8 ? 0 : block.size_within(bit);
+            ASSERT_GE(out.size(), right) << bit;
+            ASSERT_EQ(first_of(out, right), first_of(block.data(), right)) << bit;
+            damaged[bit / 8] ^= static_cast<u8>(0x80 >> bit % 8);
+        }
+    }
+}
+
+TEST(m2_decoder, nonsense_gives_some_bytes)
+{
+    for (const u32 level : dialects) {
+        for (u64 seed = 1; seed <= 500; ++seed) {
+            const bytes payload = test::find_shape("random").make(1 + seed, seed);
+            EXPECT_FALSE(decode(payload, 1 + seed % 97 * 40, level).empty());
+        }
+        for (u32 value = 0; value < 256; ++value) {
+            for (const usize size : {usize{1}, usize{2}, usize{7}, usize{400}})
+                EXPECT_FALSE(decode(bytes(size, static_cast<u8>(value)), 5000, level).empty());
+        }
+    }
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,57 @@
+// support/file_tree.h - directories with all that is in them
+#pragma once
+
+#include "support/temp_dir.h"
+
+#include <filesystem>
+#include <map>
+
+namespace quarnex::test {
+
+/// Files with their content, and directories with "/" behind their names and no content.
+using file_tree = std::map<std::string, bytes>;
+
+/// All that lies below a directory, by the names there.
+inline file_tree tree_below(const std::string& directory)
+{
+    file_tree tree;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+        const std::string name = entry.path().string();
+        const std::string below = name.substr(directory.size() + 1);
+        if (entry.is_directory())
+            tree[below + "/"] = {};
+        else
+            tree[below] = read_file(name);
+    }
+    return tree;
+}
+
+inline std::vector<std::string> names_below(const std::string& directory)
+{
+    std::vector<std::string> names;
+    for (const auto& [name, content] : tree_below(directory)) names.push_back(name);
+    return names;
+}
+
+/// Creates a file, or a directory if the name has "/" behind it, and the directories above.
+inline void plant(const std::string& name, const bytes& content = {})
+{
+    std::filesystem::create_directories(std::filesystem::path(name).parent_path());
+    if (name.back() != '/') write_file(name, content);
+}
+
+/// "d/d/.../d" with `levels` directories.
+inline std::string nested_directories(usize levels)
+{
+    std::string name = "d";
+    for (usize level = 1; level < levels; ++level) name += "/d";
+    return name;
+}
+
+/// A name of `length` bytes for `path`, which is absolute.
+inline std::string stretched(const std::string& path, usize length)
+{
+    return std::string(length - path.size(), '/') + path;
+}
+
+} // namespace quarnex::test
