@@ -5,9 +5,8 @@
 // may come from another hash value.  Every candidate is verified by its first four bytes: such an
 // entry, or a stale one, costs time but never correctness.
 //
-// The tables are large (128 MiB at the highest levels) and mostly empty.  They are made of fresh
-// pages that are zero (table_memory.h), and each bucket is fetched some positions before it is
-// needed.
+// The tables are large (128 MiB at the highest levels) and mostly empty.  Threads keep them from
+// block to block (table_memory.h), and each bucket is fetched some positions before it is needed.
 #pragma once
 
 #include "match/concepts.h"
@@ -42,13 +41,13 @@ class bucket_array {
     /// Has the bucket of `pos` on its way when it is needed.
     void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
-    /// Ends the use for a block.  A short one leaves the entries as it found them, for the next.
+    /// Ends the use for a block.  A short one leaves the entries as it found them.
     void leave(const block_text& text)
     {
-        if (!entries_.worth_keeping(text.size)) return;
+        if (!entries_.is_mostly_zero(text.size)) return;
         // All positions behind the block have one bucket: that of zeros.
         for (u32 pos = 0; pos <= text.size; ++pos) std::fill_n(at(text, pos), size_, 0);
-        entries_.keep();
+        entries_.was_cleared();
     }
 
   private:

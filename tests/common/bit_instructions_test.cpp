@@ -18,6 +18,16 @@ void expect_fields()
     EXPECT_EQ(Bits::extract(word, bit_field(60, 4)), 0xFU);
 }
 
+template <class Bits>
+void expect_leading_zeros()
+{
+    EXPECT_EQ(Bits::leading_zeros(0), 64U);
+    for (u32 zeros = 0; zeros < 64; ++zeros) {
+        EXPECT_EQ(Bits::leading_zeros(u64{1} << 63 >> zeros), zeros);
+        EXPECT_EQ(Bits::leading_zeros(~u64{0} >> zeros), zeros);
+    }
+}
+
 TEST(bit_instructions, any_processor_extracts_fields)
 {
     expect_fields<portable_bits>();
@@ -27,6 +37,22 @@ TEST(bit_instructions, a_processor_with_them_extracts_the_same)
 {
     if (!has_bit_instructions()) GTEST_SKIP() << "this processor has none";
     expect_fields<fast_bits>();
+}
+
+TEST(bit_instructions, any_processor_counts_leading_zeros)
+{
+    expect_leading_zeros<portable_bits>();
+}
+
+TEST(bit_instructions, a_processor_with_them_counts_the_same)
+{
+    if (!has_bit_instructions()) GTEST_SKIP() << "this processor has none";
+    expect_leading_zeros<fast_bits>();
+}
+
+TEST(bit_instructions, a_value_that_is_computed_here_stays_as_it_is)
+{
+    for (const u64 value : {u64{0}, u64{1}, word, ~u64{0}}) EXPECT_EQ(computed_here(value), value);
 }
 
 } // namespace

@@ -44,6 +44,24 @@ TEST(bytes, the_named_stores_have_the_width_of_their_name)
     EXPECT_EQ(memory, (std::array<u8, 9>{0x0A, 0x0B, 3, 4, 0xFF, 0xFF, 0xFF, 0xFF, 0}));
 }
 
+TEST(bytes, a_load_with_the_highest_byte_first_is_one_at_any_alignment)
+{
+    std::array<u8, 16> memory{};
+    for (usize at = 0; at < 8; ++at) {
+        for (u8 i = 0; i < 8; ++i) memory[at + i] = static_cast<u8>(0xF1 + i);
+        EXPECT_EQ(load_u64_high_first(&memory[at]), 0xF1F2F3F4F5F6F7F8U);
+    }
+}
+
+TEST(bytes, a_store_with_the_highest_byte_first_touches_no_neighbour)
+{
+    std::array<u8, 10> memory;
+    memory.fill(0xEE);
+    store_u64_high_first(&memory[1], 0x123456789ABCDEF0);
+    EXPECT_EQ(memory,
+              (std::array<u8, 10>{0xEE, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0xEE}));
+}
+
 TEST(bytes, byte_swap_turns_the_order_round)
 {
     EXPECT_EQ(byte_swap<u8>(0x12), 0x12);

@@ -26,35 +26,49 @@ TEST(table_memory, is_all_zero)
     EXPECT_TRUE(is_zero(table_memory(count, positions), count));
 }
 
-TEST(table_memory, that_is_kept_serves_the_next_table_of_its_size)
+/// Where a table of `count` entries lies that is used and, if `clears`, cleared again.
+const u32* use_table(bool clears)
 {
-    table_memory first(count, positions);
-    u32* const place = first.get();
-    first.keep();
-    EXPECT_EQ(table_memory(count, positions).get(), place);
+    table_memory memory(count, positions);
+    memory.get()[7] = 1;
+    if (clears) {
+        memory.get()[7] = 0;
+        memory.was_cleared();
+    }
+    return memory.get();
 }
 
-TEST(table_memory, that_is_not_kept_is_fresh_the_next_time)
+TEST(table_memory, serves_the_next_table_of_its_size_all_zero)
 {
-    {
-        table_memory first(count, positions);
-        first.get()[7] = 1;
+    for (const bool clears : {false, true, false}) {
+        const u32* const place = use_table(clears);
+        const table_memory next(count, positions);
+        EXPECT_EQ(next.get(), place);
+        EXPECT_TRUE(is_zero(next, count));
     }
-    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+}
+
+TEST(table_memory, that_was_cleared_by_its_user_is_not_cleared_once_more)
+{
+    u32* const place = const_cast<u32*>(use_table(true));
+    place[3] = 1;
+    EXPECT_EQ(table_memory(count, positions).get()[3], 1U);
 }
 
 TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
 {
-    table_memory(count, positions).keep();
-    table_memory larger(2 * count, positions);
-    EXPECT_TRUE(is_zero(larger, 2 * count));
-    larger.keep();
+    use_table(false);
+    {
+        const table_memory larger(2 * count, positions);
+        EXPECT_TRUE(is_zero(larger, 2 * count));
+        larger.get()[2 * count - 1] = 1;
+    }
     EXPECT_TRUE(is_zero(table_memory(count, positions), count));
 }
 
 TEST(table_memory, of_two_tables_at_a_time_is_not_shared)
 {
-    table_memory(count, positions).keep();
+    use_table(false);
     const table_memory first(count, positions);
     const table_memory second(count, positions);
     EXPECT_NE(first.get(), second.get());
@@ -62,20 +76,18 @@ TEST(table_memory, of_two_tables_at_a_time_is_not_shared)
 
 TEST(table_memory, is_kept_for_the_same_thread_alone)
 {
-    table_memory first(count, positions);
-    const u32* const place = first.get();
-    first.keep();
+    const u32* const place = use_table(false);
     const u32* other = nullptr;
     std::thread([&] { other = table_memory(count, positions).get(); }).join();
     EXPECT_NE(other, place);
     EXPECT_EQ(table_memory(count, positions).get(), place);
 }
 
-TEST(table_memory, is_worth_keeping_for_short_blocks)
+TEST(table_memory, is_mostly_zero_behind_short_blocks)
 {
     const table_memory memory(count, positions);
-    EXPECT_TRUE(memory.worth_keeping(count / 512 - 1));
-    EXPECT_FALSE(memory.worth_keeping(count / 512));
+    EXPECT_TRUE(memory.is_mostly_zero(count / 512 - 1));
+    EXPECT_FALSE(memory.is_mostly_zero(count / 512));
 }
 
 // What searches leave behind

@@ -59,6 +59,11 @@ bytes decode(const bytes& payload, usize length, u32 level)
     return out;
 }
 
+bytes first_of(const bytes& all, usize count)
+{
+    return {all.begin(), all.begin() + static_cast<i64>(count)};
+}
+
 void expect_decoded(const m2_block& block)
 {
     EXPECT_TRUE(decode(block.stream(), block.size(), block.level()) == block.data());
@@ -113,28 +118,25 @@ TEST(m2_decoder, the_dialect_changes_between_levels_7_and_8)
 
 TEST(m2_decoder, code_13_is_a_byte_run_in_one_dialect_and_14_bytes_in_the_other)
 {
-    // Byte 0 and a count of 8, or class 0 with the distance 1 and then a match of three bytes.
-    const bytes stream =
-        writer().put(0b0001101'00000'000, 15).put(0b0'001001'0, 8).put(0b0000'0001111, 11).out;
-    EXPECT_EQ(decode(writer().put(0b0001101'00000000, 15).put(0b0001001, 7).out, 9, 7),
-              test::joined({{'a'}, bytes(8, 0)}));
-    EXPECT_EQ(decode(stream, 15, 8), bytes(15, 'a'));
+    // 0001101 00000000 010 and the literal E0, or 0001101 00000 0000 and the literal 'x'.
+    const bytes stream{'a', 0b00011010, 0b00000000, 0b10111100, 0b00001111};
+    EXPECT_EQ(decode(stream, 3, 7), (bytes{'a', 0, 0xE0}));
+    EXPECT_EQ(decode(stream, 16, 8), bytes_of("aaaaaaaaaaaaaaax"));
 }
 
 TEST(m2_decoder, a_literal_run_of_12_has_a_count_of_one_bit)
 {
     m2_plain_writer stream = writer().put(0b0001110'1, 8);
     for (const u8 byte : bytes_of("bcdefghijklm")) stream.put(byte, 8);
+    stream.put(0b0001111, 7);
     for (const u32 level : dialects)
-        EXPECT_EQ(decode(stream.put(0b0001111, 7).out, 99, level), bytes_of("abcdefghijklm"));
+        EXPECT_EQ(decode(stream.out, 99, level), bytes_of("abcdefghijklm"));
 }
 
 TEST(m2_decoder, a_match_of_15_has_code_16)
 {
-    for (const u32 level : dialects) {
-        EXPECT_EQ(decode(writer().put(0b000010000'00000'0000, 18).put(0b0001111, 7).out, 99, level),
-                  bytes(16, 'a'));
-    }
+    const bytes stream = writer().put(0b000010000'00000'0000, 18).put(0b0001111, 7).out;
+    for (const u32 level : dialects) EXPECT_EQ(decode(stream, 99, level), bytes(16, 'a'));
 }
 
 // Literals
@@ -190,10 +192,10 @@ TEST(m2_decoder, lengths_on_both_sides_of_every_width_of_a_code)
     for (const u32 level : dialects) {
         for (u32 width = 3; width <= 20; ++width) {
             m2_block block = m2_block(level).literals(50);
-            for (const u32 dist : {1U, 2U, 3U, 15U, 16U, 40U}) {
+            for (const u32 dist : {40U, 16U, 15U, 3U, 2U, 1U}) {
                 for (u32 len = (1U << width) - 2; len <= (1U << width) + 1; ++len)
                     block.match(len, dist).literals(2);
-                if (width > 14) break;
+                if (width > 14) break; // one distance will do for these
             }
             expect_decoded(block.match(70000, 41));
         }
@@ -243,20 +245,30 @@ void add_matches_to(u32 bit_of_byte, m2_block& block)
     while (block.stream_bits() % 8 != bit_of_byte) block.match(3, 33);
 }
 
+/// A length whose code has that many zeros at level 8.
+constexpr u32 length_with(u32 zeros)
+{
+    return zeros < 4 ? (1U << zeros) + 2 : 1U << zeros;
+}
+
+constexpr u32 match_bits(u32 zeros, u32 dist_class)
+{
+    return 2 * zeros + 1 + 5 + test::m2_plain_extra_bits(dist_class);
+}
+
 TEST(m2_decoder, literals_and_a_match_of_40_to_80_bits_from_any_bit_on)
 {
     m2_block block = m2_block(8).literals(100).match(5 << 20, 97);
     for (u32 literals = 0; literals <= 4; ++literals) {
         for (u32 zeros = 1; zeros <= 10; ++zeros) {
             for (u32 dist_class = 0; dist_class < 30; ++dist_class) {
-                const u32 extra_bits = test::m2_plain_extra_bits(dist_class);
-                const u32 bits = 9 * literals + 2 * zeros + 1 + 5 + extra_bits;
+                const u32 bits = 9 * literals + match_bits(zeros, dist_class);
                 if (bits < 40 || bits > 80) continue;
-                const u32 len = zeros < 4 ? 2U << zeros : (2U << zeros) - 2;
+                const u32 extra = 0xAAAA'AAAA >> (32 - test::m2_plain_extra_bits(dist_class));
                 for (u32 bit = 0; bit < 8; ++bit) {
                     add_matches_to(bit, block);
                     block.literals(literals);
-                    block.match_in_class(len, dist_class, 0xAAAA'AAAA >> (32 - extra_bits));
+                    block.match_in_class(length_with(zeros), dist_class, extra);
                 }
             }
         }
@@ -339,8 +351,8 @@ TEST(m2_decoder, a_last_match_that_passes_the_end_of_the_block_is_cut)
                 for (const u32 over : {1U, 2U, 3U, 4U, 5U, len - 1}) {
                     if (over >= len) continue;
                     const m2_block block = m2_block(level).literals(30).match(len, dist);
-                    EXPECT_TRUE(decode(block.stream(), block.size() - over, level) ==
-                                bytes(block.data().begin(), block.data().end() - over));
+                    const u32 size = block.size() - over;
+                    EXPECT_EQ(decode(block.stream(), size, level), first_of(block.data(), size));
                 }
             }
         }
@@ -352,8 +364,7 @@ TEST(m2_decoder, behind_the_end_of_the_block_no_token_counts)
     for (const u32 level : dialects) {
         for (usize size = 1; size <= 45; ++size) {
             const m2_block block = m2_block(level).literals(40).match(70000, 3).literals(50);
-            EXPECT_EQ(decode(block.stream(), size, level),
-                      bytes(block.data().begin(), block.data().begin() + static_cast<i64>(size)));
+            EXPECT_EQ(decode(block.stream(), size, level), first_of(block.data(), size));
         }
     }
 }
@@ -379,18 +390,6 @@ TEST(m2_decoder, decodes_any_valid_stream_of_both_dialects)
             const bytes plain = test::m2_plain_decode(block.stream(), block.size(), level);
             ASSERT_TRUE(plain == block.data());
             expect_decoded(block);
-        }
-    }
-}
-
-TEST(m2_decoder, decodes_what_the_encoders_make)
-{
-    for (u8 level = 0; level <= 7; ++level) {
-        for (const test::shape& shape : test::all_shapes()) {
-            const bytes block = shape.make(20000, level);
-            const bytes stream = test::encode(block, test::parameters_of(2, level, 12));
-            if (stream.size() == block.size()) continue;
-            EXPECT_TRUE(decode(stream, block.size(), level) == block) << shape.name;
         }
     }
 }
@@ -460,11 +459,6 @@ TEST(m2_decoder, the_count_of_a_run_beyond_the_block_ends_it)
     }
 }
 
-bytes first_of(const bytes& all, usize count)
-{
-    return {all.begin(), all.begin() + static_cast<i64>(count)};
-}
-
 TEST(m2_decoder, a_payload_cut_anywhere_gives_all_whole_tokens)
 {
     for (u32 seed = 1; seed <= 20; ++seed) {
@@ -474,6 +468,35 @@ TEST(m2_decoder, a_payload_cut_anywhere_gives_all_whole_tokens)
             ASSERT_EQ(decode(first_of(stream, size), block.size(), block.level()),
                       first_of(block.data(), block.size_within(8 * size)))
                 << size;
+        }
+    }
+}
+
+TEST(m2_decoder, a_literal_run_far_beyond_the_payload_does_not_count)
+{
+    for (const u32 level : dialects) {
+        const m2_block block = m2_block(level).literals(5).literal_run(70000);
+        const bytes& stream = block.writer().out;
+        for (const usize size : {usize{10}, usize{20}, usize{1000}, stream.size() - 1})
+            EXPECT_EQ(decode(first_of(stream, size), block.size(), level),
+                      first_of(block.data(), 6));
+    }
+}
+
+TEST(m2_decoder, a_match_that_lacks_its_last_bit_does_not_count)
+{
+    for (u32 literals = 0; literals <= 4; ++literals) {
+        for (u32 zeros = 1; zeros <= 14; ++zeros) {
+            for (u32 dist_class = 0; dist_class <= 10; ++dist_class) {
+                const u32 bits = 9 * literals + match_bits(zeros, dist_class);
+                m2_block block = m2_block(8).literals(1000);
+                add_matches_to((1 - bits) % 8, block.match(3, 33)); // a byte has the last bit alone
+                const bytes right = block.literals(literals).data();
+                block.match_in_class(length_with(zeros), dist_class, 0);
+                const bytes& stream = block.writer().out;
+                ASSERT_EQ(block.stream_bits() % 8, 1U);
+                EXPECT_EQ(decode(first_of(stream, stream.size() - 1), block.size(), 8), right);
+            }
         }
     }
 }
