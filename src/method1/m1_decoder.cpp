@@ -15,9 +15,8 @@
 // are tested once a group; only escaped tokens (a length above 62 + MinMatch or a distance of five
 // bytes) are measured against the room that is left.  A damaged stream ends there, or at the first
 // distance that reaches before the block.
-#include "common/bit_instructions.h"
 #include "common/copy.h"
-#include "common/min_match.h"
+#include "common/decoder_forms.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_format.h"
 
@@ -110,6 +109,23 @@ struct m1_decoding {
     u8* const begin;
     const u64 size; // of the block
     u64 pos = 0;    // in the block
+
+    /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
+    [[gnu::always_inline]] static i32 decode(const block_job& job)
+    {
+        if (job.in_len == 0 || job.out_len == 0) return 0;
+        const u8* const in_end = job.in_buf + job.in_len;
+        m1_decoding stream{job.in_buf, job.out_buf, job.out_len};
+        stream.begin[stream.pos++] = *stream.in++;
+        while (stream.in < in_end && stream.pos < stream.size) {
+            const u64 group = stream.pos;
+            const bool more = stream.take_group();
+            // A group that is cut off doesn't count: its last items are made of zeros.
+            if (stream.in > in_end) stream.pos = group;
+            if (!more) break;
+        }
+        return static_cast<i32>(std::min(stream.pos, stream.size));
+    }
 
     /// Takes the items of a control word.  False at the end token and at damage, with both cursors
     /// there.
@@ -250,50 +266,10 @@ struct m1_decoding {
     }
 };
 
-template <u32 MinMatch, class Bits>
-[[gnu::always_inline]] inline i32 m1_decode(const block_job& job)
-{
-    if (job.in_len == 0 || job.out_len == 0) return 0;
-    const u8* const in_end = job.in_buf + job.in_len;
-    m1_decoding<MinMatch, Bits> stream{job.in_buf, job.out_buf, job.out_len};
-    stream.begin[stream.pos++] = *stream.in++;
-    while (stream.in < in_end && stream.pos < stream.size) {
-        const u64 group = stream.pos;
-        const bool more = stream.take_group();
-        // A group that is cut off doesn't count: its last items are made of zeros.
-        if (stream.in > in_end) stream.pos = group;
-        if (!more) break;
-    }
-    return static_cast<i32>(std::min(stream.pos, stream.size));
-}
-
-template <class Bits>
-[[gnu::always_inline]] inline i32 m1_decode_level(const block_job& job)
-{
-    const bool low = static_min_match(job.parameters.level) == 4;
-    return low ? m1_decode<4, Bits>(job) : m1_decode<3, Bits>(job);
-}
-
-// The same code twice: much of the decoder's work is to extract and to count bits.
-
-QUARNEX_BIT_INSTRUCTIONS i32 m1_run_fast(const block_job& job)
-{
-    return m1_decode_level<fast_bits>(job);
-}
-
-i32 m1_run_portable(const block_job& job, void* /*state*/)
-{
-    return m1_decode_level<portable_bits>(job);
-}
-
-i32 m1_run_decoder(const block_job& job, void* state)
-{
-    return has_bit_instructions() ? m1_run_fast(job) : m1_run_portable(job, state);
-}
-
 } // namespace
 
-const codec_entry m1_decoder{no_state, m1_run_decoder, release_nothing};
-const codec_entry m1_portable_decoder{no_state, m1_run_portable, release_nothing};
+const codec_entry m1_decoder{no_state, decode_best<m1_decoding, block_job>, release_nothing};
+const codec_entry m1_portable_decoder{no_state, decode_portable<m1_decoding, block_job>,
+                                      release_nothing};
 
 } // namespace quarnex

@@ -9,9 +9,8 @@
 // The time of a pass is that of a chain: window, literals, token code, class, width of the extra
 // value, next window.  The window is not loaded where the last token ended, which would take eight
 // cycles more: it is moved on, with bits from the word behind it, which is at hand by then.
-#include "common/bit_instructions.h"
 #include "common/copy.h"
-#include "common/min_match.h"
+#include "common/decoder_forms.h"
 #include "method2/m2_codec.h"
 #include "method2/m2_format.h"
 
@@ -145,6 +144,22 @@ struct m2_decoding {
     u8* const block; // with the raw byte
     u64 size;        // of the block
 
+    /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
+    [[gnu::always_inline]] static i32 decode(const block_job& job)
+    {
+        if (job.in_len == 0 || job.out_len == 0) return 0;
+        *job.out_buf = *job.in_buf;
+        const m2_decoding stream{
+            {job.in_buf + 1}, u64{job.in_len - 1} * 8, job.out_buf, job.out_len};
+        m2_place place{0, 1};
+        while (place.pos < stream.size && place.bit != m2_stopped) {
+            place = stream.take_ordinary(place);
+            if (place.pos < stream.size) place = stream.take_token(place);
+        }
+        return static_cast<i32>(std::min(place.pos, stream.size));
+    }
+
+  private:
     /// Takes literals and matches from `place` on, up to another token, a damaged one, one that has
     /// too many bits for a window, or the stream's last ones.  Returns the place of that.
     [[gnu::always_inline]] m2_place take_ordinary(m2_place place) const
@@ -200,7 +215,6 @@ struct m2_decoding {
         return {from.bit, place.pos + made};
     }
 
-  private:
     /// Takes literals, all that are at the window's top.  Returns how many bits they are.
     [[gnu::always_inline]] static u64 take_literals(u64 window, u8* to)
     {
@@ -288,48 +302,10 @@ struct m2_decoding {
     }
 };
 
-template <u32 MinMatch, class Bits>
-[[gnu::always_inline]] inline i32 m2_decode_stream(const block_job& job)
-{
-    if (job.in_len == 0 || job.out_len == 0) return 0;
-    *job.out_buf = *job.in_buf;
-    const m2_decoding<MinMatch, Bits> stream{
-        {job.in_buf + 1}, u64{job.in_len - 1} * 8, job.out_buf, job.out_len};
-    m2_place place{0, 1};
-    while (place.pos < stream.size && place.bit != m2_stopped) {
-        place = stream.take_ordinary(place);
-        if (place.pos < stream.size) place = stream.take_token(place);
-    }
-    return static_cast<i32>(std::min(place.pos, stream.size));
-}
-
-template <class Bits>
-[[gnu::always_inline]] inline i32 m2_decode_level(const block_job& job)
-{
-    const bool low = static_min_match(job.parameters.level) == 4;
-    return low ? m2_decode_stream<4, Bits>(job) : m2_decode_stream<3, Bits>(job);
-}
-
-// The same code twice: it shifts by numbers of bits, and counts zeros, all the time.
-
-QUARNEX_BIT_INSTRUCTIONS i32 m2_run_fast(const block_job& job)
-{
-    return m2_decode_level<fast_bits>(job);
-}
-
-i32 m2_run_portable(const block_job& job, void* /*state*/)
-{
-    return m2_decode_level<portable_bits>(job);
-}
-
-i32 m2_decode(const block_job& job, void* state)
-{
-    return has_bit_instructions() ? m2_run_fast(job) : m2_run_portable(job, state);
-}
-
 } // namespace
 
-const codec_entry m2_decoder{no_state, m2_decode, release_nothing};
-const codec_entry m2_portable_decoder{no_state, m2_run_portable, release_nothing};
+const codec_entry m2_decoder{no_state, decode_best<m2_decoding, block_job>, release_nothing};
+const codec_entry m2_portable_decoder{no_state, decode_portable<m2_decoding, block_job>,
+                                      release_nothing};
 
 } // namespace quarnex
