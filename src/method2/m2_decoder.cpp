@@ -182,17 +182,17 @@ struct m2_decoding {
             const u64 literal_bits = Bits::leading_zeros(others);
             m2_put_literals<m2_fused_literals>(to, window);
             const u64 token = window << literal_bits;
-            const u64 zeros = Bits::leading_zeros(token);
-            const u64 behind_code = token << 2 * zeros << 1;
+            const u64 code_bits = 2 * Bits::leading_zeros(token) + 1;
+            const u64 behind_code = token << (code_bits & 63); // too many are found out below
             const u64 c = behind_code >> (64 - m2_class_bits);
             const u64 extra_bits = m2_extra_bits[c];
-            const u64 taken = literal_bits + 2 * zeros + 1 + m2_class_bits + extra_bits;
+            const u64 taken = literal_bits + code_bits + m2_class_bits + extra_bits;
             if (taken > m2_right_bits) [[unlikely]]
                 return {bit, pos};
             window = computed_here(window << taken | m2_top_bits(following, taken));
 
             const u64 at = pos + literal_bits / 8;
-            const u64 code = m2_top_bits(token, 2 * zeros + 1);
+            const u64 code = m2_top_bits(token, code_bits);
             const u64 len = code + static_cast<u64>(i64{m2_length_offset<MinMatch>[token >> 57]});
             const u64 extra = m2_top_bits(behind_code << m2_class_bits, extra_bits);
             const u64 dist = extra + m2_first_dist[c];

@@ -374,8 +374,10 @@ TEST(m2_decoder, an_early_end_token_ends_the_block)
     for (const u32 level : dialects) {
         for (u32 literals = 0; literals < 8; ++literals) {
             const m2_block block = m2_block(level).literals(literals);
-            const bytes stream = test::joined({block.stream(), bytes(20, 0xFF)});
-            EXPECT_EQ(decode(stream, 100, level), block.data());
+            for (const u8 more : {u8{0}, u8{0xFF}}) { // with zeros behind it, a distance of 1
+                const bytes stream = test::joined({block.stream(), bytes(20, more)});
+                EXPECT_EQ(decode(stream, 100, level), block.data());
+            }
         }
     }
 }
