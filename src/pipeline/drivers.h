@@ -11,7 +11,7 @@ namespace quarnex {
 enum driver_result : i32 {
     driver_done = 0, // also when the file was skipped
     driver_failed = -1,
-    driver_ends_run = -2,  // the destination can't be created: the program ends with status -1
+    driver_ends_run = -2, // the destination can't be created: the program ends with status -1
 };
 
 /// Compresses the file `source` into `destination` + ".qrx" with the parameters of `job_template`.
