@@ -1,7 +1,8 @@
-// common/bit_instructions.h - code for processors that extract and count bits in one instruction
+// common/bit_instructions.h - for hot loops: what compilers don't see by themselves
 //
-// A hot function is a template over one of the two kinds below.  It is compiled twice, once inlined
-// into a function that is marked QUARNEX_BIT_INSTRUCTIONS, and chosen when the program runs.
+// Above all, code for processors that extract and count bits in one instruction.  A hot function is
+// a template over one of the two kinds below.  It is compiled twice, once inlined into a function
+// that is marked QUARNEX_BIT_INSTRUCTIONS, and chosen when the program runs.
 #pragma once
 
 #include "common/types.h"

@@ -49,14 +49,20 @@ template <class T>
     return owned_array<T>(static_cast<T*>(std::calloc(count, sizeof(T))));
 }
 
-/// The same for a table of which some `uses` elements are touched, here and there.  It comes in
-/// large pages where they pay: clearing one takes the system as long as some 64 small ones.
+/// Whether large pages pay for a table of `size` bytes that is touched at some `uses` places:
+/// clearing one takes the system as long as some 64 small ones.
+constexpr bool large_pages_pay(usize size, usize uses)
+{
+    return uses >= size / (large_page_size / 64);
+}
+
+/// make_zeroed_array() for a table of which some `uses` elements are touched, here and there.  It
+/// comes in large pages where they pay.
 template <class T>
 [[nodiscard]] owned_array<T> make_zeroed_table(usize count, usize uses)
 {
     owned_array<T> table = make_zeroed_array<T>(count);
-    constexpr usize bytes_per_use = large_page_size / 64;
-    if (table && uses >= count * sizeof(T) / bytes_per_use) {
+    if (table && large_pages_pay(count * sizeof(T), uses)) {
         prefer_large_pages(table.get(), count * sizeof(T));
     }
     return table;

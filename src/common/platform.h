@@ -5,6 +5,7 @@
 #include "common/types.h"
 
 #include <climits>
+#include <compare>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -18,11 +19,7 @@ namespace quarnex {
 inline constexpr char path_separator = '/';
 
 /// Bytes of a buffer that holds a path, with a zero behind it.
-#if defined(_WIN32)
-inline constexpr usize path_buffer_bytes = 259;
-#else
 inline constexpr usize path_buffer_bytes = PATH_MAX;
-#endif
 
 /// Prepares the process: a write beyond a file-size limit becomes an ordinary write error.
 void prepare_process();
@@ -40,7 +37,7 @@ enum class file_kind { regular, directory, other };
 struct file_identity {
     u64 device = 0;
     u64 number = 0;
-    bool operator==(const file_identity&) const = default;
+    auto operator<=>(const file_identity&) const = default;
 };
 
 struct file_status {

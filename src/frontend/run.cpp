@@ -83,7 +83,7 @@ i32 run_plain_loop(pipeline_state& state, const options& parsed)
 }
 
 /// Makes the directory `path` and those above it, as far as they are missing.  False, and a
-/// message, if that fails.
+/// message (the program's last words, without an end of line), if that fails.
 bool make_directories(const std::string& path)
 {
     usize end = 0;

@@ -22,10 +22,24 @@ std::optional<file_identity> find_identity(const std::string& name)
     return status ? std::optional(status->identity) : std::nullopt;
 }
 
+/// Where the part of `root` starts that goes below the destination.  A last part ".." would lead
+/// out of it again, and so stays behind.
+usize relative_start(const std::string& root)
+{
+    const usize last = last_part(root);
+    return root.compare(last, std::string::npos, "..") == 0 ? root.size() + 1 : last;
+}
+
+/// The part of `name` that goes below the destination.
+std::string relative_part(const std::string& name, usize start)
+{
+    return start < name.size() ? name.substr(start) : "";
+}
+
 } // namespace
 
 dir_walk::dir_walk(const std::string& root, std::optional<file_identity> excluded)
-    : relative_start_(last_part(root)), excluded_(excluded)
+    : relative_start_(relative_start(root)), excluded_(excluded)
 {
     open(root);
 }
@@ -40,19 +54,27 @@ void dir_walk::open(const std::string& directory)
 std::optional<walk_entry> dir_walk::next()
 {
     while (!levels_.empty()) {
-        level& top = levels_.back();
-        if (top.names.empty()) {
+        const auto name = next_name();
+        if (!name) {
             levels_.pop_back();
             continue;
         }
-        const std::string name = path_below(top.directory, top.names.back());
-        top.names.pop_back();
-        const auto kind = find_kind(name);
+        const auto kind = find_kind(*name);
         if (!kind) continue;
-        if (*kind == file_kind::directory && levels_.size() < most_levels) open(name);
-        return walk_entry{name, name.substr(relative_start_), *kind};
+        if (*kind == file_kind::directory && levels_.size() < most_levels) open(*name);
+        return walk_entry{*name, relative_part(*name, relative_start_), *kind};
     }
     return {};
+}
+
+/// The next name of the deepest directory, or nothing at its end.
+std::optional<std::string> dir_walk::next_name()
+{
+    level& deepest = levels_.back();
+    if (deepest.names.empty()) return {};
+    const std::string name = path_below(deepest.directory, deepest.names.back());
+    deepest.names.pop_back();
+    return name;
 }
 
 /// What `name` is, or nothing if it is left out.
@@ -95,7 +117,7 @@ std::optional<walk_entry> walker::start(const std::string& name)
         return {};
     }
     if (status->kind == file_kind::directory) below_ = dir_walk(name, destination_);
-    return walk_entry{name, name.substr(last_part(name)), status->kind};
+    return walk_entry{name, relative_part(name, relative_start(name)), status->kind};
 }
 
 } // namespace quarnex

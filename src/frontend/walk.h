@@ -46,6 +46,7 @@ class dir_walk {
     };
 
     void open(const std::string& directory);
+    std::optional<std::string> next_name();
     std::optional<file_kind> find_kind(const std::string& name) const;
 
     usize relative_start_ = 0; // in all names

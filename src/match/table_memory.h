@@ -18,12 +18,15 @@ class table_memory {
     /// `count` zeros for a block of `positions` bytes.  Without memory it converts to false.
     table_memory(usize count, usize positions) : count_(count)
     {
-        if (kept().count == count) {
+        const bool large_pages = large_pages_pay(count * sizeof(u32), positions);
+        if (kept().count == count && (kept().large_pages || !large_pages)) {
             entries_ = std::move(kept().entries);
+            large_pages_ = kept().large_pages;
             if (!kept().zero) std::fill_n(entries_.get(), count, 0);
         } else {
             kept().entries.reset(); // not both at the same time
             entries_ = make_zeroed_table<u32>(count, positions);
+            large_pages_ = large_pages;
         }
         kept().count = 0;
     }
@@ -31,7 +34,7 @@ class table_memory {
     /// Leaves the memory to the thread.
     ~table_memory()
     {
-        if (entries_) kept() = {std::move(entries_), count_, zero_};
+        if (entries_) kept() = {std::move(entries_), count_, large_pages_, zero_};
     }
     table_memory(const table_memory&) = delete;
     table_memory& operator=(const table_memory&) = delete;
@@ -50,6 +53,7 @@ class table_memory {
     struct kept_memory {
         owned_array<u32> entries;
         usize count = 0; // of the entries; 0 if there are none
+        bool large_pages = false;
         bool zero = false;
     };
     /// What the thread has kept.
@@ -60,10 +64,11 @@ class table_memory {
     }
 
     /// So many entries are cleared in about the time that it takes to find and clear a bucket.
-    static constexpr usize entries_per_position = 512;
+    static constexpr usize entries_per_position = 160;
 
     owned_array<u32> entries_;
     usize count_;
+    bool large_pages_ = false; // as far as the system has them
     bool zero_ = false;
 };
 

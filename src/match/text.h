@@ -31,8 +31,8 @@ struct block_text {
     /// Where the eight bytes from `a` and from `b` on differ, the first in the lowest byte.
     u64 difference(u32 a, u32 b) const { return load_u64(data + a) ^ load_u64(data + b); }
 
-    /// Length of the match of `cand` at `pos`, which matches it: at least 4, and
-    /// beyond that never past the block's end.
+    /// Length of the match of `cand` at `pos`, of which there is one: at least 4, and beyond that
+    /// never past the block's end.
     u32 match_length(u32 pos, u32 cand) const
     {
         if (pos + 4 >= size) return 4;

@@ -59,8 +59,8 @@ constexpr u32 m2_right_bits = 57;
 
 /// Bytes behind the stream that are read at the most: a long code, a class, an extra value, and the
 /// word that begins there.
-constexpr u32 m2_reads_past = (63 + m2_class_bits + m2_most_extra_bits + 7) / 8 + 8;
-static_assert(m2_reads_past <= payload_slack);
+constexpr u32 m2_decoder_reads_past = (63 + m2_class_bits + m2_most_extra_bits + 7) / 8 + 8;
+static_assert(m2_decoder_reads_past <= payload_slack);
 
 /// What take_gamma() returns for a code that no encoder writes, with a value of 2^32 or more.
 constexpr u64 m2_damaged_gamma = 0;

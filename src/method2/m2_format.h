@@ -75,9 +75,9 @@ struct m2_class_tables {
     static constexpr u32 near_limit = 4096; // of distance - 1
     static constexpr u32 far_shift = 11;
 
-    std::array<u32, m2_classes> base{}; // the least distance - 1
-    std::array<u8, near_limit> near{};  // the class by distance - 1, if it is below near_limit
-    std::array<u8, (m2_max_dist >> far_shift)> far{}; // otherwise, by its upper bits
+    std::array<u32, m2_classes> base{};      // the least distance - 1
+    std::array<u8, near_limit> class_near{}; // the class by distance - 1, if it is below near_limit
+    std::array<u8, (m2_max_dist >> far_shift)> class_far{}; // otherwise, by its upper bits
 };
 
 /// Lays the classes one behind the other: at first by single distances, until one of them passes
@@ -91,15 +91,15 @@ constexpr m2_class_tables m2_build_tables()
     for (; next < tables.near_limit; ++c) {
         tables.base[c] = next;
         for (const u32 end = next + (1U << m2_extra_bits[c]); next < end; ++next) {
-            if (next < tables.near_limit) tables.near[next] = static_cast<u8>(c);
+            if (next < tables.near_limit) tables.class_near[next] = static_cast<u8>(c);
         }
     }
     u32 step = next >> tables.far_shift;
     for (; c < m2_classes; ++c) {
         tables.base[c] = step << tables.far_shift;
         const u32 end = step + (1U << (m2_extra_bits[c] - tables.far_shift));
-        for (; step < end && step < tables.far.size(); ++step) {
-            tables.far[step] = static_cast<u8>(c);
+        for (; step < end && step < tables.class_far.size(); ++step) {
+            tables.class_far[step] = static_cast<u8>(c);
         }
     }
     return tables;
@@ -114,8 +114,8 @@ constexpr u32 m2_distance_class(u32 dist)
 {
     const u32 offset = dist - 1;
     return offset < m2_class_tables::near_limit
-               ? m2_tables.near[offset]
-               : m2_tables.far[offset >> m2_class_tables::far_shift];
+               ? m2_tables.class_near[offset]
+               : m2_tables.class_far[offset >> m2_class_tables::far_shift];
 }
 
 } // namespace quarnex

@@ -111,10 +111,14 @@ class m2_tokens {
     u32 done_ = first_pos; // the block is written up to here
 };
 
-/// Bytes of the literals and the match that are written once the output is full.
+/// Bytes of the literals, the match, and the literals at the end that are written once the output
+/// is full.
 inline constexpr u32 m2_writes_past =
-    (m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_most_extra_bits + 7) / 8;
+    (2 * m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_most_extra_bits + 7) / 8;
 static_assert(m2_writes_past + bit_writer_overrun <= out_slack);
+/// Bytes behind the block that are loaded with its last literal.
+inline constexpr u32 m2_reads_past = 7;
+static_assert(m2_reads_past <= in_slack);
 
 static_assert(token_writer<m2_tokens<4>>);
 

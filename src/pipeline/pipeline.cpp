@@ -1,12 +1,12 @@
 #include "pipeline/pipeline.h"
 
+#include "common/platform.h"
 #include "pipeline/output_file.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -33,12 +33,14 @@ void pipeline_state::settle(output_file& file, u32 block_index, direction mode)
 
 std::shared_ptr<output_file> pipeline_state::create_destination(const std::string& name)
 {
-    const std::string path = std::filesystem::path(name).lexically_normal().string();
-    if (!destinations_.insert(path).second) under_way_.wait_for_none();
+    const auto before = find_status(name.c_str());
+    if (before && destinations_.contains(before->identity)) under_way_.wait_for_none();
     auto file = output_file::create(name);
     if (!file) {
         std::fprintf(stderr, "creat error '%s' '%s'\n", name.c_str(), std::strerror(errno));
+        return file;
     }
+    if (const auto made = find_status(name.c_str())) destinations_.insert(made->identity);
     return file;
 }
 

@@ -57,7 +57,7 @@ struct pipeline_state {
 
   private:
     block_counter under_way_;
-    std::set<std::string> destinations_; // of all files so far
+    std::set<file_identity> destinations_; // of all files so far
 };
 
 inline constexpr u32 max_workers = 16;

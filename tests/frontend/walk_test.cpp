@@ -189,7 +189,22 @@ TEST_F(recursive_walk, a_root_that_is_a_dot_keeps_it)
 {
     plant_all({"t/a/x"});
     EXPECT_EQ(walk({"t/."}), (names{"./", "./a/", "./a/x"}));
-    EXPECT_EQ(walk({"t/a/.."}), (names{"../", "../a/", "../a/x"}));
+}
+
+TEST_F(recursive_walk, a_root_that_ends_in_two_dots_has_no_part_of_its_own)
+{
+    plant_all({"t/a/x"});
+    EXPECT_EQ(walk({"t/a/.."}), (names{"/", "a/", "a/x"}));
+    EXPECT_EQ(walk({"t/a/../"}), (names{"/", "a/", "a/x"}));
+    EXPECT_EQ(walk({"t/a/../a/.."}), (names{"/", "a/", "a/x"}));
+}
+
+TEST_F(recursive_walk, a_root_that_only_looks_like_two_dots_keeps_its_part)
+{
+    plant_all({"..x/y", "t/.../y", "t/x../y"});
+    EXPECT_EQ(walk({"..x"}), (names{"..x/", "..x/y"}));
+    EXPECT_EQ(walk({"t/..."}), (names{".../", ".../y"}));
+    EXPECT_EQ(walk({"t/x.."}), (names{"x../", "x../y"}));
 }
 
 TEST_F(recursive_walk, the_root_of_all_has_entries_with_one_separator)

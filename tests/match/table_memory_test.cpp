@@ -55,6 +55,23 @@ TEST(table_memory, that_was_cleared_by_its_user_is_not_cleared_once_more)
     EXPECT_EQ(table_memory(count, positions).get()[3], 1U);
 }
 
+TEST(table_memory, of_a_short_block_serves_no_block_that_large_pages_pay_for)
+{
+    constexpr usize long_block = count * sizeof(u32);
+    u32* const place = const_cast<u32*>(use_table(true));
+    place[3] = 1;
+    EXPECT_EQ(table_memory(count, long_block).get()[3], 0U);
+    EXPECT_EQ(table_memory(count, positions).get()[3], 0U);
+}
+
+TEST(table_memory, of_a_long_block_serves_short_ones_and_long_ones)
+{
+    constexpr usize long_block = count * sizeof(u32);
+    const u32* const place = table_memory(count, long_block).get();
+    EXPECT_EQ(table_memory(count, positions).get(), place);
+    EXPECT_EQ(table_memory(count, long_block).get(), place);
+}
+
 TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
 {
     use_table(false);
@@ -86,8 +103,8 @@ TEST(table_memory, is_kept_for_the_same_thread_alone)
 TEST(table_memory, is_mostly_zero_behind_short_blocks)
 {
     const table_memory memory(count, positions);
-    EXPECT_TRUE(memory.is_mostly_zero(count / 512 - 1));
-    EXPECT_FALSE(memory.is_mostly_zero(count / 512));
+    EXPECT_TRUE(memory.is_mostly_zero(count / 160 - 1));
+    EXPECT_FALSE(memory.is_mostly_zero(count / 160));
 }
 
 // What searches leave behind

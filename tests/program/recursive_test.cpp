@@ -229,6 +229,26 @@ TEST_P(recursive, of_two_files_for_one_destination_the_last_is_whole)
     EXPECT_TRUE(holds("out/x.qrx", get("b/x")));
 }
 
+TEST_P(recursive, of_two_files_for_one_destination_through_a_link_the_last_is_whole)
+{
+    plant("t/l/x", random_data(20 * mib));
+    plant("t/m/x", random_data(1000, 2));
+    plant_all({"out/t/m/"});
+    link("m", "out/t/l");
+    expect_silent_success(compress({"t"}));
+    EXPECT_TRUE(holds("out/t/m/x.qrx", get("t/m/x")));
+}
+
+TEST_P(recursive, a_root_that_ends_in_two_dots_stays_below_the_destination)
+{
+    plant_all({"t/a/x", "x"});
+    expect_silent_success(compress({"t/a/.."}));
+    EXPECT_EQ(listed("out"), (names{"a/", "a/x.qrx"}));
+    expect_silent_success(restore({"out/a/.."}));
+    EXPECT_EQ(listed("back"), (names{"a/", "a/x"}));
+    EXPECT_TRUE(holds("out/a/x.qrx", get("t/a/x")));
+}
+
 TEST_P(recursive, of_two_restored_files_for_one_destination_the_last_is_whole)
 {
     plant("a/x", random_data(20 * mib));
