@@ -5,12 +5,12 @@
 #include "common/types.h"
 
 #include <climits>
-#include <compare>
 #include <cstdio>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace quarnex {
@@ -37,7 +37,11 @@ enum class file_kind { regular, directory, other };
 struct file_identity {
     u64 device = 0;
     u64 number = 0;
-    auto operator<=>(const file_identity&) const = default;
+    bool operator==(const file_identity&) const = default;
+    bool operator<(const file_identity& other) const
+    {
+        return std::tie(device, number) < std::tie(other.device, other.number);
+    }
 };
 
 struct file_status {
