@@ -2,7 +2,7 @@
 #include "method3/m3_tokens.h"
 
 #include "method3/m3_streams.h"
-#include "support/codec_runs.h"
+#include "support/plain_payload.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@ using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
 using test::encode;
+using test::expect_plain_payload;
 using test::m3_bits;
 using test::m3_block;
 using test::parameters_of;
@@ -207,26 +208,16 @@ class m3_encoder_property : public testing::TestWithParam<u8> {
   protected:
     static void check(const bytes& block, i32 hash_bits, i32 chain_bits, const std::string& name)
     {
-        const file_parameters parameters = m3_parameters(GetParam(), hash_bits, chain_bits);
-        const bytes payload = encode(block, parameters);
-        ASSERT_TRUE(payload == test::m3_plain_encode(block, GetParam(), static_cast<u32>(hash_bits),
-                                                     static_cast<u32>(chain_bits)))
-            << block.size() << " bytes of " << name << ", hash bits " << hash_bits
-            << ", chain bits " << chain_bits;
-        if (payload.size() == block.size()) return;
-        ASSERT_TRUE(test::decode(payload, block.size(), parameters) == block);
+        expect_plain_payload(block, m3_parameters(GetParam(), hash_bits, chain_bits),
+                             test::m3_plain_encode(block, GetParam(), static_cast<u32>(hash_bits),
+                                                   static_cast<u32>(chain_bits)),
+                             name);
     }
 };
 
 TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
 {
-    for (const auto& shape : test::all_shapes()) {
-        for (u32 size = 0; size <= 300; ++size) {
-            ASSERT_NO_FATAL_FAILURE(check(shape.make(size, size * 7 + GetParam()),
-                                          static_cast<i32>(5 + size % 14),
-                                          static_cast<i32>(1 + size % 8), shape.name));
-        }
-    }
+    test::for_all_small_blocks(GetParam(), check);
 }
 
 TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)

@@ -2,7 +2,7 @@
 #include "method4/m4_tokens.h"
 
 #include "method4/m4_streams.h"
-#include "support/codec_runs.h"
+#include "support/plain_payload.h"
 
 #include <gtest/gtest.h>
 #include <numeric>
@@ -14,6 +14,7 @@ using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
 using test::encode;
+using test::expect_plain_payload;
 using test::m4_block;
 using test::parameters_of;
 using test::plain_token;
@@ -214,16 +215,11 @@ class m4_encoder_property : public testing::TestWithParam<u8> {
     static void check(const bytes& block, i32 hash_bits, i32 chain_bits, u8 lit_ctx_bits,
                       const std::string& name)
     {
-        const file_parameters parameters =
-            m4_parameters(GetParam(), hash_bits, chain_bits, lit_ctx_bits);
-        const bytes payload = encode(block, parameters);
-        ASSERT_TRUE(payload == test::m4_plain_encode(block, GetParam(), lit_ctx_bits,
-                                                     static_cast<u32>(hash_bits),
-                                                     static_cast<u32>(chain_bits)))
-            << block.size() << " bytes of " << name << ", hash bits " << hash_bits
-            << ", chain bits " << chain_bits << ", context bits " << int{lit_ctx_bits};
-        if (payload.size() == block.size()) return;
-        ASSERT_TRUE(test::decode(payload, block.size(), parameters) == block);
+        expect_plain_payload(block, m4_parameters(GetParam(), hash_bits, chain_bits, lit_ctx_bits),
+                             test::m4_plain_encode(block, GetParam(), lit_ctx_bits,
+                                                   static_cast<u32>(hash_bits),
+                                                   static_cast<u32>(chain_bits)),
+                             name);
     }
 };
 

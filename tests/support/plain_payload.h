@@ -1,0 +1,38 @@
+// support/plain_payload.h - what an encoder writes, beside what the plain one writes
+#pragma once
+
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace quarnex::test {
+
+/// Expects that `block`, of the shape `name`, is encoded as `plain` says, and decoded again.
+inline void expect_plain_payload(const bytes& block, const file_parameters& parameters,
+                                 const bytes& plain, const std::string& name)
+{
+    const bytes payload = encode(block, parameters);
+    ASSERT_TRUE(payload == plain) << block.size() << " bytes of " << name << ", hash bits "
+                                  << parameters.hash_bits << ", chain bits "
+                                  << parameters.chain_bits << ", context bits "
+                                  << int{parameters.lit_ctx_bits};
+    if (payload.size() == block.size()) return;
+    ASSERT_TRUE(decode(payload, block.size(), parameters) == block);
+}
+
+/// Calls `check` for blocks of all shapes and all sizes to 300, with hash bits, chain bits and the
+/// shape's name.
+template <class Check>
+void for_all_small_blocks(u32 seed, Check check)
+{
+    for (const shape& form : all_shapes()) {
+        for (u32 size = 0; size <= 300; ++size) {
+            ASSERT_NO_FATAL_FAILURE(check(form.make(size, size * 7 + seed),
+                                          static_cast<i32>(5 + size % 14),
+                                          static_cast<i32>(1 + size % 8), form.name));
+        }
+    }
+}
+
+} // namespace quarnex::test
