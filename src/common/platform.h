@@ -75,6 +75,16 @@ inline constexpr usize large_page_size = usize{2} << 20;
 /// whole.  Does nothing where it has none.
 void prefer_large_pages(void* memory, usize size);
 
+/// Reserves `size` bytes of address space.  Pages come as zeros when they are touched first; until
+/// then they take no memory.  Null if the system refuses.
+void* reserve_memory(usize size);
+
+/// Gives the memory of whole pages back, but not their addresses: they are zero again.
+void discard_memory(void* memory, usize size);
+
+/// Ends a reservation.
+void release_memory(void* memory, usize size);
+
 /// Whether standard error is a terminal, where people look.
 bool error_stream_is_terminal();
 

@@ -116,6 +116,23 @@ void prefer_large_pages(void* memory, usize size)
 #endif
 }
 
+void* reserve_memory(usize size)
+{
+    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    return memory != MAP_FAILED ? memory : nullptr;
+}
+
+void discard_memory(void* memory, usize size)
+{
+    madvise(memory, size, MADV_DONTNEED);
+}
+
+void release_memory(void* memory, usize size)
+{
+    munmap(memory, size);
+}
+
 bool error_stream_is_terminal()
 {
     return isatty(STDERR_FILENO) != 0;
