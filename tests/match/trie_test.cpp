@@ -1,0 +1,634 @@
+#include "match/trie.h"
+
+#include "plain/plain_trie.h"
+#include "support/codec_runs.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::bytes_of;
+using test::plain_trie_record;
+using records = std::vector<plain_trie_record>;
+
+constexpr u64 mib = 1 << 20;
+
+/// A block with the zeros behind it that a trie may read.
+std::unique_ptr<u8[]> padded(const bytes& block)
+{
+    auto text = test::exact_buffer(block.size() + trie_reads_past);
+    std::copy(block.begin(), block.end(), text.get());
+    return text;
+}
+
+/// A block and its trie.
+class block_trie {
+  public:
+    explicit block_trie(const bytes& block) : block_trie(block, u64{64} << 20) {}
+    block_trie(const bytes& block, u64 memory)
+        : text_(padded(block)), trie_({text_.get(), static_cast<u32>(block.size())}, memory)
+    {
+    }
+
+    void insert(u32 pos) { trie_.trie_insert(pos); }
+
+    /// Inserts positions up to the one in front of `end`.
+    void insert(u32 first, u32 end)
+    {
+        for (; first < end; ++first) insert(first);
+    }
+
+    /// Finds a position and enters it.
+    records matches(u32 pos)
+    {
+        const u32 count = trie_.trie_matches(pos, records_);
+        records found;
+        for (u32 k = 0; k < count; ++k) found.push_back({records_[k].length, records_[k].pos});
+        return found;
+    }
+
+  private:
+    std::unique_ptr<u8[]> text_;
+    trie trie_;
+    trie_records records_;
+};
+
+/// What is found at the end of `block`, where its last `key_len` bytes start, behind all positions
+/// in front of that from 1 on.
+records last_matches(const bytes& block, u32 key_len)
+{
+    const auto pos = static_cast<u32>(block.size()) - key_len;
+    block_trie tree(block);
+    tree.insert(1, pos);
+    return tree.matches(pos);
+}
+records last_matches(std::string_view block, u32 key_len)
+{
+    return last_matches(bytes_of(block), key_len);
+}
+
+/// Bytes that two positions of a block share, up to its end.
+u32 shared(const bytes& block, u32 earlier, u32 pos)
+{
+    u32 len = 0;
+    while (pos + len < block.size() && block[pos + len] == block[earlier + len]) ++len;
+    return len;
+}
+
+/// Expects what holds for all records: each shares what it says with an earlier position that is
+/// not 0, and lengths rise.
+void expect_true_records(const records& found, const bytes& block, u32 pos)
+{
+    for (usize k = 0; k < found.size(); ++k) {
+        ASSERT_GT(found[k].pos, 0U);
+        ASSERT_LT(found[k].pos, pos);
+        ASSERT_LE(pos + found[k].len, block.size());
+        ASSERT_TRUE(std::equal(&block[pos], &block[pos] + found[k].len, &block[found[k].pos]))
+            << found[k].pos << ' ' << pos;
+        ASSERT_GE(found[k].len, found[k != 0 ? k - 1 : 0].len);
+    }
+}
+
+/// Expects that what is found at each position of a block is what the plain trie finds.  Every
+/// `step`th position is only inserted.
+void expect_plain_records(const bytes& block, const std::string& name, u32 step = 1000)
+{
+    block_trie tree(block);
+    test::plain_trie plain(block);
+    for (u32 pos = 1; pos < block.size(); ++pos) {
+        if (pos % step == 0) {
+            tree.insert(pos);
+        } else {
+            ASSERT_EQ(tree.matches(pos), plain.matches(pos))
+                << name << " of " << block.size() << " bytes, at " << pos;
+        }
+        plain.insert(pos);
+    }
+}
+
+// Small cases, with records {bytes, position}
+
+TEST(trie, the_first_position_finds_nothing_and_is_found_by_the_next)
+{
+    block_trie tree(bytes_of("xaab"));
+    EXPECT_EQ(tree.matches(1), records{});
+    EXPECT_EQ(tree.matches(2), (records{{0, 1}}));
+}
+
+TEST(trie, a_position_never_finds_itself)
+{
+    block_trie tree(bytes_of("xaaaa"));
+    EXPECT_EQ(tree.matches(1), records{});
+    EXPECT_EQ(tree.matches(2), (records{{0, 1}}));
+    EXPECT_EQ(tree.matches(3), (records{{0, 2}}));
+}
+
+TEST(trie, position_0_is_no_match)
+{
+    EXPECT_EQ(last_matches("abcdabcd", 4), records{});
+}
+
+TEST(trie, a_block_of_one_repeated_byte)
+{
+    // The first path has one byte.  The second position meets the leaf behind it and replaces it,
+    // as all bytes that follow agree, and so does each next one.
+    for (const u32 size : {2U, 3U, 10U, 255U, 256U, 257U, 258U, 600U}) {
+        const bytes block(size, 'a');
+        block_trie tree(block);
+        EXPECT_EQ(tree.matches(1), records{});
+        for (u32 pos = 2; pos < size; ++pos) {
+            // Keys are shorter near the block's end; one of a byte ends behind the first path.
+            const u32 latest = pos - 1;
+            ASSERT_EQ(tree.matches(pos), (records{{0, latest}})) << size << ' ' << pos;
+        }
+        expect_plain_records(block, "zeros");
+    }
+}
+
+TEST(trie, a_key_that_ends_inside_a_path_stops_there)
+{
+    // "abcdef" and "abcdeg" part behind "a" and a path of four bytes.
+    EXPECT_EQ(last_matches("xabcdef1abcdeg2abc", 3), (records{{2, 8}}));
+    EXPECT_EQ(last_matches("xabcdef1abcdeg2a", 1), (records{{0, 8}}));
+}
+
+TEST(trie, two_successive_nodes_with_the_same_last_give_one_record_with_the_longer_length)
+{
+    EXPECT_EQ(last_matches("xabcdef1abcdeg2abcdeh", 6), (records{{4, 8}}));
+}
+
+TEST(trie, near_positions_are_found_with_short_lengths_and_far_ones_with_long_lengths)
+{
+    //              1     7    12  16
+    EXPECT_EQ(last_matches("xabcde1abcd2abc3abcde", 5), (records{{2, 12}, {3, 7}, {4, 1}}));
+}
+
+TEST(trie, a_mismatch_at_a_paths_first_byte_yields_no_record_but_the_previous_record_stands)
+{
+    // Behind "a" come "bc" as a path of two bytes and "x"; then, behind "a", a "bd" parts it.
+    const bytes block = bytes_of("_abcdef1abcdeg2ax3abd");
+    block_trie tree(block);
+    tree.insert(1);
+    tree.insert(8);
+    tree.insert(15);
+    EXPECT_EQ(tree.matches(18), (records{{0, 15}, {1, 8}}));
+    // In a tree of one path: nothing at all.
+    block_trie path(bytes_of("xabcb"));
+    path.insert(1);
+    EXPECT_EQ(path.matches(4), records{});
+}
+
+/// Keys of eight bytes each, one after another, behind a byte.
+bytes keys(std::initializer_list<std::string_view> list)
+{
+    bytes block{'_'};
+    for (const std::string_view key : list) {
+        bytes padded = bytes_of(key);
+        padded.resize(8, '.');
+        block.insert(block.end(), padded.begin(), padded.end());
+    }
+    return block;
+}
+
+/// Inserts all keys but the last one, and gives what is found for that.  Compares with the plain
+/// trie at each.
+records key_matches(std::initializer_list<std::string_view> list)
+{
+    const bytes block = keys(list);
+    block_trie tree(block);
+    test::plain_trie plain(block);
+    records found;
+    for (u32 pos = 1; pos < block.size(); pos += 8) {
+        found = tree.matches(pos);
+        EXPECT_EQ(found, plain.matches(pos)) << pos;
+        plain.insert(pos);
+    }
+    return found;
+}
+
+TEST(trie, a_path_is_split_at_its_first_byte)
+{
+    // "abcd" is "a" and a path "bcd"; "axxx" parts that at "b".
+    EXPECT_EQ(key_matches({"abcd1", "abcd2", "axxx", "abcd3"}), (records{{0, 17}, {3, 9}}));
+    EXPECT_EQ(key_matches({"abcd1", "abcd2", "axxx", "axxx1"}), (records{{1, 17}}));
+}
+
+TEST(trie, a_path_is_split_at_its_last_byte)
+{
+    EXPECT_EQ(key_matches({"abcd1", "abcd2", "abcx", "abcd3"}), (records{{2, 17}, {3, 9}}));
+    EXPECT_EQ(key_matches({"abcd1", "abcd2", "abcx", "abcx1"}), (records{{3, 17}}));
+}
+
+TEST(trie, a_path_is_split_in_its_middle)
+{
+    EXPECT_EQ(key_matches({"abcde1", "abcde2", "abxxx", "abcde3"}), (records{{1, 17}, {4, 9}}));
+    EXPECT_EQ(key_matches({"abcde1", "abcde2", "abxxx", "abxxx1"}), (records{{2, 17}}));
+}
+
+TEST(trie, a_path_of_one_byte_is_split)
+{
+    // The very first path, and the one of "b" behind "a".
+    EXPECT_EQ(key_matches({"abcd", "bcd", "abcd1"}), (records{{0, 1}}));
+    EXPECT_EQ(key_matches({"a1", "ab1", "ab2", "ac", "ab3"}), (records{{0, 25}, {1, 17}}));
+}
+
+TEST(trie, the_rest_of_a_split_path_is_read_at_its_new_depth)
+{
+    // What is left of "bcdefg" is split again and again, from the front and from the back.
+    EXPECT_EQ(key_matches({"abcdefg1", "abcdefg2", "aX", "abX", "abcX", "abcdX", "abcdeX",
+                           "abcdefX", "abcdefg3"}),
+              (records{{5, 57}, {6, 9}}));
+    EXPECT_EQ(key_matches({"abcdefg1", "abcdefg2", "abcdefX", "abcdeX", "abcdX", "abcX", "abX",
+                           "aX", "abcdefg3"}),
+              (records{{0, 57}, {1, 49}, {2, 41}, {3, 33}, {4, 25}, {5, 17}, {6, 9}}));
+}
+
+TEST(trie, a_leaf_whose_bytes_agree_up_to_the_keys_end_is_replaced_not_split)
+{
+    // 256 bytes are all that counts; at 1 and 301 and 601 they are the same.
+    const bytes part = test::find_shape("random").make(300, 1);
+    const bytes block = test::joined({{'x'}, part, part, part, part});
+    block_trie tree(block);
+    tree.insert(1);
+    EXPECT_EQ(tree.matches(301), (records{{0, 1}}));
+    EXPECT_EQ(tree.matches(601), (records{{0, 301}}));
+    EXPECT_EQ(tree.matches(901), (records{{0, 601}}));
+}
+
+TEST(trie, a_leaf_that_differs_in_the_last_byte_of_a_key_is_split)
+{
+    // Position 301 agrees in 255 bytes, and so becomes a leaf of its own.
+    const bytes part = test::find_shape("random").make(300, 1);
+    bytes block = test::joined({{'x'}, part, part, part});
+    block[301 + 255] ^= 1;
+    block_trie tree(block);
+    tree.insert(1);
+    EXPECT_EQ(tree.matches(301), (records{{0, 1}}));
+    EXPECT_EQ(tree.matches(601), (records{{254, 301}, {255, 1}}));
+}
+
+TEST(trie, a_key_that_ends_exactly_at_a_leaf_leaves_the_old_leaf)
+{
+    // At the end, "b" ends in front of the leaf behind "b".  A trie that replaced it would not show
+    // at this block's end, so the key is entered twice: the path's last is the newer one.
+    const bytes block = bytes_of("_bcb");
+    block_trie tree(block);
+    tree.insert(1);
+    EXPECT_EQ(tree.matches(3), (records{{0, 1}}));
+    EXPECT_EQ(tree.matches(3), (records{{0, 3}, {0, 1}}));
+}
+
+TEST(trie, the_nodes_are_known_by_the_latest_position_that_passed)
+{
+    block_trie tree(bytes_of("_ab1ab2ac3ab"));
+    tree.insert(1);
+    tree.insert(4);
+    EXPECT_EQ(tree.matches(7), (records{{0, 4}}));
+    EXPECT_EQ(tree.matches(10), (records{{0, 7}, {1, 4}}));
+}
+
+// Kinds of nodes
+
+/// Behind a byte, pairs of "a" and each of some bytes, each followed by bytes of its own.
+bytes pairs_of(const std::vector<u8>& seconds)
+{
+    bytes block{'_'};
+    for (usize i = 0; i < seconds.size(); ++i) {
+        block.insert(block.end(), {'a', seconds[i], static_cast<u8>(i), static_cast<u8>(i >> 8)});
+    }
+    return block;
+}
+
+/// Enters the pairs, up to the one in front of the last; then finds each of them once more.
+void expect_all_pairs(std::vector<u8> seconds)
+{
+    const auto children = static_cast<u32>(seconds.size());
+    const std::vector<u8> again = seconds;
+    seconds.insert(seconds.end(), again.begin(), again.end());
+    const bytes block = pairs_of(seconds);
+    block_trie tree(block);
+    test::plain_trie plain(block);
+    for (u32 i = 0; i < seconds.size(); ++i) {
+        const u32 pos = 1 + 4 * i;
+        const records found = tree.matches(pos);
+        ASSERT_EQ(found, plain.matches(pos)) << children << " children, key " << i;
+        plain.insert(pos);
+        if (i < children) continue;
+        ASSERT_EQ(found.back().pos, pos - 4 * children);
+        ASSERT_GE(found.back().len, 1U);
+    }
+}
+
+std::vector<u8> rising(u32 count)
+{
+    std::vector<u8> values(count);
+    for (u32 i = 0; i < count; ++i) values[i] = static_cast<u8>(i);
+    return values;
+}
+
+TEST(trie, a_key_byte_below_between_and_above_the_entries_of_a_list)
+{
+    expect_all_pairs({50, 20});
+    expect_all_pairs({20, 50});
+    expect_all_pairs({20, 50, 10});
+    expect_all_pairs({20, 50, 30});
+    expect_all_pairs({20, 50, 60});
+    expect_all_pairs({20, 50, 0, 255, 19, 21, 49, 51});
+}
+
+TEST(trie, lists_of_every_size_in_every_order)
+{
+    test::random_source random(1);
+    for (u32 count = 2; count <= 34; ++count) {
+        std::vector<u8> values = rising(count);
+        expect_all_pairs(values);
+        std::reverse(values.begin(), values.end());
+        expect_all_pairs(values);
+        for (u32 i = 0; i < count; ++i)
+            values[i] = static_cast<u8>(255 - i * 7); // far apart, and the highest bytes
+        expect_all_pairs(values);
+        for (u32 i = count; i > 1; --i) std::swap(values[i - 1], values[random.below(i)]);
+        expect_all_pairs(values);
+    }
+}
+
+TEST(trie, the_33rd_child_turns_a_list_into_a_bitmap_wherever_it_stands)
+{
+    for (u32 last = 0; last < 256; ++last) {
+        std::vector<u8> values;
+        for (u32 i = 0; i < 32; ++i) values.push_back(static_cast<u8>(i * 8 + (i * 8 == last)));
+        values.push_back(static_cast<u8>(last));
+        expect_all_pairs(values);
+    }
+}
+
+TEST(trie, key_bytes_0_and_255_in_a_bitmap)
+{
+    // Word 0 counts for all others, word 7 for none.
+    for (const bool zero_first : {false, true}) {
+        std::vector<u8> values;
+        for (u32 i = 0; i < 33; ++i) values.push_back(static_cast<u8>(100 + i));
+        values.push_back(zero_first ? u8{0} : u8{255});
+        values.push_back(zero_first ? u8{255} : u8{0});
+        values.insert(values.end(), {31, 32, 224, 223, 63, 64});
+        expect_all_pairs(values);
+    }
+    std::vector<u8> both = rising(32);
+    both.push_back(255);
+    expect_all_pairs(both);
+}
+
+TEST(trie, bitmaps_grow_in_every_order)
+{
+    test::random_source random(2);
+    std::vector<u8> values = rising(246);
+    for (int round = 0; round < 8; ++round) {
+        for (u32 i = 246; i > 1; --i) std::swap(values[i - 1], values[random.below(i)]);
+        expect_all_pairs(values);
+    }
+    for (u32 i = 0; i < 246; ++i) values[i] = static_cast<u8>(255 - i);
+    expect_all_pairs(values);
+}
+
+TEST(trie, the_247th_child_turns_a_bitmap_into_a_full_node_wherever_it_stands)
+{
+    for (const u32 last : {0U, 1U, 31U, 32U, 128U, 246U, 254U, 255U}) {
+        std::vector<u8> values;
+        for (u32 byte = 0; values.size() < 246; ++byte)
+            if (byte != last) values.push_back(static_cast<u8>(byte));
+        values.push_back(static_cast<u8>(last));
+        expect_all_pairs(values);
+    }
+}
+
+TEST(trie, a_node_that_is_full_stays_so_and_takes_all_256_children)
+{
+    std::vector<u8> values = rising(256);
+    expect_all_pairs(values);
+    std::reverse(values.begin(), values.end());
+    expect_all_pairs(values);
+}
+
+TEST(trie, in_a_full_node_an_insertion_into_an_empty_reference_leaves_its_last_behind)
+{
+    std::vector<u8> seconds = rising(249);
+    seconds.push_back(5);
+    seconds.push_back(250);
+    const bytes block = pairs_of(seconds);
+    const auto pos_of = [](u32 pair) { return 1 + 4 * pair; };
+    block_trie tree(block);
+    for (u32 pair = 0; pair < 247; ++pair) tree.insert(pos_of(pair));
+    // The 247th made it full, and is known to it; the next two are not, though the path in front
+    // of it, whose bytes are "a" alone, knows them.
+    EXPECT_EQ(tree.matches(pos_of(247)), (records{{0, pos_of(246)}}));
+    EXPECT_EQ(tree.matches(pos_of(248)), (records{{0, pos_of(247)}, {0, pos_of(246)}}));
+    EXPECT_EQ(tree.matches(pos_of(249)),
+              (records{{0, pos_of(248)}, {0, pos_of(246)}, {1, pos_of(5)}}));
+    // One that goes to a child makes up for it.
+    EXPECT_EQ(tree.matches(pos_of(250)), (records{{0, pos_of(249)}}));
+}
+
+// Any blocks
+
+TEST(trie, finds_what_the_plain_trie_finds_in_blocks_of_all_shapes_and_sizes_to_400)
+{
+    for (const auto& shape : test::all_shapes())
+        for (u32 size = 0; size <= 400; size += 1 + size / 100)
+            ASSERT_NO_FATAL_FAILURE(expect_plain_records(shape.make(size, size), shape.name, 7));
+}
+
+TEST(trie, finds_what_the_plain_trie_finds_in_larger_blocks_of_all_shapes)
+{
+    for (const auto& shape : test::all_shapes())
+        ASSERT_NO_FATAL_FAILURE(expect_plain_records(shape.make(20000, 5), shape.name, 11));
+}
+
+TEST(trie, finds_what_the_plain_trie_finds_over_alphabets_of_all_sizes)
+{
+    for (u32 symbols = 1; symbols <= 256; symbols += 1 + symbols / 8) {
+        for (const u32 size : {30U, 300U, 3000U}) {
+            test::random_source random(symbols + size);
+            bytes block(size);
+            for (u8& byte : block) byte = static_cast<u8>(255 - random.below(symbols));
+            ASSERT_NO_FATAL_FAILURE(expect_plain_records(block, "few symbols", 13));
+        }
+    }
+}
+
+TEST(trie, finds_what_the_plain_trie_finds_in_thousands_of_small_blocks)
+{
+    test::random_source random(3);
+    for (u32 round = 0; round < 6000; ++round) {
+        bytes block(1 + random.below(60));
+        const u32 symbols = 1 + random.below(4);
+        for (u8& byte : block) byte = static_cast<u8>(random.below(symbols));
+        ASSERT_NO_FATAL_FAILURE(expect_plain_records(block, "few symbols", 2 + random.below(9)));
+    }
+}
+
+TEST(trie, finds_what_the_plain_trie_finds_where_blocks_repeat_with_errors)
+{
+    // Long common prefixes, most of them up to and beyond the depth.
+    test::random_source random(4);
+    for (const u32 period : {1U, 2U, 100U, 255U, 256U, 257U, 300U}) {
+        bytes block = test::find_shape("random").make(period, period);
+        while (block.size() < 4000) {
+            const u8 byte = block[block.size() - period];
+            block.push_back(random.below(150) == 0 ? static_cast<u8>(byte + 1) : byte);
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_plain_records(block, "errors", 17));
+    }
+}
+
+/// The most bytes, up to the depth, that an entered position shares with `pos`.
+u32 longest_shared(const bytes& block, u32 pos)
+{
+    u32 longest = 0;
+    for (u32 earlier = 1; earlier < pos; ++earlier)
+        longest = std::max(longest, shared(block, earlier, pos));
+    return std::min(longest, trie_depth);
+}
+
+TEST(trie, each_record_shares_what_it_says_and_the_last_reaches_the_longest)
+{
+    for (const auto& shape : test::all_shapes()) {
+        const bytes block = shape.make(1500, 6);
+        block_trie tree(block);
+        for (u32 pos = 1; pos < block.size(); ++pos) {
+            const records found = tree.matches(pos);
+            ASSERT_NO_FATAL_FAILURE(expect_true_records(found, block, pos));
+            const u32 reached =
+                found.empty() ? 0 : std::min(shared(block, found.back().pos, pos), trie_depth);
+            ASSERT_EQ(reached, longest_shared(block, pos)) << shape.name << ' ' << pos;
+        }
+    }
+}
+
+TEST(trie, each_record_is_the_nearest_position_that_shares_one_byte_more_than_it_says)
+{
+    // Where no node is full and no key is cut by the block's end.  (A leaf right behind the last
+    // byte that counts is the first one of those with its bytes.)
+    for (const char* name : {"text", "two_symbols", "fibonacci", "runs"}) {
+        const bytes block = test::find_shape(name).make(1500, 7);
+        block_trie tree(block);
+        for (u32 pos = 1; pos + trie_depth <= block.size(); ++pos) {
+            for (const auto& record : tree.matches(pos)) {
+                if (record.len + 1 == trie_depth) continue;
+                u32 nearest = pos - 1;
+                while (nearest != 0 && shared(block, nearest, pos) <= record.len) --nearest;
+                ASSERT_EQ(record.pos, nearest) << name << ' ' << pos;
+            }
+        }
+    }
+}
+
+// Without memory
+
+/// Expects that the records of a block are true with so much memory.  Returns how many bytes the
+/// longest ones reach.
+u64 expect_true_records_within(u64 memory, const bytes& block)
+{
+    block_trie tree(block, memory);
+    u64 reached = 0;
+    for (u32 pos = 1; pos < block.size(); ++pos) {
+        const records found = tree.matches(pos);
+        expect_true_records(found, block, pos);
+        if (testing::Test::HasFatalFailure()) return reached;
+        if (!found.empty()) reached += found.back().len;
+    }
+    return reached;
+}
+
+TEST(trie, without_any_memory_finds_nothing)
+{
+    for (const u64 memory : {u64{0}, mib - 1})
+        EXPECT_EQ(expect_true_records_within(memory, bytes(3000)), 0U);
+}
+
+TEST(trie, with_little_memory_has_true_records_only)
+{
+    for (const auto& shape : test::all_shapes()) {
+        const bytes block = shape.make(100000, 8);
+        const u64 all = expect_true_records_within(u64{64} << 20, block);
+        u64 before = 0;
+        for (const u64 memory : {mib, 2 * mib + 12345}) {
+            const u64 reached = expect_true_records_within(memory, block);
+            EXPECT_LE(before, reached) << shape.name;
+            EXPECT_LE(reached, all) << shape.name;
+            before = reached;
+        }
+    }
+}
+
+TEST(trie, finds_what_it_has_entered_when_its_memory_is_used_up)
+{
+    // What was entered first stays, whatever comes then.
+    const bytes part = test::find_shape("text").make(2000, 9);
+    const bytes block =
+        test::joined({part, test::find_shape("random").make(100000, 9), part, bytes(300)});
+    block_trie tree(block, mib);
+    const u32 second = 102000;
+    tree.insert(1, second);
+    for (u32 pos = second + 1; pos < second + 1500; pos += 97) {
+        const records found = tree.matches(pos);
+        ASSERT_FALSE(found.empty());
+        EXPECT_EQ(found.back().pos, pos - second);
+    }
+}
+
+/// A gap in the address space for `size` bytes and a page, with a page behind it that can't be
+/// touched.  The next mapping of `size` bytes, or of a page more, is put at its end, as all gaps
+/// that would come first are filled.
+class guarded_gap {
+  public:
+    explicit guarded_gap(usize size)
+    {
+        const usize gap_size = size + pool::page_size;
+        u8* const gap = map(gap_size + pool::page_size);
+        fillers_.push_back({gap + gap_size, pool::page_size});
+        munmap(gap, gap_size);
+        u8* next = map(size);
+        for (; next < gap || next >= gap + gap_size; next = map(size))
+            fillers_.push_back({next, size});
+        munmap(next, size);
+    }
+    ~guarded_gap()
+    {
+        for (const auto& [place, size] : fillers_) munmap(place, size);
+    }
+    guarded_gap(const guarded_gap&) = delete;
+    guarded_gap& operator=(const guarded_gap&) = delete;
+
+  private:
+    static u8* map(usize size)
+    {
+        return static_cast<u8*>(mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    }
+
+    std::vector<std::pair<u8*, usize>> fillers_;
+};
+
+TEST(trie, reads_nothing_behind_its_memory)
+{
+    // Of two symbols all nodes take blocks of 16 bytes, and some of those at the end are lists.
+    for (u64 seed = 1; seed <= 10; ++seed) {
+        const bytes block = test::find_shape("two_symbols").make(150000, seed);
+        const auto text = padded(block);
+        const guarded_gap gap(mib);
+        trie tree({text.get(), static_cast<u32>(block.size())}, mib);
+        trie_records found;
+        u32 longest = 0;
+        for (u32 pos = 1; pos < block.size(); ++pos) {
+            const u32 count = tree.trie_matches(pos, found);
+            if (count != 0) longest = std::max(longest, found[count - 1].length);
+        }
+        EXPECT_GT(longest, 10U);
+    }
+}
+
+} // namespace
+} // namespace quarnex
