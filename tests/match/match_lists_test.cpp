@@ -1,0 +1,440 @@
+#include "match/match_lists.h"
+
+#include "plain/plain_lists.h"
+#include "support/codec_runs.h"
+#include "support/limits.h"
+#include "support/scoped_limits.h"
+
+#include <algorithm>
+#include <functional>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <string_view>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::bytes_of;
+
+/// The lists of a block, 0 for the position of no match.
+test::plain_lists lists_of(const bytes& block)
+{
+    const auto size = static_cast<u32>(block.size());
+    const auto text = test::exact_buffer(block.size() + search_reads_past);
+    std::copy(block.begin(), block.end(), text.get());
+    const auto lists = find_match_lists({text.get(), size});
+    if (!lists) return {};
+    test::plain_lists found{{lists->mlen.get(), lists->mlen.get() + size},
+                            {lists->mpos.get(), lists->mpos.get() + size}};
+    for (u32 pos = 0; pos < size; ++pos)
+        if (found.len[pos] == 0) found.pos[pos] = 0;
+    return found;
+}
+
+void expect_plain_lists(const bytes& block, const std::string& name)
+{
+    const test::plain_lists found = lists_of(block);
+    const test::plain_lists plain = test::plain_match_lists(block);
+    ASSERT_TRUE(found.len == plain.len && found.pos == plain.pos)
+        << block.size() << " bytes of " << name;
+}
+
+/// How many positions have no match.
+usize unmatched(const test::plain_lists& lists)
+{
+    return static_cast<usize>(std::count(lists.len.begin(), lists.len.end(), 0U));
+}
+
+// Small cases
+
+TEST(match_lists, of_1_byte_have_no_match)
+{
+    EXPECT_EQ(lists_of({7}).len, std::vector<u32>{0});
+}
+
+TEST(match_lists, have_matches_of_3_bytes_and_none_of_2)
+{
+    EXPECT_EQ(lists_of(bytes_of("ab1ab2")).len, std::vector<u32>(6, 0));
+    EXPECT_EQ(lists_of(bytes_of("abc1abc2")).len, (std::vector<u32>{0, 0, 0, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(lists_of(bytes_of("abc1abc2")).pos[4], 0U);
+}
+
+TEST(match_lists, never_hold_a_match_for_position_0)
+{
+    for (const auto& shape : test::all_shapes())
+        EXPECT_EQ(lists_of(shape.make(1000, 1)).len[0], 0U) << shape.name;
+}
+
+TEST(match_lists, name_the_nearest_of_all_that_share_the_longest_match)
+{
+    // At 12 the nearest "abcd" is that of 8, at 16 "abc" comes from 12.
+    const auto lists = lists_of(bytes_of("abcd----abcd1bcdabcdX"));
+    EXPECT_EQ(lists.len[16], 4U);
+    EXPECT_EQ(lists.pos[16], 8U);
+    EXPECT_EQ(lists.len[17], 3U);
+    EXPECT_EQ(lists.pos[17], 13U);
+}
+
+/// A block where the last "abcde" has a match of all its bytes `far` back, and of its first `len`
+/// bytes `near` back.
+bytes near_and_far(u32 len, u32 near, u32 far)
+{
+    // Of no other three bytes that come twice.
+    bytes block(far + 6);
+    for (u32 i = 0; i < block.size(); ++i) {
+        const u32 digit = i / 3;
+        block[i] = i % 3 == 0 ? u8{0xFF} : static_cast<u8>(i % 3 == 1 ? digit % 90 : digit / 90);
+    }
+    const bytes needle = bytes_of("abcde");
+    std::copy(needle.begin(), needle.end(), block.begin());
+    std::copy_n(needle.begin(), len, block.begin() + static_cast<i64>(far - near));
+    block[far - near + len] = 'x';
+    std::copy(needle.begin(), needle.end(), block.begin() + static_cast<i64>(far));
+    return block;
+}
+
+/// The match at the last "abcde".
+std::pair<u32, u32> last_match(u32 len, u32 near, u32 far)
+{
+    const bytes block = near_and_far(len, near, far);
+    const auto lists = lists_of(block);
+    const test::plain_lists plain = test::plain_match_lists(block);
+    EXPECT_EQ(lists.len, plain.len);
+    EXPECT_EQ(lists.pos, plain.pos);
+    return {lists.len[far], far - lists.pos[far]};
+}
+
+TEST(match_lists, swap_for_a_match_one_byte_shorter_that_is_more_than_32_times_nearer)
+{
+    using match = std::pair<u32, u32>;
+    // 1280 >> 5 is 40, and 1311 >> 5 too.
+    EXPECT_EQ(last_match(4, 39, 1280), (match{4, 39}));
+    EXPECT_EQ(last_match(4, 40, 1280), (match{5, 1280}));
+    EXPECT_EQ(last_match(4, 39, 1279), (match{5, 1279}));
+    EXPECT_EQ(last_match(4, 40, 1311), (match{5, 1311}));
+    EXPECT_EQ(last_match(4, 40, 1312), (match{4, 40}));
+}
+
+TEST(match_lists, swap_for_a_match_two_bytes_shorter_that_is_more_than_512_times_nearer)
+{
+    using match = std::pair<u32, u32>;
+    EXPECT_EQ(last_match(3, 19, 20 * 512), (match{3, 19}));
+    EXPECT_EQ(last_match(3, 20, 20 * 512), (match{5, 20 * 512}));
+    EXPECT_EQ(last_match(3, 20, 21 * 512 - 1), (match{5, 21 * 512 - 1}));
+    EXPECT_EQ(last_match(3, 20, 21 * 512), (match{3, 20}));
+}
+
+TEST(match_lists, never_swap_for_a_match_three_bytes_shorter)
+{
+    // "abcdef" 20000 back, "abc" 6 back.
+    bytes block = near_and_far(3, 6, 20000);
+    block[5] = 'f';
+    block[20005] = 'f';
+    const auto lists = lists_of(block);
+    EXPECT_EQ(lists.len[20000], 6U);
+    EXPECT_EQ(lists.pos[20000], 0U);
+}
+
+TEST(match_lists, never_hold_a_match_above_255_bytes)
+{
+    // A part of 2000 bytes that comes twice.
+    const bytes part = test::find_shape("random").make(2000, 1);
+    const auto lists = lists_of(test::joined({part, part}));
+    for (u32 pos = 0; pos + 3 <= 2000; ++pos) {
+        ASSERT_EQ(lists.len[2000 + pos], std::min(255U, 2000 - pos));
+        ASSERT_EQ(lists.pos[2000 + pos], pos);
+    }
+}
+
+// All bytes equal
+
+TEST(match_lists, of_equal_bytes_go_back_one_position_in_a_small_block)
+{
+    const auto lists = lists_of(bytes(1000));
+    for (u32 pos = 1; pos + 3 <= 1000; ++pos) {
+        ASSERT_EQ(lists.len[pos], std::min(255U, 1000 - pos)) << pos;
+        ASSERT_EQ(lists.pos[pos], pos - 1);
+    }
+    EXPECT_EQ(unmatched(lists), 3U); // the first and the last two
+}
+
+TEST(match_lists, of_equal_bytes_each_have_a_match_where_intervals_are_huge)
+{
+    for (const u32 size : {16384U, 16638U, 16639U, 16640U, 20000U, 70000U}) {
+        const bytes block(size);
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(block, "zeros"));
+        EXPECT_EQ(unmatched(lists_of(block)), 3U); // the first and the last two
+    }
+}
+
+TEST(match_lists, of_huge_intervals_only_gather_positions_without_a_match)
+{
+    // Copies of "abc", each in front of bytes of its own, from 16384 or 16385 positions on; two of
+    // them go on alike, the latter right behind another one.  In the larger interval its swap for
+    // the nearer one is left out, and the one behind it doesn't take it for its neighbour.
+    for (const u32 copies : {16384U, 16385U}) {
+        bytes block;
+        for (u32 i = 0; i < copies; ++i) {
+            const u32 own = i == copies - 2 ? 0 : i;
+            block.insert(block.end(), {'a', 'b', 'c', static_cast<u8>(own | 0x80),
+                                       static_cast<u8>(own >> 7), static_cast<u8>(own >> 7 >> 8)});
+        }
+        const auto lists = lists_of(block);
+        const auto plain = test::plain_match_lists(block);
+        ASSERT_EQ(lists.len, plain.len) << copies;
+        ASSERT_EQ(lists.pos, plain.pos) << copies;
+    }
+}
+
+TEST(match_lists, count_all_members_of_an_interval_of_16384_or_one_more)
+{
+    // "abc" comes so many times; "abcd" at 0 and as the last but one.
+    for (const bool huge : {false, true}) {
+        const u32 copies = huge ? 16385 : 16384;
+        bytes block;
+        for (u32 i = 0; i < copies; ++i) {
+            const bool twin = i == 0 || i == copies - 2;
+            const u8 next = twin ? 'd' : static_cast<u8>('e' + i % 2);
+            block.insert(block.end(), {'a', 'b', 'c', next});
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(block, "copies"));
+    }
+}
+
+// Any blocks
+
+TEST(match_lists, are_as_the_plain_ones_for_all_shapes_and_sizes_to_300)
+{
+    for (const auto& shape : test::all_shapes())
+        for (u32 size = 1; size <= 300; ++size)
+            ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(size, size), shape.name));
+}
+
+TEST(match_lists, are_as_the_plain_ones_for_thousands_of_small_blocks)
+{
+    test::random_source random(1);
+    for (u32 round = 0; round < 4000; ++round) {
+        bytes block(1 + random.below(120));
+        const u32 symbols = 1 + random.below(5);
+        for (u8& byte : block) byte = static_cast<u8>(random.below(symbols) * 85);
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(block, "few symbols"));
+    }
+}
+
+TEST(match_lists, are_as_the_plain_ones_for_larger_blocks_of_all_shapes)
+{
+    for (const auto& shape : test::all_shapes())
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(30000, 2), shape.name));
+}
+
+TEST(match_lists, are_as_the_plain_ones_for_two_symbols_and_words_with_huge_intervals)
+{
+    for (const char* name : {"two_symbols", "fibonacci", "thue_morse"})
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(test::find_shape(name).make(100000, 3), name));
+}
+
+TEST(match_lists, are_as_the_plain_ones_for_periods)
+{
+    for (const u32 period : {1U, 2U, 3U, 254U, 255U, 256U, 300U, 5000U}) {
+        bytes block = test::find_shape("random").make(period, period);
+        while (block.size() < 40000) block.push_back(block[block.size() - period]);
+        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(block, "period " + std::to_string(period)));
+    }
+}
+
+// Common prefixes
+
+std::vector<u32> suffix_array(const bytes& block)
+{
+    const std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
+    std::vector<u32> sa(block.size());
+    std::iota(sa.begin(), sa.end(), 0U);
+    std::sort(sa.begin(), sa.end(), [&](u32 a, u32 b) { return text.substr(a) < text.substr(b); });
+    return sa;
+}
+
+void expect_common_prefixes(const bytes& block, const std::string& name)
+{
+    const auto sa = suffix_array(block);
+    const auto size = static_cast<u32>(block.size());
+    const auto text = test::exact_buffer(block.size() + search_reads_past);
+    std::copy(block.begin(), block.end(), text.get());
+    bytes lcp(block.size() + 1, 99);
+    ASSERT_TRUE(lcp_bytes(text.get(), sa.data(), size, lcp.data()));
+    EXPECT_EQ(lcp.front(), 99); // those are the caller's
+    EXPECT_EQ(lcp.back(), 99);
+    for (u32 k = 1; k < size; ++k) {
+        u32 len = 0;
+        const u32 later = std::max(sa[k - 1], sa[k]);
+        while (len < 255 && later + len < size && block[sa[k - 1] + len] == block[sa[k] + len])
+            ++len;
+        ASSERT_EQ(lcp[k], len) << name << ' ' << size << ' ' << k;
+    }
+}
+
+TEST(lcp_bytes, are_what_a_comparison_gives)
+{
+    for (const auto& shape : test::all_shapes()) {
+        for (u32 size = 1; size < 100; ++size)
+            ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(shape.make(size, size), shape.name));
+        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(shape.make(3000, 1), shape.name));
+    }
+}
+
+TEST(lcp_bytes, of_two_suffixes_that_share_255_bytes_or_more_are_255)
+{
+    for (const u32 size : {253U, 254U, 255U, 256U, 257U, 300U}) {
+        const bytes part = test::find_shape("random").make(size, 2);
+        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(test::joined({part, {1}, part, {2}}), ""));
+        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(bytes(size), "zeros"));
+    }
+}
+
+TEST(lcp_bytes, end_where_the_block_ends_though_the_bytes_behind_it_are_zero_too)
+{
+    ASSERT_NO_FATAL_FAILURE(
+        expect_common_prefixes(test::joined({{5}, bytes(9), {5}, bytes(3)}), ""));
+}
+
+// Lists of a suffix array that is there
+
+TEST(sa_match_lists, takes_common_prefixes_as_they_are)
+{
+    // Of "abcab...": positions 0, 3 and 6 share three bytes, 3 and 6 share four.
+    std::vector<u32> sa{6, 3, 0};
+    const std::array<u8, 4> lcp{0, 4, 3, 0};
+    std::array<u8, 7> mlen{};
+    std::array<u32, 7> mpos{};
+    sa_match_lists(sa.data(), 3, lcp.data(), mpos.data(), mlen.data());
+    EXPECT_EQ(mlen, (std::array<u8, 7>{0, 0, 0, 3, 0, 0, 4}));
+    EXPECT_EQ(mpos, (std::array<u32, 7>{0, 0, 0, 0, 0, 0, 3}));
+}
+
+TEST(sa_match_lists, drops_an_interval_of_2_bytes)
+{
+    std::vector<u32> sa{6, 3, 0};
+    const std::array<u8, 4> lcp{0, 2, 1, 0};
+    std::array<u8, 7> mlen{};
+    std::array<u32, 7> mpos{};
+    sa_match_lists(sa.data(), 3, lcp.data(), mpos.data(), mlen.data());
+    EXPECT_EQ(mlen, (std::array<u8, 7>{}));
+}
+
+// Sorting
+
+void expect_sorted(std::vector<u32> numbers)
+{
+    std::vector<u32> expected = numbers;
+    std::sort(expected.begin(), expected.end());
+    sort_u32(numbers.data(), numbers.size());
+    EXPECT_EQ(numbers, expected);
+}
+
+TEST(sort_u32, of_no_element_or_one)
+{
+    sort_u32(nullptr, 0);
+    expect_sorted({5});
+}
+
+TEST(sort_u32, of_two_elements)
+{
+    expect_sorted({1, 2});
+    expect_sorted({2, 1});
+    expect_sorted({2, 2});
+}
+
+TEST(sort_u32, of_all_orders_of_few_elements)
+{
+    std::vector<u32> numbers{0, 1, 1, 7, 0x80000000, 0xFFFFFFFF};
+    do expect_sorted(numbers);
+    while (std::next_permutation(numbers.begin(), numbers.end()));
+}
+
+TEST(sort_u32, of_rising_falling_and_constant_elements)
+{
+    for (const u32 count : {3U, 50U, 51U, 1000U, 20000U}) {
+        std::vector<u32> numbers(count);
+        std::iota(numbers.begin(), numbers.end(), 0xFFFF0000U);
+        expect_sorted(numbers);
+        std::rotate(numbers.begin(), numbers.begin() + 1, numbers.end());
+        expect_sorted(numbers);
+        std::sort(numbers.begin(), numbers.end(), std::greater<>());
+        expect_sorted(numbers);
+        numbers.back() = 0xFFFFFFFF; // falling up to the last one
+        expect_sorted(numbers);
+        expect_sorted(std::vector<u32>(count, 7));
+    }
+}
+
+TEST(sort_u32, of_random_elements_and_few_values)
+{
+    test::random_source random(1);
+    for (u32 count = 3; count < 40000; count += 1 + count / 3) {
+        for (const u32 mask : {0xFFFFFFFFU, 0xFFU, 1U}) {
+            std::vector<u32> numbers(count);
+            for (u32& number : numbers) number = random.next() & mask;
+            expect_sorted(numbers);
+        }
+    }
+}
+
+// No memory
+
+/// Whether a block of so many bytes has lists while `spare` bytes are left.
+std::optional<match_lists> lists_with(u64 spare, const bytes& padded)
+{
+    const test::short_of_memory limit(spare);
+    return find_match_lists({padded.data(), static_cast<u32>(padded.size() - search_reads_past)});
+}
+
+TEST(match_lists, without_memory_are_none)
+{
+    if (test::under_sanitizer)
+        GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
+    const bytes block(16 << 20);
+    // The suffix array takes 64 MiB; then there are 16 MiB for the prefixes, 16 and 64 for the
+    // lists.
+    for (const u64 mib : {0U, 40U, 70U, 100U}) EXPECT_FALSE(lists_with(mib << 20, block)) << mib;
+}
+
+TEST(lcp_bytes, without_memory_leave_the_result_alone)
+{
+    if (test::under_sanitizer)
+        GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
+    const bytes text((16 << 20) + search_reads_past);
+    const std::vector<u32> sa(16 << 20);
+    bytes lcp((16 << 20) + 1, 99);
+    const test::short_of_memory limit(0);
+    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 16 << 20, lcp.data()));
+    EXPECT_EQ(std::count(lcp.begin(), lcp.end(), 99), static_cast<i64>(lcp.size()));
+}
+
+/// Takes the pieces of memory of `size` bytes that are left, as many as `taken` can hold.
+void take_all(usize size, std::vector<owned_array<u8>>& taken)
+{
+    while (taken.size() < taken.capacity()) {
+        taken.push_back(make_array<u8>(size));
+        if (!taken.back()) break;
+    }
+}
+
+TEST(match_lists, without_memory_for_the_sorters_tables_are_empty)
+{
+    if (test::under_sanitizer)
+        GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
+    // All other arrays have room in what is given back, but the sorter's 256 KiB have not.
+    const bytes block(5000 + search_reads_past);
+    std::vector<owned_array<u8>> taken;
+    taken.reserve(4000);
+    owned_array<u8> room = make_array<u8>(120000);
+    const test::short_of_memory limit(0);
+    for (const usize size : {256U << 10, 32U << 10}) take_all(size, taken);
+    room.reset();
+    const auto lists = find_match_lists({block.data(), 5000});
+    ASSERT_TRUE(lists);
+    EXPECT_EQ(std::count(lists->mlen.get(), lists->mlen.get() + 5000, 0), 5000);
+}
+
+} // namespace
+} // namespace quarnex
