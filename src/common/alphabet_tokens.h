@@ -19,6 +19,7 @@ template <u32 MinMatch, class Coder>
 class alphabet_tokens {
   public:
     static constexpr u32 first_pos = alphabet_raw_bytes;
+    static constexpr u32 min_match = MinMatch;
 
     /// `text` is the block, whose raw byte the coder has written.
     alphabet_tokens(const u8* text, Coder coder) : text_(text), coder_(coder) {}

@@ -20,11 +20,13 @@ struct search_bits {
 /// search runs.  It never grows past the block's size by more than the slack of the output: once
 /// the output has reached the block's size `full()` holds, and further tokens may be dropped.
 ///
-/// `first_pos` is the number of bytes at the block's start that are sent raw, before the tokens.
+/// `first_pos` is the number of bytes at the block's start that are sent raw, before the tokens;
+/// `min_match` is the shortest match that it has a code for.
 /// literal() gets the position of the byte; match() the position, the length, and the distance back
 /// to the same bytes.
 template <class W>
 concept token_writer = std::convertible_to<decltype(W::first_pos), u32> &&
+    std::convertible_to<decltype(W::min_match), u32> &&
     requires(W writer, const W& so_far, u32 pos, u32 len, u32 dist)
 {
     requires std::same_as<decltype(so_far.full()), bool>;

@@ -16,6 +16,7 @@ template <u32 MinMatch>
 class m1_tokens {
   public:
     static constexpr u32 first_pos = 1;
+    static constexpr u32 min_match = MinMatch;
 
     /// Starts a stream for a block of 1 byte or more.
     explicit m1_tokens(const block_job& job)

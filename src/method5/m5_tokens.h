@@ -14,6 +14,7 @@ template <u32 MinMatch>
 class m5_tokens {
   public:
     static constexpr u32 first_pos = m5_raw_bytes;
+    static constexpr u32 min_match = MinMatch;
 
     /// Starts a stream for a block.
     m5_tokens(const block_job& job, m5_model& model)

@@ -12,9 +12,10 @@
 namespace quarnex::test {
 
 /// A token writer that keeps what a search decides; `full_at` tokens fill it.
-template <u32 FirstPos>
+template <u32 FirstPos, u32 MinMatch = 4>
 struct token_recorder {
     static constexpr u32 first_pos = FirstPos;
+    static constexpr u32 min_match = MinMatch;
     usize full_at = SIZE_MAX;
     std::vector<plain_token> tokens{};
     u32 next_pos = FirstPos;
