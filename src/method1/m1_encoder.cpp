@@ -4,12 +4,13 @@
 #include "match/hash_search.h"
 #include "match/ladder.h"
 #include "method1/m1_codec.h"
+#include "method1/m1_prices.h"
 #include "method1/m1_tokens.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(search_reads_past <= in_slack);
+static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 
 using m1_writer = m1_tokens<static_min_match(0)>;
 
@@ -25,9 +26,21 @@ constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
 constexpr auto m1_encode_pair = m1_encode<search_buckets<pair_table<0>, m1_writer>>;
 constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
 
+i32 m1_encode_sa(const block_job& job)
+{
+    constexpr u32 min_match = static_min_match(8);
+    return encode_backward(job, m1_prices<min_match>(), m1_tokens<min_match>(job));
+}
+
+i32 m1_encode_trie(const block_job& job)
+{
+    constexpr u32 min_match = static_min_match(9);
+    return encode_forward(job, m1_prices<min_match>(), m1_tokens<min_match>(job));
+}
+
 constexpr i32 (*m1_levels[ladder_levels])(const block_job&){
-    m1_encode_greedy, m1_encode_greedy_ins, m1_encode_lazy, m1_encode_pair,
-    m1_encode_ways,   m1_encode_ways,       m1_encode_ways, m1_encode_ways,
+    m1_encode_greedy, m1_encode_greedy_ins, m1_encode_lazy, m1_encode_pair, m1_encode_ways,
+    m1_encode_ways,   m1_encode_ways,       m1_encode_ways, m1_encode_sa,   m1_encode_trie,
 };
 
 i32 m1_encode_block(const block_job& job, void* /*state*/)

@@ -56,12 +56,18 @@ inline constexpr u32 m1_token_max_bytes = 1 + 2 * m1_integer_max_bytes;
 inline constexpr u32 m1_end_token = 0x00EB;
 inline constexpr u32 m1_end_bytes = 2;
 
+/// Bytes behind the first of `value` as an integer of the shortest form.
+constexpr u32 m1_integer_tail(u32 value)
+{
+    const auto width = static_cast<u32>(std::bit_width(value));
+    return width <= 7 ? 0 : std::min((width - 1) / 7, m1_integer_max_bytes - 1);
+}
+
 /// Writes `value` as an integer of the shortest form and returns the position behind it.  Writes
 /// up to 8 bytes.
 inline u8* m1_put_integer(u8* to, u32 value)
 {
-    const auto width = static_cast<u32>(std::bit_width(value));
-    const u32 more = width <= 7 ? 0 : std::min((width - 1) / 7, 4U); // bytes behind the first
+    const u32 more = m1_integer_tail(value);
     const u64 tail = value & ((u64{1} << (8 * more)) - 1);
     const u64 marks = 0xF00 >> more & 0xFF; // `more` leading ones
     const u64 top = (u64{value} >> (8 * more)) | marks;

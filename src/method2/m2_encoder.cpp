@@ -4,12 +4,13 @@
 #include "match/hash_search.h"
 #include "match/ladder.h"
 #include "method2/m2_codec.h"
+#include "method2/m2_prices.h"
 #include "method2/m2_tokens.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(search_reads_past <= in_slack);
+static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 
 using m2_writer = m2_tokens<static_min_match(0)>;
 
@@ -25,9 +26,21 @@ constexpr auto m2_encode_l2 = m2_encode<search_lazy<m2_writer>>;
 constexpr auto m2_encode_l3 = m2_encode<search_buckets<pair_table<0>, m2_writer>>;
 constexpr auto m2_encode_bucket = m2_encode<search_buckets<ring_table, m2_writer>>;
 
+i32 m2_encode_sa(const block_job& job)
+{
+    constexpr u32 min_match = static_min_match(8);
+    return encode_backward(job, m2_prices<min_match>(), m2_tokens<min_match>(job));
+}
+
+i32 m2_encode_trie(const block_job& job)
+{
+    constexpr u32 min_match = static_min_match(9);
+    return encode_forward(job, m2_prices<min_match>(), m2_tokens<min_match>(job));
+}
+
 constexpr i32 (*m2_levels[ladder_levels])(const block_job&){
-    m2_encode_l0,     m2_encode_l1,     m2_encode_l2,     m2_encode_l3,
-    m2_encode_bucket, m2_encode_bucket, m2_encode_bucket, m2_encode_bucket,
+    m2_encode_l0,     m2_encode_l1,     m2_encode_l2,     m2_encode_l3, m2_encode_bucket,
+    m2_encode_bucket, m2_encode_bucket, m2_encode_bucket, m2_encode_sa, m2_encode_trie,
 };
 
 i32 m2_encode_block(const block_job& job, void* /*state*/)

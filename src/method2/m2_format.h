@@ -37,6 +37,8 @@ inline constexpr u32 m2_first_long_code = 16;
 inline constexpr u32 m2_first_long_length = m2_first_long_code - 1;
 /// What the shortest literal run has more than its gamma code says.
 inline constexpr u32 m2_literal_run_base = 11;
+/// Encoders write runs from this length on.  (One less would be shorter already.)
+inline constexpr u32 m2_first_literal_run = 13;
 
 /// The token code of a match of `len` bytes.
 template <u32 MinMatch>

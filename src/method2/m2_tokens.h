@@ -36,8 +36,12 @@ static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_most_e
 /// into the search: the time of a token is mostly that of its state if that lies in memory.
 template <u32 MinMatch>
 class m2_tokens {
+    /// Whether runs of literals are written as such: only what the priced parses find.
+    static constexpr bool writes_runs = MinMatch == 3;
+
   public:
     static constexpr u32 first_pos = 1;
+    static constexpr u32 min_match = MinMatch;
     static constexpr u32 max_dist = m2_max_dist;
 
     /// Starts a stream for a block of 1 byte or more.
@@ -91,6 +95,9 @@ class m2_tokens {
     /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
     [[gnu::always_inline]] void literals_until(u32 pos)
     {
+        if constexpr (writes_runs) {
+            if (pos >= done_ + m2_first_literal_run) return run_until(pos);
+        }
         for (; done_ + m2_literal_group <= pos; done_ += m2_literal_group) {
             bits_.put(m2_six_literals(load_u64_high_first(text_ + done_)),
                       m2_literal_group * m2_literal_bits);
@@ -102,6 +109,19 @@ class m2_tokens {
                       (m2_literal_group - rest) * m2_literal_bits,
                   rest * m2_literal_bits);
         done_ = pos;
+    }
+
+    /// The same as a literal run, seven bytes at a time.
+    void run_until(u32 pos)
+    {
+        constexpr u32 group = bit_writer::most_bits / 8;
+        bits_.put(m2_literal_run_code, m2_gamma_bits(m2_literal_run_code));
+        put_gamma(pos - done_ - m2_literal_run_base);
+        for (; done_ + group <= pos; done_ += group) {
+            bits_.put(load_u64_high_first(text_ + done_) >> 8, 8 * group);
+            if (full()) return;
+        }
+        for (; done_ < pos; ++done_) bits_.put(text_[done_], 8);
     }
 
     const u8* text_;

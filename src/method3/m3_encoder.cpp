@@ -4,12 +4,13 @@
 #include "match/hash_search.h"
 #include "match/ladder.h"
 #include "method3/m3_codec.h"
+#include "method3/m3_prices.h"
 #include "method3/m3_tokens.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(search_reads_past <= in_slack);
+static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 
 using m3_writer = m3_tokens<min_match(0)>;
 
@@ -26,9 +27,25 @@ constexpr auto m3_encode_lazy = m3_encode<search_lazy<m3_writer>>;
 constexpr auto m3_encode_pair = m3_encode<search_buckets<pair_table<0>, m3_writer>>;
 constexpr auto m3_encode_bucket = m3_encode<search_buckets<ring_table, m3_writer>>;
 
+i32 m3_encode_sa(const block_job& job)
+{
+    constexpr u32 shortest = min_match(8);
+    m3_encoder_models models(job.in_len);
+    return encode_backward(job, m3_prices<shortest>(job.in_buf, models),
+                           m3_tokens<shortest>(job.in_buf, m3_symbol_writer(job, models)));
+}
+
+i32 m3_encode_trie(const block_job& job)
+{
+    constexpr u32 shortest = min_match(9);
+    m3_encoder_models models(job.in_len);
+    return encode_forward(job, m3_prices<shortest>(job.in_buf, models),
+                          m3_tokens<shortest>(job.in_buf, m3_symbol_writer(job, models)));
+}
+
 constexpr i32 (*m3_levels[ladder_levels])(const block_job&){
-    m3_encode_greedy, m3_encode_greedy_ins, m3_encode_lazy,   m3_encode_pair,
-    m3_encode_bucket, m3_encode_bucket,     m3_encode_bucket, m3_encode_bucket,
+    m3_encode_greedy, m3_encode_greedy_ins, m3_encode_lazy,   m3_encode_pair, m3_encode_bucket,
+    m3_encode_bucket, m3_encode_bucket,     m3_encode_bucket, m3_encode_sa,   m3_encode_trie,
 };
 
 i32 m3_encode_block(const block_job& job, void* /*state*/)

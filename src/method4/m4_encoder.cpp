@@ -4,12 +4,13 @@
 #include "match/hash_search.h"
 #include "match/ladder.h"
 #include "method4/m4_codec.h"
+#include "method4/m4_prices.h"
 #include "method4/m4_tokens.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(search_reads_past <= in_slack);
+static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 
 using m4_writer = m4_tokens<min_match(0)>;
 
@@ -25,9 +26,31 @@ constexpr auto m4_encode_lazy = m4_encode<search_lazy<m4_writer>>;
 constexpr auto m4_encode_pair = m4_encode<search_buckets<pair_table<0>, m4_writer>>;
 constexpr auto m4_encode_bucket = m4_encode<search_buckets<ring_table, m4_writer>>;
 
+template <u32 MinMatch>
+m4_prices<MinMatch> m4_prices_for(const block_job& job, const m4_enc_state& models)
+{
+    return {job.in_buf, m4_context_mask(job.parameters.lit_ctx_bits), models};
+}
+
+i32 m4_encode_sa(const block_job& job, m4_enc_state& models)
+{
+    constexpr u32 shortest = min_match(8);
+    models.start(job.in_len);
+    return encode_backward(job, m4_prices_for<shortest>(job, models),
+                           m4_tokens<shortest>(job.in_buf, m4_symbol_writer(job, models)));
+}
+
+i32 m4_encode_trie(const block_job& job, m4_enc_state& models)
+{
+    constexpr u32 shortest = min_match(9);
+    models.start(job.in_len);
+    return encode_forward(job, m4_prices_for<shortest>(job, models),
+                          m4_tokens<shortest>(job.in_buf, m4_symbol_writer(job, models)));
+}
+
 constexpr i32 (*m4_levels[ladder_levels])(const block_job&, m4_enc_state&){
-    m4_encode_greedy, m4_encode_lazy,   m4_encode_lazy,   m4_encode_pair,
-    m4_encode_bucket, m4_encode_bucket, m4_encode_bucket, m4_encode_bucket,
+    m4_encode_greedy, m4_encode_lazy,   m4_encode_lazy,   m4_encode_pair, m4_encode_bucket,
+    m4_encode_bucket, m4_encode_bucket, m4_encode_bucket, m4_encode_sa,   m4_encode_trie,
 };
 
 i32 m4_encode_block(const block_job& job, void* state)

@@ -3,12 +3,13 @@
 #include "match/hash_search.h"
 #include "match/ladder.h"
 #include "method5/m5_codec.h"
+#include "method5/m5_prices.h"
 #include "method5/m5_tokens.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(search_reads_past <= in_slack);
+static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 
 using m5_writer = m5_tokens<min_match(0)>;
 
@@ -23,9 +24,23 @@ constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
 constexpr auto m5_encode_pair = m5_encode<search_buckets<pair_table<1>, m5_writer>>;
 constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
 
+i32 m5_encode_suffix(const block_job& job, m5_model& model)
+{
+    constexpr u32 shortest = min_match(8);
+    return encode_backward(job, m5_prices<shortest>(job.in_buf, model),
+                           m5_tokens<shortest>(job, model));
+}
+
+i32 m5_encode_trie(const block_job& job, m5_model& model)
+{
+    constexpr u32 shortest = min_match(9);
+    return encode_forward(job, m5_prices<shortest>(job.in_buf, model),
+                          m5_tokens<shortest>(job, model));
+}
+
 constexpr i32 (*m5_levels[ladder_levels])(const block_job&, m5_model&){
-    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,
-    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_bucket,
+    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,   m5_encode_bucket,
+    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix, m5_encode_trie,
 };
 
 i32 m5_encode_block(const block_job& job, void* state)

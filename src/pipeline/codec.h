@@ -91,4 +91,8 @@ inline i32 shorter_stream(const block_job& job, u32 len)
     return len != 0 && len < job.in_len ? static_cast<i32>(len) : store_block(job);
 }
 
+/// The result of an encoder that needs more memory than there is: reports that, which ends the
+/// process.
+i32 report_no_memory(const block_job& job);
+
 } // namespace quarnex

@@ -1,7 +1,7 @@
 #include "method1/m1_codec.h"
 
 #include "plain/m1_plain.h"
-#include "support/codec_runs.h"
+#include "support/plain_payload.h"
 #include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,8 @@ using test::bytes_of;
 using test::encode;
 using test::parameters_of;
 
-constexpr u8 levels[]{0, 1, 2, 3, 4, 5, 6, 7};
+constexpr u8 levels[]{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+constexpr u8 hash_levels[]{0, 1, 2, 3, 4, 5, 6, 7};
 
 TEST(m1_encoder, a_block_of_1_byte_is_stored)
 {
@@ -43,7 +44,7 @@ TEST(m1_encoder, a_run_of_a_single_byte_is_one_long_token_at_distance_1)
     // above 62, so the first byte is 0xFF, c - 63 = 932 = 0x3A4 takes two bytes 0x83 0xA4, the
     // distance is one byte; the end token.
     const bytes expected{'z', 0x00, 0x00, 0x00, 0xC0, 0xFF, 0x83, 0xA4, 0x01, 0xEB, 0x00};
-    for (const u8 level : levels)
+    for (const u8 level : hash_levels)
         EXPECT_EQ(encode(bytes(1000, 'z'), parameters_of(1, level, 12)), expected);
 }
 
@@ -67,7 +68,7 @@ TEST(m1_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3
     // Level 3 sends a literal: ten flags 0, then 101.
     const bytes not_passing{'a',  0x00, 0x00, 0x28, 0x00, 'b',  'c',  'z', 0x00, 0x00,
                             0x00, 'd',  'e',  'f',  'g',  0x43, 0x01, 'z', 0xEB, 0x00};
-    for (const u8 level : levels)
+    for (const u8 level : hash_levels)
         EXPECT_EQ(encode(block_with_a_match_at_its_end, parameters_of(1, level, 16)),
                   level == 3 ? not_passing : passing)
             << "level " << int{level};
@@ -75,7 +76,7 @@ TEST(m1_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3
 
 TEST(m1_encoder, each_level_decodes_to_its_block_where_the_last_match_passes_the_end)
 {
-    for (const u8 level : levels) {
+    for (const u8 level : hash_levels) {
         const auto parameters = parameters_of(1, level, 16);
         const bytes& block = block_with_a_match_at_its_end;
         EXPECT_EQ(test::decode(encode(block, parameters), block.size(), parameters), block);
@@ -168,16 +169,45 @@ TEST(m1_encoder, no_memory_for_the_table_is_a_failure)
     }
 }
 
+// Levels 8 and 9, whose shortest match has 3 bytes
+
+TEST(m1_encoder, at_level_8_a_match_length_is_at_most_255)
+{
+    // Of 500 bytes 255 and 244: c = 252 = 63 + 0xBD and 241 = 63 + 0xB2, both integers of two
+    // bytes.
+    EXPECT_EQ(encode(bytes(500, 'z'), parameters_of(1, 8)),
+              (bytes{'z', 0, 0, 0, 0xE0, 0xFF, 0x80, 0xBD, 0x01, 0xFF, 0x80, 0xB2, 0x01, 0xEB, 0}));
+}
+
+TEST(m1_encoder, at_level_9_a_match_length_has_no_limit_but_the_room_of_the_parse)
+{
+    // Position 1 is the first to be entered.  498: c = 495 = 63 + 0x1B0.
+    EXPECT_EQ(encode(bytes(500, 'z'), parameters_of(1, 9)),
+              (bytes{'z', 0, 0, 0, 0x60, 'z', 0xFF, 0x81, 0xB0, 0x01, 0xEB, 0}));
+    // The step goes 2048 bytes behind the first window: 2559: c = 2556 = 63 + 0x9BD.
+    EXPECT_EQ(encode(bytes(2561, 'z'), parameters_of(1, 9)),
+              (bytes{'z', 0, 0, 0, 0x60, 'z', 0xFF, 0x89, 0xBD, 0x01, 0xEB, 0}));
+}
+
+TEST(m1_encoder, at_levels_8_and_9_a_minimum_match_is_a_short_token)
+{
+    // "abc" again, at distance 4: 3 << 1; then as before a run of "z", 20 at distance 1: c = 17.
+    const bytes block = bytes_of("-abc+abc" + std::string(21, 'z'));
+    for (const u8 level : {u8{8}, u8{9}})
+        EXPECT_EQ(encode(block, parameters_of(1, level)),
+                  (bytes{'-', 0, 0, 0, 0x0B, 'a', 'b', 'c', '+', 0x06, 0, 'z', 0x47, 1, 0xEB, 0}));
+}
+
 class m1_encoder_property : public testing::TestWithParam<u8> {};
 
 /// Compares the encoder with the plain one on a block.
 void expect_plain_payload(const bytes& block, u8 level, i32 hash_bits)
 {
     const file_parameters parameters = parameters_of(1, level, hash_bits);
-    EXPECT_TRUE(encode(block, parameters) ==
-                test::m1_plain_encode(block, level, static_cast<u32>(hash_bits),
-                                      static_cast<u32>(parameters.chain_bits)))
-        << block.size() << " bytes, " << hash_bits << " hash bits";
+    test::expect_plain_payload(block, parameters,
+                               test::m1_plain_encode(block, level, static_cast<u32>(hash_bits),
+                                                     static_cast<u32>(parameters.chain_bits)),
+                               "the shape");
 }
 
 TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
@@ -191,11 +221,13 @@ TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to
 
 TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
+    // The plain forms of the last two levels take their time.
+    const usize size = GetParam() < std::size(hash_levels) ? 300001 : 50001;
     for (const auto& shape : test::all_shapes()) {
         SCOPED_TRACE(shape.name);
         expect_plain_payload(shape.make(4095, 1), GetParam(), 12);
         expect_plain_payload(shape.make(65536, 2), GetParam(), 12);
-        expect_plain_payload(shape.make(300001, 3), GetParam(), 18);
+        expect_plain_payload(shape.make(size, 3), GetParam(), 18);
     }
 }
 
@@ -207,6 +239,14 @@ TEST_P(m1_encoder_property, finds_matches_beyond_the_reach_of_medium_tokens)
     block.insert(block.end(), 100000, 1); // so that it shrinks
     EXPECT_LT(encode(block, parameters_of(1, GetParam(), 22)).size(), block.size());
     expect_plain_payload(block, GetParam(), 22);
+}
+
+TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
+{
+    test::for_all_hard_blocks([](const bytes& block, const std::string& name) {
+        SCOPED_TRACE(name);
+        expect_plain_payload(block, GetParam(), 14);
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m1_encoder_property, testing::ValuesIn(levels));

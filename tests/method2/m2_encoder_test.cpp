@@ -1,3 +1,4 @@
+#include "match/ladder.h"
 #include "method2/m2_codec.h"
 #include "method2/m2_tokens.h"
 
@@ -22,7 +23,8 @@ using test::plain_token;
 using test::run_encoder;
 using test::token_block;
 
-constexpr u8 levels = 8; // that are built
+constexpr u8 levels = ladder_levels;
+constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
 file_parameters m2_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
 {
@@ -86,7 +88,7 @@ TEST(m2_encoder, a_block_of_2_to_4_bytes_is_stored_and_one_of_5_can_be_a_match)
     // Of zeros all but the first are a match, which has 4 bytes at least.  010 00000 0000 is one of
     // four bytes from distance 1; the end is 0001111.  At level 3 nothing starts in the last four.
     const bytes stream{0, 0b01000000, 0b00000001, 0b11100000};
-    for (u8 level = 0; level < levels; ++level) {
+    for (u8 level = 0; level < hash_levels; ++level) {
         for (const usize size : {2U, 3U, 4U}) {
             EXPECT_EQ(run_encoder(bytes(size), m2_parameters(level)).result,
                       static_cast<i32>(size));
@@ -139,7 +141,7 @@ TEST(m2_tokens, a_match_of_70000_bytes_has_a_code_of_33_bits)
     const bytes stream{'a', 0, 0, 0b10001000, 0b10111000, 0b10000000, 0b00000111, 0b10000000};
     EXPECT_EQ(write_tokens(m2_block().match(70000, 1)), stream);
     EXPECT_EQ(write_tokens<3>(m2_block().match(70000, 1)), stream);
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         EXPECT_EQ(encode(bytes(70001, 'a'), m2_parameters(level)), stream) << int{level};
 }
 
@@ -230,7 +232,7 @@ TEST(m2_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_b
     EXPECT_EQ(writer.finish(), 0U);
 }
 
-// What the levels find
+// What levels 0 to 7 find
 
 /// Expects that a block becomes a stream of these tokens at a level, and is decoded from it.
 void expect_tokens(const bytes& block, const std::vector<plain_token>& tokens,
@@ -253,7 +255,7 @@ std::vector<plain_token> behind_literals(usize count, std::initializer_list<plai
 }
 TEST(m2_encoder, all_bytes_equal_are_one_match_at_distance_1_up_to_the_blocks_end)
 {
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(bytes(1000, 'z'), {{999, 1}}, m2_parameters(level));
 }
 
@@ -266,7 +268,7 @@ TEST(m2_encoder, the_default_tables_of_levels_3_and_7_serve_a_small_block)
 TEST(m2_encoder, the_start_of_the_block_is_a_candidate_though_it_is_never_entered)
 {
     const bytes block = bytes_of("abcdefgh1abcdefgh!");
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(block, behind_literals(8, {{8, 9}, one_literal}), m2_parameters(level, 16));
 }
 
@@ -276,7 +278,7 @@ TEST(m2_encoder, the_start_of_the_block_is_no_candidate_where_its_bytes_differ)
     bytes block(100);
     for (usize i = 0; i < block.size(); ++i) block[i] = static_cast<u8>(i);
     block.insert(block.end(), 100, 99);
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(block, behind_literals(99, {{100, 1}}), m2_parameters(level, 16));
 }
 
@@ -285,7 +287,7 @@ TEST(m2_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3
     // The "z" at the end stands like an earlier one in front of three zeros, if those behind the
     // block count; at level 3 the last four bytes are literals.
     const bytes block = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(block,
                       behind_literals(10, {{20, 1}, level == 3 ? one_literal : plain_token{4, 28}}),
                       m2_parameters(level, 16));
@@ -296,7 +298,7 @@ TEST(m2_encoder, at_level_3_the_last_four_bytes_are_literals_and_the_fifth_last_
     const bytes block = joined({bytes_of("abcde-"), bytes(25, 'g'), bytes_of("abcd")});
     auto literals = behind_literals(6, {{24, 1}});
     literals.insert(literals.end(), 4, one_literal);
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(block, level == 3 ? literals : behind_literals(6, {{24, 1}, {4, 31}}),
                       m2_parameters(level, 16));
     expect_tokens(joined({block, {'e'}}), behind_literals(6, {{24, 1}, {5, 31}}),
@@ -326,7 +328,7 @@ TEST(m2_encoder, at_levels_4_to_7_a_block_of_16_mib_is_searched_to_its_highest_p
     auto tokens = behind_literals(1, {{size - 8, 1}});
     tokens.insert(tokens.end(), 5, one_literal);
     tokens.push_back({4, 5});
-    for (u8 level = 4; level < levels; ++level)
+    for (u8 level = 4; level < hash_levels; ++level)
         expect_tokens(block, tokens, m2_parameters(level, 16));
 }
 
@@ -354,14 +356,14 @@ struct far_case {
     /// Expects these tokens from `first_level` on.  Rings hold two candidates.
     void expect(u8 first_level) const
     {
-        for (const u32 far : {m2_max_dist, m2_max_dist + 1}) {
+        for (const u32 far : {m2_max_dist, m2_max_dist + 1, m2_max_dist + 100000}) {
             const bytes block = joined({start, bytes(far - start.size()), end, bytes(in_slack)});
             block_job job;
             job.in_buf = block.data();
             job.in_len = static_cast<u32>(block.size() - in_slack);
             const auto out = std::make_unique_for_overwrite<u8[]>(job.in_len + out_slack);
             job.out_buf = out.get();
-            for (u8 level = first_level; level < levels; ++level) {
+            for (u8 level = first_level; level < hash_levels; ++level) {
                 job.parameters = m2_parameters(level, 16, 1);
                 const i32 length = m2_encoder.run(job, nullptr);
                 ASSERT_GT(length, 0);
@@ -437,6 +439,151 @@ TEST(m2_encoder, a_candidate_two_ahead_replaces_a_match_up_to_the_longest_distan
     known.expect(3);
 }
 
+// Levels 8 and 9
+
+constexpr u8 priced_levels[]{8, 9};
+
+using test::m2_plain_writer;
+
+/// Some bytes, all different, with the highest first.
+bytes different(u32 count)
+{
+    bytes all(count);
+    for (u32 i = 0; i < count; ++i) all[i] = static_cast<u8>(250 - i);
+    return all;
+}
+
+/// A stream that starts as that of a run of 42 "z" does at a level.
+m2_plain_writer stream_of_run(u8 level)
+{
+    // Level 9 enters position 1 first.
+    m2_plain_writer stream('z', level);
+    if (level == 8) stream.match(41, 1);
+    if (level == 9) stream.literal('z').match(40, 1);
+    return stream;
+}
+
+TEST(m2_encoder, a_block_that_ends_with_12_literals_has_12_flagged_literals)
+{
+    for (const u8 level : priced_levels) {
+        m2_plain_writer expected = stream_of_run(level);
+        for (const u8 byte : different(12)) expected.literal(byte);
+        EXPECT_EQ(encode(joined({bytes(42, 'z'), different(12)}), m2_parameters(level)),
+                  expected.end().out);
+    }
+}
+
+TEST(m2_encoder, a_block_that_ends_with_13_literals_has_a_run_of_gamma_2)
+{
+    for (const u8 level : priced_levels) {
+        m2_plain_writer expected = stream_of_run(level);
+        expected.put(0b0001110, 7).put(0b010, 3);
+        for (const u8 byte : different(13)) expected.put(byte, 8);
+        EXPECT_EQ(encode(joined({bytes(42, 'z'), different(13)}), m2_parameters(level)),
+                  expected.end().out);
+    }
+}
+
+TEST(m2_encoder, literals_in_front_of_a_match_are_a_run_from_13_on)
+{
+    for (const u8 level : priced_levels) {
+        for (const u32 count : {12U, 13U, 14U, 40U, 200U}) {
+            // The last of them goes on for 60 bytes, and then the first eleven come again.
+            const bytes literals = different(count);
+            const bytes again(literals.begin(), literals.begin() + 11);
+            m2_plain_writer expected('-', level);
+            if (count == 12)
+                for (const u8 byte : literals) expected.literal(byte);
+            else
+                expected.literal_run(literals);
+            expected.match(60, 1).match(11, count + 60);
+            EXPECT_EQ(encode(joined({{'-'}, literals, bytes(60, literals.back()), again}),
+                             m2_parameters(level)),
+                      expected.end().out)
+                << count;
+        }
+    }
+}
+
+TEST(m2_encoder, pending_literals_carry_over_from_window_to_window)
+{
+    // 700 literals are one run, though the first window has 512 positions.
+    const bytes noise = test::find_shape("random").make(700, 1);
+    for (const u8 level : priced_levels) {
+        m2_plain_writer expected('-', level);
+        expected.literal_run(noise).match(255, 1);
+        EXPECT_EQ(encode(joined({{'-'}, noise, bytes(255, noise.back())}), m2_parameters(level)),
+                  expected.end().out);
+    }
+}
+
+TEST(m2_encoder, level_8_writes_no_match_over_255_bytes_and_level_9_does)
+{
+    EXPECT_EQ(encode(bytes(500, 'z'), m2_parameters(8)),
+              m2_plain_writer('z', 8).match(255, 1).match(244, 1).end().out);
+    EXPECT_EQ(encode(bytes(500, 'z'), m2_parameters(9)),
+              m2_plain_writer('z', 9).literal('z').match(498, 1).end().out);
+    // Up to the room of the first window.
+    EXPECT_EQ(encode(bytes(2561, 'z'), m2_parameters(9)),
+              m2_plain_writer('z', 9).literal('z').match(2559, 1).end().out);
+}
+
+/// The bits of a stream up to its last 1, which ends the end token.
+std::string bits_of(const bytes& stream)
+{
+    std::string bits;
+    for (const u8 byte : stream)
+        for (u32 place = 8; place-- != 0;) bits += (byte >> place & 1) != 0 ? '1' : '0';
+    return bits.substr(0, bits.rfind('1') + 1);
+}
+
+/// Whether a stream ends with these tokens.
+bool ends_with(const bytes& stream, const m2_plain_writer& tokens)
+{
+    const std::string expected = bits_of({tokens.out.begin() + 1, tokens.out.end()});
+    return bits_of(
+               {stream.end() - std::min<i64>(100, static_cast<i64>(stream.size())), stream.end()})
+        .ends_with(expected);
+}
+
+TEST(m2_encoder, a_match_of_3_bytes_is_taken_below_class_28_and_three_literals_are_from_there_on)
+{
+    // 27 bits are what the literals have too, 28 are more.
+    const u32 limit = test::m2_plain_first_dist(28);
+    for (const u8 level : priced_levels) {
+        for (const u32 dist : {limit - 1, limit}) {
+            const bytes stream =
+                encode(joined({bytes_of("-abc"), bytes(dist - 3), bytes_of("abcX")}),
+                       m2_parameters(level));
+            m2_plain_writer taken('-', level);
+            taken.match(3, dist).literal('X').end();
+            m2_plain_writer not_taken('-', level);
+            for (const u8 byte : bytes_of("abcX")) not_taken.literal(byte);
+            not_taken.end();
+            EXPECT_EQ(ends_with(stream, taken), dist < limit) << int{level};
+            EXPECT_EQ(ends_with(stream, not_taken), dist == limit) << int{level};
+        }
+    }
+}
+
+TEST(m2_encoder, at_levels_8_and_9_a_match_counts_up_to_the_longest_distance)
+{
+    for (const u8 level : priced_levels) {
+        for (const u32 far : {m2_max_dist, m2_max_dist + 1, m2_max_dist + 100000}) {
+            const bytes block = joined({bytes_of("-abcdef"), bytes(far - 6), bytes_of("abcdefG")});
+            const bytes stream = encode(block, m2_parameters(level));
+            m2_plain_writer taken('-', level);
+            taken.match(6, m2_max_dist).literal('G').end();
+            m2_plain_writer not_taken('-', level);
+            for (const u8 byte : bytes_of("abcdefG")) not_taken.literal(byte);
+            not_taken.end();
+            EXPECT_EQ(ends_with(stream, taken), far == m2_max_dist) << int{level};
+            EXPECT_EQ(ends_with(stream, not_taken), far != m2_max_dist) << int{level};
+            EXPECT_TRUE(test::decode(stream, block.size(), m2_parameters(level)) == block);
+        }
+    }
+}
+
 // All shapes
 
 /// By level.
@@ -458,9 +605,11 @@ TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to
 
 TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
+    // The plain forms of the last two levels take their time.
+    const usize size = GetParam() < hash_levels ? 300001 : 50001;
     for (const auto& shape : test::all_shapes()) {
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, shape.name));
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(300001, 4), 18, 4, shape.name));
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(size, 4), 18, 4, shape.name));
     }
 }
 
@@ -472,6 +621,12 @@ TEST_P(m2_encoder_property, finds_matches_at_distances_of_many_extra_bits)
     block.insert(block.end(), 100000, 1); // so that it shrinks
     EXPECT_LT(encode(block, m2_parameters(GetParam(), 22)).size(), block.size());
     ASSERT_NO_FATAL_FAILURE(check(block, 22, 2, "random"));
+}
+
+TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
+{
+    test::for_all_hard_blocks(
+        [](const bytes& block, const std::string& name) { check(block, 14, 2, name); });
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m2_encoder_property, testing::Range(u8{0}, levels));

@@ -1,3 +1,4 @@
+#include "match/ladder.h"
 #include "method3/m3_codec.h"
 #include "method3/m3_tokens.h"
 
@@ -20,7 +21,8 @@ using test::parameters_of;
 using test::plain_token;
 using test::run_encoder;
 
-constexpr u8 levels = 8; // that are built
+constexpr u8 levels = ladder_levels;
+constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
 file_parameters m3_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
 {
@@ -150,14 +152,14 @@ TEST(m3_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_b
     EXPECT_TRUE(writer.full());
 }
 
-// What the levels find
+// What levels 0 to 7 find
 
 TEST(m3_encoder, a_run_of_one_byte_value_is_one_match_of_the_start_of_the_block)
 {
     // Position 0 is what every table starts with, and the rings find p - 1 extended to p itself:
     // 39 bytes at distance 1, that is 287, 4 above 35 as slot 4 and a bit, slot 0.
     const bytes expected = m3_bits("000000000 1011 0 1111");
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         EXPECT_EQ(encode(bytes(40, 'a'), m3_parameters(level)), expected) << int{level};
 }
 
@@ -169,7 +171,7 @@ TEST(m3_encoder, the_start_of_the_block_is_no_candidate_where_its_bytes_differ)
     block.insert(block.end(), 100, 99);
     std::vector<plain_token> tokens(99, {1, 0});
     tokens.push_back({100, 1});
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         EXPECT_EQ(encode(block, m3_parameters(level, 16)), test::m3_plain_stream(block, tokens, 4));
 }
 
@@ -183,7 +185,7 @@ TEST(m3_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_deco
     std::vector<plain_token> not_passing = tokens;
     tokens.push_back({4, 28});
     not_passing.push_back({1, 0});
-    for (u8 level = 0; level < levels; ++level) {
+    for (u8 level = 0; level < hash_levels; ++level) {
         const file_parameters parameters = m3_parameters(level, 16);
         const bytes stream = encode(block, parameters);
         EXPECT_EQ(stream, test::m3_plain_stream(block, level == 3 ? not_passing : tokens, 4));
@@ -198,9 +200,39 @@ TEST(m3_encoder, at_levels_4_to_7_a_match_of_exactly_4_bytes_inserts_its_end_les
     const bytes block = bytes_of("0wxyz-ABCDEFGH12wxQ12wxyz+wxyz-ABCDEFGH");
     std::vector<plain_token> tokens(18, {1, 0});
     tokens.insert(tokens.end(), {{4, 5}, {1, 0}, {1, 0}, {1, 0}, {13, 25}});
-    for (u8 level = 4; level < levels; ++level)
+    for (u8 level = 4; level < hash_levels; ++level)
         EXPECT_EQ(encode(block, m3_parameters(level, 18, 1)),
                   test::m3_plain_stream(block, tokens, 4));
+}
+
+// Levels 8 and 9
+
+TEST(m3_encoder, a_block_of_one_byte_value_at_level_8_is_matches_of_255_bytes_at_distance_1)
+{
+    EXPECT_EQ(encode(bytes(500, 'a'), m3_parameters(8)),
+              test::m3_plain_stream(bytes(500, 'a'), {{255, 1}, {244, 1}}, 3));
+}
+
+TEST(m3_encoder, a_block_of_one_byte_value_at_level_9_is_a_literal_and_matches_as_long_as_they_fit)
+{
+    EXPECT_EQ(encode(bytes(500, 'a'), m3_parameters(9)),
+              test::m3_plain_stream(bytes(500, 'a'), {{1, 0}, {498, 1}}, 2));
+    // The match of the first window goes to 2561, that of the second one 1024 + 2048 bytes on, at
+    // the distance of the last position that was entered.
+    EXPECT_EQ(
+        encode(bytes(6000, 'a'), m3_parameters(9)),
+        test::m3_plain_stream(bytes(6000, 'a'), {{1, 0}, {2559, 1}, {3072, 2049}, {367, 2049}}, 2));
+}
+
+TEST(m3_encoder, a_match_of_2_bytes_is_found_at_level_9_only)
+{
+    const bytes block = bytes_of("-ab1ab2" + std::string(40, 'z'));
+    std::vector<plain_token> tokens(7, {1, 0});
+    tokens.push_back({39, 1});
+    EXPECT_EQ(encode(block, m3_parameters(8)), test::m3_plain_stream(block, tokens, 3));
+    tokens.erase(tokens.begin());
+    tokens[3] = {2, 3};
+    EXPECT_EQ(encode(block, m3_parameters(9)), test::m3_plain_stream(block, tokens, 2));
 }
 
 /// By level.
@@ -222,10 +254,18 @@ TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to
 
 TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
+    // The plain forms of the last two levels take their time.
+    const usize size = GetParam() < hash_levels ? 300001 : 50001;
     for (const auto& shape : test::all_shapes())
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, shape.name));
     for (const char* name : {"text", "records", "mixture", "machine_code"})
-        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(300001, 4), 18, 4, name));
+        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(size, 4), 18, 4, name));
+}
+
+TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
+{
+    test::for_all_hard_blocks(
+        [](const bytes& block, const std::string& name) { check(block, 14, 2, name); });
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m3_encoder_property, testing::Range(u8{0}, levels));

@@ -1,3 +1,4 @@
+#include "match/ladder.h"
 #include "method4/m4_codec.h"
 #include "method4/m4_tokens.h"
 
@@ -20,7 +21,8 @@ using test::parameters_of;
 using test::plain_token;
 using test::run_encoder;
 
-constexpr u8 levels = 8; // that are built
+constexpr u8 levels = ladder_levels;
+constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
 file_parameters m4_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0, u8 lit_ctx_bits = 0)
 {
@@ -175,12 +177,12 @@ TEST(m4_tokens, are_full_once_the_stream_is_as_long_as_the_block)
     EXPECT_TRUE(writer.full());
 }
 
-// What the levels find
+// What levels 0 to 7 find
 
 TEST(m4_encoder, a_run_of_one_byte_value_is_one_match_of_the_start_of_the_block)
 {
     const bytes block(60, 'a');
-    for (u8 level = 0; level < levels; ++level)
+    for (u8 level = 0; level < hash_levels; ++level)
         EXPECT_EQ(encode(block, m4_parameters(level)),
                   test::m4_plain_stream(block, {{59, 1}}, 4, 0))
             << int{level};
@@ -194,7 +196,7 @@ TEST(m4_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_deco
     std::vector<plain_token> not_passing = tokens;
     tokens.push_back({4, 28});
     not_passing.push_back({1, 0});
-    for (u8 level = 0; level < levels; ++level) {
+    for (u8 level = 0; level < hash_levels; ++level) {
         const file_parameters parameters = m4_parameters(level, 16);
         const bytes stream = encode(block, parameters);
         EXPECT_EQ(stream, test::m4_plain_stream(block, level == 3 ? not_passing : tokens, 4, 0));
@@ -207,6 +209,29 @@ TEST(m4_encoder, level_1_is_the_same_encoder_as_level_2_and_not_as_level_0)
     const bytes block = test::find_shape("text").make(20000, 1);
     EXPECT_EQ(encode(block, m4_parameters(1)), encode(block, m4_parameters(2)));
     EXPECT_NE(encode(block, m4_parameters(1)), encode(block, m4_parameters(0)));
+}
+
+// Levels 8 and 9
+
+/// A byte, then another one all the time.
+const bytes two_bytes = test::joined({{'-'}, bytes(41, 'a')});
+
+TEST(m4_encoder, the_first_window_at_level_9_takes_as_many_matches_as_it_can)
+{
+    // All prices are negative: -40264 for a literal, -97608 for a match of any short length.
+    std::vector<plain_token> tokens{{1, 0}};
+    tokens.insert(tokens.end(), 20, {2, 1});
+    EXPECT_EQ(encode(two_bytes, m4_parameters(9)), test::m4_plain_stream(two_bytes, tokens, 2, 0));
+}
+
+TEST(m4_encoder, the_first_window_at_level_8_takes_the_sum_that_wrapped_farther)
+{
+    // From the end: a literal that has no choice; one of -40264; the match of 3 bytes up to the
+    // end, -97608, beats -80528; and then each literal, with what is behind it, beats a match,
+    // which is charged alone.
+    std::vector<plain_token> tokens(38, {1, 0});
+    tokens.push_back({3, 1});
+    EXPECT_EQ(encode(two_bytes, m4_parameters(8)), test::m4_plain_stream(two_bytes, tokens, 3, 0));
 }
 
 /// By level.
@@ -237,13 +262,21 @@ TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_at_sizes_to_300
 
 TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
+    // The plain forms of the last two levels take their time.
+    const usize size = GetParam() < hash_levels ? 300001 : 50001;
     u8 bits = 0;
     for (const auto& shape : test::all_shapes()) {
         bits = static_cast<u8>((bits + 1) % 9);
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, bits, shape.name));
     }
     for (const char* name : {"text", "records", "mixture", "machine_code"})
-        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(300001, 4), 18, 4, 8, name));
+        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(size, 4), 18, 4, 8, name));
+}
+
+TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
+{
+    test::for_all_hard_blocks(
+        [](const bytes& block, const std::string& name) { check(block, 14, 2, 2, name); });
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m4_encoder_property, testing::Range(u8{0}, levels));

@@ -1,3 +1,4 @@
+#include "match/ladder.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_tokens.h"
 
@@ -17,7 +18,8 @@ using test::m5_block;
 using test::parameters_of;
 using test::plain_token;
 
-constexpr u8 levels = 8; // that are built
+constexpr u8 levels = ladder_levels;
+constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
 file_parameters m5_parameters(u8 level, i32 hash_bits = 12)
 {
@@ -225,13 +227,13 @@ TEST(m5_tokens, are_full_once_the_stream_is_as_long_as_the_block)
     EXPECT_TRUE(writer.full());
 }
 
-// What the levels find
+// What levels 0 to 7 find
 
 TEST(m5_encoder, a_block_that_repeats_one_byte_is_one_match_from_position_2_to_the_end)
 {
     // The tables of level 3 start at position 1, all others at position 0.
     const bytes block(40, 'a');
-    for (u8 level = 0; level < levels; ++level) {
+    for (u8 level = 0; level < hash_levels; ++level) {
         const std::vector<plain_token> tokens{{38, level == 3 ? 1U : 2U}};
         EXPECT_EQ(encode(block, m5_parameters(level)), test::m5_plain_stream(block, tokens, 4))
             << int{level};
@@ -252,6 +254,40 @@ TEST(m5_encoder, the_example_of_the_format_page)
                   (bytes{0x61, 0x62, 0x00, 0x31, 0x98, 0xFC, 0x21, 0x9C, 0x17, 0xE4, 0x26, 0x46,
                          0xC3, 0x80}))
             << int{level};
+    }
+}
+
+// Levels 8 and 9
+
+TEST(m5_encoder, a_match_of_2_bytes_can_be_chosen_at_level_9_and_cannot_at_level_8)
+{
+    // At first a match has 9 bits, as a literal has.
+    const bytes block = bytes_of("xyab1ab2" + std::string(60, 'z'));
+    std::vector<plain_token> tokens(7, {1, 0});
+    tokens.push_back({59, 1});
+    EXPECT_EQ(encode(block, m5_parameters(8)), test::m5_plain_stream(block, tokens, 3));
+    tokens.erase(tokens.begin());
+    tokens[3] = {2, 3};
+    EXPECT_EQ(encode(block, m5_parameters(9)), test::m5_plain_stream(block, tokens, 2));
+}
+
+TEST(m5_encoder, positions_0_and_1_are_sources_at_level_8_and_position_1_is_at_level_9)
+{
+    const bytes block = bytes_of("abcdeabcde" + std::string(60, 'z'));
+    const std::vector<plain_token> all{{1, 0}, {1, 0}, {1, 0}, {5, 5}, {1, 0}, {59, 1}};
+    EXPECT_EQ(encode(block, m5_parameters(8)), test::m5_plain_stream(block, all, 3));
+    const std::vector<plain_token> from_1{{1, 0}, {1, 0}, {1, 0}, {1, 0}, {4, 5}, {1, 0}, {59, 1}};
+    EXPECT_EQ(encode(block, m5_parameters(9)), test::m5_plain_stream(block, from_1, 2));
+}
+
+TEST(m5_encoder, a_window_of_one_position_is_one_literal)
+{
+    // Behind the two raw bytes, and behind a match that leaves one byte.
+    EXPECT_EQ(encode({7, 7, 7}, m5_parameters(8)), (bytes{7, 7, 7}));
+    for (const u8 level : {u8{8}, u8{9}}) {
+        const bytes block(2 + 512 + 1, 'z');
+        expect_plain_payload(block, m5_parameters(level),
+                             test::m5_plain_encode(block, level, 12, 1), "zeros");
     }
 }
 
@@ -282,11 +318,19 @@ TEST_P(m5_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to
 
 TEST_P(m5_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
 {
+    // The plain forms of the last two levels take their time.
+    const usize size = GetParam() < hash_levels ? 300001 : 50001;
     for (const auto& shape : test::all_shapes()) {
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 10, shape.name));
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65535, 5), 14, shape.name));
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(300001, 4), 18, shape.name));
+        ASSERT_NO_FATAL_FAILURE(check(shape.make(size, 4), 18, shape.name));
     }
+}
+
+TEST_P(m5_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
+{
+    test::for_all_hard_blocks(
+        [](const bytes& block, const std::string& name) { check(block, 14, name); });
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, m5_encoder_property, testing::Range(u8{0}, levels));

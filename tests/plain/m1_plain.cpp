@@ -1,5 +1,7 @@
 #include "plain/m1_plain.h"
 
+#include "plain/plain_parse.h"
+
 namespace quarnex::test {
 namespace {
 
@@ -32,6 +34,13 @@ void put_integer(bytes& out, u32 value)
         out.push_back(0xF0);
         for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<u8>(value >> shift));
     }
+}
+
+u32 integer_size(u32 value)
+{
+    bytes out;
+    put_integer(out, value);
+    return static_cast<u32>(out.size());
 }
 
 u32 get_integer(const bytes& in, usize& at)
@@ -99,6 +108,18 @@ struct plain_writer {
     }
 };
 
+// Prices of levels 8 and 9, in 1/256 of a byte.
+constexpr u32 literal_price = 256 + 33;
+
+u32 match_price(u32 /*pos*/, u32 len, u32 dist)
+{
+    const u32 code = len - 3;
+    if (code < 4 && dist - 1 < 0x2000) return 2 * 256 + 1;
+    if (code < 8 && dist - 1 < 0x80000) return 3 * 256 + 1;
+    const u32 length_size = code < 63 ? 0 : integer_size(code - 63);
+    return (1 + length_size + integer_size(dist)) * 256 + 1;
+}
+
 } // namespace
 
 bytes m1_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
@@ -127,8 +148,11 @@ bytes m1_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
 
 bytes m1_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
 {
-    const auto tokens = plain_search(block, m1_rules, level, hash_bits, chain_bits);
-    const bytes stream = m1_plain_stream(block, tokens, 4);
+    const bool priced = level >= 8;
+    const auto tokens = priced
+                            ? plain_parse_tokens(block, m1_rules, level, literal_price, match_price)
+                            : plain_search(block, m1_rules, level, hash_bits, chain_bits);
+    const bytes stream = m1_plain_stream(block, tokens, priced ? 3 : 4);
     return stream.size() < block.size() ? stream : block;
 }
 

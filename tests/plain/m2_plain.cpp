@@ -43,6 +43,16 @@ u32 length_of_code(u32 code, u32 level)
     return code >= 16 ? code - 1 : code - 2 + shortest_match(level);
 }
 
+/// Writes literals in the way that their number asks for.
+void write_literals(m2_plain_writer& writer, const bytes& literals, usize shortest_run)
+{
+    if (literals.size() >= shortest_run) {
+        writer.literal_run(literals);
+        return;
+    }
+    for (const u8 byte : literals) writer.literal(byte);
+}
+
 struct m2_plain_reader {
     const bytes& in;
     usize at = 8; // in bits; the first byte is raw
@@ -127,26 +137,24 @@ m2_plain_writer& m2_plain_writer::end()
     return gamma(end_code);
 }
 
-bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level)
+bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level,
+                      usize shortest_run)
 {
     m2_plain_writer writer(block.at(0), level);
+    bytes literals;
     usize at = 1;
     for (const plain_token& token : tokens) {
-        if (token.dist == 0)
-            writer.literal(block.at(at));
-        else
+        if (token.dist == 0) {
+            literals.push_back(block.at(at));
+        } else {
+            write_literals(writer, literals, shortest_run);
+            literals.clear();
             writer.match(token.len, token.dist);
+        }
         at += token.len;
     }
+    write_literals(writer, literals, shortest_run);
     return writer.end().out;
-}
-
-bytes m2_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
-{
-    if (block.empty()) return block;
-    const auto tokens = plain_search(block, m2_rules, level, hash_bits, chain_bits);
-    const bytes stream = m2_plain_stream(block, tokens, level);
-    return stream.size() < block.size() ? stream : block;
 }
 
 bytes m2_plain_decode(const bytes& stream, usize out_len, u32 level)

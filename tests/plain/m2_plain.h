@@ -9,6 +9,8 @@
 
 #include "plain/plain_search.h"
 
+#include <array>
+
 namespace quarnex::test {
 
 inline constexpr u32 m2_plain_classes = 32;
@@ -32,11 +34,17 @@ constexpr u32 m2_plain_first_dist(u32 dist_class)
     return start + 1;
 }
 
+inline constexpr auto m2_plain_first_dists = [] {
+    std::array<u32, m2_plain_classes> first{};
+    for (u32 i = 0; i < m2_plain_classes; ++i) first[i] = m2_plain_first_dist(i);
+    return first;
+}();
+
 /// The class that an encoder takes: the last one that starts at or before the distance.
 constexpr u32 m2_plain_class_of(u32 dist)
 {
     u32 dist_class = m2_plain_classes - 1;
-    while (m2_plain_first_dist(dist_class) > dist) --dist_class;
+    while (m2_plain_first_dists[dist_class] > dist) --dist_class;
     return dist_class;
 }
 
@@ -67,10 +75,18 @@ struct m2_plain_writer {
     m2_plain_writer& end();
 };
 
-/// The stream of a list of tokens that starts behind the first byte of `block`.
-bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level);
+/// Where a stream is to have no literal runs.
+inline constexpr usize m2_plain_no_runs = ~usize{0};
+/// Where levels 8 and 9 start to write them: later than they could.
+inline constexpr usize m2_plain_shortest_run = 13;
 
-/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+/// The stream of a list of tokens that starts behind the first byte of `block`; literals in a row,
+/// from `shortest_run` on, go in a run.
+bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level,
+                      usize shortest_run = m2_plain_no_runs);
+
+/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// `hash_bits` nor `chain_bits`.
 bytes m2_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits = 1);
 
 /// Decodes a stream up to its end token; what passes `out_len` is cut.  Trusts the stream.

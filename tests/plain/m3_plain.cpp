@@ -127,6 +127,10 @@ struct m3_plain_writer {
     u32 free_bits = 0; // at the bottom of the last byte
     bool fits = true;  // no code has been too long so far
 
+    static constexpr u32 len_bit_price = 1;
+    static constexpr u32 dist_bit_price = 1;
+    u32 symbol_price(const m3_plain_model& model, u32 sym) const { return model.code_len[sym]; }
+
     /// Codes may have more than 32 bits.
     void direct(u64 value, u32 count)
     {
@@ -148,11 +152,10 @@ struct m3_plain_writer {
     }
 };
 
-m3_plain_writer write(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
+m3_plain_writer writer_of(const bytes& block)
 {
     m3_plain_writer writer{m3_plain_models(block.size())};
     writer.out = {block.at(0)};
-    plain_write_tokens(writer, block, tokens, min_match);
     return writer;
 }
 
@@ -341,14 +344,21 @@ u32 m3_plain_model::length_of(u32 ten_bits) const
 
 bytes m3_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
 {
-    return write(block, tokens, min_match).out;
+    m3_plain_writer writer = writer_of(block);
+    plain_write_tokens(writer, block, tokens, min_match);
+    return writer.out;
 }
 
 bytes m3_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
 {
     if (block.empty()) return block;
-    const auto tokens = plain_search(block, m3_rules, level, hash_bits, chain_bits);
-    const m3_plain_writer writer = write(block, tokens, 4);
+    m3_plain_writer writer = writer_of(block);
+    if (level >= 8) {
+        plain_write_parse(writer, block, m3_rules, level);
+    } else {
+        const auto tokens = plain_search(block, m3_rules, level, hash_bits, chain_bits);
+        plain_write_tokens(writer, block, tokens, 4);
+    }
     return writer.fits && writer.out.size() < block.size() ? writer.out : block;
 }
 

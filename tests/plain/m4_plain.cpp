@@ -1,5 +1,6 @@
 #include "plain/m4_plain.h"
 
+#include "plain/plain_bit_cost.h"
 #include "plain/plain_slots.h"
 
 namespace quarnex::test {
@@ -31,7 +32,22 @@ struct m4_plain_writer {
     }
 
     void direct(u32 value, u32 count) { coder.direct(value, count); }
+
+    static constexpr u32 len_bit_price = 0; // they go free
+    static constexpr u32 dist_bit_price = plain_bit;
+    /// Below zero, and wrapped, for a symbol that has hardly been seen.
+    u32 symbol_price(const m4_plain_model& model, u32 sym) const
+    {
+        return plain_bit_cost(model.total / 8) - plain_bit_cost(model.counts[sym] / 8);
+    }
 };
+
+m4_plain_writer writer_of(const bytes& block, u32 lit_ctx_bits)
+{
+    m4_plain_writer writer{m4_plain_models(block.size(), lit_ctx_bits)};
+    writer.coder.out = {block.at(0)};
+    return writer;
+}
 
 struct m4_plain_reader {
     m4_plain_models models;
@@ -120,8 +136,7 @@ void m4_plain_coder::direct(u32 value, u32 count)
 bytes m4_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match,
                       u32 lit_ctx_bits)
 {
-    m4_plain_writer writer{m4_plain_models(block.size(), lit_ctx_bits)};
-    writer.coder.out = {block.at(0)};
+    m4_plain_writer writer = writer_of(block, lit_ctx_bits);
     plain_write_tokens(writer, block, tokens, min_match);
     writer.coder.flush();
     return writer.coder.out;
@@ -131,9 +146,15 @@ bytes m4_plain_encode(const bytes& block, u32 level, u32 lit_ctx_bits, u32 hash_
                       u32 chain_bits)
 {
     if (block.empty()) return block;
-    const auto tokens = plain_search(block, m4_rules, level, hash_bits, chain_bits);
-    const bytes stream = m4_plain_stream(block, tokens, 4, lit_ctx_bits);
-    return stream.size() < block.size() ? stream : block;
+    m4_plain_writer writer = writer_of(block, lit_ctx_bits);
+    if (level >= 8) {
+        plain_write_parse(writer, block, m4_rules, level);
+    } else {
+        const auto tokens = plain_search(block, m4_rules, level, hash_bits, chain_bits);
+        plain_write_tokens(writer, block, tokens, 4);
+    }
+    writer.coder.flush();
+    return writer.coder.out.size() < block.size() ? writer.coder.out : block;
 }
 
 bytes m4_plain_decode(const bytes& stream, usize out_len, u32 min_match, u32 lit_ctx_bits)

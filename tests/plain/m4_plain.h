@@ -38,7 +38,8 @@ struct m4_plain_coder : plain_range_coder {
 bytes m4_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match,
                       u32 lit_ctx_bits);
 
-/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// `hash_bits` nor `chain_bits`.
 bytes m4_plain_encode(const bytes& block, u32 level, u32 lit_ctx_bits, u32 hash_bits,
                       u32 chain_bits);
 

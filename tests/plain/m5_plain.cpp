@@ -1,5 +1,7 @@
 #include "plain/m5_plain.h"
 
+#include "plain/plain_bit_cost.h"
+#include "plain/plain_parse.h"
 #include "plain/plain_slots.h"
 
 #include <algorithm>
@@ -53,9 +55,24 @@ u32 log2_of(u32 value)
     return log;
 }
 
+/// Takes the place of a coder, and only counts what it would cost.
+struct m5_plain_price {
+    u32 sum = 0;
+
+    void bit(const m5_plain_pair& pair, bool bit)
+    {
+        const u32 chance = bit ? 0x8000 - pair.mean() : pair.mean();
+        sum += plain_bit_cost(2048) - plain_bit_cost(chance / 16);
+    }
+    void direct(u32 /*value*/, u32 count) { sum += count * plain_bit; }
+};
+
+template <class Coder>
 struct m5_plain_writer {
-    m5_plain_model model{};
-    m5_plain_coder coder{};
+    const bytes& block;
+    u32 min_match;
+    m5_plain_model& model;
+    Coder& coder;
 
     void tree(pairs& tree, u32 value, u32 width)
     {
@@ -79,7 +96,6 @@ struct m5_plain_writer {
             coder.bit(model.low_bit(byte >> 4, state, i), bit_of(byte, i));
             state = (state * 2 + bit_of(byte, i)) % 16;
         }
-        model.history = model.history << 8 | byte;
     }
 
     void length(u32 length_value)
@@ -112,7 +128,37 @@ struct m5_plain_writer {
         length(length_over_min + 2);
         distance(dist, length_over_min);
     }
+
+    void token(u32 pos, const plain_token& token)
+    {
+        model.remember(block.at(pos - 2), block.at(pos - 1));
+        if (token.dist == 0)
+            literal(block.at(pos));
+        else
+            match(token.len - min_match, token.dist);
+    }
 };
+
+/// What levels 8 and 9 decide, at the prices of the moment.
+bytes m5_plain_optimal(const bytes& block, u32 level)
+{
+    const u32 min_match = level == 8 ? 3 : 2;
+    m5_plain_model model;
+    m5_plain_coder coder;
+    coder.out = {block.at(0), block.at(1)};
+    m5_plain_writer<m5_plain_coder> writer{block, min_match, model, coder};
+    const auto price = [&](u32 pos, const plain_token& token) {
+        m5_plain_price counter;
+        m5_plain_writer<m5_plain_price>{block, min_match, model, counter}.token(pos, token);
+        return counter.sum;
+    };
+    const auto literal_price = [&](u32 pos) { return price(pos, {1, 0}); };
+    const auto match_price = [&](u32 pos, u32 len, u32 dist) { return price(pos, {len, dist}); };
+    const auto write = [&](u32 pos, const plain_token& token) { writer.token(pos, token); };
+    plain_parse(block, m5_rules, level, min_match, {literal_price, match_price, write});
+    coder.flush();
+    return coder.out;
+}
 
 struct m5_plain_reader {
     plain_range_reader coder;
@@ -193,28 +239,26 @@ void m5_plain_coder::bit(m5_plain_pair& pair, bool bit)
 
 bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match)
 {
-    m5_plain_writer writer;
-    writer.coder.out = {block.at(0), block.at(1)};
-    writer.model.remember(block.at(0), block.at(1));
-    usize pos = 2;
+    m5_plain_model model;
+    m5_plain_coder coder;
+    coder.out = {block.at(0), block.at(1)};
+    m5_plain_writer<m5_plain_coder> writer{block, min_match, model, coder};
+    u32 pos = 2;
     for (const plain_token& token : tokens) {
-        if (token.dist == 0)
-            writer.literal(block.at(pos));
-        else
-            writer.match(token.len - min_match, token.dist);
+        writer.token(pos, token);
         pos += token.len;
-        if (token.dist != 0 && pos <= block.size())
-            writer.model.remember(block[pos - 2], block[pos - 1]);
     }
-    writer.coder.flush();
-    return writer.coder.out;
+    coder.flush();
+    return coder.out;
 }
 
 bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
 {
     if (block.size() <= 2) return block;
-    const auto tokens = plain_search(block, m5_rules, level, hash_bits, chain_bits);
-    const bytes stream = m5_plain_stream(block, tokens, 4);
+    const bytes stream =
+        level >= 8 ? m5_plain_optimal(block, level)
+                   : m5_plain_stream(
+                         block, plain_search(block, m5_rules, level, hash_bits, chain_bits), 4);
     return stream.size() < block.size() ? stream : block;
 }
 

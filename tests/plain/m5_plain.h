@@ -25,7 +25,8 @@ struct m5_plain_coder : plain_range_coder {
 /// The stream of a list of tokens that starts behind the first two bytes of `block`.
 bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
 
-/// What an encoder of `level` 0 to 7 gives for a block: the stream, or the block itself.
+/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// `hash_bits` nor `chain_bits`.
 bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
 
 /// Decodes a stream into `out_len` bytes.  Trusts the stream.

@@ -4,7 +4,7 @@
 // and, for a match, up to two values; the methods differ only in how a symbol is coded.
 #pragma once
 
-#include "plain/plain_search.h"
+#include "plain/plain_parse.h"
 
 namespace quarnex::test {
 
@@ -49,6 +49,26 @@ void plain_write_value(Writer& writer, Model& model, u32 value)
     if (slot > 3) writer.direct(value - plain_slot_base(slot), plain_slot_extra_bits(slot));
 }
 
+/// Writes a token that stands at `pos`, 1 or more.
+template <class Writer>
+void plain_write_token(Writer& writer, const bytes& block, usize pos, const plain_token& token,
+                       u32 min_match)
+{
+    auto& main = writer.models.main(block.at(pos - 1));
+    if (token.dist == 0) {
+        writer.symbol(main, block.at(pos));
+        return;
+    }
+    const u32 over = token.len - min_match;
+    if (over <= 30) {
+        writer.symbol(main, plain_first_length + over);
+    } else {
+        writer.symbol(main, plain_escape);
+        plain_write_value(writer, writer.models.len_model, over - 31);
+    }
+    plain_write_value(writer, writer.models.dist_model, token.dist - 1);
+}
+
 /// Writes tokens that start behind the first byte of `block`.
 template <class Writer>
 void plain_write_tokens(Writer& writer, const bytes& block, const std::vector<plain_token>& tokens,
@@ -56,21 +76,37 @@ void plain_write_tokens(Writer& writer, const bytes& block, const std::vector<pl
 {
     usize pos = 1;
     for (const plain_token& token : tokens) {
-        auto& main = writer.models.main(block.at(pos - 1));
-        if (token.dist == 0) {
-            writer.symbol(main, block.at(pos));
-        } else {
-            const u32 over = token.len - min_match;
-            if (over <= 30) {
-                writer.symbol(main, plain_first_length + over);
-            } else {
-                writer.symbol(main, plain_escape);
-                plain_write_value(writer, writer.models.len_model, over - 31);
-            }
-            plain_write_value(writer, writer.models.dist_model, token.dist - 1);
-        }
+        plain_write_token(writer, block, pos, token, min_match);
         pos += token.len;
     }
+}
+
+/// Writes what level 8 or 9 decides, at the prices of the moment: the writer also offers
+/// `symbol_price(model, symbol)` and what a bit behind a slot of a length or of a distance costs.
+template <class Writer>
+void plain_write_parse(Writer& writer, const bytes& block, const plain_rules& rules, u32 level)
+{
+    const u32 min_match = level == 8 ? 3 : 2;
+    const auto value_price = [&](auto& model, u32 value, u32 price_of_bit) {
+        const u32 slot = plain_slot(value);
+        return writer.symbol_price(model, slot) + plain_slot_extra_bits(slot) * price_of_bit;
+    };
+    const auto literal_price = [&](u32 pos) {
+        return writer.symbol_price(writer.models.main(block[pos - 1]), block[pos]);
+    };
+    const auto match_price = [&](u32 pos, u32 len, u32 dist) {
+        auto& main = writer.models.main(block[pos - 1]);
+        const u32 over = len - min_match;
+        const u32 len_price =
+            over <= 30 ? writer.symbol_price(main, plain_first_length + over)
+                       : writer.symbol_price(main, plain_escape) +
+                             value_price(writer.models.len_model, over - 31, writer.len_bit_price);
+        return len_price + value_price(writer.models.dist_model, dist - 1, writer.dist_bit_price);
+    };
+    const auto write = [&](u32 pos, const plain_token& token) {
+        plain_write_token(writer, block, pos, token, min_match);
+    };
+    plain_parse(block, rules, level, min_match, {literal_price, match_price, write});
 }
 
 /// A reader offers what a writer does, with the value or symbol as result.

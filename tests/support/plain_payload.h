@@ -35,4 +35,28 @@ void for_all_small_blocks(u32 seed, Check check)
     }
 }
 
+/// Calls `check` for blocks that are hard for the priced parses, with their names: matches beyond
+/// all windows that end with the block, and tries with nodes of many children.
+template <class Check>
+void for_all_hard_blocks(Check check)
+{
+    for (const usize period : {1U, 2U, 300U, 5000U}) {
+        bytes block = find_shape("random").make(period, period);
+        while (block.size() < 12000) block.push_back(block[block.size() - period]);
+        ASSERT_NO_FATAL_FAILURE(check(block, "period " + std::to_string(period)));
+    }
+    for (const u32 symbols : {30U, 34U, 60U, 245U, 248U, 256U}) {
+        random_source random(symbols);
+        bytes block(9000);
+        for (u8& byte : block) byte = static_cast<u8>(random.below(symbols));
+        while (block.size() < 18000) {
+            // Copies of two and more bytes.
+            const u32 from = random.below(9000);
+            const u32 len = 2 + random.below(12);
+            for (u32 i = 0; i < len; ++i) block.push_back(block[from + i]);
+        }
+        ASSERT_NO_FATAL_FAILURE(check(block, std::to_string(symbols) + " symbols"));
+    }
+}
+
 } // namespace quarnex::test

@@ -1,0 +1,40 @@
+// method2/m2_prices.h - what the tokens of method 2 cost
+//
+// In bits, and exactly, but for the literals of a run, each of which has the price of one alone.
+#pragma once
+
+#include "match/cost_parse.h"
+#include "method2/m2_format.h"
+
+namespace quarnex {
+
+template <u32 MinMatch>
+class m2_prices {
+  public:
+    void start_window() {}
+
+    u32 literal(u32 /*pos*/) const { return m2_literal_bits; }
+
+    /// The prices of matches at one distance.
+    class at_distance {
+      public:
+        explicit at_distance(u32 dist)
+            : distance_bits_(m2_class_bits + m2_extra_bits[m2_distance_class(dist)])
+        {
+        }
+
+        u32 operator()(u32 len) const
+        {
+            return m2_gamma_bits(m2_match_code<MinMatch>(len)) + distance_bits_;
+        }
+
+      private:
+        u32 distance_bits_;
+    };
+
+    at_distance matches(u32 /*pos*/, u32 dist) const { return at_distance(dist); }
+};
+
+static_assert(price_list<m2_prices<3>>);
+
+} // namespace quarnex

@@ -1,0 +1,63 @@
+// method3/m3_prices.h - what the tokens of method 3 cost
+//
+// In bits: the lengths of the codes that are in force when a window is planned.
+#pragma once
+
+#include "match/cost_parse.h"
+#include "method3/m3_tokens.h"
+
+namespace quarnex {
+
+template <u32 MinMatch>
+class m3_prices {
+  public:
+    /// For the block `text`.
+    m3_prices(const u8* text, const m3_encoder_models& models) : text_(text), models_(models) {}
+
+    void start_window() {}
+
+    u32 literal(u32 pos) const { return main(text_[pos]); }
+
+    /// The prices of matches at one distance.
+    class at_distance {
+      public:
+        at_distance(const m3_prices& prices, u32 dist)
+            : prices_(prices), distance_(value(prices.models_.distance, dist - 1))
+        {
+        }
+
+        u32 operator()(u32 len) const { return prices_.length(len) + distance_; }
+
+      private:
+        const m3_prices& prices_;
+        u32 distance_;
+    };
+
+    at_distance matches(u32 /*pos*/, u32 dist) const { return {*this, dist}; }
+
+  private:
+    u32 main(u32 symbol) const { return models_.main.tables.codes[symbol].length; }
+
+    u32 length(u32 len) const
+    {
+        const u32 above = len - MinMatch;
+        if (above < short_lengths) return main(literal_symbols + above);
+        return main(long_length_symbol) + value(models_.length, above - short_lengths);
+    }
+
+    /// The price of a number's slot and of its extra bits.
+    template <class Model>
+    static u32 value(const Model& model, u32 number)
+    {
+        const u32 slot = value_slot(number);
+        const u32 extra = slot < plain_slots ? 0 : slot_extra_bits(slot);
+        return model.tables.codes[slot].length + extra;
+    }
+
+    const u8* text_;
+    const m3_encoder_models& models_;
+};
+
+static_assert(price_list<m3_prices<3>>);
+
+} // namespace quarnex

@@ -1,0 +1,74 @@
+#include "method3/m3_prices.h"
+
+#include "method3/m3_streams.h"
+
+#include <gtest/gtest.h>
+#include <numeric>
+
+namespace quarnex {
+namespace {
+
+// At the start, main symbols up to 223 have 8 bits and those from 224 on 9.  Of 17 slots, those up
+// to 14 have 4 bits and the last two 5.
+
+constexpr u32 block_size = 100; // which makes 17 slots
+
+TEST(m3_prices, of_literals_are_their_code_lengths)
+{
+    const test::bytes text{0, 'b', 223, 224, 255};
+    const m3_encoder_models models(block_size);
+    const m3_prices<3> prices(text.data(), models);
+    const std::array<u32, 5> expected{8, 8, 8, 9, 9};
+    for (u32 pos = 0; pos < 5; ++pos) EXPECT_EQ(prices.literal(pos), expected[pos]);
+}
+
+template <u32 MinMatch>
+u32 start_price(u32 len, u32 dist)
+{
+    const test::bytes text{0};
+    const m3_encoder_models models(block_size);
+    return m3_prices<MinMatch>(text.data(), models).matches(0, dist)(len);
+}
+
+TEST(m3_prices, of_matches_by_hand)
+{
+    EXPECT_EQ(start_price<3>(3, 1), 9U + 4);
+    EXPECT_EQ(start_price<3>(33, 4), 9U + 4); // 286, the last short length; slot 3
+    EXPECT_EQ(start_price<2>(2, 1), 9U + 4);
+    EXPECT_EQ(start_price<2>(32, 1), 9U + 4);
+    // Distances of slot 4 have one extra bit, those of slot 15 six.
+    EXPECT_EQ(start_price<3>(3, 5), 9U + 4 + 1);
+    EXPECT_EQ(start_price<3>(3, 6), 9U + 4 + 1);
+    EXPECT_EQ(start_price<3>(3, 193), 9U + 5 + 6);
+    EXPECT_EQ(start_price<3>(3, 257), 9U + 5 + 7);
+}
+
+TEST(m3_prices, of_long_lengths_by_hand)
+{
+    EXPECT_EQ(start_price<3>(34, 1), 9U + 4 + 4); // 287 and slot 0
+    EXPECT_EQ(start_price<3>(37, 1), 9U + 4 + 4);
+    EXPECT_EQ(start_price<3>(38, 1), 9U + (4 + 1) + 4); // slot 4
+    EXPECT_EQ(start_price<3>(34 + 192, 1), 9U + (5 + 6) + 4);
+    EXPECT_EQ(start_price<2>(33, 1), 9U + 4 + 4);
+    EXPECT_EQ(start_price<2>(37, 1), 9U + (4 + 1) + 4);
+}
+
+TEST(m3_prices, go_with_the_codes_as_they_are_rebuilt)
+{
+    test::bytes text(256);
+    std::iota(text.begin(), text.end(), u8{0});
+    m3_encoder_models models(block_size);
+    const m3_prices<3> prices(text.data(), models);
+    test::m3_plain_model plain(288);
+    for (u32 count = 1; count <= 300; ++count) {
+        const u32 symbol = count % 3 == 0 ? 'x' : 'a' + count % 16;
+        m3_model_step(models.main, symbol);
+        plain.step(symbol);
+        for (u32 byte = 0; byte < 256; ++byte)
+            ASSERT_EQ(prices.literal(byte), plain.code_len[byte]) << count << ' ' << byte;
+    }
+    EXPECT_LT(prices.literal('x'), 4U);
+}
+
+} // namespace
+} // namespace quarnex
