@@ -59,7 +59,6 @@ void for_each_cell_and_shape(usize block_size,
     file_parameters parameters{.hash_bits = 12, .chain_bits = 2};
     for (parameters.method = first_method; parameters.method <= last_method; ++parameters.method) {
         for (parameters.level = 0; parameters.level <= last_level; ++parameters.level) {
-            if (!has_encoder(parameters.method, parameters.level)) continue;
             for (const test::shape& shape : test::all_shapes()) {
                 use(parameters, shape.make(block_size, parameters.level));
             }

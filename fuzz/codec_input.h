@@ -18,7 +18,7 @@ file_parameters take_parameters(std::span<const u8>& input);
 /// An input that starts with `parameters`.
 bytes start_input(const file_parameters& parameters);
 
-/// Calls `use` with each method and level that can be compressed and with a block of each shape.
+/// Calls `use` with each method and level and with a block of each shape.
 void for_each_cell_and_shape(usize block_size,
                              const std::function<void(const file_parameters&, const bytes&)>& use);
 
@@ -28,8 +28,8 @@ struct coded {
     bytes out;
 };
 
-/// Encodes a block of 1 byte or more; its method is built.  All buffers are heap blocks of their
-/// own that end with their slack.
+/// Encodes a block of 1 byte or more.  All buffers are heap blocks of their own that end with their
+/// slack.
 coded encode(const file_parameters& parameters, std::span<const u8> block);
 /// Decodes a payload.  The output buffer is filled with `fill` before.
 coded decode(const codec_entry& decoder, const file_parameters& parameters,

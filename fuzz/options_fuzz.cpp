@@ -32,7 +32,8 @@ void check(const options& parsed)
     if (parsed.mode == direction::decompress) return;
     require(parameters.block_mb >= 1 && parameters.block_mb <= 2047, "the block size is possible");
     require(parameters.hash_bits <= 30, "the hash size is possible");
-    require(has_encoder(parameters.method, parameters.level), "the cell is built");
+    require(is_method(parameters.method), "there is a method");
+    require(parameters.level <= last_level, "there is a level");
 }
 
 void parse_any(std::span<const u8> input)

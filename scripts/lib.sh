@@ -5,6 +5,7 @@ set -euo pipefail
 # shellcheck disable=SC2034 # used by the scripts
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
+# shellcheck disable=SC2034 # used by the scripts
 program=$root/build/program/quarnex
 
 say() { printf '== %s\n' "$*"; }
@@ -103,26 +104,4 @@ collect_files() {
             left=$((left - size))
         fi
     done < <(find /usr/bin -xdev -type f -readable -printf '%s %p\n' | sort -rn | head -n 200)
-}
-
-# is_built CELL: whether the program compresses with that method and level.
-is_built() {
-    local probe said
-    probe=$(mktemp -d)
-    echo probe >"$probe/file"
-    if said=$("$program" -p0 "-$1" -D12 "$probe/file" "$probe/out" 2>&1); then
-        rm -r "$probe"
-        return
-    fi
-    rm -r "$probe"
-    [[ $said == *"not built yet"* ]] || fail "the program fails with -$1: $said"
-    return 1
-}
-
-# built_cells CELL...: prints those that are built.
-built_cells() {
-    local cell
-    for cell in "$@"; do
-        if is_built "$cell"; then echo "$cell"; fi
-    done
 }

@@ -94,9 +94,9 @@ void parse_decompress_option(const char* argument, options& parsed)
     }
 }
 
-void refuse(options& parsed, option_fault fault, std::string text)
+void refuse(options& parsed, std::string text)
 {
-    parsed.fault = fault;
+    parsed.fault = option_fault::bad_value;
     parsed.fault_text = std::move(text);
 }
 
@@ -106,15 +106,10 @@ void check_values(options& parsed)
     const file_parameters& parameters = parsed.job_template;
     if (parsed.mode == direction::decompress) return;
     if (parameters.block_mb == 0 || parameters.block_mb > most_block_mb) {
-        refuse(parsed, option_fault::bad_value,
+        refuse(parsed,
                "the block size (-b) must be 1 to " + std::to_string(most_block_mb) + " MiB");
     } else if (parameters.hash_bits > most_hash_bits) {
-        refuse(parsed, option_fault::bad_value,
-               "the hash size (-D) must be at most " + std::to_string(most_hash_bits));
-    } else if (!has_encoder(parameters.method, parameters.level)) {
-        refuse(parsed, option_fault::not_built,
-               "method " + std::to_string(parameters.method) + " level " +
-                   std::to_string(parameters.level) + " is not built yet");
+        refuse(parsed, "the hash size (-D) must be at most " + std::to_string(most_hash_bits));
     }
 }
 

@@ -15,7 +15,6 @@ enum class option_fault {
     unknown_option,
     unknown_level,
     bad_value, // an option has a value that no run can have
-    not_built, // the method or the level is not there yet
 };
 
 /// What the command line says.

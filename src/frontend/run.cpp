@@ -30,7 +30,6 @@ int report_fault(const options& parsed, const std::string& tool)
         std::printf("\n Unknown option '%s'\n", parsed.fault_text.c_str());
         break;
     case option_fault::bad_value:
-    case option_fault::not_built:
         std::fprintf(stderr, "%s: %s\n", tool.c_str(), parsed.fault_text.c_str());
         break;
     case option_fault::usage:

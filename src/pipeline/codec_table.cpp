@@ -15,11 +15,6 @@ const std::array<const codec_entry*, 8> encoder_table{nullptr,     &m1_encoder, 
 const std::array<const codec_entry*, 8> decoder_table{nullptr,     &m1_decoder, &m2_decoder,
                                                       &m3_decoder, &m4_decoder, &m5_decoder};
 
-bool has_encoder(u8 method, u8 level)
-{
-    return method < encoder_table.size() && encoder_table[method] != nullptr && level <= 7;
-}
-
 level_defaults fit_to_cache(u32 cache_kib)
 {
     level_defaults defaults;

@@ -17,14 +17,11 @@ inline const codec_entry* find_decoder(u8 method)
     return method < decoder_table.size() ? decoder_table[method] : nullptr;
 }
 
-/// Whether files of `method` and `level` can be compressed.
-bool has_encoder(u8 method, u8 level);
-
 inline constexpr u8 first_method = 1;
 inline constexpr u8 last_method = 5;
 inline constexpr u8 last_level = 9;
 
-/// Whether `method` is one of the five, built or not.
+/// Whether `method` is one of the five.
 constexpr bool is_method(u8 method)
 {
     return method >= first_method && method <= last_method;

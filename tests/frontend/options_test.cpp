@@ -431,17 +431,5 @@ TEST(tool_name, is_what_stands_behind_the_last_separator)
     EXPECT_EQ(tool_name(""), "");
 }
 
-// What is still to come
-
-TEST(options_not_built, levels_8_and_9)
-{
-    for (const char* option : {"-1", "-18", "-19", "-2", "-28", "-29", "-3", "-38", "-39", "-4",
-                               "-48", "-49", "-5", "-58", "-59"}) {
-        const options parsed = parse({option, "in", "out"});
-        EXPECT_EQ(parsed.fault, option_fault::not_built) << option;
-        EXPECT_NE(parsed.fault_text, "") << option;
-    }
-}
-
 } // namespace
 } // namespace quarnex

@@ -122,6 +122,13 @@ TEST_F(command_line, values_that_no_run_can_have_are_told_in_one_line)
     }
 }
 
+TEST_F(command_line, a_method_alone_has_level_9)
+{
+    expect_silent_success(run({"-5", "-p0", "good", "out"}));
+    expect_silent_success(run({"-59", "-p0", "good", "plain"}));
+    EXPECT_EQ(get("out/good.qrx"), get("plain/good.qrx"));
+}
+
 TEST_F(command_line, an_x_behind_the_level_changes_nothing)
 {
     expect_silent_success(run({"-12x", "-p0", "good", "out"}));
