@@ -181,17 +181,14 @@ class forward_parser {
         const u32 last = length + window_overhang;
         nodes_.clear(last);
         prices_.start_window();
-        u32 wait = 1; // the position at which it is 1 is looked at
         for (u32 i = 0; i < length; ++i) {
             const u32 pos = start + i;
-            if (wait > 1) {
-                earlier_.trie_insert(pos);
-                --wait;
-                continue;
-            }
             nodes_.relax(i, i + 1, prices_.literal(pos), 0);
             const u32 longest = relax_matches(pos, i, last - i);
-            if (longest > long_match) wait = longest / 2;
+            if (longest <= long_match) continue;
+            const u32 passed = std::min(longest / 2, length - i) - 1;
+            earlier_.trie_insert(pos + 1, passed);
+            i += passed;
         }
     }
 

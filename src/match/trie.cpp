@@ -76,58 +76,92 @@ void trie::send_scouts(u32 pos)
     }
 }
 
+/// Takes a step at the node that the walk has come to.  False if the position is entered.
 template <class Records>
-void trie::walk(u32 pos, Records& records)
+[[gnu::always_inline]] inline bool trie::step(walk& at, Records& records)
 {
-    const u8* const key = text_ + pos;
-    const u32 key_len = std::min(trie_depth, size_ - pos);
-    const u32 tagged = tagged_position(pos);
-    send_scouts(pos);
-    if (load_u32(root_.data()) == no_block) return start(tagged);
-    u8* slot = root_.data();
-    u32 depth = 0;
-    for (;;) {
-        u8* const node = nodes_.at(load_u32(slot));
-        const u32 last = last_of(node);
-        if (depth != 0) records.add(last, depth - 1);
-        if (depth >= key_len) return;
-        if (node[kind_at] == path_kind) {
-            const u8* const label = text_ + position_of(last) + depth;
-            const u32 length = path_length(node);
-            const u32 same = equal_bytes(key + depth, label, length);
-            // The end of the key may lie in the label.
-            const u32 shared = std::min(same, key_len - depth);
-            if (shared != 0) records.add(last, depth + shared - 1);
-            if (same < length) return split_path(slot, same, depth, tagged);
-            set_last(node, tagged);
-            depth += length;
-            slot = node + path_child_at;
-            if (depth > key_len) return;
-        } else {
-            u8* const child = find_child(node, key[depth]);
-            if (child == nullptr) return add_child(slot, key[depth], tagged);
-            set_last(node, tagged);
-            ++depth;
-            slot = child;
-        }
-        const u32 ref = load_u32(slot);
-        if (!is_leaf(ref)) continue;
-        records.add(ref, depth - 1);
-        if (depth < key_len) meet_leaf(slot, depth, key_len, tagged);
-        return;
+    u8* const slot = at.slot;
+    const u32 ref = load_u32(slot);
+    if (ref == no_block) {
+        start(at.tagged);
+        return false;
     }
+    u8* const node = nodes_.at(ref);
+    const u32 last = last_of(node);
+    const u32 depth = at.depth;
+    if (depth != 0) records.add(last, depth - 1);
+    if (depth >= at.key_len) return false;
+    const u8* const key = text_ + position_of(at.tagged) + depth;
+    if (node[kind_at] == path_kind) {
+        const u8* const label = text_ + position_of(last) + depth;
+        const u32 length = path_length(node);
+        const u32 same = equal_bytes(key, label, length);
+        // The end of the key may lie in the label.
+        const u32 shared = std::min(same, at.key_len - depth);
+        if (shared != 0) records.add(last, depth + shared - 1);
+        if (same < length) {
+            split_path(slot, same, depth, at.tagged);
+            return false;
+        }
+        at.depth = depth + length;
+        at.slot = node + path_child_at;
+        set_last(node, at.tagged);
+        if (at.depth > at.key_len) return false;
+    } else {
+        u8* const child = find_child(node, *key);
+        if (child == nullptr) {
+            add_child(slot, *key, at.tagged);
+            return false;
+        }
+        at.depth = depth + 1;
+        at.slot = child;
+        set_last(node, at.tagged);
+    }
+    const u32 next = load_u32(at.slot);
+    if (!is_leaf(next)) return true;
+    records.add(next, at.depth - 1);
+    if (at.depth < at.key_len) meet_leaf(at.slot, at.depth, at.key_len, at.tagged);
+    return false;
 }
 
-void trie::trie_insert(u32 pos)
+trie::walk trie::start_walk(u32 pos)
 {
+    return {root_.data(), tagged_position(pos), std::min(trie_depth, size_ - pos), 0};
+}
+
+void trie::trie_insert(u32 pos, u32 count)
+{
+    // A walk waits for memory at most of its nodes, so several go at a time, one behind the other.
+    // Wherever two go the same way the earlier position is a node ahead: it started a round
+    // earlier, and is first in each.  So each finds what it would find alone, and the nodes that it
+    // moves are behind all those that are ahead of it.
+    std::array<walk, convoy_size> convoy;
+    u32 walks = 0;
+    const u32 end = pos + count;
     no_records none;
-    walk(pos, none);
+    while (pos != end || walks != 0) {
+        if (pos != end && walks != convoy_size) {
+            if (end - pos <= trie_scouts) send_scouts(pos);
+            convoy[walks++] = start_walk(pos++);
+        }
+        for (u32 k = 0; k < walks;) {
+            if (step(convoy[k], none)) {
+                __builtin_prefetch(nodes_.at(load_u32(convoy[k].slot)));
+                ++k;
+            } else {
+                std::copy(&convoy[k] + 1, convoy.data() + walks--, &convoy[k]);
+            }
+        }
+    }
 }
 
 u32 trie::trie_matches(u32 pos, trie_records& records)
 {
+    send_scouts(pos);
     record_list found(records);
-    walk(pos, found);
+    walk at = start_walk(pos);
+    while (step(at, found)) {
+    }
     return found.count();
 }
 

@@ -41,8 +41,8 @@ class trie {
     /// The same with at most `memory` bytes.
     trie(const block_text& text, u64 memory) : text_(text.data), size_(text.size), nodes_(memory) {}
 
-    /// Enters `pos`.  Without memory it is not entered.
-    void trie_insert(u32 pos);
+    /// Enters `count` positions from `pos` on.  Those without memory are not entered.
+    void trie_insert(u32 pos, u32 count = 1);
 
     /// Finds positions that were entered before `pos`, then enters it.  Returns how many `records`
     /// there are; their lengths don't fall.
@@ -63,8 +63,19 @@ class trie {
     void send_scouts(u32 pos);
     void advance(scout& ahead) const;
 
+    /// A position on its way down the tree.
+    struct walk {
+        u8* slot;    // where the reference to the next node is
+        u32 tagged;  // the position
+        u32 key_len; // bytes of it that count
+        u32 depth;   // those that the nodes so far stand for
+    };
+    /// Walks that go at a time.
+    static constexpr u32 convoy_size = 8;
+
+    walk start_walk(u32 pos);
     template <class Records>
-    void walk(u32 pos, Records& records);
+    bool step(walk& at, Records& records);
     void start(u32 tagged);
     void split_path(u8* slot, u32 same, u32 depth, u32 tagged);
     void add_child(u8* slot, u8 key, u32 tagged);

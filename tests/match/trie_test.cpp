@@ -42,6 +42,9 @@ class block_trie {
         for (; first < end; ++first) insert(first);
     }
 
+    /// Inserts a row of positions at once.
+    void insert_row(u32 first, u32 count) { trie_.trie_insert(first, count); }
+
     /// Finds a position and enters it.
     records matches(u32 pos)
     {
@@ -467,6 +470,39 @@ TEST(trie, finds_what_the_plain_trie_finds_in_thousands_of_small_blocks)
         const u32 symbols = 1 + random.below(4);
         for (u8& byte : block) byte = static_cast<u8>(random.below(symbols));
         ASSERT_NO_FATAL_FAILURE(expect_plain_records(block, "few symbols", 2 + random.below(9)));
+    }
+}
+
+/// Expects that rows of up to `longest` positions that are entered at once leave what single ones
+/// leave: what is found at the positions between them.
+void expect_plain_rows(const bytes& block, u32 longest, const std::string& name)
+{
+    test::random_source random(longest);
+    block_trie tree(block);
+    test::plain_trie plain(block);
+    const auto size = static_cast<u32>(block.size());
+    for (u32 pos = 1; pos < size;) {
+        const u32 row = std::min(random.below(longest + 1), size - pos);
+        tree.insert_row(pos, row);
+        for (const u32 end = pos + row; pos != end; ++pos) plain.insert(pos);
+        for (const u32 end = std::min(pos + 1 + random.below(4), size); pos < end; ++pos) {
+            ASSERT_EQ(tree.matches(pos), plain.matches(pos)) << name << ", at " << pos;
+            plain.insert(pos);
+        }
+    }
+}
+
+TEST(trie, positions_entered_in_a_row_are_found_like_single_ones)
+{
+    for (const auto& shape : test::all_shapes())
+        for (const u32 longest : {2U, 9U, 40U, 1000U})
+            ASSERT_NO_FATAL_FAILURE(expect_plain_rows(shape.make(12000, 8), longest, shape.name));
+    test::random_source random(4);
+    for (u32 round = 0; round < 3000; ++round) {
+        bytes block(1 + random.below(120));
+        const u32 symbols = 1 + random.below(4);
+        for (u8& byte : block) byte = static_cast<u8>(random.below(symbols));
+        ASSERT_NO_FATAL_FAILURE(expect_plain_rows(block, 1 + random.below(30), "few symbols"));
     }
 }
 
