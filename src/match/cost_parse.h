@@ -136,7 +136,7 @@ struct parse_nodes {
     /// Takes the way to `to` by the token from `from` if it is cheaper.
     void relax(u32 from, u32 to, u32 price, u32 distance)
     {
-        const i32 sum = cost[from] + static_cast<i32>(price);
+        const auto sum = static_cast<i32>(static_cast<u32>(cost[from]) + price);
         const bool cheaper = sum < cost[to];
         cost[to] = cheaper ? sum : cost[to];
         prev[to] = cheaper ? from : prev[to];
