@@ -33,9 +33,7 @@ template <class T>
 /// system has them: a large array then costs few page faults.  Null when there is no memory.
 [[nodiscard]] inline owned_array<u8> make_large_buffer(usize size)
 {
-    if (size > SIZE_MAX - large_page_size) return {};
-    const usize rounded = (size + large_page_size - 1) / large_page_size * large_page_size;
-    owned_array<u8> buffer(static_cast<u8*>(std::aligned_alloc(large_page_size, rounded)));
+    owned_array<u8> buffer(static_cast<u8*>(allocate_for_large_pages(size)));
     if (buffer) prefer_large_pages(buffer.get(), size);
     return buffer;
 }

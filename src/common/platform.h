@@ -15,14 +15,22 @@
 
 namespace quarnex {
 
-/// What separates the parts of a path.
+/// What separates the parts of a path, and the bytes of a buffer that holds one with a zero behind
+/// it.
+#if defined(_WIN32)
+inline constexpr char path_separator = '\\';
+inline constexpr usize path_buffer_bytes = 259;
+#else
 inline constexpr char path_separator = '/';
-
-/// Bytes of a buffer that holds a path, with a zero behind it.
 inline constexpr usize path_buffer_bytes = PATH_MAX;
+#endif
 
-/// Prepares the process: a write beyond a file-size limit becomes an ordinary write error.
+/// Prepares the process: the program alone says what fails, and a write beyond a file-size limit
+/// becomes an ordinary write error.
 void prepare_process();
+
+/// Ends the process at once, with the status of one that aborts.  No stream is flushed.
+[[noreturn]] void end_abnormally();
 
 /// Number of processors, at least 1.
 u32 processor_count();
@@ -71,21 +79,29 @@ bool seek_file(std::FILE* stream, u64 offset);
 /// Size of the pages that prefer_large_pages() asks for.
 inline constexpr usize large_page_size = usize{2} << 20;
 
+/// Memory for free() that starts where a large page does, if the system has them.  Null if there is
+/// none.
+void* allocate_for_large_pages(usize size);
+
 /// Asks the system to keep the `size` bytes at `memory` in large pages, as far as those fit in
 /// whole.  Does nothing where it has none.
 void prefer_large_pages(void* memory, usize size);
 
-/// Reserves `size` bytes of address space.  Pages come as zeros when they are touched first; until
-/// then they take no memory.  Null if the system refuses.
+/// Reserves `size` bytes of address space.  Null if the system refuses.
 void* reserve_memory(usize size);
 
-/// Gives the memory of whole pages back, but not their addresses: they are zero again.
+/// Makes whole pages of a reservation usable, if they aren't yet; new ones are zero.  They take no
+/// memory until they are touched.  False if the system has none to promise.
+[[nodiscard]] bool commit_memory(void* memory, usize size);
+
+/// Gives up the content of whole committed pages and, as far as the system can, their memory.  They
+/// can still be read and written.
 void discard_memory(void* memory, usize size);
 
 /// Ends a reservation.
 void release_memory(void* memory, usize size);
 
-/// Whether standard error is a terminal, where people look.
+/// Whether standard error is a terminal, where people look and lines can be erased.
 bool error_stream_is_terminal();
 
 /// A running thread.  Unlike std::thread, one that can't be started is not an exception.

@@ -2,18 +2,12 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <dirent.h>
-#include <pthread.h>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
-#include <utility>
-
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
 
 namespace quarnex {
 
@@ -22,26 +16,9 @@ void prepare_process()
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-u32 processor_count()
+void end_abnormally()
 {
-    const u32 count = std::thread::hardware_concurrency();
-    return count != 0 ? count : 1;
-}
-
-u32 second_level_cache_kib()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    constexpr u32 cache_leaf = 0x80000006;
-    if (__get_cpuid_max(0, nullptr) == 0) return 0;
-    u32 eax = 0;
-    u32 ebx = 0;
-    u32 ecx = 0;
-    u32 edx = 0;
-    __cpuid(cache_leaf, eax, ebx, ecx, edx);
-    return ecx >> 16;
-#else
-    return 0;
-#endif
+    std::abort();
 }
 
 namespace {
@@ -102,6 +79,13 @@ bool seek_file(std::FILE* stream, u64 offset)
     return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
 }
 
+void* allocate_for_large_pages(usize size)
+{
+    if (size > SIZE_MAX - large_page_size) return nullptr;
+    const usize rounded = (size + large_page_size - 1) / large_page_size * large_page_size;
+    return std::aligned_alloc(large_page_size, rounded);
+}
+
 void prefer_large_pages(void* memory, usize size)
 {
 #if defined(MADV_HUGEPAGE)
@@ -123,6 +107,11 @@ void* reserve_memory(usize size)
     return memory != MAP_FAILED ? memory : nullptr;
 }
 
+bool commit_memory(void* /*memory*/, usize /*size*/)
+{
+    return true; // pages come when they are touched
+}
+
 void discard_memory(void* memory, usize size)
 {
     madvise(memory, size, MADV_DONTNEED);
@@ -136,25 +125,6 @@ void release_memory(void* memory, usize size)
 bool error_stream_is_terminal()
 {
     return isatty(STDERR_FILENO) != 0;
-}
-
-struct system_thread::handle {
-    std::function<void()> body;
-    pthread_t thread;
-};
-
-system_thread::system_thread(std::function<void()> body) : handle_(new handle{std::move(body), {}})
-{
-    const auto run = [](void* argument) -> void* {
-        static_cast<handle*>(argument)->body();
-        return nullptr;
-    };
-    if (pthread_create(&handle_->thread, nullptr, run, handle_.get()) != 0) handle_.reset();
-}
-
-system_thread::~system_thread()
-{
-    if (handle_) pthread_join(handle_->thread, nullptr);
 }
 
 } // namespace quarnex

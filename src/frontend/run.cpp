@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
 namespace quarnex {
 namespace {
@@ -25,7 +24,7 @@ int report_fault(const options& parsed, const std::string& tool)
     case option_fault::unknown_level:
         std::puts("uknown level");
         std::fflush(stdout);
-        std::abort();
+        end_abnormally();
     case option_fault::unknown_option:
         std::printf("\n Unknown option '%s'\n", parsed.fault_text.c_str());
         break;

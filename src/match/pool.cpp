@@ -65,7 +65,10 @@ bool pool::add_chunk()
     if (fresh != nullptr) {
         spare_ = fresh->next;
     } else if (chunks_used_ < size_ / chunk_size) {
-        fresh = chunks_.get() + chunks_used_++;
+        fresh = chunks_.get() + chunks_used_;
+        // Behind the last chunk a page can be read.
+        if (!commit_memory(base_of(fresh), chunk_size + page_size)) return false;
+        ++chunks_used_;
     } else {
         return false;
     }

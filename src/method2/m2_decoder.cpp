@@ -184,7 +184,7 @@ struct m2_decoding {
             const u64 token = window << literal_bits;
             const u64 code_bits = 2 * Bits::leading_zeros(token) + 1;
             const u64 behind_code = token << (code_bits & 63); // too many are found out below
-            const u64 c = behind_code >> (64 - m2_class_bits);
+            const auto c = static_cast<usize>(behind_code >> (64 - m2_class_bits));
             const u64 extra_bits = m2_extra_bits[c];
             const u64 taken = literal_bits + code_bits + m2_class_bits + extra_bits;
             if (taken > m2_right_bits) [[unlikely]]
@@ -193,7 +193,8 @@ struct m2_decoding {
 
             const u64 at = pos + literal_bits / 8;
             const u64 code = m2_top_bits(token, code_bits);
-            const u64 len = code + static_cast<u64>(i64{m2_length_offset<MinMatch>[token >> 57]});
+            const auto length_class = static_cast<usize>(token >> 57);
+            const u64 len = code + static_cast<u64>(i64{m2_length_offset<MinMatch>[length_class]});
             const u64 extra = m2_top_bits(behind_code << m2_class_bits, extra_bits);
             const u64 dist = extra + m2_first_dist[c];
             if (dist > at || !copy_ordinary(at, dist, len)) [[unlikely]]
@@ -269,7 +270,7 @@ struct m2_decoding {
     {
         const u64 len =
             code < m2_first_long_code ? code - m2_first_match_code + MinMatch : code - 1;
-        const u64 c = from.take(m2_class_bits);
+        const auto c = static_cast<usize>(from.take(m2_class_bits));
         const u64 dist = from.take(m2_extra_bits[c]) + m2_dist_base[c] + 1;
         if (dist > pos) return m2_nothing;
         const usize inside = room_for(pos, len);

@@ -1,11 +1,11 @@
 #include "pipeline/errors.h"
 
+#include "common/platform.h"
 #include "pipeline/progress.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace quarnex {
@@ -35,7 +35,7 @@ void end_process(i32 code, const char* text)
     hide_progress();
     std::fflush(stdout);
     std::fprintf(stderr, "quarnex: error %d: %s\n", code, text);
-    std::abort();
+    end_abnormally();
 }
 
 i32 report_error(error_code code, const char* format, ...)

@@ -1,0 +1,195 @@
+#include "common/platform.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <direct.h>
+#include <io.h>
+#include <string_view>
+
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+/// Tells the runtime to expand wildcards in the command line before main() sees it.
+extern "C" {
+int _dowildcard = -1;
+}
+
+namespace quarnex {
+
+void prepare_process()
+{
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+}
+
+void end_abnormally()
+{
+    constexpr int status_of_abort = 3;
+    std::_Exit(status_of_abort); // abort() would put words of its own behind the program's
+}
+
+namespace {
+
+/// The open handle of a name, closed at the end.
+class name_handle {
+  public:
+    /// Asks for no access, so that files that others have open can be looked up too.
+    explicit name_handle(const char* name)
+        : handle_(CreateFileA(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                              nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr))
+    {
+    }
+    ~name_handle()
+    {
+        if (is_open()) CloseHandle(handle_);
+    }
+    name_handle(const name_handle&) = delete;
+    name_handle& operator=(const name_handle&) = delete;
+
+    bool is_open() const { return handle_ != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return handle_; }
+
+  private:
+    HANDLE handle_;
+};
+
+int errno_of(DWORD error)
+{
+    switch (error) {
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+        return EACCES;
+    case ERROR_NOT_ENOUGH_MEMORY:
+        return ENOMEM;
+    case ERROR_TOO_MANY_OPEN_FILES:
+        return EMFILE;
+    default:
+        return ENOENT;
+    }
+}
+
+file_kind kind_of(DWORD attributes)
+{
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_kind::directory : file_kind::regular;
+}
+
+/// What the system finds in a directory for a name or a pattern, one after the other.
+class directory_search {
+  public:
+    explicit directory_search(const char* pattern) : handle_(FindFirstFileA(pattern, &entry_)) {}
+    ~directory_search()
+    {
+        if (found_any()) FindClose(handle_);
+    }
+    directory_search(const directory_search&) = delete;
+    directory_search& operator=(const directory_search&) = delete;
+
+    bool found_any() const { return handle_ != INVALID_HANDLE_VALUE; }
+    bool go_on() { return FindNextFileA(handle_, &entry_) != 0; }
+    const WIN32_FIND_DATAA& entry() const { return entry_; }
+
+  private:
+    WIN32_FIND_DATAA entry_{};
+    HANDLE handle_; // last: finding it fills the entry
+};
+
+} // namespace
+
+std::optional<file_status> find_status(const char* name)
+{
+    const name_handle found(name);
+    if (!found.is_open()) {
+        errno = errno_of(GetLastError());
+        return {};
+    }
+    BY_HANDLE_FILE_INFORMATION about{};
+    if (GetFileType(found.get()) != FILE_TYPE_DISK) return file_status{};
+    if (GetFileInformationByHandle(found.get(), &about) == 0) return file_status{};
+    const u64 number = u64{about.nFileIndexHigh} << 32 | about.nFileIndexLow;
+    return file_status{kind_of(about.dwFileAttributes), {about.dwVolumeSerialNumber, number}};
+}
+
+bool is_link(const char* name)
+{
+    const directory_search found(name);
+    const WIN32_FIND_DATAA& entry = found.entry();
+    // Other reparse points are ordinary files and directories that are kept in another place.
+    return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (entry.dwReserved0 == IO_REPARSE_TAG_SYMLINK ||
+            entry.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
+}
+
+std::vector<std::string> list_directory(const char* name)
+{
+    std::vector<std::string> names;
+    directory_search search((std::string(name) + "\\*").c_str());
+    if (!search.found_any()) return names;
+    do {
+        const std::string_view found = search.entry().cFileName;
+        if (found != "." && found != "..") names.emplace_back(found);
+    } while (search.go_on());
+    return names;
+}
+
+bool make_directory(const char* name)
+{
+    if (_mkdir(name) == 0) return true;
+    // The root of a drive exists, too, but is said to be denied.
+    const DWORD attributes = GetFileAttributesA(name);
+    if (attributes != INVALID_FILE_ATTRIBUTES && kind_of(attributes) == file_kind::directory) {
+        errno = EEXIST;
+    }
+    return false;
+}
+
+u64 file_size(std::FILE* stream)
+{
+    const i64 size = _filelengthi64(_fileno(stream));
+    return size > 0 ? static_cast<u64>(size) : 0;
+}
+
+bool seek_file(std::FILE* stream, u64 offset)
+{
+    if (offset > INT64_MAX) {
+        errno = EINVAL;
+        return false;
+    }
+    return _fseeki64(stream, static_cast<i64>(offset), SEEK_SET) == 0;
+}
+
+// Large pages are a privilege here that no ordinary user has.
+void* allocate_for_large_pages(usize size)
+{
+    return std::malloc(size);
+}
+
+void prefer_large_pages(void* /*memory*/, usize /*size*/) {}
+
+void* reserve_memory(usize size)
+{
+    return VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_READWRITE);
+}
+
+bool commit_memory(void* memory, usize size)
+{
+    return VirtualAlloc(memory, size, MEM_COMMIT, PAGE_READWRITE) != nullptr;
+}
+
+void discard_memory(void* memory, usize size)
+{
+    VirtualAlloc(memory, size, MEM_RESET, PAGE_READWRITE);
+}
+
+void release_memory(void* memory, usize /*size*/)
+{
+    VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+bool error_stream_is_terminal()
+{
+    const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    return GetConsoleMode(handle, &mode) != 0 &&
+           SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+} // namespace quarnex
