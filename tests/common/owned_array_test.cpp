@@ -55,8 +55,8 @@ TEST(owned_array, is_null_when_the_size_in_bytes_overflows)
 
 TEST(owned_array, is_null_when_there_is_no_memory)
 {
-    EXPECT_EQ(make_array<u64>(hidden(SIZE_MAX / 16)), nullptr);
-    EXPECT_EQ(make_zeroed_array<u64>(hidden(SIZE_MAX / 16)), nullptr);
+    EXPECT_EQ(make_array<u64>(hidden(SIZE_MAX / 9)), nullptr);
+    EXPECT_EQ(make_zeroed_array<u64>(hidden(SIZE_MAX / 9)), nullptr);
 }
 
 } // namespace

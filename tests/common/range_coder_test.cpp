@@ -71,7 +71,7 @@ TEST(shift_low, a_carry_stops_at_the_last_byte_that_is_not_0xFF)
 
 TEST(shift_low, clears_bit_32_whatever_the_byte_below_it_is)
 {
-    for (const u64 low : {0x100000001UL, 0x1FF000001UL, 0x0FF000001UL, 0x012000001UL}) {
+    for (const u64 low : {u64{0x100000001}, u64{0x1FF000001}, u64{0x0FF000001}, u64{0x012000001}}) {
         bytes buffer(stream_room);
         range_encoder to = start_range_encoder(buffer.data());
         to.low = low;

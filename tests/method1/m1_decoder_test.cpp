@@ -217,7 +217,7 @@ TEST(m1_decoder, damaged_streams_stay_in_their_buffers)
 
 TEST(m1_decoder, random_bytes_stay_in_their_buffers)
 {
-    for (u64 seed = 1; seed <= 400; ++seed) {
+    for (usize seed = 1; seed <= 400; ++seed) {
         const bytes payload = test::find_shape("random").make(1 + seed, seed);
         EXPECT_LE(decode(payload, 1 + seed % 97 * 40, seed % 2 == 0 ? low : high).size(),
                   1 + seed % 97 * 40);

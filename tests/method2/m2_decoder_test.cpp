@@ -533,7 +533,7 @@ TEST(m2_decoder, in_front_of_a_flipped_bit_all_tokens_count)
 TEST(m2_decoder, nonsense_gives_some_bytes)
 {
     for (const u32 level : dialects) {
-        for (u64 seed = 1; seed <= 500; ++seed) {
+        for (usize seed = 1; seed <= 500; ++seed) {
             const bytes payload = test::find_shape("random").make(1 + seed, seed);
             EXPECT_FALSE(decode(payload, 1 + seed % 97 * 40, level).empty());
         }

@@ -373,7 +373,7 @@ TEST(m5_decoder, damaged_streams_end_in_their_buffers)
 
 TEST(m5_decoder, random_bytes_end_in_their_buffers)
 {
-    for (u64 seed = 1; seed <= 600; ++seed) {
+    for (usize seed = 1; seed <= 600; ++seed) {
         const bytes payload = test::find_shape("random").make(1 + seed, seed);
         const usize length = 1 + seed % 97 * 40;
         EXPECT_LE(decode(payload, length, parameters_with(2 + static_cast<u32>(seed % 3))).size(),

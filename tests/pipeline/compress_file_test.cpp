@@ -6,7 +6,7 @@
 #include "support/scoped_limits.h"
 
 #include <filesystem>
-#include <unistd.h>
+#include <thread>
 
 namespace quarnex::test {
 namespace {
@@ -281,7 +281,8 @@ driver_run compress_large(u32 workers, const temp_dir& dir, u64 size)
         const short_of_memory limit;
         const i32 result = compress_file(state, parameters, dir / "in", dir / "out");
         // The limit stands until the worker has seen the block.
-        while (workers != 0 && result == driver_done && state.abort_count == 0) usleep(1000);
+        while (workers != 0 && result == driver_done && state.abort_count == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return result;
     });
 }

@@ -4,7 +4,7 @@
 #include "support/scoped_limits.h"
 
 #include <filesystem>
-#include <unistd.h>
+#include <thread>
 
 namespace quarnex::test {
 namespace {
@@ -305,7 +305,8 @@ TEST_P(decompress_driver, no_memory_for_the_block_is_failure_100)
         run_driver(GetParam(), direction::decompress, [&](pipeline_state& state) {
             const short_of_memory limit;
             const i32 driver_result = decompress_file(state, dir / "in", dir / "out.qrx");
-            while (has_workers() && state.abort_count == 0) usleep(1000);
+            while (has_workers() && state.abort_count == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
             return driver_result;
         });
     expect_failure(result, no_memory_failure);

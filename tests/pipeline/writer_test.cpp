@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <thread>
 
 namespace quarnex::test {
 namespace {
@@ -148,7 +148,7 @@ TEST_F(writer, a_block_written_behind_the_end_leaves_a_gap_that_a_later_block_fi
     put_data(file, 0, 3, block);
     bytes gap;
     while (std::count(gap.begin(), gap.end(), 'f') != mib) { // until both are written
-        usleep(1000);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
         gap = content("out");
     }
     ASSERT_EQ(gap.size(), 2 * mib + 3);

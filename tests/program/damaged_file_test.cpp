@@ -268,7 +268,7 @@ TEST_P(damaged_file, a_match_that_runs_past_the_block_is_cut)
 
 TEST_P(damaged_file, payloads_of_any_bytes_give_an_output_of_the_block_length)
 {
-    for (u64 seed = 1; seed <= 20; ++seed) {
+    for (usize seed = 1; seed <= 20; ++seed) {
         const program_result result =
             restore(build_qrx(single_block(70000, random_data(seed * 997, seed))));
         EXPECT_EQ(result.status, 0);

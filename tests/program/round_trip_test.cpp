@@ -200,7 +200,7 @@ TEST_F(round_trip, with_one_worker_or_none_all_displacements_are_0)
 TEST_F(round_trip, blocks_of_several_files_are_counted_file_by_file)
 {
     file_set files;
-    for (u64 i = 0; i < 12; ++i) {
+    for (usize i = 0; i < 12; ++i) {
         files[std::to_string(i)] = find_shape("mixture").make((i % 4) * mib + i, i);
     }
     put_all(files);

@@ -63,7 +63,7 @@ inline void expect_flipped_bits_to_give_some_bytes(const coded_block& coded)
 /// Expects some bytes from random ones, and from bytes of one value.
 inline void expect_nonsense_to_give_some_bytes(const file_parameters& parameters)
 {
-    for (u64 seed = 1; seed <= 300; ++seed) {
+    for (usize seed = 1; seed <= 300; ++seed) {
         const bytes payload = find_shape("random").make(1 + seed, seed);
         const usize length = 1 + seed % 97 * 40;
         const usize size = decode(payload, length, parameters).size();

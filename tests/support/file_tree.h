@@ -16,7 +16,7 @@ inline file_tree tree_below(const std::string& directory)
 {
     file_tree tree;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
-        const std::string name = entry.path().string();
+        const std::string name = entry.path().generic_string();
         const std::string below = name.substr(directory.size() + 1);
         if (entry.is_directory())
             tree[below + "/"] = {};

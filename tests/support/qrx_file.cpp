@@ -74,7 +74,7 @@ std::optional<qrx_file> take_qrx_apart(const bytes& image)
 
     for (usize at = header_bytes; at != image.size();) {
         if (image.size() - at < record_head_bytes) return {};
-        const usize size = number_at(image, at, 4);
+        const auto size = static_cast<usize>(number_at(image, at, 4));
         const u8 displacement = image[at + 4];
         at += record_head_bytes;
         if (image.size() - at < size) return {};

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <pthread.h>
@@ -91,7 +92,7 @@ class short_of_threads {
     short_of_threads& operator=(const short_of_threads&) = delete;
 
   private:
-    static constexpr std::size_t too_many_bytes = std::size_t{100} << 40;
+    static constexpr std::size_t too_many_bytes = SIZE_MAX / 8 * 7;
     pthread_attr_t before_{};
 };
 

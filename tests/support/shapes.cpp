@@ -53,11 +53,11 @@ bytes periodic(usize size, usize period, u64 seed)
 
 bytes short_period(usize size, u64 seed)
 {
-    return periodic(size, 1 + seed % 37, seed);
+    return periodic(size, 1 + static_cast<usize>(seed % 37), seed);
 }
 bytes long_period(usize size, u64 seed)
 {
-    return periodic(size, 9000 + seed % 70000, seed);
+    return periodic(size, 9000 + static_cast<usize>(seed % 70000), seed);
 }
 
 bytes text(usize size, u64 seed)

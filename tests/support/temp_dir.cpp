@@ -3,17 +3,30 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <system_error>
-#include <unistd.h>
 
 namespace quarnex::test {
+namespace {
+
+std::string system_temp_directory()
+{
+    return std::filesystem::temp_directory_path().string();
+}
+
+} // namespace
 
 temp_dir::temp_dir()
 {
-    const bool memory = std::filesystem::is_directory("/dev/shm") && access("/dev/shm", W_OK) == 0;
-    path_ = memory ? "/dev/shm" : std::filesystem::temp_directory_path().string();
-    path_ += "/quarnex-test-XXXXXX";
-    if (mkdtemp(path_.data()) == nullptr) std::abort();
+    std::random_device random;
+    for (const std::string& parent : {std::string("/dev/shm"), system_temp_directory()}) {
+        for (int attempt = 0; attempt < 10; ++attempt) {
+            path_ = parent + "/quarnex-test-" + std::to_string(random());
+            std::error_code refused;
+            if (std::filesystem::create_directory(path_, refused)) return;
+        }
+    }
+    std::abort();
 }
 
 temp_dir::~temp_dir()
@@ -35,7 +48,7 @@ bytes read_file(const std::string& name)
 {
     std::error_code missing;
     const auto size = std::filesystem::file_size(name, missing);
-    bytes content(missing ? 0 : size);
+    bytes content(missing ? 0 : static_cast<usize>(size));
     std::ifstream file(name, std::ios::binary);
     file.read(reinterpret_cast<char*>(content.data()),
               static_cast<std::streamsize>(content.size()));

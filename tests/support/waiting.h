@@ -2,20 +2,34 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <thread>
-#include <unistd.h>
 
 namespace quarnex::test {
 
 /// Kills the process when a test hangs.
 class time_guard {
   public:
-    explicit time_guard(unsigned seconds = 60) { alarm(seconds); }
-    ~time_guard() { alarm(0); }
+    explicit time_guard(int seconds = 60)
+        : watcher_([over = over_.get_future(), seconds] {
+              if (over.wait_for(std::chrono::seconds(seconds)) == std::future_status::timeout)
+                  std::abort();
+          })
+    {
+    }
+    ~time_guard()
+    {
+        over_.set_value();
+        watcher_.join();
+    }
     time_guard(const time_guard&) = delete;
     time_guard& operator=(const time_guard&) = delete;
+
+  private:
+    std::promise<void> over_;
+    std::thread watcher_;
 };
 
 inline std::future<void> in_thread(std::function<void()> body)

@@ -1,0 +1,123 @@
+#include "support/start_program.h"
+
+#include "common/types.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <thread>
+#include <utility>
+
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+namespace quarnex::test {
+namespace {
+
+/// A pipe of which the program gets the end that is written to.
+struct pipe_ends {
+    HANDLE read_end = nullptr;
+    HANDLE write_end = nullptr;
+};
+
+pipe_ends open_pipe()
+{
+    SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    pipe_ends ends;
+    if (CreatePipe(&ends.read_end, &ends.write_end, &inherited, 0) == 0) std::abort();
+    SetHandleInformation(ends.read_end, HANDLE_FLAG_INHERIT, 0);
+    return ends;
+}
+
+/// A word of a command line as the program's runtime reads it, wildcards and all.
+std::string quoted(const std::string& word)
+{
+    const bool plain = !word.empty() && word.find_first_of(" \t\"") == std::string::npos;
+    if (plain) return word;
+    std::string result = "\"";
+    usize backslashes = 0;
+    for (const char c : word) {
+        if (c == '"') result.append(backslashes + 1, '\\');
+        backslashes = c == '\\' ? backslashes + 1 : 0;
+        result += c;
+    }
+    return result.append(backslashes, '\\') + '"';
+}
+
+/// Tests write paths with slashes.
+std::string command_line(std::vector<std::string> words)
+{
+    std::string line;
+    for (std::string& word : words) {
+        std::replace(word.begin(), word.end(), '/', '\\');
+        line += (line.empty() ? "" : " ") + quoted(word);
+    }
+    return line;
+}
+
+/// All that comes out of a pipe, with the ends of lines and the paths as tests write them.
+std::string drain(HANDLE from)
+{
+    std::string text;
+    std::array<char, 4096> chunk;
+    DWORD got = 0;
+    while (ReadFile(from, chunk.data(), chunk.size(), &got, nullptr) != 0 && got != 0)
+        text.append(chunk.data(), got);
+    CloseHandle(from);
+    for (usize at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return text;
+}
+
+PROCESS_INFORMATION start(const std::string& path, std::string line, const std::string& work_dir,
+                          HANDLE out, HANDLE err)
+{
+    STARTUPINFOA how{};
+    how.cb = sizeof(how);
+    how.dwFlags = STARTF_USESTDHANDLES;
+    how.hStdOutput = out;
+    how.hStdError = err;
+    PROCESS_INFORMATION process{};
+    if (CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                       work_dir.empty() ? nullptr : work_dir.c_str(), &how, &process) == 0)
+        std::abort();
+    CloseHandle(process.hThread);
+    return process;
+}
+
+/// The exit status of a process, which is killed when its time is over.
+int wait_for(HANDLE process, int timeout_seconds)
+{
+    constexpr DWORD status_killed = 137;
+    if (WaitForSingleObject(process, static_cast<DWORD>(timeout_seconds) * 1000) != WAIT_OBJECT_0)
+        TerminateProcess(process, status_killed);
+    WaitForSingleObject(process, INFINITE);
+    DWORD status = 0;
+    GetExitCodeProcess(process, &status);
+    CloseHandle(process);
+    return static_cast<int>(status & 0xFF); // all that other systems tell
+}
+
+} // namespace
+
+program_result start_program(const std::string& path, std::vector<std::string> words,
+                             const program_options& options)
+{
+    if (options.before_exec || options.err_is_terminal) std::abort(); // nothing of the kind here
+    const pipe_ends out = open_pipe();
+    const pipe_ends err = open_pipe();
+    const PROCESS_INFORMATION process =
+        start(path, command_line(std::move(words)), options.work_dir, out.write_end, err.write_end);
+    CloseHandle(out.write_end);
+    CloseHandle(err.write_end);
+
+    program_result result;
+    std::thread out_reader([&] { result.out = drain(out.read_end); });
+    std::thread err_reader([&] { result.err = drain(err.read_end); });
+    result.status = wait_for(process.hProcess, options.timeout_seconds);
+    out_reader.join();
+    err_reader.join();
+    return result;
+}
+
+} // namespace quarnex::test
