@@ -49,8 +49,13 @@ class trie {
     u32 trie_matches(u32 pos, trie_records& records);
 
   private:
-    /// Some times what the nodes of `size` positions take as a rule.
-    static constexpr u64 memory_for(u32 size) { return u64{size} * 128 + pool::chunk_size; }
+    /// Some times what the nodes of `size` positions take as a rule; where addresses have 32 bits,
+    /// so much that several tries have room beside each other.
+    static constexpr u64 memory_for(u32 size)
+    {
+        constexpr u64 bytes_per_position = sizeof(void*) > sizeof(u32) ? 128 : 24;
+        return size * bytes_per_position + pool::chunk_size;
+    }
 
     /// A look-up that runs ahead and only brings what it meets into the cache.  The nodes that it
     /// knows may be gone when it goes on: then it reads what is in their place.
