@@ -50,16 +50,14 @@ class list_builder {
 };
 
 /// Sorts the positions of a large interval that have no match yet to its front, and lists theirs.
-/// Only the first one is without a match then, and of use to the intervals around.  Returns how
-/// many are left: 1.
-u32 close_large(std::span<u32> members, u32 len, list_builder& lists)
+/// Only the first one is without a match then, and of use to the intervals around.
+void close_large(std::span<u32> members, u32 len, list_builder& lists)
 {
     const auto rest = std::remove_if(members.begin(), members.end(),
                                      [&](u32 pos) { return lists.has_match(pos); });
     const auto open = static_cast<usize>(rest - members.begin());
     sort_u32(members.data(), open);
     for (usize k = 1; k < open; ++k) lists.offer(members[k], members[k - 1], len);
-    return 1;
 }
 
 /// Sorts the positions of an interval, whose parts are sorted, and lists their matches.
@@ -189,7 +187,8 @@ void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
             if (open[depth].len < shortest_listed_match) {
                 kept = begin;
             } else if (next - first > most_members) {
-                kept = begin + close_large(members, open[depth].len, lists);
+                close_large(members, open[depth].len, lists);
+                kept = begin + 1;
             } else {
                 merger.close(members, lcp + first, open[depth].len, lists);
             }
