@@ -44,8 +44,11 @@ enum class file_kind { regular, directory, other };
 /// Which file a name stands for: the same for all names of one file, different for all others.
 struct file_identity {
     u64 device = 0;
-    u64 number = 0;
-    bool operator==(const file_identity&) const = default;
+    u64 number = 0; // 0 if the system tells none: nobody knows then which file it is
+    bool operator==(const file_identity& other) const
+    {
+        return number != 0 && std::tie(device, number) == std::tie(other.device, other.number);
+    }
     bool operator<(const file_identity& other) const
     {
         return std::tie(device, number) < std::tie(other.device, other.number);

@@ -130,14 +130,26 @@ std::vector<std::string> list_directory(const char* name)
     return names;
 }
 
+namespace {
+
+/// Whether there is something in which directories can be made.
+bool holds_directories(const char* name)
+{
+    constexpr std::string_view server_mark = "\\\\";
+    const std::string_view path(name);
+    if (path.starts_with(server_mark) && path.find('\\', server_mark.size()) == path.npos)
+        return true;
+    const DWORD attributes = GetFileAttributesA(name);
+    return attributes != INVALID_FILE_ATTRIBUTES && kind_of(attributes) == file_kind::directory;
+}
+
+} // namespace
+
 bool make_directory(const char* name)
 {
     if (_mkdir(name) == 0) return true;
-    // The root of a drive exists, too, but is said to be denied.
-    const DWORD attributes = GetFileAttributesA(name);
-    if (attributes != INVALID_FILE_ATTRIBUTES && kind_of(attributes) == file_kind::directory) {
-        errno = EEXIST;
-    }
+    // Servers, shares and the roots of drives, which nobody can make, are told in other ways.
+    if (holds_directories(name)) errno = EEXIST;
     return false;
 }
 

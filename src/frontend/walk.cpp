@@ -16,10 +16,10 @@ bool fits_path_buffer(const std::string& name)
     return name.size() < path_buffer_bytes;
 }
 
-std::optional<file_identity> find_identity(const std::string& name)
+file_identity find_identity(const std::string& name)
 {
     const auto status = find_status(name.c_str());
-    return status ? std::optional(status->identity) : std::nullopt;
+    return status ? status->identity : file_identity{};
 }
 
 /// Where the part of `root` starts that goes below the destination.  A last part ".." would lead
@@ -38,7 +38,7 @@ std::string relative_part(const std::string& name, usize start)
 
 } // namespace
 
-dir_walk::dir_walk(const std::string& root, std::optional<file_identity> excluded)
+dir_walk::dir_walk(const std::string& root, const file_identity& excluded)
     : relative_start_(relative_start(root)), excluded_(excluded)
 {
     open(root);

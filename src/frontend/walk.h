@@ -34,7 +34,7 @@ class dir_walk {
 
     /// A walk that is used up.
     dir_walk() = default;
-    dir_walk(const std::string& root, std::optional<file_identity> excluded);
+    dir_walk(const std::string& root, const file_identity& excluded);
 
     /// The next entry, or nothing at the end.
     std::optional<walk_entry> next();
@@ -50,7 +50,7 @@ class dir_walk {
     std::optional<file_kind> find_kind(const std::string& name) const;
 
     usize relative_start_ = 0; // in all names
-    std::optional<file_identity> excluded_;
+    file_identity excluded_;
     std::vector<level> levels_;
 };
 
@@ -69,7 +69,7 @@ class walker {
     std::optional<walk_entry> start(const std::string& name);
 
     std::span<const std::string> names_; // that are still to come
-    std::optional<file_identity> destination_;
+    file_identity destination_;
     dir_walk below_; // the name before them
 };
 
