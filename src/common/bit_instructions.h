@@ -19,7 +19,8 @@ namespace quarnex {
     return value;
 }
 
-/// Where a field of a word lies, 1 to 31 bits wide, in the forms that the functions below want.
+/// Where a field of a machine word lies, 1 to 31 bits wide, in the forms that the functions below
+/// want.
 struct bit_field {
     constexpr bit_field(u32 lowest, u32 width)
         : mask((1U << width) - 1), control(static_cast<u16>(lowest | width << 8)),
@@ -34,14 +35,14 @@ struct bit_field {
 
 /// For any processor.
 struct portable_bits {
-    [[gnu::always_inline]] static u64 extract(u64 word, const bit_field& field)
+    [[gnu::always_inline]] static usize extract(usize word, const bit_field& field)
     {
         return word >> field.shift & field.mask;
     }
     /// Number of zeros above the highest bit that is set; 64 if there is none.
-    [[gnu::always_inline]] static u64 leading_zeros(u64 word)
+    [[gnu::always_inline]] static usize leading_zeros(u64 word)
     {
-        return static_cast<u64>(std::countl_zero(word));
+        return static_cast<usize>(std::countl_zero(word));
     }
 };
 
@@ -50,15 +51,15 @@ struct portable_bits {
 /// For the x86 extensions BMI, BMI2 and LZCNT.  (The compilers' own functions for them can't be
 /// inlined into a template that is not marked.)
 struct fast_bits {
-    [[gnu::always_inline]] static u64 extract(u64 word, const bit_field& field)
+    [[gnu::always_inline]] static usize extract(usize word, const bit_field& field)
     {
-        u64 bits;
+        usize bits;
         asm("bextrq %2, %1, %0" : "=r"(bits) : "r"(word), "r"(u64{field.control}) : "cc");
         return bits;
     }
-    [[gnu::always_inline]] static u64 leading_zeros(u64 word)
+    [[gnu::always_inline]] static usize leading_zeros(u64 word)
     {
-        u64 zeros;
+        usize zeros;
         asm("lzcntq %1, %0" : "=r"(zeros) : "r"(word) : "cc");
         return zeros;
     }

@@ -57,9 +57,9 @@ constexpr bit_field m1_near_len[3]{m1_short_len, m1_medium_len, m1_short_len};
 
 /// Copies a plain match of a long token.  From afar it writes m1_far_copy: a test of the length
 /// costs more than the words that it saves.
-[[gnu::always_inline]] inline void m1_copy_plain(u8* to, u64 dist, u64 len)
+[[gnu::always_inline]] inline void m1_copy_plain(u8* to, usize dist, usize len)
 {
-    if (dist < 16) return copy_match(to, static_cast<u32>(dist), static_cast<usize>(len));
+    if (dist < 16) return copy_match(to, static_cast<u32>(dist), len);
     const u8* const from = to - dist;
     copy_16(to, from);
     copy_16(to + 16, from + 16);
@@ -78,21 +78,24 @@ constexpr u32 m1_reversed(u32 control)
 }
 static_assert(m1_reversed(0x80000001) == 0x80000001 && m1_reversed(0xC0000000) == 3);
 
-/// The lowest flag that is set; one is.  (std::countr_zero() would test for none.)
-[[gnu::always_inline]] inline u64 m1_next_match(u64 flags)
+/// The lowest flag that is set; one is, at least the mark.
+[[gnu::always_inline]] inline usize m1_next_match(u64 flags)
 {
-    return static_cast<u32>(__builtin_ctzll(flags));
+    // Where words have 32 bits the mark is in another one: no flag in the first stands for it.
+    if constexpr (sizeof(usize) == sizeof(u32))
+        return static_cast<u32>(std::countr_zero(static_cast<u32>(flags)));
+    return static_cast<u32>(__builtin_ctzll(flags)); // std::countr_zero() would test for none
 }
 
 /// The first flag that is set of a control word as it stands in the stream; one is.  Its token
 /// needs not wait for the flags in their order of use.
-[[gnu::always_inline]] inline u64 m1_first_match(u32 control)
+[[gnu::always_inline]] inline usize m1_first_match(u32 control)
 {
     return static_cast<u32>(__builtin_clz(control));
 }
 
 /// Whether more than m1_short_run literals follow a match of a group, `first` being the first.
-constexpr bool m1_has_long_run(u64 flags, u64 first)
+constexpr bool m1_has_long_run(u64 flags, usize first)
 {
     u64 close = flags | flags >> 1; // in the end: a match here or at one of the next 16 flags
     close |= close >> 2;
@@ -107,8 +110,8 @@ template <u32 MinMatch, class Bits>
 struct m1_decoding {
     const u8* in;
     u8* const begin;
-    const u64 size; // of the block
-    u64 pos = 0;    // in the block
+    const usize size; // of the block
+    usize pos = 0;    // in the block
 
     /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
     [[gnu::always_inline]] static i32 decode(const block_job& job)
@@ -118,7 +121,7 @@ struct m1_decoding {
         m1_decoding stream{job.in_buf, job.out_buf, job.out_len};
         stream.begin[stream.pos++] = *stream.in++;
         while (stream.in < in_end && stream.pos < stream.size) {
-            const u64 group = stream.pos;
+            const usize group = stream.pos;
             const bool more = stream.take_group();
             // A group that is cut off doesn't count: its last items are made of zeros.
             if (stream.in > in_end) stream.pos = group;
@@ -135,7 +138,7 @@ struct m1_decoding {
         in += m1_control_bytes;
         copy_32(begin + pos, in);
         if (control == 0) return end_group();
-        const u64 first = m1_first_match(control);
+        const usize first = m1_first_match(control);
         const u64 flags = m1_reversed(control) | u64{1} << m1_end_flag;
         if (m1_has_long_run(flags, first)) return take_items<m1_long_run>(flags, first);
         return take_items<m1_short_run>(flags, first);
@@ -144,11 +147,11 @@ struct m1_decoding {
   private:
     /// Takes the matches of a group, the first at `flag`, and copies `Literals` bytes behind each.
     template <u32 Literals>
-    [[gnu::always_inline]] bool take_items(u64 flags, u64 flag)
+    [[gnu::always_inline]] bool take_items(u64 flags, usize flag)
     {
         u64 token = load_u64(in + flag);
         for (;;) {
-            u64 next_flag = drop_match(flags);
+            usize next_flag = drop_match(flags);
             u64 next = load_ahead(next_flag);
             while (!m1_is_long(token)) {
                 if (!take_near(token, flag)) return stop(flag);
@@ -176,20 +179,20 @@ struct m1_decoding {
     }
 
     /// Clears the lowest flag and returns the place of the next one, or of the mark.
-    [[gnu::always_inline]] static u64 drop_match(u64& flags)
+    [[gnu::always_inline]] static usize drop_match(u64& flags)
     {
         flags &= flags - 1;
         return m1_next_match(flags);
     }
 
     /// The word at the nearest place where the token of `next_flag` can lie.
-    [[gnu::always_inline]] u64 load_ahead(u64 next_flag) const
+    [[gnu::always_inline]] u64 load_ahead(usize next_flag) const
     {
         return load_u64(in + (m1_short_bytes - 1) + next_flag);
     }
 
     /// Ends the stream at the item of `flag`.
-    [[gnu::always_inline]] bool stop(u64 flag)
+    [[gnu::always_inline]] bool stop(usize flag)
     {
         in += flag;
         pos += flag;
@@ -204,7 +207,7 @@ struct m1_decoding {
     }
 
     template <u32 Literals>
-    [[gnu::always_inline]] void copy_literals(u64 flag)
+    [[gnu::always_inline]] void copy_literals(usize flag)
     {
         u8* const to = begin + pos + flag + 1;
         const u8* const from = in + flag + 1;
@@ -215,12 +218,13 @@ struct m1_decoding {
     // The matches.  Each is false, with nothing moved, if the distance is 0 or reaches before the
     // block; an escaped one also if it starts behind the block.
 
-    [[gnu::always_inline]] bool take_near(u64 token, u64 flag)
+    [[gnu::always_inline]] bool take_near(u64 token, usize flag)
     {
-        const u64 at = pos + flag;
-        const u64 form = token & m1_long_tag;
-        const u64 offset = Bits::extract(token, m1_near_dist[form]);
-        const u64 code = Bits::extract(token, m1_near_len[form]);
+        const usize at = pos + flag;
+        const auto word = static_cast<usize>(token);
+        const usize form = word & m1_long_tag;
+        const usize offset = Bits::extract(word, m1_near_dist[form]);
+        const usize code = Bits::extract(word, m1_near_len[form]);
         if (offset >= at) [[unlikely]]
             return false;
         if (offset >= 15) [[likely]]
@@ -228,16 +232,16 @@ struct m1_decoding {
         else
             widen_pattern(begin + at, static_cast<u32>(offset) + 1);
         pos += code + (MinMatch - 1);
-        in += (token & m1_medium_tag) + (m1_short_bytes - 1);
+        in += (word & m1_medium_tag) + (m1_short_bytes - 1);
         return true;
     }
 
-    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_dist dist, u64 flag)
+    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_dist dist, usize flag)
     {
-        const u64 at = pos + flag;
+        const usize at = pos + flag;
         if (dist.value - 1 >= at) [[unlikely]] // or the distance is 0
             return false;
-        const u64 len = (token >> 2 & m1_long_escape) + MinMatch;
+        const usize len = static_cast<usize>(token >> 2 & m1_long_escape) + MinMatch;
         m1_copy_plain(begin + at, dist.value, len);
         pos += len - 1;
         in += dist.more + 1;
@@ -245,9 +249,9 @@ struct m1_decoding {
     }
 
     /// Takes a long token of any size.
-    [[gnu::always_inline]] bool take_escaped(u64 flag)
+    [[gnu::always_inline]] bool take_escaped(usize flag)
     {
-        const u64 at = pos + flag;
+        const usize at = pos + flag;
         const u8* from = in + flag;
         const u32 code = *from++ >> 2;
         u64 len = u64{code} + MinMatch;
@@ -258,9 +262,10 @@ struct m1_decoding {
         }
         const m1_integer dist = m1_get_integer(from);
         if (dist.value == 0 || dist.value > at || at >= size) return false;
-        len = std::min(len, size - at); // the last match may pass the block's end
-        copy_match(begin + at, dist.value, static_cast<usize>(len));
-        pos += len - 1;
+        // The last match may pass the block's end.
+        const auto inside = static_cast<usize>(std::min<u64>(len, size - at));
+        copy_match(begin + at, dist.value, inside);
+        pos += inside - 1;
         in = from + dist.bytes - flag - 1;
         return true;
     }

@@ -91,16 +91,16 @@ constexpr bool m1_is_escaped(u64 token)
 
 /// The distance of a long token that is not escaped, and the number of its bytes behind the first.
 struct m1_long_dist {
-    u64 value;
-    u64 more;
+    usize value;
+    usize more;
 };
 
 constexpr m1_long_dist m1_get_long_dist(u64 token)
 {
     // The leading ones of the distance's first byte, which is not all ones.
     const auto more = static_cast<u32>(__builtin_clz(~static_cast<u32>(token) << 16));
-    const u64 tail = token >> 16 & ((u64{1} << 8 * more) - 1);
-    const u64 top = (token >> 8 & (0x7FU >> more)) << 8 * more;
+    const usize tail = static_cast<usize>(token >> 16) & ((usize{1} << 8 * more) - 1);
+    const usize top = (static_cast<usize>(token >> 8) & (0x7FU >> more)) << 8 * more;
     return {top | tail, more};
 }
 

@@ -22,15 +22,15 @@ namespace {
 /// Where a decoder is: bits of the stream that are taken, bytes of the block that are made.
 struct m2_place {
     u64 bit;
-    u64 pos;
+    usize pos;
 };
 /// The `bit` of a place from which the block can't go on.
 constexpr u64 m2_stopped = UINT64_MAX;
 /// Instead of the number of bytes that a token makes: it doesn't count.
-constexpr u64 m2_nothing = UINT64_MAX;
+constexpr usize m2_nothing = SIZE_MAX;
 
 /// The top `count` bits of a word, 1 to 64.
-constexpr u64 m2_top_bits(u64 word, u64 count)
+constexpr u64 m2_top_bits(u64 word, usize count)
 {
     return word >> (-count & 63);
 }
@@ -71,7 +71,7 @@ struct m2_bit_reader {
     u64 bit; // the next one
 
     /// Takes a field of `count` bits, 1 to m2_right_bits.
-    u64 take(u64 count)
+    u64 take(usize count)
     {
         const u64 field = m2_top_bits(bits.from(bit), count);
         bit += count;
@@ -81,7 +81,7 @@ struct m2_bit_reader {
     /// Takes gamma(v) and returns v.
     u64 take_gamma()
     {
-        const auto zeros = static_cast<u64>(std::countl_zero(bits.from(bit)));
+        const auto zeros = static_cast<usize>(std::countl_zero(bits.from(bit)));
         if (zeros >= 32) return m2_damaged_gamma;
         bit += zeros;
         return take(zeros + 1);
@@ -142,7 +142,7 @@ struct m2_decoding {
     m2_bits bits;    // the tokens
     u64 bit_count;   // of them
     u8* const block; // with the raw byte
-    u64 size;        // of the block
+    usize size;      // of the block
 
     /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
     [[gnu::always_inline]] static i32 decode(const block_job& job)
@@ -165,7 +165,7 @@ struct m2_decoding {
     [[gnu::always_inline]] m2_place take_ordinary(m2_place place) const
     {
         u64 bit = place.bit;
-        u64 pos = place.pos;
+        usize pos = place.pos;
         u64 window = bits.all_from(bit);
         const u64 end = bit_count - std::min<u64>(bit_count, m2_right_bits - 1);
         while (pos < size && bit < end) {
@@ -173,30 +173,32 @@ struct m2_decoding {
             u8* const to = block + pos;
             const u64 others = ~window & m2_literal_flags(m2_fused_literals + 1);
             if (others == 0) [[unlikely]] {
-                const u64 literal_bits = take_literals(window, to);
+                const usize literal_bits = take_literals(window, to);
                 window = window << literal_bits | m2_top_bits(following, literal_bits);
                 bit += literal_bits;
                 pos += literal_bits / 8;
                 continue;
             }
-            const u64 literal_bits = Bits::leading_zeros(others);
+            const usize literal_bits = Bits::leading_zeros(others);
             m2_put_literals<m2_fused_literals>(to, window);
             const u64 token = window << literal_bits;
-            const u64 code_bits = 2 * Bits::leading_zeros(token) + 1;
+            const usize code_bits = 2 * Bits::leading_zeros(token) + 1;
             const u64 behind_code = token << (code_bits & 63); // too many are found out below
             const auto c = static_cast<usize>(behind_code >> (64 - m2_class_bits));
-            const u64 extra_bits = m2_extra_bits[c];
-            const u64 taken = literal_bits + code_bits + m2_class_bits + extra_bits;
+            const usize extra_bits = m2_extra_bits[c];
+            const usize taken = literal_bits + code_bits + m2_class_bits + extra_bits;
             if (taken > m2_right_bits) [[unlikely]]
                 return {bit, pos};
             window = computed_here(window << taken | m2_top_bits(following, taken));
 
-            const u64 at = pos + literal_bits / 8;
-            const u64 code = m2_top_bits(token, code_bits);
+            const usize at = pos + literal_bits / 8;
+            const auto code = static_cast<usize>(m2_top_bits(token, code_bits));
             const auto length_class = static_cast<usize>(token >> 57);
-            const u64 len = code + static_cast<u64>(i64{m2_length_offset<MinMatch>[length_class]});
-            const u64 extra = m2_top_bits(behind_code << m2_class_bits, extra_bits);
-            const u64 dist = extra + m2_first_dist[c];
+            const std::ptrdiff_t offset = m2_length_offset<MinMatch>[length_class];
+            const usize len = code + static_cast<usize>(offset);
+            const auto extra =
+                static_cast<usize>(m2_top_bits(behind_code << m2_class_bits, extra_bits));
+            const usize dist = extra + m2_first_dist[c];
             if (dist > at || !copy_ordinary(at, dist, len)) [[unlikely]]
                 return {bit + literal_bits, at};
             bit += taken;
@@ -211,13 +213,13 @@ struct m2_decoding {
     [[gnu::noinline]] m2_place take_token(m2_place place) const
     {
         m2_bit_reader from{bits, place.bit};
-        const u64 made = take_body(from, from.take_gamma(), place.pos);
+        const usize made = take_body(from, from.take_gamma(), place.pos);
         if (made == m2_nothing || from.bit > bit_count) return {m2_stopped, place.pos};
         return {from.bit, place.pos + made};
     }
 
     /// Takes literals, all that are at the window's top.  Returns how many bits they are.
-    [[gnu::always_inline]] static u64 take_literals(u64 window, u8* to)
+    [[gnu::always_inline]] static usize take_literals(u64 window, u8* to)
     {
         m2_put_literals<m2_most_literals>(to, window);
         constexpr u64 end = u64{1} << (63 - m2_most_literals * m2_literal_bits);
@@ -225,7 +227,7 @@ struct m2_decoding {
     }
 
     /// Copies a match unless it is none.
-    [[gnu::always_inline]] bool copy_ordinary(u64 at, u64 dist, u64 len) const
+    [[gnu::always_inline]] bool copy_ordinary(usize at, usize dist, usize len) const
     {
         u8* const to = block + at;
         if (dist >= 16 && len <= m2_word_match) [[likely]] {
@@ -234,20 +236,20 @@ struct m2_decoding {
             copy_16(to + 16, from + 16);
             return true;
         }
-        if (len >= u64{m2_no_length}) return false;
+        if (len >= usize{m2_no_length}) return false;
         copy_match(to, static_cast<u32>(dist), room_for(at, len));
         return true;
     }
 
     /// How much of `len` bytes from `pos` on is in the block.
-    usize room_for(u64 pos, u64 len) const
+    usize room_for(usize pos, u64 len) const
     {
-        return static_cast<usize>(std::min(len, size - std::min(pos, size)));
+        return static_cast<usize>(std::min<u64>(len, size - std::min(pos, size)));
     }
 
     /// Takes what is behind a token code and makes the token's bytes at `pos`.  Returns their
     /// number, or m2_nothing.
-    u64 take_body(m2_bit_reader& from, u64 code, u64 pos) const
+    usize take_body(m2_bit_reader& from, u64 code, usize pos) const
     {
         switch (code) {
         case m2_damaged_gamma:
@@ -266,7 +268,7 @@ struct m2_decoding {
         }
     }
 
-    u64 take_match(m2_bit_reader& from, u64 code, u64 pos) const
+    usize take_match(m2_bit_reader& from, u64 code, usize pos) const
     {
         const u64 len =
             code < m2_first_long_code ? code - m2_first_match_code + MinMatch : code - 1;
@@ -278,28 +280,28 @@ struct m2_decoding {
         return inside;
     }
 
-    u64 take_byte_run(m2_bit_reader& from, u64 pos) const
+    usize take_byte_run(m2_bit_reader& from, usize pos) const
     {
         const auto byte = static_cast<u8>(from.take(8));
         const u64 count_code = from.take_gamma();
         const u64 count = count_code - 1;
         if (count_code == m2_damaged_gamma || count > size - pos) return m2_nothing;
         std::memset(block + pos, byte, static_cast<usize>(count));
-        return count;
+        return static_cast<usize>(count);
     }
 
-    u64 take_literal_run(m2_bit_reader& from, u64 pos) const
+    usize take_literal_run(m2_bit_reader& from, usize pos) const
     {
         const u64 count_code = from.take_gamma();
         const u64 count = count_code + m2_literal_run_base;
         const u64 run_end = from.bit + 8 * count;
         if (count_code == m2_damaged_gamma || count > size - pos || run_end > bit_count)
             return m2_nothing;
-        for (u64 done = 0; done < count; done += m2_right_bits / 8) {
+        for (usize done = 0; done < count; done += m2_right_bits / 8) {
             store_u64_high_first(block + pos + done, bits.from(from.bit + 8 * done));
         }
         from.bit = run_end;
-        return count;
+        return static_cast<usize>(count);
     }
 };
 
