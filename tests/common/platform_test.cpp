@@ -1,23 +1,23 @@
 #include "common/platform.h"
 
+#include "common/file_lookup.h"
 #include "support/process_entries.h"
-#include "support/scoped_limits.h"
+#include "support/system_differences.h"
 #include "support/temp_dir.h"
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <optional>
-#include <set>
 #include <string>
 #include <thread>
 
 namespace quarnex {
 namespace {
 
+using test::identity_of;
+using test::kind_of;
 using test::temp_dir;
 
 struct close_stream {
@@ -66,13 +66,7 @@ TEST(platform, file_size_is_0_for_an_empty_file_and_a_device)
 {
     const temp_dir dir;
     EXPECT_EQ(file_size(open(dir / "empty", "wb").get()), 0U);
-    EXPECT_EQ(file_size(open("/dev/null", "rb").get()), 0U);
-}
-
-std::optional<file_kind> kind_of(const std::string& name)
-{
-    const auto status = find_status(name.c_str());
-    return status ? std::optional(status->kind) : std::nullopt;
+    EXPECT_EQ(file_size(open(test::null_device, "rb").get()), 0U);
 }
 
 TEST(platform, find_status_tells_files_directories_and_others_apart)
@@ -81,45 +75,7 @@ TEST(platform, find_status_tells_files_directories_and_others_apart)
     test::write_file(dir / "file", {});
     EXPECT_EQ(kind_of(dir / "file"), file_kind::regular);
     EXPECT_EQ(kind_of(dir.path()), file_kind::directory);
-    EXPECT_EQ(kind_of("/dev/null"), file_kind::other);
-}
-
-TEST(platform, find_status_follows_links)
-{
-    const temp_dir dir;
-    std::filesystem::create_symlink(dir.path(), dir / "link");
-    std::filesystem::create_symlink(dir / "nothing", dir / "broken");
-    EXPECT_EQ(kind_of(dir / "link"), file_kind::directory);
-    EXPECT_EQ(kind_of(dir / "broken"), std::nullopt);
-}
-
-TEST(platform, find_status_tells_why_it_fails)
-{
-    const temp_dir dir;
-    test::write_file(dir / "file", {});
-    errno = 0;
-    EXPECT_FALSE(find_status((dir / "missing").c_str()));
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_FALSE(find_status((dir / "file/").c_str()));
-    EXPECT_EQ(errno, ENOTDIR);
-}
-
-file_identity identity_of(const std::string& name)
-{
-    const auto status = find_status(name.c_str());
-    if (!status) std::abort();
-    return status->identity;
-}
-
-TEST(platform, an_identity_is_the_same_for_all_names_of_a_file)
-{
-    const temp_dir dir;
-    test::write_file(dir / "file", {});
-    std::filesystem::create_symlink("file", dir / "link");
-    std::filesystem::create_hard_link(dir / "file", dir / "second");
-    EXPECT_EQ(identity_of(dir / "link"), identity_of(dir / "file"));
-    EXPECT_EQ(identity_of(dir / "second"), identity_of(dir / "file"));
-    EXPECT_EQ(identity_of(dir / "./"), identity_of(dir.path()));
+    EXPECT_EQ(kind_of(test::null_device), file_kind::other);
 }
 
 TEST(platform, an_identity_is_another_for_each_file)
@@ -133,34 +89,8 @@ TEST(platform, an_identity_is_another_for_each_file)
     const file_identity here{1, 2};
     EXPECT_NE(here, (file_identity{2, 2}));
     EXPECT_NE(here, (file_identity{1, 1}));
-}
-
-TEST(platform, is_link_looks_at_the_name_itself)
-{
-    const temp_dir dir;
-    test::write_file(dir / "file", {});
-    std::filesystem::create_symlink("file", dir / "link");
-    std::filesystem::create_symlink("nothing", dir / "broken");
-    EXPECT_TRUE(is_link((dir / "link").c_str()));
-    EXPECT_TRUE(is_link((dir / "broken").c_str()));
-    EXPECT_FALSE(is_link((dir / "file").c_str()));
-    EXPECT_FALSE(is_link(dir.path().c_str()));
-    EXPECT_FALSE(is_link((dir / "missing").c_str()));
-}
-
-TEST(platform, list_directory_gives_all_names)
-{
-    const temp_dir dir;
-    std::set<std::string> names{".hidden", "...", "with space", "\xff"};
-    for (int i = 0; i < 2000; ++i) names.insert(std::to_string(i));
-    for (const std::string& name : names) test::write_file(dir / name, {});
-    std::filesystem::create_directory(dir / "folder");
-    std::filesystem::create_symlink("nothing", dir / "broken");
-    names.insert({"folder", "broken"});
-
-    const std::vector<std::string> found = list_directory(dir.path().c_str());
-    EXPECT_EQ(found.size(), names.size());
-    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names);
+    // One without a number is not known to be that of any file.
+    EXPECT_NE((file_identity{1, 0}), (file_identity{1, 0}));
 }
 
 TEST(platform, list_directory_gives_no_names_of_what_cannot_be_read)
@@ -209,35 +139,6 @@ TEST(platform, a_thread_is_joined_at_the_end_of_its_object)
         EXPECT_TRUE(thread.started());
     }
     EXPECT_TRUE(ran);
-}
-
-TEST(platform, a_thread_that_cannot_start_stands_for_none)
-{
-    const test::short_of_threads limit;
-    const system_thread thread([] {});
-    EXPECT_FALSE(thread.started());
-}
-
-[[noreturn]] void write_beyond_the_file_size_limit()
-{
-    const temp_dir dir;
-    prepare_process();
-    const open_stream stream = open(dir / "file", "wb");
-    std::setvbuf(stream.get(), nullptr, _IONBF, 0);
-    usize written = 0;
-    {
-        const test::limit_of_process limit(RLIMIT_FSIZE, 10);
-        written = std::fwrite("twelve bytes", 1, 12, stream.get());
-    }
-    std::fprintf(stderr, "%zu %s", written, std::strerror(errno));
-    std::filesystem::remove_all(dir.path());
-    std::_Exit(0);
-}
-
-TEST(platform_death, a_write_beyond_the_file_size_limit_is_an_ordinary_error)
-{
-    EXPECT_EXIT(write_beyond_the_file_size_limit(), testing::ExitedWithCode(0),
-                "^10 File too large$");
 }
 
 } // namespace

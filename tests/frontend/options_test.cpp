@@ -1,5 +1,7 @@
 #include "frontend/options.h"
 
+#include "support/paths.h"
+
 #include <gtest/gtest.h>
 
 namespace quarnex {
@@ -9,9 +11,10 @@ using words = std::vector<const char*>;
 
 constexpr u32 processors = 4;
 
-options parse_as(const char* argv0, const words& arguments, u32 processor_number = processors)
+options parse_as(const std::string& argv0, const words& arguments,
+                 u32 processor_number = processors)
 {
-    words argv{argv0};
+    words argv{argv0.c_str()};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     return parse_options(static_cast<int>(argv.size()), argv.data(), processor_number);
 }
@@ -391,7 +394,7 @@ TEST(options_mode, the_name_unquarnex_restores)
 {
     for (const char* name :
          {"unquarnex", "/usr/bin/unquarnex", "./unquarnex.exe", "myunquarnex2"}) {
-        const options parsed = parse_as(name, {"in", "out"});
+        const options parsed = parse_as(test::native(name), {"in", "out"});
         EXPECT_EQ(parsed.fault, option_fault::none) << name;
         EXPECT_EQ(parsed.mode, direction::decompress) << name;
     }
@@ -399,7 +402,7 @@ TEST(options_mode, the_name_unquarnex_restores)
 
 TEST(options_mode, only_the_name_behind_the_path_counts)
 {
-    const options parsed = parse_as("/opt/unquarnex/quarnex", {"-10", "in", "out"});
+    const options parsed = parse_as(test::native("/opt/unquarnex/quarnex"), {"-10", "in", "out"});
     EXPECT_EQ(parsed.mode, direction::compress);
     EXPECT_EQ(parse_as("UNQUARNEX", {"-10", "in", "out"}).mode, direction::compress);
 }
@@ -425,9 +428,9 @@ TEST(options_mode, name_and_dash_d_together_use_the_restoring_options)
 TEST(tool_name, is_what_stands_behind_the_last_separator)
 {
     EXPECT_EQ(tool_name("quarnex"), "quarnex");
-    EXPECT_EQ(tool_name("/usr/bin/quarnex"), "quarnex");
-    EXPECT_EQ(tool_name("../quarnex-0.94"), "quarnex-0.94");
-    EXPECT_EQ(tool_name("dir/"), "");
+    EXPECT_EQ(tool_name(test::native("/usr/bin/quarnex").c_str()), "quarnex");
+    EXPECT_EQ(tool_name(test::native("../quarnex-0.94").c_str()), "quarnex-0.94");
+    EXPECT_EQ(tool_name(test::native("dir/").c_str()), "");
     EXPECT_EQ(tool_name(""), "");
 }
 

@@ -1,6 +1,5 @@
 #include "match/bucket_search.h"
 
-#include "support/scoped_limits.h"
 #include "support/token_recorder.h"
 
 #include <gtest/gtest.h>
@@ -378,14 +377,6 @@ TEST(bucket_search, stops_when_the_writer_is_full)
     const bytes block = bytes_of("abcdefghijkl");
     EXPECT_EQ(tokens_of<1>(search_pairs<1>, block, roomy, 5), spelled_out({literals(5)}));
     EXPECT_EQ(tokens_of<1>(search_rings<1>, block, roomy, 5), spelled_out({literals(5)}));
-}
-
-TEST(bucket_search, gives_nothing_without_memory_for_its_table)
-{
-    const bytes block(100);
-    const test::short_of_memory limit;
-    EXPECT_FALSE(search_pairs<1>({block.data(), 50}, {30, 1}, {}).has_value());
-    EXPECT_FALSE(search_rings<1>({block.data(), 50}, {30, 2}, {}).has_value());
 }
 
 struct ladder_step {

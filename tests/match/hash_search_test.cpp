@@ -1,7 +1,6 @@
 #include "match/hash_search.h"
 
-#include "support/scoped_limits.h"
-#include "support/token_recorder.h"
+#include "match/hash_search_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -11,18 +10,12 @@ namespace {
 using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
+using test::each_hash_search;
 using test::literals;
 using test::plain_token;
+using test::searches;
 using test::spelled_out;
 using test::tokens_of;
-
-/// The searches of levels 0, 1 and 2.
-template <u32 FirstPos>
-constexpr test::recorded_search<FirstPos> searches[]{
-    search_greedy<inserts::nothing, test::token_recorder<FirstPos>>,
-    search_greedy<inserts::inside_match, test::token_recorder<FirstPos>>,
-    search_lazy<test::token_recorder<FirstPos>>,
-};
 
 std::vector<plain_token> search(u32 level, const bytes& block)
 {
@@ -141,20 +134,11 @@ TEST(lazy_search, enters_the_last_two_positions_of_a_match)
               spelled_out({literals(9), {8, 10}, literals(4), {4, 6}, literals(1)}));
 }
 
-class each_hash_search : public testing::TestWithParam<u32> {};
-
 TEST_P(each_hash_search, stops_when_the_writer_is_full)
 {
     const auto tokens = tokens_of(
         searches<1>[GetParam()], bytes_of("abcdefghijkl"), { 12, 0 }, 5);
     EXPECT_EQ(tokens, spelled_out({literals(5)}));
-}
-
-TEST_P(each_hash_search, gives_nothing_without_memory_for_its_table)
-{
-    const bytes block(100);
-    const test::short_of_memory limit;
-    EXPECT_FALSE(searches<1>[GetParam()]({block.data(), 50}, {30, 0}, {}).has_value());
 }
 
 template <u32 FirstPos>

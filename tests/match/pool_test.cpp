@@ -1,6 +1,5 @@
 #include "match/pool.h"
 
-#include "support/scoped_limits.h"
 #include "support/shapes.h"
 
 #include <algorithm>
@@ -579,23 +578,6 @@ TEST(pool, realloc_that_fails_leaves_the_block)
     EXPECT_TRUE(std::all_of(memory.at(block), memory.at(block) + 16, [](u8 x) { return x == 7; }));
     EXPECT_EQ(memory.realloc(block, 16), block);
     EXPECT_EQ(memory.alloc(16), block + 4); // the block is not among the free ones
-}
-
-TEST(pool, takes_a_smaller_range_where_the_system_has_no_such)
-{
-    pool huge(pool::most_bytes);
-    EXPECT_NE(huge.alloc(100), no_block);
-    const test::short_of_memory limit(rlim_t{64} << 20);
-    pool memory(1 << 30);
-    const auto blocks = alloc_many(memory, 1352, 1000);
-    EXPECT_EQ(std::count(blocks.begin(), blocks.end(), no_block), 0);
-}
-
-TEST(pool, without_any_range_has_no_blocks)
-{
-    const test::short_of_memory limit(0);
-    pool memory(64 * mib);
-    EXPECT_EQ(memory.alloc(1), no_block);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "plain/m1_plain.h"
 #include "support/plain_payload.h"
-#include "support/scoped_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -151,21 +150,6 @@ TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
             test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 12, 1), 4);
         const bytes expected = stream.size() < block.size() ? stream : block;
         EXPECT_EQ(encode(block, parameters_of(1, 0)), expected) << run;
-    }
-}
-
-TEST(m1_encoder, no_memory_for_the_table_is_a_failure)
-{
-    const bytes block(100 + in_slack);
-    bytes out(100 + out_slack);
-    block_job job;
-    job.in_buf = block.data();
-    job.in_len = 100;
-    job.out_buf = out.data();
-    for (u8 level = 2; level <= 7; ++level) {
-        job.parameters = parameters_of(1, level, 30);
-        const test::short_of_memory limit;
-        EXPECT_EQ(m1_encoder.run(job, nullptr), -1) << "level " << int{level};
     }
 }
 

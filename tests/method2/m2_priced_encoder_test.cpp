@@ -115,9 +115,8 @@ std::string bits_of(const bytes& stream)
 bool ends_with(const bytes& stream, const m2_plain_writer& tokens)
 {
     const std::string expected = bits_of({tokens.out.begin() + 1, tokens.out.end()});
-    return bits_of(
-               {stream.end() - std::min<i64>(100, static_cast<i64>(stream.size())), stream.end()})
-        .ends_with(expected);
+    const auto last = static_cast<std::ptrdiff_t>(std::min<usize>(100, stream.size()));
+    return bits_of({stream.end() - last, stream.end()}).ends_with(expected);
 }
 
 TEST(m2_priced_encoder,

@@ -1,23 +1,12 @@
-#include "pipeline/block_coder.h"
-
+#include "pipeline/block_coder_fixture.h"
 #include "pipeline/container.h"
 #include "pipeline/filters.h"
 #include "support/captured_output.h"
-#include "support/pipeline_jobs.h"
 #include "support/qrx_file.h"
-#include "support/scoped_limits.h"
 #include "support/temp_dir.h"
-
-#include <gtest/gtest.h>
 
 namespace quarnex::test {
 namespace {
-
-class block_coder : public testing::Test {
-  protected:
-    buffer_pool buffers{4};
-    write_job finished;
-};
 
 TEST_F(block_coder, a_record_is_its_head_and_a_shorter_payload)
 {
@@ -65,14 +54,6 @@ TEST_F(block_coder, an_encoder_that_fails_is_told)
 {
     block_job job = job_to_encode(buffers, bytes(1000), failing_parameters);
     EXPECT_EQ(encode_block(buffers, job, finished), block_result::failed);
-}
-
-TEST_F(block_coder, encoding_without_memory_for_the_record_is_told)
-{
-    block_job job = job_to_encode(buffers, bytes(1000));
-    job.in_len = 1024 * mib; // only asked for: the failure comes before the block is looked at
-    const short_of_memory limit;
-    EXPECT_EQ(encode_block(buffers, job, finished), block_result::no_memory);
 }
 
 TEST_F(block_coder, a_payload_becomes_its_block)
@@ -154,13 +135,6 @@ TEST_F(block_coder, an_encoder_takes_the_block_as_it_is)
     job.parameters.filter_flags = filter_delta; // the driver has applied it
     ASSERT_EQ(encode_block(buffers, job, finished), block_result::done);
     EXPECT_EQ(content_of(finished), (bytes{6, 0, 0, 0, 0, 1, 2, 3, 4, 4, 4}));
-}
-
-TEST_F(block_coder, decoding_without_memory_for_the_block_is_told)
-{
-    block_job job = job_to_decode(buffers, m1_run_payload('z', 5000), 1024 * mib);
-    const short_of_memory limit;
-    EXPECT_EQ(decode_block(buffers, job, finished), block_result::no_memory);
 }
 
 /// Leaves an idle buffer full of 0xAA in the pool, which the next block of `size` bytes gets.

@@ -1,7 +1,5 @@
 #include "pipeline/buffer_pool.h"
 
-#include "support/limits.h"
-#include "support/scoped_limits.h"
 #include "support/waiting.h"
 
 #include <algorithm>
@@ -116,36 +114,12 @@ TEST(buffer_pool, the_oldest_makes_place_when_sizes_change)
     EXPECT_EQ(pool.take(300 * kib).get(), newer_place);
 }
 
-TEST(buffer_pool, gives_null_when_there_is_no_memory_and_serves_on)
-{
-    buffer_pool pool(2);
-    EXPECT_EQ(pool.take(SIZE_MAX / 4 * 3), nullptr);
-    {
-        const test::short_of_memory limit;
-        EXPECT_EQ(pool.take(1024 * mib), nullptr);
-    }
-    EXPECT_NE(pool.take(mib), nullptr);
-}
-
 TEST(buffer_pool, idle_buffers_are_given_up_when_memory_is_short)
 {
     buffer_pool pool(3);
     pool.take(mib).reset();
     EXPECT_EQ(pool.take(SIZE_MAX / 4 * 3), nullptr);
     EXPECT_EQ(pool.idle(), 0U);
-}
-
-TEST(buffer_pool, what_idle_buffers_held_can_serve_a_larger_one)
-{
-    if (test::under_sanitizer) GTEST_SKIP() << "a sanitizer keeps freed memory for a while";
-    buffer_pool pool(3);
-    block_buffer first = pool.take(200 * mib);
-    block_buffer second = pool.take(200 * mib);
-    const test::short_of_memory limit(mib);
-    EXPECT_EQ(pool.take(390 * mib), nullptr);
-    first.reset();
-    second.reset();
-    EXPECT_NE(pool.take(390 * mib), nullptr);
 }
 
 TEST(buffer_pool, threads_never_hold_the_same_buffer)

@@ -2,6 +2,7 @@
 
 #include "support/codec_runs.h"
 #include "support/error_recorder.h"
+#include "support/system_differences.h"
 
 #include <gtest/gtest.h>
 
@@ -61,7 +62,7 @@ TEST(report_no_memory, is_failure_100)
 
 TEST(report_no_memory_death, ends_the_process)
 {
-    EXPECT_EXIT(report_no_memory(block_job()), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(report_no_memory(block_job()), test::ended_abnormally,
                 "^quarnex: error 100: malloc error\n$");
 }
 

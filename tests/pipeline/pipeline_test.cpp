@@ -1,9 +1,7 @@
 #include "pipeline/pipeline.h"
 
-#include "support/captured_output.h"
 #include "support/driver_runs.h"
 #include "support/qrx_file.h"
-#include "support/scoped_limits.h"
 
 #include <filesystem>
 
@@ -101,16 +99,6 @@ TEST(pipeline_destinations, a_file_that_comes_twice_is_written_by_the_last_alone
     ASSERT_TRUE(file);
     ASSERT_EQ(file->records.size(), 1U);
     EXPECT_EQ(file->records[0].payload, to_bytes("second"));
-}
-
-TEST(pipeline_start, each_thread_that_does_not_start_is_told)
-{
-    const time_guard guard;
-    captured_output printed;
-    pipeline_state state(2);
-    const short_of_threads limit;
-    EXPECT_FALSE(pipeline_threads(state, direction::compress).ready());
-    EXPECT_EQ(printed.out(), "Error thread_create.\nError thread_create.\nError thread_create.\n");
 }
 
 } // namespace

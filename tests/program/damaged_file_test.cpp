@@ -2,11 +2,12 @@
 #include "support/program_fixture.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace quarnex::test {
 namespace {
 
-constexpr const char* too_short = "103: read error. errno=0 'Success'";
+const std::string too_short = std::string("103: read error. errno=0 '") + std::strerror(0) + "'";
 constexpr const char* no_header = "104: file header. no quarnex format";
 constexpr const char* corrupted = "105: file is corrupted";
 

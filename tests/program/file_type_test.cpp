@@ -105,7 +105,7 @@ TEST_P(round_trip_of_kinds, only_the_first_mib_counts)
 
 TEST_P(round_trip_of_kinds, a_whole_executable_in_several_blocks)
 {
-    const bytes self = read_file("/proc/self/exe");
+    const bytes self = read_file(own_executable());
     ASSERT_GT(self.size(), mib);
     expect_round_trip({"self.dll", self, 4, 1});
 }

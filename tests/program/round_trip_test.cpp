@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <numeric>
 
@@ -439,6 +441,20 @@ TEST_P(restoring, a_block_behind_the_end_leaves_a_gap_that_a_later_one_fills)
     data.insert(data.end(), 68, 'z');
     expect_silent_success(restore(file));
     EXPECT_TRUE(get("out/file") == data);
+}
+
+TEST_P(restoring, a_block_above_4_gib)
+{
+    constexpr u64 start = u64{80} * 64 * mib;
+    qrx_file file{{}, {{displacement_of(80), random_data(68)}}}; // all others are missing
+    file.header.original_size = start + 68;
+    file.header.block_mb = 64;
+    expect_silent_success(restore(file));
+    EXPECT_EQ(std::filesystem::file_size(dir / "out/file"), start + 68);
+    std::ifstream restored(dir / "out/file", std::ios::binary);
+    restored.seekg(static_cast<std::streamoff>(start));
+    const bytes block{std::istreambuf_iterator<char>(restored), {}};
+    EXPECT_EQ(block, file.records[0].payload);
 }
 
 TEST_P(restoring, stored_and_coded_blocks_side_by_side)

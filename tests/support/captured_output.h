@@ -1,8 +1,11 @@
 // support/captured_output.h - what the code under test prints
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 
 namespace quarnex::test {
 
@@ -41,5 +44,12 @@ class captured_output {
     std::string out_;
     std::string err_;
 };
+
+/// Sends standard output where standard error goes: for what a death test prints.
+inline void join_output_with_errors()
+{
+    std::fflush(stdout);
+    if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) std::abort();
+}
 
 } // namespace quarnex::test

@@ -48,10 +48,4 @@ inline std::string nested_directories(usize levels)
     return name;
 }
 
-/// A name of `length` bytes for `path`, which is absolute.
-inline std::string stretched(const std::string& path, usize length)
-{
-    return std::string(length - path.size(), '/') + path;
-}
-
 } // namespace quarnex::test

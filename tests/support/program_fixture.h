@@ -1,11 +1,12 @@
 // support/program_fixture.h - a fresh directory in which the real program runs
 #pragma once
 
-#include "support/limits.h"
 #include "support/program.h"
 #include "support/qrx_file.h"
+#include "support/system_differences.h"
 #include "support/temp_dir.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace quarnex::test {
@@ -48,17 +49,17 @@ inline void expect_silent_success(const program_result& result)
     EXPECT_EQ(result.status, 0);
 }
 
-/// How a shell counts a process that aborted.
-inline constexpr int status_abort = 128 + 6;
-
 /// The end by a failure with a code: one line on standard error, `out` on standard output.
 inline void expect_fatal_error(const program_result& result, const std::string& code_and_text,
                                const std::string& out = "")
 {
     EXPECT_EQ(result.out, out);
     EXPECT_EQ(result.err, "quarnex: error " + code_and_text + "\n");
-    EXPECT_EQ(result.status, status_abort);
+    EXPECT_EQ(result.status, status_of_abnormal_end);
 }
+
+/// Why a directory can't be opened as a file.
+inline const std::string is_a_directory = std::strerror(errno_of_directory);
 
 inline constexpr usize mib = usize{1} << 20;
 

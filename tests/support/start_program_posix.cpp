@@ -105,4 +105,9 @@ program_result start_program(const std::string& path, std::vector<std::string> w
     return result;
 }
 
+std::string own_executable()
+{
+    return "/proc/self/exe";
+}
+
 } // namespace quarnex::test

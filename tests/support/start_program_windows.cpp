@@ -1,12 +1,11 @@
 #include "support/start_program.h"
 
-#include "common/types.h"
+#include "support/paths.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <thread>
-#include <utility>
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
@@ -44,18 +43,17 @@ std::string quoted(const std::string& word)
     return result.append(backslashes, '\\') + '"';
 }
 
-/// Tests write paths with slashes.
-std::string command_line(std::vector<std::string> words)
+std::string command_line(const std::vector<std::string>& words)
 {
     std::string line;
-    for (std::string& word : words) {
-        std::replace(word.begin(), word.end(), '/', '\\');
-        line += (line.empty() ? "" : " ") + quoted(word);
+    for (const std::string& word : words) {
+        if (!line.empty()) line += ' ';
+        line += quoted(word);
     }
     return line;
 }
 
-/// All that comes out of a pipe, with the ends of lines and the paths as tests write them.
+/// All that comes out of a pipe, with the ends of lines as tests write them.
 std::string drain(HANDLE from)
 {
     std::string text;
@@ -65,7 +63,6 @@ std::string drain(HANDLE from)
         text.append(chunk.data(), got);
     CloseHandle(from);
     for (usize at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
-    std::replace(text.begin(), text.end(), '\\', '/');
     return text;
 }
 
@@ -104,10 +101,11 @@ program_result start_program(const std::string& path, std::vector<std::string> w
                              const program_options& options)
 {
     if (options.before_exec || options.err_is_terminal) std::abort(); // nothing of the kind here
+    if (options.translates_paths) std::transform(words.begin(), words.end(), words.begin(), native);
     const pipe_ends out = open_pipe();
     const pipe_ends err = open_pipe();
     const PROCESS_INFORMATION process =
-        start(path, command_line(std::move(words)), options.work_dir, out.write_end, err.write_end);
+        start(path, command_line(words), options.work_dir, out.write_end, err.write_end);
     CloseHandle(out.write_end);
     CloseHandle(err.write_end);
 
@@ -117,7 +115,18 @@ program_result start_program(const std::string& path, std::vector<std::string> w
     result.status = wait_for(process.hProcess, options.timeout_seconds);
     out_reader.join();
     err_reader.join();
+    if (options.translates_paths) {
+        result.out = with_slashes(result.out);
+        result.err = with_slashes(result.err);
+    }
     return result;
+}
+
+std::string own_executable()
+{
+    std::array<char, MAX_PATH> name{};
+    if (GetModuleFileNameA(nullptr, name.data(), name.size()) == 0) std::abort();
+    return name.data();
 }
 
 } // namespace quarnex::test

@@ -21,7 +21,8 @@ temp_dir::temp_dir()
     std::random_device random;
     for (const std::string& parent : {std::string("/dev/shm"), system_temp_directory()}) {
         for (int attempt = 0; attempt < 10; ++attempt) {
-            path_ = parent + "/quarnex-test-" + std::to_string(random());
+            const std::string name = "/quarnex-test-" + std::to_string(random());
+            path_ = std::filesystem::absolute(parent).string() + name;
             std::error_code refused;
             if (std::filesystem::create_directory(path_, refused)) return;
         }

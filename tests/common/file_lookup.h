@@ -1,0 +1,25 @@
+// common/file_lookup.h - what the system says about names, for tests of several systems
+#pragma once
+
+#include "common/platform.h"
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace quarnex::test {
+
+inline std::optional<file_kind> kind_of(const std::string& name)
+{
+    const auto status = find_status(name.c_str());
+    return status ? std::optional(status->kind) : std::nullopt;
+}
+
+inline file_identity identity_of(const std::string& name)
+{
+    const auto status = find_status(name.c_str());
+    if (!status) std::abort();
+    return status->identity;
+}
+
+} // namespace quarnex::test

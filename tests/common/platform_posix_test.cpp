@@ -1,0 +1,110 @@
+#include "common/platform.h"
+
+#include "common/file_lookup.h"
+#include "support/scoped_limits.h"
+#include "support/temp_dir.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+
+namespace quarnex {
+namespace {
+
+using test::identity_of;
+using test::kind_of;
+using test::temp_dir;
+
+TEST(platform, find_status_follows_links)
+{
+    const temp_dir dir;
+    std::filesystem::create_symlink(dir.path(), dir / "link");
+    std::filesystem::create_symlink(dir / "nothing", dir / "broken");
+    EXPECT_EQ(kind_of(dir / "link"), file_kind::directory);
+    EXPECT_EQ(kind_of(dir / "broken"), std::nullopt);
+}
+
+TEST(platform, find_status_tells_why_it_fails)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    errno = 0;
+    EXPECT_FALSE(find_status((dir / "missing").c_str()));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(find_status((dir / "file/").c_str()));
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(platform, an_identity_is_the_same_for_all_names_of_a_file)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    std::filesystem::create_symlink("file", dir / "link");
+    std::filesystem::create_hard_link(dir / "file", dir / "second");
+    EXPECT_EQ(identity_of(dir / "link"), identity_of(dir / "file"));
+    EXPECT_EQ(identity_of(dir / "second"), identity_of(dir / "file"));
+    EXPECT_EQ(identity_of(dir / "./"), identity_of(dir.path()));
+}
+
+TEST(platform, is_link_looks_at_the_name_itself)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    std::filesystem::create_symlink("file", dir / "link");
+    std::filesystem::create_symlink("nothing", dir / "broken");
+    EXPECT_TRUE(is_link((dir / "link").c_str()));
+    EXPECT_TRUE(is_link((dir / "broken").c_str()));
+    EXPECT_FALSE(is_link((dir / "file").c_str()));
+    EXPECT_FALSE(is_link(dir.path().c_str()));
+    EXPECT_FALSE(is_link((dir / "missing").c_str()));
+}
+
+TEST(platform, list_directory_gives_all_names)
+{
+    const temp_dir dir;
+    std::set<std::string> names{".hidden", "...", "with space", "\xff"};
+    for (int i = 0; i < 2000; ++i) names.insert(std::to_string(i));
+    for (const std::string& name : names) test::write_file(dir / name, {});
+    std::filesystem::create_directory(dir / "folder");
+    std::filesystem::create_symlink("nothing", dir / "broken");
+    names.insert({"folder", "broken"});
+
+    const std::vector<std::string> found = list_directory(dir.path().c_str());
+    EXPECT_EQ(found.size(), names.size());
+    EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names);
+}
+
+TEST(platform, a_thread_that_cannot_start_stands_for_none)
+{
+    const test::short_of_threads limit;
+    const system_thread thread([] {});
+    EXPECT_FALSE(thread.started());
+}
+
+[[noreturn]] void write_beyond_the_file_size_limit()
+{
+    const temp_dir dir;
+    prepare_process();
+    std::FILE* const stream = std::fopen((dir / "file").c_str(), "wb");
+    std::setvbuf(stream, nullptr, _IONBF, 0);
+    usize written = 0;
+    {
+        const test::limit_of_process limit(RLIMIT_FSIZE, 10);
+        written = std::fwrite("twelve bytes", 1, 12, stream);
+    }
+    std::fprintf(stderr, "%zu %s", written, std::strerror(errno));
+    std::filesystem::remove_all(dir.path());
+    std::_Exit(0);
+}
+
+TEST(platform_death, a_write_beyond_the_file_size_limit_is_an_ordinary_error)
+{
+    EXPECT_EXIT(write_beyond_the_file_size_limit(), testing::ExitedWithCode(0),
+                "^10 File too large$");
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,118 @@
+// program/recursive_fixture.h - directories that the program compresses and restores with -r
+#pragma once
+
+#include "support/file_tree.h"
+#include "support/program_fixture.h"
+
+#include <algorithm>
+
+namespace quarnex::test {
+
+using names = std::vector<std::string>;
+
+/// A name of a few of the characters in `alphabet`.
+inline std::string random_name(random_source& random, const std::string& alphabet)
+{
+    std::string name;
+    for (u32 n = 1 + random.below(6); n != 0; --n)
+        name += alphabet[random.below(static_cast<u32>(alphabet.size()))];
+    return name == "." || name == ".." ? "..." : name;
+}
+
+/// Some 200 files, some of them empty, and directories, some of them empty, up to ten deep.
+inline file_tree random_tree(const std::string& alphabet)
+{
+    random_source random(17);
+    names directories{""};
+    file_tree made;
+    for (u32 i = 0; i < 200; ++i) {
+        const std::string& parent = directories[random.below(static_cast<u32>(directories.size()))];
+        const std::string name = parent + random_name(random, alphabet);
+        if (made.contains(name) || made.contains(name + "/")) continue;
+        if (random.below(4) == 0 && std::count(name.begin(), name.end(), '/') < 9) {
+            made[name + "/"] = {};
+            directories.push_back(name + "/");
+        } else {
+            const shape& kind = all_shapes()[random.below(static_cast<u32>(all_shapes().size()))];
+            made[name] = kind.make(random.below(1U << random.below(18)), i);
+        }
+    }
+    return made;
+}
+
+/// By number of workers.
+class recursive : public program_with_threads {
+  protected:
+    program_result compress(const names& list, const std::string& destination = "out",
+                            const names& options = {}) const
+    {
+        return walk("-10", list, destination, options);
+    }
+    program_result restore(const names& list, const std::string& destination = "back",
+                           const names& options = {}) const
+    {
+        return walk("-d", list, destination, options);
+    }
+
+    void plant(const std::string& name, const bytes& content) const
+    {
+        test::plant(dir / name, content);
+    }
+    /// Creates files, each with its own name as content, and directories.
+    void plant_all(const names& planted) const
+    {
+        for (const std::string& name : planted) plant(name, to_bytes(name));
+    }
+    void link(const std::string& to, const std::string& name) const
+    {
+        std::filesystem::create_symlink(to, dir / name);
+    }
+
+    file_tree tree(const std::string& directory) const { return tree_below(dir / directory); }
+    names listed(const std::string& directory) const { return names_below(dir / directory); }
+
+    /// Whether `name` is the compressed form of `content`, which no method makes smaller.
+    bool holds(const std::string& name, const bytes& content) const
+    {
+        const auto file = take_qrx_apart(get(name));
+        if (!file || file->header.original_size != content.size()) return false;
+        const auto payloads = payloads_in_order(*file);
+        bytes held;
+        if (!payloads) return false;
+        for (const bytes& payload : *payloads)
+            held.insert(held.end(), payload.begin(), payload.end());
+        return held == content;
+    }
+
+    /// Expects that a tree comes through both directions unchanged.
+    void expect_rebuilt(const file_tree& made) const
+    {
+        for (const auto& [name, content] : made) plant("tree/" + name, content);
+        ASSERT_EQ(tree("tree"), made);
+        ASSERT_GT(made.size(), 180U);
+
+        expect_silent_success(compress({"tree"}));
+        names expected{"tree/"};
+        for (const auto& [name, content] : made)
+            expected.push_back("tree/" + (name.back() == '/' ? name : name + ".qrx"));
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(listed("out"), expected);
+
+        expect_silent_success(restore({"out/tree"}));
+        EXPECT_EQ(listed("back/tree"), names_below(dir / "tree"));
+        EXPECT_TRUE(tree("back/tree") == made);
+    }
+
+  private:
+    program_result walk(const char* mode, const names& list, const std::string& destination,
+                        const names& options) const
+    {
+        names arguments{mode, GetParam(), "-b1", "-r"};
+        for (const names* part : {&options, &list})
+            arguments.insert(arguments.end(), part->begin(), part->end());
+        arguments.push_back(destination);
+        return run(arguments);
+    }
+};
+
+} // namespace quarnex::test
