@@ -10,7 +10,7 @@ namespace quarnex {
 pool::pool(u64 limit)
 {
     u64 chunks = std::min(limit, most_bytes) / chunk_size;
-    for (; chunks != 0; chunks /= 2) {
+    for (; chunks != 0; chunks = chunks * 3 / 4) {
         if (chunks > SIZE_MAX / 2 / chunk_size) continue;
         size_ = static_cast<usize>(chunks) * chunk_size;
         chunks_ = make_array<chunk>(size_ / chunk_size);
