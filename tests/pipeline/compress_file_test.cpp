@@ -188,13 +188,7 @@ TEST_P(compress_driver, nothing_stays_open)
 
 TEST_P(compress_driver, a_source_that_cannot_be_opened_is_told_and_fails)
 {
-    captured_output printed;
-    const driver_run result = compress(GetParam(), quick_parameters, dir / "none", dir / "out");
-    EXPECT_EQ(printed.out(), "");
-    EXPECT_EQ(printed.err(),
-              "can't open input file '" + dir / "none" + "'. 'No such file or directory'\n");
-    EXPECT_EQ(result.result, driver_failed);
-    EXPECT_FALSE(file_exists(dir / "out.qrx"));
+    expect_no_source(dir / "none", "No such file or directory");
 }
 
 TEST_P(compress_driver, a_destination_that_cannot_be_created_is_told_and_ends_the_run)
