@@ -16,8 +16,8 @@ TEST(bucket_search, gives_nothing_without_memory_for_its_table)
     constexpr auto search_pairs = search_buckets<pair_table<0>, recorder>;
     constexpr auto search_rings = search_buckets<ring_table, recorder>;
     const test::short_of_memory limit;
-    EXPECT_FALSE(search_pairs(text, {30, 1}, {}).has_value());
-    EXPECT_FALSE(search_rings(text, {30, 2}, {}).has_value());
+    EXPECT_FALSE(search_pairs(text, {28, 1}, {}).has_value());
+    EXPECT_FALSE(search_rings(text, {28, 2}, {}).has_value());
 }
 
 } // namespace

@@ -42,5 +42,14 @@ TEST_P(failures, files_before_the_one_that_ends_the_run_are_complete)
     EXPECT_TRUE(payloads_in_order(*file));
 }
 
+TEST_P(failures, a_block_that_no_address_space_of_32_bits_holds_is_failure_100)
+{
+    if (sizeof(void*) > sizeof(u32)) GTEST_SKIP() << "64 bits have room for it";
+    put("file", {});
+    std::filesystem::resize_file(dir / "file", u64{3} << 30); // not one byte is on the disk
+    const program_result result = run({"-10", GetParam(), "-b2047", "file", "out"});
+    expect_fatal_error(result, "100: malloc error");
+}
+
 } // namespace
 } // namespace quarnex::test
