@@ -10,23 +10,26 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
 namespace quarnex {
 
-/// What separates the parts of a path, and the bytes of a buffer that holds one with a zero behind
-/// it.
+/// What separates the parts of a path, all bytes behind which a part can start, and the bytes of a
+/// buffer that holds a path with a zero behind it.
 #if defined(_WIN32)
 inline constexpr char path_separator = '\\';
+inline constexpr std::string_view path_part_marks = "\\/:";
 inline constexpr usize path_buffer_bytes = 259;
 #else
 inline constexpr char path_separator = '/';
+inline constexpr std::string_view path_part_marks = "/";
 inline constexpr usize path_buffer_bytes = PATH_MAX;
 #endif
 
-/// Prepares the process: the program alone says what fails, and a write beyond a file-size limit
-/// becomes an ordinary write error.
+/// Prepares the process: the program alone says what fails, a write beyond a file-size limit
+/// becomes an ordinary write error, and a terminal is ready for lines that are erased.
 void prepare_process();
 
 /// Ends the process at once, with the status of one that aborts.  No stream is flushed.
@@ -78,6 +81,9 @@ u64 file_size(std::FILE* stream);
 
 /// Sets the position of an open file, in bytes from its start.  Returns false on failure.
 bool seek_file(std::FILE* stream, u64 offset);
+
+/// How many bytes of addresses the process can have at the most.
+u64 address_space();
 
 /// Size of the pages that prefer_large_pages() asks for.
 inline constexpr usize large_page_size = usize{2} << 20;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <dirent.h>
 #include <string_view>
@@ -77,6 +78,11 @@ bool seek_file(std::FILE* stream, u64 offset)
         return false;
     }
     return fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+}
+
+u64 address_space()
+{
+    return UINTPTR_MAX;
 }
 
 void* allocate_for_large_pages(usize size)

@@ -18,7 +18,11 @@ namespace quarnex {
 
 void prepare_process()
 {
-    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    const HANDLE terminal = GetStdHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(terminal, &mode) != 0)
+        SetConsoleMode(terminal, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
 void end_abnormally()
@@ -101,9 +105,10 @@ std::optional<file_status> find_status(const char* name)
         errno = errno_of(GetLastError());
         return {};
     }
-    BY_HANDLE_FILE_INFORMATION about{};
     if (GetFileType(found.get()) != FILE_TYPE_DISK) return file_status{};
-    if (GetFileInformationByHandle(found.get(), &about) == 0) return file_status{};
+    BY_HANDLE_FILE_INFORMATION about{};
+    if (GetFileInformationByHandle(found.get(), &about) == 0)
+        return file_status{kind_of(GetFileAttributesA(name)), {}};
     const u64 number = u64{about.nFileIndexHigh} << 32 | about.nFileIndexLow;
     return file_status{kind_of(about.dwFileAttributes), {about.dwVolumeSerialNumber, number}};
 }
@@ -168,6 +173,13 @@ bool seek_file(std::FILE* stream, u64 offset)
     return _fseeki64(stream, static_cast<i64>(offset), SEEK_SET) == 0;
 }
 
+u64 address_space()
+{
+    MEMORYSTATUSEX status{};
+    status.dwLength = sizeof(status);
+    return GlobalMemoryStatusEx(&status) != 0 ? status.ullTotalVirtual : UINTPTR_MAX;
+}
+
 // Large pages are a privilege here that no ordinary user has.
 void* allocate_for_large_pages(usize size)
 {
@@ -198,10 +210,9 @@ void release_memory(void* memory, usize /*size*/)
 
 bool error_stream_is_terminal()
 {
-    const HANDLE handle = GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;
-    return GetConsoleMode(handle, &mode) != 0 &&
-           SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0 &&
+           (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
 } // namespace quarnex

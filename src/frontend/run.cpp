@@ -5,8 +5,10 @@
 #include "frontend/options.h"
 #include "frontend/path.h"
 #include "frontend/walk.h"
+#include "pipeline/codec_table.h"
 #include "pipeline/drivers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -127,6 +129,15 @@ int run_files(pipeline_state& state, const options& parsed)
     return result == driver_ends_run ? status_ended : status_good; // a failure has only stopped it
 }
 
+/// The number of workers: so many as are asked for, if all have room.
+u32 count_workers(const options& parsed, const level_defaults& defaults)
+{
+    if (parsed.mode == direction::decompress) return parsed.thread_count;
+    file_parameters parameters = parsed.job_template;
+    apply_defaults(parameters, defaults);
+    return std::min(parsed.thread_count, encoders_with_room(parameters, address_space()));
+}
+
 } // namespace
 
 int run(int argc, const char* const* argv)
@@ -137,7 +148,7 @@ int run(int argc, const char* const* argv)
     const options parsed = parse_options(argc, argv, processor_count());
     if (parsed.fault != option_fault::none) return report_fault(parsed, tool);
 
-    pipeline_state state(parsed.thread_count);
+    pipeline_state state(count_workers(parsed, defaults));
     state.defaults = defaults;
     state.classify = classify_file;
     int status = status_ended;

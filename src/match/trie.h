@@ -41,6 +41,14 @@ class trie {
     /// The same with at most `memory` bytes.
     trie(const block_text& text, u64 memory) : text_(text.data), size_(text.size), nodes_(memory) {}
 
+    /// Bytes of addresses that a trie reserves for `size` positions: some times what their nodes
+    /// take as a rule, and where addresses have 32 bits, more than they were ever seen to take.
+    static constexpr u64 memory_for(u32 size)
+    {
+        constexpr u64 bytes_per_position = sizeof(void*) > sizeof(u32) ? 128 : 36;
+        return size * bytes_per_position + pool::chunk_size;
+    }
+
     /// Enters `count` positions from `pos` on.  Those without memory are not entered.
     void trie_insert(u32 pos, u32 count = 1);
 
@@ -49,14 +57,6 @@ class trie {
     u32 trie_matches(u32 pos, trie_records& records);
 
   private:
-    /// Some times what the nodes of `size` positions take as a rule; where addresses have 32 bits,
-    /// so much that several tries have room beside each other.
-    static constexpr u64 memory_for(u32 size)
-    {
-        constexpr u64 bytes_per_position = sizeof(void*) > sizeof(u32) ? 128 : 24;
-        return size * bytes_per_position + pool::chunk_size;
-    }
-
     /// A look-up that runs ahead and only brings what it meets into the cache.  The nodes that it
     /// knows may be gone when it goes on: then it reads what is in their place.
     struct scout {

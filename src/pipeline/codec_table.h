@@ -40,4 +40,8 @@ level_defaults fit_to_cache(u32 cache_kib);
 /// Fills in what the command line left to the level.
 void apply_defaults(file_parameters& parameters, const level_defaults& defaults);
 
+/// How many encoders have room beside each other where there are `addresses` bytes: with what their
+/// level searches in, and with the buffers that go around.  At least 1.
+u32 encoders_with_room(const file_parameters& parameters, u64 addresses);
+
 } // namespace quarnex

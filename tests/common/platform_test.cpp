@@ -93,6 +93,12 @@ TEST(platform, an_identity_is_another_for_each_file)
     EXPECT_NE((file_identity{1, 0}), (file_identity{1, 0}));
 }
 
+TEST(platform, the_address_space_is_large_and_not_larger_than_addresses_can_be)
+{
+    EXPECT_GE(address_space(), u64{1} << 30);
+    EXPECT_LE(address_space(), UINTPTR_MAX);
+}
+
 TEST(platform, list_directory_gives_no_names_of_what_cannot_be_read)
 {
     const temp_dir dir;

@@ -94,6 +94,18 @@ TEST(platform, the_root_of_a_drive_cannot_be_made_as_it_exists)
     EXPECT_EQ(errno, EEXIST);
 }
 
+TEST(platform, a_server_and_a_device_prefix_cannot_be_made_as_they_stand_in_front_of_directories)
+{
+    for (const char* const name : {"\\\\nowhere", "\\\\?"}) {
+        errno = 0;
+        EXPECT_FALSE(make_directory(name)) << name;
+        EXPECT_EQ(errno, EEXIST) << name;
+    }
+    errno = 0;
+    EXPECT_FALSE(make_directory("missing\\below"));
+    EXPECT_EQ(errno, ENOENT);
+}
+
 TEST(platform, a_reservation_is_zero_where_it_is_committed_and_stays_as_it_is_when_that_is_repeated)
 {
     constexpr usize size = 1 << 20;

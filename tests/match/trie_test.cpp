@@ -615,5 +615,37 @@ TEST(trie, finds_what_it_has_entered_when_its_memory_is_used_up)
     }
 }
 
+// Memory
+
+/// Copies of copies, in each of which every `period`th byte or so is another one: what takes the
+/// most memory for its size.
+bytes mutated_copies(usize size, usize first_size, u32 period, u32 symbols)
+{
+    test::random_source source(1);
+    bytes block;
+    while (block.size() < first_size) block.push_back(static_cast<u8>(source.below(symbols)));
+    for (u32 copies = 1; block.size() < size; ++copies) {
+        const usize from = source.below(copies) * first_size;
+        for (usize i = 0; i < first_size; ++i) {
+            const bool changes = source.below(period) == 0;
+            block.push_back(changes ? static_cast<u8>(source.below(symbols)) : block[from + i]);
+        }
+    }
+    return block;
+}
+
+TEST(trie, finds_all_with_the_36_bytes_for_each_position_that_are_taken_where_addresses_are_few)
+{
+    for (const u32 period : {30U, 60U}) {
+        for (const u32 symbols : {2U, 4U, 256U}) {
+            const bytes block = mutated_copies(600000, 30000, period, symbols);
+            block_trie roomy(block, u64{128} * block.size());
+            block_trie narrow(block, u64{36} * block.size());
+            for (u32 pos = 1; pos < block.size(); ++pos)
+                ASSERT_EQ(narrow.matches(pos), roomy.matches(pos)) << pos;
+        }
+    }
+}
+
 } // namespace
 } // namespace quarnex

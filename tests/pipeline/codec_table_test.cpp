@@ -91,6 +91,36 @@ TEST(codec_table, nothing_else_is_changed)
     EXPECT_EQ(kept.block_mb, 16);
 }
 
+u32 encoders_in(u64 gib, u8 level, u16 block_mb)
+{
+    return encoders_with_room(with_defaults({.level = level, .block_mb = block_mb}), gib << 30);
+}
+
+TEST(codec_table, encoders_have_room_beside_each_other_by_their_level_and_blocks)
+{
+    // Three buffers for all, and each has two, and 32, 128 or 320 MiB to search in.
+    EXPECT_EQ(encoders_in(4, 3, 32), (3072U - 96) / (64 + 32));
+    EXPECT_EQ(encoders_in(4, 7, 16), (3072U - 48) / (32 + 128));
+    EXPECT_EQ(encoders_in(4, 8, 32), (3072U - 96) / (64 + 320));
+    EXPECT_EQ(encoders_in(2, 8, 32), (1536U - 96) / (64 + 320));
+}
+
+TEST(codec_table, at_level_9_two_encoders_have_room_in_32_bits)
+{
+    // A trie of 64 bits takes addresses as if they cost nothing.
+    EXPECT_EQ(encoders_in(4, 9, 32), sizeof(void*) > sizeof(u32) ? 1U : 2U);
+    EXPECT_EQ(encoders_in(2, 9, 32), 1U);
+}
+
+TEST(codec_table, one_encoder_always_has_room_and_64_bits_have_room_for_all)
+{
+    for (const u8 level : {u8{0}, u8{3}, u8{7}, u8{8}, u8{9}}) {
+        EXPECT_EQ(encoders_in(0, level, 2047), 1U);
+        EXPECT_GE(encoders_with_room(with_defaults({.level = level, .block_mb = 2047}), UINT64_MAX),
+                  16U);
+    }
+}
+
 TEST(codec_table, rows_0_6_and_7_are_empty_and_numbers_behind_them_have_no_decoder)
 {
     ASSERT_EQ(encoder_table.size(), 8U);
