@@ -7,11 +7,11 @@
 
 namespace quarnex {
 
-/// Where the last part of `path` starts: behind its last separator.
+/// Where the last part of `path` starts: behind its last separator, whatever else can be one.
 inline usize last_part(const std::string& path)
 {
-    const usize separator = path.rfind(path_separator);
-    return separator == std::string::npos ? 0 : separator + 1;
+    const usize mark = path.find_last_of(path_part_marks);
+    return mark == std::string::npos ? 0 : mark + 1;
 }
 
 /// The path of `relative` below `directory`.

@@ -9,9 +9,6 @@ namespace {
 
 using test::native;
 
-/// What separates paths on other systems.
-constexpr char no_separator = path_separator == '/' ? '\\' : '/';
-
 TEST(path, the_last_part_starts_behind_the_last_separator)
 {
     EXPECT_EQ(last_part(native("a/b")), 2U);
@@ -23,7 +20,7 @@ TEST(path, the_last_part_starts_behind_the_last_separator)
 TEST(path, without_a_separator_is_its_own_last_part)
 {
     EXPECT_EQ(last_part("a"), 0U);
-    EXPECT_EQ(last_part(std::string("a") + no_separator + "b"), 0U);
+    EXPECT_EQ(last_part("a b.c"), 0U);
     EXPECT_EQ(last_part(""), 0U);
 }
 

@@ -18,13 +18,13 @@ TEST_F(recursive_walk, gives_a_name_of_the_list_as_it_is_spelled)
     EXPECT_EQ(walk({"TOP", "top/FILE"}), (names{"TOP/", "TOP/file", "FILE"}));
 }
 
-TEST_F(recursive_walk, takes_a_slash_for_a_part_of_a_name)
+TEST_F(recursive_walk, a_root_is_known_by_what_is_behind_its_last_slash)
 {
     plant_all({"top/sub/x"});
     const names list{path("top") + "/sub"};
     walker inputs(list, path("out"));
-    EXPECT_EQ(inputs.next()->relative, "top/sub");
-    EXPECT_EQ(inputs.next()->relative, "top/sub\\x");
+    EXPECT_EQ(inputs.next()->relative, "sub");
+    EXPECT_EQ(inputs.next()->relative, "sub\\x");
 }
 
 TEST_F(recursive_walk, a_root_that_begins_with_two_dots_keeps_its_part)

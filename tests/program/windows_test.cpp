@@ -73,11 +73,20 @@ TEST_F(on_windows, usage_shows_backslashes_and_the_name_behind_the_last_one)
         EXPECT_NE(text.find(line), std::string::npos) << text;
 }
 
-TEST_F(on_windows, a_file_behind_slashes_keeps_them_below_the_destination)
+TEST_F(on_windows, slashes_and_drives_in_a_name_do_not_lead_out_of_the_destination)
 {
-    plant_all({"mydir/x", "out/mydir/"});
-    expect_silent_success(run({"-10", "mydir/x", "out"}));
-    EXPECT_EQ(listed("out"), (names{"mydir/", "mydir/x.qrx"}));
+    plant_all({"mydir/x", "x.qrx", "work/"});
+    settings.work_dir = dir / "work";
+    const std::string drive = dir.path().substr(0, 2);
+    plant_all({"work/z"});
+    expect_silent_success(run({"-10", "../mydir/x", "..\\mydir/x", drive + "z", "out"}));
+    EXPECT_EQ(listed("work/out"), (names{"x.qrx", "z.qrx"}));
+    expect_silent_success(run({"-10", "-r", "../mydir", "out"}));
+    EXPECT_EQ(listed("work/out"), (names{"mydir/", "mydir/x.qrx", "x.qrx", "z.qrx"}));
+    expect_silent_success(run({"-d", "out/x.qrx", "back"}));
+    EXPECT_EQ(listed("work/back"), names{"x"});
+    EXPECT_EQ(get("x.qrx"), to_bytes("x.qrx"));
+    EXPECT_FALSE(exists("work/mydir"));
 }
 
 TEST_F(on_windows, a_destination_from_the_root_of_a_drive)
