@@ -44,6 +44,33 @@ need_packages() {
         apt-get install -y --no-install-recommends "${missing[@]}"
 }
 
+# debian_archive: the address of the archive that this system's packages come from.
+debian_archive() {
+    local address
+    address=$(sed -nE '/^(URIs:|deb([ \t]+\[[^]]*\])?)[ \t]+([a-z+]+:\/[^ \t]+).*/ { s//\3/p; q }' \
+        /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list 2>/dev/null) || true # one is missing
+    echo "${address:-http://deb.debian.org/debian}"
+}
+
+# own_apt DIRECTORY TYPE [OPTION...]: sets `apt` to a command for packages (TYPE deb) or for sources
+# (deb-src) that has its list of them and what it fetches in a directory, knows nothing as installed,
+# and leaves the system's own settings as they are.  It knows the release as such, without the updates
+# and the security archive: those at times have a package for some processors and not yet for others.
+own_apt() {
+    local own=$1 type=$2 suite
+    shift 2
+    # shellcheck source=/dev/null
+    suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    mkdir -p "$own"/{lists/partial,archives/partial,parts}
+    : >"$own/status"
+    printf '%s\n' "Types: $type" "URIs: $(debian_archive)" "Suites: $suite" 'Components: main' \
+        'Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg' >"$own/parts/debian.sources"
+    apt=(apt-get "$@" -o "Dir::State::lists=$own/lists" -o "Dir::State::status=$own/status"
+         -o "Dir::Cache=$own" -o "Dir::Etc::sourceparts=$own/parts" -o Dir::Etc::sourcelist=/dev/null
+         -o APT::Sandbox::User=)
+    quietly "$root/build/logs/apt-$type-update" "${apt[@]}" update
+}
+
 build_packages=(g++ cmake ninja-build libdivsufsort-dev)
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
@@ -82,12 +109,20 @@ check_format() {
         xargs -0 clang-format --dry-run --Werror || fail "clang-format -i puts that right"
 }
 
+# at_exit FUNCTION: has a function run when the script ends, before those that were asked for earlier.
+at_exit() {
+    at_exit="$1; ${at_exit-}"
+    trap 'eval "$at_exit"' EXIT
+}
+
+remove_work_dir() { rm -rf "$work"; }
+
 # make_work_dir: sets `work` to a new directory, in memory where possible, that goes at the end.
 make_work_dir() {
     local place=${TMPDIR:-/tmp}
     if [[ -d /dev/shm && -w /dev/shm ]]; then place=/dev/shm; fi
     work=$(mktemp -d "$place/quarnex-XXXXXX")
-    trap 'rm -rf "$work"' EXIT
+    at_exit remove_work_dir
 }
 
 # collect_files DIRECTORY: copies files of several kinds, some 40 MB, into a flat directory.

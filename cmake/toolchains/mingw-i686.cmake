@@ -6,5 +6,5 @@ include(${CMAKE_CURRENT_LIST_DIR}/mingw.cmake)
 set(CMAKE_C_FLAGS_INIT "-msse2 -mfpmath=sse")
 set(CMAKE_CXX_FLAGS_INIT "-msse2 -mfpmath=sse")
 string(APPEND CMAKE_EXE_LINKER_FLAGS_INIT " -Wl,--large-address-aware")
-# The one of scripts/get_wine32 first: the system's may know 64-bit programs only.
-find_program(CMAKE_CROSSCOMPILING_EMULATOR wine HINTS ${CMAKE_CURRENT_LIST_DIR}/../../build/deps/wine32)
+# The one of scripts/get_wine32, be it there yet or not: the system's may know 64-bit programs only.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../../build/deps/wine32/wine)
