@@ -73,6 +73,7 @@ int errno_of(DWORD error)
 
 file_kind kind_of(DWORD attributes)
 {
+    if (attributes == INVALID_FILE_ATTRIBUTES) return file_kind::other;
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_kind::directory : file_kind::regular;
 }
 
@@ -144,8 +145,7 @@ bool holds_directories(const char* name)
     const std::string_view path(name);
     if (path.starts_with(server_mark) && path.find('\\', server_mark.size()) == path.npos)
         return true;
-    const DWORD attributes = GetFileAttributesA(name);
-    return attributes != INVALID_FILE_ATTRIBUTES && kind_of(attributes) == file_kind::directory;
+    return kind_of(GetFileAttributesA(name)) == file_kind::directory;
 }
 
 } // namespace

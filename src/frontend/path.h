@@ -7,7 +7,7 @@
 
 namespace quarnex {
 
-/// Where the last part of `path` starts: behind its last separator, whatever else can be one.
+/// Where the last part of `path` starts: behind the last of the path_part_marks.
 inline usize last_part(const std::string& path)
 {
     const usize mark = path.find_last_of(path_part_marks);
