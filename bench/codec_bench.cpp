@@ -8,7 +8,7 @@
 // result over that of the block.
 #include "common/owned_array.h"
 #include "common/platform.h"
-#include "frontend/file_type.h"
+#include "format/file_type.h"
 #include "pipeline/codec_table.h"
 #include "pipeline/pipeline.h"
 

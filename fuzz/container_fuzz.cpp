@@ -4,7 +4,7 @@
 //
 // Source and destination are files in memory, reached by their names under /proc.
 #include "codec_input.h"
-#include "pipeline/container.h"
+#include "format/container.h"
 #include "pipeline/drivers.h"
 #include "support/error_recorder.h"
 #include "support/qrx_file.h"

@@ -1,9 +1,9 @@
 // fuzz/filters_fuzz.cpp - any bytes through the pre-filters, and any file through the classifier
 //
 //     | filter_flags: 1 | length of the name: 1 | name | block |
-#include "frontend/file_type.h"
+#include "format/file_type.h"
+#include "format/filters.h"
 #include "fuzz_target.h"
-#include "pipeline/filters.h"
 #include "plain/plain_file_type.h"
 #include "plain/plain_filters.h"
 

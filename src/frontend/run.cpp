@@ -1,7 +1,7 @@
 #include "frontend/run.h"
 
 #include "common/platform.h"
-#include "frontend/file_type.h"
+#include "format/file_type.h"
 #include "frontend/options.h"
 #include "frontend/path.h"
 #include "frontend/walk.h"

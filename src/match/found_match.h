@@ -1,7 +1,7 @@
 // match/found_match.h - a match, and what a look-ahead makes of it
 #pragma once
 
-#include "common/better_match.h"
+#include "match/better_match.h"
 #include "match/text.h"
 
 namespace quarnex {

@@ -7,7 +7,7 @@
 
 #include "common/bytes.h"
 #include "common/equal_bytes.h"
-#include "common/hash4.h"
+#include "match/hash4.h"
 
 namespace quarnex {
 

@@ -15,8 +15,8 @@
 // are tested once a group; only escaped tokens (a length above 62 + MinMatch or a distance of five
 // bytes) are measured against the room that is left.  A damaged stream ends there, or at the first
 // distance that reaches before the block.
+#include "coding/decoder_forms.h"
 #include "common/copy.h"
-#include "common/decoder_forms.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_format.h"
 

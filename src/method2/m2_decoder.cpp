@@ -9,8 +9,8 @@
 // The time of a pass is that of a chain: window, literals, token code, class, width of the extra
 // value, next window.  The window is not loaded where the last token ended, which would take eight
 // cycles more: it is moved on, with bits from the word behind it, which is at hand by then.
+#include "coding/decoder_forms.h"
 #include "common/copy.h"
-#include "common/decoder_forms.h"
 #include "method2/m2_codec.h"
 #include "method2/m2_format.h"
 

@@ -4,7 +4,7 @@
 // writes the bytes up to the next one six at a time, as many as a put() takes.
 #pragma once
 
-#include "common/bit_writer.h"
+#include "coding/bit_writer.h"
 #include "match/concepts.h"
 #include "method2/m2_format.h"
 #include "pipeline/codec.h"

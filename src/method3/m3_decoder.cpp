@@ -3,9 +3,9 @@
 // A symbol is one look-up by the next ten bits, or a walk over the longer codes.  Reading is tested
 // once a token, as the slack of the payload is larger than what a token can read; a damaged stream
 // ends at the first token that reads behind the payload or reaches before the block.
-#include "common/alphabet_decoder.h"
-#include "common/bit_reader.h"
-#include "common/min_match.h"
+#include "coding/alphabet_decoder.h"
+#include "coding/bit_reader.h"
+#include "coding/min_match.h"
 #include "method3/m3_codec.h"
 #include "method3/m3_model.h"
 

@@ -1,5 +1,5 @@
 // method3/m3_encoder.cpp - the ladder of method 3: which search a level runs
-#include "common/min_match.h"
+#include "coding/min_match.h"
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"

@@ -4,7 +4,7 @@
 // byte first, filled up with zeros to a whole byte.  The block's length ends it.
 //
 //     literal   main code of the byte
-//     match     main code of the length (common/main_alphabet.h); for a long one the length code of
+//     match     main code of the length (coding/main_alphabet.h); for a long one the length code of
 //               a slot, and its extra bits; then the distance code of a slot, and its extra bits
 //
 // The three codes are prefix codes.  Both sides make them from the counts of what has passed, anew
@@ -15,7 +15,7 @@
 // number of it.
 #pragma once
 
-#include "common/main_alphabet.h"
+#include "coding/main_alphabet.h"
 
 namespace quarnex {
 

@@ -5,8 +5,8 @@
 // the shortest, and by the number of codes of each length; from these each side makes its tables.
 #pragma once
 
-#include "common/adaptive_counts.h"
-#include "common/value_slot.h"
+#include "coding/adaptive_counts.h"
+#include "coding/value_slot.h"
 #include "method3/m3_format.h"
 #include "method3/m3_sort.h"
 

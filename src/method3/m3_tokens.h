@@ -1,8 +1,8 @@
 // method3/m3_tokens.h - the token writer of method 3
 #pragma once
 
-#include "common/alphabet_tokens.h"
-#include "common/bit_writer.h"
+#include "coding/alphabet_tokens.h"
+#include "coding/bit_writer.h"
 #include "match/concepts.h"
 #include "method3/m3_model.h"
 #include "pipeline/codec.h"

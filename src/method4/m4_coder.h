@@ -1,8 +1,8 @@
 // method4/m4_coder.h - symbols and plain bits in a range coder
 #pragma once
 
-#include "common/range_coder.h"
-#include "common/sorted_search.h"
+#include "coding/range_coder.h"
+#include "coding/sorted_search.h"
 #include "method4/m4_model.h"
 
 namespace quarnex {

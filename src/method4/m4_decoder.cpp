@@ -3,8 +3,8 @@
 // A symbol takes a division and a short search.  Reading is tested once a token, as the slack of
 // the payload is larger than what a token can read; a damaged stream ends at the first token that
 // reads behind the payload, reaches before the block or can't be.
-#include "common/alphabet_decoder.h"
-#include "common/min_match.h"
+#include "coding/alphabet_decoder.h"
+#include "coding/min_match.h"
 #include "method4/m4_codec.h"
 #include "method4/m4_coder.h"
 

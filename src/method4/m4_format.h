@@ -1,7 +1,7 @@
 // method4/m4_format.h - the stream of method 4: raw head, symbols, their contexts
 //
 // A stream is the block's first byte, then what the range coder makes of the symbols and the extra
-// bits of each token (common/main_alphabet.h).  The block's length ends it.
+// bits of each token (coding/main_alphabet.h).  The block's length ends it.
 //
 //     literal   the byte, by the main model of its context
 //     match     the length, by the main model of its context; for a long one the slot of the rest,
@@ -14,7 +14,7 @@
 // number of it.
 #pragma once
 
-#include "common/main_alphabet.h"
+#include "coding/main_alphabet.h"
 
 #include <algorithm>
 

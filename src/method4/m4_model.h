@@ -4,9 +4,9 @@
 // shares of the coder's interval, by which symbols are coded until the next one.
 #pragma once
 
-#include "common/adaptive_counts.h"
-#include "common/sorted_search.h"
-#include "common/value_slot.h"
+#include "coding/adaptive_counts.h"
+#include "coding/sorted_search.h"
+#include "coding/value_slot.h"
 #include "method4/m4_format.h"
 #include "pipeline/codec.h"
 

@@ -6,7 +6,7 @@
 // been seen in its context looks like a bargain.  The parse is made that way, and its choices are.
 #pragma once
 
-#include "common/bit_cost.h"
+#include "coding/bit_cost.h"
 #include "match/cost_parse.h"
 #include "method4/m4_model.h"
 

@@ -1,7 +1,7 @@
 // method4/m4_tokens.h - the token writer of method 4
 #pragma once
 
-#include "common/alphabet_tokens.h"
+#include "coding/alphabet_tokens.h"
 #include "match/concepts.h"
 #include "method4/m4_coder.h"
 #include "pipeline/codec.h"

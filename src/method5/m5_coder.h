@@ -3,7 +3,7 @@
 // The interval is cut in two by the probability of a 0.
 #pragma once
 
-#include "common/range_coder.h"
+#include "coding/range_coder.h"
 #include "method5/m5_model.h"
 
 namespace quarnex {

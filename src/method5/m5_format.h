@@ -16,8 +16,8 @@
 // number of it.
 #pragma once
 
-#include "common/min_match.h"
-#include "common/value_slot.h"
+#include "coding/min_match.h"
+#include "coding/value_slot.h"
 
 namespace quarnex {
 

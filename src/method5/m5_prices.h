@@ -4,7 +4,7 @@
 // contexts in which the token would be coded.
 #pragma once
 
-#include "common/bit_cost.h"
+#include "coding/bit_cost.h"
 #include "match/cost_parse.h"
 #include "method5/m5_coder.h"
 

@@ -1,8 +1,8 @@
 #include "pipeline/block_coder.h"
 
+#include "format/container.h"
+#include "format/filters.h"
 #include "pipeline/codec_table.h"
-#include "pipeline/container.h"
-#include "pipeline/filters.h"
 #include "pipeline/output_file.h"
 #include "pipeline/progress.h"
 

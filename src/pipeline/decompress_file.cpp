@@ -1,5 +1,5 @@
+#include "format/container.h"
 #include "pipeline/block_coder.h"
-#include "pipeline/container.h"
 #include "pipeline/drivers.h"
 #include "pipeline/errors.h"
 #include "pipeline/output_file.h"

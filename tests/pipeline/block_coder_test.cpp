@@ -1,6 +1,6 @@
+#include "format/container.h"
+#include "format/filters.h"
 #include "pipeline/block_coder_fixture.h"
-#include "pipeline/container.h"
-#include "pipeline/filters.h"
 #include "support/captured_output.h"
 #include "support/qrx_file.h"
 #include "support/temp_dir.h"

@@ -1,5 +1,5 @@
+#include "format/filters.h"
 #include "pipeline/compress_driver.h"
-#include "pipeline/filters.h"
 #include "plain/plain_filters.h"
 #include "support/captured_output.h"
 

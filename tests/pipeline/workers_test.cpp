@@ -1,4 +1,4 @@
-#include "pipeline/container.h"
+#include "format/container.h"
 #include "pipeline/workers_fixture.h"
 #include "support/captured_output.h"
 

@@ -1,4 +1,4 @@
-#include "pipeline/container.h"
+#include "format/container.h"
 #include "pipeline/writer_fixture.h"
 #include "support/captured_output.h"
 #include "support/program.h"

@@ -1,6 +1,6 @@
 #include "plain/plain_file_type.h"
 
-#include "frontend/file_type_tables.h"
+#include "format/file_type_tables.h"
 
 #include <algorithm>
 

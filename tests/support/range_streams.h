@@ -1,7 +1,7 @@
 // support/range_streams.h - what a range encoder writes, for the tests of the coders
 #pragma once
 
-#include "common/range_coder.h"
+#include "coding/range_coder.h"
 #include "support/shapes.h"
 
 namespace quarnex::test {

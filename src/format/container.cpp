@@ -1,0 +1,101 @@
+#include "format/container.h"
+
+#include "common/bytes.h"
+#include "common/lower_case.h"
+
+#include <cstring>
+
+namespace quarnex {
+namespace {
+
+constexpr std::array<u8, 4> magic{0x00, 'Q', 'R', '0'}; // the first byte is written and never read
+
+// Places in the header.
+constexpr usize at_size = 4;
+constexpr usize at_method = 12;
+constexpr usize at_level = 13;
+constexpr usize at_lit_ctx_bits = 16;
+constexpr usize at_filter_flags = 17;
+constexpr usize at_block_mb = 18;
+constexpr usize at_hash_bits = 20;
+constexpr usize at_chain_bits = 24;
+
+} // namespace
+
+std::array<u8, file_header_bytes> pack_file_header(const file_header& header)
+{
+    std::array<u8, file_header_bytes> bytes{};
+    const file_parameters& parameters = header.parameters;
+    std::memcpy(bytes.data(), magic.data(), magic.size());
+    store_u64(&bytes[at_size], header.original_size);
+    bytes[at_method] = parameters.method;
+    bytes[at_level] = parameters.level;
+    bytes[at_lit_ctx_bits] = parameters.lit_ctx_bits;
+    bytes[at_filter_flags] = parameters.filter_flags;
+    store_u16(&bytes[at_block_mb], parameters.block_mb);
+    store_u32(&bytes[at_hash_bits], static_cast<u32>(parameters.hash_bits));
+    store_u32(&bytes[at_chain_bits], static_cast<u32>(parameters.chain_bits));
+    return bytes;
+}
+
+bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_header& header)
+{
+    if (std::memcmp(&bytes[1], &magic[1], magic.size() - 1) != 0) return false;
+    header.original_size = load_u64(&bytes[at_size]);
+    header.parameters.method = bytes[at_method];
+    header.parameters.level = bytes[at_level];
+    header.parameters.lit_ctx_bits = bytes[at_lit_ctx_bits];
+    header.parameters.filter_flags = bytes[at_filter_flags];
+    header.parameters.block_mb = load_u16(&bytes[at_block_mb]);
+    header.parameters.hash_bits = static_cast<i32>(load_u32(&bytes[at_hash_bits]));
+    header.parameters.chain_bits = static_cast<i32>(load_u32(&bytes[at_chain_bits]));
+    return true;
+}
+
+void pack_record_head(u8* to, const record_head& head)
+{
+    store_u32(to, head.size);
+    to[displacement_offset] = head.displacement;
+}
+
+record_head unpack_record_head(const u8* from)
+{
+    return {load_u32(from), from[displacement_offset]};
+}
+
+u8 displacement_byte(u32 block_index, u32 sequence)
+{
+    const bool behind = block_index < sequence;
+    const u32 distance = behind ? sequence - block_index : block_index - sequence;
+    return static_cast<u8>(distance << 1 | (behind ? 1 : 0));
+}
+
+i64 displaced_index(u8 displacement, u32 sequence)
+{
+    const i64 distance = displacement >> 1;
+    return (displacement & 1) != 0 ? sequence - distance : sequence + distance;
+}
+
+u64 count_blocks(u64 size, u64 block_size)
+{
+    return size / block_size + (size % block_size != 0 ? 1 : 0);
+}
+
+u64 block_length(u64 size, u64 block_size, u64 index)
+{
+    const u64 rest = size - index * block_size;
+    return rest > block_size ? block_size : rest;
+}
+
+bool has_suffix(const char* name)
+{
+    const usize length = std::strlen(name);
+    if (length < file_suffix_bytes) return false;
+    const char* const tail = name + length - file_suffix_bytes;
+    for (usize i = 0; i < file_suffix_bytes; ++i) {
+        if (lower_case(tail[i]) != file_suffix[i]) return false;
+    }
+    return true;
+}
+
+} // namespace quarnex

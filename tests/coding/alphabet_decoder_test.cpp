@@ -1,0 +1,114 @@
+#include "coding/alphabet_decoder.h"
+
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+using test::bytes_of;
+
+/// Gives the numbers of a list, whatever it is asked for, and keeps what it is told.
+struct listed_source {
+    const std::vector<u32>* numbers;
+    bytes* followed;
+    usize bad_from = SIZE_MAX; // the number from which on all is damaged
+    usize taken = 0;
+
+    u32 take() { return taken < numbers->size() ? (*numbers)[taken++] : 0; }
+    u32 take_main() { return take(); }
+    u32 take_length() { return take(); }
+    u32 take_distance() { return take(); }
+    u32 take_extra(u32 count)
+    {
+        EXPECT_EQ(take(), count);
+        return take();
+    }
+    void follow(u8 byte) { followed->push_back(byte); }
+    bool good() const { return taken < bad_from; }
+};
+
+/// What a block of `size` bytes that starts with "a" becomes, and what its tokens ended with.
+struct outcome {
+    std::string block;
+    std::string followed;
+    bool operator==(const outcome&) const = default;
+};
+
+template <u32 MinMatch = 4>
+outcome decoded(const std::vector<u32>& numbers, u32 size, usize bad_from = SIZE_MAX)
+{
+    const auto block = test::exact_buffer(size + copy_match_overrun);
+    block[0] = 'a';
+    bytes followed;
+    const u32 len =
+        decode_alphabet<MinMatch>(listed_source{&numbers, &followed, bad_from}, block.get(), size);
+    return {{block.get(), block.get() + len}, {followed.begin(), followed.end()}};
+}
+
+TEST(alphabet_decoder, a_block_of_the_raw_byte_takes_nothing)
+{
+    EXPECT_EQ(decoded({}, 1), (outcome{"a", ""}));
+}
+
+TEST(alphabet_decoder, literals)
+{
+    EXPECT_EQ(decoded({'b', 'c'}, 3), (outcome{"abc", "bc"}));
+}
+
+TEST(alphabet_decoder, a_match_of_the_shortest_length)
+{
+    EXPECT_EQ(decoded<4>({'b', 256, 1, 'x'}, 7), (outcome{"abababx", "bbx"}));
+    EXPECT_EQ(decoded<3>({'b', 256, 1, 'x'}, 6), (outcome{"ababax", "bax"}));
+    EXPECT_EQ(decoded<2>({'b', 256, 1, 'x'}, 5), (outcome{"ababx", "bbx"}));
+}
+
+TEST(alphabet_decoder, a_long_match_takes_a_slot_and_its_extra_bits_before_the_distance)
+{
+    EXPECT_EQ(decoded({287, 0, 0}, 36), (outcome{std::string(36, 'a'), "a"}));
+    // Slot 7 is 12 and 2 extra bits: 35 + 12 + 2.
+    EXPECT_EQ(decoded({287, 7, 2, 2, 0, 'x'}, 51), (outcome{std::string(50, 'a') + 'x', "ax"}));
+}
+
+TEST(alphabet_decoder, a_distance_with_extra_bits)
+{
+    // Slot 4 and 1: offset 5, distance 6.
+    EXPECT_EQ(decoded({'b', 'c', 'd', 'e', 'f', 256, 4, 1, 1}, 10),
+              (outcome{"abcdefabcd", "bcdefd"}));
+}
+
+TEST(alphabet_decoder, follows_the_last_byte_of_each_match_whether_it_repeats_itself_or_not)
+{
+    for (u32 dist = 1; dist <= 3; ++dist) {
+        for (u32 len = 2; len <= 5; ++len) {
+            const outcome out = decoded<2>({'b', 'c', 256 + len - 2, dist - 1}, 3 + len);
+            EXPECT_EQ(out.followed, std::string("bc") + out.block.back()) << dist << ' ' << len;
+        }
+    }
+}
+
+TEST(alphabet_decoder, the_last_match_is_cut_at_the_end_of_the_block)
+{
+    EXPECT_EQ(decoded({'b', 256, 1}, 5), (outcome{"ababa", "ba"}));
+    EXPECT_EQ(decoded({'b', 256, 1}, 3), (outcome{"aba", "ba"}));
+    // The longest: slot 63 with all extra bits.
+    EXPECT_EQ(decoded({'b', 287, 63, 30, (1U << 30) - 1, 1}, 9), (outcome{"ababababa", "ba"}));
+}
+
+TEST(alphabet_decoder, a_distance_before_the_block_ends_it)
+{
+    EXPECT_EQ(decoded({'b', 256, 2, 'x'}, 9), (outcome{"ab", "b"}));
+    EXPECT_EQ(decoded({'b', 256, 63, 30, (1U << 30) - 1, 'x'}, 9), (outcome{"ab", "b"}));
+}
+
+TEST(alphabet_decoder, a_token_that_is_not_good_ends_the_block_in_front_of_it)
+{
+    EXPECT_EQ(decoded({'b', 'c', 'd'}, 4, 3).block, "abc");
+    EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 3).block, "ab");
+    EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 4).block, "abbbbb");
+}
+
+} // namespace
+} // namespace quarnex

@@ -1,0 +1,83 @@
+#include "coding/bit_reader.h"
+
+#include "support/codec_runs.h"
+
+#include <gtest/gtest.h>
+
+namespace quarnex {
+namespace {
+
+using test::bytes;
+
+/// Bytes behind the last one asked for that a reader can load.
+constexpr usize read_ahead = 7 + 8;
+
+TEST(bit_reader, the_first_bit_is_the_highest_of_the_first_byte)
+{
+    bytes in{0xB0, 0xF1, 0x80};
+    in.resize(in.size() + read_ahead);
+    bit_reader reader(in.data());
+    EXPECT_EQ(reader.taken_end(), in.data());
+    reader.refill();
+    EXPECT_EQ(reader.taken_end(), in.data());
+    EXPECT_EQ(reader.peek(4), 0b1011U);
+    EXPECT_EQ(reader.peek(4), 0b1011U);
+    EXPECT_EQ(reader.take(3), 0b101U);
+    EXPECT_EQ(reader.taken_end(), in.data() + 1);
+    reader.drop(5);
+    EXPECT_EQ(reader.taken_end(), in.data() + 1);
+    EXPECT_EQ(reader.take(9), 0b1'1110'0011U);
+    EXPECT_EQ(reader.taken_end(), in.data() + 3);
+}
+
+TEST(bit_reader, a_refilled_window_holds_56_bits)
+{
+    for (u32 dropped = 0; dropped < 16; ++dropped) {
+        bytes in(10, 0xFF);
+        in.resize(in.size() + read_ahead);
+        bit_reader reader(in.data());
+        reader.refill();
+        reader.drop(dropped);
+        reader.refill();
+        EXPECT_EQ(reader.take(32), 0xFFFFFFFFU) << dropped;
+        EXPECT_EQ(reader.take(24), 0xFFFFFFU) << dropped;
+        EXPECT_EQ(reader.taken_end(), in.data() + (dropped + 56 + 7) / 8) << dropped;
+    }
+}
+
+/// Takes all bits of a random string in random pieces, with windows filled by `fill`.
+template <class Fill>
+void expect_all_bits(Fill fill)
+{
+    for (u64 seed = 1; seed <= 50; ++seed) {
+        const bytes data = test::find_shape("random").make(3000, seed);
+        const auto in = test::exact_buffer(data.size() + read_ahead);
+        std::copy(data.begin(), data.end(), in.get());
+        bit_reader reader(in.get());
+        test::random_source random(seed);
+        usize at = 0;
+        for (;;) {
+            const u32 count = 1 + random.below(32);
+            if (at + count > 8 * data.size()) break;
+            u64 expected = 0;
+            for (u32 i = 0; i < count; ++i, ++at)
+                expected = expected << 1 | (data[at / 8] >> (7 - at % 8) & 1);
+            fill(reader, count);
+            ASSERT_EQ(reader.take(count), expected) << at;
+            ASSERT_EQ(reader.taken_end(), in.get() + (at + 7) / 8) << at;
+        }
+    }
+}
+
+TEST(bit_reader, takes_1_to_32_bits_from_refilled_windows)
+{
+    expect_all_bits([](bit_reader& reader, u32) { reader.refill(); });
+}
+
+TEST(bit_reader, takes_1_to_32_bits_where_it_asks_for_just_these)
+{
+    expect_all_bits([](bit_reader& reader, u32 count) { reader.need(count); });
+}
+
+} // namespace
+} // namespace quarnex
