@@ -1,50 +1,47 @@
 // common/owned_array.h - a heap array with one owner, null when memory ran out
 //
-// std::unique_ptr<T[]> with the ways of making one that this program needs: none constructs
-// elements one by one, and none throws.
+// std::unique_ptr<T[]> over an allocator (common/allocator.h).  Elements are not constructed one by
+// one, and nothing throws.
 #pragma once
 
-#include "common/platform.h"
+#include "common/allocator.h"
+#include "common/platform/memory.h"
 #include "common/types.h"
 
-#include <cstdlib>
 #include <memory>
 #include <type_traits>
 
 namespace quarnex {
 
-struct free_memory {
-    void operator()(void* memory) const { std::free(memory); }
+/// Gives memory back to the allocator it came from.
+struct return_memory {
+    const allocator* source = nullptr;
+    usize size = 0; // in bytes
+    memory_kind kind = memory_kind::plain;
+    void operator()(void* memory) const { source->release(source->context, memory, size, kind); }
 };
 
+/// The allocator must outlive the array.
 template <class T>
-using owned_array = std::unique_ptr<T[], free_memory>;
+using owned_array = std::unique_ptr<T[], return_memory>;
 
-/// `count` elements of undefined content; null when there is no memory for them.
+/// Returns `count` elements, null when there is no memory for them.  No elements take one byte.
 template <class T>
-[[nodiscard]] owned_array<T> make_array(usize count)
+[[nodiscard]] owned_array<T> make_array(const allocator& source, usize count,
+                                        memory_kind kind = memory_kind::plain)
 {
-    static_assert(std::is_trivial_v<T>);
+    static_assert(std::is_trivially_destructible_v<T>);
     if (count > SIZE_MAX / sizeof(T)) return {};
-    return owned_array<T>(static_cast<T*>(std::malloc(count * sizeof(T))));
+    const usize size = count != 0 ? count * sizeof(T) : 1;
+    void* const memory = source.allocate(source.context, size, kind);
+    return {static_cast<T*>(memory), return_memory{&source, size, kind}};
 }
 
-/// `size` bytes of undefined content at the start of a large page, in large pages as far as the
-/// system has them: a large array then costs few page faults.  Null when there is no memory.
-[[nodiscard]] inline owned_array<u8> make_large_buffer(usize size)
-{
-    owned_array<u8> buffer(static_cast<u8*>(allocate_for_large_pages(size)));
-    if (buffer) prefer_large_pages(buffer.get(), size);
-    return buffer;
-}
-
-/// `count` elements of value zero; null when there is no memory for them.  Large arrays come as
-/// fresh pages, which cost nothing until they are touched.
+/// Returns `count` elements of value zero; null when there is no memory for them.
 template <class T>
-[[nodiscard]] owned_array<T> make_zeroed_array(usize count)
+[[nodiscard]] owned_array<T> make_zeroed_array(const allocator& source, usize count)
 {
-    static_assert(std::is_trivial_v<T>);
-    return owned_array<T>(static_cast<T*>(std::calloc(count, sizeof(T))));
+    return make_array<T>(source, count, memory_kind::zeroed);
 }
 
 /// Whether large pages pay for a table of `size` bytes that is touched at some `uses` places:
@@ -54,12 +51,12 @@ constexpr bool large_pages_pay(usize size, usize uses)
     return uses >= size / (large_page_size / 64);
 }
 
-/// make_zeroed_array() for a table of which some `uses` elements are touched, here and there.  It
-/// comes in large pages where they pay.
+/// Like make_zeroed_array(), for a table of which some `uses` scattered elements are touched: in
+/// large pages where they pay.
 template <class T>
-[[nodiscard]] owned_array<T> make_zeroed_table(usize count, usize uses)
+[[nodiscard]] owned_array<T> make_zeroed_table(const allocator& source, usize count, usize uses)
 {
-    owned_array<T> table = make_zeroed_array<T>(count);
+    owned_array<T> table = make_zeroed_array<T>(source, count);
     if (table && large_pages_pay(count * sizeof(T), uses)) {
         prefer_large_pages(table.get(), count * sizeof(T));
     }

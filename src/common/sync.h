@@ -1,11 +1,11 @@
 // common/sync.h - mutex and condition variable that Clang's thread-safety analysis understands
 //
-// Thin covers of the standard ones.  Data that a mutex guards is marked GUARDED_BY, and a build
-// with Clang refuses code that touches it without the lock.
+// Thin wrappers of POSIX threads, which have no failures here (the standard ones may throw).  Data
+// that a mutex guards is marked GUARDED_BY, and a build with Clang refuses code that touches it
+// without the lock.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include <pthread.h>
 
 #if defined(__clang__)
 #define QUARNEX_THREAD_ANNOTATION(x) __attribute__((x))
@@ -19,12 +19,17 @@ namespace quarnex {
 
 class QUARNEX_THREAD_ANNOTATION(capability("mutex")) guard_mutex {
   public:
-    void lock() QUARNEX_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
-    void unlock() QUARNEX_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+    guard_mutex() = default;
+    ~guard_mutex() { pthread_mutex_destroy(&mutex_); }
+    guard_mutex(const guard_mutex&) = delete;
+    guard_mutex& operator=(const guard_mutex&) = delete;
+
+    void lock() QUARNEX_THREAD_ANNOTATION(acquire_capability()) { pthread_mutex_lock(&mutex_); }
+    void unlock() QUARNEX_THREAD_ANNOTATION(release_capability()) { pthread_mutex_unlock(&mutex_); }
 
   private:
     friend class guard_condition;
-    std::mutex mutex_;
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
 /// Holds a mutex for the length of a scope.
@@ -46,17 +51,17 @@ class QUARNEX_THREAD_ANNOTATION(scoped_lockable) scoped_lock {
 /// A condition variable.  Waits can end without a reason: callers test their condition in a loop.
 class guard_condition {
   public:
+    guard_condition() = default;
+    ~guard_condition() { pthread_cond_destroy(&condition_); }
+    guard_condition(const guard_condition&) = delete;
+    guard_condition& operator=(const guard_condition&) = delete;
+
     /// Releases `mutex`, which the caller holds, waits, and takes it again.
-    void wait(guard_mutex& mutex) REQUIRES(mutex)
-    {
-        std::unique_lock lock(mutex.mutex_, std::adopt_lock);
-        condition_.wait(lock);
-        lock.release();
-    }
-    void notify_one() { condition_.notify_one(); }
+    void wait(guard_mutex& mutex) REQUIRES(mutex) { pthread_cond_wait(&condition_, &mutex.mutex_); }
+    void notify_one() { pthread_cond_signal(&condition_); }
 
   private:
-    std::condition_variable condition_;
+    pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;
 };
 
 } // namespace quarnex

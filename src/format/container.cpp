@@ -28,13 +28,13 @@ std::array<u8, file_header_bytes> pack_file_header(const file_header& header)
     const file_parameters& parameters = header.parameters;
     std::memcpy(bytes.data(), magic.data(), magic.size());
     store_u64(&bytes[at_size], header.original_size);
-    bytes[at_method] = parameters.method;
-    bytes[at_level] = parameters.level;
-    bytes[at_lit_ctx_bits] = parameters.lit_ctx_bits;
+    bytes[at_method] = parameters.codec.method;
+    bytes[at_level] = parameters.codec.level;
+    bytes[at_lit_ctx_bits] = parameters.codec.lit_ctx_bits;
     bytes[at_filter_flags] = parameters.filter_flags;
     store_u16(&bytes[at_block_mb], parameters.block_mb);
-    store_u32(&bytes[at_hash_bits], static_cast<u32>(parameters.hash_bits));
-    store_u32(&bytes[at_chain_bits], static_cast<u32>(parameters.chain_bits));
+    store_u32(&bytes[at_hash_bits], static_cast<u32>(parameters.codec.hash_bits));
+    store_u32(&bytes[at_chain_bits], static_cast<u32>(parameters.codec.chain_bits));
     return bytes;
 }
 
@@ -42,13 +42,13 @@ bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_hea
 {
     if (std::memcmp(&bytes[1], &magic[1], magic.size() - 1) != 0) return false;
     header.original_size = load_u64(&bytes[at_size]);
-    header.parameters.method = bytes[at_method];
-    header.parameters.level = bytes[at_level];
-    header.parameters.lit_ctx_bits = bytes[at_lit_ctx_bits];
+    header.parameters.codec.method = bytes[at_method];
+    header.parameters.codec.level = bytes[at_level];
+    header.parameters.codec.lit_ctx_bits = bytes[at_lit_ctx_bits];
     header.parameters.filter_flags = bytes[at_filter_flags];
     header.parameters.block_mb = load_u16(&bytes[at_block_mb]);
-    header.parameters.hash_bits = static_cast<i32>(load_u32(&bytes[at_hash_bits]));
-    header.parameters.chain_bits = static_cast<i32>(load_u32(&bytes[at_chain_bits]));
+    header.parameters.codec.hash_bits = static_cast<i32>(load_u32(&bytes[at_hash_bits]));
+    header.parameters.codec.chain_bits = static_cast<i32>(load_u32(&bytes[at_chain_bits]));
     return true;
 }
 

@@ -7,7 +7,7 @@
 // from a record's place to its block's number.
 #pragma once
 
-#include "pipeline/codec.h"
+#include "format/file_parameters.h"
 
 #include <array>
 

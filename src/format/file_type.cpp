@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <string>
 
 namespace quarnex {
 namespace {
@@ -114,14 +113,17 @@ type_number classify_text(std::span<const u8> sample)
 
 type_number classify_name(std::string_view name)
 {
-    constexpr usize shortest = 2;
+    constexpr usize min_length = 2;
     const usize dot = name.rfind('.');
     if (dot == std::string_view::npos) return type_unknown;
-    std::string extension(name.substr(dot + 1)); // with a separator in it, it is in no row
-    if (extension.size() < shortest) return type_unknown;
-    std::transform(extension.begin(), extension.end(), extension.begin(), lower_case);
-    const auto row = std::find_if(extension_table.begin(), extension_table.end(),
-                                  [&](const auto& each) { return each.extension == extension; });
+    name.remove_prefix(dot + 1); // with a separator in it, it is in no row
+    if (name.size() < min_length) return type_unknown;
+    const auto row =
+        std::find_if(extension_table.begin(), extension_table.end(), [&](const auto& each) {
+            return std::equal(name.begin(), name.end(), each.extension.begin(),
+                              each.extension.end(),
+                              [](char a, char b) { return lower_case(a) == b; });
+        });
     return row != extension_table.end() ? row->type : type_unknown;
 }
 
@@ -132,8 +134,9 @@ void classify_file(std::span<const u8> sample, std::string_view name, file_param
     if (number == type_unknown) number = classify_name(name);
     const file_type& type = file_type_table[number];
     parameters.filter_flags = type.flags & static_cast<u8>(~type_has_alternative);
-    const u32 bits = parameters.lit_ctx_bits != 0 ? parameters.lit_ctx_bits : type.lit_ctx_bits;
-    parameters.lit_ctx_bits = static_cast<u8>(std::min(bits, most_lit_ctx_bits));
+    const u32 bits =
+        parameters.codec.lit_ctx_bits != 0 ? parameters.codec.lit_ctx_bits : type.lit_ctx_bits;
+    parameters.codec.lit_ctx_bits = static_cast<u8>(std::min(bits, most_lit_ctx_bits));
 }
 
 } // namespace quarnex

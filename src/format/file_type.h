@@ -5,8 +5,8 @@
 // many literal context bits the codecs use, and the pre-filter.
 #pragma once
 
+#include "format/file_parameters.h"
 #include "format/file_type_tables.h"
-#include "pipeline/codec.h"
 
 #include <span>
 #include <string_view>

@@ -1,6 +1,8 @@
 #include "frontend/options.h"
 
 #include "frontend/path.h"
+#include "pipeline/engine.h"
+#include "pipeline/parameters.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -14,7 +16,6 @@ namespace {
 constexpr u8 default_level = 9;
 constexpr i32 most_block_mb = 2047; // block lengths are signed 32-bit numbers in places
 constexpr i32 most_hash_bits = 30;
-constexpr u16 ring_block_mb = 16; // positions in the rings of levels 4 to 7 have 24 bits
 
 bool is_digit(char c)
 {
@@ -32,12 +33,12 @@ i32 number_at(const char* text)
 /// "-ml": a method digit, and a level digit or nothing.
 void parse_method(const char* argument, options& parsed)
 {
-    parsed.job_template.method = static_cast<u8>(argument[1] - '0');
+    parsed.job_template.codec.method = static_cast<u8>(argument[1] - '0');
     const char level = argument[2];
     if (level == '\0') {
-        parsed.job_template.level = default_level;
+        parsed.job_template.codec.level = default_level;
     } else if (is_digit(level)) {
-        parsed.job_template.level = static_cast<u8>(level - '0');
+        parsed.job_template.codec.level = static_cast<u8>(level - '0');
     } else {
         parsed.fault = option_fault::unknown_level;
     }
@@ -53,7 +54,7 @@ void parse_compress_option(const char* argument, u32 processors, options& parsed
     }
     switch (argument[1]) {
     case 'D':
-        parsed.job_template.hash_bits = number_at(value);
+        parsed.job_template.codec.hash_bits = number_at(value);
         break;
     case 'b':
         parsed.job_template.block_mb = static_cast<u16>(number_at(value));
@@ -108,7 +109,7 @@ void check_values(options& parsed)
     if (parameters.block_mb == 0 || parameters.block_mb > most_block_mb) {
         refuse(parsed,
                "the block size (-b) must be 1 to " + std::to_string(most_block_mb) + " MiB");
-    } else if (parameters.hash_bits > most_hash_bits) {
+    } else if (parameters.codec.hash_bits > most_hash_bits) {
         refuse(parsed, "the hash size (-D) must be at most " + std::to_string(most_hash_bits));
     }
 }
@@ -140,13 +141,11 @@ options parse_options(int argc, const char* const* argv, u32 processors)
     if (dash_d || named_so) parsed.mode = direction::decompress;
     parsed.thread_count = std::min(parsed.thread_count, max_workers);
     const bool compress = parsed.mode == direction::compress;
-    if (parsed.names.size() < 2 || (compress && !is_method(parsed.job_template.method))) {
+    if (parsed.names.size() < 2 || (compress && !is_method(parsed.job_template.codec.method))) {
         parsed.fault = option_fault::usage;
         return parsed;
     }
-    if (parsed.job_template.level >= 4 && parsed.job_template.level <= 7) {
-        parsed.job_template.block_mb = std::min(parsed.job_template.block_mb, ring_block_mb);
-    }
+    cap_block_size(parsed.job_template);
     check_values(parsed);
     parsed.destination = std::move(parsed.names.back());
     parsed.names.pop_back();

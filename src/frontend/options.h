@@ -1,7 +1,8 @@
 // frontend/options.h - the command line
 #pragma once
 
-#include "pipeline/pipeline.h"
+#include "format/file_parameters.h"
+#include "pipeline/events.h"
 
 #include <string>
 #include <vector>

@@ -1,13 +1,13 @@
 // frontend/path.h - paths taken apart and put together
 #pragma once
 
-#include "common/platform.h"
+#include "frontend/system.h"
 
 #include <string>
 
 namespace quarnex {
 
-/// Where the last part of `path` starts: behind the last of the path_part_marks.
+/// Where the last component of `path` starts: after the last of the path_part_marks.
 inline usize last_part(const std::string& path)
 {
     const usize mark = path.find_last_of(path_part_marks);

@@ -44,6 +44,14 @@ dir_walk::dir_walk(const std::string& root, const file_identity& excluded)
     open(root);
 }
 
+dir_walk dir_walk::in_place(const std::string& root, const file_identity& destination)
+{
+    dir_walk walk(root, destination);
+    walk.relative_start_ = path_below(root, "").size();
+    walk.in_place_ = true;
+    return walk;
+}
+
 void dir_walk::open(const std::string& directory)
 {
     std::vector<std::string> names = list_directory(directory.c_str());
@@ -62,7 +70,7 @@ std::optional<walk_entry> dir_walk::next()
         const auto kind = find_kind(*name);
         if (!kind) continue;
         if (*kind == file_kind::directory && levels_.size() < most_levels) open(*name);
-        return walk_entry{*name, relative_part(*name, relative_start_), *kind};
+        return walk_entry{*name, relative_part(*name, relative_start_), *kind, in_place_};
     }
     return {};
 }
@@ -113,8 +121,8 @@ std::optional<walk_entry> walker::start(const std::string& name)
         return {};
     }
     if (status->identity == destination_) {
-        std::fprintf(stderr, "%s: skipped, it is the destination\n", name.c_str());
-        return {};
+        below_ = dir_walk::in_place(name, destination_);
+        return below_.next();
     }
     if (status->kind == file_kind::directory) below_ = dir_walk(name, destination_);
     return walk_entry{name, relative_part(name, relative_start(name)), status->kind};

@@ -7,7 +7,7 @@
 // there later are no inputs, and nothing is held open between two entries.
 #pragma once
 
-#include "common/platform.h"
+#include "frontend/system.h"
 
 #include <optional>
 #include <span>
@@ -21,6 +21,7 @@ struct walk_entry {
     std::string name;
     std::string relative; // the part of the name that goes below the destination
     file_kind kind = file_kind::other;
+    bool in_place = false; // its outputs lie beside it
 };
 
 /// The walk below one directory.
@@ -35,6 +36,8 @@ class dir_walk {
     /// A walk that is used up.
     dir_walk() = default;
     dir_walk(const std::string& root, const file_identity& excluded);
+    /// The walk below the destination itself: all parts are relative to it.
+    static dir_walk in_place(const std::string& root, const file_identity& destination);
 
     /// The next entry, or nothing at the end.
     std::optional<walk_entry> next();
@@ -50,6 +53,7 @@ class dir_walk {
     std::optional<file_kind> find_kind(const std::string& name) const;
 
     usize relative_start_ = 0; // in all names
+    bool in_place_ = false;
     file_identity excluded_;
     std::vector<level> levels_;
 };
@@ -58,7 +62,8 @@ class dir_walk {
 class walker {
   public:
     /// `names` must outlive the walk.  None of them is an input if the first is longer than the
-    /// system takes.  The directory `destination` is not entered.
+    /// system takes.  The directory `destination` is not entered where a walk meets it; named in
+    /// the list, it is walked in place.
     walker(std::span<const std::string> names, const std::string& destination);
 
     /// The next entry, or nothing at the end.  A name of the list that can't be an input costs a

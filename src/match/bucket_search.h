@@ -5,8 +5,9 @@
 // may come from another hash value.  Every candidate is verified by its first four bytes: such an
 // entry, or a stale one, costs time but never correctness.
 //
-// The tables are large (128 MiB at the highest levels) and mostly empty.  Threads keep them from
-// block to block (table_memory.h), and each bucket is fetched some positions before it is needed.
+// The tables are large (128 MiB at the highest levels) and mostly empty.  Their
+// memory is kept from block to block (table_memory.h), and each bucket is prefetched some positions
+// before it is needed.
 #pragma once
 
 #include "match/concepts.h"
@@ -24,8 +25,8 @@ class bucket_array {
   public:
     /// Zeros for a block of `positions` bytes.  `size` entries belong to a hash value.  Without
     /// memory it converts to false.
-    bucket_array(i32 hash_bits, u32 size, u32 positions)
-        : entries_((usize{1} << hash_bits) + size - 1, positions), hash_bits_(hash_bits),
+    bucket_array(i32 hash_bits, u32 size, u32 positions, scratch& memory)
+        : entries_(memory, (usize{1} << hash_bits) + size - 1, positions), hash_bits_(hash_bits),
           size_(size)
     {
     }
@@ -62,7 +63,10 @@ template <u32 Start>
 class pair_table {
   public:
     /// For a block of `positions` bytes.
-    pair_table(search_bits bits, u32 positions) : buckets_(bits.hash_bits, 2, positions) {}
+    pair_table(search_bits bits, u32 positions, scratch& memory)
+        : buckets_(bits.hash_bits, 2, positions, memory)
+    {
+    }
 
     bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
@@ -115,8 +119,8 @@ class pair_table {
 class ring_table {
   public:
     /// For a block of `positions` bytes.
-    ring_table(search_bits bits, u32 positions)
-        : size_(1U << bits.chain_bits), buckets_(bits.hash_bits, size_, positions)
+    ring_table(search_bits bits, u32 positions, scratch& memory)
+        : size_(1U << bits.chain_bits), buckets_(bits.hash_bits, size_, positions, memory)
     {
     }
 
@@ -259,9 +263,9 @@ static_assert(fetch_ahead + 4 <= search_reads_past);
 /// `out`, or nothing without memory for the table.
 template <bucket_table Table, token_writer Writer>
 [[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
-                                                   Writer out)
+                                                   scratch& memory, Writer out)
 {
-    Table table(bits, text.size);
+    Table table(bits, text.size, memory);
     if (!table.buckets()) return {};
     bucket_array& buckets = table.buckets();
     u32 fetched = 0;

@@ -166,8 +166,8 @@ struct parse_nodes {
 template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
-    forward_parser(const block_text& text, Prices prices)
-        : text_(text), prices_(std::move(prices)), earlier_(text)
+    forward_parser(const block_text& text, const allocator& source, Prices prices)
+        : text_(text), prices_(std::move(prices)), earlier_(text, source)
     {
         for (u32 pos = 1; pos < std::min(Writer::first_pos, text.size); ++pos) {
             earlier_.trie_insert(pos);
@@ -258,10 +258,10 @@ void parse_windows(const block_text& text, Parser& parser, Writer& out)
 /// Writes a block with the matches of the match lists that its prices choose.  Returns `out`, or
 /// nothing without memory for the lists.
 template <price_list Prices, token_writer Writer>
-[[nodiscard]] std::optional<Writer> parse_backward(const block_text& text, Prices prices,
-                                                   Writer out)
+[[nodiscard]] std::optional<Writer> parse_backward(const block_text& text, const allocator& source,
+                                                   Prices prices, Writer out)
 {
-    std::optional<match_lists> lists = find_match_lists(text);
+    std::optional<match_lists> lists = find_match_lists(text, source);
     if (!lists) return {};
     backward_parser<Prices, Writer> parser(text, std::move(*lists), std::move(prices));
     parse_windows(text, parser, out);
@@ -270,9 +270,10 @@ template <price_list Prices, token_writer Writer>
 
 /// Writes a block with the matches of the trie that its prices choose.  Returns `out`.
 template <price_list Prices, token_writer Writer>
-[[nodiscard]] Writer parse_forward(const block_text& text, Prices prices, Writer out)
+[[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices prices,
+                                   Writer out)
 {
-    forward_parser<Prices, Writer> parser(text, std::move(prices));
+    forward_parser<Prices, Writer> parser(text, source, std::move(prices));
     parse_windows(text, parser, out);
     return out;
 }

@@ -8,7 +8,7 @@
 // full.  It returns the writer, or nothing without memory for the table.
 #pragma once
 
-#include "common/owned_array.h"
+#include "common/scratch.h"
 #include "match/concepts.h"
 #include "match/found_match.h"
 
@@ -21,8 +21,8 @@ namespace quarnex {
 class fast_hash_table {
   public:
     /// A table with all entries at the block's start.  Without memory it converts to false.
-    explicit fast_hash_table(i32 hash_bits)
-        : entries_(make_zeroed_array<u32>(usize{1} << hash_bits)), hash_bits_(hash_bits)
+    fast_hash_table(i32 hash_bits, const allocator& source)
+        : entries_(make_zeroed_array<u32>(source, usize{1} << hash_bits)), hash_bits_(hash_bits)
     {
     }
 
@@ -58,9 +58,9 @@ enum class inserts {
 /// Every position outside a match is looked up and entered.
 template <inserts Inserts, token_writer Writer>
 [[nodiscard]] std::optional<Writer> search_greedy(const block_text text, search_bits bits,
-                                                  Writer out)
+                                                  scratch& memory, Writer out)
 {
-    fast_hash_table table(bits.hash_bits);
+    fast_hash_table table(bits.hash_bits, memory.source);
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         const u32 cand = table.exchange(text, pos);
@@ -82,9 +82,10 @@ template <inserts Inserts, token_writer Writer>
 
 /// Lazy search: a match is compared with the one of the next position before it is taken.
 template <token_writer Writer>
-[[nodiscard]] std::optional<Writer> search_lazy(const block_text text, search_bits bits, Writer out)
+[[nodiscard]] std::optional<Writer> search_lazy(const block_text text, search_bits bits,
+                                                scratch& memory, Writer out)
 {
-    fast_hash_table table(bits.hash_bits);
+    fast_hash_table table(bits.hash_bits, memory.source);
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         const u32 cand = table.exchange(text, pos);

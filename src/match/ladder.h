@@ -1,10 +1,10 @@
-// match/ladder.h - what the encoders of all methods have in common: from a level to a stream
+// match/ladder.h - what the encoders of all methods share: from a level to a stream
 //
-// A method names its encoders, each a search with its token writer, and lists them by level.  A job
-// is a block_job; this folder knows no more of it than is used here, shorter_stream() and
-// report_no_memory() included.
+// A method names its encoders, each a search with its token writer, and lists them by level.
 #pragma once
 
+#include "coding/codec.h"
+#include "common/scratch.h"
 #include "match/concepts.h"
 #include "match/cost_parse.h"
 #include "match/text.h"
@@ -14,36 +14,46 @@
 
 namespace quarnex {
 
+template <token_writer Writer>
+block_text text_of(const codec_job& job)
+{
+    return {job.in_buf, job.in_len, longest_dist<Writer>};
+}
+
+/// The result of an encoder whose writer is `written`, or nothing for want of `missing`.
+template <token_writer Writer>
+codec_result finish_stream(const codec_job& job, std::optional<Writer> written,
+                           codec_status missing)
+{
+    return written ? shorter_stream(job, written->finish()) : codec_result{.status = missing};
+}
+
 /// Encodes the block of a job with what `Search` finds, written by `out`, whose finish() ends the
-/// stream and gives its length.  Returns the length of the stream, or of the block that took its
-/// place, or -1 without memory for the search.
-template <auto Search, class Job, token_writer Writer>
-i32 encode_with(const Job& job, Writer out)
+/// stream and gives its length.
+template <auto Search, token_writer Writer>
+codec_result encode_with(const codec_job& job, Writer out)
 {
     const search_bits bits{job.parameters.hash_bits, job.parameters.chain_bits};
-    std::optional<Writer> written =
-        Search(block_text{job.in_buf, job.in_len, longest_dist<Writer>}, bits, out);
-    return written ? shorter_stream(job, written->finish()) : -1;
+    return finish_stream<Writer>(job, Search(text_of<Writer>(job), bits, *job.memory, out),
+                                 codec_status::no_table);
 }
 
-/// Encodes the block of a job as the backward parse chooses, by `prices`.  Returns what
-/// encode_with() returns; without memory for the match lists it reports that.
-template <class Job, price_list Prices, token_writer Writer>
-i32 encode_backward(const Job& job, Prices prices, Writer out)
+/// Encodes the block of a job as the backward parse chooses, by `prices`.
+template <price_list Prices, token_writer Writer>
+codec_result encode_backward(const codec_job& job, Prices prices, Writer out)
 {
-    std::optional<Writer> written =
-        parse_backward(block_text{job.in_buf, job.in_len, longest_dist<Writer>}, std::move(prices),
-                       std::move(out));
-    return written ? shorter_stream(job, written->finish()) : report_no_memory(job);
+    return finish_stream<Writer>(
+        job,
+        parse_backward(text_of<Writer>(job), job.memory->source, std::move(prices), std::move(out)),
+        codec_status::no_lists);
 }
 
-/// Encodes the block of a job as the forward parse chooses, by `prices`.  Returns the length of the
-/// stream, or of the block that took its place.
-template <class Job, price_list Prices, token_writer Writer>
-i32 encode_forward(const Job& job, Prices prices, Writer out)
+/// Encodes the block of a job as the forward parse chooses, by `prices`.
+template <price_list Prices, token_writer Writer>
+codec_result encode_forward(const codec_job& job, Prices prices, Writer out)
 {
-    Writer written = parse_forward(block_text{job.in_buf, job.in_len, longest_dist<Writer>},
-                                   std::move(prices), std::move(out));
+    Writer written =
+        parse_forward(text_of<Writer>(job), job.memory->source, std::move(prices), std::move(out));
     return shorter_stream(job, written.finish());
 }
 
@@ -51,14 +61,26 @@ inline constexpr u32 ladder_levels = 10;
 /// What a level above the last one searches like.
 inline constexpr u32 ladder_default = 7;
 
-/// Runs the encoder of the job's level.  Returns its result, or 0 for an empty block.
-template <class Job, class... State>
-i32 encode_level(i32 (*const (&levels)[ladder_levels])(const Job&, State&...), const Job& job,
-                 State&... state)
+/// Runs the encoder of the job's level.  An empty block has an empty stream.
+template <class... State>
+codec_result encode_level(codec_result (*const (&levels)[ladder_levels])(const codec_job&,
+                                                                         State&...),
+                          const codec_job& job, State&... state)
 {
-    if (job.in_len == 0) return 0;
+    if (job.in_len == 0) return {};
     const u32 level = job.parameters.level;
     return levels[level < ladder_levels ? level : ladder_default](job, state...);
+}
+
+/// Bytes that the search of a level takes at most for a block of `len` bytes: memory() of stateless
+/// encoders.
+u64 search_memory(const codec_parameters& parameters, u32 len);
+
+/// memory() of encoders with a State.
+template <class State>
+u64 search_and_state_memory(const codec_parameters& parameters, u32 len)
+{
+    return search_memory(parameters, len) + sizeof(State);
 }
 
 } // namespace quarnex

@@ -142,10 +142,10 @@ void sort_u32(u32* numbers, usize count)
     }
 }
 
-bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp)
+bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp, const allocator& source)
 {
     // First by position: the suffix in front, then how many bytes are shared with it.
-    const owned_array<u32> shared = make_array<u32>(n);
+    const owned_array<u32> shared = make_array<u32>(source, n);
     if (!shared) return false;
     shared[sa[0]] = sa[0];
     for (u32 k = 1; k < n; ++k) shared[sa[k]] = sa[k - 1];
@@ -197,18 +197,18 @@ void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
     }
 }
 
-std::optional<match_lists> find_match_lists(const block_text& text)
+std::optional<match_lists> find_match_lists(const block_text& text, const allocator& source)
 {
     const u32 n = text.size;
     // The sorter's numbers have a sign, but use it only on the way.
-    const owned_array<u32> sa = make_array<u32>(n);
+    const owned_array<u32> sa = make_array<u32>(source, n);
     if (!sa) return {};
     const bool sorted =
         divsufsort(text.data, reinterpret_cast<saidx_t*>(sa.get()), static_cast<saidx_t>(n)) == 0;
-    const owned_array<u8> lcp = make_zeroed_array<u8>(usize{n} + 1);
+    const owned_array<u8> lcp = make_zeroed_array<u8>(source, usize{n} + 1);
     if (!lcp) return {};
-    const bool compared = sorted && lcp_bytes(text.data, sa.get(), n, lcp.get());
-    match_lists lists{make_zeroed_table<u8>(n, n), make_zeroed_table<u32>(n, n)};
+    const bool compared = sorted && lcp_bytes(text.data, sa.get(), n, lcp.get(), source);
+    match_lists lists{make_zeroed_table<u8>(source, n, n), make_zeroed_table<u32>(source, n, n)};
     if (!lists.mlen || !lists.mpos) return {};
     if (compared) sa_match_lists(sa.get(), n, lcp.get(), lists.mpos.get(), lists.mlen.get());
     return lists;

@@ -23,14 +23,20 @@ struct match_lists {
     owned_array<u32> mpos; // where the match is
 };
 
-/// Lists the matches of a block of 1 to 2^31 - 1 bytes.  Nothing without memory for the lists or
-/// for the suffix array.
-[[nodiscard]] std::optional<match_lists> find_match_lists(const block_text& text);
+/// Bytes that find_match_lists() takes for each byte of a block: the suffix array and the common
+/// prefixes, and the lists.
+inline constexpr u32 match_list_bytes = 10;
+
+/// Lists the matches of a block of 1 to 2^31 - 1 bytes, in memory from `source`.  Nothing without
+/// memory for the lists or for the suffix array.
+[[nodiscard]] std::optional<match_lists> find_match_lists(const block_text& text,
+                                                          const allocator& source);
 
 /// Finds how many bytes neighbours in the suffix array `sa` (of `n` suffixes) share, at most
 /// longest_listed_match: lcp[k], for k from 1 to n - 1, is that of sa[k - 1] and sa[k].  Without
-/// memory it returns false and leaves `lcp` alone.
-[[nodiscard]] bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp);
+/// memory (from `source`, 4 bytes for each suffix) it returns false and leaves `lcp` alone.
+[[nodiscard]] bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp,
+                             const allocator& source);
 
 /// Lists the matches of a block of `n` bytes in `mlen` and `mpos`, whose lengths are 0 so far, from
 /// its suffix array `sa` and from the common prefixes `lcp` of neighbours, with lcp[0] and lcp[n]

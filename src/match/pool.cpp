@@ -1,30 +1,26 @@
 #include "match/pool.h"
 
-#include "common/platform.h"
+#include "common/platform/memory.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace quarnex {
 
-pool::pool(u64 limit)
+pool::pool(const allocator& source, u64 limit)
 {
     u64 chunks = std::min(limit, most_bytes) / chunk_size;
     for (; chunks != 0; chunks = chunks * 3 / 4) {
         if (chunks > SIZE_MAX / 2 / chunk_size) continue;
         size_ = static_cast<usize>(chunks) * chunk_size;
-        chunks_ = make_array<chunk>(size_ / chunk_size);
+        chunks_ = make_array<chunk>(source, size_ / chunk_size);
         if (!chunks_) continue;
-        base_ = static_cast<u8*>(reserve_memory(size_ + page_size));
-        if (base_ != nullptr) break;
+        range_ = make_array<u8>(source, size_ + page_size, memory_kind::reserved);
+        if (range_) break;
     }
+    base_ = range_.get();
     if (base_ == nullptr) size_ = 0;
     if (size_ >= least_for_large_pages) prefer_large_pages(base_, size_);
-}
-
-pool::~pool()
-{
-    if (base_ != nullptr) release_memory(base_, size_ + page_size);
 }
 
 pool_ref pool::alloc(u32 size)

@@ -30,10 +30,9 @@ class pool {
     static constexpr u32 small_limit = 512;
     static constexpr u32 large_limit = 1352;
 
-    /// A pool that grows to at most `limit` bytes, or less if the system has no such range; to
-    /// nothing in the worst case.
-    explicit pool(u64 limit);
-    ~pool();
+    /// A pool that grows to at most `limit` bytes from `source`, or less if the system has no such
+    /// range; to nothing in the worst case.
+    pool(const allocator& source, u64 limit);
     pool(const pool&) = delete;
     pool& operator=(const pool&) = delete;
 
@@ -137,7 +136,8 @@ class pool {
     void free_chunk(chunk& of);
     void sort_in(chunk& of);
 
-    u8* base_ = nullptr;
+    owned_array<u8> range_; // of addresses
+    u8* base_ = nullptr;    // of range_
     usize size_ = 0;
     owned_array<chunk> chunks_;
     u32 chunks_used_ = 0; // records that have been in use

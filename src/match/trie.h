@@ -36,10 +36,17 @@ using trie_records = std::array<trie_record, usize{2} * trie_depth>;
 
 class trie {
   public:
-    /// An empty trie for a block, with at least trie_reads_past bytes behind it.
-    explicit trie(const block_text& text) : trie(text, memory_for(text.size)) {}
+    /// An empty trie for a block, with at least trie_reads_past bytes behind it, in memory from
+    /// `source`.
+    trie(const block_text& text, const allocator& source)
+        : trie(text, source, memory_for(text.size))
+    {
+    }
     /// The same with at most `memory` bytes.
-    trie(const block_text& text, u64 memory) : text_(text.data), size_(text.size), nodes_(memory) {}
+    trie(const block_text& text, const allocator& source, u64 memory)
+        : text_(text.data), size_(text.size), nodes_(source, memory)
+    {
+    }
 
     /// Bytes of addresses that a trie reserves for `size` positions: some times what their nodes
     /// take as a rule, and where addresses have 32 bits, more than they were ever seen to take.

@@ -114,9 +114,9 @@ struct m1_decoding {
     usize pos = 0;    // in the block
 
     /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
-    [[gnu::always_inline]] static i32 decode(const block_job& job)
+    [[gnu::always_inline]] static codec_result decode(const codec_job& job)
     {
-        if (job.in_len == 0 || job.out_len == 0) return 0;
+        if (job.in_len == 0 || job.out_len == 0) return {};
         const u8* const in_end = job.in_buf + job.in_len;
         m1_decoding stream{job.in_buf, job.out_buf, job.out_len};
         stream.begin[stream.pos++] = *stream.in++;
@@ -127,7 +127,7 @@ struct m1_decoding {
             if (stream.in > in_end) stream.pos = group;
             if (!more) break;
         }
-        return static_cast<i32>(std::min(stream.pos, stream.size));
+        return {.length = static_cast<u32>(std::min(stream.pos, stream.size))};
     }
 
     /// Takes the items of a control word.  False at the end token and at damage, with both cursors
@@ -273,8 +273,8 @@ struct m1_decoding {
 
 } // namespace
 
-const codec_entry m1_decoder{no_state, decode_best<m1_decoding, block_job>, release_nothing};
-const codec_entry m1_portable_decoder{no_state, decode_portable<m1_decoding, block_job>,
-                                      release_nothing};
+const codec_entry m1_decoder{no_state, decode_best<m1_decoding>, release_nothing, no_memory_needed};
+const codec_entry m1_portable_decoder{no_state, decode_portable<m1_decoding>, release_nothing,
+                                      no_memory_needed};
 
 } // namespace quarnex

@@ -15,7 +15,7 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m1_writer = m1_tokens<static_min_match(0)>;
 
 template <auto Search>
-i32 m1_encode(const block_job& job)
+codec_result m1_encode(const codec_job& job)
 {
     return encode_with<Search>(job, m1_writer(job));
 }
@@ -26,30 +26,30 @@ constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
 constexpr auto m1_encode_pair = m1_encode<search_buckets<pair_table<0>, m1_writer>>;
 constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
 
-i32 m1_encode_sa(const block_job& job)
+codec_result m1_encode_sa(const codec_job& job)
 {
     constexpr u32 min_match = static_min_match(8);
     return encode_backward(job, m1_prices<min_match>(), m1_tokens<min_match>(job));
 }
 
-i32 m1_encode_trie(const block_job& job)
+codec_result m1_encode_trie(const codec_job& job)
 {
     constexpr u32 min_match = static_min_match(9);
     return encode_forward(job, m1_prices<min_match>(), m1_tokens<min_match>(job));
 }
 
-constexpr i32 (*m1_levels[ladder_levels])(const block_job&){
+constexpr codec_result (*m1_levels[ladder_levels])(const codec_job&){
     m1_encode_greedy, m1_encode_greedy_ins, m1_encode_lazy, m1_encode_pair, m1_encode_ways,
     m1_encode_ways,   m1_encode_ways,       m1_encode_ways, m1_encode_sa,   m1_encode_trie,
 };
 
-i32 m1_encode_block(const block_job& job, void* /*state*/)
+codec_result m1_encode_block(const codec_job& job, void* /*state*/)
 {
     return encode_level(m1_levels, job);
 }
 
 } // namespace
 
-const codec_entry m1_encoder{no_state, m1_encode_block, release_nothing};
+const codec_entry m1_encoder{no_state, m1_encode_block, release_nothing, search_memory};
 
 } // namespace quarnex

@@ -4,10 +4,10 @@
 // copies the bytes up to the next one in whole words, at most 32 for each control word.
 #pragma once
 
+#include "coding/codec.h"
 #include "common/copy.h"
 #include "match/concepts.h"
 #include "method1/m1_format.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -19,7 +19,7 @@ class m1_tokens {
     static constexpr u32 min_match = MinMatch;
 
     /// Starts a stream for a block of 1 byte or more.
-    explicit m1_tokens(const block_job& job)
+    explicit m1_tokens(const codec_job& job)
         : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           control_(job.out_buf + 1), out_(job.out_buf + 1 + m1_control_bytes)
     {

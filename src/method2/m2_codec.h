@@ -1,11 +1,11 @@
 // method2/m2_codec.h - all that the rest of the program sees of method 2
 #pragma once
 
-#include "pipeline/codec.h"
+#include "coding/codec.h"
 
 namespace quarnex {
 
-/// LZ with gamma codes: levels 0 to 7.
+/// LZ with gamma codes.
 extern const codec_entry m2_encoder;
 /// Decodes the streams of all levels.
 extern const codec_entry m2_decoder;

@@ -145,9 +145,9 @@ struct m2_decoding {
     usize size;      // of the block
 
     /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
-    [[gnu::always_inline]] static i32 decode(const block_job& job)
+    [[gnu::always_inline]] static codec_result decode(const codec_job& job)
     {
-        if (job.in_len == 0 || job.out_len == 0) return 0;
+        if (job.in_len == 0 || job.out_len == 0) return {};
         *job.out_buf = *job.in_buf;
         const m2_decoding stream{
             {job.in_buf + 1}, u64{job.in_len - 1} * 8, job.out_buf, job.out_len};
@@ -156,7 +156,7 @@ struct m2_decoding {
             place = stream.take_ordinary(place);
             if (place.pos < stream.size) place = stream.take_token(place);
         }
-        return static_cast<i32>(std::min(place.pos, stream.size));
+        return {.length = static_cast<u32>(std::min(place.pos, stream.size))};
     }
 
   private:
@@ -307,8 +307,8 @@ struct m2_decoding {
 
 } // namespace
 
-const codec_entry m2_decoder{no_state, decode_best<m2_decoding, block_job>, release_nothing};
-const codec_entry m2_portable_decoder{no_state, decode_portable<m2_decoding, block_job>,
-                                      release_nothing};
+const codec_entry m2_decoder{no_state, decode_best<m2_decoding>, release_nothing, no_memory_needed};
+const codec_entry m2_portable_decoder{no_state, decode_portable<m2_decoding>, release_nothing,
+                                      no_memory_needed};
 
 } // namespace quarnex

@@ -15,7 +15,7 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m2_writer = m2_tokens<static_min_match(0)>;
 
 template <auto Search>
-i32 m2_encode(const block_job& job)
+codec_result m2_encode(const codec_job& job)
 {
     return encode_with<Search>(job, m2_writer(job));
 }
@@ -26,30 +26,30 @@ constexpr auto m2_encode_l2 = m2_encode<search_lazy<m2_writer>>;
 constexpr auto m2_encode_l3 = m2_encode<search_buckets<pair_table<0>, m2_writer>>;
 constexpr auto m2_encode_bucket = m2_encode<search_buckets<ring_table, m2_writer>>;
 
-i32 m2_encode_sa(const block_job& job)
+codec_result m2_encode_sa(const codec_job& job)
 {
     constexpr u32 min_match = static_min_match(8);
     return encode_backward(job, m2_prices<min_match>(), m2_tokens<min_match>(job));
 }
 
-i32 m2_encode_trie(const block_job& job)
+codec_result m2_encode_trie(const codec_job& job)
 {
     constexpr u32 min_match = static_min_match(9);
     return encode_forward(job, m2_prices<min_match>(), m2_tokens<min_match>(job));
 }
 
-constexpr i32 (*m2_levels[ladder_levels])(const block_job&){
+constexpr codec_result (*m2_levels[ladder_levels])(const codec_job&){
     m2_encode_l0,     m2_encode_l1,     m2_encode_l2,     m2_encode_l3, m2_encode_bucket,
     m2_encode_bucket, m2_encode_bucket, m2_encode_bucket, m2_encode_sa, m2_encode_trie,
 };
 
-i32 m2_encode_block(const block_job& job, void* /*state*/)
+codec_result m2_encode_block(const codec_job& job, void* /*state*/)
 {
     return encode_level(m2_levels, job);
 }
 
 } // namespace
 
-const codec_entry m2_encoder{no_state, m2_encode_block, release_nothing};
+const codec_entry m2_encoder{no_state, m2_encode_block, release_nothing, search_memory};
 
 } // namespace quarnex

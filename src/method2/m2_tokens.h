@@ -5,9 +5,9 @@
 #pragma once
 
 #include "coding/bit_writer.h"
+#include "coding/codec.h"
 #include "match/concepts.h"
 #include "method2/m2_format.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -45,7 +45,7 @@ class m2_tokens {
     static constexpr u32 max_dist = m2_max_dist;
 
     /// Starts a stream for a block of 1 byte or more.
-    explicit m2_tokens(const block_job& job)
+    explicit m2_tokens(const codec_job& job)
         : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           bits_(job.out_buf + 1)
     {

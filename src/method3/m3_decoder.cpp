@@ -21,7 +21,7 @@ using m3_decoder_models = m3_models<m3_decoder_tables>;
 class m3_symbol_reader {
   public:
     /// Starts behind the raw byte.
-    m3_symbol_reader(const block_job& job, m3_decoder_models& models)
+    m3_symbol_reader(const codec_job& job, m3_decoder_models& models)
         : models_(models), bits_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
     {
     }
@@ -72,20 +72,20 @@ class m3_symbol_reader {
     const u8* end_;
 };
 
-i32 m3_decode_block(const block_job& job, void* /*state*/)
+codec_result m3_decode_block(const codec_job& job, void* /*state*/)
 {
-    if (job.in_len == 0 || job.out_len == 0) return 0;
+    if (job.in_len == 0 || job.out_len == 0) return {};
     *job.out_buf = *job.in_buf;
     m3_decoder_models models(job.out_len);
     const m3_symbol_reader reader(job, models);
     const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return static_cast<i32>(len);
+    return {.length = len};
 }
 
 } // namespace
 
-const codec_entry m3_decoder{no_state, m3_decode_block, release_nothing};
+const codec_entry m3_decoder{no_state, m3_decode_block, release_nothing, no_memory_needed};
 
 } // namespace quarnex

@@ -15,7 +15,7 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m3_writer = m3_tokens<min_match(0)>;
 
 template <auto Search>
-i32 m3_encode(const block_job& job)
+codec_result m3_encode(const codec_job& job)
 {
     m3_encoder_models models(job.in_len);
     return encode_with<Search>(job, m3_writer(job.in_buf, m3_symbol_writer(job, models)));
@@ -27,7 +27,7 @@ constexpr auto m3_encode_lazy = m3_encode<search_lazy<m3_writer>>;
 constexpr auto m3_encode_pair = m3_encode<search_buckets<pair_table<0>, m3_writer>>;
 constexpr auto m3_encode_bucket = m3_encode<search_buckets<ring_table, m3_writer>>;
 
-i32 m3_encode_sa(const block_job& job)
+codec_result m3_encode_sa(const codec_job& job)
 {
     constexpr u32 shortest = min_match(8);
     m3_encoder_models models(job.in_len);
@@ -35,7 +35,7 @@ i32 m3_encode_sa(const block_job& job)
                            m3_tokens<shortest>(job.in_buf, m3_symbol_writer(job, models)));
 }
 
-i32 m3_encode_trie(const block_job& job)
+codec_result m3_encode_trie(const codec_job& job)
 {
     constexpr u32 shortest = min_match(9);
     m3_encoder_models models(job.in_len);
@@ -43,18 +43,18 @@ i32 m3_encode_trie(const block_job& job)
                           m3_tokens<shortest>(job.in_buf, m3_symbol_writer(job, models)));
 }
 
-constexpr i32 (*m3_levels[ladder_levels])(const block_job&){
+constexpr codec_result (*m3_levels[ladder_levels])(const codec_job&){
     m3_encode_greedy, m3_encode_greedy_ins, m3_encode_lazy,   m3_encode_pair, m3_encode_bucket,
     m3_encode_bucket, m3_encode_bucket,     m3_encode_bucket, m3_encode_sa,   m3_encode_trie,
 };
 
-i32 m3_encode_block(const block_job& job, void* /*state*/)
+codec_result m3_encode_block(const codec_job& job, void* /*state*/)
 {
     return encode_level(m3_levels, job);
 }
 
 } // namespace
 
-const codec_entry m3_encoder{no_state, m3_encode_block, release_nothing};
+const codec_entry m3_encoder{no_state, m3_encode_block, release_nothing, search_memory};
 
 } // namespace quarnex

@@ -3,9 +3,9 @@
 
 #include "coding/alphabet_tokens.h"
 #include "coding/bit_writer.h"
+#include "coding/codec.h"
 #include "match/concepts.h"
 #include "method3/m3_model.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -15,7 +15,7 @@ using m3_encoder_models = m3_models<m3_encoder_tables>;
 class m3_symbol_writer {
   public:
     /// Starts a stream for a block of 1 byte or more, with its raw byte.
-    m3_symbol_writer(const block_job& job, m3_encoder_models& models)
+    m3_symbol_writer(const codec_job& job, m3_encoder_models& models)
         : models_(models), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           bits_(job.out_buf + alphabet_raw_bytes)
     {

@@ -1,11 +1,11 @@
 // method4/m4_codec.h - all that the rest of the program sees of method 4
 #pragma once
 
-#include "pipeline/codec.h"
+#include "coding/codec.h"
 
 namespace quarnex {
 
-/// LZ with a range coder over frequencies, literals in context: levels 0 to 7.
+/// LZ with a range coder over frequencies, literals in context.
 extern const codec_entry m4_encoder;
 /// Decodes the streams of all levels.
 extern const codec_entry m4_decoder;

@@ -18,7 +18,7 @@ static_assert(copy_match_overrun <= out_slack);
 class m4_symbol_reader {
   public:
     /// Starts behind the raw byte.
-    m4_symbol_reader(const block_job& job, m4_dec_state& models)
+    m4_symbol_reader(const codec_job& job, m4_dec_state& models)
         : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
           coder_(start_range_decoder(job.in_buf + alphabet_raw_bytes)),
           end_(job.in_buf + job.in_len)
@@ -54,9 +54,9 @@ class m4_symbol_reader {
     bool damaged_ = false;
 };
 
-i32 m4_decode_block(const block_job& job, void* state)
+codec_result m4_decode_block(const codec_job& job, void* state)
 {
-    if (job.in_len == 0 || job.out_len == 0) return 0;
+    if (job.in_len == 0 || job.out_len == 0) return {};
     *job.out_buf = *job.in_buf;
     m4_dec_state& models = *static_cast<m4_dec_state*>(state);
     models.start(job.out_len);
@@ -64,11 +64,12 @@ i32 m4_decode_block(const block_job& job, void* state)
     const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return static_cast<i32>(len);
+    return {.length = len};
 }
 
 } // namespace
 
-const codec_entry m4_decoder{m4_decoder_init, m4_decode_block, m4_decoder_release};
+const codec_entry m4_decoder{m4_decoder_init, m4_decode_block, m4_decoder_release,
+                             state_bytes<m4_dec_state>};
 
 } // namespace quarnex

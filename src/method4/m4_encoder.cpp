@@ -15,7 +15,7 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m4_writer = m4_tokens<min_match(0)>;
 
 template <auto Search>
-i32 m4_encode(const block_job& job, m4_enc_state& models)
+codec_result m4_encode(const codec_job& job, m4_enc_state& models)
 {
     models.start(job.in_len);
     return encode_with<Search>(job, m4_writer(job.in_buf, m4_symbol_writer(job, models)));
@@ -27,12 +27,12 @@ constexpr auto m4_encode_pair = m4_encode<search_buckets<pair_table<0>, m4_write
 constexpr auto m4_encode_bucket = m4_encode<search_buckets<ring_table, m4_writer>>;
 
 template <u32 MinMatch>
-m4_prices<MinMatch> m4_prices_for(const block_job& job, const m4_enc_state& models)
+m4_prices<MinMatch> m4_prices_for(const codec_job& job, const m4_enc_state& models)
 {
     return {job.in_buf, m4_context_mask(job.parameters.lit_ctx_bits), models};
 }
 
-i32 m4_encode_sa(const block_job& job, m4_enc_state& models)
+codec_result m4_encode_sa(const codec_job& job, m4_enc_state& models)
 {
     constexpr u32 shortest = min_match(8);
     models.start(job.in_len);
@@ -40,7 +40,7 @@ i32 m4_encode_sa(const block_job& job, m4_enc_state& models)
                            m4_tokens<shortest>(job.in_buf, m4_symbol_writer(job, models)));
 }
 
-i32 m4_encode_trie(const block_job& job, m4_enc_state& models)
+codec_result m4_encode_trie(const codec_job& job, m4_enc_state& models)
 {
     constexpr u32 shortest = min_match(9);
     models.start(job.in_len);
@@ -48,18 +48,19 @@ i32 m4_encode_trie(const block_job& job, m4_enc_state& models)
                           m4_tokens<shortest>(job.in_buf, m4_symbol_writer(job, models)));
 }
 
-constexpr i32 (*m4_levels[ladder_levels])(const block_job&, m4_enc_state&){
+constexpr codec_result (*m4_levels[ladder_levels])(const codec_job&, m4_enc_state&){
     m4_encode_greedy, m4_encode_lazy,   m4_encode_lazy,   m4_encode_pair, m4_encode_bucket,
     m4_encode_bucket, m4_encode_bucket, m4_encode_bucket, m4_encode_sa,   m4_encode_trie,
 };
 
-i32 m4_encode_block(const block_job& job, void* state)
+codec_result m4_encode_block(const codec_job& job, void* state)
 {
     return encode_level(m4_levels, job, *static_cast<m4_enc_state*>(state));
 }
 
 } // namespace
 
-const codec_entry m4_encoder{m4_encoder_init, m4_encode_block, m4_encoder_release};
+const codec_entry m4_encoder{m4_encoder_init, m4_encode_block, m4_encoder_release,
+                             search_and_state_memory<m4_enc_state>};
 
 } // namespace quarnex

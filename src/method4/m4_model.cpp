@@ -1,7 +1,6 @@
 #include "method4/m4_model.h"
 
 #include <algorithm>
-#include <new>
 #include <span>
 
 namespace quarnex {
@@ -57,25 +56,5 @@ template void m4_model_scale(m4_model<m4_no_lookup, main_symbols>&);
 template void m4_model_scale(m4_model<m4_no_lookup, value_slots>&);
 template void m4_model_scale(m4_model<m4_lookup, main_symbols>&);
 template void m4_model_scale(m4_model<m4_lookup, value_slots>&);
-
-void* m4_encoder_init(const block_job& /*job*/)
-{
-    return new (std::nothrow) m4_enc_state;
-}
-
-void* m4_decoder_init(const block_job& /*job*/)
-{
-    return new (std::nothrow) m4_dec_state;
-}
-
-void m4_encoder_release(const block_job& /*job*/, void* state)
-{
-    delete static_cast<m4_enc_state*>(state);
-}
-
-void m4_decoder_release(const block_job& /*job*/, void* state)
-{
-    delete static_cast<m4_dec_state*>(state);
-}
 
 } // namespace quarnex

@@ -5,10 +5,10 @@
 #pragma once
 
 #include "coding/adaptive_counts.h"
+#include "coding/codec_state.h"
 #include "coding/sorted_search.h"
 #include "coding/value_slot.h"
 #include "method4/m4_format.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -86,11 +86,9 @@ struct m4_state {
 using m4_enc_state = m4_state<m4_no_lookup>;
 using m4_dec_state = m4_state<m4_lookup>;
 
-/// Make the state of one block; null without memory.
-void* m4_encoder_init(const block_job& job);
-void* m4_decoder_init(const block_job& job);
-/// Free it.
-void m4_encoder_release(const block_job& job, void* state);
-void m4_decoder_release(const block_job& job, void* state);
+inline constexpr auto m4_encoder_init = init_state<m4_enc_state>;
+inline constexpr auto m4_encoder_release = release_state<m4_enc_state>;
+inline constexpr auto m4_decoder_init = init_state<m4_dec_state>;
+inline constexpr auto m4_decoder_release = release_state<m4_dec_state>;
 
 } // namespace quarnex

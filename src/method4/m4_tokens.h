@@ -2,9 +2,9 @@
 #pragma once
 
 #include "coding/alphabet_tokens.h"
+#include "coding/codec.h"
 #include "match/concepts.h"
 #include "method4/m4_coder.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -12,7 +12,7 @@ namespace quarnex {
 class m4_symbol_writer {
   public:
     /// Starts a stream for a block of 1 byte or more, with its raw byte.
-    m4_symbol_writer(const block_job& job, m4_enc_state& models)
+    m4_symbol_writer(const codec_job& job, m4_enc_state& models)
         : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)), begin_(job.out_buf),
           limit_(job.out_buf + job.in_len),
           coder_(start_range_encoder(job.out_buf + alphabet_raw_bytes))

@@ -24,7 +24,7 @@ template <u32 MinMatch>
 class m5_decoding {
   public:
     /// Starts behind the raw bytes, which are in the block.
-    m5_decoding(const block_job& job, m5_model& model)
+    m5_decoding(const codec_job& job, m5_model& model)
         : model_(model), begin_(job.out_buf), size_(job.out_len),
           registers_(start_range_decoder(job.in_buf + m5_raw_bytes))
     {
@@ -134,21 +134,21 @@ class m5_decoding {
 };
 
 template <u32 MinMatch>
-i32 m5_decode(const block_job& job, m5_model& model)
+codec_result m5_decode(const codec_job& job, m5_model& model)
 {
     const u32 raw = std::min({m5_raw_bytes, job.in_len, job.out_len});
     std::copy_n(job.in_buf, raw, job.out_buf);
     u32 done = raw;
-    if (raw < m5_raw_bytes) return static_cast<i32>(done);
+    if (raw < m5_raw_bytes) return {.length = done};
     m5_decoding<MinMatch> stream(job, model);
-    if (!stream.starts()) return static_cast<i32>(done);
+    if (!stream.starts()) return {.length = done};
     // A token that reads behind the payload doesn't count: its last bits are made of zeros.
     const u8* const in_end = job.in_buf + job.in_len;
     while (done < job.out_len && stream.take_token() && stream.in() <= in_end) done = stream.pos();
-    return static_cast<i32>(done);
+    return {.length = done};
 }
 
-i32 m5_decode_block(const block_job& job, void* state)
+codec_result m5_decode_block(const codec_job& job, void* state)
 {
     m5_model& model = *static_cast<m5_model*>(state);
     return with_min_match(job.parameters.level,
@@ -157,6 +157,6 @@ i32 m5_decode_block(const block_job& job, void* state)
 
 } // namespace
 
-const codec_entry m5_decoder{m5_decoder_init, m5_decode_block, m5_release};
+const codec_entry m5_decoder{m5_decoder_init, m5_decode_block, m5_release, state_bytes<m5_model>};
 
 } // namespace quarnex

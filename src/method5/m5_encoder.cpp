@@ -14,7 +14,7 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m5_writer = m5_tokens<min_match(0)>;
 
 template <auto Search>
-i32 m5_encode(const block_job& job, m5_model& model)
+codec_result m5_encode(const codec_job& job, m5_model& model)
 {
     return encode_with<Search>(job, m5_writer(job, model));
 }
@@ -24,32 +24,33 @@ constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
 constexpr auto m5_encode_pair = m5_encode<search_buckets<pair_table<1>, m5_writer>>;
 constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
 
-i32 m5_encode_suffix(const block_job& job, m5_model& model)
+codec_result m5_encode_suffix(const codec_job& job, m5_model& model)
 {
     constexpr u32 shortest = min_match(8);
     return encode_backward(job, m5_prices<shortest>(job.in_buf, model),
                            m5_tokens<shortest>(job, model));
 }
 
-i32 m5_encode_trie(const block_job& job, m5_model& model)
+codec_result m5_encode_trie(const codec_job& job, m5_model& model)
 {
     constexpr u32 shortest = min_match(9);
     return encode_forward(job, m5_prices<shortest>(job.in_buf, model),
                           m5_tokens<shortest>(job, model));
 }
 
-constexpr i32 (*m5_levels[ladder_levels])(const block_job&, m5_model&){
+constexpr codec_result (*m5_levels[ladder_levels])(const codec_job&, m5_model&){
     m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,   m5_encode_bucket,
     m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix, m5_encode_trie,
 };
 
-i32 m5_encode_block(const block_job& job, void* state)
+codec_result m5_encode_block(const codec_job& job, void* state)
 {
     return encode_level(m5_levels, job, *static_cast<m5_model*>(state));
 }
 
 } // namespace
 
-const codec_entry m5_encoder{m5_encoder_init, m5_encode_block, m5_release};
+const codec_entry m5_encoder{m5_encoder_init, m5_encode_block, m5_release,
+                             search_and_state_memory<m5_model>};
 
 } // namespace quarnex

@@ -1,8 +1,8 @@
 // method5/m5_model.h - what method 5 learns of a block
 #pragma once
 
+#include "coding/codec_state.h"
 #include "method5/m5_format.h"
-#include "pipeline/codec.h"
 
 namespace quarnex {
 
@@ -65,10 +65,8 @@ struct m5_model {
     m5_prob_pair dist_top[value_slots - m5_first_high_slot][1U << m5_top_bits];
 };
 
-/// Makes the models of one block; null without memory.
-void* m5_encoder_init(const block_job& job);
-void* m5_decoder_init(const block_job& job);
-/// Frees them.
-void m5_release(const block_job& job, void* model);
+inline constexpr auto m5_encoder_init = init_state<m5_model>;
+inline constexpr auto m5_decoder_init = init_state<m5_model>;
+inline constexpr auto m5_release = release_state<m5_model>;
 
 } // namespace quarnex

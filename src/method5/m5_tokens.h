@@ -1,9 +1,9 @@
 // method5/m5_tokens.h - the token writer of method 5
 #pragma once
 
+#include "coding/codec.h"
 #include "match/concepts.h"
 #include "method5/m5_coder.h"
-#include "pipeline/codec.h"
 
 #include <bit>
 
@@ -17,7 +17,7 @@ class m5_tokens {
     static constexpr u32 min_match = MinMatch;
 
     /// Starts a stream for a block.
-    m5_tokens(const block_job& job, m5_model& model)
+    m5_tokens(const codec_job& job, m5_model& model)
         : model_(model), text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           registers_(start_range_encoder(job.out_buf + m5_raw_bytes))
     {

@@ -3,104 +3,101 @@
 #include "format/container.h"
 #include "format/filters.h"
 #include "pipeline/codec_table.h"
-#include "pipeline/output_file.h"
-#include "pipeline/progress.h"
 
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
 namespace quarnex {
 namespace {
 
-/// Calls the three operations of a codec.  `length` is the result of `run`.
-block_result run_codec(const codec_entry& codec, const block_job& job, i32& length)
+/// Calls the operations of a codec.
+codec_result run_codec(const codec_entry& codec, const codec_job& job)
 {
     void* const state = codec.init(job);
-    if (state == nullptr) return block_result::not_started;
-    length = codec.run(job, state);
+    if (state == nullptr) return {.status = codec_status::no_state};
+    const codec_result result = codec.run(job, state);
     codec.release(job, state);
-    return length < 0 ? block_result::failed : block_result::done;
+    return result;
 }
 
-/// What the writer has to know of a block, whatever became of its bytes.
+/// What the writer has to know of a block, whatever becomes of its bytes.
 write_job describe_block(const block_job& job)
 {
     write_job finished;
     finished.out_file = job.out_file;
+    finished.mode = job.mode;
+    finished.block_mb = job.block_mb;
     finished.block_index = job.block_index;
     finished.block_count = job.block_count;
     return finished;
 }
 
-/// Makes the bytes of a block that its decoder left out zero, and says so.
-void report_length(const block_job& job, i32 produced)
-{
-    hide_progress();
-    std::printf("Fatal Error in decomp '%s'.%d,%d\n", job.out_file->out_name.c_str(), produced,
-                static_cast<i32>(job.out_len));
-    std::fflush(stdout);
-    const auto from = static_cast<u32>(produced);
-    if (from < job.out_len) std::memset(job.out_buf + from, 0, job.out_len - from);
-}
-
-/// Decodes the payload to `job.out_buf`, whole in any case, and frees it.
-block_result decode_stream(block_job& job)
-{
-    i32 length = 0;
-    const block_result result = run_codec(*find_decoder(job.parameters.method), job, length);
-    job.in_alloc.reset();
-    if (result != block_result::done) return result;
-    if (static_cast<u32>(length) != job.out_len) report_length(job, length);
-    return block_result::done;
-}
-
-} // namespace
-
 block_result encode_block(buffer_pool& buffers, block_job& job, write_job& record)
 {
-    record = describe_block(job);
-    record.buf = buffers.take(record_head_bytes + job.in_len + out_slack);
-    if (!record.buf) return block_result::no_memory;
-    job.out_buf = record.buf.get() + record_head_bytes;
+    codec_job& codec = job.codec;
+    record.buf = buffers.take(record_head_bytes + codec.in_len + out_slack);
+    if (!record.buf) return {block_status::no_buffer};
+    codec.out_buf = record.buf.get() + record_head_bytes;
 
-    i32 length = 0;
-    if (job.in_len != 0) {
-        const block_result result = run_codec(*encoder_table[job.parameters.method], job, length);
-        if (result != block_result::done) return result;
-        if (static_cast<u32>(length) >= job.in_len) length = store_block(job);
+    codec_result coded;
+    if (codec.in_len != 0) {
+        coded = run_codec(*encoder_table[codec.parameters.method], codec);
+        if (coded.status != codec_status::done) return {block_status::uncoded, coded.status};
+        if (coded.length >= codec.in_len) coded = store_block(codec);
     }
     job.in_alloc.reset();
-    pack_record_head(record.buf.get(), {static_cast<u32>(length), 0});
-    record.size = static_cast<u32>(record_head_bytes) + static_cast<u32>(length);
-    return block_result::done;
+    pack_record_head(record.buf.get(), {coded.length, 0});
+    record.size = static_cast<u32>(record_head_bytes) + coded.length;
+    return {.produced = coded.length};
+}
+
+/// Decodes the payload to a buffer of its own, whole in any case, and frees the payload.
+block_result decode_payload(buffer_pool& buffers, block_job& job, write_job& data)
+{
+    codec_job& codec = job.codec;
+    data.buf = buffers.take(codec.out_len + out_slack);
+    if (!data.buf) return {block_status::no_buffer};
+    codec.out_buf = data.buf.get();
+    const codec_result decoded = run_codec(*decoder_table[codec.parameters.method], codec);
+    job.in_alloc.reset();
+    if (decoded.status != codec_status::done) return {block_status::uncoded, decoded.status};
+    if (decoded.length < codec.out_len)
+        std::memset(codec.out_buf + decoded.length, 0, codec.out_len - decoded.length);
+    return {.produced = decoded.length};
 }
 
 block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
 {
-    data = describe_block(job);
-    data.block_mb = job.parameters.block_mb;
-    data.size = job.out_len;
-    if (job.out_len == job.in_len) { // stored: the payload is the filtered block
+    data.size = job.codec.out_len;
+    block_result result{.produced = data.size};
+    if (job.codec.out_len == job.codec.in_len) // stored: the payload is the filtered block
         data.buf = std::move(job.in_alloc);
-    } else {
-        data.buf = buffers.take(job.out_len + out_slack);
-        if (!data.buf) return block_result::no_memory;
-        job.out_buf = data.buf.get();
-        const block_result result = decode_stream(job);
-        if (result != block_result::done) return result;
-    }
-    run_filter(job.parameters.filter_flags, {data.buf.get(), data.size}, filter_use::undo);
-    return block_result::done;
+    else
+        result = decode_payload(buffers, job, data);
+    if (result.status == block_status::done)
+        run_filter(job.filter_flags, {data.buf.get(), data.size}, filter_use::undo);
+    return result;
 }
 
-bool write_block(write_job& finished, u32 sequence)
+} // namespace
+
+block_result code_block(buffer_pool& buffers, scratch& memory, block_job& job, write_job& finished)
 {
-    output_file& file = *finished.out_file;
-    if (finished.block_mb == 0) {
+    finished = describe_block(job);
+    job.codec.memory = &memory;
+    return job.mode == direction::compress ? encode_block(buffers, job, finished)
+                                           : decode_block(buffers, job, finished);
+}
+
+int write_block(write_job& finished, u32 sequence)
+{
+    system_file& file = finished.out_file->file;
+    if (finished.mode == direction::compress) {
         finished.buf[displacement_offset] = displacement_byte(finished.block_index, sequence);
-    } else if (!file.seek(u64{finished.block_index} * (u64{finished.block_mb} << 20))) {
-        return false;
+    } else {
+        const u64 block_size = u64{finished.block_mb} << 20;
+        if (const int error = file.seek(u64{finished.block_index} * block_size); error != 0)
+            return error;
     }
     return file.write(finished.buf.get(), finished.size);
 }

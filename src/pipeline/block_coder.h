@@ -2,30 +2,37 @@
 // no workers
 #pragma once
 
-#include "pipeline/codec.h"
+#include "common/scratch.h"
+#include "pipeline/jobs.h"
 
 namespace quarnex {
 
-enum class block_result {
+enum class block_status : u8 {
     done,
-    not_started, // the codec's init failed
-    no_memory,
-    failed, // the codec gave a negative result
+    no_buffer, // no memory for the output
+    uncoded,   // no memory for the codec
 };
 
-/// Encodes the block at `job.in_buf` and puts its record, with displacement 0, into `record`.  An
-/// encoder's output that is not shorter than the block gives way to the block itself.  The input is
-/// freed as soon as it is not needed.
-block_result encode_block(buffer_pool& buffers, block_job& job, write_job& record);
+/// What became of a block.
+struct block_result {
+    block_status status = block_status::done;
+    codec_status lack = codec_status::done; // when uncoded
+    u32 produced = 0;                       // bytes that the codec has made
+};
 
-/// Decodes the payload at `job.in_buf`, undoes the filter, and puts the block's data, `job.out_len`
-/// bytes, into `data`.  A decoder that produces another number of bytes is told on standard output;
-/// what is missing is zero, as far as the filter leaves it so.  The payload is freed as soon as it
-/// is not needed.
-block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data);
+/// Codes the block of a job in the direction that it names, in the memory of `memory`.
+///
+/// Compressing, `finished` gets the block's record, with displacement 0.  An encoder's output that
+/// is not shorter than the block is replaced by the block itself.
+///
+/// Decompressing, the filter is undone, and `finished` gets the block's data, `out_len` bytes.  If
+/// the decoder has produced fewer, the rest is zero, as far as the filter leaves it so.
+///
+/// The input is freed as soon as it is not needed.
+block_result code_block(buffer_pool& buffers, scratch& memory, block_job& job, write_job& finished);
 
 /// Writes a finished block to its file: as record number `sequence` when compressing, or to its
-/// block's place.  False with errno set if it could not be written whole.
-[[nodiscard]] bool write_block(write_job& finished, u32 sequence);
+/// block's place.  Returns the system's error number, 0 for none.
+[[nodiscard]] int write_block(write_job& finished, u32 sequence);
 
 } // namespace quarnex

@@ -1,4 +1,4 @@
-// pipeline/block_counter.h - how many blocks are under way
+// pipeline/block_counter.h - how many blocks are in flight
 #pragma once
 
 #include "common/sync.h"
@@ -6,7 +6,7 @@
 
 namespace quarnex {
 
-/// Counts the blocks that have been handed to the workers and are neither written nor given up.
+/// Counts the blocks that have been submitted to the workers and are neither written nor dropped.
 class block_counter {
   public:
     void enter()
@@ -21,7 +21,7 @@ class block_counter {
         if (--count_ == 0) none_left_.notify_one();
     }
 
-    /// Waits until no block is under way.  One thread at a time may wait, the one that enters
+    /// Waits until no block is in flight.  One thread at a time may wait, the one that enters
     /// blocks.
     void wait_for_none()
     {

@@ -1,16 +1,17 @@
 #include "pipeline/buffer_pool.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quarnex {
 namespace {
 
 /// Smaller buffers come from the allocator at no cost worth saving.
-constexpr usize least_pooled_bytes = usize{256} << 10;
+constexpr usize min_pooled_bytes = usize{256} << 10;
 
-owned_array<u8> allocate(usize size)
+memory_kind kind_of(usize size)
 {
-    return size < large_page_size ? make_array<u8>(size) : make_large_buffer(size);
+    return size < large_page_size ? memory_kind::plain : memory_kind::large_pages;
 }
 
 } // namespace
@@ -20,20 +21,29 @@ void return_buffer::operator()(u8* buffer) const
     pool->put_back(buffer, capacity);
 }
 
-buffer_pool::buffer_pool(usize most_idle) : most_idle_(most_idle)
+buffer_pool::buffer_pool(const allocator& source, usize idle_limit)
+    : source_(source), idle_limit_(std::min(idle_limit, max_idle))
 {
-    scoped_lock lock(mutex_);
-    idle_.reserve(most_idle);
+}
+
+owned_array<u8> buffer_pool::own(u8* buffer, usize capacity) const
+{
+    return {buffer, return_memory{&source_, capacity, kind_of(capacity)}};
+}
+
+owned_array<u8> buffer_pool::allocate(usize size) const
+{
+    return make_array<u8>(source_, size, kind_of(size));
 }
 
 block_buffer buffer_pool::take(usize size)
 {
-    if (size >= least_pooled_bytes) {
+    if (size >= min_pooled_bytes) {
         if (block_buffer idle = take_idle(size)) return idle;
     }
     owned_array<u8> fresh = allocate(size);
     if (!fresh) {
-        give_up_idle();
+        free_idle();
         fresh = allocate(size);
     }
     return block_buffer(fresh.release(), return_buffer{this, size});
@@ -41,42 +51,48 @@ block_buffer buffer_pool::take(usize size)
 
 block_buffer buffer_pool::take_idle(usize size)
 {
-    idle_buffer unfit; // freed outside the lock
+    owned_array<u8> unfit; // freed outside the lock
     scoped_lock lock(mutex_);
-    for (idle_buffer& idle : idle_) {
+    const auto begin = idle_.begin();
+    const auto end = begin + static_cast<std::ptrdiff_t>(idle_count_);
+    const auto found = std::find_if(begin, end, [&](const owned_array<u8>& buffer) {
         // One that is far too large would hold memory that others could use.
-        if (idle.capacity < size || idle.capacity / 2 > size) continue;
-        block_buffer found(idle.memory.release(), return_buffer{this, idle.capacity});
-        std::swap(idle, idle_.back());
-        idle_.pop_back();
-        return found;
+        const usize capacity = buffer.get_deleter().size;
+        return capacity >= size && capacity / 2 <= size;
+    });
+    if (found != end) {
+        const usize capacity = found->get_deleter().size;
+        block_buffer taken(found->release(), return_buffer{this, capacity});
+        std::swap(*found, idle_[--idle_count_]);
+        return taken;
     }
-    // Sizes have changed: the oldest makes place for buffers of the new size.
-    if (idle_.size() == most_idle_ && most_idle_ != 0) {
-        std::swap(unfit, idle_.front());
-        idle_.erase(idle_.begin());
+    // Sizes have changed: the oldest makes room for buffers of the new size.
+    if (idle_count_ == idle_limit_ && idle_count_ != 0) {
+        unfit = std::move(*begin);
+        std::move(begin + 1, end, begin);
+        --idle_count_;
     }
     return {};
 }
 
-void buffer_pool::give_up_idle()
+void buffer_pool::free_idle()
 {
     scoped_lock lock(mutex_);
-    idle_.clear();
+    while (idle_count_ != 0) idle_[--idle_count_].reset();
 }
 
 void buffer_pool::put_back(u8* buffer, usize capacity)
 {
-    idle_buffer returned{owned_array<u8>(buffer), capacity};
-    if (capacity < least_pooled_bytes) return;
+    owned_array<u8> returned = own(buffer, capacity); // freed outside the lock
+    if (capacity < min_pooled_bytes) return;
     scoped_lock lock(mutex_);
-    if (idle_.size() < most_idle_) idle_.push_back(std::move(returned));
+    if (idle_count_ < idle_limit_) idle_[idle_count_++] = std::move(returned);
 }
 
 usize buffer_pool::idle() const
 {
     scoped_lock lock(mutex_);
-    return idle_.size();
+    return idle_count_;
 }
 
 } // namespace quarnex

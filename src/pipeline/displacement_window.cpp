@@ -8,12 +8,12 @@ void displacement_window::wait_to_enter(u32 index)
     while (index - oldest_ > reach) moved_.wait(mutex_);
 }
 
-void displacement_window::settle(u32 index)
+void displacement_window::mark_done(u32 index)
 {
     scoped_lock lock(mutex_);
-    settled_.set(index % settled_.size());
-    while (settled_.test(oldest_ % settled_.size())) {
-        settled_.reset(oldest_ % settled_.size());
+    done_[index % done_.size()] = true;
+    while (done_[oldest_ % done_.size()]) {
+        done_[oldest_ % done_.size()] = false;
         ++oldest_;
     }
     moved_.notify_one();

@@ -1,35 +1,31 @@
-// pipeline/drivers.h - one file through the pipeline
+// pipeline/drivers.h - one file through the engine
 #pragma once
 
-#include "pipeline/pipeline.h"
-
-#include <string>
+#include "format/file_parameters.h"
+#include "pipeline/engine.h"
 
 namespace quarnex {
 
-/// Results of a driver besides the negative codes of report_error().
-enum driver_result : i32 {
-    driver_done = 0, // also when the file was skipped
-    driver_failed = -1,
-    driver_ends_run = -2, // the destination can't be created: the program ends with status -1
+/// One file to compress or to restore.
+struct file_names {
+    const char* source;
+    const char* destination; // created, or replaced if it exists
 };
 
-/// Compresses the file `source` into `destination` + ".qrx" with the parameters of `job_template`.
-/// With workers, blocks can still be under way when it returns.
+/// Compresses a file with settled parameters (pipeline/parameters.h).  If `classifies`, the kind of
+/// the file sets its filter, and its literal context bits unless some are chosen.
 ///
-/// A source that is compressed already, by its name, is skipped.  Failures are told on standard
-/// error or standard output.  Returns a driver_result or the negative code of a failure that
-/// report_error() has told.
-i32 compress_file(pipeline_state& state, const file_parameters& job_template,
-                  const std::string& source, const std::string& destination);
+/// With workers, blocks can still be in flight when it returns: what becomes of them shows in
+/// engine::first_failure().  Every failure is told to the observer; a source that shrinks while it
+/// is read is told and is none.
+status compress_file(engine& with, const file_names& names, file_parameters parameters,
+                     bool classifies = true);
 
-/// Restores the file `source` to `destination` less its ".qrx", or with ".out" behind it.  With
-/// workers, blocks can still be under way when it returns.
+/// Restores a file.  With workers, blocks can still be in flight when it returns, as above.
 ///
-/// A source that ends between two records, or within the head of one, is no failure.  Other
-/// failures are told on standard error or standard output.  Returns a driver_result or the negative
-/// code of a failure that report_error() has told.
-i32 decompress_file(pipeline_state& state, const std::string& source,
-                    const std::string& destination);
+/// A source that ends between two records, or within the head of one, is no failure; nor is a block
+/// of which a decoder has produced fewer bytes, which is told.  Once a worker or the writer has
+/// failed, no further file is created: the result is status::stopped.
+status decompress_file(engine& with, const file_names& names);
 
 } // namespace quarnex

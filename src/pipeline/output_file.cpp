@@ -1,43 +1,42 @@
 #include "pipeline/output_file.h"
 
-#include "common/platform.h"
-
-#include <utility>
+#include <cstring>
+#include <new>
 
 namespace quarnex {
 
-output_file::output_file(std::string name, std::FILE* stream)
-    : out_name(std::move(name)), stream_(stream)
+output_ref::output_ref(const output_ref& other) : file_(other.file_)
 {
-    std::setvbuf(stream_, nullptr, _IONBF, 0);
+    if (file_ != nullptr) ++file_->owners_;
 }
 
-std::shared_ptr<output_file> output_file::create(const std::string& name)
+output_ref::~output_ref()
 {
-    std::FILE* const stream = std::fopen(name.c_str(), "wb");
-    if (stream == nullptr) return nullptr;
-    return std::shared_ptr<output_file>(new output_file(name, stream));
+    if (file_ == nullptr || --file_->owners_ != 0) return;
+    const return_memory give_back = {file_->names_.get_deleter().source, sizeof(output_file)};
+    file_->~output_file();
+    give_back(file_);
 }
 
-output_file::~output_file()
+output_ref output_file::make(const allocator& source, const char* source_name, const char* out_name)
 {
-    if (stream_ != nullptr) std::fclose(stream_);
+    const usize source_bytes = std::strlen(source_name) + 1;
+    const usize out_bytes = std::strlen(out_name) + 1;
+    owned_array<char> names = make_array<char>(source, source_bytes + out_bytes);
+    if (!names) return {};
+    void* const memory = source.allocate(source.context, sizeof(output_file), memory_kind::plain);
+    if (memory == nullptr) return {};
+    std::memcpy(names.get(), source_name, source_bytes);
+    std::memcpy(names.get() + source_bytes, out_name, out_bytes);
+    auto* const file = new (memory) output_file(std::move(names), source_bytes);
+    ++file->owners_;
+    return output_ref(file);
 }
 
-bool output_file::write(const u8* from, usize size)
+void output_file::fail(status reason)
 {
-    return std::fwrite(from, 1, size, stream_) == size;
-}
-
-bool output_file::seek(u64 offset)
-{
-    return seek_file(stream_, offset);
-}
-
-bool output_file::close()
-{
-    std::FILE* const stream = std::exchange(stream_, nullptr);
-    return std::fclose(stream) == 0;
+    status none = status::done;
+    failure_.compare_exchange_strong(none, reason);
 }
 
 } // namespace quarnex

@@ -1,43 +1,82 @@
-// pipeline/output_file.h - a destination file while it is being written
+// pipeline/output_file.h - a destination while its blocks are on their way
+//
+// Shared by the driver, the blocks in flight and the writer: the last of them closes and frees it.
+// What has been written stays written whatever becomes of the process, and a write that fails is
+// noticed at once.
 #pragma once
 
-#include "common/types.h"
+#include "common/owned_array.h"
+#include "common/platform/file.h"
 #include "pipeline/displacement_window.h"
+#include "pipeline/status.h"
 
-#include <cstdio>
-#include <memory>
-#include <string>
+#include <atomic>
+#include <utility>
 
 namespace quarnex {
 
-/// The open destination of one file, shared by its driver, its blocks in flight and the writer; the
-/// last of them closes it.  Unbuffered: a write that fails is noticed at once, and what has been
-/// written stays written whatever becomes of the process.
+class output_file;
+
+/// One of the owners of an output_file, or of none.
+class output_ref {
+  public:
+    output_ref() = default;
+    output_ref(const output_ref& other);
+    output_ref(output_ref&& other) noexcept : file_(std::exchange(other.file_, nullptr)) {}
+    output_ref& operator=(output_ref other) noexcept
+    {
+        std::swap(file_, other.file_);
+        return *this;
+    }
+    ~output_ref();
+
+    explicit operator bool() const { return file_ != nullptr; }
+    output_file& operator*() const { return *file_; }
+    output_file* operator->() const { return file_; }
+    bool operator==(const output_ref& other) const { return file_ == other.file_; }
+
+  private:
+    friend class output_file;
+    explicit output_ref(output_file* file) : file_(file) {}
+    output_file* file_ = nullptr;
+};
+
 class output_file {
   public:
-    /// Creates the file or empties the one that is there.  Null with errno set on failure.
-    static std::shared_ptr<output_file> create(const std::string& name);
+    /// A file that is not created yet; null without memory for it.  The names are copied.
+    static output_ref make(const allocator& source, const char* source_name, const char* out_name);
 
-    ~output_file();
     output_file(const output_file&) = delete;
     output_file& operator=(const output_file&) = delete;
 
-    /// Writes `size` bytes.  False with errno set if not all of them could be written.
-    [[nodiscard]] bool write(const u8* from, usize size);
-    /// Moves to `offset` from the file's start.  False with errno set on failure.
-    [[nodiscard]] bool seek(u64 offset);
-    /// Closes the file.  False with errno set if the system reports a write that failed late.
-    [[nodiscard]] bool close();
+    /// The name of the file that it is made from.
+    const char* source_name() const { return names_.get(); }
+    const char* out_name() const { return names_.get() + out_name_; }
 
-    const std::string out_name;
+    /// Notes that no complete file can come of it.  The first reason stands.
+    void fail(status reason);
+    /// Why the file has failed, or that it hasn't.
+    status failure() const { return failure_; }
+    bool failed() const { return failure() != status::done; }
+
+    /// The file itself.  Only one thread at a time uses it: the driver up to the first block, then
+    /// the writer.
+    system_file file;
     /// The order of the records, when compressing.
     displacement_window window;
-    /// The stream, as a message can show it.
-    const void* stream_address() const { return stream_; }
 
   private:
-    output_file(std::string name, std::FILE* stream);
-    std::FILE* stream_;
+    friend class output_ref;
+    output_file(owned_array<char> names, usize out_name)
+        : names_(std::move(names)), out_name_(out_name)
+    {
+    }
+    ~output_file() = default;
+
+    owned_array<char> names_; // of the source and of this file, each with its NUL
+    usize out_name_;
+    std::atomic<u32> owners_{0};
+    std::atomic<status> failure_{status::done};
 };
 
 } // namespace quarnex

@@ -1,77 +1,78 @@
-#include "pipeline/block_coder.h"
-#include "pipeline/errors.h"
-#include "pipeline/output_file.h"
-#include "pipeline/pipeline.h"
-#include "pipeline/progress.h"
+#include "pipeline/engine.h"
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <tuple>
 #include <utility>
 
 namespace quarnex {
 namespace {
 
-/// A file of which records have been written, and more are to come.
-struct open_file {
-    std::shared_ptr<output_file> out_file;
-    u32 written = 0; // records so far
+/// The files of which records have been written and more are to come.
+class open_file_table {
+  public:
+    static constexpr usize max_files = 256;
+
+    struct entry {
+        output_ref out_file;
+        u32 written = 0; // records so far
+    };
+
+    /// Returns the entry of a file, a new one if it has none; null without a free one.
+    entry* find(const output_ref& file)
+    {
+        entry* free_entry = nullptr;
+        for (entry& each : entries_) {
+            if (each.out_file == file) return &each;
+            if (!each.out_file && free_entry == nullptr) free_entry = &each;
+        }
+        if (free_entry != nullptr) *free_entry = {file, 0};
+        return free_entry;
+    }
+
+  private:
+    std::array<entry, max_files> entries_;
 };
 
-using open_file_table = std::array<open_file, 256>;
-
-[[noreturn]] void end_for_lack_of_entries(const output_file& file)
+/// Writes a block, and closes its file after the last one.  Tells what goes wrong.
+status write_and_close(const engine& told, open_file_table& table, write_job& finished)
 {
-    const auto value = static_cast<u32>(reinterpret_cast<std::uintptr_t>(file.stream_address()));
-    hide_progress();
-    std::printf("Fatal error file dscriptor > %d.fd=%x\n",
-                static_cast<int>(std::tuple_size_v<open_file_table>), value);
-    std::fflush(stdout);
-    std::exit(-1);
-}
-
-/// The entry of a file, a new one if it has none.  Without a free entry the process ends.
-open_file& find_entry(open_file_table& table, const std::shared_ptr<output_file>& file)
-{
-    open_file* free_entry = nullptr;
-    for (open_file& entry : table) {
-        if (entry.out_file == file) return entry;
-        if (!entry.out_file && free_entry == nullptr) free_entry = &entry;
+    output_file& file = *finished.out_file;
+    event failure{.kind = event_kind::destination_unwritten,
+                  .name = file.out_name(),
+                  .block = finished.block_index,
+                  .mode = finished.mode,
+                  .on_worker = true};
+    open_file_table::entry* const entry = table.find(finished.out_file);
+    if (entry == nullptr) {
+        failure.kind = event_kind::too_many_destinations;
+        failure.wanted = open_file_table::max_files;
+        failure.got = static_cast<u64>(file.file.descriptor());
+        told.tell(failure);
+        return status::too_many_files;
     }
-    if (free_entry == nullptr) end_for_lack_of_entries(*file);
-    *free_entry = {file, 0};
-    return *free_entry;
-}
-
-/// Writes a block, and closes its file behind the last one.
-bool write_and_close(open_file_table& table, write_job& finished)
-{
-    open_file& entry = find_entry(table, finished.out_file);
-    const u32 sequence = entry.written++;
-    if (!write_block(finished, sequence)) return false;
-    if (entry.written < finished.block_count) return true;
-    entry = {};
-    return finished.out_file->close();
+    failure.cause = write_block(finished, entry->written++);
+    if (failure.cause == 0 && entry->written >= finished.block_count) {
+        *entry = {};
+        failure.cause = file.file.close();
+    }
+    if (failure.cause == 0) return status::done;
+    told.tell(failure);
+    return status::write_failed;
 }
 
 } // namespace
 
-void run_writer(pipeline_state& state)
+void engine::run_writer()
 {
-    // A file whose blocks went astray stays here, open, until the end.
-    const auto table = std::make_unique<open_file_table>();
-    bool failed = false;
+    // A file whose blocks were dropped stays here, open, until the end.
+    open_file_table table;
     for (;;) {
-        write_job finished = state.writes.dequeue();
+        write_job finished = writes_.dequeue();
         if (!finished.buf) return;
-        if (!failed && !write_and_close(*table, finished)) {
-            failed = true;
-            ++state.abort_count;
-            report_fatal(error_write);
+        output_file& file = *finished.out_file;
+        if (!file.failed()) {
+            const status written = write_and_close(*this, table, finished);
+            if (written != status::done) fail_on_thread(file, written);
         }
-        const direction mode = finished.block_mb == 0 ? direction::compress : direction::decompress;
-        state.settle(*finished.out_file, finished.block_index, mode);
+        mark_done(file, finished.block_index, finished.mode);
     }
 }
 

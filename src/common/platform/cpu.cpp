@@ -1,8 +1,6 @@
-#include "common/platform.h"
+#include "common/platform/cpu.h"
 
-#include <pthread.h>
 #include <thread>
-#include <utility>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -30,25 +28,6 @@ u32 second_level_cache_kib()
 #else
     return 0;
 #endif
-}
-
-struct system_thread::handle {
-    std::function<void()> body;
-    pthread_t thread;
-};
-
-system_thread::system_thread(std::function<void()> body) : handle_(new handle{std::move(body), {}})
-{
-    const auto run = [](void* argument) -> void* {
-        static_cast<handle*>(argument)->body();
-        return nullptr;
-    };
-    if (pthread_create(&handle_->thread, nullptr, run, handle_.get()) != 0) handle_.reset();
-}
-
-system_thread::~system_thread()
-{
-    if (handle_) pthread_join(handle_->thread, nullptr);
 }
 
 } // namespace quarnex

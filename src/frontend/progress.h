@@ -1,4 +1,4 @@
-// pipeline/progress.h - how far a long file has come, for people who look
+// frontend/progress.h - how far a long file has come, for people who look
 #pragma once
 
 #include "common/types.h"
@@ -12,25 +12,23 @@ namespace quarnex {
 /// when standard error is a terminal: a pipe or a file gets nothing.
 class progress_line {
   public:
-    /// A line about the file `name`, of `total` bytes.
-    progress_line(const std::string& name, u64 total);
+    /// Starts a line about the file `name`.
+    explicit progress_line(const std::string& name);
+    /// Removes it.
     ~progress_line();
     progress_line(const progress_line&) = delete;
     progress_line& operator=(const progress_line&) = delete;
 
-    /// Says that `bytes` more of the file are done.
-    void advance(u64 bytes);
+    /// Shows that `done` of `total` bytes are done.
+    void advance(u64 done, u64 total);
 
   private:
     using clock = std::chrono::steady_clock;
-    const bool visible_;
     const std::string name_;
-    const u64 total_;
-    u64 done_ = 0;
     clock::time_point next_;
 };
 
-/// Takes the line away, if one stands there, before something else is written on a terminal.
+/// Removes the line, if one is there, before something else is written on a terminal.
 void hide_progress();
 
 } // namespace quarnex

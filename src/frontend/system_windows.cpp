@@ -1,8 +1,9 @@
-#include "common/platform.h"
+#include "frontend/system.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <direct.h>
+#include <fcntl.h>
 #include <io.h>
 #include <string_view>
 
@@ -16,8 +17,23 @@ int _dowildcard = -1;
 
 namespace quarnex {
 
+namespace {
+
+/// Opens those of the descriptors 0 to 2 that are closed.
+void open_standard_streams()
+{
+    int opened = 0;
+    do {
+        opened = _open("NUL", _O_RDWR | _O_BINARY); // takes the lowest descriptor that is free
+    } while (opened >= 0 && opened <= 2);
+    if (opened >= 0) _close(opened);
+}
+
+} // namespace
+
 void prepare_process()
 {
+    open_standard_streams();
     SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     const HANDLE terminal = GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;
@@ -156,56 +172,6 @@ bool make_directory(const char* name)
     // Servers, shares and the roots of drives, which nobody can make, are told in other ways.
     if (holds_directories(name)) errno = EEXIST;
     return false;
-}
-
-u64 file_size(std::FILE* stream)
-{
-    const i64 size = _filelengthi64(_fileno(stream));
-    return size > 0 ? static_cast<u64>(size) : 0;
-}
-
-bool seek_file(std::FILE* stream, u64 offset)
-{
-    if (offset > INT64_MAX) {
-        errno = EINVAL;
-        return false;
-    }
-    return _fseeki64(stream, static_cast<i64>(offset), SEEK_SET) == 0;
-}
-
-u64 address_space()
-{
-    MEMORYSTATUSEX status{};
-    status.dwLength = sizeof(status);
-    return GlobalMemoryStatusEx(&status) != 0 ? status.ullTotalVirtual : UINTPTR_MAX;
-}
-
-// Large pages are a privilege here that no ordinary user has.
-void* allocate_for_large_pages(usize size)
-{
-    return std::malloc(size);
-}
-
-void prefer_large_pages(void* /*memory*/, usize /*size*/) {}
-
-void* reserve_memory(usize size)
-{
-    return VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_READWRITE);
-}
-
-bool commit_memory(void* memory, usize size)
-{
-    return VirtualAlloc(memory, size, MEM_COMMIT, PAGE_READWRITE) != nullptr;
-}
-
-void discard_memory(void* memory, usize size)
-{
-    VirtualAlloc(memory, size, MEM_RESET, PAGE_READWRITE);
-}
-
-void release_memory(void* memory, usize /*size*/)
-{
-    VirtualFree(memory, 0, MEM_RELEASE);
 }
 
 bool error_stream_is_terminal()

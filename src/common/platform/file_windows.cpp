@@ -1,0 +1,73 @@
+#include "common/platform/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+
+namespace quarnex {
+namespace {
+
+constexpr usize max_request = usize{1} << 30; // the runtime's sizes have 31 bits
+constexpr int common_flags = _O_BINARY | _O_NOINHERIT;
+
+} // namespace
+
+int system_file::open(const char* name)
+{
+    descriptor_ = _open(name, _O_RDONLY | common_flags);
+    return is_open() ? 0 : errno;
+}
+
+int system_file::create(const char* name)
+{
+    descriptor_ = _open(name, _O_WRONLY | _O_CREAT | _O_TRUNC | common_flags, _S_IREAD | _S_IWRITE);
+    return is_open() ? 0 : errno;
+}
+
+read_result system_file::read(u8* to, usize size)
+{
+    usize done = 0;
+    while (done < size) {
+        const auto request = static_cast<unsigned>(std::min(size - done, max_request));
+        const int got = _read(descriptor_, to + done, request);
+        if (got < 0) return {done, errno};
+        if (got == 0) break;
+        done += static_cast<usize>(got);
+    }
+    return {done, 0};
+}
+
+int system_file::write(const u8* from, usize size)
+{
+    while (size != 0) {
+        const auto request = static_cast<unsigned>(std::min(size, max_request));
+        const int written = _write(descriptor_, from, request);
+        if (written <= 0) return written < 0 ? errno : EIO;
+        from += written;
+        size -= static_cast<usize>(written);
+    }
+    return 0;
+}
+
+int system_file::seek(u64 offset)
+{
+    if (offset > INT64_MAX) return EINVAL;
+    return _lseeki64(descriptor_, static_cast<i64>(offset), SEEK_SET) >= 0 ? 0 : errno;
+}
+
+u64 system_file::size() const
+{
+    const i64 size = _filelengthi64(descriptor_);
+    return size > 0 ? static_cast<u64>(size) : 0;
+}
+
+int system_file::close()
+{
+    if (!is_open()) return 0;
+    return _close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
+}
+
+} // namespace quarnex

@@ -1,0 +1,108 @@
+#include "frontend/messages.h"
+
+#include "frontend/progress.h"
+#include "frontend/system.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace quarnex {
+namespace {
+
+/// Prints a line, or the start of one, on standard output at once.
+[[gnu::format(printf, 1, 2)]] void say(const char* format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+    std::fflush(stdout);
+}
+
+/// Ends the process for the failure `code` of the file `name`; the text is `format`, formatted.
+[[noreturn, gnu::format(printf, 3, 4)]] void end_for(const char* name, error_code code,
+                                                     const char* format, ...)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "quarnex: %s: error %d: ", name, static_cast<int>(code));
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    std::fputc('\n', stderr);
+    end_abnormally();
+}
+
+[[noreturn]] void end_for_read_error(const event& happened)
+{
+    end_for(happened.name, error_read, "read error. errno=%d '%s'", happened.cause,
+            std::strerror(happened.cause));
+}
+
+/// A codec had no memory.  Without its match lists a block ends the process; otherwise only its
+/// file is lost.
+void report_uncoded(const event& happened)
+{
+    if (happened.lack == codec_status::no_lists)
+        end_for(happened.name, error_no_memory, "malloc error");
+    if (happened.lack == codec_status::no_table)
+        say(happened.on_worker ? "error compressing\n" : "compression error\n");
+    std::fprintf(stderr, "%s: not enough memory for block %u\n", happened.name, happened.block);
+}
+
+} // namespace
+
+void report_event(void* /*context*/, const event& happened)
+{
+    const char* const cause = std::strerror(happened.cause);
+    hide_progress();
+    switch (happened.kind) {
+    case event_kind::source_unopened:
+        std::fprintf(stderr, "can't open input file '%s'. '%s'\n", happened.name, cause);
+        break;
+    case event_kind::source_unread:
+        std::fprintf(stderr, "can't read input file '%s'. '%s'\n", happened.name, cause);
+        break;
+    case event_kind::source_shrank:
+        std::fprintf(stderr, "input file '%s' has become shorter\n", happened.name);
+        break;
+    case event_kind::destination_uncreated:
+        std::fprintf(stderr, "creat error '%s' '%s'\n", happened.name, cause);
+        break;
+    case event_kind::destination_unwritten:
+        end_for(happened.name, error_write, "write error. errno=%d '%s'", happened.cause, cause);
+    case event_kind::too_many_destinations:
+        say("Fatal error file dscriptor > %d.fd=%x\n", static_cast<int>(happened.wanted),
+            static_cast<unsigned>(happened.got));
+        std::fprintf(stderr, "%s: too many files are open\n", happened.name);
+        std::exit(-1);
+    case event_kind::thread_unstarted:
+        say("Error thread_create.\n");
+        break;
+    case event_kind::header_short:
+        end_for_read_error(happened);
+    case event_kind::not_qrx:
+        say("'%s' not qrx file\n", happened.name);
+        end_for(happened.name, error_no_header, "file header. no quarnex format");
+    case event_kind::corrupt:
+        end_for(happened.name, error_corrupted, "file is corrupted");
+    case event_kind::payload_short:
+        say("err=%s, %d,%d ", happened.cause != 0 ? cause : "", static_cast<i32>(happened.wanted),
+            static_cast<i32>(happened.got));
+        end_for_read_error(happened);
+    case event_kind::block_short:
+        say("Fatal Error in decomp '%s'.%d,%d\n", happened.name, static_cast<i32>(happened.got),
+            static_cast<i32>(happened.wanted));
+        break;
+    case event_kind::block_uncoded:
+        report_uncoded(happened);
+        break;
+    case event_kind::no_memory:
+        end_for(happened.name, error_no_memory, "malloc error");
+    }
+}
+
+} // namespace quarnex

@@ -1,0 +1,55 @@
+#include "frontend/progress.h"
+
+#include "frontend/system.h"
+
+#include <atomic>
+#include <cstdio>
+
+namespace quarnex {
+namespace {
+
+constexpr std::chrono::milliseconds interval{200};
+constexpr usize max_name = 60; // a longer line would wrap and could not be rewritten
+
+std::atomic<bool> line_stands{false}; // written by all threads that have something to say
+
+std::string tail_of(const std::string& name)
+{
+    return name.size() <= max_name ? name : "..." + name.substr(name.size() - max_name + 3);
+}
+
+/// Whether anybody looks; asked once.
+bool is_visible()
+{
+    static const bool visible = error_stream_is_terminal();
+    return visible;
+}
+
+} // namespace
+
+progress_line::progress_line(const std::string& name)
+    : name_(is_visible() ? tail_of(name) : ""), next_(clock::now() + interval)
+{
+}
+
+progress_line::~progress_line()
+{
+    hide_progress();
+}
+
+void progress_line::advance(u64 done, u64 total)
+{
+    if (!is_visible() || total == 0 || clock::now() < next_) return;
+    next_ = clock::now() + interval;
+    line_stands = true;
+    const auto percent =
+        static_cast<int>(static_cast<double>(done) / static_cast<double>(total) * 100);
+    std::fprintf(stderr, "\r%s %3d %%", name_.c_str(), percent);
+}
+
+void hide_progress()
+{
+    if (line_stands.exchange(false)) std::fputs("\r\033[K", stderr);
+}
+
+} // namespace quarnex

@@ -1,0 +1,63 @@
+#include "pipeline/driver_file.h"
+
+namespace quarnex {
+
+void driver_file::tell(event happened) const
+{
+    happened.name = names_.source;
+    happened.mode = mode_;
+    engine_.tell(happened);
+}
+
+status driver_file::fail(event happened, status reason)
+{
+    tell(happened);
+    if (destination_) destination_->fail(reason);
+    return engine_.fail(reason);
+}
+
+status driver_file::fail_to_write(int cause)
+{
+    engine_.tell({.kind = event_kind::destination_unwritten,
+                  .cause = cause,
+                  .name = names_.destination,
+                  .mode = mode_});
+    if (destination_) destination_->fail(status::write_failed);
+    return engine_.fail(status::write_failed);
+}
+
+status driver_file::open_source()
+{
+    const int error = source_.open(names_.source);
+    if (error == 0) return status::done;
+    return fail({.kind = event_kind::source_unopened, .cause = error}, status::source_unopened);
+}
+
+status driver_file::create_destination()
+{
+    destination_ = output_file::make(engine_.source(), names_.source, names_.destination);
+    if (!destination_) return fail(event_kind::no_memory, status::no_memory);
+    const int error = destination_->file.create(names_.destination);
+    if (error == 0) return status::done;
+    engine_.tell({.kind = event_kind::destination_uncreated,
+                  .cause = error,
+                  .name = names_.destination,
+                  .mode = mode_});
+    return engine_.fail(status::destination_uncreated);
+}
+
+status driver_file::close_destination()
+{
+    if (engine_.has_workers()) return status::done;
+    const int error = destination_->file.close();
+    return error == 0 ? status::done : fail_to_write(error);
+}
+
+status driver_file::advance(u64 done, u64 total)
+{
+    if (engine_.advance(done, total)) return status::done;
+    destination_->fail(status::cancelled);
+    return engine_.fail(status::cancelled);
+}
+
+} // namespace quarnex
