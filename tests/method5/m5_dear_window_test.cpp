@@ -14,7 +14,7 @@
 //   - the inverse of the upper nibble, 4 times up to 10 bits,
 //   - the inverse of the two pattern bits, 2 times up to 10 bits.
 //
-// With two bits for r this is up to 72 bits for a literal; here it is 68 in the mean, and the
+// With two bits for r this is up to 72 bits for a literal; here it is 68 on average, and the
 // window ends after 3841 literals.
 #include "plain/m5_plain.h"
 #include "support/codec_runs.h"
