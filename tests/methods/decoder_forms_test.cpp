@@ -30,12 +30,14 @@ class decoder_forms : public testing::TestWithParam<cell> {
         return best;
     }
 
-    /// What `payload` means for a block of `length`.
-    static void expect_plain_bytes(const bytes& payload, usize length)
+    /// What any payload means for a block of `length`.
+    static bytes decode_as_plainly(const bytes& payload, usize length)
     {
         const bytes out = decode(payload, length);
-        if (GetParam().method == 1) return; // its plain decoder knows undamaged streams only
-        EXPECT_TRUE(test::m2_plain_decode(payload, length, GetParam().level) == out);
+        if (GetParam().method == 2) { // the plain decoder of method 1 knows undamaged streams only
+            EXPECT_TRUE(test::m2_plain_decode(payload, length, GetParam().level) == out);
+        }
+        return out;
     }
 
     static bytes encode(const bytes& block)
@@ -71,13 +73,12 @@ TEST_P(decoder_forms, agree_on_each_start_of_a_payload)
     // Each token is once among the last bytes.
     for (const char* const shape : {"text", "records", "mixture", "runs"}) {
         SCOPED_TRACE(shape);
-        const bytes block = test::find_shape(shape).make(3000, 7);
+        const bytes block = test::find_shape(shape).make(1500, 7);
         const bytes payload = encode(block);
         ASSERT_LT(payload.size(), block.size());
         for (usize size = 0; size <= payload.size(); ++size) {
-            const bytes out = decode(start_of(payload, size), block.size());
+            const bytes out = decode_as_plainly(start_of(payload, size), block.size());
             ASSERT_TRUE(std::equal(out.begin(), out.end(), block.begin())) << size;
-            expect_plain_bytes(start_of(payload, size), block.size());
         }
     }
 }
@@ -87,13 +88,12 @@ TEST_P(decoder_forms, agree_on_payloads_with_a_flipped_bit)
     usize changed = 0;
     for (const char* const shape : {"text", "mixture", "runs"}) {
         SCOPED_TRACE(shape);
-        const bytes block = test::find_shape(shape).make(1200, 3);
+        const bytes block = test::find_shape(shape).make(700, 3);
         bytes payload = encode(block);
         ASSERT_LT(payload.size(), block.size());
         for (usize bit = 0; bit < 8 * payload.size(); ++bit) {
             payload[bit / 8] ^= static_cast<u8>(0x80 >> bit % 8);
-            expect_plain_bytes(payload, block.size());
-            changed += decode(payload, block.size()) != block;
+            changed += decode_as_plainly(payload, block.size()) != block;
             payload[bit / 8] ^= static_cast<u8>(0x80 >> bit % 8);
         }
     }
@@ -106,13 +106,13 @@ TEST_P(decoder_forms, agree_on_payloads_with_random_bytes_in_them)
     const bytes block = test::find_shape("mixture").make(20000, 5);
     const bytes payload = encode(block);
     ASSERT_LT(payload.size(), block.size());
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 100; ++round) {
         bytes damaged = payload;
         u32 at = random.below(static_cast<u32>(payload.size()));
         for (u32 count = 1 + random.below(40); count != 0 && at < damaged.size(); --count)
             damaged[at++] = static_cast<u8>(random.next());
         if (round % 4 == 0) damaged.resize(random.below(static_cast<u32>(payload.size())));
-        expect_plain_bytes(damaged, block.size());
+        decode_as_plainly(damaged, block.size());
     }
 }
 
