@@ -74,8 +74,8 @@ own_apt() {
 build_packages=(g++ cmake ninja-build libdivsufsort-dev)
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
-test_packages=("${clang_packages[@]}" libgtest-dev libbenchmark-dev liblz4-dev liblzma-dev zlib1g-dev
-               libzstd-dev)
+test_packages=("${clang_packages[@]}" libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
+               zlib1g-dev libzstd-dev)
 
 # build PRESET [TARGET...]
 build() {
