@@ -67,7 +67,7 @@ inline constexpr u32 m2_classes = 1 << m2_class_bits;
 inline constexpr std::array<u8, m2_classes> m2_extra_bits{
     4,  4,  5,  5,  6,  6,  7,  7,  8,  8,  9,  9,  10, 10, 11, 11, //
     12, 12, 13, 13, 14, 14, 15, 15, 16, 17, 18, 19, 20, 21, 22, 30};
-inline constexpr u32 m2_most_extra_bits = 30;
+inline constexpr u32 m2_max_extra_bits = 30;
 
 /// The longest distance that has a class.
 inline constexpr u32 m2_max_dist = 1 << 25;

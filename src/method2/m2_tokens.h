@@ -28,8 +28,8 @@ constexpr u64 m2_six_literals(u64 bytes)
 
 /// From here on a token code and a distance may be too many bits for one put().
 inline constexpr u32 m2_first_split_code =
-    1 << ((bit_writer::most_bits - m2_class_bits - m2_most_extra_bits + 1) / 2);
-static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_most_extra_bits <=
+    1 << ((bit_writer::most_bits - m2_class_bits - m2_max_extra_bits + 1) / 2);
+static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_max_extra_bits <=
               bit_writer::most_bits);
 
 /// Writes literals and matches of at least MinMatch bytes as a stream of method 2.  All is inlined
@@ -134,7 +134,7 @@ class m2_tokens {
 /// Bytes of the literals, the match, and the literals at the end that are written once the output
 /// is full.
 inline constexpr u32 m2_writes_past =
-    (2 * m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_most_extra_bits + 7) / 8;
+    (2 * m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_max_extra_bits + 7) / 8;
 static_assert(m2_writes_past + bit_writer_overrun <= out_slack);
 /// Bytes behind the block that are loaded with its last literal.
 inline constexpr u32 m2_reads_past = 7;
