@@ -66,7 +66,8 @@ constexpr u32 m2_valid_bits = 57;
 
 /// Upper bound of the bytes read past the end of a stream, by a token that starts there: the
 /// longest gamma code, a class, extra bits, and the word loaded at these.
-constexpr u32 m2_decoder_reads_past = (63 + m2_class_bits + m2_max_extra_bits + 7) / 8 + 8;
+constexpr u32 m2_decoder_reads_past =
+    (m2_max_gamma_bits + m2_class_bits + m2_max_extra_bits + 7) / 8 + 8;
 static_assert(m2_decoder_reads_past <= payload_slack);
 
 /// Returned by take_gamma() for a value of 2^32 or more, which no encoder writes.
