@@ -21,7 +21,7 @@ constexpr u32 shortest_match(u32 level)
     return level < 8 ? 4 : 3;
 }
 
-file_parameters parameters_at(u32 level)
+codec_parameters parameters_at(u32 level)
 {
     return test::parameters_of(2, static_cast<u8>(level));
 }
@@ -31,7 +31,7 @@ file_parameters parameters_at(u32 level)
 bytes decode_among_others(const codec_entry& decoder, bytes payload, usize length, u32 level)
 {
     constexpr u8 other = 0xA5;
-    block_job job;
+    codec_job job;
     job.parameters = parameters_at(level);
     job.in_len = static_cast<u32>(payload.size());
     job.out_len = static_cast<u32>(length);
@@ -39,11 +39,12 @@ bytes decode_among_others(const codec_entry& decoder, bytes payload, usize lengt
     bytes out(length + 2 * out_slack, other);
     job.in_buf = payload.data();
     job.out_buf = out.data();
-    const i32 result = decoder.run(job, decoder.init(job));
+    scratch memory(system_allocator);
+    job.memory = &memory;
+    const u32 length_made = decoder.run(job, decoder.init(job)).length;
     EXPECT_EQ(std::count(out.end() - out_slack, out.end(), other), i64{out_slack});
-    EXPECT_GE(result, 0);
-    EXPECT_LE(result, static_cast<i64>(length));
-    out.resize(static_cast<usize>(result));
+    EXPECT_LE(length_made, length);
+    out.resize(length_made);
     return out;
 }
 
@@ -323,16 +324,47 @@ TEST(m2_decoder, literal_runs_from_any_bit_on)
     }
 }
 
-TEST(m2_decoder, runs_up_to_the_end_of_the_block_and_beyond)
+/// Expects a block cut to any length, as both the decoders and the plain one make it of its stream.
+void expect_clipped(const m2_block& block, u32 max_excess)
+{
+    const bytes stream = block.stream();
+    for (u32 excess = 0; excess <= max_excess; ++excess) {
+        const u32 size = block.size() - excess;
+        const bytes expected = first_of(block.data(), size);
+        ASSERT_EQ(test::m2_plain_decode(stream, size, block.level()), expected) << excess;
+        ASSERT_EQ(decode(stream, size, block.level()), expected) << excess;
+    }
+}
+
+TEST(m2_decoder, clips_runs_at_the_end_of_the_block)
+{
+    for (const u32 count : {12U, 13U, 30U, 1000U, 70000U}) {
+        for (u32 literals = 0; literals < 9; ++literals) { // from any bit on
+            const u32 max_excess = std::min(count - 1, 40U);
+            for (const u32 level : dialects)
+                expect_clipped(m2_block(level).literals(literals).literal_run(count), max_excess);
+            expect_clipped(m2_block(7).literals(literals).byte_run('x', count), max_excess);
+        }
+    }
+}
+
+TEST(m2_decoder, ignores_tokens_after_a_clipped_run)
 {
     for (const u32 level : dialects) {
-        const m2_block block = m2_block(level).literals(5).literal_run(30);
-        expect_decoded(block);
-        EXPECT_EQ(decode(block.stream(), 35, level).size(), 6U);
+        expect_clipped(m2_block(level).literals(5).literal_run(30).literals(9).match(99, 7), 130);
+        if (level == 7) expect_clipped(m2_block(7).byte_run('x', 30).literal_run(50), 75);
     }
-    const m2_block block = m2_block(7).literals(5).byte_run('x', 30);
-    expect_decoded(block);
-    EXPECT_EQ(decode(block.stream(), 35, 7).size(), 6U);
+}
+
+TEST(m2_decoder, stops_at_a_literal_run_cut_by_the_payload_even_where_the_block_ends_earlier)
+{
+    for (const u32 level : dialects) {
+        const m2_block block = m2_block(level).literals(5).literal_run(1000);
+        const bytes& stream = block.writer().out;
+        for (const u32 size : {7U, 20U, 500U, 1005U})
+            EXPECT_EQ(decode(first_of(stream, stream.size() - 1), size, level),
+                      first_of(block.data(), 6));
+    }
 }
 
 TEST(m2_decoder, a_byte_run_of_nothing_at_the_end_of_a_stream_is_none)
@@ -448,16 +480,26 @@ TEST(m2_decoder, a_token_code_with_31_zeros_is_a_match_and_one_with_32_is_damage
     }
 }
 
-TEST(m2_decoder, the_count_of_a_run_beyond_the_block_ends_it)
+TEST(m2_decoder, clips_byte_runs_of_any_count_and_stops_at_an_invalid_one)
 {
     for (const u32 zeros : {10U, 20U, 31U, 32U, 33U, 57U, 64U, 65U, 200U}) {
-        m2_plain_writer byte_run = writer().literal('b').put(0b0001101'00000000, 15);
-        m2_plain_writer literal_run = writer().literal('b').put(0b0001110, 7);
-        for (m2_plain_writer* stream : {&byte_run, &literal_run}) {
-            put_gamma_of(zeros, *stream);
-            stream->out.resize(2000, 0xFF);
-            EXPECT_EQ(decode(stream->out, 1000, 7), bytes_of("ab")) << zeros;
-        }
+        m2_plain_writer stream = writer().literal('b').put(0b0001101'00000000, 15);
+        put_gamma_of(zeros, stream);
+        stream.out.resize(2000, 0xFF);
+        bytes expected = bytes_of("ab");
+        if (zeros < 32) expected.resize(1000, 0);
+        EXPECT_EQ(decode(stream.out, 1000, 7), expected) << zeros;
+    }
+}
+
+TEST(m2_decoder, stops_at_a_literal_run_of_an_invalid_count_or_past_the_payload)
+{
+    for (const u32 zeros : {14U, 20U, 31U, 32U, 33U, 57U, 64U, 65U, 200U}) {
+        m2_plain_writer stream = writer().literal('b').put(0b0001110, 7);
+        put_gamma_of(zeros, stream);
+        stream.out.resize(2000, 0xFF);
+        for (const u32 level : dialects)
+            EXPECT_EQ(decode(stream.out, 1000, level), bytes_of("ab")) << zeros;
     }
 }
 
