@@ -25,7 +25,7 @@ bool is_exact(const bytes& payload, usize length, const codec_parameters& parame
     return test::ends_exactly(decoders, payload, length, parameters);
 }
 
-TEST(m1_exact_end, is_that_of_the_stream_of_one_byte)
+TEST(m1_exact_end, accepts_the_stream_of_one_byte)
 {
     EXPECT_TRUE(is_exact({'A', 0, 0, 0, 0x80, 0xEB, 0}, 1));
     EXPECT_FALSE(is_exact({'A'}, 1));
@@ -35,7 +35,7 @@ TEST(m1_exact_end, is_that_of_the_stream_of_one_byte)
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0x80, 0xEB, 0}, 0));
 }
 
-TEST(m1_exact_end, asks_for_the_end_token_that_encoders_write)
+TEST(m1_exact_end, requires_the_end_token_that_encoders_write)
 {
     // The same distance of 0 with other lengths and in longer integers.
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0x80, 0x03, 0}, 1));
@@ -45,7 +45,7 @@ TEST(m1_exact_end, asks_for_the_end_token_that_encoders_write)
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0x80, 0xEB, 0xF0, 0, 0, 0, 0}, 1));
 }
 
-TEST(m1_exact_end, asks_for_unused_flags_of_0)
+TEST(m1_exact_end, requires_unused_flags_of_0)
 {
     for (u32 bit = 0; bit < 31; ++bit) {
         bytes stream{'A', 0, 0, 0, 0x80, 0xEB, 0};
@@ -64,7 +64,7 @@ bytes literals_and_run(u8 count)
     return block;
 }
 
-TEST(m1_exact_end, is_that_of_an_end_token_with_any_flag)
+TEST(m1_exact_end, accepts_an_end_token_with_any_flag)
 {
     for (u8 count = 20; count < 100; ++count) {
         const bytes block = literals_and_run(count);
@@ -72,7 +72,7 @@ TEST(m1_exact_end, is_that_of_an_end_token_with_any_flag)
     }
 }
 
-TEST(m1_exact_end, asks_for_a_zero_control_word_after_the_32nd_flag)
+TEST(m1_exact_end, requires_a_zero_control_word_after_the_32nd_flag)
 {
     const bytes block = literals_and_run(30);
     const bytes stream = encode(block, low);
@@ -88,7 +88,7 @@ TEST(m1_exact_end, asks_for_a_zero_control_word_after_the_32nd_flag)
     }
 }
 
-TEST(m1_exact_end, has_no_zero_control_word_after_the_first_flag_of_a_group)
+TEST(m1_exact_end, rejects_a_zero_control_word_after_other_flags)
 {
     const bytes block = literals_and_run(31);
     const bytes stream = encode(block, low);
@@ -98,7 +98,7 @@ TEST(m1_exact_end, has_no_zero_control_word_after_the_first_flag_of_a_group)
     EXPECT_FALSE(is_exact(joined({stream, bytes(4)}), block.size()));
 }
 
-TEST(m1_exact_end, allows_a_last_match_to_pass_the_block_by_5_bytes)
+TEST(m1_exact_end, accepts_a_last_match_up_to_5_bytes_past_the_end)
 {
     // A match of 7 bytes at distance 1 after the first byte, in each of the three forms, the last
     // also with a distance of five bytes.
@@ -115,7 +115,7 @@ TEST(m1_exact_end, allows_a_last_match_to_pass_the_block_by_5_bytes)
         EXPECT_EQ(is_exact(stream, length), length >= 596 && length <= 601) << length;
 }
 
-TEST(m1_exact_end, allows_no_item_after_the_block)
+TEST(m1_exact_end, rejects_items_after_the_end_of_the_block)
 {
     // A block of two bytes: flags 011 (the end after a match), 001 (after two literals).
     EXPECT_TRUE(is_exact({'A', 0, 0, 0, 0x40, 'B', 0xEB, 0}, 2));
@@ -124,7 +124,7 @@ TEST(m1_exact_end, allows_no_item_after_the_block)
     EXPECT_TRUE(is_exact({'A', 0, 0, 0, 0x20, 'B', 'C', 0xEB, 0}, 3));
 }
 
-TEST(m1_exact_end, is_not_an_early_end_token)
+TEST(m1_exact_end, rejects_an_early_end_token)
 {
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0x80, 0xEB, 0}, 2));
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0x40, 'B', 0xEB, 0}, 3));
@@ -132,7 +132,7 @@ TEST(m1_exact_end, is_not_an_early_end_token)
     EXPECT_FALSE(is_exact({'A', 0, 0, 0, 0xA0, 0xEB, 0, 'B', 0xEB, 0}, 2));
 }
 
-TEST(m1_exact_end, is_that_of_a_last_match_of_the_encoder_that_passes_the_end)
+TEST(m1_exact_end, accepts_last_matches_of_encoders_past_the_end)
 {
     // Four bytes at the last position, six at levels 4 to 7 in the second block.
     const bytes by_3 = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
@@ -144,7 +144,7 @@ TEST(m1_exact_end, is_that_of_a_last_match_of_the_encoder_that_passes_the_end)
     }
 }
 
-TEST(m1_exact_end, is_lost_by_any_change_of_the_end)
+TEST(m1_exact_end, rejects_any_change_to_the_end_token)
 {
     for (const u8 count : {u8{25}, u8{30}, u8{31}}) { // the 32nd flag, a new group
         const bytes block = literals_and_run(count);
@@ -161,7 +161,7 @@ TEST(m1_exact_end, is_lost_by_any_change_of_the_end)
 
 class m1_exact_end_property : public testing::TestWithParam<u8> {};
 
-TEST_P(m1_exact_end_property, is_that_of_every_stream_of_the_encoder)
+TEST_P(m1_exact_end_property, accepts_every_stream_of_the_encoder)
 {
     u32 streams = 0;
     test::for_all_edge_lengths(GetParam(), [&](const bytes& block) {
@@ -171,7 +171,7 @@ TEST_P(m1_exact_end_property, is_that_of_every_stream_of_the_encoder)
     EXPECT_GT(streams, 1000U);
 }
 
-TEST_P(m1_exact_end_property, is_that_of_streams_of_any_tokens)
+TEST_P(m1_exact_end_property, accepts_streams_of_random_tokens)
 {
     const u32 min_match = GetParam() < 8 ? 4 : 3;
     for (u64 seed = 1; seed <= 40; ++seed) {

@@ -25,7 +25,7 @@ bool is_exact(const bytes& payload, usize length, u32 level)
     return test::ends_exactly(decoders, payload, length, parameters_of(2, static_cast<u8>(level)));
 }
 
-TEST(m2_exact_end, is_that_of_the_stream_of_one_byte)
+TEST(m2_exact_end, accepts_the_stream_of_one_byte)
 {
     for (const u8 level : dialects) {
         EXPECT_TRUE(is_exact({'A', 0b0001111'0}, 1, level));
@@ -38,7 +38,7 @@ TEST(m2_exact_end, is_that_of_the_stream_of_one_byte)
     }
 }
 
-TEST(m2_exact_end, is_lost_by_any_flipped_bit_of_the_end_token_and_after_it)
+TEST(m2_exact_end, rejects_any_bit_flip_in_the_end_token_and_after_it)
 {
     for (const u8 level : dialects) {
         for (u32 literals = 0; literals < 30; ++literals) { // the end token from any bit on
@@ -54,7 +54,7 @@ TEST(m2_exact_end, is_lost_by_any_flipped_bit_of_the_end_token_and_after_it)
     }
 }
 
-TEST(m2_exact_end, asks_for_the_end_token)
+TEST(m2_exact_end, requires_the_end_token)
 {
     for (const u8 level : dialects) {
         for (u32 literals = 0; literals < 30; ++literals) {
@@ -67,7 +67,7 @@ TEST(m2_exact_end, asks_for_the_end_token)
     }
 }
 
-TEST(m2_exact_end, allows_a_last_match_to_pass_the_block_by_5_bytes)
+TEST(m2_exact_end, accepts_a_last_match_up_to_5_bytes_past_the_end)
 {
     for (const u8 level : dialects) {
         for (const u32 literals : {0U, 1U, 2U, 3U, 4U, 7U, 40U}) {
@@ -85,7 +85,7 @@ TEST(m2_exact_end, allows_a_last_match_to_pass_the_block_by_5_bytes)
     }
 }
 
-TEST(m2_exact_end, allows_runs_up_to_the_end_of_the_block_but_not_past_it)
+TEST(m2_exact_end, accepts_runs_up_to_the_end_of_the_block_but_not_past_it)
 {
     for (const u8 level : dialects) {
         for (const u32 count : {12U, 13U, 30U, 1000U}) {
@@ -103,7 +103,7 @@ TEST(m2_exact_end, allows_runs_up_to_the_end_of_the_block_but_not_past_it)
     }
 }
 
-TEST(m2_exact_end, is_not_an_early_end_token)
+TEST(m2_exact_end, rejects_an_early_end_token)
 {
     for (const u8 level : dialects) {
         for (u32 literals = 0; literals < 8; ++literals) {
@@ -114,7 +114,7 @@ TEST(m2_exact_end, is_not_an_early_end_token)
     }
 }
 
-TEST(m2_exact_end, is_that_of_a_last_match_of_the_encoder_that_passes_the_end)
+TEST(m2_exact_end, accepts_last_matches_of_encoders_past_the_end)
 {
     // Four bytes at the last position, six at levels 4 to 7 in the second block.
     const bytes by_3 = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
@@ -128,7 +128,7 @@ TEST(m2_exact_end, is_that_of_a_last_match_of_the_encoder_that_passes_the_end)
 
 class m2_exact_end_property : public testing::TestWithParam<u8> {};
 
-TEST_P(m2_exact_end_property, is_that_of_every_stream_of_the_encoder)
+TEST_P(m2_exact_end_property, accepts_every_stream_of_the_encoder)
 {
     u32 streams = 0;
     test::for_all_edge_lengths(GetParam(), [&](const bytes& block) {
@@ -138,7 +138,7 @@ TEST_P(m2_exact_end_property, is_that_of_every_stream_of_the_encoder)
     EXPECT_GT(streams, 1000U);
 }
 
-TEST_P(m2_exact_end_property, is_that_of_streams_of_any_tokens)
+TEST_P(m2_exact_end_property, accepts_streams_of_random_tokens)
 {
     for (u64 seed = 1; seed <= 40; ++seed) {
         m2_block block = test::random_m2_block(seed, GetParam(), 300);

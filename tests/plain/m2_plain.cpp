@@ -14,8 +14,8 @@ static_assert(m2_plain_class_of(4064) == 13 && m2_plain_class_of(4065) == 14);
 static_assert(m2_plain_class_of(4096) == 14 && m2_plain_class_of(4097) == 15);
 static_assert(m2_plain_class_of(6144) == 15 && m2_plain_class_of(m2_rules.longest_dist) == 31);
 
-// The codes of tokens.  Matches have the others: from 2 on the shortest ones, which leave 13 free
-// where there are byte runs, and from 16 on those of 15 bytes and more.
+// The token codes that are no matches.  The codes from 2 on are matches of up to 14 bytes, without
+// 13 where there are byte runs; those from 16 on are matches of 15 bytes and more.
 constexpr u32 literal_code = 1;
 constexpr u32 byte_run_code = 13;
 constexpr u32 literal_run_code = 14;
@@ -43,7 +43,7 @@ u32 length_of_code(u32 code, u32 level)
     return code >= 16 ? code - 1 : code - 2 + shortest_match(level);
 }
 
-/// Writes literals in the way that their number asks for.
+/// Writes literals one by one or, from `shortest_run` on, as a run.
 void write_literals(m2_plain_writer& writer, const bytes& literals, usize shortest_run)
 {
     if (literals.size() >= shortest_run) {
@@ -179,7 +179,7 @@ bytes m2_plain_decode(const bytes& stream, usize out_len, u32 level)
                 out.push_back(out.at(out.size() - dist));
         }
     }
-    if (out.size() > out_len) out.resize(out_len); // the last token may pass the block's end
+    if (out.size() > out_len) out.resize(out_len); // the last token may pass the end of the block
     return out;
 }
 

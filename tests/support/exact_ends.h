@@ -1,4 +1,4 @@
-// support/exact_ends.h - streams of encoders, whose end a decoder must recognise
+// support/exact_ends.h - expectations of codec_result::exact_end, for all decoders
 #pragma once
 
 #include "support/codec_runs.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// The decoders of a method: the one of the codec table and, if there is one, its portable form.
+/// The decoders of a method: that of the codec table and, if there is one, the portable one.
 using codec_entries = std::vector<const codec_entry*>;
 
 /// Returns whether a payload ends exactly.  All `decoders` must agree, whatever follows it.
@@ -26,8 +26,8 @@ inline bool ends_exactly(const codec_entries& decoders, const bytes& payload, us
     return exact != 0;
 }
 
-/// Expects that the stream of a block ends exactly, but neither what is left of it without its last
-/// byte nor a longer payload, nor as the stream of a block of another length.
+/// Expects an exact end of the stream of a block, and none of the stream without its last byte,
+/// with further bytes, or for a block of another length.
 inline void expect_exact_end(const codec_entries& decoders, const bytes& stream, usize length,
                              const codec_parameters& parameters)
 {
@@ -48,8 +48,7 @@ inline void expect_exact_end(const codec_entries& decoders, const bytes& stream,
     }
 }
 
-/// Expects an exact end of what the encoder makes of a block, unless it stores it.  Returns whether
-/// there is a stream.
+/// Encodes a block and expects an exact end of its stream.  Returns false if the block is stored.
 inline bool expect_exact_end_of_block(const codec_entries& decoders, const bytes& block,
                                       const codec_parameters& parameters)
 {
