@@ -90,8 +90,7 @@ TEST(m2_encoder, stores_a_block_of_2_to_4_bytes_and_encodes_5_equal_ones)
     const bytes stream{0, 0b01000000, 0b00000001, 0b11100000};
     for (u8 level = 0; level < hash_levels; ++level) {
         for (const usize size : {2U, 3U, 4U}) {
-            EXPECT_EQ(run_encoder(bytes(size), m2_parameters(level)).result.length,
-                      static_cast<i32>(size));
+            EXPECT_EQ(run_encoder(bytes(size), m2_parameters(level)).result.length, size);
             EXPECT_EQ(encode(bytes(size), m2_parameters(level)), bytes(size));
         }
         EXPECT_EQ(encode(bytes(5), m2_parameters(level)), level == 3 ? bytes(5) : stream);
