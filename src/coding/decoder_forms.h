@@ -1,10 +1,11 @@
-// coding/decoder_forms.h - the decoders of methods 1 and 2, each in four forms
+// coding/decoder_forms.h - the four instances of a decoder with static codes (methods 1 and 2)
 //
-// Both are made of shifts by numbers that have just been found, so they are compiled twice: for
-// processors with bit instructions and for all others.  And the shortest match is a constant.
+// Both decoders spend their time on shifts by counts that were just decoded, which BMI2 and LZCNT
+// make cheaper.  Each is therefore compiled for processors with these extensions and for all
+// others, and for both values of the shortest match, a constant of the loop.
 //
-// A method gives a template `Decoding<MinMatch, Bits>` with an always-inlined function decode(job),
-// which decodes the block of a job.
+// A method supplies a template `Decoding<MinMatch, Bits>` with an always-inlined static function
+// decode(job), which decodes the block of a job.
 #pragma once
 
 #include "coding/codec.h"
@@ -12,6 +13,11 @@
 #include "common/bit_instructions.h"
 
 namespace quarnex {
+
+/// Bytes by which an encoder's last match can pass the end of the block.  Candidates are compared
+/// as words of four bytes, of which three can lie past the end; a look-ahead match up to two
+/// positions further on may be extended backwards to the current one.
+inline constexpr u32 max_last_match_excess = 3 + 2;
 
 template <template <u32, class> class Decoding, class Bits>
 [[gnu::always_inline]] inline codec_result decode_by_level(const codec_job& job)
@@ -26,14 +32,14 @@ QUARNEX_BIT_INSTRUCTIONS codec_result decode_fast(const codec_job& job)
     return decode_by_level<Decoding, fast_bits>(job);
 }
 
-/// Decodes a block on any processor.
+/// run() of a decoder for any processor.
 template <template <u32, class> class Decoding>
 codec_result decode_portable(const codec_job& job, void* /*state*/)
 {
     return decode_by_level<Decoding, portable_bits>(job);
 }
 
-/// Decodes a block in the best way that this processor has.
+/// run() of a decoder that uses bit instructions if this processor has them.
 template <template <u32, class> class Decoding>
 codec_result decode_best(const codec_job& job, void* state)
 {

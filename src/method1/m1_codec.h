@@ -1,15 +1,15 @@
-// method1/m1_codec.h - all that the rest of the program sees of method 1
+// method1/m1_codec.h - the public interface of method 1
 #pragma once
 
 #include "coding/codec.h"
 
 namespace quarnex {
 
-/// Byte-aligned LZ, the fastest method.
+/// Encoder of byte-aligned LZ77, the fastest method.
 extern const codec_entry m1_encoder;
-/// Decodes the streams of all levels.
+/// Decoder for the streams of all levels.
 extern const codec_entry m1_decoder;
-/// What m1_decoder is on processors without has_bit_instructions().
+/// The code path of m1_decoder on processors without has_bit_instructions(), for tests.
 extern const codec_entry m1_portable_decoder;
 
 } // namespace quarnex

@@ -1,19 +1,25 @@
-// method1/m1_decoder.cpp - the decoder of method 1
+// method1/m1_decoder.cpp - decoder of method 1: byte-aligned LZ77 with control words
 //
-// One pass of the outer loop takes a control word and the items of its 32 flags; one pass of the
-// inner loop takes a match and copies the literals behind it, 16 bytes whatever their number (32 in
-// the few groups that have a longer run).  Literals cost no step of their own: a literal is one
-// byte in the stream, one byte in the block and one flag, so inside a group the item of flag f lies
-// at in + f and goes to pos + f, with `in` and `pos` moved by matches alone.
+// A stream of the family of LZRW1 (Williams 1991): flags gathered in control words, whole-byte
+// literals and match tokens, no entropy coding.  O(n) time; no memory besides the two buffers.
 //
-// A token's size decides where the next one lies.  To keep this chain short, the eight bytes at the
-// nearest place where the next token can lie are loaded before the size is known, and then shifted.
-// Near and long tokens part by their two lowest bits, before anything else is known of them: where
-// they mix, this branch is the one that is guessed wrong, and it must be found out early.
+// The textbook decoder tests one flag per item and copies a literal or a match.  Its branch on the
+// flag is mispredicted about once a match, and each literal costs a step.  Here one pass of the
+// outer loop decodes a control word with the items of its 32 flags, and one pass of the inner loop
+// a match with the literals that follow it, copied as 16 bytes whatever their number (32 in the few
+// groups that have a longer run).  Literals cost no step of their own: a literal is one byte in the
+// stream, one byte in the block and one flag, so inside a group the item of flag f lies at in + f
+// and goes to pos + f, with `in` and `pos` advanced by matches alone.
 //
-// The slack of both buffers is larger than what a group can read or write unasked, so both cursors
+// A token's size determines the address of the next one.  To shorten this dependency chain, the
+// eight bytes at the lowest address where the next token can start are loaded before the size is
+// known, then shifted.  Near (short and medium) and long tokens are told apart by their two lowest
+// bits, before any field is extracted: in mixed data this is the branch that is mispredicted, so it
+// must resolve early.
+//
+// The slack of both buffers exceeds what one group can read or write past the end, so both cursors
 // are tested once a group; only escaped tokens (a length above 62 + MinMatch or a distance of five
-// bytes) are measured against the room that is left.  A damaged stream ends there, or at the first
+// bytes) are checked against the remaining room.  A corrupt stream ends there, or at the first
 // distance that reaches before the block.
 #include "coding/decoder_forms.h"
 #include "common/copy.h"
@@ -21,28 +27,31 @@
 #include "method1/m1_format.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace quarnex {
 namespace {
 
-/// The place of the mark behind the flags of a group.
+/// Position of the sentinel that follows the flags of a group.
 constexpr u32 m1_end_flag = m1_flags_per_word;
-/// A match is plain if its token has the length in its first byte.
+/// A plain match has its length in the first byte of a long token.
 constexpr u32 m1_plain_max_len = m1_long_escape - 1 + static_min_match(0);
-/// What the copy of a plain match from afar writes, whatever its length.
+/// Bytes that the copy of a plain match writes at distances of 16 and more, whatever its length.
 constexpr u32 m1_far_copy = 4 * 16 + 8;
 static_assert(m1_far_copy >= m1_plain_max_len);
-/// What the copy of any plain match writes at the most.
+/// Upper bound of the bytes that the copy of a plain match writes.
 constexpr u32 m1_plain_copy = m1_plain_max_len + copy_match_overrun;
 static_assert(m1_plain_copy >= m1_far_copy);
-/// A near match is copied as one word, which none exceeds.
+/// Upper bound of the bytes that the copy of a near match writes: one word or a widened pattern.
+constexpr u32 m1_near_copy = 24;
 static_assert((1U << m1_medium_len_bits) - 1 + static_min_match(0) <= 16);
+static_assert(m1_near_copy <= m1_plain_copy);
 
-constexpr u32 m1_short_run = 16;               // literals behind a match, in most groups
-constexpr u32 m1_long_run = m1_flags_per_word; // ... and in all of them
-constexpr u32 m1_ahead_bytes = 16;             // more than the word that is loaded ahead reaches
+constexpr u32 m1_short_run = 16;               // literals copied after a match, in most groups
+constexpr u32 m1_long_run = m1_flags_per_word; // and in groups with a longer run
+constexpr u32 m1_lookahead_bytes = 16;         // bound of what load_ahead() reads past a token
 constexpr u32 m1_group_reads =
-    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + m1_ahead_bytes;
+    m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + m1_lookahead_bytes;
 static_assert(m1_group_reads <= payload_slack);
 constexpr u32 m1_group_writes = m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_long_run;
 static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_long_run);
@@ -55,20 +64,20 @@ constexpr bit_field m1_medium_len(2 + m1_medium_dist_bits, m1_medium_len_bits);
 constexpr bit_field m1_near_dist[3]{m1_short_dist, m1_medium_dist, m1_short_dist};
 constexpr bit_field m1_near_len[3]{m1_short_len, m1_medium_len, m1_short_len};
 
-/// Copies a plain match of a long token.  From afar it writes m1_far_copy: a test of the length
-/// costs more than the words that it saves.
-[[gnu::always_inline]] inline void m1_copy_plain(u8* to, usize dist, usize len)
+/// Copies a plain match of a long token.  At distances of 16 and more it writes m1_far_copy bytes:
+/// testing the length costs more than the words that it saves.
+[[gnu::always_inline]] inline void m1_copy_plain(u8* dest, usize dist, usize len)
 {
-    if (dist < 16) return copy_match(to, static_cast<u32>(dist), len);
-    const u8* const from = to - dist;
-    copy_16(to, from);
-    copy_16(to + 16, from + 16);
-    copy_16(to + 32, from + 32);
-    copy_16(to + 48, from + 48);
-    copy_8(to + 64, from + 64);
+    if (dist < 16) return copy_match(dest, static_cast<u32>(dist), len);
+    const u8* const source = dest - dist;
+    copy_16(dest, source);
+    copy_16(dest + 16, source + 16);
+    copy_16(dest + 32, source + 32);
+    copy_16(dest + 48, source + 48);
+    copy_8(dest + 64, source + 64);
 }
 
-/// A control word with its flags in the order of their use from the lowest bit up.
+/// Returns a control word with its flags in the order of their use from the lowest bit up.
 constexpr u32 m1_reversed(u32 control)
 {
     control = (control >> 1 & 0x55555555) | (control & 0x55555555) << 1;
@@ -78,31 +87,120 @@ constexpr u32 m1_reversed(u32 control)
 }
 static_assert(m1_reversed(0x80000001) == 0x80000001 && m1_reversed(0xC0000000) == 3);
 
-/// The lowest flag that is set; one is, at least the mark.
+/// Returns the position of the lowest set flag.  At least the sentinel is set.
 [[gnu::always_inline]] inline usize m1_next_match(u64 flags)
 {
-    // Where words have 32 bits the mark is in another one: no flag in the first stands for it.
+    // On 32-bit machines the sentinel is in the upper word, and is meant if the lower one is 0.
     if constexpr (sizeof(usize) == sizeof(u32))
         return static_cast<u32>(std::countr_zero(static_cast<u32>(flags)));
-    return static_cast<u32>(__builtin_ctzll(flags)); // std::countr_zero() would test for none
+    return static_cast<u32>(__builtin_ctzll(flags)); // std::countr_zero() would test for 0
 }
 
-/// The first flag that is set of a control word as it stands in the stream; one is.  Its token
-/// needs not wait for the flags in their order of use.
+/// Returns the first set flag of a control word as it is in the stream; the word is not 0.  The
+/// first token is loaded by it, without waiting for m1_reversed().
 [[gnu::always_inline]] inline usize m1_first_match(u32 control)
 {
+    assert(control != 0);
     return static_cast<u32>(__builtin_clz(control));
 }
 
-/// Whether more than m1_short_run literals follow a match of a group, `first` being the first.
+/// Returns whether more than m1_short_run literals follow a match of a group, the first of which
+/// has the flag `first`.
 constexpr bool m1_has_long_run(u64 flags, usize first)
 {
-    u64 close = flags | flags >> 1; // in the end: a match here or at one of the next 16 flags
+    u64 close = flags | flags >> 1; // becomes: a match here or at one of the next 16 flags
     close |= close >> 2;
     close |= close >> 4;
     close |= close >> 8;
     close |= flags >> m1_short_run;
     return static_cast<u32>(~close) >> first != 0;
+}
+
+/// An item of a group as read: a match token or a literal.
+struct m1_item {
+    u64 len;
+    u32 dist;  // 0: the end token
+    u32 bytes; // in the stream
+};
+constexpr m1_item m1_literal{1, 1, 1}; // of any distance but 0
+
+/// Reads a long token of any size.
+inline m1_item m1_get_long(const u8* in, u32 min_match)
+{
+    const u32 escape = *in >> 2;
+    m1_integer excess{0, 0};
+    if (escape == m1_long_escape) excess = m1_get_integer(in + 1);
+    const m1_integer dist = m1_get_integer(in + 1 + excess.bytes);
+    return {u64{escape} + excess.value + min_match, dist.value, 1 + excess.bytes + dist.bytes};
+}
+
+/// Reads a token of any form.
+m1_item m1_get_token(const u8* in, u32 min_match)
+{
+    const u32 word = load_u32(in);
+    if (m1_is_long(word)) return m1_get_long(in, min_match);
+    const u32 form = word & m1_long_tag;
+    const usize code = portable_bits::extract(word, m1_near_len[form]);
+    const usize offset = portable_bits::extract(word, m1_near_dist[form]);
+    return {code + min_match, static_cast<u32>(offset) + 1,
+            m1_short_bytes + (word & m1_medium_tag)};
+}
+
+/// Returns whether the end token at `in` has the form that encoders write and ends the payload.
+/// `flag` is the position of its flag, `later_flags` are those after it.
+bool m1_is_last_token(const u8* in, const u8* in_end, u32 flag, u32 later_flags)
+{
+    if (load_u16(in) != m1_end_token || later_flags != 0) return false;
+    in += m1_end_bytes;
+    if (flag != m1_flags_per_word - 1) return in == in_end;
+    // The encoder has started another control word.
+    return in + m1_control_bytes == in_end && load_u32(in) == 0;
+}
+
+/// The start of a group: its control word in the stream, its first item in the block.
+struct m1_group {
+    const u8* in;
+    usize pos;
+};
+
+/// Returns whether a payload that fills its block ends with it, as encoders end it.  `group` is the
+/// last one that starts in the block; its distances have been checked.
+///
+/// A second pass over the items of at most two groups: the loops of the decoder neither count the
+/// bytes of single items nor stop at the end of the block.
+bool m1_ends_exactly(const codec_job& job, m1_group group, u32 min_match)
+{
+    assert(group.pos <= job.out_len && group.in <= job.in_buf + job.in_len);
+    const u8* const in_end = job.in_buf + job.in_len;
+    const u8* in = group.in;
+    u64 pos = group.pos;
+    while (in < in_end) {
+        u32 flags = load_u32(in);
+        in += m1_control_bytes;
+        for (u32 flag = 0; flag < m1_flags_per_word; ++flag) {
+            if (in >= in_end) return false;
+            const bool is_match = flags >> 31 != 0;
+            flags <<= 1;
+            const m1_item item = is_match ? m1_get_token(in, min_match) : m1_literal;
+            if (item.dist == 0) return m1_is_last_token(in, in_end, flag, flags);
+            if (pos >= job.out_len) return false; // the stream of a longer block
+            pos += item.len;
+            if (pos > u64{job.out_len} + max_last_match_excess) return false;
+            in += item.bytes;
+        }
+    }
+    return false;
+}
+
+/// Returns the result of a decoder that stopped with its cursors at `in` and `pos`, in `group` or
+/// at its end.  Out of line: the decoding loops share it.
+[[gnu::noinline]] codec_result m1_result(const codec_job& job, const u8* in, usize pos,
+                                         m1_group group, u32 min_match)
+{
+    // A group that is cut off doesn't count: its last items are made of zeros.
+    if (in > job.in_buf + job.in_len) pos = group.pos;
+    if (pos < job.out_len) return {.length = static_cast<u32>(pos)};
+    return {.length = job.out_len, .exact_end = m1_ends_exactly(job, group, min_match)};
 }
 
 /// A stream while it is decoded.
@@ -113,26 +211,24 @@ struct m1_decoding {
     const usize size; // of the block
     usize pos = 0;    // in the block
 
-    /// Decodes the block of a job.  Returns the bytes in it, fewer than its length at damage.
+    /// Decodes the block of a job.  The result is shorter than the block if the stream is corrupt.
     [[gnu::always_inline]] static codec_result decode(const codec_job& job)
     {
         if (job.in_len == 0 || job.out_len == 0) return {};
         const u8* const in_end = job.in_buf + job.in_len;
         m1_decoding stream{job.in_buf, job.out_buf, job.out_len};
         stream.begin[stream.pos++] = *stream.in++;
+        m1_group group{stream.in, stream.pos};
         while (stream.in < in_end && stream.pos < stream.size) {
-            const usize group = stream.pos;
-            const bool more = stream.take_group();
-            // A group that is cut off doesn't count: its last items are made of zeros.
-            if (stream.in > in_end) stream.pos = group;
-            if (!more) break;
+            group = {stream.in, stream.pos};
+            if (!stream.decode_group()) break;
         }
-        return {.length = static_cast<u32>(std::min(stream.pos, stream.size))};
+        return m1_result(job, stream.in, stream.pos, group, MinMatch);
     }
 
-    /// Takes the items of a control word.  False at the end token and at damage, with both cursors
-    /// there.
-    [[gnu::always_inline]] bool take_group()
+    /// Decodes a control word and its items.  Returns false at the end token and at a corrupt
+    /// token, with both cursors there.
+    [[gnu::always_inline]] bool decode_group()
     {
         const u32 control = load_u32(in);
         in += m1_control_bytes;
@@ -140,36 +236,36 @@ struct m1_decoding {
         if (control == 0) return end_group();
         const usize first = m1_first_match(control);
         const u64 flags = m1_reversed(control) | u64{1} << m1_end_flag;
-        if (m1_has_long_run(flags, first)) return take_items<m1_long_run>(flags, first);
-        return take_items<m1_short_run>(flags, first);
+        if (m1_has_long_run(flags, first)) return decode_matches<m1_long_run>(flags, first);
+        return decode_matches<m1_short_run>(flags, first);
     }
 
   private:
-    /// Takes the matches of a group, the first at `flag`, and copies `Literals` bytes behind each.
+    /// Decodes the matches of a group, the first at `flag`, and copies `Literals` bytes after each.
     template <u32 Literals>
-    [[gnu::always_inline]] bool take_items(u64 flags, usize flag)
+    [[gnu::always_inline]] bool decode_matches(u64 flags, usize flag)
     {
         u64 token = load_u64(in + flag);
         for (;;) {
-            usize next_flag = drop_match(flags);
+            usize next_flag = clear_lowest(flags);
             u64 next = load_ahead(next_flag);
             while (!m1_is_long(token)) {
-                if (!take_near(token, flag)) return stop(flag);
+                if (!decode_near(token, flag)) return stop(flag);
                 copy_literals<Literals>(flag);
                 token = next >> 8 * (token & m1_medium_tag);
                 flag = next_flag;
                 if (static_cast<u32>(flags) == 0) return end_group();
-                next_flag = drop_match(flags);
+                next_flag = clear_lowest(flags);
                 next = load_ahead(next_flag);
             }
             if (m1_is_escaped(token)) [[unlikely]] {
-                if (!take_escaped(flag)) return stop(flag);
+                if (!decode_escaped(flag)) return stop(flag);
                 token = load_u64(in + next_flag);
             } else {
                 const m1_long_dist dist = m1_get_long_dist(token);
-                // Behind a wrong guess at a long token, the next token is what all waits for.
+                // After a misprediction the next token is on the critical path: compute it first.
                 const u64 following = computed_here(next >> 8 * dist.more);
-                if (!take_plain(token, dist, flag)) return stop(flag);
+                if (!decode_plain(token, dist, flag)) return stop(flag);
                 token = following;
             }
             copy_literals<Literals>(flag);
@@ -178,20 +274,20 @@ struct m1_decoding {
         }
     }
 
-    /// Clears the lowest flag and returns the place of the next one, or of the mark.
-    [[gnu::always_inline]] static usize drop_match(u64& flags)
+    /// Clears the lowest flag and returns the position of the next one, or of the sentinel.
+    [[gnu::always_inline]] static usize clear_lowest(u64& flags)
     {
         flags &= flags - 1;
         return m1_next_match(flags);
     }
 
-    /// The word at the nearest place where the token of `next_flag` can lie.
+    /// Loads the word at the lowest address where the token of `next_flag` can start.
     [[gnu::always_inline]] u64 load_ahead(usize next_flag) const
     {
         return load_u64(in + (m1_short_bytes - 1) + next_flag);
     }
 
-    /// Ends the stream at the item of `flag`.
+    /// Moves both cursors to the item of `flag`, where the stream ends.
     [[gnu::always_inline]] bool stop(usize flag)
     {
         in += flag;
@@ -209,18 +305,20 @@ struct m1_decoding {
     template <u32 Literals>
     [[gnu::always_inline]] void copy_literals(usize flag)
     {
-        u8* const to = begin + pos + flag + 1;
-        const u8* const from = in + flag + 1;
-        copy_16(to, from);
-        if constexpr (Literals > 16) copy_16(to + 16, from + 16);
+        assert(pos + flag + 1 + Literals <= size + out_slack);
+        u8* const dest = begin + pos + flag + 1;
+        const u8* const source = in + flag + 1;
+        copy_16(dest, source);
+        if constexpr (Literals > 16) copy_16(dest + 16, source + 16);
     }
 
-    // The matches.  Each is false, with nothing moved, if the distance is 0 or reaches before the
-    // block; an escaped one also if it starts behind the block.
+    // Matches.  Each function returns false, with both cursors unchanged, if the distance is 0 or
+    // reaches before the block; decode_escaped() also if the match starts past the block's end.
 
-    [[gnu::always_inline]] bool take_near(u64 token, usize flag)
+    [[gnu::always_inline]] bool decode_near(u64 token, usize flag)
     {
         const usize at = pos + flag;
+        assert(at + m1_near_copy <= size + out_slack);
         const auto word = static_cast<usize>(token);
         const usize form = word & m1_long_tag;
         const usize offset = Bits::extract(word, m1_near_dist[form]);
@@ -236,9 +334,10 @@ struct m1_decoding {
         return true;
     }
 
-    [[gnu::always_inline]] bool take_plain(u64 token, m1_long_dist dist, usize flag)
+    [[gnu::always_inline]] bool decode_plain(u64 token, m1_long_dist dist, usize flag)
     {
         const usize at = pos + flag;
+        assert(at + m1_plain_copy <= size + out_slack);
         if (dist.value - 1 >= at) [[unlikely]] // or the distance is 0
             return false;
         const usize len = static_cast<usize>(token >> 2 & m1_long_escape) + MinMatch;
@@ -248,8 +347,8 @@ struct m1_decoding {
         return true;
     }
 
-    /// Takes a long token of any size.
-    [[gnu::always_inline]] bool take_escaped(usize flag)
+    /// Decodes a long token of any size.
+    [[gnu::always_inline]] bool decode_escaped(usize flag)
     {
         const usize at = pos + flag;
         const u8* from = in + flag;
@@ -262,7 +361,7 @@ struct m1_decoding {
         }
         const m1_integer dist = m1_get_integer(from);
         if (dist.value == 0 || dist.value > at || at >= size) return false;
-        // The last match may pass the block's end.
+        // Clips a match that passes the end of the block.
         const auto inside = static_cast<usize>(std::min<u64>(len, size - at));
         copy_match(begin + at, dist.value, inside);
         pos += inside - 1;

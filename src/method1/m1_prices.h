@@ -1,7 +1,8 @@
-// method1/m1_prices.h - what the tokens of method 1 cost
+// method1/m1_prices.h - token prices of method 1 for optimal parsing
 //
-// In 1/256 of a byte.  A token costs its bytes and, by its flag, a little more: for a literal that
-// is an eighth of a byte and one unit, so that the parse leans towards matches.
+// In units of 1/256 byte.  A token costs its bytes and a share for its flag: 1 unit for a match, 33
+// for a literal (1/8 byte and 1 unit), so that the parse prefers matches.  Prices are static; O(1)
+// each.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -14,9 +15,9 @@ class m1_prices {
   public:
     void start_window() {}
 
-    u32 literal(u32 /*pos*/) const { return byte + 33; }
+    u32 literal(u32 /*pos*/) const { return byte + byte / 8 + flag; }
 
-    /// The prices of matches at one distance.
+    /// Prices of matches at one distance, by their length.
     class at_distance {
       public:
         explicit at_distance(u32 dist)
@@ -28,6 +29,7 @@ class m1_prices {
 
         u32 operator()(u32 len) const
         {
+            assert(len >= MinMatch);
             const u32 code = len - MinMatch;
             if (code < short_codes_) return flag + m1_short_bytes * byte;
             if (code < medium_codes_) return flag + m1_medium_bytes * byte;
@@ -36,9 +38,9 @@ class m1_prices {
         }
 
       private:
-        u32 short_codes_; // lengths that a short token has for the distance
-        u32 medium_codes_;
-        u32 long_price_; // of a long token without a length of its own
+        u32 short_codes_;  // number of lengths that a short token can have at the distance
+        u32 medium_codes_; // the same of a medium token
+        u32 long_price_;   // of a long token without a length integer
     };
 
     at_distance matches(u32 /*pos*/, u32 dist) const { return at_distance(dist); }

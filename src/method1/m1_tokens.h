@@ -1,7 +1,8 @@
-// method1/m1_tokens.h - the token writer of method 1
+// method1/m1_tokens.h - token writer of method 1
 //
-// Literals are not written one at a time: the writer remembers where the last match ended and
-// copies the bytes up to the next one in whole words, at most 32 for each control word.
+// Literals are not written one at a time: the writer keeps the end of the last match and copies the
+// bytes up to the next one in whole words, at most 32 per control word.  O(1) time per match plus
+// O(1) per 32 literals; no memory.
 #pragma once
 
 #include "coding/codec.h"
@@ -9,9 +10,12 @@
 #include "match/concepts.h"
 #include "method1/m1_format.h"
 
+#include <cassert>
+
 namespace quarnex {
 
-/// Writes literals and matches of at least MinMatch bytes as a stream of method 1.
+/// Writes literals and matches of MinMatch bytes or more as a stream of method 1.  Matches come in
+/// the order of the block and don't overlap.
 template <u32 MinMatch>
 class m1_tokens {
   public:
@@ -23,16 +27,18 @@ class m1_tokens {
         : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           control_(job.out_buf + 1), out_(job.out_buf + 1 + m1_control_bytes)
     {
+        assert(job.in_len != 0);
         *begin_ = *text_;
     }
 
     bool full() const { return out_ >= limit_; }
 
-    /// Literals are written in front of the next match.
+    /// Does nothing: literals are written before the next match.
     void literal(u32 /*pos*/) {}
 
     void match(u32 pos, u32 len, u32 dist)
     {
+        assert(pos >= done_ && len >= MinMatch && dist != 0 && dist <= pos);
         literals_until(pos);
         if (full()) return;
         put_match(len - MinMatch, dist);
@@ -40,7 +46,7 @@ class m1_tokens {
         done_ = pos + len;
     }
 
-    /// Ends the stream.  Returns its length, or 0 if it is not shorter than the block.
+    /// Ends the stream.  Returns its length, or 0 unless it is shorter than the block.
     u32 finish()
     {
         if (full()) return 0;
@@ -55,7 +61,7 @@ class m1_tokens {
     }
 
   private:
-    /// Stores the control word that has all its flags and reserves the next.
+    /// Stores the control word, which has all its flags, and reserves the next one.
     void next_control_word()
     {
         store_u32(control_, static_cast<u32>(flags_));
@@ -71,7 +77,7 @@ class m1_tokens {
         if (--free_ == 0) next_control_word();
     }
 
-    /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
+    /// Writes the literals from the end of the last match to `pos`.  Stops when the output is full.
     void literals_until(u32 pos)
     {
         if (pos <= done_) return; // the last match can pass the block's end
@@ -101,7 +107,7 @@ class m1_tokens {
             out_ = put_long(out_, code, dist);
             return;
         }
-        // Short or medium is a toss-up, so the two differ in numbers and not in a branch.
+        // Short or medium is unpredictable: computed without a branch.
         const u32 medium = (code >> m1_short_len_bits | offset >> m1_short_dist_bits) != 0 ? 1 : 0;
         const u32 code_shift =
             1 + m1_short_dist_bits + medium * (1 + m1_medium_dist_bits - m1_short_dist_bits);
@@ -118,19 +124,19 @@ class m1_tokens {
 
     const u8* text_;
     u8* begin_;
-    u8* limit_;                    // a stream that gets here is not shorter than the block
-    u8* control_;                  // place of the control word that collects flags
-    u8* out_;                      // place of the next item
-    u64 flags_ = 0;                // flags collected so far, the latest lowest
+    u8* limit_;                    // a stream that reaches this is not shorter than the block
+    u8* control_;                  // the reserved control word, whose flags are in flags_
+    u8* out_;                      // end of the items written
+    u64 flags_ = 0;                // flags of the control word so far, the latest lowest
     u32 free_ = m1_flags_per_word; // flags that still fit
     u32 done_ = first_pos;         // the block is written up to here
 };
 
-/// Everything is written from a place below the block's size on, and 32 bytes of literals are the
-/// most that is written at once.
+/// Upper bound of the bytes written past the block's size: each write starts below it, and 32 bytes
+/// of literals are the longest.
 inline constexpr u32 m1_writes_past = m1_flags_per_word - 1;
 static_assert(m1_writes_past <= out_slack && m1_token_max_bytes + 8 <= m1_flags_per_word);
-/// Bytes behind the block that the copies of literals read.
+/// Upper bound of the bytes read past the end of the block, by copies of literals.
 inline constexpr u32 m1_reads_past = m1_flags_per_word;
 static_assert(m1_reads_past <= in_slack);
 

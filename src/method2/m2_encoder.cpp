@@ -1,4 +1,7 @@
-// method2/m2_encoder.cpp - the ladder of method 2: which search a level runs
+// method2/m2_encoder.cpp - encoder of method 2: the search that each level runs
+//
+// A level is a search of match/ combined with m2_tokens; levels 8 and 9 also price its tokens.
+// Time and memory are those of the search; the token writer adds O(n) time and no memory.
 #include "coding/min_match.h"
 #include "match/bucket_search.h"
 #include "match/hash_search.h"

@@ -1,6 +1,7 @@
-// method2/m2_prices.h - what the tokens of method 2 cost
+// method2/m2_prices.h - token prices of method 2 for optimal parsing
 //
-// In bits, and exactly, but for the literals of a run, each of which has the price of one alone.
+// The exact sizes in bits, except that each literal of a run is priced as a literal token.  Prices
+// are static; O(1) each.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -15,7 +16,7 @@ class m2_prices {
 
     u32 literal(u32 /*pos*/) const { return m2_literal_bits; }
 
-    /// The prices of matches at one distance.
+    /// Prices of matches at one distance, by their length.
     class at_distance {
       public:
         explicit at_distance(u32 dist)

@@ -1,7 +1,8 @@
-// method2/m2_tokens.h - the token writer of method 2
+// method2/m2_tokens.h - token writer of method 2
 //
-// Literals are not written one at a time: the writer remembers where the last match ended and
-// writes the bytes up to the next one six at a time, as many as a put() takes.
+// Literals are not written one at a time: the writer keeps the end of the last match and writes the
+// bytes up to the next one six at a time, which is what one put() takes.  O(1) time per match plus
+// O(1) per 6 literals; no memory.
 #pragma once
 
 #include "coding/bit_writer.h"
@@ -9,16 +10,19 @@
 #include "match/concepts.h"
 #include "method2/m2_format.h"
 
+#include <algorithm>
+#include <cassert>
+
 namespace quarnex {
 
-/// Literals that are written at once.
+/// Literals written by one put().
 inline constexpr u32 m2_literal_group = 6;
 static_assert(m2_literal_group * m2_literal_bits <= bit_writer::most_bits);
 
-/// The literal tokens of the first six of eight bytes, the first highest, in 54 bits.
+/// Returns the literal tokens of the first six of eight bytes, the first highest, in 54 bits.
 constexpr u64 m2_six_literals(u64 bytes)
 {
-    constexpr u64 pair = u64{1} << 36 | u64{1} << 18 | 1; // where three pairs of tokens end
+    constexpr u64 pair = u64{1} << 36 | u64{1} << 18 | 1; // the lowest bits of three token pairs
     const u64 six = bytes >> 16;
     const u64 pairs = (six >> 32) << 36 | (six >> 16 & 0xFFFF) << 18 | (six & 0xFFFF);
     const u64 spread = (pairs & pair * 0xFF00) << 1 | (pairs & pair * 0xFF);
@@ -26,17 +30,18 @@ constexpr u64 m2_six_literals(u64 bytes)
     return spread | flags;
 }
 
-/// From here on a token code and a distance may be too many bits for one put().
+/// The first token code that, with a distance, can exceed the bits of one put().
 inline constexpr u32 m2_first_split_code =
-    1 << ((bit_writer::most_bits - m2_class_bits - m2_most_extra_bits + 1) / 2);
-static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_most_extra_bits <=
+    1 << ((bit_writer::most_bits - m2_class_bits - m2_max_extra_bits + 1) / 2);
+static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_max_extra_bits <=
               bit_writer::most_bits);
 
-/// Writes literals and matches of at least MinMatch bytes as a stream of method 2.  All is inlined
-/// into the search: the time of a token is mostly that of its state if that lies in memory.
+/// Writes literals and matches of MinMatch bytes or more as a stream of method 2.  Matches come in
+/// the order of the block and don't overlap.  Inlined into the search, to keep the state in
+/// registers: stores and reloads of it would dominate the time of a token.
 template <u32 MinMatch>
 class m2_tokens {
-    /// Whether runs of literals are written as such: only what the priced parses find.
+    /// Whether literal runs are written: only at the levels with optimal parsing.
     static constexpr bool writes_runs = MinMatch == 3;
 
   public:
@@ -49,16 +54,18 @@ class m2_tokens {
         : text_(job.in_buf), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           bits_(job.out_buf + 1)
     {
+        assert(job.in_len != 0);
         *begin_ = *text_;
     }
 
     bool full() const { return bits_.whole_bytes_end() >= limit_; }
 
-    /// Literals are written in front of the next match.
+    /// Does nothing: literals are written before the next match.
     void literal(u32 /*pos*/) {}
 
     [[gnu::always_inline]] void match(u32 pos, u32 len, u32 dist)
     {
+        assert(pos >= done_ && len >= MinMatch && dist != 0 && dist <= pos);
         literals_until(pos);
         const u32 code = m2_match_code<MinMatch>(len);
         const u32 c = m2_distance_class(dist);
@@ -74,7 +81,7 @@ class m2_tokens {
         done_ = pos + len;
     }
 
-    /// Ends the stream.  Returns its length, or 0 if it is not shorter than the block.
+    /// Ends the stream.  Returns its length, or 0 if the output was full before the end token.
     u32 finish()
     {
         literals_until(static_cast<u32>(limit_ - begin_));
@@ -92,7 +99,7 @@ class m2_tokens {
         bits_.put(v, zeros + 1);
     }
 
-    /// Writes the bytes that no match covers, up to `pos`.  Stops when the output is full.
+    /// Writes the literals from the end of the last match to `pos`.  Stops when the output is full.
     [[gnu::always_inline]] void literals_until(u32 pos)
     {
         if constexpr (writes_runs) {
@@ -111,7 +118,7 @@ class m2_tokens {
         done_ = pos;
     }
 
-    /// The same as a literal run, seven bytes at a time.
+    /// Writes them as a literal run, seven bytes at a time.
     void run_until(u32 pos)
     {
         constexpr u32 group = bit_writer::most_bits / 8;
@@ -126,17 +133,22 @@ class m2_tokens {
 
     const u8* text_;
     u8* begin_;
-    u8* limit_; // a stream that gets here is not shorter than the block
+    u8* limit_; // a stream that reaches this is not shorter than the block
     bit_writer bits_;
     u32 done_ = first_pos; // the block is written up to here
 };
 
-/// Bytes of the literals, the match, and the literals at the end that are written once the output
-/// is full.
+/// Upper bound of the bits of literals written before a full output is noticed: a group, or the
+/// start of a literal run.
+inline constexpr u32 m2_unchecked_bits =
+    std::max(m2_literal_group * m2_literal_bits,
+             m2_gamma_bits(m2_literal_run_code) + m2_max_gamma_bits + bit_writer::most_bits);
+/// Upper bound of the bytes written past the block's size: the literals and the match that fill the
+/// output, and the literals of finish().
 inline constexpr u32 m2_writes_past =
-    (2 * m2_literal_group * m2_literal_bits + 63 + m2_class_bits + m2_most_extra_bits + 7) / 8;
+    (2 * m2_unchecked_bits + m2_max_gamma_bits + m2_class_bits + m2_max_extra_bits + 7) / 8;
 static_assert(m2_writes_past + bit_writer_overrun <= out_slack);
-/// Bytes behind the block that are loaded with its last literal.
+/// Upper bound of the bytes read past the end of the block, by the load of its last literals.
 inline constexpr u32 m2_reads_past = 7;
 static_assert(m2_reads_past <= in_slack);
 

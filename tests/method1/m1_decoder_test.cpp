@@ -17,7 +17,7 @@ using test::plain_token;
 const codec_parameters low = parameters_of(1, 0);
 const codec_parameters high = parameters_of(1, 8);
 
-/// What both decoders make of a payload: that of this processor and that of any.
+/// Decodes a payload with the decoder for this processor and the portable one, which must agree.
 bytes decode(const bytes& payload, usize length, const codec_parameters& parameters)
 {
     const bytes portable = test::decode_with(m1_portable_decoder, payload, length, parameters);
@@ -25,7 +25,7 @@ bytes decode(const bytes& payload, usize length, const codec_parameters& paramet
     return portable;
 }
 
-TEST(m1_decoder, the_stream_of_a_block_of_1_byte_has_7_bytes)
+TEST(m1_decoder, decodes_the_7_byte_stream_of_a_1_byte_block)
 {
     EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0x00}, 1, low), bytes_of("A"));
 }
@@ -57,7 +57,7 @@ TEST(m1_decoder, at_level_8_a_short_token_with_c_0_is_a_match_of_3_bytes)
     EXPECT_EQ(decode(stream, 5, low), bytes_of("AAAAA"));
 }
 
-TEST(m1_decoder, a_last_match_that_exceeds_the_end_yields_exactly_out_len)
+TEST(m1_decoder, clips_a_last_match_at_the_end_of_the_block)
 {
     // 7 bytes at distance 1 in a block of 5, in each of the three forms.
     EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0, 0xEB, 0x00}, 5, low),
@@ -75,14 +75,13 @@ TEST(m1_decoder, ignores_the_length_of_the_end_token)
     EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x80, 0xEB, 0xF7, 0, 0, 0, 0}, 9, low), bytes_of("A"));
 }
 
-TEST(m1_decoder, reads_every_form_of_a_distance)
+TEST(m1_decoder, decodes_every_form_of_a_distance)
 {
-    // One match of each form of the distance integer, to the first byte of a block with a known
-    // start.
+    // One match for each form of the distance integer, to the first byte of the block.
     for (const u32 dist : {1U, 127U, 128U, 16383U, 16384U, 2097151U, 2097152U}) {
         bytes block = test::find_shape("random").make(dist, dist);
         std::vector<plain_token> tokens(dist - 1, {1, 0});
-        tokens.push_back({67, dist}); // c = 63: the escape, and 0 behind it
+        tokens.push_back({67, dist}); // c = 63: the escape, then 0
         bytes expected = block;
         for (u32 i = 0; i < 67; ++i) expected.push_back(expected[expected.size() - dist]);
         const bytes stream = test::m1_plain_stream(expected, tokens, 4);
@@ -90,7 +89,7 @@ TEST(m1_decoder, reads_every_form_of_a_distance)
     }
 }
 
-TEST(m1_decoder, reads_lengths_on_both_sides_of_the_escape)
+TEST(m1_decoder, decodes_lengths_around_the_escape)
 {
     for (const u32 dist : {1U, 5U, 15U, 16U, 40U}) {
         for (const u32 len : {66U, 67U, 68U, 194U, 195U, 16450U, 16451U, 70000U}) {
@@ -104,7 +103,7 @@ TEST(m1_decoder, reads_lengths_on_both_sides_of_the_escape)
     }
 }
 
-TEST(m1_decoder, reads_runs_of_literals_of_any_length)
+TEST(m1_decoder, decodes_literals_in_rows_of_any_length)
 {
     const bytes literals = test::find_shape("random").make(64, 1);
     for (u32 run = 0; run <= 40; ++run) {
@@ -121,7 +120,7 @@ TEST(m1_decoder, reads_runs_of_literals_of_any_length)
     }
 }
 
-TEST(m1_decoder, a_distance_before_the_block_ends_it)
+TEST(m1_decoder, stops_at_a_distance_that_reaches_before_the_block)
 {
     // After one byte, distance 2 in each form.
     EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x02, 0x00, 0xEB, 0x00}, 9, low), bytes_of("A"));
@@ -130,7 +129,7 @@ TEST(m1_decoder, a_distance_before_the_block_ends_it)
     EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0xFF, 0x05, 0x02, 0xEB, 0x00}, 9, low), bytes_of("A"));
 }
 
-TEST(m1_decoder, reads_a_distance_of_five_bytes)
+TEST(m1_decoder, decodes_a_distance_of_five_bytes)
 {
     EXPECT_EQ(decode({'A', 0, 0, 0, 0xC0, 0x03, 0xF0, 1, 0, 0, 0, 0xEB, 0x00}, 5, low),
               bytes_of("AAAAA"));
@@ -143,7 +142,7 @@ TEST(m1_decoder, decodes_the_example_of_the_format_page)
     EXPECT_EQ(decode(stream, 29, low), bytes_of("abcdabcd" + std::string(21, 'z')));
 }
 
-TEST(m1_decoder, a_long_match_behind_the_end_of_the_block_ends_it)
+TEST(m1_decoder, ignores_a_long_match_after_the_end_of_the_block)
 {
     // A block of two bytes: a match of 7, then one of 2 GiB, which no slack would hold.
     const bytes stream{'A',  0,    0,    0,    0xE0, 0x00, 0xC0, 0xFF,
@@ -151,24 +150,24 @@ TEST(m1_decoder, a_long_match_behind_the_end_of_the_block_ends_it)
     EXPECT_EQ(decode(stream, 2, low), bytes_of("AA"));
 }
 
-TEST(m1_decoder, an_empty_payload_gives_nothing)
+TEST(m1_decoder, yields_nothing_from_an_empty_payload)
 {
     EXPECT_TRUE(decode({}, 10, low).empty());
 }
 
-TEST(m1_decoder, a_huge_length_is_cut_at_the_block)
+TEST(m1_decoder, clips_a_huge_length_at_the_end_of_the_block)
 {
     const bytes stream{'A', 0, 0, 0, 0xC0, 0xFF, 0xF0, 0xFF, 0xFF, 0xFF, 0xFF, 0x01, 0xEB, 0x00};
     EXPECT_EQ(decode(stream, 1000, low), bytes(1000, 'A'));
 }
 
-/// Tokens that a random encoder could have written.
+/// Random valid tokens.
 test::token_block random_tokens(u64 seed, u32 min_match)
 {
     return test::random_token_block(seed, 1, min_match);
 }
 
-TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
+TEST(m1_decoder, decodes_random_valid_streams_of_both_dialects)
 {
     for (u64 seed = 1; seed <= 60; ++seed) {
         for (const codec_parameters& parameters : {low, high}) {
@@ -182,7 +181,7 @@ TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
     }
 }
 
-TEST(m1_decoder, a_truncated_stream_ends_and_starts_right)
+TEST(m1_decoder, yields_a_prefix_of_the_block_from_a_truncated_stream)
 {
     const test::token_block made = random_tokens(4, 4);
     const bytes& block = made.data();
@@ -196,7 +195,7 @@ TEST(m1_decoder, a_truncated_stream_ends_and_starts_right)
     }
 }
 
-TEST(m1_decoder, damaged_streams_stay_in_their_buffers)
+TEST(m1_decoder, keeps_to_its_buffers_in_corrupt_streams)
 {
     test::random_source random(77);
     for (u64 seed = 1; seed <= 30; ++seed) {
@@ -204,18 +203,18 @@ TEST(m1_decoder, damaged_streams_stay_in_their_buffers)
         const bytes& block = made.data();
         const bytes stream = test::m1_plain_stream(block, made.tokens(), 4);
         for (int round = 0; round < 40; ++round) {
-            bytes damaged = stream;
+            bytes corrupt = stream;
             for (u32 flips = 1 + random.below(4); flips != 0; --flips) {
-                damaged[random.below(static_cast<u32>(damaged.size()))] ^=
+                corrupt[random.below(static_cast<u32>(corrupt.size()))] ^=
                     static_cast<u8>(1 << random.below(8));
             }
-            EXPECT_LE(decode(damaged, block.size(), round % 2 == 0 ? low : high).size(),
+            EXPECT_LE(decode(corrupt, block.size(), round % 2 == 0 ? low : high).size(),
                       block.size());
         }
     }
 }
 
-TEST(m1_decoder, random_bytes_stay_in_their_buffers)
+TEST(m1_decoder, keeps_to_its_buffers_in_random_payloads)
 {
     for (usize seed = 1; seed <= 400; ++seed) {
         const bytes payload = test::find_shape("random").make(1 + seed, seed);

@@ -17,27 +17,27 @@ using test::parameters_of;
 constexpr u8 levels[]{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 constexpr u8 hash_levels[]{0, 1, 2, 3, 4, 5, 6, 7};
 
-TEST(m1_encoder, a_block_of_1_byte_is_stored)
+TEST(m1_encoder, stores_a_block_of_1_byte)
 {
     // Its stream would be the byte, the control word 0x80000000 and the end token: seven bytes.
     for (const u8 level : levels)
         EXPECT_EQ(encode({0x41}, parameters_of(1, level, 12)), bytes{0x41});
 }
 
-TEST(m1_encoder, an_in_len_of_2_is_always_stored)
+TEST(m1_encoder, stores_any_block_of_2_bytes)
 {
     for (const u8 level : levels)
         EXPECT_EQ(encode({7, 7}, parameters_of(1, level, 12)), (bytes{7, 7}));
 }
 
-TEST(m1_encoder, data_without_any_match_come_out_as_the_raw_block)
+TEST(m1_encoder, stores_a_block_without_matches)
 {
     bytes block(256);
     for (usize i = 0; i < block.size(); ++i) block[i] = static_cast<u8>(i);
     for (const u8 level : levels) EXPECT_EQ(encode(block, parameters_of(1, level, 12)), block);
 }
 
-TEST(m1_encoder, a_run_of_a_single_byte_is_one_long_token_at_distance_1)
+TEST(m1_encoder, encodes_a_run_as_one_long_token_at_distance_1)
 {
     // The first byte; the control word 11 then zeros; the match of 999 at distance 1: c = 995 is
     // above 62, so the first byte is 0xFF, c - 63 = 932 = 0x3A4 takes two bytes 0x83 0xA4, the
@@ -47,18 +47,18 @@ TEST(m1_encoder, a_run_of_a_single_byte_is_one_long_token_at_distance_1)
         EXPECT_EQ(encode(bytes(1000, 'z'), parameters_of(1, level, 12)), expected);
 }
 
-TEST(m1_encoder, the_default_tables_of_levels_3_and_7_serve_a_small_block)
+TEST(m1_encoder, encodes_a_small_block_with_the_default_tables_of_levels_3_and_7)
 {
     const bytes expected{'z', 0x00, 0x00, 0x00, 0xC0, 0xFF, 0x83, 0xA4, 0x01, 0xEB, 0x00};
     for (const u8 level : {u8{3}, u8{7}})
         EXPECT_EQ(encode(bytes(1000, 'z'), parameters_of(1, level)), expected);
 }
 
-/// A block whose last byte, a "z", stands like an earlier one in front of three zeros, if those
-/// behind the block count.
+/// A block whose last byte, a "z", and the three zeros after the block repeat an earlier "z" and
+/// three zeros.
 const bytes block_with_a_match_at_its_end = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
 
-TEST(m1_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3)
+TEST(m1_encoder, ends_with_a_match_3_bytes_past_the_end_except_at_level_3)
 {
     // The literals at 1 to 10, the run of "g" as a match of 20 at 11, then the "z" at 31 as a match
     // of 4 at distance 28, and the end token: ten flags 0, then 111.
@@ -73,7 +73,7 @@ TEST(m1_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3
             << "level " << int{level};
 }
 
-TEST(m1_encoder, each_level_decodes_to_its_block_where_the_last_match_passes_the_end)
+TEST(m1_encoder, round_trips_a_last_match_past_the_end_at_each_level)
 {
     for (const u8 level : hash_levels) {
         const auto parameters = parameters_of(1, level, 16);
@@ -82,11 +82,12 @@ TEST(m1_encoder, each_level_decodes_to_its_block_where_the_last_match_passes_the
     }
 }
 
-TEST(m1_encoder, a_match_twice_replaced_behind_the_end_is_sent_with_6_bytes)
+TEST(m1_encoder, extends_a_last_match_to_6_bytes_by_look_aheads_past_the_end)
 {
     // The literals at 1 to 3, eight zeros at 4 as a match at distance 1, ten literals and the run
-    // of "g" as before.  The "z" at 36 matches four bytes from 2; the look-ahead behind the block
-    // makes six of them, at distance 34: c = 2 in a short token, 33 << 1 | 2 << 14 = 0x8042.
+    // of "g" as before.  The "z" at 36 matches four bytes from 2; the two look-aheads, which
+    // start past the end of the block, extend that to six at distance 34: c = 2 in a short token,
+    // 33 << 1 | 2 << 14 = 0x8042.
     const bytes block = bytes_of("abz\0\0\0\0\0\0\0\0\0defgggggggggggggggggggggz"sv);
     const auto parameters = parameters_of(1, 4, 16);
     const bytes stream = encode(block, parameters);
@@ -109,7 +110,7 @@ TEST(m1_encoder, a_minimum_match_is_a_short_token)
 
 TEST(m1_encoder, a_short_token_reaches_length_7_and_distance_8192)
 {
-    // A needle of 7 bytes that comes again 8192 bytes on, between different surroundings.
+    // 7 bytes that are repeated at distance 8192, with a different byte after them.
     bytes block = test::find_shape("random").make(9000, 5);
     std::copy_n(block.begin() + 100, 7, block.begin() + 8292);
     block[8299] = static_cast<u8>(block[107] ^ 1);
@@ -119,18 +120,18 @@ TEST(m1_encoder, a_short_token_reaches_length_7_and_distance_8192)
     const bytes token{0xFE, 0xFF};
     EXPECT_NE(std::search(expected.begin(), expected.end(), token.begin(), token.end()),
               expected.end());
-    EXPECT_EQ(encode(block, parameters_of(1, 0, 20)), block); // 8 bytes saved don't pay the flags
+    EXPECT_EQ(encode(block, parameters_of(1, 0, 20)), block); // one match doesn't pay for the flags
     block.insert(block.end(), 2000, 0);
     expected = test::m1_plain_stream(block, test::plain_search(block, test::m1_rules, 0, 20, 1), 4);
     EXPECT_EQ(encode(block, parameters_of(1, 0, 20)), expected);
 }
 
-TEST(m1_encoder, an_end_token_that_takes_the_32nd_flag_is_followed_by_a_zero_control_word)
+TEST(m1_encoder, writes_a_zero_control_word_after_an_end_token_with_the_32nd_flag)
 {
     // 30 literals and a match make 31 flags; the end token takes the 32nd.
     bytes block;
     for (u8 i = 0; i < 31; ++i) block.push_back(i);
-    block.insert(block.end(), 60, 30); // the run goes on byte 30
+    block.insert(block.end(), 60, 30); // the run repeats byte 30
     const bytes stream = encode(block, parameters_of(1, 0));
     ASSERT_GT(stream.size(), 12U);
     // Flags: 30 zeros, the match, the end: the word 0x00000003.
@@ -139,7 +140,7 @@ TEST(m1_encoder, an_end_token_that_takes_the_32nd_flag_is_followed_by_a_zero_con
     EXPECT_EQ(stream.size(), 1U + 4 + 30 + 2 + 2 + 4); // 60 = 4 + 56: first byte and distance
 }
 
-TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
+TEST(m1_encoder, stores_a_block_whose_stream_is_as_long)
 {
     // 1 + 4 + literals + tokens + 2: shrink a block byte by byte until its stream would not be
     // shorter.
@@ -155,7 +156,7 @@ TEST(m1_encoder, a_stream_as_long_as_the_block_is_stored)
 
 // Levels 8 and 9, whose shortest match has 3 bytes
 
-TEST(m1_encoder, at_level_8_a_match_length_is_at_most_255)
+TEST(m1_encoder, limits_matches_to_255_bytes_at_level_8)
 {
     // Of 500 bytes 255 and 244: c = 252 = 63 + 0xBD and 241 = 63 + 0xB2, both integers of two
     // bytes.
@@ -163,12 +164,12 @@ TEST(m1_encoder, at_level_8_a_match_length_is_at_most_255)
               (bytes{'z', 0, 0, 0, 0xE0, 0xFF, 0x80, 0xBD, 0x01, 0xFF, 0x80, 0xB2, 0x01, 0xEB, 0}));
 }
 
-TEST(m1_encoder, at_level_9_a_match_length_has_no_limit_but_the_room_of_the_parse)
+TEST(m1_encoder, limits_matches_at_level_9_only_by_the_room_of_the_parse)
 {
-    // Position 1 is the first to be entered.  498: c = 495 = 63 + 0x1B0.
+    // Position 1 is the first in the trie.  498: c = 495 = 63 + 0x1B0.
     EXPECT_EQ(encode(bytes(500, 'z'), parameters_of(1, 9)),
               (bytes{'z', 0, 0, 0, 0x60, 'z', 0xFF, 0x81, 0xB0, 0x01, 0xEB, 0}));
-    // The step goes 2048 bytes behind the first window: 2559: c = 2556 = 63 + 0x9BD.
+    // A step may end 2048 bytes past the first window: 2559: c = 2556 = 63 + 0x9BD.
     EXPECT_EQ(encode(bytes(2561, 'z'), parameters_of(1, 9)),
               (bytes{'z', 0, 0, 0, 0x60, 'z', 0xFF, 0x89, 0xBD, 0x01, 0xEB, 0}));
 }

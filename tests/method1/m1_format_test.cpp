@@ -12,7 +12,7 @@ struct integer_case {
     std::vector<u8> bytes;
 };
 
-/// Each form at both of its limits, worked out by hand.
+/// Each form at both of its limits, worked by hand.
 const std::vector<integer_case> integer_cases{
     {0x00, {0x00}},
     {0x7F, {0x7F}},
@@ -39,11 +39,11 @@ TEST(m1_integer, is_written_in_its_shortest_form)
     }
 }
 
-TEST(m1_integer, is_read_back)
+TEST(m1_integer, is_read_from_its_shortest_form)
 {
     for (const integer_case& known : integer_cases) {
         std::array<u8, 16> buffer;
-        buffer.fill(0xA5); // what follows must not matter
+        buffer.fill(0xA5); // the bytes that follow must not matter
         std::copy(known.bytes.begin(), known.bytes.end(), buffer.begin());
         const m1_integer read = m1_get_integer(buffer.data());
         EXPECT_EQ(read.value, known.value);

@@ -10,12 +10,12 @@ u32 price(u32 len, u32 dist)
     return m1_prices<3>().matches(1000000, dist)(len);
 }
 
-TEST(m1_prices, a_literal_is_a_byte_and_33_units)
+TEST(m1_prices, a_literal_costs_a_byte_and_33_units)
 {
     EXPECT_EQ(m1_prices<3>().literal(5), 289U);
 }
 
-TEST(m1_prices, a_short_token_is_513_up_to_6_bytes_and_distance_8192)
+TEST(m1_prices, a_short_token_costs_513_up_to_6_bytes_and_distance_8192)
 {
     EXPECT_EQ(price(3, 1), 513U);
     EXPECT_EQ(price(6, 1), 513U);
@@ -23,14 +23,14 @@ TEST(m1_prices, a_short_token_is_513_up_to_6_bytes_and_distance_8192)
     EXPECT_EQ(price(6, 8192), 513U);
 }
 
-TEST(m1_prices, a_medium_token_is_769_up_to_10_bytes_and_distance_524288)
+TEST(m1_prices, a_medium_token_costs_769_up_to_10_bytes_and_distance_524288)
 {
     EXPECT_EQ(price(7, 1), 769U);
     EXPECT_EQ(price(3, 8193), 769U);
     EXPECT_EQ(price(10, 524288), 769U);
 }
 
-TEST(m1_prices, a_long_token_is_a_byte_and_those_of_its_distance)
+TEST(m1_prices, a_long_token_costs_a_byte_and_the_bytes_of_its_distance)
 {
     // 1, 2, 3, 4 and 5 bytes.
     EXPECT_EQ(price(11, 1), 257U + 256);
@@ -45,9 +45,9 @@ TEST(m1_prices, a_long_token_is_a_byte_and_those_of_its_distance)
     EXPECT_EQ(price(3, 268435456), 257U + 1280);
 }
 
-TEST(m1_prices, a_long_length_is_an_integer_more)
+TEST(m1_prices, a_long_length_costs_another_integer)
 {
-    // c = 62 stands in the first byte; 63 and more are c - 63 in 1, 2 or 3 bytes.
+    // c up to 62 is in the first byte; from 63 on c - 63 follows in 1, 2 or 3 bytes.
     EXPECT_EQ(price(65, 1), 513U);
     EXPECT_EQ(price(66, 1), 513U + 256);
     EXPECT_EQ(price(193, 1), 513U + 256);

@@ -23,7 +23,7 @@ using test::run_encoder;
 using test::token_block;
 
 constexpr u8 levels = ladder_levels;
-constexpr u8 hash_levels = 8; // the first ones, which search by hash values
+constexpr u8 hash_levels = 8; // levels 0 to 7, which search hash tables
 
 codec_parameters m2_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
 {
@@ -33,13 +33,13 @@ codec_parameters m2_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
     return parameters;
 }
 
-/// Behind an 'a'.
+/// Returns a block that starts with an 'a'.
 token_block m2_block()
 {
     return token_block({'a'});
 }
 
-/// The stream that the token writer makes of a block's tokens: none if it is of no use.
+/// Returns the token writer's stream of a block; empty unless it is shorter than the block.
 template <u32 MinMatch = 4>
 bytes write_tokens(const token_block& block)
 {
@@ -60,7 +60,7 @@ bytes write_tokens(const token_block& block)
     return {out.get(), out.get() + writer.finish()};
 }
 
-/// Expects the plain writer's stream of a block, behind which a match makes it worth one.
+/// Expects the plain writer's stream of a block, to which a long match is added so that it shrinks.
 template <u32 MinMatch>
 void expect_plain_stream(token_block block)
 {
@@ -72,7 +72,7 @@ void expect_plain_stream(token_block block)
 
 // Blocks that are stored
 
-TEST(m2_encoder, a_block_of_one_byte_is_stored)
+TEST(m2_encoder, stores_a_block_of_one_byte)
 {
     // Its stream would be the byte and the end token, 30.
     for (u8 level = 0; level < levels; ++level) {
@@ -81,10 +81,10 @@ TEST(m2_encoder, a_block_of_one_byte_is_stored)
     }
 }
 
-TEST(m2_encoder, a_block_of_2_to_4_bytes_is_stored_and_one_of_5_can_be_a_match)
+TEST(m2_encoder, stores_a_block_of_2_to_4_bytes_and_encodes_5_equal_ones)
 {
-    // Of zeros all but the first are a match, which has 4 bytes at least.  010 00000 0000 is one of
-    // four bytes from distance 1; the end is 0001111.  At level 3 nothing starts in the last four.
+    // All zeros but the first are a match, of 4 bytes or more: 010 00000 0000 is one of four bytes
+    // from distance 1; the end is 0001111.  At level 3 no match starts in the last four bytes.
     const bytes stream{0, 0b01000000, 0b00000001, 0b11100000};
     for (u8 level = 0; level < hash_levels; ++level) {
         for (const usize size : {2U, 3U, 4U}) {
@@ -95,7 +95,7 @@ TEST(m2_encoder, a_block_of_2_to_4_bytes_is_stored_and_one_of_5_can_be_a_match)
     }
 }
 
-TEST(m2_encoder, incompressible_data_come_out_as_an_exact_copy_of_the_block)
+TEST(m2_encoder, stores_incompressible_blocks)
 {
     for (usize size = 1; size <= 300; ++size) {
         const bytes block = test::find_shape("random").make(size, size);
@@ -105,7 +105,7 @@ TEST(m2_encoder, incompressible_data_come_out_as_an_exact_copy_of_the_block)
     }
 }
 
-TEST(m2_encoder, a_stream_as_long_as_the_block_is_stored)
+TEST(m2_encoder, stores_a_block_whose_stream_is_as_long)
 {
     int stored = 0;
     for (u32 run = 1; run < 40; ++run) {
@@ -152,19 +152,19 @@ void expect_plain_lengths()
     expect_plain_stream<MinMatch>(block);
 }
 
-TEST(m2_tokens, of_all_lengths_to_300_and_around_powers_of_two)
+TEST(m2_tokens, match_lengths_to_300_and_around_powers_of_two)
 {
     expect_plain_lengths<3>();
     expect_plain_lengths<4>();
 }
 
-TEST(m2_tokens, of_each_distance_class_at_both_of_its_ends)
+TEST(m2_tokens, distances_at_both_ends_of_each_class)
 {
     token_block block = m2_block().match(1U << 25, 1);
     for (u32 dist_class = 0; dist_class < test::m2_plain_classes; ++dist_class) {
         const u32 first = test::m2_plain_first_dist(dist_class);
         block.match(5, first);
-        if (first > 1) block.match(5, first - 1); // the last one of the class before
+        if (first > 1) block.match(5, first - 1); // the last one of the previous class
         block.match(5, first + 3);
     }
     block.match(5, m2_max_dist).literal('x').match(5, m2_max_dist - 1);
@@ -172,7 +172,7 @@ TEST(m2_tokens, of_each_distance_class_at_both_of_its_ends)
     expect_plain_stream<4>(block);
 }
 
-TEST(m2_tokens, of_long_codes_at_the_longest_distance)
+TEST(m2_tokens, long_codes_at_the_longest_distance)
 {
     token_block block = m2_block().match(m2_max_dist, 1);
     for (u32 power = 4; power <= 17; ++power)
@@ -184,7 +184,7 @@ TEST(m2_tokens, of_long_codes_at_the_longest_distance)
 
 TEST(m2_tokens, literals_in_rows_of_every_length)
 {
-    // Rows in front of a match, behind one, and at the block's end.
+    // Rows before a match, after one, and at the end of the block.
     for (u32 count = 0; count <= 40; ++count) {
         SCOPED_TRACE(count);
         for (const bool of_ones : {false, true}) {
@@ -202,7 +202,7 @@ TEST(m2_tokens, literals_in_rows_of_every_length)
     }
 }
 
-TEST(m2_tokens, are_written_as_the_plain_writer_writes_them)
+TEST(m2_tokens, match_those_of_the_plain_writer)
 {
     for (u64 seed = 1; seed <= 20; ++seed) {
         expect_plain_stream<4>(test::random_token_block(seed, 1, 4));
@@ -211,9 +211,9 @@ TEST(m2_tokens, are_written_as_the_plain_writer_writes_them)
     expect_plain_stream<4>(test::random_token_block(21, 1, 4, 60000));
 }
 
-TEST(m2_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_block_has)
+TEST(m2_tokens, are_full_when_whole_bytes_reach_the_size_of_the_block)
 {
-    // Each match has 12 bits: behind three of them five bytes are whole, behind four it is seven.
+    // Each match has 12 bits: five bytes are whole after three of them, seven after four.
     const bytes block(6 + in_slack);
     const auto out = test::exact_buffer(6 + out_slack);
     codec_job job;
@@ -229,9 +229,9 @@ TEST(m2_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_b
     EXPECT_EQ(writer.finish(), 0U);
 }
 
-// What levels 0 to 7 find
+// Searches of levels 0 to 7
 
-/// Expects that a block becomes a stream of these tokens at a level, and is decoded from it.
+/// Expects that a block is encoded as these tokens and decoded again.
 void expect_tokens(const bytes& block, const std::vector<plain_token>& tokens,
                    const codec_parameters& parameters)
 {
@@ -243,86 +243,86 @@ void expect_tokens(const bytes& block, const std::vector<plain_token>& tokens,
 
 constexpr plain_token one_literal{1, 0};
 
-/// Tokens behind some literals.
-std::vector<plain_token> behind_literals(usize count, std::initializer_list<plain_token> tokens)
+/// Returns `count` literals followed by `tokens`.
+std::vector<plain_token> after_literals(usize count, std::initializer_list<plain_token> tokens)
 {
     std::vector<plain_token> all(count, one_literal);
     all.insert(all.end(), tokens);
     return all;
 }
-TEST(m2_encoder, all_bytes_equal_are_one_match_at_distance_1_up_to_the_blocks_end)
+TEST(m2_encoder, encodes_equal_bytes_as_one_match_at_distance_1)
 {
     for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(bytes(1000, 'z'), {{999, 1}}, m2_parameters(level));
 }
 
-TEST(m2_encoder, the_default_tables_of_levels_3_and_7_serve_a_small_block)
+TEST(m2_encoder, encodes_a_small_block_with_the_default_tables_of_levels_3_and_7)
 {
     for (const u8 level : {u8{3}, u8{7}})
         expect_tokens(bytes(1000, 'z'), {{999, 1}}, parameters_of(2, level));
 }
 
-TEST(m2_encoder, the_start_of_the_block_is_a_candidate_though_it_is_never_entered)
+TEST(m2_encoder, tries_the_start_of_the_block_though_it_is_never_inserted)
 {
     const bytes block = bytes_of("abcdefgh1abcdefgh!");
     for (u8 level = 0; level < hash_levels; ++level)
-        expect_tokens(block, behind_literals(8, {{8, 9}, one_literal}), m2_parameters(level, 16));
+        expect_tokens(block, after_literals(8, {{8, 9}, one_literal}), m2_parameters(level, 16));
 }
 
-TEST(m2_encoder, the_start_of_the_block_is_no_candidate_where_its_bytes_differ)
+TEST(m2_encoder, rejects_the_start_of_the_block_where_its_bytes_differ)
 {
-    // None of the first bytes comes again.
+    // None of the first bytes occurs again.
     bytes block(100);
     for (usize i = 0; i < block.size(); ++i) block[i] = static_cast<u8>(i);
     block.insert(block.end(), 100, 99);
     for (u8 level = 0; level < hash_levels; ++level)
-        expect_tokens(block, behind_literals(99, {{100, 1}}), m2_parameters(level, 16));
+        expect_tokens(block, after_literals(99, {{100, 1}}), m2_parameters(level, 16));
 }
 
-TEST(m2_encoder, a_match_in_the_last_bytes_passes_the_end_by_3_except_at_level_3)
+TEST(m2_encoder, ends_with_a_match_3_bytes_past_the_end_except_at_level_3)
 {
-    // The "z" at the end stands like an earlier one in front of three zeros, if those behind the
-    // block count; at level 3 the last four bytes are literals.
+    // The "z" at the end and the three zeros after the block repeat an earlier "z" and three zeros;
+    // at level 3 the last four bytes are literals.
     const bytes block = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
     for (u8 level = 0; level < hash_levels; ++level)
         expect_tokens(block,
-                      behind_literals(10, {{20, 1}, level == 3 ? one_literal : plain_token{4, 28}}),
+                      after_literals(10, {{20, 1}, level == 3 ? one_literal : plain_token{4, 28}}),
                       m2_parameters(level, 16));
 }
 
-TEST(m2_encoder, at_level_3_the_last_four_bytes_are_literals_and_the_fifth_last_can_match)
+TEST(m2_encoder, starts_no_match_in_the_last_four_bytes_at_level_3)
 {
     const bytes block = joined({bytes_of("abcde-"), bytes(25, 'g'), bytes_of("abcd")});
-    auto literals = behind_literals(6, {{24, 1}});
+    auto literals = after_literals(6, {{24, 1}});
     literals.insert(literals.end(), 4, one_literal);
     for (u8 level = 0; level < hash_levels; ++level)
-        expect_tokens(block, level == 3 ? literals : behind_literals(6, {{24, 1}, {4, 31}}),
+        expect_tokens(block, level == 3 ? literals : after_literals(6, {{24, 1}, {4, 31}}),
                       m2_parameters(level, 16));
-    expect_tokens(joined({block, {'e'}}), behind_literals(6, {{24, 1}, {5, 31}}),
+    expect_tokens(joined({block, {'e'}}), after_literals(6, {{24, 1}, {5, 31}}),
                   m2_parameters(3, 16));
 }
 
-TEST(m2_encoder, a_look_ahead_candidate_that_is_the_position_does_not_reach_back_to_it)
+TEST(m2_encoder, does_not_extend_a_look_ahead_candidate_back_onto_itself)
 {
-    // The match of "wxyz" and two zeros ends at 13; level 2 has entered 11 there, behind 12.  So at
-    // 13 it finds a match at distance 2.  The candidate of 14 is 13, in front of which a zero
-    // stands as at 13; extended back, the match at distance 1 would be as long and nearer.
+    // The match of "wxyz" and two zeros ends at 13; level 2 has inserted 12 and then 11.  So at 13
+    // it finds a match at distance 2.  The candidate of 14 is 13, and the byte before it is a zero
+    // like that at 13: extended backwards, the match at distance 1 would be as long and nearer.
     const bytes block = bytes_of("wxyz\0\0Bwxyz\0\0\0\0\0\0\0\0"sv);
-    expect_tokens(block, behind_literals(6, {{6, 7}, {6, 2}}), m2_parameters(2, 16));
-    // Elsewhere 12 is the first candidate, or the better one.
+    expect_tokens(block, after_literals(6, {{6, 7}, {6, 2}}), m2_parameters(2, 16));
+    // At other levels 12 is the first or the better candidate.
     for (const u8 level : {u8{1}, u8{3}, u8{4}, u8{7}})
-        expect_tokens(block, behind_literals(6, {{6, 7}, {6, 1}}), m2_parameters(level, 16));
+        expect_tokens(block, after_literals(6, {{6, 7}, {6, 1}}), m2_parameters(level, 16));
 }
 
-TEST(m2_encoder, at_levels_4_to_7_a_block_of_16_mib_is_searched_to_its_highest_position)
+TEST(m2_encoder, searches_16_mib_up_to_the_last_position_at_levels_4_to_7)
 {
-    // That is a "z", and behind the block there are zeros.
+    // The byte there is a "z", and zeros follow the block.
     constexpr u32 size = 16 << 20;
     const bytes end = bytes_of("z\0\0\0Wz"sv);
     bytes block(size);
     block[0] = 'x';
     std::copy(end.begin(), end.end(), block.end() - 6);
-    auto tokens = behind_literals(1, {{size - 8, 1}});
+    auto tokens = after_literals(1, {{size - 8, 1}});
     tokens.insert(tokens.end(), 5, one_literal);
     tokens.push_back({4, 5});
     for (u8 level = 4; level < hash_levels; ++level)
@@ -331,11 +331,11 @@ TEST(m2_encoder, at_levels_4_to_7_a_block_of_16_mib_is_searched_to_its_highest_p
 
 // Distances
 
-/// A block whose `end` lies where the longest distance leads to its `start`, or one byte behind
-/// that; between them are zeros.
+/// A block whose `end` repeats parts of its `start` at the longest distance, or one byte farther;
+/// between them are zeros.
 struct far_case {
     bytes start;
-    std::vector<plain_token> start_tokens; // behind the first byte
+    std::vector<plain_token> start_tokens; // after the first byte
     bytes end;
     std::vector<plain_token> taken; // for the end
     std::vector<plain_token> out_of_reach;
@@ -374,7 +374,7 @@ struct far_case {
     }
 };
 
-/// Where the end is when it is out of reach.
+/// The distance of an `end` that is out of reach.
 constexpr u32 too_far = m2_max_dist + 1;
 
 std::vector<plain_token> match_and_literals(plain_token match, usize count)
@@ -384,54 +384,54 @@ std::vector<plain_token> match_and_literals(plain_token match, usize count)
     return tokens;
 }
 
-TEST(m2_encoder, a_candidate_counts_up_to_the_longest_distance)
+TEST(m2_encoder, takes_a_candidate_up_to_the_longest_distance)
 {
     const far_case known{bytes_of("abcdef"),
-                         behind_literals(5, {}),
+                         after_literals(5, {}),
                          bytes_of("abcdefG"),
                          {{6, m2_max_dist}, one_literal},
-                         behind_literals(7, {})};
+                         after_literals(7, {})};
     known.expect(0);
 }
 
-TEST(m2_encoder, a_candidate_of_the_next_position_is_worth_a_literal_up_to_the_longest_distance)
+TEST(m2_encoder, prefers_a_literal_and_the_next_match_up_to_the_longest_distance)
 {
-    // "Xabc" comes from 11, all behind it from 1.
+    // "Xabc" is copied from 11, the bytes after the "X" from 1.
     const far_case known{bytes_of("-abcdefghijXabcY"),
-                         behind_literals(15, {}),
+                         after_literals(15, {}),
                          bytes_of("XabcdefghijZ"),
                          {one_literal, {10, m2_max_dist}, one_literal},
                          match_and_literals({4, too_far - 11}, 8)};
     known.expect(2);
 }
 
-TEST(m2_encoder, a_candidate_of_the_next_position_replaces_a_match_up_to_the_longest_distance)
+TEST(m2_encoder, extends_the_next_match_back_up_to_the_longest_distance)
 {
-    // The latest two of "Xabc" are those at 11 and 16; "abcd" is at 1, behind an "X".
+    // The latest two candidates of "Xabc" are 11 and 16; "abcd" is at 1, after an "X".
     const far_case known{bytes_of("XabcdefghijXabcYXabcW"),
-                         behind_literals(10, {{4, 11}, one_literal, {4, 5}, one_literal}),
+                         after_literals(10, {{4, 11}, one_literal, {4, 5}, one_literal}),
                          bytes_of("XabcdefghijZ"),
                          {{11, m2_max_dist}, one_literal},
                          match_and_literals({4, too_far - 16}, 8)};
     known.expect(2);
 }
 
-TEST(m2_encoder, a_candidate_two_ahead_is_worth_a_literal_up_to_the_longest_distance)
+TEST(m2_encoder, prefers_literals_and_a_match_two_ahead_up_to_the_longest_distance)
 {
-    // "XYab" comes from 12, "Yabc" from nowhere, all behind it from 2.
+    // "XYab" is copied from 12, "Yabc" has no candidate, the bytes after the "XY" are at 2.
     const far_case known{bytes_of("--abcdefghijXYabN"),
-                         behind_literals(16, {}),
+                         after_literals(16, {}),
                          bytes_of("XYabcdefghijZ"),
                          {one_literal, one_literal, {10, m2_max_dist}, one_literal},
                          match_and_literals({4, too_far - 12}, 9)};
     known.expect(3);
 }
 
-TEST(m2_encoder, a_candidate_two_ahead_replaces_a_match_up_to_the_longest_distance)
+TEST(m2_encoder, extends_a_match_two_ahead_back_up_to_the_longest_distance)
 {
-    // The latest two of "XYab" and of "Yabc" have no "d" behind the "c"; "abcd" is at 2.
+    // The latest two candidates of "XYab" and of "Yabc" have no "d" after the "c"; "abcd" is at 2.
     const far_case known{bytes_of("XYabcdefghijXYabc1XYabc2"),
-                         behind_literals(11, {{5, 12}, one_literal, {5, 6}, one_literal}),
+                         after_literals(11, {{5, 12}, one_literal, {5, 6}, one_literal}),
                          bytes_of("XYabcdefghijZ"),
                          {{12, m2_max_dist}, one_literal},
                          match_and_literals({5, too_far - 18}, 8)};

@@ -7,7 +7,7 @@
 namespace quarnex {
 namespace {
 
-TEST(m2_gamma, has_twice_as_many_bits_as_stand_behind_the_leading_one_and_one)
+TEST(m2_gamma, has_one_bit_and_two_for_each_bit_after_the_leading_one)
 {
     struct gamma_case {
         u32 v;
@@ -41,7 +41,7 @@ TEST(m2_literal, costs_9_bits)
     EXPECT_EQ(m2_literal_bits, 9U);
 }
 
-TEST(m2_match_code, of_lengths_from_4_leaves_13_to_15_free)
+TEST(m2_match_code, leaves_13_to_15_free_for_lengths_from_4)
 {
     for (u32 len = 4; len <= 14; ++len) EXPECT_EQ(m2_match_code<4>(len), len - 2) << len;
     EXPECT_EQ(m2_match_code<4>(4), 2U);
@@ -51,7 +51,7 @@ TEST(m2_match_code, of_lengths_from_4_leaves_13_to_15_free)
     EXPECT_EQ(m2_match_code<4>(70000), 70001U);
 }
 
-TEST(m2_match_code, of_lengths_from_3_leaves_14_and_15_free)
+TEST(m2_match_code, leaves_14_and_15_free_for_lengths_from_3)
 {
     for (u32 len = 3; len <= 14; ++len) EXPECT_EQ(m2_match_code<3>(len), len - 1) << len;
     EXPECT_EQ(m2_match_code<3>(3), 2U);
@@ -61,7 +61,7 @@ TEST(m2_match_code, of_lengths_from_3_leaves_14_and_15_free)
     EXPECT_EQ(m2_match_code<3>(70000), 70001U);
 }
 
-/// The distances - 1 of a class.
+/// The range of distance - 1 of a class.
 struct class_row {
     u32 extra_bits;
     u32 first;
@@ -111,7 +111,7 @@ TEST(m2_distance_classes, have_the_widths_and_the_bases_of_the_format)
     }
 }
 
-TEST(m2_distance_classes, hold_the_distances_from_the_first_to_the_last_of_their_range)
+TEST(m2_distance_classes, cover_the_distances_of_their_range)
 {
     for (u32 c = 0; c < m2_classes; ++c) {
         EXPECT_EQ(m2_distance_class(classes[c].first + 1), c);
@@ -119,22 +119,22 @@ TEST(m2_distance_classes, hold_the_distances_from_the_first_to_the_last_of_their
     }
 }
 
-TEST(m2_distance_classes, 14_takes_4065_to_4096_and_leaves_4097_to_15)
+TEST(m2_distance_classes, give_4065_to_4096_to_class_14_and_4097_to_class_15)
 {
     for (u32 dist = 4065; dist <= 4096; ++dist) EXPECT_EQ(m2_distance_class(dist), 14U) << dist;
     EXPECT_EQ(m2_distance_class(4097), 15U);
     EXPECT_EQ(4097 - 1 - m2_dist_base[15], 0U);
-    // Its code could name more of them.
+    // Its codes reach further.
     EXPECT_EQ(m2_dist_base[14] + (1 << m2_extra_bits[14]), 6112U);
 }
 
-TEST(m2_distance_classes, 31_takes_the_longest_distance)
+TEST(m2_distance_classes, give_the_longest_distance_to_class_31)
 {
     EXPECT_EQ(m2_max_dist, 33554432U);
     EXPECT_EQ(m2_distance_class(m2_max_dist), 31U);
 }
 
-TEST(m2_distance_classes, are_those_of_the_plain_encoder)
+TEST(m2_distance_classes, match_those_of_the_plain_encoder)
 {
     for (u32 c = 0; c < m2_classes; ++c) {
         EXPECT_EQ(m2_extra_bits[c], test::m2_plain_extra_bits(c));
@@ -142,7 +142,7 @@ TEST(m2_distance_classes, are_those_of_the_plain_encoder)
     }
     for (u32 dist = 1; dist <= 8192; ++dist)
         EXPECT_EQ(m2_distance_class(dist), test::m2_plain_class_of(dist)) << dist;
-    for (u32 end = 8192; end < m2_max_dist; end += 2048) { // no other distances are borders
+    for (u32 end = 8192; end < m2_max_dist; end += 2048) { // all other class limits
         ASSERT_EQ(m2_distance_class(end), test::m2_plain_class_of(end)) << end;
         ASSERT_EQ(m2_distance_class(end + 1), test::m2_plain_class_of(end + 1)) << end + 1;
     }

@@ -19,7 +19,7 @@ using test::parameters_of;
 
 constexpr u8 priced_levels[]{8, 9};
 
-/// Some bytes, all different, with the highest first.
+/// Returns `count` different bytes in descending order.
 bytes different(u32 count)
 {
     bytes all(count);
@@ -27,17 +27,17 @@ bytes different(u32 count)
     return all;
 }
 
-/// A stream that starts as that of a run of 42 "z" does at a level.
+/// Returns the tokens of a run of 42 "z" at a level.
 m2_plain_writer stream_of_run(u8 level)
 {
-    // Level 9 enters position 1 first.
+    // At level 9 position 1 is the first in the trie.
     m2_plain_writer stream('z', level);
     if (level == 8) stream.match(41, 1);
     if (level == 9) stream.literal('z').match(40, 1);
     return stream;
 }
 
-TEST(m2_priced_encoder, a_block_that_ends_with_12_literals_has_12_flagged_literals)
+TEST(m2_priced_encoder, writes_12_literals_at_the_end_one_by_one)
 {
     for (const u8 level : priced_levels) {
         m2_plain_writer expected = stream_of_run(level);
@@ -47,7 +47,7 @@ TEST(m2_priced_encoder, a_block_that_ends_with_12_literals_has_12_flagged_litera
     }
 }
 
-TEST(m2_priced_encoder, a_block_that_ends_with_13_literals_has_a_run_of_gamma_2)
+TEST(m2_priced_encoder, writes_13_literals_at_the_end_as_a_run_of_gamma_2)
 {
     for (const u8 level : priced_levels) {
         m2_plain_writer expected = stream_of_run(level);
@@ -58,11 +58,11 @@ TEST(m2_priced_encoder, a_block_that_ends_with_13_literals_has_a_run_of_gamma_2)
     }
 }
 
-TEST(m2_priced_encoder, literals_in_front_of_a_match_are_a_run_from_13_on)
+TEST(m2_priced_encoder, writes_literals_before_a_match_as_a_run_from_13_on)
 {
     for (const u8 level : priced_levels) {
         for (const u32 count : {12U, 13U, 14U, 40U, 200U}) {
-            // The last of them goes on for 60 bytes, and then the first eleven come again.
+            // The last of them is repeated 60 times, then the first eleven occur again.
             const bytes literals = different(count);
             const bytes again(literals.begin(), literals.begin() + 11);
             m2_plain_writer expected('-', level);
@@ -79,9 +79,9 @@ TEST(m2_priced_encoder, literals_in_front_of_a_match_are_a_run_from_13_on)
     }
 }
 
-TEST(m2_priced_encoder, pending_literals_carry_over_from_window_to_window)
+TEST(m2_priced_encoder, carries_pending_literals_over_from_window_to_window)
 {
-    // 700 literals are one run, though the first window has 512 positions.
+    // One run of 700 literals; the first window has 512 positions.
     const bytes noise = test::find_shape("random").make(700, 1);
     for (const u8 level : priced_levels) {
         m2_plain_writer expected('-', level);
@@ -91,7 +91,7 @@ TEST(m2_priced_encoder, pending_literals_carry_over_from_window_to_window)
     }
 }
 
-TEST(m2_priced_encoder, level_8_writes_no_match_over_255_bytes_and_level_9_does)
+TEST(m2_priced_encoder, limits_matches_to_255_bytes_at_level_8_and_not_at_level_9)
 {
     EXPECT_EQ(encode(bytes(500, 'z'), parameters_of(2, 8)),
               m2_plain_writer('z', 8).match(255, 1).match(244, 1).end().out);
@@ -102,7 +102,7 @@ TEST(m2_priced_encoder, level_8_writes_no_match_over_255_bytes_and_level_9_does)
               m2_plain_writer('z', 9).literal('z').match(2559, 1).end().out);
 }
 
-/// The bits of a stream up to its last 1, which ends the end token.
+/// Returns the bits of a stream up to its last 1, the end of the end token.
 std::string bits_of(const bytes& stream)
 {
     std::string bits;
@@ -111,7 +111,7 @@ std::string bits_of(const bytes& stream)
     return bits.substr(0, bits.rfind('1') + 1);
 }
 
-/// Whether a stream ends with these tokens.
+/// Returns whether a stream ends with these tokens.
 bool ends_with(const bytes& stream, const m2_plain_writer& tokens)
 {
     const std::string expected = bits_of({tokens.out.begin() + 1, tokens.out.end()});
@@ -119,10 +119,9 @@ bool ends_with(const bytes& stream, const m2_plain_writer& tokens)
     return bits_of({stream.end() - last, stream.end()}).ends_with(expected);
 }
 
-TEST(m2_priced_encoder,
-     a_match_of_3_bytes_is_taken_below_class_28_and_three_literals_are_from_there_on)
+TEST(m2_priced_encoder, takes_matches_of_3_bytes_below_class_28_only)
 {
-    // 27 bits are what the literals have too, 28 are more.
+    // Three literals have 27 bits; so has the match below class 28, and 28 from there on.
     const u32 limit = test::m2_plain_first_dist(28);
     for (const u8 level : priced_levels) {
         for (const u32 dist : {limit - 1, limit}) {
@@ -140,7 +139,7 @@ TEST(m2_priced_encoder,
     }
 }
 
-TEST(m2_priced_encoder, at_levels_8_and_9_a_match_counts_up_to_the_longest_distance)
+TEST(m2_priced_encoder, takes_a_match_up_to_the_longest_distance)
 {
     for (const u8 level : priced_levels) {
         for (const u32 far : {m2_max_dist, m2_max_dist + 1}) {
@@ -158,7 +157,7 @@ TEST(m2_priced_encoder, at_levels_8_and_9_a_match_counts_up_to_the_longest_dista
     }
 }
 
-TEST(m2_priced_encoder, at_level_8_a_distance_that_has_no_class_has_no_price_either)
+TEST(m2_priced_encoder, drops_matches_without_a_distance_class_at_level_8)
 {
     const bytes block =
         joined({bytes_of("-abcdef"), bytes(m2_max_dist + 100000), bytes_of("abcdef")});

@@ -12,19 +12,19 @@ u32 price(u32 len, u32 dist)
     return m2_prices<3>().matches(1U << 26, dist)(len);
 }
 
-TEST(m2_prices, a_literal_is_9_bits)
+TEST(m2_prices, a_literal_costs_9_bits)
 {
     EXPECT_EQ(m2_prices<3>().literal(5), 9U);
 }
 
-TEST(m2_prices, a_match_by_hand)
+TEST(m2_prices, matches_worked_by_hand)
 {
     // gamma(2) 3 bits, class 5, extra 4
     EXPECT_EQ(price(3, 1), 12U);
     EXPECT_EQ(price(4, 16), 12U);
     EXPECT_EQ(price(5, 16), 14U); // gamma(4)
     EXPECT_EQ(price(14, 1), 16U); // gamma(13)
-    EXPECT_EQ(price(15, 1), 18U); // gamma(16): 14 and 15 are no lengths
+    EXPECT_EQ(price(15, 1), 18U); // gamma(16): codes 14 and 15 are no matches
     EXPECT_EQ(price(30, 1), 18U);
     EXPECT_EQ(price(31, 1), 20U);
     EXPECT_EQ(price(3, 32), 12U); // class 1
@@ -32,13 +32,13 @@ TEST(m2_prices, a_match_by_hand)
     EXPECT_EQ(price(3, m2_max_dist), 38U);
 }
 
-TEST(m2_prices, are_the_bits_that_a_match_has)
+TEST(m2_prices, equal_the_size_of_each_match)
 {
     for (u32 dist_class = 0; dist_class < test::m2_plain_classes; ++dist_class) {
         const u32 first = test::m2_plain_first_dist(dist_class);
         for (const u32 dist : {first, first + 15}) {
             for (u32 len = 3; len < 600; ++len) {
-                // Seven bits of what follows a byte: what is left of the last one is not used.
+                // The stream has the first byte, then the bits of the match.
                 test::m2_plain_writer stream(0, 8);
                 stream.match(len, dist);
                 const auto bits = 8 * (static_cast<u32>(stream.out.size()) - 1) - stream.free_bits;
@@ -48,7 +48,7 @@ TEST(m2_prices, are_the_bits_that_a_match_has)
     }
 }
 
-TEST(m2_prices, of_3_bytes_from_class_28_on_are_above_those_of_three_literals)
+TEST(m2_prices, of_3_bytes_exceed_three_literals_from_class_28_on)
 {
     const u32 limit = test::m2_plain_first_dist(28);
     EXPECT_EQ(price(3, limit - 1), 27U);

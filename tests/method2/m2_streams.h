@@ -1,4 +1,4 @@
-// method2/m2_streams.h - streams of method 2 told token by token, with the block that they make
+// method2/m2_streams.h - streams of method 2 built token by token, with the block they decode to
 #pragma once
 
 #include "plain/m2_plain.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// Behind an 'a', any tokens of the streams of `level`.
+/// A stream of `level` that starts with an 'a', and its block.
 class m2_block {
   public:
     explicit m2_block(u32 level) : writer_('a', level) {}
@@ -19,7 +19,7 @@ class m2_block {
         return end_token();
     }
 
-    /// Without any order.
+    /// Adds random literals.
     m2_block& literals(u32 count)
     {
         for (; count != 0; --count) literal(any_byte());
@@ -59,21 +59,21 @@ class m2_block {
     u32 level() const { return writer_.level; }
     const bytes& data() const { return data_; }
     u32 size() const { return static_cast<u32>(data_.size()); }
-    /// In front of the end token.
+    /// The stream without the end token.
     const m2_plain_writer& writer() const { return writer_; }
     bytes stream() const { return m2_plain_writer(writer_).end().out; }
     usize stream_bits() const { return 8 * writer_.out.size() - writer_.free_bits; }
-    /// The size of the block at the end of the last token that the first bits of the stream hold.
+    /// Returns the size of the block after the last token that the first `bits` bits hold whole.
     usize size_within(usize bits) const
     {
-        const auto behind = std::find_if(ends_.begin(), ends_.end(),
-                                         [&](const token_end& end) { return end.bits > bits; });
-        return behind == ends_.begin() ? 1 : behind[-1].size;
+        const auto next = std::find_if(ends_.begin(), ends_.end(),
+                                       [&](const token_end& end) { return end.bits > bits; });
+        return next == ends_.begin() ? 1 : next[-1].size;
     }
 
   private:
     struct token_end {
-        usize bits; // of the stream
+        usize bits; // of the stream up to there
         usize size; // of the block
     };
 
@@ -96,13 +96,13 @@ class m2_block {
     random_source random_{1};
 };
 
-/// Tokens of every kind that the level's streams can have.
+/// Returns random tokens of every kind that streams of `level` can have.
 inline m2_block random_m2_block(u64 seed, u32 level, u32 tokens)
 {
     random_source random(seed);
     m2_block block(level);
     for (; tokens != 0; --tokens) {
-        const u32 size = 1U << random.below(9); // of long tokens, so that there are many codes
+        const u32 size = 1U << random.below(9); // varies the magnitude of lengths
         switch (random.below(16)) {
         case 0:
             block.literal_run(12 + random.below(size));

@@ -9,7 +9,7 @@ u32 word_at(const bytes& data, usize at)
 {
     u32 word = 0;
     for (usize i = 0; i < 4; ++i) {
-        if (at + i < data.size()) word |= u32{data[at + i]} << (8 * i); // zeros behind the block
+        if (at + i < data.size()) word |= u32{data[at + i]} << (8 * i); // zeros after the block
     }
     return word;
 }
@@ -56,11 +56,11 @@ u32 get_integer(const bytes& in, usize& at)
     return tail;
 }
 
-/// Collects flags and items the way the format lays them down.
+/// Collects flags and items, one at a time.
 struct plain_writer {
     bytes out;
     usize control = 0;
-    u32 flags = 1; // with a mark in front
+    u32 flags = 1; // below a sentinel
 
     void reserve_control()
     {
@@ -73,7 +73,7 @@ struct plain_writer {
         for (usize i = 0; i < 4; ++i) out[control + i] = static_cast<u8>(word >> (8 * i));
     }
 
-    /// To be called when the item of the flag has been written.
+    /// Adds the flag of the item just written.
     void flag(u32 bit)
     {
         const bool last = flags >> 31 != 0;

@@ -17,8 +17,8 @@ static_assert(m2_plain_class_of(4064) == 13 && m2_plain_class_of(4065) == 14);
 static_assert(m2_plain_class_of(4096) == 14 && m2_plain_class_of(4097) == 15);
 static_assert(m2_plain_class_of(6144) == 15 && m2_plain_class_of(m2_rules.longest_dist) == 31);
 
-// The codes of tokens.  Matches have the others: from 2 on the shortest ones, which leave 13 free
-// where there are byte runs, and from 16 on those of 15 bytes and more.
+// The token codes that are no matches.  The codes from 2 on are matches of up to 14 bytes, without
+// 13 where there are byte runs; those from 16 on are matches of 15 bytes and more.
 constexpr u32 literal_code = 1;
 constexpr u32 byte_run_code = 13;
 constexpr u32 literal_run_code = 14;
@@ -46,7 +46,7 @@ u32 length_of_code(u32 code, u32 level)
     return code >= 16 ? code - 1 : code - 2 + shortest_match(level);
 }
 
-/// Writes literals in the way that their number asks for.
+/// Writes literals one by one or, from `shortest_run` on, as a run.
 void write_literals(m2_plain_writer& writer, const bytes& literals, usize shortest_run)
 {
     if (literals.size() >= shortest_run) {
@@ -164,8 +164,9 @@ bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
 
 namespace {
 
-/// Appends the bytes of one token to a block of `out_len`.  False at the end token.  Throws
-/// std::out_of_range, with any bytes appended, where the token is damaged or cut off.
+/// Appends the bytes of one token to a block of `out_len`, clipped at its end.  False at the end
+/// token.  Throws std::out_of_range, with any bytes appended, where the token is damaged or cut
+/// off.
 bool take_token(m2_plain_reader& reader, bytes& out, usize out_len, u32 level)
 {
     const usize room = out_len - out.size();
@@ -174,17 +175,14 @@ bool take_token(m2_plain_reader& reader, bytes& out, usize out_len, u32 level)
     if (code == literal_code) {
         out.push_back(reader.byte());
     } else if (code == literal_run_code) {
-        const u64 count = u64{reader.gamma()} - 1 + shortest_literal_run;
-        if (count > room) throw std::out_of_range("literal run");
-        for (u64 i = 0; i < count; ++i) out.push_back(reader.byte());
+        u64 count = u64{reader.gamma()} - 1 + shortest_literal_run;
+        for (count = std::min<u64>(count, room); count > 0; --count) out.push_back(reader.byte());
     } else if (code == byte_run_code && has_byte_runs(level)) {
         const u8 byte = reader.byte();
         const u32 count = reader.gamma() - 1;
-        if (count > room) throw std::out_of_range("byte run");
-        out.insert(out.end(), count, byte);
+        out.insert(out.end(), std::min<usize>(count, room), byte);
     } else {
         const u32 dist = reader.distance();
-        // The last match may pass the block's end.
         for (usize len = std::min<usize>(length_of_code(code, level), room); len > 0; --len)
             out.push_back(out.at(out.size() - dist));
     }

@@ -1,10 +1,10 @@
-// plain/m2_plain.h - method 2 told in the simplest code that does it
+// plain/m2_plain.h - reference encoder and decoder of method 2, in the simplest code
 //
-// The judge of the real encoders and of the real decoder: one bit at a time, no look-up tables, no
-// shared code.
+// The real encoders and decoder are tested against it.  One bit at a time; no look-up tables, no
+// code shared with src/.
 //
-// A stream doesn't tell its dialect, the level does: up to level 7 a match has 4 bytes or more and
-// there are runs of a byte; from level 8 on a match may have 3 bytes, and there are no such runs.
+// The level determines the dialect of a stream: up to level 7 a match has 4 bytes or more and there
+// are byte runs; from level 8 on a match may have 3 bytes, and there are no byte runs.
 #pragma once
 
 #include "plain/plain_search.h"
@@ -15,15 +15,15 @@ namespace quarnex::test {
 
 inline constexpr u32 m2_plain_classes = 32;
 
-/// The bits behind a distance class: 4 to 15 twice each, 16 to 22, and 30.
+/// Returns the extra bits of a distance class: 4 to 15 twice each, 16 to 22, and 30.
 constexpr u32 m2_plain_extra_bits(u32 dist_class)
 {
     if (dist_class < 24) return 4 + dist_class / 2;
     return dist_class < 31 ? dist_class - 8 : 30;
 }
 
-/// The first distance of a class.  The classes follow each other, but behind 4096 they start at
-/// multiples of 2048: for that class 14 reaches into class 15.
+/// Returns the first distance of a class.  Classes are laid end to end, but above 4096 they start
+/// at multiples of 2048, so class 14 reaches into class 15.
 constexpr u32 m2_plain_first_dist(u32 dist_class)
 {
     u32 start = 0;
@@ -40,7 +40,7 @@ inline constexpr auto m2_plain_first_dists = [] {
     return first;
 }();
 
-/// The class that an encoder takes: the last one that starts at or before the distance.
+/// Returns the class that an encoder takes: the last one that starts at or before the distance.
 constexpr u32 m2_plain_class_of(u32 dist)
 {
     u32 dist_class = m2_plain_classes - 1;
@@ -48,45 +48,45 @@ constexpr u32 m2_plain_class_of(u32 dist)
     return dist_class;
 }
 
-/// Writes a stream token by token, also tokens that no encoder writes.
+/// Writes a stream token by token, including tokens that no encoder writes.
 struct m2_plain_writer {
     u32 level;
     bytes out;
-    u32 free_bits = 0; // at the bottom of the last byte
+    u32 free_bits = 0; // low bits of the last byte that are not used yet
 
     m2_plain_writer(u8 first_byte, u32 level_of_dialect) : level(level_of_dialect), out{first_byte}
     {
     }
 
-    /// The lowest bits of a value, the highest of them first.
+    /// Writes the lowest `count` bits of a value, most significant first.
     m2_plain_writer& put(u64 value, u32 count);
-    /// Of 1 or more.
+    /// Writes gamma(value), of 1 or more.
     m2_plain_writer& gamma(u64 value);
 
     m2_plain_writer& literal(u8 byte);
     m2_plain_writer& match(u32 len, u32 dist);
-    /// A match whose distance is told by any class, with any value of its extra bits.
+    /// Writes a match with any distance class and any value of its extra bits.
     m2_plain_writer& match_in_class(u32 len, u32 dist_class, u32 extra);
-    /// Of any number of bytes; levels 0 to 7 only.
+    /// Writes a byte run of any length; levels 0 to 7 only.
     m2_plain_writer& byte_run(u8 byte, u32 count);
-    /// Of 12 bytes or more.
+    /// Writes a literal run of 12 bytes or more.
     m2_plain_writer& literal_run(const bytes& raw);
-    /// The end token, behind which the last byte is filled up with zeros.
+    /// Writes the end token; the rest of the last byte is zero.
     m2_plain_writer& end();
 };
 
-/// Where a stream is to have no literal runs.
+/// A `shortest_run` for streams without literal runs.
 inline constexpr usize m2_plain_no_runs = ~usize{0};
-/// Where levels 8 and 9 start to write them: later than they could.
+/// The shortest literal run of levels 8 and 9, although one of 12 would be shorter than literals.
 inline constexpr usize m2_plain_shortest_run = 13;
 
-/// The stream of a list of tokens that starts behind the first byte of `block`; literals in a row,
-/// from `shortest_run` on, go in a run.
+/// Returns the stream of `tokens`, which encode `block` after its first byte.  `shortest_run` or
+/// more literals in a row are written as a run.
 bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 level,
                       usize shortest_run = m2_plain_no_runs);
 
-/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
-/// `hash_bits` nor `chain_bits`.
+/// Returns the payload of a block: its stream, or the block itself.  Levels 8 and 9 ignore
+/// `hash_bits` and `chain_bits`.
 bytes m2_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits = 1);
 
 /// Decodes a stream up to its end token, to `out_len` bytes, or to the first token that is damaged

@@ -4,7 +4,7 @@
 namespace quarnex::test {
 namespace {
 
-// Prices of levels 8 and 9, in bits; runs of literals play no part.
+// Prices of levels 8 and 9, in bits; literal runs are not considered.
 constexpr u32 literal_price = 9;
 
 u32 match_price(u32 /*pos*/, u32 len, u32 dist)
