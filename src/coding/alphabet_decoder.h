@@ -1,7 +1,9 @@
 // coding/alphabet_decoder.h - from symbols and extra bits back to a block
 #pragma once
 
+#include "coding/codec.h"
 #include "coding/main_alphabet.h"
+#include "coding/min_match.h"
 #include "common/copy.h"
 
 #include <algorithm>
@@ -16,6 +18,9 @@ template <class Source>
     return slot_base(slot) + from.take_extra(slot_extra_bits(slot));
 }
 
+/// Bytes past the block that decode_alphabet() may write.
+inline constexpr u32 alphabet_overrun = max_match_overrun(4) + 1 + copy_match_overrun;
+
 /// Decodes tokens with matches of at least MinMatch bytes into a block of `size` bytes, of which
 /// the raw one is there.  `Source` takes a stream apart:
 ///
@@ -25,12 +30,15 @@ template <class Source>
 ///     take_extra(count)   the extra bits of the slot before, 1 to 30
 ///     follow(byte)        the last byte of the token
 ///     good()              false if what was taken was damaged, or lay behind the stream
+///     ended()             whether the stream was consumed whole and ended as encoders end it
 ///
-/// The last match is cut at the block's end.  Returns the number of bytes in the block: fewer at
-/// damage, which ends at the first token that reaches before the block or is not good.  Writes up
-/// to copy_match_overrun bytes behind the block.
+/// The last match is cut one byte past the farthest end that an encoder's match can have, so that
+/// its end tells whether it was one.  Returns the number of bytes in the block, fewer at damage,
+/// which ends at the first token that reaches before the block or is not good; and whether the
+/// block is full and the stream ended as an encoder's.  Writes up to alphabet_overrun bytes past
+/// the block.
 template <u32 MinMatch, class Source>
-u32 decode_alphabet(Source from, u8* const block, const u32 size)
+codec_result decode_alphabet(Source from, u8* const block, const u32 size)
 {
     u32 pos = alphabet_raw_bytes;
     while (pos < size) {
@@ -44,9 +52,10 @@ u32 decode_alphabet(Source from, u8* const block, const u32 size)
             u64 wanted = symbol - literal_symbols + MinMatch;
             if (symbol == long_length_symbol) wanted += take_value(from, from.take_length());
             const u32 offset = take_value(from, from.take_distance());
-            if (offset >= pos) return pos;
+            if (offset >= pos) return {.length = pos};
             const u32 dist = offset + 1;
-            const auto len = static_cast<u32>(std::min<u64>(wanted, size - pos));
+            const auto len = static_cast<u32>(
+                std::min<u64>(wanted, size + (max_match_overrun(MinMatch) + 1) - pos));
             copy_match(block + pos, dist, len);
             end = pos + len;
             // The copy can still be on its way to memory; where the match doesn't repeat itself,
@@ -54,10 +63,10 @@ u32 decode_alphabet(Source from, u8* const block, const u32 size)
             const u32 same_end = end - (dist < len ? 0 : dist);
             from.follow(block[same_end - 1]);
         }
-        if (!from.good()) return pos;
+        if (!from.good()) return {.length = pos};
         pos = end;
     }
-    return pos;
+    return {.length = size, .exact_end = pos - size <= max_match_overrun(MinMatch) && from.ended()};
 }
 
 } // namespace quarnex

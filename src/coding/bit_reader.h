@@ -54,6 +54,14 @@ class bit_reader {
     /// Behind the last byte of which a bit has been taken.
     const u8* taken_end() const { return in_ - held_ / 8; }
 
+    /// Returns true if the last bit taken is in the last byte before `end` and the rest of that
+    /// byte is zero, as bit_writer pads it.
+    bool ends_at(const u8* end) const
+    {
+        // (Two shifts, as one by 64 is undefined.)
+        return taken_end() == end && window_ >> 1 >> (63 - held_ % 8) == 0;
+    }
+
   private:
     const u8* in_;   // the next byte to load
     u64 window_ = 0; // the next bits, from the top

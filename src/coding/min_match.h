@@ -20,6 +20,14 @@ constexpr u32 min_match(u32 level)
     return level == 8 ? 3 : 2;
 }
 
+/// The number of bytes by which the last match of an encoder's stream can pass the block's end.
+/// The hash searches (4 bytes and more) verify candidates by whole words without a look at the
+/// block's end, up to two positions ahead of the match's start; the parses stop at the end.
+constexpr u32 max_match_overrun(u32 min_match)
+{
+    return min_match == 4 ? 5 : 0;
+}
+
 /// Calls `decode` with min_match(level), as a constant.
 template <class Decode>
 auto with_min_match(u32 level, Decode decode)

@@ -130,6 +130,18 @@ inline void normalize_at_once(range_decoder& from)
     from.range <<= bits;
 }
 
+/// Returns true if the decoder has consumed the stream `begin` to `end` exactly and the stream ends
+/// as flush() ends it.
+///
+/// `code` is the number that the stream forms up to `in`, less the encoder's `low` after the same
+/// tokens, in the same scale.  flush() writes all bytes of `low` and no more, so at the end of an
+/// encoder's stream `in` is `end` and the difference is 0.  The first byte has been shifted out of
+/// the 32 bits of `code`; it is 0, as start_range_encoder() wrote it and no carry gets there.
+inline bool ends_at(const range_decoder& from, const u8* begin, const u8* end)
+{
+    return from.in == end && from.code == 0 && *begin == 0;
+}
+
 /// Decodes `count` bits (1 to 24).  In a damaged stream the number can be larger.
 inline u32 decode_direct(range_decoder& from, u32 count)
 {

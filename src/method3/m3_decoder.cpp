@@ -13,7 +13,7 @@ namespace quarnex {
 namespace {
 
 static_assert(alphabet_raw_bytes + m3_token_max_bytes + bit_reader_reads_ahead <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
+static_assert(alphabet_overrun <= out_slack);
 
 using m3_decoder_models = m3_models<m3_decoder_tables>;
 
@@ -40,6 +40,7 @@ class m3_symbol_reader {
     }
     void follow(u8 /*byte*/) {}
     bool good() const { return bits_.taken_end() <= end_ && models_.good(); }
+    bool ended() const { return bits_.ends_at(end_) && models_.good(); }
 
   private:
     template <class Model>
@@ -74,14 +75,14 @@ class m3_symbol_reader {
 
 codec_result m3_decode_block(const codec_job& job, void* /*state*/)
 {
-    if (job.in_len == 0 || job.out_len == 0) return {};
+    // An empty block has an empty stream.
+    if (job.in_len == 0 || job.out_len == 0) return {.exact_end = job.in_len == job.out_len};
     *job.out_buf = *job.in_buf;
     m3_decoder_models models(job.out_len);
     const m3_symbol_reader reader(job, models);
-    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+    return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return {.length = len};
 }
 
 } // namespace

@@ -12,7 +12,7 @@ namespace quarnex {
 namespace {
 
 static_assert(alphabet_raw_bytes + range_start_bytes + m4_token_max_bytes <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
+static_assert(alphabet_overrun <= out_slack);
 
 /// Takes symbols by their models, and extra bits as they are.
 class m4_symbol_reader {
@@ -21,7 +21,7 @@ class m4_symbol_reader {
     m4_symbol_reader(const codec_job& job, m4_dec_state& models)
         : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
           coder_(start_range_decoder(job.in_buf + alphabet_raw_bytes)),
-          end_(job.in_buf + job.in_len)
+          begin_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
     {
         follow(*job.in_buf);
     }
@@ -32,6 +32,7 @@ class m4_symbol_reader {
     u32 take_extra(u32 count) { return m4_decode_direct(coder_, count, damaged_); }
     void follow(u8 byte) { context_ = byte & mask_; }
     bool good() const { return coder_.in <= end_ && !damaged_; }
+    bool ended() const { return ends_at(coder_, begin_, end_) && !damaged_; }
 
   private:
     template <u32 Step, class Model>
@@ -50,21 +51,22 @@ class m4_symbol_reader {
     u32 mask_;
     u32 context_;
     range_decoder coder_;
+    const u8* begin_; // of the coder's bytes
     const u8* end_;
     bool damaged_ = false;
 };
 
 codec_result m4_decode_block(const codec_job& job, void* state)
 {
-    if (job.in_len == 0 || job.out_len == 0) return {};
+    // An empty block has an empty stream.
+    if (job.in_len == 0 || job.out_len == 0) return {.exact_end = job.in_len == job.out_len};
     *job.out_buf = *job.in_buf;
     m4_dec_state& models = *static_cast<m4_dec_state*>(state);
     models.start(job.out_len);
     const m4_symbol_reader reader(job, models);
-    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+    return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return {.length = len};
 }
 
 } // namespace

@@ -17,7 +17,7 @@ namespace quarnex {
 namespace {
 
 static_assert(m5_raw_bytes + range_start_bytes + m5_token_max_bytes <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
+static_assert(max_match_overrun(4) + 1 + copy_match_overrun <= out_slack);
 
 /// A stream while it is decoded.
 template <u32 MinMatch>
@@ -25,7 +25,7 @@ class m5_decoding {
   public:
     /// Starts behind the raw bytes, which are in the block.
     m5_decoding(const codec_job& job, m5_model& model)
-        : model_(model), begin_(job.out_buf), size_(job.out_len),
+        : model_(model), begin_(job.out_buf), limit_(job.out_len + max_match_overrun(MinMatch) + 1),
           registers_(start_range_decoder(job.in_buf + m5_raw_bytes))
     {
         history_ = m5_history_at(begin_ + pos_);
@@ -37,6 +37,12 @@ class m5_decoding {
     u32 pos() const { return pos_; }
     /// Position in the payload.
     const u8* in() const { return registers_.in; }
+    /// Returns true if the payload was consumed whole and ended as an encoder ends it.
+    bool ended(const codec_job& job) const
+    {
+        return pos_ != limit_ &&
+               ends_at(registers_, job.in_buf + m5_raw_bytes, job.in_buf + job.in_len);
+    }
 
     /// Takes a token.  False, with the position unchanged, at damage.
     [[gnu::always_inline]] bool take_token()
@@ -83,7 +89,7 @@ class m5_decoding {
         const u32 offset = take_offset(model_.dist_slot[m5_length_class(length_value)]);
         if (offset >= pos_) return false;
         const u64 wanted = u64{length_value} - m5_least_length_value + MinMatch;
-        const auto len = static_cast<u32>(std::min<u64>(wanted, size_ - pos_));
+        const auto len = static_cast<u32>(std::min<u64>(wanted, limit_ - pos_));
         const u32 dist = offset + 1;
         copy_match(begin_ + pos_, dist, len);
         pos_ += len;
@@ -127,7 +133,7 @@ class m5_decoding {
 
     m5_model& model_;
     u8* const begin_;
-    const u32 size_; // of the block
+    const u32 limit_; // where matches are cut: past the end of any encoder's match
     range_decoder registers_;
     u32 pos_ = m5_raw_bytes;
     u32 history_ = 0; // the last bytes, of which twelve bits count
@@ -138,14 +144,18 @@ codec_result m5_decode(const codec_job& job, m5_model& model)
 {
     const u32 raw = std::min({m5_raw_bytes, job.in_len, job.out_len});
     std::copy_n(job.in_buf, raw, job.out_buf);
-    u32 done = raw;
-    if (raw < m5_raw_bytes) return {.length = done};
+    if (raw < m5_raw_bytes) { // no stream, unless it is the empty one of an empty block
+        return {.length = raw, .exact_end = job.in_len == 0 && job.out_len == 0};
+    }
     m5_decoding<MinMatch> stream(job, model);
-    if (!stream.starts()) return {.length = done};
+    if (!stream.starts()) return {.length = raw};
     // A token that reads behind the payload doesn't count: its last bits are made of zeros.
     const u8* const in_end = job.in_buf + job.in_len;
-    while (done < job.out_len && stream.take_token() && stream.in() <= in_end) done = stream.pos();
-    return {.length = done};
+    while (stream.pos() < job.out_len) {
+        const u32 done = stream.pos();
+        if (!stream.take_token() || stream.in() > in_end) return {.length = done};
+    }
+    return {.length = job.out_len, .exact_end = stream.ended(job)};
 }
 
 codec_result m5_decode_block(const codec_job& job, void* state)
