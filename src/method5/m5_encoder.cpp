@@ -1,4 +1,4 @@
-// method5/m5_encoder.cpp - the ladder of method 5: which search a level runs
+// method5/m5_encoder.cpp - the encoder of method 5: the match finder of each level
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
@@ -39,8 +39,8 @@ codec_result m5_encode_trie(const codec_job& job, m5_model& model)
 }
 
 constexpr codec_result (*m5_levels[ladder_levels])(const codec_job&, m5_model&){
-    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,   m5_encode_bucket,
-    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix, m5_encode_trie,
+    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair, m5_encode_bucket,
+    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix,   m5_encode_trie,
 };
 
 codec_result m5_encode_block(const codec_job& job, void* state)
