@@ -40,7 +40,7 @@ class m5_tokens {
 
     void match(u32 pos, u32 len, u32 dist)
     {
-        assert(len >= MinMatch && dist >= 1 && dist <= pos);
+        assert(len >= MinMatch && dist >= 1);
         m5_encode_bit(coder_, model_.match_flag[m5_flag_context(history_)], 1);
         const u32 length_value = len - MinMatch + m5_min_length_value;
         put_length(length_value);

@@ -10,11 +10,11 @@ namespace {
 using test::bytes;
 using test::bytes_of;
 
-/// Gives the numbers of a list, whatever it is asked for, and keeps what it is told.
+/// Returns the numbers of a list, whatever is asked for, and records the contexts.
 struct listed_source {
     const std::vector<u32>* numbers;
-    bytes* followed;
-    usize bad_from = SIZE_MAX; // the number from which on all is damaged
+    bytes* contexts;
+    usize bad_from = SIZE_MAX; // index of the first damaged number
     usize taken = 0;
 
     u32 take() { return taken < numbers->size() ? (*numbers)[taken++] : 0; }
@@ -26,14 +26,14 @@ struct listed_source {
         EXPECT_EQ(take(), count);
         return take();
     }
-    void follow(u8 byte) { followed->push_back(byte); }
-    bool good() const { return taken < bad_from; }
+    void set_context(u8 byte) { contexts->push_back(byte); }
+    bool ok() const { return taken < bad_from; }
 };
 
-/// What a block of `size` bytes that starts with "a" becomes, and what its tokens ended with.
+/// A decoded block, which starts with the raw byte "a", and the last bytes of its tokens.
 struct outcome {
     std::string block;
-    std::string followed;
+    std::string contexts;
     bool operator==(const outcome&) const = default;
 };
 
@@ -42,10 +42,10 @@ outcome decoded(const std::vector<u32>& numbers, u32 size, usize bad_from = SIZE
 {
     const auto block = test::exact_buffer(size + copy_match_overrun);
     block[0] = 'a';
-    bytes followed;
+    bytes contexts;
     const u32 len =
-        decode_alphabet<MinMatch>(listed_source{&numbers, &followed, bad_from}, block.get(), size);
-    return {{block.get(), block.get() + len}, {followed.begin(), followed.end()}};
+        decode_alphabet<MinMatch>(listed_source{&numbers, &contexts, bad_from}, block.get(), size);
+    return {{block.get(), block.get() + len}, {contexts.begin(), contexts.end()}};
 }
 
 TEST(alphabet_decoder, a_block_of_the_raw_byte_takes_nothing)
@@ -79,12 +79,12 @@ TEST(alphabet_decoder, a_distance_with_extra_bits)
               (outcome{"abcdefabcd", "bcdefd"}));
 }
 
-TEST(alphabet_decoder, follows_the_last_byte_of_each_match_whether_it_repeats_itself_or_not)
+TEST(alphabet_decoder, the_context_is_the_last_byte_of_a_match_overlapping_or_not)
 {
     for (u32 dist = 1; dist <= 3; ++dist) {
         for (u32 len = 2; len <= 5; ++len) {
             const outcome out = decoded<2>({'b', 'c', 256 + len - 2, dist - 1}, 3 + len);
-            EXPECT_EQ(out.followed, std::string("bc") + out.block.back()) << dist << ' ' << len;
+            EXPECT_EQ(out.contexts, std::string("bc") + out.block.back()) << dist << ' ' << len;
         }
     }
 }
@@ -103,7 +103,7 @@ TEST(alphabet_decoder, a_distance_before_the_block_ends_it)
     EXPECT_EQ(decoded({'b', 256, 63, 30, (1U << 30) - 1, 'x'}, 9), (outcome{"ab", "b"}));
 }
 
-TEST(alphabet_decoder, a_token_that_is_not_good_ends_the_block_in_front_of_it)
+TEST(alphabet_decoder, a_token_that_is_not_ok_ends_the_block_before_it)
 {
     EXPECT_EQ(decoded({'b', 'c', 'd'}, 4, 3).block, "abc");
     EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 3).block, "ab");
