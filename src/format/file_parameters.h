@@ -17,7 +17,7 @@ constexpr bool is_method(u8 method)
 
 /// What the command line or a file's header says about all blocks of a file.
 struct file_parameters {
-    codec_parameters codec;
+    codec_parameters codec{};
     u8 filter_flags = 0; // low nibble: the pre-filter; 0 is none
     u16 block_mb = 32;   // block size in MiB
 
