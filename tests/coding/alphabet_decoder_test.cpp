@@ -15,6 +15,7 @@ struct listed_source {
     const std::vector<u32>* numbers;
     bytes* contexts;
     usize bad_from = SIZE_MAX; // index of the first damaged number
+    bool at_end = true;
     usize taken = 0;
 
     u32 take() { return taken < numbers->size() ? (*numbers)[taken++] : 0; }
@@ -28,6 +29,7 @@ struct listed_source {
     }
     void set_context(u8 byte) { contexts->push_back(byte); }
     bool ok() const { return taken < bad_from; }
+    bool ended() const { return at_end; }
 };
 
 /// A decoded block, which starts with the raw byte "a", and the last bytes of its tokens.
@@ -40,11 +42,12 @@ struct outcome {
 template <u32 MinMatch = 4>
 outcome decoded(const std::vector<u32>& numbers, u32 size, usize bad_from = SIZE_MAX)
 {
-    const auto block = test::exact_buffer(size + copy_match_overrun);
+    const auto block = test::exact_buffer(size + alphabet_overrun);
     block[0] = 'a';
     bytes contexts;
     const u32 len =
-        decode_alphabet<MinMatch>(listed_source{&numbers, &contexts, bad_from}, block.get(), size);
+        decode_alphabet<MinMatch>(listed_source{&numbers, &contexts, bad_from}, block.get(), size)
+            .length;
     return {{block.get(), block.get() + len}, {contexts.begin(), contexts.end()}};
 }
 
@@ -108,6 +111,39 @@ TEST(alphabet_decoder, a_token_that_is_not_ok_ends_the_block_before_it)
     EXPECT_EQ(decoded({'b', 'c', 'd'}, 4, 3).block, "abc");
     EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 3).block, "ab");
     EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 4).block, "abbbbb");
+}
+
+// Exact ends
+
+template <u32 MinMatch = 4>
+bool ends_exactly(const std::vector<u32>& numbers, u32 size, bool at_end = true)
+{
+    const auto block = test::exact_buffer(size + alphabet_overrun);
+    block[0] = 'a';
+    bytes contexts;
+    const listed_source source{&numbers, &contexts, numbers.size() + 1, at_end};
+    return decode_alphabet<MinMatch>(source, block.get(), size).exact_end;
+}
+
+TEST(alphabet_decoder, ends_exactly_with_a_full_block_and_a_source_at_its_end)
+{
+    EXPECT_TRUE(ends_exactly({}, 1));
+    EXPECT_FALSE(ends_exactly({}, 1, false));
+    EXPECT_TRUE(ends_exactly({'b', 'c'}, 3));
+    EXPECT_FALSE(ends_exactly({'b', 'c'}, 3, false));
+    EXPECT_TRUE(ends_exactly({'b', 256, 1}, 6));
+    EXPECT_FALSE(ends_exactly({'b', 256, 2, 'x'}, 7)); // before the block
+    EXPECT_FALSE(ends_exactly({'b'}, 5));              // not ok
+}
+
+TEST(alphabet_decoder, ends_exactly_if_an_encoder_can_have_written_the_last_match)
+{
+    for (u32 excess = 0; excess <= 10; ++excess) {
+        EXPECT_EQ(ends_exactly<4>({'b', 256 + 10, 1}, 16 - excess), excess <= 5) << excess;
+        EXPECT_EQ(ends_exactly<3>({'b', 256 + 11, 1}, 16 - excess), excess == 0) << excess;
+        EXPECT_EQ(ends_exactly<2>({'b', 256 + 12, 1}, 16 - excess), excess == 0) << excess;
+    }
+    EXPECT_FALSE(ends_exactly({'b', 287, 63, 30, (1U << 30) - 1, 1}, 9));
 }
 
 } // namespace
