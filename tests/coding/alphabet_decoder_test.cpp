@@ -94,8 +94,9 @@ TEST(alphabet_decoder, the_context_is_the_last_byte_of_a_match_overlapping_or_no
 
 TEST(alphabet_decoder, the_last_match_is_cut_at_the_end_of_the_block)
 {
-    EXPECT_EQ(decoded({'b', 256, 1}, 5), (outcome{"ababa", "ba"}));
-    EXPECT_EQ(decoded({'b', 256, 1}, 3), (outcome{"aba", "ba"}));
+    // The context is that of the whole match.
+    EXPECT_EQ(decoded({'b', 256, 1}, 5), (outcome{"ababa", "bb"}));
+    EXPECT_EQ(decoded({'b', 256, 1}, 3), (outcome{"aba", "bb"}));
     // The longest: slot 63 with all extra bits.
     EXPECT_EQ(decoded({'b', 287, 63, 30, (1U << 30) - 1, 1}, 9), (outcome{"ababababa", "ba"}));
 }
@@ -116,12 +117,13 @@ TEST(alphabet_decoder, a_token_that_is_not_ok_ends_the_block_before_it)
 // Exact ends
 
 template <u32 MinMatch = 4>
-bool ends_exactly(const std::vector<u32>& numbers, u32 size, bool at_end = true)
+bool ends_exactly(const std::vector<u32>& numbers, u32 size, bool at_end = true,
+                  usize bad_from = SIZE_MAX)
 {
     const auto block = test::exact_buffer(size + alphabet_overrun);
     block[0] = 'a';
     bytes contexts;
-    const listed_source source{&numbers, &contexts, numbers.size() + 1, at_end};
+    const listed_source source{&numbers, &contexts, bad_from, at_end};
     return decode_alphabet<MinMatch>(source, block.get(), size).exact_end;
 }
 
@@ -132,8 +134,8 @@ TEST(alphabet_decoder, ends_exactly_with_a_full_block_and_a_source_at_its_end)
     EXPECT_TRUE(ends_exactly({'b', 'c'}, 3));
     EXPECT_FALSE(ends_exactly({'b', 'c'}, 3, false));
     EXPECT_TRUE(ends_exactly({'b', 256, 1}, 6));
-    EXPECT_FALSE(ends_exactly({'b', 256, 2, 'x'}, 7)); // before the block
-    EXPECT_FALSE(ends_exactly({'b'}, 5));              // not ok
+    EXPECT_FALSE(ends_exactly({'b', 256, 2, 'x'}, 7));  // before the block
+    EXPECT_FALSE(ends_exactly({'b', 'c'}, 3, true, 2)); // not ok
 }
 
 TEST(alphabet_decoder, ends_exactly_if_an_encoder_can_have_written_the_last_match)
