@@ -39,8 +39,8 @@ codec_result m5_encode_trie(const codec_job& job, m5_model& model)
 }
 
 constexpr codec_result (*m5_levels[ladder_levels])(const codec_job&, m5_model&){
-    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair, m5_encode_bucket,
-    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix,   m5_encode_trie,
+    m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,   m5_encode_bucket,
+    m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix, m5_encode_trie,
 };
 
 codec_result m5_encode_block(const codec_job& job, void* state)
