@@ -1,62 +1,72 @@
-// coding/adaptive_counts.h - how often the symbols of an alphabet came, counted in periods
+// coding/adaptive_counts.h - symbol frequencies of an adaptive model, updated in periods
 //
-// Encoder and decoder count every symbol that passes.  What they code by is made anew from the
-// counts at the end of each period, which both reach at the same symbol; in between it lags.
+// Encoder and decoder count each symbol after coding it.  Coding tables are rebuilt from the counts
+// at the end of each period only; both sides reach it at the same symbol.  A table for every symbol
+// would be more precise, and far more expensive than the coding itself.
+//
+// Periods double up to a maximum: tables follow the first symbols closely and cost next to nothing
+// later.  Counts are halved when their sum passes a limit, which both keeps them in 16 bits and
+// weights recent symbols higher.
 #pragma once
 
 #include "common/types.h"
 
+#include <cassert>
+
 namespace quarnex {
 
-/// The counts of an alphabet of up to Capacity symbols.  Each is 1 or more.
+/// The counts of an alphabet of up to Capacity symbols.  Each count is 1 or more.
 template <u32 Capacity>
 struct adaptive_counts {
-    u32 symbols;   // of the alphabet
-    u32 total;     // of all counts, at the end of the last period
-    u32 period;    // what the counts grow by in this period
-    i32 countdown; // what is left of it
+    u32 symbols;   // size of the alphabet
+    u32 total;     // sum of all counts at the end of the last period
+    u32 period;    // growth of the sum in this period
+    i32 countdown; // remaining growth
     u16 counts[Capacity];
 };
 
-/// Makes the first period of `symbols` symbols start, with counts of 1.
+/// Starts the first period of an alphabet of `symbols` symbols, with counts of 1.
 template <u32 Capacity>
-void start_counts(adaptive_counts<Capacity>& of, u32 symbols, u32 period)
+void start_counts(adaptive_counts<Capacity>& stats, u32 symbols, u32 period)
 {
-    of.symbols = symbols;
-    of.total = symbols;
-    of.period = period;
-    of.countdown = static_cast<i32>(period);
-    for (u32 symbol = 0; symbol < symbols; ++symbol) of.counts[symbol] = 1;
+    assert(symbols <= Capacity);
+    stats.symbols = symbols;
+    stats.total = symbols;
+    stats.period = period;
+    stats.countdown = static_cast<i32>(period);
+    for (u32 symbol = 0; symbol < symbols; ++symbol) stats.counts[symbol] = 1;
 }
 
-/// Counts a symbol.  True at the end of the period: then close_period() is due.
+/// Adds Step to the count of a symbol.  Returns true at the end of the period: the caller then
+/// calls close_period(), rebuilds its tables and calls open_period().
 template <u32 Step, u32 Capacity>
-[[gnu::always_inline]] inline bool count_symbol(adaptive_counts<Capacity>& of, u32 symbol)
+[[gnu::always_inline]] inline bool count_symbol(adaptive_counts<Capacity>& stats, u32 symbol)
 {
-    of.counts[symbol] = static_cast<u16>(of.counts[symbol] + Step);
-    of.countdown -= Step;
-    return of.countdown <= 0;
+    assert(symbol < stats.symbols);
+    stats.counts[symbol] = static_cast<u16>(stats.counts[symbol] + Step);
+    stats.countdown -= Step;
+    return stats.countdown <= 0;
 }
 
-/// Halves all counts, upwards, until they can't overflow in a period, and sums them.
-template <u32 Limit, u32 Capacity>
-void close_period(adaptive_counts<Capacity>& of)
+/// Updates the sum.  If it is above MaxTotal, halves all counts, rounding up.
+template <u32 MaxTotal, u32 Capacity>
+void close_period(adaptive_counts<Capacity>& stats)
 {
-    of.total += of.period - static_cast<u32>(of.countdown);
-    if (of.total <= Limit) return;
-    of.total = 0;
-    for (u32 symbol = 0; symbol < of.symbols; ++symbol) {
-        of.counts[symbol] = static_cast<u16>((of.counts[symbol] + 1) >> 1);
-        of.total += of.counts[symbol];
+    stats.total += stats.period - static_cast<u32>(stats.countdown);
+    if (stats.total <= MaxTotal) return;
+    stats.total = 0;
+    for (u32 symbol = 0; symbol < stats.symbols; ++symbol) {
+        stats.counts[symbol] = static_cast<u16>((stats.counts[symbol] + 1) >> 1);
+        stats.total += stats.counts[symbol];
     }
 }
 
-/// Starts the next period: twice as long as the last one, up to Longest.
-template <u32 Longest, u32 Capacity>
-void open_period(adaptive_counts<Capacity>& of)
+/// Starts the next period: twice as long as the previous one, up to MaxPeriod.
+template <u32 MaxPeriod, u32 Capacity>
+void open_period(adaptive_counts<Capacity>& stats)
 {
-    if (of.period < Longest) of.period *= 2;
-    of.countdown = static_cast<i32>(of.period);
+    if (stats.period < MaxPeriod) stats.period *= 2;
+    stats.countdown = static_cast<i32>(stats.period);
 }
 
 } // namespace quarnex

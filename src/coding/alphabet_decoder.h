@@ -1,63 +1,77 @@
-// coding/alphabet_decoder.h - from symbols and extra bits back to a block
+// coding/alphabet_decoder.h - the token decoder of the methods with a main alphabet (3 and 4)
+//
+// The LZ77 loop: literals, matches and their copies.  A method supplies the entropy decoder.
 #pragma once
 
+#include "coding/codec.h"
 #include "coding/main_alphabet.h"
+#include "coding/min_match.h"
 #include "common/copy.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace quarnex {
 
-/// Takes a value whose slot is `slot`.
+/// Bytes past the block that decode_alphabet() may write.
+inline constexpr u32 alphabet_overrun = max_match_overrun(4) + 1 + copy_match_overrun;
+static_assert(alphabet_overrun <= out_slack);
+
+/// Decodes the rest of a value after its slot.
 template <class Source>
-[[gnu::always_inline]] inline u32 take_value(Source& from, u32 slot)
+[[gnu::always_inline]] inline u32 take_value(Source& source, u32 slot)
 {
     if (slot < plain_slots) return slot;
-    return slot_base(slot) + from.take_extra(slot_extra_bits(slot));
+    return slot_base(slot) + source.take_extra(slot_extra_bits(slot));
 }
 
-/// Decodes tokens with matches of at least MinMatch bytes into a block of `size` bytes, of which
-/// the raw one is there.  `Source` takes a stream apart:
+/// Decodes tokens with matches of at least MinMatch bytes into a block of `size` bytes, the first
+/// of which, the raw one, is already there.  `Source` is the entropy decoder:
 ///
-///     take_main()         a symbol of the main alphabet
-///     take_length()       a slot, 0 to 63
-///     take_distance()     a slot, 0 to 63
-///     take_extra(count)   the extra bits of the slot before, 1 to 30
-///     follow(byte)        the last byte of the token
-///     good()              false if what was taken was damaged, or lay behind the stream
+///     take_main()         decodes a symbol of the main alphabet
+///     take_length()       decodes a slot, 0 to 63
+///     take_distance()     decodes a slot, 0 to 63
+///     take_extra(count)   decodes the extra bits of the slot before, 1 to 30
+///     set_context(byte)   passes the last byte of the token
+///     ok()                returns false if the token is damaged or reads past the stream's end
+///     ended()             returns true if the stream is consumed and ends as an encoder ends it
 ///
-/// The last match is cut at the block's end.  Returns the number of bytes in the block: fewer at
-/// damage, which ends at the first token that reaches before the block or is not good.  Writes up
-/// to copy_match_overrun bytes behind the block.
+/// Decoding stops at the block's end, or before the first token that reaches back past the block's
+/// start or isn't ok.  The last match is cut one byte past the farthest end that an encoder's match
+/// can have, so that its end shows whether it was one.  Writes up to alphabet_overrun bytes past
+/// the block.
 template <u32 MinMatch, class Source>
-u32 decode_alphabet(Source from, u8* const block, const u32 size)
+codec_result decode_alphabet(Source source, u8* const block, const u32 size)
 {
+    assert(size >= alphabet_raw_bytes);
     u32 pos = alphabet_raw_bytes;
     while (pos < size) {
-        const u32 symbol = from.take_main();
+        const u32 symbol = source.take_main();
         u32 end = pos + 1;
         if (symbol < literal_symbols) {
             const auto byte = static_cast<u8>(symbol);
             block[pos] = byte;
-            from.follow(byte);
+            source.set_context(byte);
         } else {
-            u64 wanted = symbol - literal_symbols + MinMatch;
-            if (symbol == long_length_symbol) wanted += take_value(from, from.take_length());
-            const u32 offset = take_value(from, from.take_distance());
-            if (offset >= pos) return pos;
+            u64 coded_len = symbol - literal_symbols + MinMatch;
+            if (symbol == long_length_symbol) coded_len += take_value(source, source.take_length());
+            const u32 offset = take_value(source, source.take_distance());
+            if (offset >= pos) return {.length = pos};
             const u32 dist = offset + 1;
-            const auto len = static_cast<u32>(std::min<u64>(wanted, size - pos));
+            const u32 room = size + (max_match_overrun(MinMatch) + 1) - pos;
+            const auto len = static_cast<u32>(std::min<u64>(coded_len, room));
             copy_match(block + pos, dist, len);
             end = pos + len;
-            // The copy can still be on its way to memory; where the match doesn't repeat itself,
-            // the same bytes are at its source.
+            // The copy's last stores may still be in flight.  If the match doesn't overlap itself,
+            // its source holds the same byte, which can be loaded at once.
             const u32 same_end = end - (dist < len ? 0 : dist);
-            from.follow(block[same_end - 1]);
+            source.set_context(block[same_end - 1]);
         }
-        if (!from.good()) return pos;
+        if (!source.ok()) return {.length = pos};
         pos = end;
     }
-    return pos;
+    const bool possible_end = pos - size <= max_match_overrun(MinMatch);
+    return {.length = size, .exact_end = possible_end && source.ended()};
 }
 
 } // namespace quarnex

@@ -1,20 +1,22 @@
-// coding/alphabet_tokens.h - the token writer of the methods with a main alphabet
+// coding/alphabet_tokens.h - the token writer of the methods with a main alphabet (3 and 4)
 #pragma once
 
 #include "coding/main_alphabet.h"
 
+#include <cassert>
+
 namespace quarnex {
 
-/// Writes literals and matches of at least MinMatch bytes as symbols and extra bits, which `Coder`
-/// turns into a stream:
+/// Writes literals and matches of at least MinMatch bytes as symbols and extra bits.  `Coder` is
+/// the entropy encoder:
 ///
-///     put_main(symbol)       a symbol of the main alphabet
-///     put_length(slot)       the slot of what a length has above the short ones
-///     put_distance(slot)     the slot of a distance less one
-///     put_extra(bits, count) the extra bits of the slot before, 1 to 30
-///     follow(byte)           the last byte of the token, behind all that is written for it
-///     full()                 whether the stream can't be shorter than the block any more
-///     finish()               ends the stream; its length, or 0 if it is of no use
+///     put_main(symbol)       encodes a symbol of the main alphabet
+///     put_length(slot)       encodes the slot of a length's excess over the short ones
+///     put_distance(slot)     encodes the slot of a distance less one
+///     put_extra(bits, count) encodes the extra bits of the slot before, 1 to 30
+///     set_context(byte)      passes the last byte of the token, after all its symbols
+///     full()                 returns true once the stream can't be shorter than the block
+///     finish()               ends the stream; returns its length, or 0 if it is unusable
 template <u32 MinMatch, class Coder>
 class alphabet_tokens {
   public:
@@ -29,17 +31,18 @@ class alphabet_tokens {
     void literal(u32 pos)
     {
         coder_.put_main(text_[pos]);
-        coder_.follow(text_[pos]);
+        coder_.set_context(text_[pos]);
     }
 
     void match(u32 pos, u32 len, u32 dist)
     {
-        const u32 above = len - MinMatch;
-        if (above < short_lengths) {
-            coder_.put_main(literal_symbols + above);
+        assert(len >= MinMatch && dist >= 1);
+        const u32 above_min = len - MinMatch;
+        if (above_min < short_lengths) {
+            coder_.put_main(literal_symbols + above_min);
         } else {
             coder_.put_main(long_length_symbol);
-            const u32 rest = above - short_lengths;
+            const u32 rest = above_min - short_lengths;
             const u32 slot = value_slot(rest);
             coder_.put_length(slot);
             put_extra(rest, slot);
@@ -47,7 +50,7 @@ class alphabet_tokens {
         const u32 slot = value_slot(dist - 1);
         coder_.put_distance(slot);
         put_extra(dist - 1, slot);
-        coder_.follow(text_[pos + len - 1]);
+        coder_.set_context(text_[pos + len - 1]);
     }
 
     u32 finish() { return coder_.finish(); }

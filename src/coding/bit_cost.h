@@ -1,4 +1,7 @@
-// coding/bit_cost.h - logarithms as prices
+// coding/bit_cost.h - base-2 logarithms in fixed point, for the prices of modelled events
+//
+// The table is computed at compile time, in integers, so all machines price alike and choose the
+// same tokens.
 #pragma once
 
 #include "common/types.h"
@@ -8,11 +11,12 @@
 
 namespace quarnex {
 
-/// log2(value) for value 1 and more, in 1/4096 bits, truncated.
+/// Returns log2(value) in 1/4096 bits, truncated.  `value` is 1 or more.
 ///
-/// Squaring a number of 1 to 2 yields the next bit of its logarithm.  With 31 bits behind the
-/// point the error of twelve squarings stays far below the distance of any entry of the table from
-/// a whole number, so the result is exact and the same on every machine.
+/// Repeated squaring: a number in [1, 2) is squared; if the result is 2 or more, the next bit of
+/// the logarithm is 1 and the result is halved.  With 31 fractional bits the error of twelve
+/// squarings stays far below the distance of any table entry from a multiple of 1/4096, so every
+/// entry is exact.
 constexpr u16 fixed_log2(u32 value)
 {
     const u32 whole = static_cast<u32>(std::bit_width(value)) - 1;
@@ -27,16 +31,16 @@ constexpr u16 fixed_log2(u32 value)
     return static_cast<u16>(log);
 }
 
-/// Entry i is 4096 x log2(i), truncated: the price of an event of probability p/4096 is
-/// bit_cost[4096] - bit_cost[p].  Entry 0 stands for a probability of half a step.
+/// Entry i is 4096 * log2(i), truncated: an event of probability p/4096 costs
+/// bit_cost[4096] - bit_cost[p].  Entry 0 is -4096 modulo 2^16: log2(1/2).
 inline constexpr std::array<u16, 4097> bit_cost = [] {
     std::array<u16, 4097> table{};
-    table[0] = 0xF000; // -4096
+    table[0] = 0xF000;
     for (u32 i = 1; i < table.size(); ++i) table[i] = fixed_log2(i);
     return table;
 }();
 
-/// The price table's entry for one half.
+/// The entry of the probability 1/2 on a scale of 4096.
 inline constexpr u16 bit_cost_half = bit_cost[2048];
 
 static_assert(bit_cost[1] == 0 && bit_cost[2] == 0x1000 && bit_cost[4096] == 0xC000);

@@ -1,13 +1,14 @@
-// coding/main_alphabet.h - what methods 3 and 4 have symbols for
+// coding/main_alphabet.h - the main alphabet of methods 3 and 4
 //
-// A token starts with a symbol of the main alphabet:
+// Literals and match lengths share one alphabet, as in DEFLATE; each token starts with one of its
+// symbols:
 //
-//     0 to 255      this byte, a literal
-//     256 to 286    a match of the shortest length and 0 to 30 bytes more
-//     287           a match of 31 bytes more, and what is above that follows as a value
+//     0 to 255      a literal: this byte
+//     256 to 286    a match of the minimum length plus 0 to 30
+//     287           a match of the minimum length plus 31 or more; the excess follows as a value
 //
-// The distance of a match less one follows as a value.  A value is its slot (value_slot.h), as a
-// symbol of an alphabet of slots, and the slot's extra bits.
+// A match continues with its distance less one, as a value.  A value is a slot (value_slot.h),
+// coded as a symbol of a slot alphabet, and the slot's extra bits.
 #pragma once
 
 #include "coding/value_slot.h"
@@ -22,8 +23,8 @@ inline constexpr u32 main_symbols = long_length_symbol + 1;
 /// Bytes at the block's start that are sent raw.
 inline constexpr u32 alphabet_raw_bytes = 1;
 
-/// The number of slots that a block of `len` bytes can need: 17 to 63.  Lengths too fit, which can
-/// pass the block's end.
+/// Returns the size of the slot alphabets of a block of `len` bytes: 17 to 63.  It covers all
+/// distances, and lengths up to 256 past the block's end.
 constexpr u32 slot_count(u32 len)
 {
     return value_slot(len + 256) + 1;

@@ -1,4 +1,5 @@
-// coding/min_match.h - the shortest match that a stream can hold
+// coding/min_match.h - limits of matches by level: the minimum length, and how far the last one may
+// pass the block's end
 #pragma once
 
 #include "common/types.h"
@@ -7,20 +8,31 @@
 
 namespace quarnex {
 
-/// The shortest match of a stream of `level` whose codes are static (methods 1 and 2).
+/// Returns the minimum match length of a stream of `level` with static codes (methods 1 and 2).
 constexpr u32 static_min_match(u32 level)
 {
     return level < 8 ? 4 : 3;
 }
 
-/// The shortest match of a stream of `level` whose codes adapt (methods 3 to 5).
+/// Returns the minimum match length of a stream of `level` with adaptive codes (methods 3 to 5).
 constexpr u32 min_match(u32 level)
 {
     if (level < 8) return 4;
     return level == 8 ? 3 : 2;
 }
 
-/// Calls `decode` with min_match(level), as a constant.
+/// Returns the number of bytes by which the last match of an encoder can pass the block's end, by
+/// the minimum match length of methods 3 to 5.
+///
+/// The hash searches (minimum 4) verify candidates by words of four bytes, three of which can lie
+/// past the end.  A look-ahead does so up to two positions further on and may extend what it finds
+/// back to the current one.  The parses of levels 8 and 9 stop at the block's end.
+constexpr u32 max_match_overrun(u32 min_match)
+{
+    return min_match == 4 ? 3 + 2 : 0;
+}
+
+/// Calls `decode` with min_match(level) as a compile-time constant.
 template <class Decode>
 auto with_min_match(u32 level, Decode decode)
 {

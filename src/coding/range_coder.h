@@ -1,38 +1,47 @@
-// coding/range_coder.h - the interval of a byte-wise range coder, on both sides
+// coding/range_coder.h - a byte-wise range coder: renormalisation, carries, direct bits
 //
-// Both sides cut the current interval in parts by the probabilities of what can come next and keep
-// one part; when it has become small, its settled top bytes leave the encoder and the next bytes
-// enter the decoder.  The two must do the same arithmetic, in 32 bits.  How the parts are found is
-// a method's own matter.
+// Range coding (Martin 1979), in 32 bits: both sides narrow an interval to the part of the next
+// event, in proportion to its probability.  When the interval's width drops below 2^24, the encoder
+// shifts out the top byte, and the decoder shifts in the next one.  Both sides must do the same
+// arithmetic.  How the interval is divided is up to methods 4 and 5.
+//
+// Carries are propagated.  (Carryless coders, as Subbotin's, give up a part of the interval
+// instead, when the top byte stays undecided.)  The textbook form holds one byte back and counts
+// pending 0xFF bytes; here the output is in memory, so bytes are written at once and a carry
+// increments them in place.
 #pragma once
 
 #include "common/bytes.h"
 
 #include <bit>
+#include <cassert>
 
 namespace quarnex {
 
-/// The interval at the start.
+/// Width of the initial interval.
 inline constexpr u32 full_range = 0xFFFFFFFF;
-/// An interval below this has its top byte settled.
-inline constexpr u32 least_range = 1U << 24;
+/// Minimum width after renormalisation: below it the top byte is shifted out.
+inline constexpr u32 min_range = 1U << 24;
 
-/// Bytes that the start of a stream takes.
+/// Bytes that a decoder reads when it starts.
 inline constexpr u32 range_start_bytes = 5;
-/// Bytes that the end of a stream writes.
+/// Bytes that flush() writes.
 inline constexpr u32 range_flush_bytes = 4;
 
-/// Where an encoder is.
+/// Maximum number of bits of one encode_direct(): more would leave min_range parts of width 0.
+inline constexpr u32 max_direct_bits = 24;
+
+/// The state of an encoder.
 ///
-/// A byte is written as soon as it leaves `low`, and a carry runs back through what is written: it
-/// ends at the first byte that is not 0xFF, at the latest at the stream's first, which is 0.
+/// Bytes are written as soon as they leave `low`.  A carry runs back through the bytes written and
+/// ends at the first that is not 0xFF; the stream's first byte, which is 0, stops every carry.
 struct range_encoder {
-    u8* out;     // place of the next byte
+    u8* out;     // next byte to write
     u64 low = 0; // lower end of the interval, with a carry in bit 32
     u32 range = full_range;
 };
 
-/// Starts a stream at `out` with a byte 0, where every carry would end: none gets there, as the
+/// Starts a stream at `out` with a byte 0, where every carry would end.  None gets there, as the
 /// whole interval lies below 2^32.
 inline range_encoder start_range_encoder(u8* out)
 {
@@ -40,104 +49,121 @@ inline range_encoder start_range_encoder(u8* out)
     return {out + 1};
 }
 
-/// Takes the carry out of `low`, into the bytes that are written.
-inline void take_carry(range_encoder& to)
+/// Adds the carry in `low`, if any, to the bytes already written.
+inline void propagate_carry(range_encoder& encoder)
 {
-    if (to.low >> 32 == 0) return;
-    u8* carried = to.out;
+    if (encoder.low >> 32 == 0) return;
+    u8* carried = encoder.out;
     while (++*--carried == 0) {
     }
 }
 
 /// Writes the top byte of `low`, carry included.
-inline void shift_low(range_encoder& to)
+inline void shift_low(range_encoder& encoder)
 {
-    take_carry(to);
-    *to.out++ = static_cast<u8>(to.low >> 24);
-    to.low = (to.low & (least_range - 1)) << 8;
+    propagate_carry(encoder);
+    *encoder.out++ = static_cast<u8>(encoder.low >> 24);
+    encoder.low = (encoder.low & (min_range - 1)) << 8;
 }
 
-/// Writes the bytes that are settled, one by one: for coders that seldom have one.
-inline void normalize(range_encoder& to)
+/// Renormalises byte by byte, for coders that seldom shift out a byte.
+inline void normalize(range_encoder& encoder)
 {
-    while (to.range < least_range) {
-        to.range <<= 8;
-        shift_low(to);
+    while (encoder.range < min_range) {
+        encoder.range <<= 8;
+        shift_low(encoder);
     }
 }
 
-/// Bits of the whole bytes of `range` that are settled: 0, 8, 16 or 24.  `range` is 1 or more.
+/// Returns the number of bits by which renormalisation shifts: 0, 8, 16 or 24.  `range` is 1 or
+/// more.
 constexpr u32 settled_bits(u32 range)
 {
     return static_cast<u32>(std::countl_zero(range)) & 24;
 }
 
-/// Does what normalize() does, without a branch on the number of bytes.  Writes 4 bytes.
-inline void normalize_at_once(range_encoder& to)
+/// Renormalises like normalize(), without a branch on the number of bytes.  Writes 4 bytes.
+inline void normalize_at_once(range_encoder& encoder)
 {
-    take_carry(to);
-    const u32 bits = settled_bits(to.range);
-    store_u32(to.out, byte_swap(static_cast<u32>(to.low)));
-    to.out += bits / 8;
-    to.low = static_cast<u32>(to.low) << bits;
-    to.range <<= bits;
+    assert(encoder.range != 0);
+    propagate_carry(encoder);
+    const u32 bits = settled_bits(encoder.range);
+    store_u32(encoder.out, byte_swap(static_cast<u32>(encoder.low)));
+    encoder.out += bits / 8;
+    encoder.low = static_cast<u32>(encoder.low) << bits;
+    encoder.range <<= bits;
 }
 
-/// Encodes `value`, a number of `count` bits (1 to 24), all of its values equally probable.
-inline void encode_direct(range_encoder& to, u32 value, u32 count)
+/// Encodes `value`, a number of `count` bits (1 to max_direct_bits), with equal probabilities.
+inline void encode_direct(range_encoder& encoder, u32 value, u32 count)
 {
-    to.range >>= count;
-    const u32 skipped = value * to.range;
-    to.low += skipped;
-    normalize_at_once(to);
+    assert(count <= max_direct_bits && value >> count == 0);
+    encoder.range >>= count;
+    const u32 skipped = value * encoder.range;
+    encoder.low += skipped;
+    normalize_at_once(encoder);
 }
 
-/// Ends a stream: all of `low` is written.
-inline void flush(range_encoder& to)
+/// Ends a stream by writing all of `low`.
+inline void flush(range_encoder& encoder)
 {
-    for (u32 bytes = 0; bytes < range_flush_bytes; ++bytes) shift_low(to);
+    for (u32 bytes = 0; bytes < range_flush_bytes; ++bytes) shift_low(encoder);
 }
 
-/// Where a decoder is.
+/// The state of a decoder.
 struct range_decoder {
-    const u8* in; // the next byte
-    u32 code;     // the stream's place in the interval, below `range`
+    const u8* in; // next byte to read
+    u32 code;     // the stream's position in the interval: below `range` in an intact stream
     u32 range = full_range;
 };
 
-/// Starts to decode at `in`.  In a damaged stream `code` need not be below `range`.
+/// Starts decoding at `in`.  The first byte is skipped.
 inline range_decoder start_range_decoder(const u8* in)
 {
     return {in + range_start_bytes, byte_swap(load_u32(in + 1))};
 }
 
-/// Takes the bytes that are needed, one by one: for coders that seldom need one.
-inline void normalize(range_decoder& from)
+/// Renormalises byte by byte, for coders that seldom need a byte.
+inline void normalize(range_decoder& decoder)
 {
-    while (from.range < least_range) {
-        from.range <<= 8;
-        from.code = from.code << 8 | *from.in++;
+    while (decoder.range < min_range) {
+        decoder.range <<= 8;
+        decoder.code = decoder.code << 8 | *decoder.in++;
     }
 }
 
-/// Does what normalize() does, without a branch on the number of bytes.  Reads 4 bytes.
-inline void normalize_at_once(range_decoder& from)
+/// Renormalises like normalize(), without a branch on the number of bytes.  Reads 4 bytes.
+inline void normalize_at_once(range_decoder& decoder)
 {
-    const u32 bits = settled_bits(from.range);
-    const u64 code = u64{from.code} << 32 | byte_swap(load_u32(from.in));
-    from.code = static_cast<u32>(code << bits >> 32);
-    from.in += bits / 8;
-    from.range <<= bits;
+    assert(decoder.range != 0);
+    const u32 bits = settled_bits(decoder.range);
+    const u64 code = u64{decoder.code} << 32 | byte_swap(load_u32(decoder.in));
+    decoder.code = static_cast<u32>(code << bits >> 32);
+    decoder.in += bits / 8;
+    decoder.range <<= bits;
 }
 
-/// Decodes `count` bits (1 to 24).  In a damaged stream the number can be larger.
-inline u32 decode_direct(range_decoder& from, u32 count)
+/// Decodes a number of `count` bits (1 to max_direct_bits).  In a damaged stream it can be larger.
+inline u32 decode_direct(range_decoder& decoder, u32 count)
 {
-    from.range >>= count;
-    const u32 value = from.code / from.range;
-    from.code -= value * from.range;
-    normalize_at_once(from);
+    assert(count <= max_direct_bits);
+    decoder.range >>= count;
+    const u32 value = decoder.code / decoder.range;
+    decoder.code -= value * decoder.range;
+    normalize_at_once(decoder);
     return value;
+}
+
+/// Returns true if the decoder has consumed exactly the stream from `begin` to `end` and the stream
+/// ends as flush() ends it.
+///
+/// `code` is the number that the stream's bytes before `in` form, less the encoder's `low` after
+/// the same tokens at the same scale.  flush() writes all bytes of `low` and nothing else, so at
+/// the end of an encoder's stream `in` equals `end` and the difference is 0.  The first byte has
+/// left the 32 bits of `code`, but no carry reaches it, so it is still 0.
+inline bool ends_at(const range_decoder& decoder, const u8* begin, const u8* end)
+{
+    return decoder.in == end && decoder.code == 0 && *begin == 0;
 }
 
 } // namespace quarnex

@@ -1,9 +1,13 @@
-// coding/sorted_search.h - where a number belongs among others, eight at a time
+// coding/sorted_search.h - linear search in a sorted array, eight numbers at a time
+//
+// For symbol look-up in cumulative frequencies: with a start close to the result, a linear search
+// with SSE2 takes fewer mispredicted branches than a binary one.
 #pragma once
 
 #include "common/types.h"
 
 #include <bit>
+#include <cassert>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -11,10 +15,11 @@
 
 namespace quarnex {
 
-/// Numbers that are looked at in one step.
+/// Numbers that are compared in one step.
 inline constexpr u32 sorted_group = 8;
 
-/// How many of the sorted_group numbers at `sorted`, which rise or stay, are not above `limit`.
+/// Returns how many of the sorted_group numbers at `sorted`, in non-decreasing order, are not above
+/// `limit`.
 inline u32 count_not_above_portably(const u16* sorted, u32 limit)
 {
     u32 count = 0;
@@ -22,9 +27,10 @@ inline u32 count_not_above_portably(const u16* sorted, u32 limit)
     return count;
 }
 
-/// The same.  `limit` is below 2^16.
+/// The same with SSE2, if available.  `limit` is below 2^16.
 inline u32 count_not_above(const u16* sorted, u32 limit)
 {
+    assert(limit <= UINT16_MAX);
 #if defined(__SSE2__)
     const __m128i numbers = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sorted));
     const __m128i excess = _mm_subs_epu16(numbers, _mm_set1_epi16(static_cast<short>(limit)));
@@ -35,17 +41,18 @@ inline u32 count_not_above(const u16* sorted, u32 limit)
 #endif
 }
 
-/// The last place, from `first` on, of a number that is not above `limit`; the one at `first` is
-/// not.  A group of larger numbers ends the search.
+/// Returns the index of the last number not above `limit`, searching up from `first`; the number at
+/// `first` must not be above it.  The array must end with sorted_group numbers above `limit`.
 inline u32 find_last_not_above(const u16* sorted, u32 first, u32 limit)
 {
-    u32 place = first;
+    assert(sorted[first] <= limit);
+    u32 index = first;
     u32 count = sorted_group;
     while (count == sorted_group) {
-        count = count_not_above(sorted + place + 1, limit);
-        place += count;
+        count = count_not_above(sorted + index + 1, limit);
+        index += count;
     }
-    return place;
+    return index;
 }
 
 } // namespace quarnex

@@ -1,6 +1,8 @@
-// coding/value_slot.h - numbers of any size as a slot and a few extra bits
+// coding/value_slot.h - numbers of 32 bits as a slot and extra bits
 //
-// A slot fixes the two top bits of a number and how many bits follow them:
+// The same division as the distance codes of DEFLATE and the position slots of LZX: each power of
+// two is split into two slots, which fix the two top bits of a number and the count of the bits
+// below them.  Slots are entropy-coded; extra bits are close to random and mostly sent as they are.
 //
 //     value     0  1  2  3  4-5  6-7  8-11  12-15  16-23 ...
 //     slot      0  1  2  3   4    5     6     7      8
@@ -9,6 +11,7 @@
 #include "common/types.h"
 
 #include <bit>
+#include <cassert>
 
 namespace quarnex {
 
@@ -18,7 +21,7 @@ inline constexpr u32 value_slots = 64;
 /// Values below this one are their own slots, without extra bits.
 inline constexpr u32 plain_slots = 4;
 
-/// The slot of `value`, 0 to 63.
+/// Returns the slot of `value`, 0 to 63.
 constexpr u32 value_slot(u32 value)
 {
     if (value < plain_slots) return value;
@@ -26,13 +29,14 @@ constexpr u32 value_slot(u32 value)
     return 2 * top + (value >> (top - 1) & 1);
 }
 
-/// The number of extra bits of `slot`, which is plain_slots or more: 1 to 30.
+/// Returns the number of extra bits of `slot`, which is plain_slots or more: 1 to 30.
 constexpr u32 slot_extra_bits(u32 slot)
 {
+    assert(slot >= plain_slots && slot < value_slots);
     return (slot >> 1) - 1;
 }
 
-/// The lowest value of `slot`, which is plain_slots or more.
+/// Returns the lowest value of `slot`, which is plain_slots or more.
 constexpr u32 slot_base(u32 slot)
 {
     return (2 | (slot & 1)) << slot_extra_bits(slot);

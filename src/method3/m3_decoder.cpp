@@ -1,8 +1,9 @@
 // method3/m3_decoder.cpp - the decoder of method 3
 //
-// A symbol is one look-up by the next ten bits, or a walk over the longer codes.  Reading is tested
-// once a token, as the slack of the payload is larger than what a token can read; a damaged stream
-// ends at the first token that reads behind the payload or reaches before the block.
+// A symbol is one table look-up by the next ten bits, or a walk over the lengths of longer codes.
+// The payload's end is checked once a token, as its slack exceeds what a token can read.  Decoding
+// of a damaged stream stops at the first token that reads past the payload or reaches back past the
+// block's start.
 #include "coding/alphabet_decoder.h"
 #include "coding/bit_reader.h"
 #include "coding/min_match.h"
@@ -12,15 +13,14 @@
 namespace quarnex {
 namespace {
 
-static_assert(alphabet_raw_bytes + m3_token_max_bytes + bit_reader_reads_ahead <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
+static_assert(alphabet_raw_bytes + m3_token_max_bytes + bit_reader_overread <= payload_slack);
 
 using m3_decoder_models = m3_models<m3_decoder_tables>;
 
-/// Takes symbols by their codes, and extra bits as they are.
+/// The entropy decoder: symbols by their codes, extra bits verbatim.
 class m3_symbol_reader {
   public:
-    /// Starts behind the raw byte.
+    /// Starts after the raw byte.
     m3_symbol_reader(const codec_job& job, m3_decoder_models& models)
         : models_(models), bits_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
     {
@@ -38,8 +38,9 @@ class m3_symbol_reader {
         bits_.need(count);
         return bits_.take(count);
     }
-    void follow(u8 /*byte*/) {}
-    bool good() const { return bits_.taken_end() <= end_ && models_.good(); }
+    void set_context(u8 /*byte*/) {}
+    bool ok() const { return bits_.consumed_end() <= end_ && models_.ok(); }
+    bool ended() const { return bits_.ends_at(end_) && models_.ok(); }
 
   private:
     template <class Model>
@@ -59,8 +60,8 @@ class m3_symbol_reader {
         if (entry == tables::no_entry) [[unlikely]] {
             length = tables::lookup_bits + 1;
             while (bits_.peek(length) < model.tables.first_code[length]) ++length;
-            const u32 above = bits_.peek(length) - model.tables.first_code[length];
-            symbol = model.tables.symbols[model.tables.first_index[length] + above];
+            const u32 rank = bits_.peek(length) - model.tables.first_code[length];
+            symbol = model.tables.symbols[model.tables.first_index[length] + rank];
         }
         bits_.drop(length);
         m3_model_step(model, symbol);
@@ -74,14 +75,14 @@ class m3_symbol_reader {
 
 codec_result m3_decode_block(const codec_job& job, void* /*state*/)
 {
-    if (job.in_len == 0 || job.out_len == 0) return {};
+    // An empty block has an empty stream.
+    if (job.in_len == 0 || job.out_len == 0) return {.exact_end = job.in_len == job.out_len};
     *job.out_buf = *job.in_buf;
     m3_decoder_models models(job.out_len);
     const m3_symbol_reader reader(job, models);
-    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+    return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return {.length = len};
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// method3/m3_encoder.cpp - the ladder of method 3: which search a level runs
+// method3/m3_encoder.cpp - the encoder of method 3: the match finder of each level
 #include "coding/min_match.h"
 #include "match/bucket_search.h"
 #include "match/hash_search.h"

@@ -1,37 +1,38 @@
-// method3/m3_format.h - the stream of method 3: raw head, symbols, codes that are never sent
+// method3/m3_format.h - the stream of method 3: constants
 //
-// A stream is the block's first byte, then one string of bits, the most significant bit of each
-// byte first, filled up with zeros to a whole byte.  The block's length ends it.
+// A stream is the block's first byte, raw, then one string of bits, most significant bit of each
+// byte first, padded with zeros to a whole byte.  The block's length ends it.
 //
 //     literal   main code of the byte
 //     match     main code of the length (coding/main_alphabet.h); for a long one the length code of
 //               a slot, and its extra bits; then the distance code of a slot, and its extra bits
 //
-// The three codes are prefix codes.  Both sides make them from the counts of what has passed, anew
-// at the end of each period of the code's own symbols (m3_model.h).  They are canonical, with the
-// longest codes lowest: the first of them is all zeros.
+// The three codes are prefix codes.  Both sides rebuild each from the counts of its own symbols at
+// the end of each period (m3_model.h), so no code is ever sent.  Codes are canonical; the longest
+// have the lowest values, and the first of them is all zeros.
 //
-// Nothing here has state.  Encoder and decoder both include this file, and neither repeats a
-// number of it.
+// Encoder and decoder both include this file; neither repeats a number of it.
 #pragma once
 
 #include "coding/main_alphabet.h"
 
 namespace quarnex {
 
-/// The longest code.  A block whose counts ask for a longer one is stored.
+/// The maximum code length.  A block whose counts require a longer code is stored.
 inline constexpr u32 m3_max_code_bits = 30;
 
-/// Bytes of the longest token: three codes and two groups of extra bits.
+/// Maximum bytes of a token: three codes and two groups of extra bits.
 inline constexpr u32 m3_token_max_bytes =
     (3 * m3_max_code_bits + 2 * slot_extra_bits(value_slots - 1) + 7) / 8;
 
-/// Symbols in the first period of a code; each is twice as long as the one before it.
+/// Symbols in the first period of a code; each period is twice as long as the previous one.
 inline constexpr u32 m3_first_period = 16;
-/// Symbols in the longest, as which all later ones are.  At its end the order of the symbols is
-/// mended in one pass, not sorted.
-inline constexpr u32 m3_last_period = 4096;
+/// Symbols in the longest periods.  At their ends the symbols are reordered by a single bubble
+/// pass instead of a sort.
+inline constexpr u32 m3_max_period = 4096;
 /// Counts are halved when their sum is above this.
-inline constexpr u32 m3_largest_total = 28671;
+inline constexpr u32 m3_max_total = 28671;
+/// m3_code_lengths() sums counts in 16 bits.
+static_assert(m3_max_total + m3_max_period < 1U << 16);
 
 } // namespace quarnex

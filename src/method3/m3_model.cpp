@@ -1,17 +1,21 @@
 #include "method3/m3_model.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace quarnex {
 namespace {
 
-/// Joins the two lightest items, leaves or nodes, until one node is left; a leaf comes before a
-/// node of its weight.  Node i is made from what the first i + 2 or more leaves leave behind, so it
-/// overwrites weight i; in the end it holds the number of the node above it.  The last one is the
-/// root, which has none.
+/// The first pass of Moffat and Katajainen (1995): builds the Huffman tree in place.
+///
+/// Joins the two lightest items, leaves or internal nodes, until one node is left; at equal weights
+/// a leaf precedes a node.  By the time node i is made, at least the first i + 2 leaves have been
+/// joined, so its weight replaces leaf weight i.  Once joined itself, a node holds the index of its
+/// parent instead.  The last node is the root.
 void join_lightest(std::span<u16> weights)
 {
+    assert(weights.size() >= 3);
     const u32 last = static_cast<u32>(weights.size()) - 1;
     weights[0] = static_cast<u16>(weights[0] + weights[1]);
     u32 node = 0;
@@ -32,19 +36,20 @@ void join_lightest(std::span<u16> weights)
 m3_code_shape m3_code_lengths(std::span<u16> weights)
 {
     join_lightest(weights);
-    // Level by level from the root: what is not a node is a leaf.  Nodes of a level are neighbours,
-    // and those of the next level are under them.
+    // The other two passes in one, level by level from the root: each level has twice as many items
+    // as the previous one has nodes, and those that are not nodes are leaves.  The nodes of a level
+    // have consecutive indices, below those of the previous level.
     m3_code_shape shape;
-    u32 above = static_cast<u32>(weights.size()) - 2; // the lowest node of the level above
-    u32 node = above;                                 // the lowest node of this level
+    u32 parents = static_cast<u32>(weights.size()) - 2; // lowest node index of the previous level
+    u32 node = parents;                                 // lowest node index of this level
     u32 nodes = 1;
     for (u32 length = 1; nodes != 0; ++length) {
-        const u32 places = 2 * nodes;
-        for (nodes = 0; node > 0 && weights[node - 1] >= above; --node) ++nodes;
-        above = node;
-        if (nodes == places) continue;
+        const u32 items = 2 * nodes;
+        for (nodes = 0; node > 0 && weights[node - 1] >= parents; --node) ++nodes;
+        parents = node;
+        if (nodes == items) continue;
         shape.longest = length;
-        if (length <= m3_max_code_bits) shape.codes[length] = static_cast<u16>(places - nodes);
+        if (length <= m3_max_code_bits) shape.codes[length] = static_cast<u16>(items - nodes);
     }
     return shape;
 }
@@ -55,7 +60,7 @@ m3_code_shape m3_rebuild(const u16* counts, std::span<m3_pair> pairs, bool full_
     if (full_sort) {
         m3_order_pairs(pairs);
     } else {
-        m3_mend_order(pairs);
+        m3_bubble_pass(pairs);
     }
     std::array<u16, main_symbols> weights;
     std::transform(pairs.begin(), pairs.end(), weights.begin(),
@@ -79,8 +84,8 @@ void m3_make_tables(const m3_code_shape& shape, std::span<const m3_pair> pairs,
     }
     for (u32 i = 0; i < index; ++i) tables.symbols[i] = pairs[i].sym;
 
-    // Each code of up to lookup_bits has as many entries as bits can follow it.  What a group has
-    // too many, the next code overwrites.
+    // A code of up to lookup_bits has an entry for every combination of the bits after it.  The
+    // next code overwrites the excess of the last group.
     std::fill_n(tables.lookup, code, m3_decoder_tables<Capacity>::no_entry);
     u16* entry = tables.lookup + code;
     for (u32 length = std::min(shape.longest, lookup_bits); length > 0; --length) {

@@ -1,8 +1,23 @@
-// method3/m3_model.h - codes that both sides make from what has passed
+// method3/m3_model.h - adaptive Huffman codes with periodic rebuilds
 //
-// A model counts the symbols of an alphabet and has a prefix code for them, made from the counts at
-// the end of each period.  The code is known by the order of the symbols, from the longest codes to
-// the shortest, and by the number of codes of each length; from these each side makes its tables.
+// A model counts the symbols of an alphabet and rebuilds its Huffman code from the counts at the
+// end of each period.  One-pass adaptive Huffman coding in the textbook form (Faller 1973, Gallager
+// 1978, Vitter 1987) updates the tree at every symbol; a code that is fixed for up to 4096 symbols
+// allows table-driven decoding, at the price of a rebuild of at most 288 symbols per period.
+//
+// A rebuild is three steps:
+//
+//   1. Symbols are sorted by count (m3_sort.h), starting from the order of the previous rebuild.
+//      In the longest periods a single bubble pass, O(n), replaces the sort: the order has hardly
+//      changed, and codes slightly off the optimum cost less than the sort.
+//   2. Code lengths are computed from the sorted counts: in-place minimum-redundancy coding (Moffat
+//      and Katajainen 1995), O(n) time, no memory besides the array of counts.
+//   3. Canonical codes (Schwartz and Kallick 1964) follow from the number of codes of each length
+//      and the order of the symbols.  The decoder's table maps the next 10 bits to a symbol and its
+//      code length; for the few longer codes it walks over the lengths and compares with the lowest
+//      code of each.
+//
+// Memory: 4.5 KiB for the main alphabet of a decoder, nearly half of it the table.
 #pragma once
 
 #include "coding/adaptive_counts.h"
@@ -15,53 +30,53 @@
 
 namespace quarnex {
 
-/// How many codes there are of each length.
+/// The number of codes of each length.
 struct m3_code_shape {
-    u32 longest = 0; // can be above m3_max_code_bits: then `codes` lacks what is longer
+    u32 longest = 0; // above m3_max_code_bits if the code is unusable; `codes` then lacks the rest
     std::array<u16, m3_max_code_bits + 1> codes{};
 };
 
-/// The lengths of the cheapest prefix code for `weights`, of which there are 3 or more: they rise,
-/// and the lengths fall.  (If they don't quite rise, the code is complete, but not the cheapest.)
-/// Overwrites the weights.  Their sum is below 2^16.
+/// Returns the code lengths of a Huffman code for `weights`, 3 or more in non-decreasing order,
+/// whose sum is below 2^16.  Overwrites the weights.  Weights slightly out of order give a complete
+/// code that is not quite optimal.
 m3_code_shape m3_code_lengths(std::span<u16> weights);
 
-/// Finds the order of an alphabet's symbols from their counts: sorts `pairs` if `full_sort`, or
-/// mends the order that they have.  Returns the shape of their code.
+/// Reorders `pairs` by the counts of their symbols: by a sort if `full_sort`, otherwise by one
+/// bubble pass.  Returns the shape of their code.
 m3_code_shape m3_rebuild(const u16* counts, std::span<m3_pair> pairs, bool full_sort);
 
-/// What a decoder looks up.
+/// The tables of a decoder.
 template <u32 Capacity>
 struct m3_decoder_tables {
-    /// By the next bits of the stream: the symbol, above the length of its code; no_entry if the
-    /// code is longer than the index.
+    /// An entry holds, for the next lookup_bits of the stream, the symbol above the length of its
+    /// code; no_entry if the code is longer than lookup_bits.
     static constexpr u32 lookup_bits = 10;
     static constexpr u32 length_bits = 4;
     static constexpr u16 no_entry = 0;
-    /// Entries are written in groups.
+    /// Entries are written in groups of this size, which may overrun by less than one group.
     static constexpr u32 group = 8;
 
     u16 lookup[(1U << lookup_bits) + group];
-    u16 symbols[Capacity]; // those with longer codes, longest first
-    /// By the length of a longer code: the lowest code of the length, and its place in `symbols`.
+    u16 symbols[Capacity]; // symbols of the longer codes, longest first
+    /// By the length of a longer code: the lowest code, and the index of its symbol in `symbols`.
     u16 first_code[m3_max_code_bits + 1];
     u16 first_index[m3_max_code_bits + 1];
 };
 
-/// A code and its length in bits.  The longest codes have the lowest values, so that the value of
-/// the longest, too, has no more than 16 bits that are not zero.
+/// A code and its length in bits.  The longest codes have the lowest values, so even a code of 30
+/// bits has a value below 2^16.
 struct m3_code {
     u16 code;
     u16 length;
 };
 
-/// What an encoder looks up: the codes by symbol.
+/// The tables of an encoder: codes by symbol.
 template <u32 Capacity>
 struct m3_encoder_tables {
     m3_code codes[Capacity];
 };
 
-/// Makes the tables of a code from its shape and from the order of its symbols.
+/// Builds the tables of a code from its shape and the order of its symbols.
 template <u32 Capacity>
 void m3_make_tables(const m3_code_shape& shape, std::span<const m3_pair> pairs,
                     m3_decoder_tables<Capacity>& tables);
@@ -73,14 +88,14 @@ void m3_make_tables(const m3_code_shape& shape, std::span<const m3_pair> pairs,
 template <template <u32> class Tables, u32 Capacity>
 struct m3_model {
     adaptive_counts<Capacity> counts;
-    bool too_long;           // whether some code would have been longer than m3_max_code_bits
-    m3_pair pairs[Capacity]; // in the order of the last rebuild, from which the next one starts
+    bool too_long;           // true if a code would have been longer than m3_max_code_bits
+    m3_pair pairs[Capacity]; // in the order of the last rebuild
     Tables<Capacity> tables;
 };
 
-/// Makes the code anew, from the counts.
+/// Rebuilds the code from the counts.
 template <template <u32> class Tables, u32 Capacity>
-void m3_renew_code(m3_model<Tables, Capacity>& model, bool full_sort)
+void m3_rebuild_code(m3_model<Tables, Capacity>& model, bool full_sort)
 {
     const std::span pairs(model.pairs, model.counts.symbols);
     const m3_code_shape shape = m3_rebuild(model.counts.counts, pairs, full_sort);
@@ -91,26 +106,26 @@ void m3_renew_code(m3_model<Tables, Capacity>& model, bool full_sort)
     m3_make_tables(shape, pairs, model.tables);
 }
 
-/// Starts a model of `symbols` symbols, all of them equally probable.
+/// Starts a model of `symbols` symbols with equal counts.
 template <template <u32> class Tables, u32 Capacity>
 void m3_model_init(m3_model<Tables, Capacity>& model, u32 symbols)
 {
     start_counts(model.counts, symbols, m3_first_period);
     model.too_long = false;
     for (u32 sym = 0; sym < symbols; ++sym) model.pairs[sym].sym = static_cast<u16>(sym);
-    m3_renew_code(model, true);
+    m3_rebuild_code(model, true);
 }
 
 /// Ends a period.
 template <template <u32> class Tables, u32 Capacity>
 [[gnu::noinline]] void m3_end_period(m3_model<Tables, Capacity>& model)
 {
-    close_period<m3_largest_total>(model.counts);
-    m3_renew_code(model, model.counts.period < m3_last_period);
-    open_period<m3_last_period>(model.counts);
+    close_period<m3_max_total>(model.counts);
+    m3_rebuild_code(model, model.counts.period < m3_max_period);
+    open_period<m3_max_period>(model.counts);
 }
 
-/// Counts a symbol that has been coded.  The next one may have another code.
+/// Counts a symbol that has been coded.  This may change the codes.
 template <template <u32> class Tables, u32 Capacity>
 [[gnu::always_inline]] inline void m3_model_step(m3_model<Tables, Capacity>& model, u32 sym)
 {
@@ -129,8 +144,8 @@ struct m3_models {
         m3_model_init(length, slot_count(len));
     }
 
-    /// Whether each code could be made.
-    bool good() const { return !(main.too_long || distance.too_long || length.too_long); }
+    /// Returns false if a code would have been too long.
+    bool ok() const { return !(main.too_long || distance.too_long || length.too_long); }
 
     m3_model<Tables, main_symbols> main;
     m3_model<Tables, value_slots> distance;

@@ -1,6 +1,6 @@
-// method3/m3_prices.h - what the tokens of method 3 cost
+// method3/m3_prices.h - token prices of method 3
 //
-// In bits: the lengths of the codes that are in force when a window is planned.
+// In bits: the code lengths in force when a window is planned.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -11,7 +11,7 @@ namespace quarnex {
 template <u32 MinMatch>
 class m3_prices {
   public:
-    /// For the block `text`.
+    /// Prices for the block `text`.
     m3_prices(const u8* text, const m3_encoder_models& models) : text_(text), models_(models) {}
 
     void start_window() {}
@@ -40,12 +40,12 @@ class m3_prices {
 
     u32 length(u32 len) const
     {
-        const u32 above = len - MinMatch;
-        if (above < short_lengths) return main(literal_symbols + above);
-        return main(long_length_symbol) + value(models_.length, above - short_lengths);
+        const u32 above_min = len - MinMatch;
+        if (above_min < short_lengths) return main(literal_symbols + above_min);
+        return main(long_length_symbol) + value(models_.length, above_min - short_lengths);
     }
 
-    /// The price of a number's slot and of its extra bits.
+    /// Returns the price of a value: its slot's code and its extra bits.
     template <class Model>
     static u32 value(const Model& model, u32 number)
     {

@@ -8,22 +8,22 @@ namespace quarnex {
 namespace {
 
 constexpr u32 first_seed = 123456789;
-/// Ranges of up to this size are sorted by insertion.
+/// Ranges up to this size are sorted by insertion.
 constexpr usize insertion_size = 30;
 
-bool rises_nowhere(std::span<const m3_pair> pairs)
+bool non_increasing(std::span<const m3_pair> pairs)
 {
     const auto rises = [](m3_pair a, m3_pair b) { return b.freq > a.freq; };
     return std::adjacent_find(pairs.begin(), pairs.end(), rises) == pairs.end();
 }
 
-bool falls_nowhere(std::span<const m3_pair> pairs)
+bool non_decreasing(std::span<const m3_pair> pairs)
 {
     const auto falls = [](m3_pair a, m3_pair b) { return a.freq > b.freq; };
     return std::adjacent_find(pairs.begin(), pairs.end(), falls) == pairs.end();
 }
 
-/// Moves the median of the first two entries and the last one to the front.
+/// Permutes three entries: the median to `first`, the minimum to `second`, the maximum to `last`.
 void order_median(m3_pair& first, m3_pair& second, m3_pair& last)
 {
     const m3_pair x = first;
@@ -42,8 +42,11 @@ void order_median(m3_pair& first, m3_pair& second, m3_pair& last)
     }
 }
 
-/// Cuts a range at its first entry, the pivot, and returns where that has come to stand: before it
-/// is nothing above it, and behind it nothing below it.
+/// Partitions a range of 4 or more by its first entry, the pivot (Hoare), and returns the pivot's
+/// final index: no entry before it is above it, none after it below it.
+///
+/// By order_median() the second entry is not above the pivot and the last one not below it: they
+/// stop both scans, which need no bounds check.
 usize partition(std::span<m3_pair> pairs)
 {
     const u16 pivot = pairs[0].freq;
@@ -68,39 +71,39 @@ void sort_by_insertion(std::span<m3_pair> pairs)
     const auto below = [](m3_pair a, m3_pair b) { return a.freq < b.freq; };
     const auto least = std::min_element(pairs.begin() + 1, pairs.end(), below);
     if (below(*least, pairs[0])) std::swap(pairs[0], *least);
-    // Nothing is below the first entry, so each other one finds its place behind it.
+    // The first entry is a sentinel: no other is below it, so the inner loop needs no bounds check.
     for (usize i = 2; i < pairs.size(); ++i) {
         const m3_pair held = pairs[i];
-        usize place = i;
-        for (; pairs[place - 1].freq > held.freq; --place) pairs[place] = pairs[place - 1];
-        pairs[place] = held;
+        usize index = i;
+        for (; pairs[index - 1].freq > held.freq; --index) pairs[index] = pairs[index - 1];
+        pairs[index] = held;
     }
 }
 
-/// Lets an entry of the heap 0 to `last` sink to its place.
+/// Sifts an entry of the heap 0 to `last` down.
 void sift(std::span<m3_pair> pairs, usize entry, usize last)
 {
     const m3_pair held = pairs[entry];
-    usize place = entry;
-    while (2 * place < last) {
-        const bool second = pairs[2 * place + 1].freq > pairs[2 * place].freq;
-        const usize child = 2 * place + (second ? 1 : 0);
+    usize index = entry;
+    while (2 * index < last) {
+        const bool second = pairs[2 * index + 1].freq > pairs[2 * index].freq;
+        const usize child = 2 * index + (second ? 1 : 0);
         if (held.freq >= pairs[child].freq) break;
-        pairs[place] = pairs[child];
-        place = child;
+        pairs[index] = pairs[child];
+        index = child;
     }
-    if (2 * place == last && held.freq < pairs[last].freq) {
-        pairs[place] = pairs[last];
-        place = last;
+    if (2 * index == last && held.freq < pairs[last].freq) {
+        pairs[index] = pairs[last];
+        index = last;
     }
-    pairs[place] = held;
+    pairs[index] = held;
 }
 
 } // namespace
 
 void m3_order_pairs(std::span<m3_pair> pairs)
 {
-    if (rises_nowhere(pairs)) {
+    if (non_increasing(pairs)) {
         std::reverse(pairs.begin(), pairs.end());
         return;
     }
@@ -108,7 +111,7 @@ void m3_order_pairs(std::span<m3_pair> pairs)
     m3_sort_pairs(pairs, pairs.size() < 4 ? 4 : 2 * (2 + quarter_bits), first_seed);
 }
 
-void m3_mend_order(std::span<m3_pair> pairs)
+void m3_bubble_pass(std::span<m3_pair> pairs)
 {
     for (usize i = 0; i + 1 < pairs.size(); ++i) {
         if (pairs[i].freq > pairs[i + 1].freq) std::swap(pairs[i], pairs[i + 1]);
@@ -118,7 +121,7 @@ void m3_mend_order(std::span<m3_pair> pairs)
 u32 m3_sort_pairs(std::span<m3_pair> pairs, u32 depth, u32 seed)
 {
     while (pairs.size() > insertion_size) {
-        if (falls_nowhere(pairs)) return seed;
+        if (non_decreasing(pairs)) return seed;
         if (depth-- == 0) {
             m3_heap_sort(pairs);
             return seed;

@@ -1,7 +1,10 @@
-// method3/m3_sort.h - the order in which the symbols of a code stand
+// method3/m3_sort.h - sorts the symbols of a code by frequency
 //
-// Where frequencies are equal, the order of their symbols is what the course of the sort makes of
-// it, so each comparison and each move below is part of the format.
+// Introsort (Musser 1997): quicksort with pseudo-random pivots, insertion sort for short ranges,
+// heap sort beyond a depth limit, O(n log n).  The sort is not stable: the order of symbols with
+// equal frequencies, and with it the assignment of codes, results from the exact sequence of
+// comparisons and swaps.  That sequence is therefore part of the format, and no library sort can
+// replace it.
 #pragma once
 
 #include "common/types.h"
@@ -10,23 +13,25 @@
 
 namespace quarnex {
 
-/// A symbol and how often it came.
+/// A symbol and its frequency.
 struct m3_pair {
     u16 freq;
     u16 sym;
 };
 
-/// Puts pairs in the order of rising frequency: reverses them if they rise nowhere, or sorts them.
+/// Orders pairs by non-decreasing frequency: reverses them if they are non-increasing, sorts them
+/// otherwise.
 void m3_order_pairs(std::span<m3_pair> pairs);
 
-/// Exchanges each two neighbours whose frequencies fall, once, from the front to the back.
-void m3_mend_order(std::span<m3_pair> pairs);
+/// Swaps neighbours whose frequencies decrease, in one pass from the first pair to the last.
+void m3_bubble_pass(std::span<m3_pair> pairs);
 
-/// Sorts pairs by a quicksort whose pivots come from `seed`; a range that has been cut `depth`
-/// times goes to the heap sort.  Returns the seed as it is then.
+/// Sorts pairs by quicksort with pivots drawn by a generator with the state `seed`.  A range that
+/// has been partitioned `depth` times goes to the heap sort.  Returns the generator's state.
 u32 m3_sort_pairs(std::span<m3_pair> pairs, u32 depth, u32 seed);
 
-/// Sorts pairs by a heap in which entry 0 is its own first child.
+/// Sorts pairs by a heap in which the children of entry i are 2i and 2i + 1, so that entry 0 is its
+/// own first child.
 void m3_heap_sort(std::span<m3_pair> pairs);
 
 } // namespace quarnex

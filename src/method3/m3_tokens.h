@@ -11,10 +11,10 @@ namespace quarnex {
 
 using m3_encoder_models = m3_models<m3_encoder_tables>;
 
-/// Writes symbols as their codes, and extra bits as they are.
+/// The entropy encoder: symbols as their codes, extra bits verbatim.
 class m3_symbol_writer {
   public:
-    /// Starts a stream for a block of 1 byte or more, with its raw byte.
+    /// Starts a stream for a block of 1 byte or more and writes the raw byte.
     m3_symbol_writer(const codec_job& job, m3_encoder_models& models)
         : models_(models), begin_(job.out_buf), limit_(job.out_buf + job.in_len),
           bits_(job.out_buf + alphabet_raw_bytes)
@@ -28,9 +28,9 @@ class m3_symbol_writer {
     void put_length(u32 slot) { put(models_.length, slot); }
     void put_distance(u32 slot) { put(models_.distance, slot); }
     void put_extra(u32 bits, u32 count) { bits_.put(bits, count); }
-    void follow(u8 /*byte*/) {}
+    void set_context(u8 /*byte*/) {}
 
-    u32 finish() { return models_.good() ? static_cast<u32>(bits_.end() - begin_) : 0; }
+    u32 finish() { return models_.ok() ? static_cast<u32>(bits_.end() - begin_) : 0; }
 
   private:
     template <u32 Capacity>
@@ -43,7 +43,7 @@ class m3_symbol_writer {
 
     m3_encoder_models& models_;
     u8* begin_;
-    u8* limit_; // a stream that gets here is not shorter than the block
+    u8* limit_; // a stream that reaches it is not shorter than the block
     bit_writer bits_;
 };
 
@@ -51,7 +51,7 @@ class m3_symbol_writer {
 template <u32 MinMatch>
 using m3_tokens = alphabet_tokens<MinMatch, m3_symbol_writer>;
 
-/// A token starts below the block's size.
+/// A token starts before the stream is as long as the block.
 static_assert(m3_token_max_bytes + bit_writer_overrun <= out_slack);
 
 static_assert(token_writer<m3_tokens<4>>);

@@ -1,8 +1,8 @@
 // method4/m4_decoder.cpp - the decoder of method 4
 //
-// A symbol takes a division and a short search.  Reading is tested once a token, as the slack of
-// the payload is larger than what a token can read; a damaged stream ends at the first token that
-// reads behind the payload, reaches before the block or can't be.
+// A symbol takes a division and a short search.  The payload's end is checked once a token, as its
+// slack exceeds what a token can read.  Decoding of a damaged stream stops at the first token that
+// reads past the payload, reaches back past the block's start or has an impossible symbol.
 #include "coding/alphabet_decoder.h"
 #include "coding/min_match.h"
 #include "method4/m4_codec.h"
@@ -12,26 +12,26 @@ namespace quarnex {
 namespace {
 
 static_assert(alphabet_raw_bytes + range_start_bytes + m4_token_max_bytes <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
 
-/// Takes symbols by their models, and extra bits as they are.
+/// The entropy decoder: symbols by their models, extra bits with equal probabilities.
 class m4_symbol_reader {
   public:
-    /// Starts behind the raw byte.
+    /// Starts after the raw byte.
     m4_symbol_reader(const codec_job& job, m4_dec_state& models)
         : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
           coder_(start_range_decoder(job.in_buf + alphabet_raw_bytes)),
-          end_(job.in_buf + job.in_len)
+          begin_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
     {
-        follow(*job.in_buf);
+        set_context(*job.in_buf);
     }
 
     u32 take_main() { return take<m4_main_step>(models_.main[context_]); }
     u32 take_length() { return take<m4_slot_step>(models_.length); }
     u32 take_distance() { return take<m4_slot_step>(models_.distance); }
     u32 take_extra(u32 count) { return m4_decode_direct(coder_, count, damaged_); }
-    void follow(u8 byte) { context_ = byte & mask_; }
-    bool good() const { return coder_.in <= end_ && !damaged_; }
+    void set_context(u8 byte) { context_ = byte & mask_; }
+    bool ok() const { return coder_.in <= end_ && !damaged_; }
+    bool ended() const { return ends_at(coder_, begin_, end_) && !damaged_; }
 
   private:
     template <u32 Step, class Model>
@@ -50,21 +50,22 @@ class m4_symbol_reader {
     u32 mask_;
     u32 context_;
     range_decoder coder_;
-    const u8* end_;
+    const u8* begin_; // of the range coder's bytes
+    const u8* end_;   // of the payload
     bool damaged_ = false;
 };
 
 codec_result m4_decode_block(const codec_job& job, void* state)
 {
-    if (job.in_len == 0 || job.out_len == 0) return {};
+    // An empty block has an empty stream.
+    if (job.in_len == 0 || job.out_len == 0) return {.exact_end = job.in_len == job.out_len};
     *job.out_buf = *job.in_buf;
     m4_dec_state& models = *static_cast<m4_dec_state*>(state);
     models.start(job.out_len);
     const m4_symbol_reader reader(job, models);
-    const u32 len = with_min_match(job.parameters.level, [&](auto min_match) {
+    return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });
-    return {.length = len};
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// method4/m4_encoder.cpp - the ladder of method 4: which search a level runs
+// method4/m4_encoder.cpp - the encoder of method 4: the match finder of each level
 #include "coding/min_match.h"
 #include "match/bucket_search.h"
 #include "match/hash_search.h"

@@ -8,7 +8,7 @@ namespace {
 
 void fill_lookup(m4_no_lookup& /*lookup*/, std::span<const u16> /*ends*/) {}
 
-/// `ends` tells for each symbol where its share ends.
+/// `ends` are the ends of the symbols' shares.
 void fill_lookup(m4_lookup& lookup, std::span<const u16> ends)
 {
     u16* filled = lookup.first;
@@ -16,7 +16,7 @@ void fill_lookup(m4_lookup& lookup, std::span<const u16> ends)
     u16 symbol = 0;
     for (const u16 end : ends) {
         u16* const last = lookup.first + (end >> m4_lookup::unit_bits);
-        // What a group has too many, the next symbol overwrites.
+        // The next symbol overwrites the excess of the last group.
         do {
             std::fill_n(filled + 1, m4_lookup::group, symbol);
             filled += m4_lookup::group;
@@ -39,7 +39,7 @@ void m4_model_scale(m4_model<Lookup, Capacity>& model)
         sum += model.counts.counts[symbol];
         sums[symbol] = static_cast<u16>(sum);
     }
-    // sum * scale >> 16 in two parts, for which 16 bits are enough: shares end at 2^15 or before.
+    // sum * scale >> 16 in two parts of 16 bits, which vectorise: shares end at 2^15 or before.
     const u32 scale = (1U << 31) / model.counts.total;
     const auto high = static_cast<u16>(scale >> 16);
     const auto low = static_cast<u16>(scale);

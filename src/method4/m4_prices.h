@@ -1,9 +1,11 @@
-// method4/m4_prices.h - what the tokens of method 4 cost
+// method4/m4_prices.h - token prices of method 4
 //
-// In 1/4096 bits, from the counts as they stand when a window is planned: the logarithm of a
-// model's total less that of the symbol's count, both in steps of eight.  A count below one step
-// reads the entry that stands for less than nothing, and the price is negative: what has hardly
-// been seen in its context looks like a bargain.  The parse is made that way, and its choices are.
+// In 1/4096 bits: the logarithm of a model's total less that of the symbol's count, both divided by
+// eight.  Totals are those at the start of a window, counts the current ones.
+//
+// A count below eight reads entry 0 of the table, which is larger than any total's logarithm, so
+// the price is negative (modulo 2^32): symbols hardly seen in their context look cheap.  That is a
+// flaw of the estimate, but the choices of levels 8 and 9, and so their streams, depend on it.
 #pragma once
 
 #include "coding/bit_cost.h"
@@ -17,7 +19,7 @@ namespace quarnex {
 template <u32 MinMatch>
 class m4_prices {
   public:
-    /// For the block `text`, whose contexts have the bits of `mask`.
+    /// Prices for the block `text`, whose contexts are masked by `mask`.
     m4_prices(const u8* text, u32 mask, const m4_enc_state& models)
         : text_(text), mask_(mask), models_(models)
     {
@@ -53,7 +55,7 @@ class m4_prices {
     at_distance matches(u32 pos, u32 dist) const { return {*this, context(pos), dist}; }
 
   private:
-    /// Counts and totals are priced in steps of 2^step_bits, so that a total is in the table.
+    /// Counts and totals are divided by 2^step_bits, so that totals fit into the table.
     static constexpr u32 step_bits = 3;
     static constexpr u32 bit = 4096;
 
@@ -62,7 +64,7 @@ class m4_prices {
     {
         return bit_cost[model.counts.total >> step_bits];
     }
-    /// What a symbol takes off its model's base price.
+    /// Returns the deduction of a symbol from its model's base price.
     template <class Model>
     static u32 share(const Model& model, u32 symbol)
     {
@@ -77,10 +79,10 @@ class m4_prices {
 
     u32 length(u32 context, u32 len) const
     {
-        const u32 above = len - MinMatch;
-        if (above < short_lengths) return main(context, literal_symbols + above);
-        // The extra bits of a length have no price.
-        const u32 slot = value_slot(above - short_lengths);
+        const u32 above_min = len - MinMatch;
+        if (above_min < short_lengths) return main(context, literal_symbols + above_min);
+        // The extra bits of a length are not priced.
+        const u32 slot = value_slot(above_min - short_lengths);
         return main(context, long_length_symbol) + length_ - share(models_.length, slot);
     }
 

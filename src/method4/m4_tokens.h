@@ -8,17 +8,17 @@
 
 namespace quarnex {
 
-/// Writes symbols by their models, and extra bits as they are.
+/// The entropy encoder: symbols by their models, extra bits with equal probabilities.
 class m4_symbol_writer {
   public:
-    /// Starts a stream for a block of 1 byte or more, with its raw byte.
+    /// Starts a stream for a block of 1 byte or more and writes the raw byte.
     m4_symbol_writer(const codec_job& job, m4_enc_state& models)
         : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)), begin_(job.out_buf),
           limit_(job.out_buf + job.in_len),
           coder_(start_range_encoder(job.out_buf + alphabet_raw_bytes))
     {
         *begin_ = *job.in_buf;
-        follow(*begin_);
+        set_context(*begin_);
     }
 
     bool full() const { return coder_.out >= limit_; }
@@ -27,7 +27,7 @@ class m4_symbol_writer {
     void put_length(u32 slot) { put<m4_slot_step>(models_.length, slot); }
     void put_distance(u32 slot) { put<m4_slot_step>(models_.distance, slot); }
     void put_extra(u32 bits, u32 count) { m4_encode_direct(coder_, bits, count); }
-    void follow(u8 byte) { context_ = byte & mask_; }
+    void set_context(u8 byte) { context_ = byte & mask_; }
 
     u32 finish()
     {
@@ -47,7 +47,7 @@ class m4_symbol_writer {
     u32 mask_;
     u32 context_;
     u8* begin_;
-    u8* limit_; // a stream that gets here is not shorter than the block
+    u8* limit_; // a stream that reaches it is not shorter than the block
     range_encoder coder_;
 };
 
@@ -55,8 +55,8 @@ class m4_symbol_writer {
 template <u32 MinMatch>
 using m4_tokens = alphabet_tokens<MinMatch, m4_symbol_writer>;
 
-/// A token starts below the block's size, and the flush may follow it.  Blocks of one byte have the
-/// raw byte, the first coder byte and a flush behind their end.
+/// A token starts before the stream is as long as the block, and the flush may follow it.  For a
+/// block of one byte, the coder's first byte and the flush come after the raw byte.
 static_assert(alphabet_raw_bytes + 1 + m4_token_max_bytes + range_flush_bytes <= out_slack);
 
 static_assert(token_writer<m4_tokens<4>>);

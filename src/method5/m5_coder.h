@@ -1,6 +1,7 @@
-// method5/m5_coder.h - binary decisions in a range coder: single bits, chains, bit trees
+// method5/m5_coder.h - the binary range coder of method 5: single bits, bit trees, chains
 //
-// The interval is cut in two by the probability of a 0.
+// Each binary decision divides the interval in two, by the probability of a 0.  Multi-bit numbers
+// are coded bit by bit through a bit tree: the model of each bit is selected by the bits above it.
 #pragma once
 
 #include "coding/range_coder.h"
@@ -11,65 +12,67 @@ namespace quarnex {
 /// Probabilities are in units of 2^-15.
 inline constexpr u32 m5_prob_bits = 15;
 
-/// More bytes than the coder moves or loads in a token.  The longest is a match, whose distance has
-/// up to ten modelled bits, or eight and direct ones; a modelled bit moves up to two bytes, a group
-/// of direct bits up to three.
+/// Maximum bytes that the coder shifts in a token, and reads or writes at once in its last step.
+/// The longest token is a match, whose distance has up to ten modelled bits, or eight and direct
+/// ones.  A modelled bit shifts up to two bytes, a group of direct bits up to three, of four.
 inline constexpr u32 m5_token_max_bytes =
-    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 3;
+    2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 4;
 
 /// Encodes one bit by its model.
-inline void m5_encode_bit(range_encoder& to, m5_prob_pair& pair, u32 bit)
+inline void m5_encode_bit(range_encoder& encoder, m5_prob_pair& pair, u32 bit)
 {
-    const u32 bound = pair.mean() * (to.range >> m5_prob_bits);
+    const u32 bound = pair.mean() * (encoder.range >> m5_prob_bits);
     const u32 one = 0 - bit; // all ones for a 1
-    to.low += bound & one;
-    to.range = bound + ((to.range - 2 * bound) & one);
+    encoder.low += bound & one;
+    encoder.range = bound + ((encoder.range - 2 * bound) & one);
     pair.update(bit);
-    normalize(to);
+    normalize(encoder);
 }
 
-/// Encodes `value`, a number of `width` bits, through the tree of pairs 1 to 2^width - 1.
-inline void m5_encode_tree(range_encoder& to, m5_prob_pair* tree, u32 value, u32 width)
+/// Encodes `value`, a number of `width` bits, through the bit tree of pairs 1 to 2^width - 1.
+inline void m5_encode_tree(range_encoder& encoder, m5_prob_pair* tree, u32 value, u32 width)
 {
     u32 index = 1;
     for (u32 place = width; place-- != 0;) {
         const u32 bit = value >> place & 1;
-        m5_encode_bit(to, tree[index], bit);
+        m5_encode_bit(encoder, tree[index], bit);
         index = 2 * index + bit;
     }
 }
 
-/// Decodes one bit by its model, with a branch on it: for bits that are easy to guess.
-[[gnu::always_inline]] inline u32 m5_decode_bit(range_decoder& from, m5_prob_pair& pair)
+/// Decodes one bit by its model, with a branch on the bit: for well-predicted bits.
+[[gnu::always_inline]] inline u32 m5_decode_bit(range_decoder& decoder, m5_prob_pair& pair)
 {
-    const u32 bound = pair.mean() * (from.range >> m5_prob_bits);
-    if (from.code < bound) {
-        from.range = bound;
+    const u32 bound = pair.mean() * (decoder.range >> m5_prob_bits);
+    if (decoder.code < bound) {
+        decoder.range = bound;
         pair.update(0);
-        normalize(from);
+        normalize(decoder);
         return 0;
     }
-    from.code -= bound;
-    from.range -= bound;
+    decoder.code -= bound;
+    decoder.range -= bound;
     pair.update(1);
-    normalize(from);
+    normalize(decoder);
     return 1;
 }
 
-// Bits that are hard to guess are decoded without a branch, in a chain of steps.  While a step
-// waits for its bit, the two pairs between which the bit chooses have come from memory already.
+// Bits that are close to random would mispredict a branch every other time.  They are decoded in
+// chains of branch-free steps: a step computes both outcomes and selects one by conditional moves.
+// It also loads both possible next pairs, so that the latency of the load overlaps the computation
+// of the bit.
 
-/// What a bit decides.
+/// All that depends on a bit.
 struct m5_outcome {
     u32 range;
     u32 code;
-    u32 halves;  // of the next pair
-    u32 mean;    // of the next pair
-    u32 towards; // where the current pair moves
+    u32 halves; // of the next pair
+    u32 mean;   // of the next pair
+    u32 target; // which way the current pair moves
 };
 
-/// Makes `if_0` what the next step goes on with, and shifts the bit into `bits`: 1 if the code is
-/// not below the range of `if_0`.
+/// Replaces `if_0` by `if_1` if the bit is 1, that is, if the code is not below the range of
+/// `if_0`. Shifts the bit into `bits`.
 [[gnu::always_inline]] inline void m5_decide_portably(m5_outcome& if_0, const m5_outcome& if_1,
                                                       u32& bits)
 {
@@ -80,7 +83,7 @@ struct m5_outcome {
 
 #if defined(__x86_64__)
 
-/// The same.  (Compilers take the choice for one that is easy to guess, and branch.)
+/// The same.  (Compilers would turn the selection into a branch.)
 [[gnu::always_inline]] inline void m5_decide(m5_outcome& if_0, const m5_outcome& if_1, u32& bits)
 {
     bits <<= 1;
@@ -89,12 +92,12 @@ struct m5_outcome {
         "cmovae %[mean_1], %[mean]\n\t"
         "cmovae %[code_1], %[code]\n\t"
         "cmovae %[halves_1], %[halves]\n\t"
-        "cmovae %[towards_1], %[towards]\n\t"
+        "cmovae %[target_1], %[target]\n\t"
         "sbb $-1, %[bits]"
         : [range] "+&r"(if_0.range), [code] "+&r"(if_0.code), [halves] "+&r"(if_0.halves),
-          [mean] "+&r"(if_0.mean), [towards] "+&r"(if_0.towards), [bits] "+r"(bits)
+          [mean] "+&r"(if_0.mean), [target] "+&r"(if_0.target), [bits] "+r"(bits)
         : [range_1] "r"(if_1.range), [code_1] "r"(if_1.code), [halves_1] "r"(if_1.halves),
-          [mean_1] "r"(if_1.mean), [towards_1] "r"(if_1.towards)
+          [mean_1] "r"(if_1.mean), [target_1] "r"(if_1.target)
         : "cc");
 }
 
@@ -107,7 +110,7 @@ struct m5_outcome {
 
 #endif
 
-/// A chain of steps.  It holds the pair of the next one.
+/// A chain of steps.  Holds the pair of the next step.
 class m5_decoder_chain {
   public:
     explicit m5_decoder_chain(const m5_prob_pair& first)
@@ -115,26 +118,27 @@ class m5_decoder_chain {
     {
     }
 
-    /// Decodes a bit by the chain's pair, which is at `at`, and shifts it into `bits`.  It chooses
-    /// between the two pairs at `next`, which are there even if the chain ends.  The one at `at`
-    /// can't be chosen: its new value would come too late.
-    [[gnu::always_inline]] void step(range_decoder& from, m5_prob_pair* at,
+    /// Decodes a bit by the chain's pair, whose place is `at`, and shifts the bit into `bits`.  The
+    /// bit selects one of the two pairs at `next`, which must be readable even if the chain ends.
+    /// The selected pair must not be the one at `at`: it is loaded before that is updated.
+    [[gnu::always_inline]] void step(range_decoder& decoder, m5_prob_pair* at,
                                      const m5_prob_pair* next, u32& bits)
     {
-        const u32 bound = mean_ * (from.range >> m5_prob_bits);
+        const u32 bound = mean_ * (decoder.range >> m5_prob_bits);
         const u64 both = next[0].halves | u64{next[1].halves} << 32;
         const u64 sums = both + (both << 16); // twice each mean in the upper half of its word
-        m5_outcome outcome{bound, from.code, static_cast<u32>(both), static_cast<u32>(sums) >> 17,
-                           m5_prob_pair::to_full};
-        const m5_outcome if_1{from.range - bound, from.code - bound, static_cast<u32>(both >> 32),
-                              static_cast<u32>(sums >> 49), m5_prob_pair::to_zero};
+        m5_outcome outcome{bound, decoder.code, static_cast<u32>(both),
+                           static_cast<u32>(sums) >> 17, m5_prob_pair::to_full};
+        const m5_outcome if_1{decoder.range - bound, decoder.code - bound,
+                              static_cast<u32>(both >> 32), static_cast<u32>(sums >> 49),
+                              m5_prob_pair::to_zero};
         m5_decide(outcome, if_1, bits);
-        at->halves = m5_prob_pair::moved(halves_, outcome.towards);
+        at->halves = m5_prob_pair::moved(halves_, outcome.target);
         halves_ = outcome.halves;
         mean_ = outcome.mean;
-        from.range = outcome.range;
-        from.code = outcome.code;
-        normalize(from);
+        decoder.range = outcome.range;
+        decoder.code = outcome.code;
+        normalize(decoder);
     }
 
   private:
@@ -142,15 +146,16 @@ class m5_decoder_chain {
     u32 mean_;
 };
 
-/// Decodes a number of `width` bits through a tree.
-[[gnu::always_inline]] inline u32 m5_decode_tree(range_decoder& from, m5_prob_pair* tree, u32 width)
+/// Decodes a number of `width` bits through a bit tree.
+[[gnu::always_inline]] inline u32 m5_decode_tree(range_decoder& decoder, m5_prob_pair* tree,
+                                                 u32 width)
 {
     u32 index = 1;
     m5_decoder_chain chain(tree[1]);
 #pragma GCC unroll 8
     for (u32 place = 0; place < width; ++place) {
         const m5_prob_pair* const next = tree + (place + 1 < width ? 2 * index : 0);
-        chain.step(from, tree + index, next, index);
+        chain.step(decoder, tree + index, next, index);
     }
     return index - (1U << width);
 }

@@ -1,12 +1,12 @@
 // method5/m5_decoder.cpp - the decoder of method 5
 //
-// A token is decoded bit by bit, and each bit waits for the one before it.  What a token is and how
-// long is easy to guess, so those bits are branches; literals, slots and the bits of distances are
-// not, so those are chains without a branch.
+// Decoding is a single dependency chain: each bit needs the interval that the previous one left.
+// Flags and length prefixes are predictable and decoded with branches; literals, slots and distance
+// bits are not and are decoded in branch-free chains (m5_coder.h).
 //
-// Both ends of the buffers are tested once a token: the slack of the payload is larger than what a
-// token can read, and a match is cut to the room that is left.  A damaged stream ends at the first
-// token that reads behind the payload, reaches before the block or can't be.
+// Both buffer ends are checked once a token: the slack of the payload exceeds what a token can
+// read, and a match is cut to the room left.  Decoding of a damaged stream stops at the first token
+// that reads past the payload, reaches back past the block's start or has an impossible length.
 #include "common/copy.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_coder.h"
@@ -17,31 +17,38 @@ namespace quarnex {
 namespace {
 
 static_assert(m5_raw_bytes + range_start_bytes + m5_token_max_bytes <= payload_slack);
-static_assert(copy_match_overrun <= out_slack);
+static_assert(max_match_overrun(4) + 1 + copy_match_overrun <= out_slack);
 
-/// A stream while it is decoded.
+/// The decoder of one stream.
 template <u32 MinMatch>
 class m5_decoding {
   public:
-    /// Starts behind the raw bytes, which are in the block.
+    /// Starts after the raw bytes, which are in the block already.
     m5_decoding(const codec_job& job, m5_model& model)
-        : model_(model), begin_(job.out_buf), size_(job.out_len),
-          registers_(start_range_decoder(job.in_buf + m5_raw_bytes))
+        : model_(model), begin_(job.out_buf), limit_(job.out_len + max_match_overrun(MinMatch) + 1),
+          coder_(start_range_decoder(job.in_buf + m5_raw_bytes))
     {
         history_ = m5_history_at(begin_ + pos_);
     }
 
-    /// Whether the first code bytes can be decoded at all.
-    bool starts() const { return registers_.code < registers_.range; }
-    /// Position in the block.
+    /// Returns false if no encoder can have written the first code bytes.
+    bool starts() const { return coder_.code < coder_.range; }
+    /// Returns the position in the block.
     u32 pos() const { return pos_; }
-    /// Position in the payload.
-    const u8* in() const { return registers_.in; }
+    /// Returns the position in the payload.
+    const u8* in() const { return coder_.in; }
+    /// Returns true if the last token ended where an encoder's can, the payload is consumed and
+    /// ends as an encoder ends it.
+    bool ended(const codec_job& job) const
+    {
+        return pos_ != limit_ &&
+               ends_at(coder_, job.in_buf + m5_raw_bytes, job.in_buf + job.in_len);
+    }
 
-    /// Takes a token.  False, with the position unchanged, at damage.
+    /// Decodes a token.  Returns false, with the position unchanged, at damage.
     [[gnu::always_inline]] bool take_token()
     {
-        if (m5_decode_bit(registers_, model_.match_flag[m5_flag_context(history_)]) != 0)
+        if (m5_decode_bit(coder_, model_.match_flag[m5_flag_context(history_)]) != 0)
             return take_match();
         take_literal();
         return true;
@@ -59,78 +66,79 @@ class m5_decoding {
         history_ = bits;
     }
 
-    /// Takes four bits of a literal into `bits`.  `behind` has the models of the bit behind them.
+    /// Decodes four bits of a literal into `bits`.  `following` are the models of the next bit.
     [[gnu::always_inline]] void take_nibble(m5_decoder_chain& chain, m5_nibble_models& models,
-                                            const m5_prob_pair* behind, u32& bits)
+                                            const m5_prob_pair* following, u32& bits)
     {
 #pragma GCC unroll 4
         for (u32 step = 1; step <= m5_nibble_bits; ++step) {
             const u32 place = m5_nibble_bits - step;
             m5_prob_pair* const at = &models[place][m5_literal_context(bits)];
-            const m5_prob_pair* const next = place != 0 ? models[place - 1] : behind;
-            chain.step(registers_, at, next + m5_literal_context(bits << 1), bits);
+            const m5_prob_pair* const next = place != 0 ? models[place - 1] : following;
+            chain.step(coder_, at, next + m5_literal_context(bits << 1), bits);
         }
     }
 
     [[gnu::always_inline]] bool take_match()
     {
         const u32 length_value = take_length();
-        if (length_value < m5_least_length_value) {
-            if (length_value != m5_overflown_length) return false;
+        if (length_value < m5_min_length_value) {
+            if (length_value != m5_overflowed_length) return false;
             take_literal();
             return true;
         }
         const u32 offset = take_offset(model_.dist_slot[m5_length_class(length_value)]);
         if (offset >= pos_) return false;
-        const u64 wanted = u64{length_value} - m5_least_length_value + MinMatch;
-        const auto len = static_cast<u32>(std::min<u64>(wanted, size_ - pos_));
+        const u64 coded_len = u64{length_value} - m5_min_length_value + MinMatch;
+        const auto len = static_cast<u32>(std::min<u64>(coded_len, limit_ - pos_));
         const u32 dist = offset + 1;
         copy_match(begin_ + pos_, dist, len);
         pos_ += len;
-        // The copy can still be on its way to memory; where the match doesn't repeat itself, the
-        // same bytes are at its source.  (A last match may be cut to its first byte.)
+        // The copy's last stores may still be in flight.  If the match doesn't overlap itself, its
+        // source holds the same bytes, which can be loaded at once.  (There are two bytes before
+        // `same` even if the last match is cut to its first byte.)
         const u32 same = pos_ - (dist < len ? 0 : dist);
         history_ = m5_history_at(begin_ + std::max(same, m5_raw_bytes));
         return true;
     }
 
-    /// Takes a length's number; 0 if it can't be.
+    /// Decodes a length value.  Returns 0 if it is impossible.
     [[gnu::always_inline]] u32 take_length()
     {
         u32 ones = 0;
-        while (m5_decode_bit(registers_, model_.len_prefix[ones + 1]) != 0) {
+        while (m5_decode_bit(coder_, model_.len_prefix[ones + 1]) != 0) {
             if (++ones == m5_max_length_bits) return 0;
         }
         u32 length_value = 1;
         for (u32 place = ones + 1; place-- != 0;) {
             m5_prob_pair* const pairs = model_.len_bits[ones];
-            m5_decoder_chain(pairs[place]).step(registers_, pairs + place, pairs, length_value);
+            m5_decoder_chain(pairs[place]).step(coder_, pairs + place, pairs, length_value);
         }
         return length_value;
     }
 
-    /// Takes a distance less one.
+    /// Decodes a distance less one.
     [[gnu::always_inline]] u32 take_offset(m5_prob_pair* slots)
     {
-        const u32 slot = m5_decode_tree(registers_, slots, m5_slot_bits);
+        const u32 slot = m5_decode_tree(coder_, slots, m5_slot_bits);
         if (slot < plain_slots) return slot;
         const u32 base = slot_base(slot);
         const u32 width = slot_extra_bits(slot);
         if (slot < m5_first_high_slot) {
-            return base + m5_decode_tree(registers_, model_.dist_mid + base, width);
+            return base + m5_decode_tree(coder_, model_.dist_mid + base, width);
         }
         const u32 direct = width - m5_top_bits;
         m5_prob_pair* const tops = model_.dist_top[slot - m5_first_high_slot];
-        const u32 top = m5_decode_tree(registers_, tops, m5_top_bits);
-        return base + (top << direct) + decode_direct(registers_, direct);
+        const u32 top = m5_decode_tree(coder_, tops, m5_top_bits);
+        return base + (top << direct) + decode_direct(coder_, direct);
     }
 
     m5_model& model_;
     u8* const begin_;
-    const u32 size_; // of the block
-    range_decoder registers_;
+    const u32 limit_; // where matches are cut: one byte past the farthest end of an encoder's
+    range_decoder coder_;
     u32 pos_ = m5_raw_bytes;
-    u32 history_ = 0; // the last bytes, of which twelve bits count
+    u32 history_ = 0; // the last bytes, the latest lowest; twelve bits are used
 };
 
 template <u32 MinMatch>
@@ -138,14 +146,18 @@ codec_result m5_decode(const codec_job& job, m5_model& model)
 {
     const u32 raw = std::min({m5_raw_bytes, job.in_len, job.out_len});
     std::copy_n(job.in_buf, raw, job.out_buf);
-    u32 done = raw;
-    if (raw < m5_raw_bytes) return {.length = done};
+    if (raw < m5_raw_bytes) { // not a stream, unless it is the empty one of an empty block
+        return {.length = raw, .exact_end = job.in_len == 0 && job.out_len == 0};
+    }
     m5_decoding<MinMatch> stream(job, model);
-    if (!stream.starts()) return {.length = done};
-    // A token that reads behind the payload doesn't count: its last bits are made of zeros.
+    if (!stream.starts()) return {.length = raw};
+    // A token that reads past the payload doesn't count: its last bits come from the slack.
     const u8* const in_end = job.in_buf + job.in_len;
-    while (done < job.out_len && stream.take_token() && stream.in() <= in_end) done = stream.pos();
-    return {.length = done};
+    while (stream.pos() < job.out_len) {
+        const u32 done = stream.pos();
+        if (!stream.take_token() || stream.in() > in_end) return {.length = done};
+    }
+    return {.length = job.out_len, .exact_end = stream.ended(job)};
 }
 
 codec_result m5_decode_block(const codec_job& job, void* state)

@@ -1,4 +1,4 @@
-// method5/m5_encoder.cpp - the ladder of method 5: which search a level runs
+// method5/m5_encoder.cpp - the encoder of method 5: the match finder of each level
 #include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"

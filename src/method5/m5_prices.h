@@ -1,7 +1,7 @@
-// method5/m5_prices.h - what the tokens of method 5 cost
+// method5/m5_prices.h - token prices of method 5
 //
-// In 1/4096 bits, from the models as they stand when a window is planned, and in exactly the
-// contexts in which the token would be coded.
+// In 1/4096 bits, by the models' state when a window is planned, in exactly the contexts in which
+// the token would be coded.
 #pragma once
 
 #include "coding/bit_cost.h"
@@ -13,7 +13,7 @@
 
 namespace quarnex {
 
-/// The price of a bit by its model, whose mean counts in steps of 2^-11.
+/// Returns the price of a bit by its model, whose mean is reduced to steps of 2^-11.
 constexpr u32 m5_bit_price(m5_prob_pair pair, u32 bit)
 {
     const u32 sum = pair.fast() + pair.slow();
@@ -21,10 +21,11 @@ constexpr u32 m5_bit_price(m5_prob_pair pair, u32 bit)
     return u32{bit_cost_half} - bit_cost[share];
 }
 
-/// The price of a bit that has no model.
+/// The price of a bit without a model.
 inline constexpr u32 m5_direct_bit_price = 4096;
 
-/// The price of `value`, a number of `width` bits, by the tree of pairs 1 to 2^width - 1.
+/// Returns the price of `value`, a number of `width` bits, by the bit tree of pairs 1 to
+/// 2^width - 1.
 inline u32 m5_tree_price(const m5_prob_pair* tree, u32 value, u32 width)
 {
     u32 price = 0;
@@ -37,7 +38,7 @@ inline u32 m5_tree_price(const m5_prob_pair* tree, u32 value, u32 width)
 template <u32 MinMatch>
 class m5_prices {
   public:
-    /// For the block `text`.
+    /// Prices for the block `text`.
     m5_prices(const u8* text, const m5_model& model) : text_(text), model_(model) {}
 
     void start_window()
@@ -48,7 +49,7 @@ class m5_prices {
                     m5_tree_price(model_.dist_slot[length_class], slot, m5_slot_bits);
             }
         }
-        for (u32 value = m5_least_length_value; value < lengths_.size(); ++value) {
+        for (u32 value = m5_min_length_value; value < lengths_.size(); ++value) {
             lengths_[value] = length_value(value);
         }
     }
@@ -70,14 +71,14 @@ class m5_prices {
 
         u32 operator()(u32 len) const
         {
-            const u32 value = len - MinMatch + m5_least_length_value;
+            const u32 value = len - MinMatch + m5_min_length_value;
             return rest_ + prices_.length(value) + slots_[m5_length_class(value)];
         }
 
       private:
         const m5_prices& prices_;
         const std::array<u32, m5_length_classes>& slots_;
-        u32 rest_; // what all of them cost
+        u32 rest_; // the flag and the extra bits, common to all lengths
     };
 
     at_distance matches(u32 pos, u32 dist) const
@@ -88,15 +89,15 @@ class m5_prices {
     }
 
   private:
-    /// Length values that are priced at the start of a window.
-    static constexpr u32 usual_lengths = 272;
+    /// Length values below this are priced at the start of a window.
+    static constexpr u32 priced_lengths = 272;
 
     u32 flag(u32 pos, u32 bit) const
     {
         return m5_bit_price(model_.match_flag[text_[pos - 1]], bit);
     }
 
-    /// The price of the lowest four bits.
+    /// Returns the price of the lowest four bits.
     static u32 nibble(const m5_nibble_models& models, u32 bits)
     {
         u32 price = 0;
@@ -123,7 +124,7 @@ class m5_prices {
         return price;
     }
 
-    /// The price of the extra bits of a distance less one.
+    /// Returns the price of the extra bits of a distance less one.
     u32 extra(u32 offset, u32 slot) const
     {
         if (slot < plain_slots) return 0;
@@ -141,7 +142,7 @@ class m5_prices {
     const u8* text_;
     const m5_model& model_;
     std::array<std::array<u32, m5_length_classes>, value_slots> slots_;
-    std::array<u32, usual_lengths> lengths_; // by length value
+    std::array<u32, priced_lengths> lengths_; // by length value
 };
 
 static_assert(price_list<m5_prices<3>>);

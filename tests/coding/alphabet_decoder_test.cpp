@@ -10,11 +10,12 @@ namespace {
 using test::bytes;
 using test::bytes_of;
 
-/// Gives the numbers of a list, whatever it is asked for, and keeps what it is told.
+/// Returns the numbers of a list, whatever is asked for, and records the contexts.
 struct listed_source {
     const std::vector<u32>* numbers;
-    bytes* followed;
-    usize bad_from = SIZE_MAX; // the number from which on all is damaged
+    bytes* contexts;
+    usize bad_from = SIZE_MAX; // index of the first damaged number
+    bool at_end = true;
     usize taken = 0;
 
     u32 take() { return taken < numbers->size() ? (*numbers)[taken++] : 0; }
@@ -26,26 +27,28 @@ struct listed_source {
         EXPECT_EQ(take(), count);
         return take();
     }
-    void follow(u8 byte) { followed->push_back(byte); }
-    bool good() const { return taken < bad_from; }
+    void set_context(u8 byte) { contexts->push_back(byte); }
+    bool ok() const { return taken < bad_from; }
+    bool ended() const { return at_end; }
 };
 
-/// What a block of `size` bytes that starts with "a" becomes, and what its tokens ended with.
+/// A decoded block, which starts with the raw byte "a", and the last bytes of its tokens.
 struct outcome {
     std::string block;
-    std::string followed;
+    std::string contexts;
     bool operator==(const outcome&) const = default;
 };
 
 template <u32 MinMatch = 4>
 outcome decoded(const std::vector<u32>& numbers, u32 size, usize bad_from = SIZE_MAX)
 {
-    const auto block = test::exact_buffer(size + copy_match_overrun);
+    const auto block = test::exact_buffer(size + alphabet_overrun);
     block[0] = 'a';
-    bytes followed;
+    bytes contexts;
     const u32 len =
-        decode_alphabet<MinMatch>(listed_source{&numbers, &followed, bad_from}, block.get(), size);
-    return {{block.get(), block.get() + len}, {followed.begin(), followed.end()}};
+        decode_alphabet<MinMatch>(listed_source{&numbers, &contexts, bad_from}, block.get(), size)
+            .length;
+    return {{block.get(), block.get() + len}, {contexts.begin(), contexts.end()}};
 }
 
 TEST(alphabet_decoder, a_block_of_the_raw_byte_takes_nothing)
@@ -79,20 +82,21 @@ TEST(alphabet_decoder, a_distance_with_extra_bits)
               (outcome{"abcdefabcd", "bcdefd"}));
 }
 
-TEST(alphabet_decoder, follows_the_last_byte_of_each_match_whether_it_repeats_itself_or_not)
+TEST(alphabet_decoder, the_context_is_the_last_byte_of_a_match_overlapping_or_not)
 {
     for (u32 dist = 1; dist <= 3; ++dist) {
         for (u32 len = 2; len <= 5; ++len) {
             const outcome out = decoded<2>({'b', 'c', 256 + len - 2, dist - 1}, 3 + len);
-            EXPECT_EQ(out.followed, std::string("bc") + out.block.back()) << dist << ' ' << len;
+            EXPECT_EQ(out.contexts, std::string("bc") + out.block.back()) << dist << ' ' << len;
         }
     }
 }
 
 TEST(alphabet_decoder, the_last_match_is_cut_at_the_end_of_the_block)
 {
-    EXPECT_EQ(decoded({'b', 256, 1}, 5), (outcome{"ababa", "ba"}));
-    EXPECT_EQ(decoded({'b', 256, 1}, 3), (outcome{"aba", "ba"}));
+    // The context is that of the whole match.
+    EXPECT_EQ(decoded({'b', 256, 1}, 5), (outcome{"ababa", "bb"}));
+    EXPECT_EQ(decoded({'b', 256, 1}, 3), (outcome{"aba", "bb"}));
     // The longest: slot 63 with all extra bits.
     EXPECT_EQ(decoded({'b', 287, 63, 30, (1U << 30) - 1, 1}, 9), (outcome{"ababababa", "ba"}));
 }
@@ -103,11 +107,45 @@ TEST(alphabet_decoder, a_distance_before_the_block_ends_it)
     EXPECT_EQ(decoded({'b', 256, 63, 30, (1U << 30) - 1, 'x'}, 9), (outcome{"ab", "b"}));
 }
 
-TEST(alphabet_decoder, a_token_that_is_not_good_ends_the_block_in_front_of_it)
+TEST(alphabet_decoder, a_token_that_is_not_ok_ends_the_block_before_it)
 {
     EXPECT_EQ(decoded({'b', 'c', 'd'}, 4, 3).block, "abc");
     EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 3).block, "ab");
     EXPECT_EQ(decoded({'b', 256, 0, 'd'}, 9, 4).block, "abbbbb");
+}
+
+// Exact ends
+
+template <u32 MinMatch = 4>
+bool ends_exactly(const std::vector<u32>& numbers, u32 size, bool at_end = true,
+                  usize bad_from = SIZE_MAX)
+{
+    const auto block = test::exact_buffer(size + alphabet_overrun);
+    block[0] = 'a';
+    bytes contexts;
+    const listed_source source{&numbers, &contexts, bad_from, at_end};
+    return decode_alphabet<MinMatch>(source, block.get(), size).exact_end;
+}
+
+TEST(alphabet_decoder, ends_exactly_with_a_full_block_and_a_source_at_its_end)
+{
+    EXPECT_TRUE(ends_exactly({}, 1));
+    EXPECT_FALSE(ends_exactly({}, 1, false));
+    EXPECT_TRUE(ends_exactly({'b', 'c'}, 3));
+    EXPECT_FALSE(ends_exactly({'b', 'c'}, 3, false));
+    EXPECT_TRUE(ends_exactly({'b', 256, 1}, 6));
+    EXPECT_FALSE(ends_exactly({'b', 256, 2, 'x'}, 7));  // before the block
+    EXPECT_FALSE(ends_exactly({'b', 'c'}, 3, true, 2)); // not ok
+}
+
+TEST(alphabet_decoder, ends_exactly_if_an_encoder_can_have_written_the_last_match)
+{
+    for (u32 excess = 0; excess <= 10; ++excess) {
+        EXPECT_EQ(ends_exactly<4>({'b', 256 + 10, 1}, 16 - excess), excess <= 5) << excess;
+        EXPECT_EQ(ends_exactly<3>({'b', 256 + 11, 1}, 16 - excess), excess == 0) << excess;
+        EXPECT_EQ(ends_exactly<2>({'b', 256 + 12, 1}, 16 - excess), excess == 0) << excess;
+    }
+    EXPECT_FALSE(ends_exactly({'b', 287, 63, 30, (1U << 30) - 1, 1}, 9));
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace {
 using test::bytes;
 using test::bytes_of;
 
-/// Keeps what it is asked to code, as text.
+/// Records the calls as text.
 struct recording_coder {
     std::string* log;
 
@@ -21,12 +21,12 @@ struct recording_coder {
     {
         *log += " x" + std::to_string(bits) + '/' + std::to_string(count);
     }
-    void follow(u8 byte) { *log += std::string(" ") + static_cast<char>(byte); }
+    void set_context(u8 byte) { *log += std::string(" ") + static_cast<char>(byte); }
     bool full() const { return log->size() > 20; }
     u32 finish() { return 77; }
 };
 
-/// What a match at position 1 of a block is coded as.
+/// Returns the coded form of a match at position 1 of a block.
 template <u32 MinMatch>
 std::string match_of(u32 len, u32 dist)
 {
@@ -56,7 +56,7 @@ TEST(alphabet_tokens, the_shortest_match_is_symbol_256)
     EXPECT_EQ(match_of<2>(2, 1), " m256 d0 z");
 }
 
-TEST(alphabet_tokens, symbol_286_gives_min_match_and_30_and_the_next_length_takes_the_escape)
+TEST(alphabet_tokens, symbol_286_is_min_match_plus_30_and_longer_lengths_take_the_escape)
 {
     EXPECT_EQ(match_of<4>(34, 1), " m286 d0 z");
     EXPECT_EQ(match_of<4>(35, 1), " m287 l0 d0 z");
@@ -85,7 +85,7 @@ TEST(alphabet_tokens, a_distance_less_one_is_a_value)
     EXPECT_EQ(match_of<4>(4, 0xFFFFFFFF), " m256 d63 x1073741822/30 z");
 }
 
-TEST(alphabet_tokens, are_as_full_as_their_coder_and_end_with_it)
+TEST(alphabet_tokens, full_and_finish_are_those_of_the_coder)
 {
     const bytes block(10);
     std::string log;

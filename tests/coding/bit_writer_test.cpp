@@ -21,11 +21,11 @@ TEST(bit_writer, the_first_bit_is_the_highest_of_the_first_byte)
     writer.put(0b1'0000'1111, 9);
     EXPECT_EQ(writer.whole_bytes_end(), out.data() + 1);
     EXPECT_EQ(writer.end(), out.data() + 2);
-    // 1011 0000 1111, filled up with zeros
+    // 1011 0000 1111, padded with zeros
     EXPECT_EQ(bytes(out.data(), writer.end()), (bytes{0xB0, 0xF0}));
 }
 
-TEST(bit_writer, a_whole_byte_has_nothing_behind_it)
+TEST(bit_writer, a_complete_byte_is_not_followed_by_padding)
 {
     bytes out(1 + bit_writer_overrun);
     bit_writer writer(out.data());
@@ -58,7 +58,7 @@ TEST(bit_writer, puts_of_0_to_56_bits_join)
     }
 }
 
-TEST(bit_writer, writes_no_more_than_its_overrun_behind_the_bits)
+TEST(bit_writer, writes_at_most_its_overrun_past_the_bits)
 {
     for (u32 first = 0; first <= bit_writer::most_bits; ++first) {
         for (u32 second = 0; second <= bit_writer::most_bits; ++second) {

@@ -18,7 +18,14 @@ TEST(min_match, is_4_at_levels_0_to_7_and_3_at_8_and_2_at_9)
     EXPECT_EQ(min_match(9), 2U);
 }
 
-TEST(with_min_match, gives_it_as_a_constant)
+TEST(max_match_overrun, is_that_of_the_hash_searches_and_none_for_the_parses)
+{
+    EXPECT_EQ(max_match_overrun(min_match(7)), 5U);
+    EXPECT_EQ(max_match_overrun(min_match(8)), 0U);
+    EXPECT_EQ(max_match_overrun(min_match(9)), 0U);
+}
+
+TEST(with_min_match, passes_a_constant)
 {
     const auto constant = [](auto shortest) {
         constexpr u32 value = shortest;

@@ -59,8 +59,8 @@ TEST(find_last_not_above, from_any_place_before_it)
         std::sort(sorted.begin(), sorted.end());
         sorted.insert(sorted.end(), sorted_group, 0xFFFF);
         for (u32 limit = sorted[0]; limit < 100; ++limit) {
-            const auto behind = std::upper_bound(sorted.begin(), sorted.end(), limit);
-            const auto expected = static_cast<u32>(behind - sorted.begin()) - 1;
+            const auto above = std::upper_bound(sorted.begin(), sorted.end(), limit);
+            const auto expected = static_cast<u32>(above - sorted.begin()) - 1;
             for (u32 first = 0; first <= expected; ++first)
                 ASSERT_EQ(find_last_not_above(sorted.data(), first, limit), expected) << first;
         }

@@ -52,13 +52,13 @@ TEST(value_slot, holds_the_values_between_its_edges)
 TEST(value_slot, slots_join_without_gaps)
 {
     for (u32 slot = plain_slots; slot < value_slots; ++slot) {
-        const u64 behind = u64{slot_base(slot)} + (u64{1} << slot_extra_bits(slot));
+        const u64 end = u64{slot_base(slot)} + (u64{1} << slot_extra_bits(slot));
         const u64 next = slot + 1 < value_slots ? slot_base(slot + 1) : u64{1} << 32;
-        EXPECT_EQ(behind, next) << "slot " << slot;
+        EXPECT_EQ(end, next) << "slot " << slot;
     }
 }
 
-TEST(value_slot, the_base_and_the_extra_bits_give_the_value_back_beside_each_power_of_two)
+TEST(value_slot, base_and_extra_bits_give_back_values_near_powers_of_two)
 {
     for (u32 bit = 2; bit < 32; ++bit) {
         for (const u32 value : {(1U << bit) - 1, 1U << bit, (1U << bit) + 1, (3U << bit >> 1) - 1,

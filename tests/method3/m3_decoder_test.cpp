@@ -37,7 +37,7 @@ TEST(m3_decoder, an_empty_payload_or_an_empty_block_gives_nothing)
     EXPECT_TRUE(decode({'a', 0xFF}, 0, low).empty());
 }
 
-// Streams worked by hand: up to 16 symbols of a model, its codes are those of the start.  Of 17
+// Streams worked by hand: for the first 16 symbols of a model its initial codes hold.  Of 17
 // slots, 16 and 15 have the codes 00000 and 00001, and slots 14 to 0 have 0001 to 1111.
 
 TEST(m3_decoder, literals)
@@ -56,7 +56,7 @@ TEST(m3_decoder, the_shortest_match_has_4_3_or_2_bytes_by_the_level)
     EXPECT_EQ(decode(stream, 4, parameters_of(3, 9)), bytes_of("aaab"));
 }
 
-TEST(m3_decoder, length_symbol_286_gives_min_match_and_30_and_the_next_length_takes_the_escape)
+TEST(m3_decoder, length_symbol_286_is_min_match_plus_30_and_287_is_the_escape)
 {
     // 286 is 000000001; 287 is 000000000, and the remainder 0 is length slot 0, 1111.
     const bytes longest = m3_bits("000000001 1111 10011101");
@@ -70,7 +70,7 @@ TEST(m3_decoder, length_symbol_286_gives_min_match_and_30_and_the_next_length_ta
 
 TEST(m3_decoder, a_remainder_of_4_needs_extra_bits_and_3_does_not)
 {
-    // Slot 3 is 1100; slot 4 is 1011, and a bit behind it makes 4 or 5.
+    // Slot 3 is 1100; slot 4 is 1011, followed by a bit for 4 or 5.
     const auto run = [](usize size) { return bytes_of(std::string(size, 'a') + 'b'); };
     EXPECT_EQ(decode(m3_bits("000000000 1100 1111 10011101"), 40, low), run(1 + 35 + 3));
     EXPECT_EQ(decode(m3_bits("000000000 1011 0 1111 10011101"), 41, low), run(1 + 35 + 4));
@@ -87,14 +87,14 @@ TEST(m3_decoder, an_offset_code_with_more_than_16_extra_bits_is_read_whole)
     EXPECT_TRUE(decode(stream, 0x60005, low) == bytes(0x60005, 'a'));
     m3_block block = m3_block().match(0x60000, 1).match(4, 0x55556);
     EXPECT_EQ(block.stream(), stream);
-    // With bytes that tell the place.
+    // With bytes that differ by position.
     block = m3_block().literals_to(300000).match(4, 0x40001).match(2000, 0x41234).match(9, 1);
     EXPECT_TRUE(decode(block.stream(), block.data().size(), low) == block.data());
 }
 
 TEST(m3_decoder, a_last_match_that_overruns_the_block_is_cut)
 {
-    // Even to a single byte, also where it is the block's first one that is copied.
+    // Even to a single byte, also if that is a copy of the block's first one.
     for (u32 overrun = 1; overrun < 40; ++overrun) {
         for (const u32 dist : {1U, 2U, 3U, 4U, 7U, 20U, 29U, 30U}) {
             const m3_block block = m3_block().literals_to(30).match(40, dist);
@@ -106,7 +106,7 @@ TEST(m3_decoder, a_last_match_that_overruns_the_block_is_cut)
 
 // Copies
 
-TEST(m3_decoder, distances_of_1_to_4_and_of_5_or_more_repeat_themselves_alike)
+TEST(m3_decoder, overlapping_matches_repeat_their_bytes)
 {
     for (const u32 min_match : {2U, 3U, 4U}) {
         for (u32 dist = 1; dist <= 20; ++dist) {
@@ -122,7 +122,7 @@ TEST(m3_decoder, distances_of_1_to_4_and_of_5_or_more_repeat_themselves_alike)
     }
 }
 
-TEST(m3_decoder, every_slot_that_fits_a_block_at_both_of_its_ends)
+TEST(m3_decoder, the_first_and_last_value_of_every_slot)
 {
     std::vector<u32> values;
     for (u32 slot = 4; slot < 44; ++slot) {
@@ -138,7 +138,7 @@ TEST(m3_decoder, every_slot_that_fits_a_block_at_both_of_its_ends)
     EXPECT_TRUE(decode(block.stream(), block.data().size(), low) == block.data());
 }
 
-TEST(m3_decoder, decodes_any_valid_stream_of_all_kinds)
+TEST(m3_decoder, decodes_streams_of_random_tokens)
 {
     for (u64 seed = 1; seed <= 30; ++seed) {
         for (const u32 min_match : {4U, 3U, 2U}) {
@@ -150,7 +150,7 @@ TEST(m3_decoder, decodes_any_valid_stream_of_all_kinds)
     }
 }
 
-TEST(m3_decoder, decodes_long_streams_whose_codes_are_mended_only)
+TEST(m3_decoder, decodes_long_streams_past_the_last_full_sort)
 {
     for (const u32 min_match : {4U, 3U, 2U}) {
         const m3_block block = test::random_token_block(1, 1, min_match, 60000);
@@ -159,20 +159,20 @@ TEST(m3_decoder, decodes_long_streams_whose_codes_are_mended_only)
     }
 }
 
-// Codes as long as they come
+// The longest codes
 
 TEST(m3_decoder, takes_codes_of_30_bits)
 {
     m3_block block =
         test::block_of_distance_slots(test::symbols_of_long_codes(test::groups_of_30_bits));
-    // All slots that the block has room for, of which the longest codes have 30 bits.
+    // All slots that the block needs; the longest codes have 30 bits.
     for (u32 slot = 4; slot < 52; ++slot)
         block.match(4, ((2 + slot % 2) << (slot / 2 - 1)) + 1).literal(static_cast<u8>(slot));
     block.match(test::long_code_block - static_cast<u32>(block.data().size()), 70);
     EXPECT_TRUE(decode(block.stream(), test::long_code_block, low) == block.data());
 }
 
-TEST(m3_decoder, a_code_of_31_bits_is_damage_at_the_token_that_makes_it)
+TEST(m3_decoder, a_code_of_31_bits_is_damage_at_the_token_that_causes_it)
 {
     m3_block block =
         test::block_of_distance_slots(test::symbols_of_long_codes(test::groups_of_31_bits));
@@ -200,7 +200,7 @@ test::coded_block coded(u32 seed, u32 min_match)
     return {block.data(), block.stream(min_match), parameters_with(min_match)};
 }
 
-TEST(m3_decoder, a_payload_cut_anywhere_gives_the_start_of_its_block_whatever_lies_behind_it)
+TEST(m3_decoder, a_cut_payload_gives_the_start_of_the_block_whatever_follows)
 {
     for (u32 seed = 1; seed <= 5; ++seed)
         test::expect_cuts_to_give_the_start_of_the_block(coded(seed, 2 + seed % 3));
@@ -223,7 +223,7 @@ TEST(m3_decoder, nonsense_gives_some_bytes)
         test::expect_nonsense_to_give_some_bytes(parameters_with(min_match));
 }
 
-TEST(m3_decoder, parameters_that_make_no_sense_do_no_harm)
+TEST(m3_decoder, invalid_parameters_do_no_harm)
 {
     const m3_block block = test::random_token_block(3, 1, 2, 300);
     codec_parameters parameters = parameters_of(3, 9);

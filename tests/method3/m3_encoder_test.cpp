@@ -31,7 +31,7 @@ codec_parameters m3_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
     return parameters;
 }
 
-/// The stream that the token writer makes of a block's tokens: none if it is of no use.
+/// Returns the token writer's stream of a block's tokens; nothing if it is unusable.
 template <u32 MinMatch = 4>
 bytes write_tokens(const m3_block& block)
 {
@@ -76,7 +76,7 @@ TEST(m3_encoder, a_stream_as_long_as_the_block_is_stored)
     EXPECT_GT(stored, 0);
 }
 
-// Tokens: up to 16 symbols of a model, its codes are those of the start.  Of 17 slots, 16 and 15
+// Tokens: for the first 16 symbols of a model its initial codes hold.  Of 17 slots, 16 and 15
 // have the codes 00000 and 00001, and slots 14 to 0 have 0001 to 1111.
 
 TEST(m3_tokens, literals_by_hand)
@@ -176,8 +176,8 @@ TEST(m3_encoder, the_start_of_the_block_is_no_candidate_where_its_bytes_differ)
 
 TEST(m3_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_decoder_stops)
 {
-    // The "z" at the end stands like an earlier one in front of three zeros, if those behind the
-    // block count; at level 3 nothing in the last four bytes is looked for.
+    // The "z" at the end precedes three zeros like an earlier one, if those past the block count;
+    // level 3 doesn't search at the last four bytes.
     const bytes block = bytes_of("abcz\0\0\0defgggggggggggggggggggggz"sv);
     std::vector<plain_token> tokens(10, {1, 0});
     tokens.push_back({20, 1});
@@ -195,7 +195,7 @@ TEST(m3_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_deco
 TEST(m3_encoder, at_levels_4_to_7_a_match_of_exactly_4_bytes_inserts_its_end_less_1_only)
 {
     // With two candidates for each hash value: "wxyz" inside the match of "12wx" is the second one,
-    // behind that at 1.  If it came twice, the one at 1 would be lost.
+    // after that at 1.  If it were inserted twice, the one at 1 would be lost.
     const bytes block = bytes_of("0wxyz-ABCDEFGH12wxQ12wxyz+wxyz-ABCDEFGH");
     std::vector<plain_token> tokens(18, {1, 0});
     tokens.insert(tokens.end(), {{4, 5}, {1, 0}, {1, 0}, {1, 0}, {13, 25}});
@@ -206,13 +206,13 @@ TEST(m3_encoder, at_levels_4_to_7_a_match_of_exactly_4_bytes_inserts_its_end_les
 
 // Levels 8 and 9
 
-TEST(m3_encoder, a_block_of_one_byte_value_at_level_8_is_matches_of_255_bytes_at_distance_1)
+TEST(m3_encoder, one_byte_value_at_level_8_is_matches_of_255_bytes_at_distance_1)
 {
     EXPECT_EQ(encode(bytes(500, 'a'), m3_parameters(8)),
               test::m3_plain_stream(bytes(500, 'a'), {{255, 1}, {244, 1}}, 3));
 }
 
-TEST(m3_encoder, a_block_of_one_byte_value_at_level_9_is_a_literal_and_matches_as_long_as_they_fit)
+TEST(m3_encoder, one_byte_value_at_level_9_is_a_literal_and_matches_as_long_as_they_fit)
 {
     EXPECT_EQ(encode(bytes(500, 'a'), m3_parameters(9)),
               test::m3_plain_stream(bytes(500, 'a'), {{1, 0}, {498, 1}}, 2));

@@ -20,7 +20,7 @@ using decoding_model = m3_model<m3_decoder_tables, Capacity>;
 
 // Code lengths
 
-/// How many codes there are of each length, from 0 on.
+/// Returns the number of codes of each length from 0.
 std::vector<u32> lengths_of(const std::vector<u32>& weights)
 {
     std::vector<u16> overwritten(weights.begin(), weights.end());
@@ -55,7 +55,7 @@ TEST(m3_code_lengths, a_leaf_wins_a_tie_against_a_node)
     EXPECT_EQ(lengths_of({1, 1, 1, 2, 3}), (std::vector<u32>{0, 0, 3, 2}));
 }
 
-TEST(m3_code_lengths, are_the_plain_ones_sorted_or_not_with_any_ties)
+TEST(m3_code_lengths, match_the_plain_form_sorted_or_not_with_any_ties)
 {
     random_source random(1);
     for (u32 size = 3; size <= 288; ++size) {
@@ -71,7 +71,7 @@ TEST(m3_code_lengths, are_the_plain_ones_sorted_or_not_with_any_ties)
     }
 }
 
-TEST(m3_code_lengths, of_fibonacci_numbers_are_as_long_as_codes_of_a_sorted_alphabet_get)
+TEST(m3_code_lengths, fibonacci_weights_make_the_longest_codes_of_a_sorted_alphabet)
 {
     std::vector<u32> weights{1, 1};
     while (weights.size() < 21) weights.push_back(weights.back() + *(weights.end() - 2));
@@ -82,7 +82,7 @@ TEST(m3_code_lengths, of_fibonacci_numbers_are_as_long_as_codes_of_a_sorted_alph
     EXPECT_EQ(lengths_of(weights), expected);
 }
 
-TEST(m3_code_lengths, above_30_only_the_longest_is_told)
+TEST(m3_code_lengths, above_30_only_the_longest_is_reported)
 {
     // A chain: each weight is above the sum of those before it, or the next one is.
     std::vector<u32> weights{1, 1};
@@ -124,7 +124,7 @@ bool same_codes(const encoding_model<Capacity>& model, const m3_plain_model& pla
     return true;
 }
 
-/// Compares each entry that a decoder can look up.
+/// Compares each entry of the decoder's tables.
 template <u32 Capacity>
 bool same_codes(const decoding_model<Capacity>& model, const m3_plain_model& plain)
 {
@@ -151,7 +151,7 @@ bool same_codes(const decoding_model<Capacity>& model, const m3_plain_model& pla
     return true;
 }
 
-/// The three models of an alphabet, which must agree.
+/// The models of both sides and the plain one, which must agree.
 template <u32 Capacity>
 class models_in_step {
   public:
@@ -172,9 +172,9 @@ class models_in_step {
 
     const encoding_model<Capacity>& encoding() const { return *encoding_; }
     const m3_plain_model& plain() const { return plain_; }
-    bool good() const { return good_; }
+    bool same() const { return same_; }
 
-    /// Adds to the count of a symbol, as if it had come.
+    /// Adds to the count of a symbol, as if it had been coded.
     void add(u32 sym, u32 count)
     {
         plain_.counts[sym] += count;
@@ -192,13 +192,13 @@ class models_in_step {
         const bool short_enough = plain_.longest_code() <= m3_max_code_bits;
         const bool flags =
             encoding_->too_long == !short_enough && decoding_->too_long == !short_enough;
-        // The decoder's tables change at the end of a period only; until then, now and then.
+        // The decoder's tables change only at the end of a period; in between, spot checks.
         const auto left = static_cast<u32>(plain_.countdown);
         const bool codes =
             !short_enough ||
             (same_codes(*encoding_, plain_) &&
              ((left != plain_.period && left % 64 != 0) || same_codes(*decoding_, plain_)));
-        good_ = good_ && counts && flags && codes;
+        same_ = same_ && counts && flags && codes;
     }
 
     std::unique_ptr<encoding_model<Capacity>> encoding_ =
@@ -206,7 +206,7 @@ class models_in_step {
     std::unique_ptr<decoding_model<Capacity>> decoding_ =
         std::make_unique<decoding_model<Capacity>>();
     m3_plain_model plain_;
-    bool good_ = true;
+    bool same_ = true;
 };
 
 // The start
@@ -229,7 +229,7 @@ TEST(m3_model, starts_with_64_symbols_of_9_bits_and_224_of_8)
     EXPECT_EQ(model.counts.total, 288U);
     EXPECT_EQ(model.counts.period, 16U);
     EXPECT_EQ(model.counts.countdown, 16);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
 TEST(m3_model, the_smallest_alphabet_starts_with_2_slots_of_5_bits_and_15_of_4)
@@ -240,18 +240,18 @@ TEST(m3_model, the_smallest_alphabet_starts_with_2_slots_of_5_bits_and_15_of_4)
         EXPECT_EQ(codes[sym].code, sym > 14 ? 16 - sym : 15 - sym) << sym;
         EXPECT_EQ(codes[sym].length, sym > 14 ? 5U : 4U) << sym;
     }
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
 TEST(m3_model, every_alphabet_of_slots_starts_as_the_plain_one)
 {
     for (u32 symbols = 17; symbols < 64; ++symbols)
-        EXPECT_TRUE(models_in_step<value_slots>(symbols).good()) << symbols;
+        EXPECT_TRUE(models_in_step<value_slots>(symbols).same()) << symbols;
 }
 
 // Periods
 
-TEST(m3_model, rebuilds_come_after_16_32_64_and_so_on_to_4096_symbols_and_every_4096)
+TEST(m3_model, periods_double_from_16_to_4096_symbols)
 {
     const auto model = std::make_unique<encoding_model<value_slots>>();
     m3_model_init(*model, 17);
@@ -265,7 +265,7 @@ TEST(m3_model, rebuilds_come_after_16_32_64_and_so_on_to_4096_symbols_and_every_
     EXPECT_EQ(passed, (std::vector<u32>{16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 4096, 4096}));
 }
 
-TEST(m3_model, the_symbol_that_ends_a_period_has_the_old_code_and_the_next_one_the_new)
+TEST(m3_model, a_period_ends_after_its_last_symbol)
 {
     const auto model = std::make_unique<encoding_model<main_symbols>>();
     m3_model_init(*model, 288);
@@ -275,7 +275,7 @@ TEST(m3_model, the_symbol_that_ends_a_period_has_the_old_code_and_the_next_one_t
     EXPECT_EQ(model->tables.codes[287].length, 4U); // 17 of 304 counts
 }
 
-TEST(m3_model, a_total_of_28671_does_not_halve_and_28672_does_and_a_count_of_1_stays_1)
+TEST(m3_model, counts_are_halved_above_a_total_of_28671_and_1_stays_1)
 {
     models_in_step<main_symbols> models(288);
     models.add(5, 28671 - 16 - 288);
@@ -291,11 +291,11 @@ TEST(m3_model, a_total_of_28671_does_not_halve_and_28672_does_and_a_count_of_1_s
     EXPECT_EQ(others.encoding().counts.counts[6], 9U);     // 17
     EXPECT_EQ(others.encoding().counts.counts[0], 1U);
     EXPECT_EQ(others.encoding().counts.total, 14185U + 9 + 286);
-    EXPECT_TRUE(models.good());
-    EXPECT_TRUE(others.good());
+    EXPECT_TRUE(models.same());
+    EXPECT_TRUE(others.same());
 }
 
-TEST(m3_model, at_4096_one_pass_takes_a_symbol_any_distance_to_the_short_codes_and_one_place_back)
+TEST(m3_model, at_4096_a_bubble_pass_moves_symbols_any_distance_up_and_one_place_down)
 {
     models_in_step<main_symbols> models(288);
     // Symbol 7 is the most frequent at the last full sort.
@@ -303,28 +303,28 @@ TEST(m3_model, at_4096_one_pass_takes_a_symbol_any_distance_to_the_short_codes_a
     const auto& pairs = models.encoding().pairs;
     ASSERT_EQ(models.encoding().counts.period, 4096U);
     ASSERT_EQ(pairs[287].sym, 7U);
-    // Two symbols from the long end become far more frequent, without getting in each other's way.
+    // Two symbols with long codes become far more frequent.
     const u32 front = pairs[0].sym;
     const u32 middle = pairs[100].sym;
-    // The second one is the more frequent, so it takes the first one's place in the pass.
+    // The second one is more frequent, so the pass carries it on in place of the first.
     for (u32 i = 0; i < 4096; ++i) models.step(i % 5 < 2 ? front : middle);
     EXPECT_EQ(pairs[287].sym, middle);
     EXPECT_EQ(pairs[286].sym, 7U);
-    EXPECT_EQ(pairs[99].sym, front); // where `middle` went on instead
-    // By now three are more frequent than 7, which still moves by a single place.
+    EXPECT_EQ(pairs[99].sym, front); // where `middle` was carried on instead
+    // By now three are more frequent than 7, which again moves down by one place.
     const u32 third = pairs[3].sym;
     for (u32 i = 0; i < 4096; ++i) models.step(third);
     EXPECT_EQ(pairs[287].sym, third);
     EXPECT_EQ(pairs[286].sym, middle);
     EXPECT_EQ(pairs[285].sym, 7U);
     EXPECT_LT(models.encoding().counts.counts[7], models.encoding().counts.counts[front]);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
-TEST(m3_model, all_equal_counts_at_a_second_full_sort_are_put_back)
+TEST(m3_model, equal_counts_at_a_second_full_sort_are_reversed_back)
 {
-    // 17 symbols, and after 16, 48 and 112 of them the counts are all equal if 17 divides the sum:
-    // never by themselves.
+    // The counts of 17 symbols are never all equal after 16, 48 or 112 symbols, as 17 divides none
+    // of the sums: one count is added.
     models_in_step<value_slots> models(17);
     EXPECT_EQ(models.encoding().pairs[0].sym, 16U);
     for (u32 sym = 0; sym < 16; ++sym) {
@@ -332,43 +332,43 @@ TEST(m3_model, all_equal_counts_at_a_second_full_sort_are_put_back)
         models.step(sym);
     }
     for (u32 i = 0; i < 17; ++i) EXPECT_EQ(models.encoding().pairs[i].sym, i);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
-// Any course
+// Long courses
 
-/// The next symbol below `symbols` in one of several distributions, which change on the way.
+/// Returns the next symbol below `symbols` of one of several, some changing, distributions.
 u32 any_symbol(random_source& random, u32 kind, u32 at, u32 symbols)
 {
     switch (kind) {
     case 0:
         return random.below(symbols);
-    case 1: // small ones mostly
+    case 1: // mostly small ones
         return random.below(1 + random.below(1 + random.below(symbols)));
     case 2: // a few, others every 5000
         return (random.below(1 + random.below(8)) + at / 5000 * 37) % symbols;
-    case 3: // halves the chance each time
+    case 3: // geometric
         return static_cast<u32>(std::countr_zero(random.next() | 1U << 31)) % symbols;
-    case 4: // one in a row, hardly ever another
+    case 4: // runs of one symbol, rarely another
         return random.below(100) == 0 ? random.below(symbols) : at / 9000 % symbols;
     default: // in order
         return at % symbols;
     }
 }
 
-TEST(m3_model, is_the_plain_model_after_each_of_many_symbols)
+TEST(m3_model, matches_the_plain_model_after_each_of_many_symbols)
 {
     for (u32 kind = 0; kind < 6; ++kind) {
         random_source random(kind + 1);
         models_in_step<main_symbols> models(288);
         for (u32 i = 0; i < 40000; ++i) {
             models.step(any_symbol(random, kind, i, 288));
-            ASSERT_TRUE(models.good()) << kind << " at " << i;
+            ASSERT_TRUE(models.same()) << kind << " at " << i;
         }
     }
 }
 
-TEST(m3_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
+TEST(m3_model, of_slots_matches_the_plain_model_after_each_of_many_symbols)
 {
     for (const u32 symbols : {17U, 18U, 30U, 31U, 40U, 51U, 62U, 63U}) {
         for (u32 kind = 0; kind < 6; ++kind) {
@@ -376,7 +376,7 @@ TEST(m3_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
             models_in_step<value_slots> models(symbols);
             for (u32 i = 0; i < 40000; ++i) {
                 models.step(any_symbol(random, kind, i, symbols));
-                ASSERT_TRUE(models.good()) << symbols << ' ' << kind << " at " << i;
+                ASSERT_TRUE(models.same()) << symbols << ' ' << kind << " at " << i;
             }
         }
     }
@@ -384,14 +384,14 @@ TEST(m3_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
 
 // The longest codes
 
-TEST(m3_model, a_code_of_30_bits_is_good)
+TEST(m3_model, a_code_of_30_bits_is_usable)
 {
     models_in_step<value_slots> models(test::long_code_symbols);
     for (const u32 sym : test::symbols_of_long_codes(test::groups_of_30_bits)) models.step(sym);
     EXPECT_EQ(models.plain().longest_code(), 30U);
     EXPECT_FALSE(models.encoding().too_long);
     EXPECT_EQ(models.encoding().tables.codes[models.plain().pairs[0].sym].length, 30U);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
 TEST(m3_model, a_code_of_31_bits_is_too_long_and_stays_so)
@@ -403,26 +403,26 @@ TEST(m3_model, a_code_of_31_bits_is_too_long_and_stays_so)
     models.step(symbols.back());
     EXPECT_EQ(models.plain().longest_code(), 31U);
     EXPECT_TRUE(models.encoding().too_long);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
-TEST(m3_models, are_good_until_one_of_them_is_not)
+TEST(m3_models, are_ok_until_a_code_is_too_long)
 {
     const auto models = std::make_unique<m3_models<m3_encoder_tables>>(test::long_code_block);
     EXPECT_EQ(models->main.counts.symbols, 288U);
     EXPECT_EQ(models->distance.counts.symbols, test::long_code_symbols);
     EXPECT_EQ(models->length.counts.symbols, test::long_code_symbols);
-    EXPECT_TRUE(models->good());
+    EXPECT_TRUE(models->ok());
     for (auto* model : {&models->distance, &models->length}) {
         m3_model_init(*model, test::long_code_symbols);
         for (const u32 sym : test::symbols_of_long_codes(test::groups_of_31_bits))
             m3_model_step(*model, sym);
-        EXPECT_FALSE(models->good());
+        EXPECT_FALSE(models->ok());
         m3_model_init(*model, test::long_code_symbols);
-        EXPECT_TRUE(models->good());
+        EXPECT_TRUE(models->ok());
     }
     models->main.too_long = true;
-    EXPECT_FALSE(models->good());
+    EXPECT_FALSE(models->ok());
 }
 
 } // namespace

@@ -8,10 +8,10 @@
 namespace quarnex {
 namespace {
 
-// At the start, main symbols up to 223 have 8 bits and those from 224 on 9.  Of 17 slots, those up
+// Initially, main symbols up to 223 have 8 bits, those from 224 on 9.  Of 17 slots, those up
 // to 14 have 4 bits and the last two 5.
 
-constexpr u32 block_size = 100; // which makes 17 slots
+constexpr u32 block_size = 100; // 17 slots
 
 TEST(m3_prices, of_literals_are_their_code_lengths)
 {
@@ -53,7 +53,7 @@ TEST(m3_prices, of_long_lengths_by_hand)
     EXPECT_EQ(start_price<2>(37, 1), 9U + (4 + 1) + 4);
 }
 
-TEST(m3_prices, go_with_the_codes_as_they_are_rebuilt)
+TEST(m3_prices, follow_the_rebuilt_codes)
 {
     test::bytes text(256);
     std::iota(text.begin(), text.end(), u8{0});

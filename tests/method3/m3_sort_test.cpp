@@ -21,24 +21,24 @@ pairs pairs_of(const std::vector<u32>& freqs)
     return made;
 }
 
-m3_plain_pairs plain(const pairs& of)
+m3_plain_pairs plain(const pairs& list)
 {
     m3_plain_pairs made;
-    for (const m3_pair& pair : of) made.push_back({pair.freq, pair.sym});
+    for (const m3_pair& pair : list) made.push_back({pair.freq, pair.sym});
     return made;
 }
 
 /// The symbols, which pairs_of() numbers from 0, in the order of the pairs.
-std::vector<u32> order(const pairs& of)
+std::vector<u32> order(const pairs& list)
 {
     std::vector<u32> symbols;
-    for (const m3_pair& pair : of) symbols.push_back(pair.sym);
+    for (const m3_pair& pair : list) symbols.push_back(pair.sym);
     return symbols;
 }
 
-bool rises(const pairs& of)
+bool rises(const pairs& list)
 {
-    return std::is_sorted(of.begin(), of.end(),
+    return std::is_sorted(list.begin(), list.end(),
                           [](const m3_pair& a, const m3_pair& b) { return a.freq < b.freq; });
 }
 
@@ -61,7 +61,7 @@ std::vector<std::vector<u32>> patterns(u32 size, u64 seed)
     make([&](u32 i) { return i % 16; });                       // sawtooth
     make([&](u32 i) { return std::min(i, size - i); });        // organ pipe
     make([&](u32 i) { return size - std::min(i, size - i); }); // the other way round
-    make([&](u32 i) { return i == size / 2 ? 0 : i; });        // all but sorted
+    make([&](u32 i) { return i == size / 2 ? 0 : i; });        // almost sorted
     make([&](u32 i) { return i + (random.below(9) == 0 ? 40U : 0U); });
     make([&](u32) { return 7U; });
     return made;
@@ -69,7 +69,7 @@ std::vector<std::vector<u32>> patterns(u32 size, u64 seed)
 
 // The sort
 
-TEST(m3_sort_pairs, is_the_plain_sort_to_the_last_tie_and_gives_back_the_same_seed)
+TEST(m3_sort_pairs, is_the_plain_sort_to_the_last_tie_with_the_same_seed)
 {
     random_source random(1);
     usize rose = 0;
@@ -79,8 +79,8 @@ TEST(m3_sort_pairs, is_the_plain_sort_to_the_last_tie_and_gives_back_the_same_se
                 const u32 seed = depth < 3 ? random.next() : test::m3_plain_sort_seed;
                 pairs sorted = pairs_of(freqs);
                 m3_plain_pairs expected = plain(sorted);
-                const u32 seed_behind = m3_sort_pairs(sorted, depth, seed);
-                ASSERT_EQ(seed_behind, test::m3_plain_sort(expected, depth, seed)) << size;
+                const u32 new_seed = m3_sort_pairs(sorted, depth, seed);
+                ASSERT_EQ(new_seed, test::m3_plain_sort(expected, depth, seed)) << size;
                 ASSERT_EQ(plain(sorted), expected) << size << " at depth " << depth;
                 rose += rises(sorted) ? 1 : 0;
             }
@@ -103,22 +103,22 @@ TEST(m3_sort_pairs, an_array_that_already_rises_stays_as_it_is)
     }
 }
 
-TEST(m3_sort_pairs, small_ranges_put_the_first_smallest_in_front_and_insert_the_others)
+TEST(m3_sort_pairs, small_ranges_start_with_the_first_minimum_and_insert_the_others)
 {
     pairs sorted = pairs_of({2, 1, 1});
     EXPECT_EQ(m3_sort_pairs(sorted, 4, 5), 5U); // no seed is used
     EXPECT_EQ(order(sorted), (std::vector<u32>{1, 2, 0}));
-    // 3 at the end is swapped with 0 in front, and the other threes don't pass each other.
+    // 1 at the end is swapped with the first 3; the threes don't pass each other.
     sorted = pairs_of({3, 2, 3, 1});
     m3_sort_pairs(sorted, 4, 5);
     EXPECT_EQ(order(sorted), (std::vector<u32>{3, 1, 2, 0}));
-    // A front that is as small as any is not swapped.
+    // A first entry that is the minimum already is not swapped.
     sorted = pairs_of({1, 2, 1});
     m3_sort_pairs(sorted, 4, 5);
     EXPECT_EQ(order(sorted), (std::vector<u32>{0, 2, 1}));
 }
 
-TEST(m3_sort_pairs, a_range_of_31_is_cut_and_one_of_30_is_not)
+TEST(m3_sort_pairs, a_range_of_31_is_partitioned_and_one_of_30_is_not)
 {
     for (const u32 size : {30U, 31U}) {
         std::vector<u32> freqs;
@@ -130,7 +130,7 @@ TEST(m3_sort_pairs, a_range_of_31_is_cut_and_one_of_30_is_not)
     }
 }
 
-TEST(m3_sort_pairs, a_range_that_has_been_cut_depth_times_goes_to_the_heap_sort)
+TEST(m3_sort_pairs, a_range_partitioned_depth_times_goes_to_the_heap_sort)
 {
     random_source random(5);
     usize differences = 0;
@@ -144,7 +144,7 @@ TEST(m3_sort_pairs, a_range_that_has_been_cut_depth_times_goes_to_the_heap_sort)
         EXPECT_EQ(m3_sort_pairs(uncut, 0, 99), 99U);
         m3_heap_sort(by_heap);
         EXPECT_EQ(order(uncut), order(by_heap));
-        // Equal ones tell that the heap sort comes in between.
+        // The order of equal entries shows that the heap sort took over.
         m3_sort_pairs(cut_twice, 2, 99);
         m3_sort_pairs(cut_to_the_end, 1000, 99);
         differences += order(cut_twice) != order(cut_to_the_end) ? 1 : 0;
@@ -191,7 +191,7 @@ TEST(m3_heap_sort, nothing_and_one_entry)
 
 // The order of a rebuild
 
-TEST(m3_order_pairs, equal_counts_are_reversed_and_a_second_time_put_back)
+TEST(m3_order_pairs, equal_counts_are_reversed_and_reversed_back)
 {
     pairs equal = pairs_of(std::vector<u32>(288, 1));
     m3_order_pairs(equal);
@@ -200,14 +200,14 @@ TEST(m3_order_pairs, equal_counts_are_reversed_and_a_second_time_put_back)
     for (u32 i = 0; i < 288; ++i) ASSERT_EQ(equal[i].sym, i);
 }
 
-TEST(m3_order_pairs, what_rises_nowhere_is_reversed)
+TEST(m3_order_pairs, a_non_increasing_list_is_reversed)
 {
     pairs falling = pairs_of({9, 7, 7, 7, 3, 1, 1});
     m3_order_pairs(falling);
     EXPECT_EQ(order(falling), (std::vector<u32>{6, 5, 4, 3, 2, 1, 0}));
 }
 
-TEST(m3_order_pairs, what_falls_nowhere_stays)
+TEST(m3_order_pairs, a_non_decreasing_list_stays)
 {
     pairs rising = pairs_of({1, 1, 3, 7, 7, 7, 9});
     m3_order_pairs(rising);
@@ -231,11 +231,11 @@ TEST(m3_order_pairs, sorts_everything_else_with_its_own_depth_and_seed)
     EXPECT_EQ(test::m3_plain_sort_depth(288), 18U);
 }
 
-/// Frequencies of which each cut takes off only two: the second smallest is the pivot.
+/// Returns frequencies of which each partition splits off only two: the pivot is second smallest.
 std::vector<u32> hard_to_cut(u32 size)
 {
     std::vector<u32> freqs;
-    std::vector<u32> places; // of what stands behind the cuts
+    std::vector<u32> places; // of the entries after the partitions
     for (u32 i = 0; i < size; ++i) {
         freqs.push_back(1000 + i % 3);
         places.push_back(i);
@@ -245,13 +245,13 @@ std::vector<u32> hard_to_cut(u32 size)
         seed = seed * 69069 + 362437;
         std::swap(places[0], places[seed % (places.size() - 1)]);
         freqs[places[0]] = value;
-        freqs[places[1]] = value + 1; // the median of these and of the last one, which is large
+        freqs[places[1]] = value + 1; // the median of these two and of the last one, a large one
         places.erase(places.begin(), places.begin() + 2);
     }
     return freqs;
 }
 
-TEST(m3_order_pairs, ranges_of_288_pairs_are_cut_18_times_and_then_go_to_the_heap_sort)
+TEST(m3_order_pairs, 288_pairs_are_partitioned_18_times_before_the_heap_sort)
 {
     const auto sorted_at = [](u32 depth) {
         m3_plain_pairs sorted = plain(pairs_of(hard_to_cut(288)));
@@ -265,25 +265,25 @@ TEST(m3_order_pairs, ranges_of_288_pairs_are_cut_18_times_and_then_go_to_the_hea
     EXPECT_NE(plain(sorted), sorted_at(19));
 }
 
-TEST(m3_mend_order, takes_each_entry_any_distance_up_and_one_place_down)
+TEST(m3_bubble_pass, moves_an_entry_any_distance_up_and_one_place_down)
 {
-    pairs mended = pairs_of({9, 1, 2, 3, 4});
-    m3_mend_order(mended);
-    EXPECT_EQ(order(mended), (std::vector<u32>{1, 2, 3, 4, 0}));
-    mended = pairs_of({5, 6, 7, 8, 1});
-    m3_mend_order(mended);
-    EXPECT_EQ(order(mended), (std::vector<u32>{0, 1, 2, 4, 3}));
-    // The one taken up is left where a heavier one stands.
-    mended = pairs_of({4, 1, 1, 6, 1, 6, 2});
-    m3_mend_order(mended);
-    EXPECT_EQ(order(mended), (std::vector<u32>{1, 2, 0, 4, 3, 6, 5}));
+    pairs passed = pairs_of({9, 1, 2, 3, 4});
+    m3_bubble_pass(passed);
+    EXPECT_EQ(order(passed), (std::vector<u32>{1, 2, 3, 4, 0}));
+    passed = pairs_of({5, 6, 7, 8, 1});
+    m3_bubble_pass(passed);
+    EXPECT_EQ(order(passed), (std::vector<u32>{0, 1, 2, 4, 3}));
+    // The entry carried up stops at a heavier one, which is carried on.
+    passed = pairs_of({4, 1, 1, 6, 1, 6, 2});
+    m3_bubble_pass(passed);
+    EXPECT_EQ(order(passed), (std::vector<u32>{1, 2, 0, 4, 3, 6, 5}));
 }
 
-TEST(m3_mend_order, leaves_equal_entries_alone)
+TEST(m3_bubble_pass, leaves_equal_entries_alone)
 {
-    pairs mended = pairs_of({3, 3, 3, 3});
-    m3_mend_order(mended);
-    EXPECT_EQ(order(mended), (std::vector<u32>{0, 1, 2, 3}));
+    pairs passed = pairs_of({3, 3, 3, 3});
+    m3_bubble_pass(passed);
+    EXPECT_EQ(order(passed), (std::vector<u32>{0, 1, 2, 3}));
 }
 
 } // namespace

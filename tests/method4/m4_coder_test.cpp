@@ -23,35 +23,35 @@ TEST(m4_encode_freq, a_first_symbol)
 {
     // The unit is FFFFFFFF >> 15 = 1FFFF: low = 4000 * 1FFFF = 7FFFC000, range = 2000 * 1FFFF.
     bytes buffer(test::stream_room);
-    range_encoder to = start_range_encoder(buffer.data());
-    m4_encode_freq(to, 0x4000, 0x6000);
-    EXPECT_EQ(to.low, 0x7FFFC000U);
-    EXPECT_EQ(to.range, 0x3FFFE000U);
-    flush(to);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
+    range_encoder encoder = start_range_encoder(buffer.data());
+    m4_encode_freq(encoder, 0x4000, 0x6000);
+    EXPECT_EQ(encoder.low, 0x7FFFC000U);
+    EXPECT_EQ(encoder.range, 0x3FFFE000U);
+    flush(encoder);
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
 }
 
-TEST(m4_encode_freq, the_least_share_of_the_least_range_takes_two_bytes)
+TEST(m4_encode_freq, the_smallest_share_of_the_minimum_range_takes_two_bytes)
 {
     // The unit is 1000000 >> 15 = 200, and the range 200 too.
     bytes buffer(test::stream_room);
-    range_encoder to{buffer.data() + 1, 0x12345678, least_range};
-    m4_encode_freq(to, 0, 1);
-    EXPECT_EQ(to.range, 0x2000000U);
-    EXPECT_EQ(to.low, 0x56780000U);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0x34}));
+    range_encoder encoder{buffer.data() + 1, 0x12345678, min_range};
+    m4_encode_freq(encoder, 0, 1);
+    EXPECT_EQ(encoder.range, 0x2000000U);
+    EXPECT_EQ(encoder.low, 0x56780000U);
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x12, 0x34}));
 }
 
-TEST(m4_encode_freq, a_carry_behind_a_run_of_0xFF_makes_them_0x00_and_the_byte_before_one_more)
+TEST(m4_encode_freq, a_carry_runs_through_bytes_of_0xFF)
 {
     bytes buffer(test::stream_room);
-    range_encoder to = start_range_encoder(buffer.data());
-    to.low = 0x12FFFFFF;
-    for (int i = 0; i < 3; ++i) shift_low(to); // 12 FF FF, and FF000000 is left
-    m4_encode_freq(to, 0x6000, 0x6001);        // 6000 * 1FFFF = BFFFA000 more
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x13, 0x00, 0x00, 0xBE}));
-    EXPECT_EQ(to.low, 0xFFA00000U);
-    EXPECT_EQ(to.range, 0x1FFFF00U);
+    range_encoder encoder = start_range_encoder(buffer.data());
+    encoder.low = 0x12FFFFFF;
+    for (int i = 0; i < 3; ++i) shift_low(encoder); // 12 FF FF, and FF000000 is left
+    m4_encode_freq(encoder, 0x6000, 0x6001);        // 6000 * 1FFFF = BFFFA000 more
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x13, 0x00, 0x00, 0xBE}));
+    EXPECT_EQ(encoder.low, 0xFFA00000U);
+    EXPECT_EQ(encoder.range, 0x1FFFF00U);
 }
 
 // Symbols of a model
@@ -68,73 +68,73 @@ TEST(m4_decode_freq, at_both_ends_of_each_share)
         for (const u32 place : {model->cum[sym] + 0U, model->cum[sym + 1] - 1U}) {
             // The unit is 1FFFF, and the code anywhere in it.
             for (const u32 inside : {0U, 0x1FFFEU}) {
-                range_decoder from{next.data(), place * 0x1FFFF + inside};
-                ASSERT_EQ(m4_decode_freq(from, *model), sym) << place;
+                range_decoder decoder{next.data(), place * 0x1FFFF + inside};
+                ASSERT_EQ(m4_decode_freq(decoder, *model), sym) << place;
             }
         }
     }
 }
 
-TEST(m4_decode_freq, a_place_behind_all_shares_takes_nothing)
+TEST(m4_decode_freq, a_position_past_all_shares_changes_nothing)
 {
     const auto model = std::make_unique<m4_model<m4_lookup, main_symbols>>();
     m4_model_init(*model, main_symbols); // the shares end at 32767
     const bytes next(8, 0x55);
-    range_decoder from{next.data(), 32767U * 0x1FFFF - 1};
-    EXPECT_EQ(m4_decode_freq(from, *model), 287U);
-    // In the least range the places go on to 32768 + 63; in the full one there is one behind all.
+    range_decoder decoder{next.data(), 32767U * 0x1FFFF - 1};
+    EXPECT_EQ(m4_decode_freq(decoder, *model), 287U);
+    // In the minimum range positions reach 32768 + 63; in the full one a single one is too high.
     for (const range_decoder& start :
          {range_decoder{next.data(), 32767U * 0x1FFFF}, range_decoder{next.data(), 0xFFFFFFFE},
           range_decoder{next.data(), 0x1007FFE, 0x1007FFF}}) {
-        from = start;
-        EXPECT_EQ(m4_decode_freq(from, *model), 288U);
-        EXPECT_EQ(from.code, start.code);
-        EXPECT_EQ(from.range, start.range);
-        EXPECT_EQ(from.in, start.in);
+        decoder = start;
+        EXPECT_EQ(m4_decode_freq(decoder, *model), 288U);
+        EXPECT_EQ(decoder.code, start.code);
+        EXPECT_EQ(decoder.range, start.range);
+        EXPECT_EQ(decoder.in, start.in);
     }
 }
 
 // Direct values
 
-TEST(m4_direct, a_value_of_25_bits_has_its_lowest_24_first_and_then_the_highest)
+TEST(m4_direct, a_value_of_25_bits_starts_with_its_lowest_24)
 {
     const u32 value = 0x1ABCDEF;
-    const bytes stream = coded([](auto& to) { m4_encode_direct(to, value, 25); });
-    EXPECT_EQ(stream, coded([](auto& to) {
-                  encode_direct(to, 0xABCDEF, 24);
-                  encode_direct(to, 1, 1);
+    const bytes stream = coded([](auto& encoder) { m4_encode_direct(encoder, value, 25); });
+    EXPECT_EQ(stream, coded([](auto& encoder) {
+                  encode_direct(encoder, 0xABCDEF, 24);
+                  encode_direct(encoder, 1, 1);
               }));
     // FFFFFFFF >> 24 = FF; low = ABCDEF * FF = AB222111, and three bytes leave; the range
     // FF000000 >> 1 = 7F800000 is added to 11000000.
     EXPECT_EQ(stream, (bytes{0x00, 0xAB, 0x22, 0x21, 0x90, 0x80, 0x00, 0x00}));
     const bytes readable = with_slack(stream);
-    range_decoder from = start_range_decoder(readable.data());
+    range_decoder decoder = start_range_decoder(readable.data());
     bool damaged = false;
-    EXPECT_EQ(m4_decode_direct(from, 25, damaged), value);
+    EXPECT_EQ(m4_decode_direct(decoder, 25, damaged), value);
     EXPECT_FALSE(damaged);
-    EXPECT_EQ(from.in, readable.data() + stream.size());
+    EXPECT_EQ(decoder.in, readable.data() + stream.size());
 }
 
-TEST(m4_direct, values_of_1_to_30_bits_are_the_plain_ones_and_come_back)
+TEST(m4_direct, values_of_1_to_30_bits_match_the_plain_form_and_come_back)
 {
     for (u32 count = 1; count <= 30; ++count) {
         random_source random(count);
         std::vector<u32> values{0, (1U << count) - 1, 1, 1U << (count - 1)};
         for (int i = 0; i < 1000; ++i) values.push_back(random.below(1U << count));
         m4_plain_coder plain;
-        const bytes stream = coded([&](auto& to) {
+        const bytes stream = coded([&](auto& encoder) {
             for (const u32 value : values) {
                 plain.direct(value, count);
-                m4_encode_direct(to, value, count);
+                m4_encode_direct(encoder, value, count);
             }
         });
         plain.flush();
         EXPECT_EQ(stream, plain.out) << count;
         const bytes readable = with_slack(stream);
-        range_decoder from = start_range_decoder(readable.data());
+        range_decoder decoder = start_range_decoder(readable.data());
         bool damaged = false;
         for (const u32 value : values)
-            ASSERT_EQ(m4_decode_direct(from, count, damaged), value) << count;
+            ASSERT_EQ(m4_decode_direct(decoder, count, damaged), value) << count;
         EXPECT_FALSE(damaged);
     }
 }
@@ -143,37 +143,37 @@ TEST(m4_direct, a_value_beyond_its_bits_is_damage)
 {
     const bytes next(8);
     for (u32 count = 1; count <= 24; ++count) {
-        // The last of 2^count parts, and what is left behind it.
+        // The last of 2^count parts, and the rest after it.
         const u32 range = 0x1FFFFFF;
-        const u32 behind = (range >> count) << count;
+        const u32 parts_end = (range >> count) << count;
         bool damaged = false;
-        range_decoder from{next.data(), behind - 1, range};
-        EXPECT_EQ(m4_decode_direct(from, count, damaged), (1U << count) - 1);
+        range_decoder decoder{next.data(), parts_end - 1, range};
+        EXPECT_EQ(m4_decode_direct(decoder, count, damaged), (1U << count) - 1);
         EXPECT_FALSE(damaged) << count;
-        from = {next.data(), range - 1, range};
-        EXPECT_GE(m4_decode_direct(from, count, damaged), 1U << count);
+        decoder = {next.data(), range - 1, range};
+        EXPECT_GE(m4_decode_direct(decoder, count, damaged), 1U << count);
         EXPECT_TRUE(damaged) << count;
     }
-    // In the first of two steps; in the second one, nothing is left behind the parts.
+    // In the first of two steps; in the second one the parts leave no rest.
     bool damaged = false;
-    range_decoder from{next.data(), 0xFFFFFF, 0x1FFFFFE};
-    m4_decode_direct(from, 25, damaged);
+    range_decoder decoder{next.data(), 0xFFFFFF, 0x1FFFFFE};
+    m4_decode_direct(decoder, 25, damaged);
     EXPECT_FALSE(damaged);
-    from = {next.data(), 0x1000000, 0x1FFFFFE};
-    m4_decode_direct(from, 25, damaged);
+    decoder = {next.data(), 0x1000000, 0x1FFFFFE};
+    m4_decode_direct(decoder, 25, damaged);
     EXPECT_TRUE(damaged);
 }
 
-TEST(m4_direct, damage_once_told_stays)
+TEST(m4_direct, damage_once_reported_stays)
 {
     const bytes next(8);
-    range_decoder from{next.data(), 0};
+    range_decoder decoder{next.data(), 0};
     bool damaged = true;
-    EXPECT_EQ(m4_decode_direct(from, 5, damaged), 0U);
+    EXPECT_EQ(m4_decode_direct(decoder, 5, damaged), 0U);
     EXPECT_TRUE(damaged);
 }
 
-// Any mixture
+// Mixtures
 
 TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
 {
@@ -186,7 +186,7 @@ TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         std::vector<item> items;
         for (int i = 0; i < 5000; ++i) {
             const u32 count = random.below(8) == 0 ? 1 + random.below(30) : 0;
-            // Some streams have one symbol nearly always, which takes next to nothing.
+            // Some streams are nearly always the same symbol, which takes almost no bits.
             const u32 width = 1 + random.below(seed % 4 == 0 && i % 50 != 0 ? 1U : 63U);
             items.push_back({random.below(count != 0 ? 1U << count : width), count});
         }
@@ -196,14 +196,14 @@ TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         m4_model_init(*decoding, 63);
         m4_plain_model plain_model(63, m4_slot_step);
         m4_plain_coder plain;
-        const bytes stream = coded([&](auto& to) {
+        const bytes stream = coded([&](auto& encoder) {
             for (const item& next : items) {
                 if (next.count != 0) {
-                    m4_encode_direct(to, next.value, next.count);
+                    m4_encode_direct(encoder, next.value, next.count);
                     plain.direct(next.value, next.count);
                     continue;
                 }
-                m4_encode_freq(to, encoding->cum[next.value], encoding->cum[next.value + 1]);
+                m4_encode_freq(encoder, encoding->cum[next.value], encoding->cum[next.value + 1]);
                 m4_model_step<m4_slot_step>(*encoding, next.value);
                 plain.freq(plain_model.cum[next.value], plain_model.cum[next.value + 1]);
                 plain_model.step(next.value);
@@ -213,18 +213,19 @@ TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         ASSERT_EQ(stream, plain.out) << seed;
 
         const bytes readable = with_slack(stream);
-        range_decoder from = start_range_decoder(readable.data());
+        range_decoder decoder = start_range_decoder(readable.data());
         bool damaged = false;
         for (const item& next : items) {
             if (next.count != 0) {
-                ASSERT_EQ(m4_decode_direct(from, next.count, damaged), next.value) << seed;
+                ASSERT_EQ(m4_decode_direct(decoder, next.count, damaged), next.value) << seed;
                 continue;
             }
-            ASSERT_EQ(m4_decode_freq(from, *decoding), next.value) << seed;
+            ASSERT_EQ(m4_decode_freq(decoder, *decoding), next.value) << seed;
             m4_model_step<m4_slot_step>(*decoding, next.value);
         }
         EXPECT_FALSE(damaged);
-        EXPECT_EQ(from.in, readable.data() + stream.size()) << "the last byte is taken, no more";
+        EXPECT_EQ(decoder.in, readable.data() + stream.size())
+            << "the last byte is consumed, no more";
     }
 }
 

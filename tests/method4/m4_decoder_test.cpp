@@ -32,7 +32,7 @@ codec_parameters parameters_with(u32 min_match, u8 lit_ctx_bits = 0)
 
 const codec_parameters low = m4_parameters(0);
 
-/// A stream behind 'a', symbol by symbol, by models that the caller has.
+/// Builds a stream after the raw byte 'a' symbol by symbol, with models of the caller.
 class crafted_stream {
   public:
     crafted_stream() { coder_.out = {'a'}; }
@@ -86,12 +86,12 @@ TEST(m4_decoder, a_literal)
     EXPECT_EQ(decode({'a', 0x00, 0x57, 0x1B, 0xD4, 0x72, 0x00}, 2, low), bytes_of("ab"));
 }
 
-TEST(m4_decoder, does_not_look_at_the_first_byte_of_the_coder)
+TEST(m4_decoder, ignores_the_first_byte_of_the_coder)
 {
     EXPECT_EQ(decode({'a', 0x77, 0x57, 0x1B, 0xD4, 0x72, 0x00}, 2, low), bytes_of("ab"));
 }
 
-TEST(m4_decoder, a_match_behind_the_first_byte_at_distance_1_has_4_3_or_2_bytes_by_the_level)
+TEST(m4_decoder, the_shortest_match_has_4_3_or_2_bytes_by_the_level)
 {
     m4_plain_model main(288, 2);
     m4_plain_model distance(17, 1);
@@ -103,7 +103,7 @@ TEST(m4_decoder, a_match_behind_the_first_byte_at_distance_1_has_4_3_or_2_bytes_
     EXPECT_EQ(decode(stream, 4, m4_parameters(9)), bytes_of("aaab"));
 }
 
-TEST(m4_decoder, length_symbol_286_gives_min_match_and_30_and_the_next_length_takes_the_escape)
+TEST(m4_decoder, length_symbol_286_is_min_match_plus_30_and_287_is_the_escape)
 {
     m4_plain_model main(288, 2);
     m4_plain_model distance(17, 1);
@@ -120,31 +120,31 @@ TEST(m4_decoder, length_symbol_286_gives_min_match_and_30_and_the_next_length_ta
     EXPECT_EQ(decode(crafted.end(), 127, low), bytes(expected.begin(), expected.begin() + 127));
 }
 
-TEST(m4_decoder, the_first_literal_after_a_match_has_the_match_s_last_byte_for_its_context)
+TEST(m4_decoder, the_context_after_a_match_is_its_last_byte)
 {
     // "ab", then "ababa" and 'c', of which the first context is 'a', and so is the last.
-    m4_plain_model behind_a(288, 2);
-    m4_plain_model behind_b(288, 2);
-    m4_plain_model behind_c(288, 2);
+    m4_plain_model after_a(288, 2);
+    m4_plain_model after_b(288, 2);
+    m4_plain_model after_c(288, 2);
     m4_plain_model distance(17, 1);
     crafted_stream crafted;
-    crafted.symbol(behind_a, 'b').symbol(behind_b, 257).symbol(distance, 1);
-    crafted.symbol(behind_a, 'c').symbol(behind_c, 'd');
+    crafted.symbol(after_a, 'b').symbol(after_b, 257).symbol(distance, 1);
+    crafted.symbol(after_a, 'c').symbol(after_c, 'd');
     EXPECT_EQ(decode(crafted.end(), 9, m4_parameters(0, 8)), bytes_of("abababacd"));
 }
 
-TEST(m4_decoder, a_context_has_the_lowest_bits_of_a_byte_only)
+TEST(m4_decoder, a_context_is_the_lowest_bits_of_a_byte)
 {
     // 'a' is 61 and 'q' 71, 'b' is 62 and 'r' 72: of three bits, two contexts.
-    m4_plain_model behind_1(288, 2);
-    m4_plain_model behind_2(288, 2);
+    m4_plain_model after_1(288, 2);
+    m4_plain_model after_2(288, 2);
     crafted_stream crafted;
-    crafted.symbol(behind_1, 'r').symbol(behind_2, 'q').symbol(behind_1, 'b');
-    crafted.symbol(behind_2, 'r').symbol(behind_2, 'x');
+    crafted.symbol(after_1, 'r').symbol(after_2, 'q').symbol(after_1, 'b');
+    crafted.symbol(after_2, 'r').symbol(after_2, 'x');
     EXPECT_EQ(decode(crafted.end(), 6, m4_parameters(0, 3)), bytes_of("arqbrx"));
 }
 
-TEST(m4_decoder, contexts_above_the_mask_are_set_up_and_never_touched)
+TEST(m4_decoder, contexts_above_the_mask_are_initialised_and_never_used)
 {
     const m4_block block = test::random_token_block(1, 1, 4, 2000);
     for (const u8 bits : {u8{0}, u8{3}, u8{5}}) {
@@ -184,7 +184,7 @@ TEST(m4_decoder, a_last_match_that_overruns_the_block_is_cut)
 
 // Copies
 
-TEST(m4_decoder, matches_at_small_distances_repeat_themselves)
+TEST(m4_decoder, overlapping_matches_repeat_their_bytes)
 {
     m4_block block = m4_block().literals_to(20);
     for (u32 dist = 1; dist <= 20; ++dist) {
@@ -197,7 +197,7 @@ TEST(m4_decoder, matches_at_small_distances_repeat_themselves)
     }
 }
 
-TEST(m4_decoder, every_slot_that_fits_a_block_at_both_of_its_ends)
+TEST(m4_decoder, the_first_and_last_value_of_every_slot)
 {
     m4_block block = m4_block().literals_to(100).match(5 << 20, 97);
     for (u32 slot = 4; slot < 44; ++slot) {
@@ -219,7 +219,7 @@ TEST(m4_decoder, an_offset_code_of_25_extra_bits_has_its_lowest_24_first)
     EXPECT_TRUE(decode(block.stream(), block.data().size(), low) == block.data());
 }
 
-TEST(m4_decoder, decodes_any_valid_stream_of_all_kinds)
+TEST(m4_decoder, decodes_streams_of_random_tokens)
 {
     for (u32 seed = 1; seed <= 18; ++seed) {
         for (const u32 min_match : {4U, 3U, 2U}) {
@@ -240,7 +240,7 @@ TEST(m4_decoder, a_code_that_is_not_below_the_range_at_the_start_is_damage)
     EXPECT_EQ(decode({'a', 0, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}, 9, low), bytes_of("a"));
 }
 
-TEST(m4_decoder, a_place_behind_all_shares_is_damage)
+TEST(m4_decoder, a_position_past_all_shares_is_damage)
 {
     // The shares end at 32767 * 1FFFF = FFFD8001.
     bytes stream{'a', 0, 0xFF, 0xFD, 0x80, 0x01};
@@ -253,7 +253,7 @@ TEST(m4_decoder, a_place_behind_all_shares_is_damage)
     EXPECT_EQ(decode(stream, 36, low), bytes(36, 'a'));
 }
 
-TEST(m4_decoder, a_direct_value_of_as_many_bits_and_one_more_is_damage)
+TEST(m4_decoder, a_direct_value_of_one_bit_too_many_is_damage)
 {
     // Slot 36 of a length has 17 bits, and the range has room for 2^17 + 1 values.
     for (const bool good : {true, false}) {
@@ -291,7 +291,7 @@ test::coded_block coded(u32 seed, u32 min_match)
             parameters_with(min_match, static_cast<u8>(bits))};
 }
 
-TEST(m4_decoder, a_payload_cut_anywhere_gives_the_start_of_its_block_whatever_lies_behind_it)
+TEST(m4_decoder, a_cut_payload_gives_the_start_of_the_block_whatever_follows)
 {
     for (u32 seed = 1; seed <= 3; ++seed)
         test::expect_cuts_to_give_the_start_of_the_block(coded(seed, 2 + seed % 3));
@@ -315,7 +315,7 @@ TEST(m4_decoder, nonsense_gives_some_bytes)
             parameters_with(min_match, static_cast<u8>(2 * min_match)));
 }
 
-TEST(m4_decoder, parameters_that_make_no_sense_do_no_harm)
+TEST(m4_decoder, invalid_parameters_do_no_harm)
 {
     const m4_block block = test::random_token_block(3, 1, 2, 300);
     codec_parameters parameters = m4_parameters(9);

@@ -71,7 +71,7 @@ TEST(m4_encoder, a_one_byte_block_would_be_the_raw_byte_and_the_flush_and_goes_o
     }
 }
 
-TEST(m4_encoder, incompressible_data_come_out_as_the_raw_block_and_the_flush_stays_in_the_slack)
+TEST(m4_encoder, incompressible_blocks_are_stored_and_the_flush_stays_in_the_slack)
 {
     for (usize size = 1; size <= 300; ++size) {
         const bytes block = test::find_shape("random").make(size, size);
@@ -138,7 +138,7 @@ TEST(m4_tokens, a_distance_of_25_extra_bits_has_its_lowest_24_first)
     EXPECT_EQ(write_tokens(block), block.stream());
 }
 
-TEST(m4_tokens, of_no_context_bits_go_through_main_model_0_only)
+TEST(m4_tokens, use_the_main_models_below_the_context_mask_only)
 {
     const auto state = std::make_unique<m4_enc_state>();
     const m4_block block = test::random_token_block(1, 1, 4, 2000);
@@ -227,7 +227,7 @@ TEST(m4_encoder, the_first_window_at_level_9_takes_as_many_matches_as_it_can)
 TEST(m4_encoder, the_first_window_at_level_8_takes_the_sum_that_wrapped_farther)
 {
     // From the end: a literal that has no choice; one of -40264; the match of 3 bytes up to the
-    // end, -97608, beats -80528; and then each literal, with what is behind it, beats a match,
+    // end, -97608, beats -80528; and then each literal, with the rest after it, beats a match,
     // which is charged alone.
     std::vector<plain_token> tokens(38, {1, 0});
     tokens.push_back({3, 1});

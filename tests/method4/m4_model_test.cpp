@@ -13,7 +13,7 @@ namespace {
 using test::m4_plain_model;
 using test::random_source;
 
-/// A model of each side and the plain one, which must agree.
+/// The models of both sides and the plain one, which must agree.
 template <u32 Capacity, u32 Step>
 class models_in_step {
   public:
@@ -34,7 +34,7 @@ class models_in_step {
         if (plain_.countdown == static_cast<i32>(plain_.period)) check_shares();
     }
 
-    /// Adds to the count of a symbol, as if it had come.
+    /// Adds to the count of a symbol, as if it had been coded.
     void add(u32 sym, u32 count)
     {
         plain_.counts[sym] += count;
@@ -46,12 +46,12 @@ class models_in_step {
     }
 
     const m4_model<m4_lookup, Capacity>& model() const { return *decoding_; }
-    bool good() const { return good_; }
+    bool same() const { return same_; }
 
   private:
     void check_counts(const adaptive_counts<Capacity>& counts)
     {
-        good_ = good_ && counts.total == plain_.total && counts.period == plain_.period &&
+        same_ = same_ && counts.total == plain_.total && counts.period == plain_.period &&
                 counts.countdown == plain_.countdown && counts.symbols == plain_.counts.size() &&
                 std::equal(plain_.counts.begin(), plain_.counts.end(), counts.counts);
     }
@@ -59,17 +59,17 @@ class models_in_step {
     void check_shares()
     {
         const auto& cum = plain_.cum;
-        good_ = good_ && std::equal(cum.begin(), cum.end(), encoding_->cum) &&
+        same_ = same_ && std::equal(cum.begin(), cum.end(), encoding_->cum) &&
                 std::equal(cum.begin(), cum.end(), decoding_->cum) && lookup_is_right();
-        // No share is empty, and what lies behind them is above them all.
-        good_ = good_ &&
+        // No share is empty, and the padding after the last one is above them all.
+        same_ = same_ &&
                 std::adjacent_find(cum.begin(), cum.end(), std::greater_equal<>()) == cum.end();
-        const u16* const behind = decoding_->cum + cum.size();
-        good_ = good_ && std::all_of(behind, behind + sorted_group,
+        const u16* const padding = decoding_->cum + cum.size();
+        same_ = same_ && std::all_of(padding, padding + sorted_group,
                                      [](u16 share) { return share == 0xFFFF; });
     }
 
-    /// Whether a search that goes up from the table's symbol finds each place's own.
+    /// Returns true if a search up from the table's entry finds the symbol of each position.
     bool lookup_is_right() const
     {
         const u16* const first = decoding_->lookup.first;
@@ -91,7 +91,7 @@ class models_in_step {
     std::unique_ptr<encoding_model> encoding_ = std::make_unique<encoding_model>();
     std::unique_ptr<decoding_model> decoding_ = std::make_unique<decoding_model>();
     m4_plain_model plain_;
-    bool good_ = true;
+    bool same_ = true;
 };
 using main_models = models_in_step<main_symbols, m4_main_step>;
 using slot_models = models_in_step<value_slots, m4_slot_step>;
@@ -107,12 +107,12 @@ TEST(m4_model, starts_with_288_shares_at_multiples_of_7456540_by_65536)
     EXPECT_EQ(model.cum[288], 32767U);
     EXPECT_EQ(model.counts.period, 2U);
     EXPECT_EQ(model.counts.countdown, 2);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
-TEST(m4_model, at_the_start_the_last_entry_of_the_table_finds_the_last_symbol)
+TEST(m4_model, initially_the_last_entry_of_the_table_finds_the_last_symbol)
 {
-    // Shares are at least 113 units wide, so that no entry is more than three symbols behind.
+    // Shares are at least 113 units wide, so no entry is more than three symbols too low.
     const main_models models(288);
     const auto& model = models.model();
     for (u32 sym = 0; sym < 288; ++sym) EXPECT_GE(model.cum[sym + 1] - model.cum[sym], 113);
@@ -124,7 +124,7 @@ TEST(m4_model, at_the_start_the_last_entry_of_the_table_finds_the_last_symbol)
 TEST(m4_model, every_alphabet_of_slots_starts_as_the_plain_one)
 {
     for (u32 symbols = 17; symbols < 64; ++symbols)
-        EXPECT_TRUE(slot_models(symbols).good()) << symbols;
+        EXPECT_TRUE(slot_models(symbols).same()) << symbols;
 }
 
 // Shares
@@ -140,10 +140,10 @@ TEST(m4_model, a_power_of_two_as_total_fills_the_interval_and_the_last_symbol_th
     for (u32 entry = 1; entry <= 128; ++entry)
         EXPECT_EQ(model.lookup.first[entry], (entry - 1) / 4) << entry;
     EXPECT_EQ(model.lookup.first[128], 31U);
-    EXPECT_TRUE(models.good());
+    EXPECT_TRUE(models.same());
 }
 
-TEST(m4_model, a_total_as_large_as_it_gets_leaves_each_symbol_a_share)
+TEST(m4_model, the_maximum_total_leaves_each_symbol_a_share)
 {
     // 32767: the scale is 65538, just above 1 for a count.
     auto model = std::make_unique<m4_model<m4_lookup, main_symbols>>();
@@ -158,7 +158,7 @@ TEST(m4_model, a_total_as_large_as_it_gets_leaves_each_symbol_a_share)
 
 // Periods
 
-TEST(m4_model, main_models_rescale_after_1_2_4_and_so_on_to_1024_symbols)
+TEST(m4_model, periods_of_main_models_double_from_1_to_1024_symbols)
 {
     auto model = std::make_unique<m4_model<m4_no_lookup, main_symbols>>();
     m4_model_init(*model, main_symbols);
@@ -172,7 +172,7 @@ TEST(m4_model, main_models_rescale_after_1_2_4_and_so_on_to_1024_symbols)
     EXPECT_EQ(passed, (std::vector<u32>{1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 1024, 1024}));
 }
 
-TEST(m4_model, slot_models_rescale_after_2_4_8_and_so_on_to_2048_symbols)
+TEST(m4_model, periods_of_slot_models_double_from_2_to_2048_symbols)
 {
     auto model = std::make_unique<m4_model<m4_no_lookup, value_slots>>();
     m4_model_init(*model, 17);
@@ -187,7 +187,7 @@ TEST(m4_model, slot_models_rescale_after_2_4_8_and_so_on_to_2048_symbols)
               (std::vector<u32>{2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 2048, 2048}));
 }
 
-TEST(m4_model, shares_lag_behind_the_counts_until_the_period_ends)
+TEST(m4_model, shares_change_only_at_the_end_of_a_period)
 {
     auto model = std::make_unique<m4_model<m4_no_lookup, value_slots>>();
     m4_model_init(*model, 17);
@@ -201,7 +201,7 @@ TEST(m4_model, shares_lag_behind_the_counts_until_the_period_ends)
     EXPECT_EQ(model->cum[1], 3 * ((1U << 31) / 19) >> 16);
 }
 
-TEST(m4_model, a_total_of_30719_stays_unhalved_and_30720_halves)
+TEST(m4_model, counts_are_halved_above_a_total_of_30719)
 {
     main_models models(288);
     models.add(5, 30719 - 2 - 288);
@@ -217,23 +217,23 @@ TEST(m4_model, a_total_of_30719_stays_unhalved_and_30720_halves)
     EXPECT_EQ(others.model().counts.counts[6], 2U);     // 3
     EXPECT_EQ(others.model().counts.counts[0], 1U);
     EXPECT_EQ(others.model().counts.total, 15216U + 2 + 286);
-    EXPECT_TRUE(models.good());
-    EXPECT_TRUE(others.good());
+    EXPECT_TRUE(models.same());
+    EXPECT_TRUE(others.same());
 }
 
-// Any course
+// Long courses
 
-/// The next symbol in one of several distributions, which change on the way.
+/// Returns the next symbol of one of several, some changing, distributions.
 u32 any_symbol(random_source& random, u32 kind, u32 at, u32 symbols)
 {
     switch (kind) {
     case 0:
         return random.below(symbols);
-    case 1: // small ones mostly
+    case 1: // mostly small ones
         return random.below(1 + random.below(1 + random.below(symbols)));
-    case 2: // one in a row, hardly ever another
+    case 2: // runs of one symbol, rarely another
         return random.below(100) == 0 ? random.below(symbols) : at / 9000 % symbols;
-    default: // large ones mostly, others every 5000
+    default: // mostly large ones, changing every 5000 symbols
         return (symbols - 1 - random.below(1 + random.below(8)) + at / 5000 * 37) % symbols;
     }
 }
@@ -246,17 +246,17 @@ void expect_plain_course(u32 symbols)
         Models models(symbols);
         for (u32 i = 0; i < 40000; ++i) {
             models.step(any_symbol(random, kind, i, symbols));
-            ASSERT_TRUE(models.good()) << symbols << ' ' << kind << " at " << i;
+            ASSERT_TRUE(models.same()) << symbols << ' ' << kind << " at " << i;
         }
     }
 }
 
-TEST(m4_model, is_the_plain_model_after_each_of_many_symbols)
+TEST(m4_model, matches_the_plain_model_after_each_of_many_symbols)
 {
     expect_plain_course<main_models>(288);
 }
 
-TEST(m4_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
+TEST(m4_model, of_slots_matches_the_plain_model_after_each_of_many_symbols)
 {
     for (u32 symbols = 17; symbols < 64; symbols += symbols < 20 || symbols > 60 ? 1 : 5)
         expect_plain_course<slot_models>(symbols);
@@ -264,7 +264,7 @@ TEST(m4_model, of_slots_is_the_plain_model_after_each_of_many_symbols)
 
 // All models of a block
 
-/// Expects a model as it is at the start.
+/// Expects a model in its initial state.
 template <class Model>
 void expect_start(const Model& model, u32 symbols)
 {

@@ -46,7 +46,7 @@ TEST_F(m4_prices_of_a_block, extra_bits_of_a_distance_cost_a_bit_each)
     EXPECT_EQ(prices().matches(1, 257)(3), near + 7 * 4096);
 }
 
-TEST_F(m4_prices_of_a_block, extra_bits_of_a_length_go_free)
+TEST_F(m4_prices_of_a_block, extra_bits_of_a_length_are_not_priced)
 {
     const u32 long_length = fresh_main - unseen + (fresh_slots - unseen);
     const u32 near = fresh_slots - unseen;
@@ -90,7 +90,7 @@ TEST_F(m4_prices_of_a_block, a_symbol_has_a_real_price_from_its_fourth_use_on)
     }
 }
 
-TEST_F(m4_prices_of_a_block, the_base_prices_are_those_of_the_windows_start_and_the_counts_are_not)
+TEST_F(m4_prices_of_a_block, base_prices_are_those_of_the_window_start_but_counts_are_current)
 {
     const m4_prices<3> before = prices();
     models->main[0].counts.total = 1024;
@@ -102,7 +102,7 @@ TEST_F(m4_prices_of_a_block, the_base_prices_are_those_of_the_windows_start_and_
     EXPECT_EQ(before.literal(1), fresh_main);
 }
 
-TEST_F(m4_prices_of_a_block, the_context_is_the_byte_before_as_far_as_the_mask_goes)
+TEST_F(m4_prices_of_a_block, the_context_is_the_masked_previous_byte)
 {
     models->main[u8{'x'}].counts.counts[u8{'b'}] = 16;
     models->main[u8{'y'}].counts.counts[u8{'b'}] = 32;

@@ -1,4 +1,4 @@
-// method4/m4_streams.h - blocks told token by token, for the tests of method 4
+// method4/m4_streams.h - blocks built from tokens, for the tests of method 4
 #pragma once
 
 #include "plain/m4_plain.h"
@@ -6,7 +6,7 @@
 
 namespace quarnex::test {
 
-/// A raw byte and some tokens, with the block that they make.
+/// A raw byte and tokens, with the block they make.
 struct m4_block : token_block {
     m4_block() : token_block({'a'}) {}
     m4_block(token_block block) : token_block(std::move(block)) {}

@@ -30,42 +30,42 @@ TEST(m5_encode_bit, first_bits)
     // A 1 at one half: low = 16384 * 0x1FFFF = 7FFFC000, range = FFFFFFFF - 7FFFC000 = 80003FFF.
     // A 0 at one half: range = 16384 * 0x10000 = 40000000.
     bytes buffer(test::stream_room);
-    range_encoder to = start_range_encoder(buffer.data());
+    range_encoder encoder = start_range_encoder(buffer.data());
     m5_prob_pair pair;
-    m5_encode_bit(to, pair, 1);
-    EXPECT_EQ(to.low, 0x7FFFC000U);
-    EXPECT_EQ(to.range, 0x80003FFFU);
+    m5_encode_bit(encoder, pair, 1);
+    EXPECT_EQ(encoder.low, 0x7FFFC000U);
+    EXPECT_EQ(encoder.range, 0x80003FFFU);
     EXPECT_EQ(pair.fast(), 14336U); // 16384 - 2048
     EXPECT_EQ(pair.slow(), 16128U); // 16384 - 256
     m5_prob_pair other;
-    m5_encode_bit(to, other, 0);
-    EXPECT_EQ(to.low, 0x7FFFC000U);
-    EXPECT_EQ(to.range, 0x40000000U);
+    m5_encode_bit(encoder, other, 0);
+    EXPECT_EQ(encoder.low, 0x7FFFC000U);
+    EXPECT_EQ(encoder.range, 0x40000000U);
     EXPECT_EQ(other.fast(), 18432U);
     EXPECT_EQ(other.slow(), 16640U);
-    flush(to);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
+    flush(encoder);
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
 }
 
 TEST(m5_encode_bit, the_smallest_bound_is_35_times_512)
 {
-    // A 0 of the least probability, 35, in the least range: 35 * 512 = 4600 (hexadecimal) is left
-    // and takes two shifts.
+    // A 0 of the minimum probability, 35, in the minimum range: 35 * 512 = 4600 (hexadecimal) is
+    // left and takes two shifts.
     bytes buffer(test::stream_room);
     m5_prob_pair pair{7 | 63U << 16};
-    range_encoder to{buffer.data() + 1, 0x12345678, 0x01000000};
-    m5_encode_bit(to, pair, 0);
-    EXPECT_EQ(to.range, 0x46000000U);
-    EXPECT_EQ(to.low, 0x56780000U);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0x34}));
+    range_encoder encoder{buffer.data() + 1, 0x12345678, 0x01000000};
+    m5_encode_bit(encoder, pair, 0);
+    EXPECT_EQ(encoder.range, 0x46000000U);
+    EXPECT_EQ(encoder.low, 0x56780000U);
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x12, 0x34}));
 
     // A 1 of the same probability: bound = 32733 * 512 = FFBA00, and 4600 are left again.
     pair = {32761 | 32705U << 16};
-    to = {buffer.data() + 1, 0x12000000, 0x01000000};
-    m5_encode_bit(to, pair, 1);
-    EXPECT_EQ(to.range, 0x46000000U);
-    EXPECT_EQ(to.low, 0xBA000000U);
-    EXPECT_EQ(written(buffer, to), (bytes{0x00, 0x12, 0xFF}));
+    encoder = {buffer.data() + 1, 0x12000000, 0x01000000};
+    m5_encode_bit(encoder, pair, 1);
+    EXPECT_EQ(encoder.range, 0x46000000U);
+    EXPECT_EQ(encoder.low, 0xBA000000U);
+    EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x12, 0xFF}));
 }
 
 // Trees
@@ -85,12 +85,13 @@ void expect_path_of_101(const tree_of_3_bits& tree)
 TEST(m5_tree, bits_come_from_the_top_and_pair_0_is_never_touched)
 {
     tree_of_3_bits encoding;
-    const bytes stream = coded([&](auto& to) { m5_encode_tree(to, encoding.data(), 5, 3); });
+    const bytes stream =
+        coded([&](auto& encoder) { m5_encode_tree(encoder, encoding.data(), 5, 3); });
     expect_path_of_101(encoding);
     tree_of_3_bits decoding;
     const bytes readable = with_slack(stream);
-    range_decoder from = start_range_decoder(readable.data());
-    EXPECT_EQ(m5_decode_tree(from, decoding.data(), 3), 5U);
+    range_decoder decoder = start_range_decoder(readable.data());
+    EXPECT_EQ(m5_decode_tree(decoder, decoding.data(), 3), 5U);
     expect_path_of_101(decoding);
 }
 
@@ -103,14 +104,14 @@ TEST(m5_tree, values_of_all_widths_come_back)
         for (int i = 0; i < 3000; ++i)
             values.push_back(random.below(1U << random.below(width + 1)));
         std::vector<m5_prob_pair> encoding(1U << width);
-        const bytes stream = coded([&](auto& to) {
-            for (const u32 value : values) m5_encode_tree(to, encoding.data(), value, width);
+        const bytes stream = coded([&](auto& encoder) {
+            for (const u32 value : values) m5_encode_tree(encoder, encoding.data(), value, width);
         });
         std::vector<m5_prob_pair> decoding(1U << width);
         const bytes readable = with_slack(stream);
-        range_decoder from = start_range_decoder(readable.data());
+        range_decoder decoder = start_range_decoder(readable.data());
         for (const u32 value : values) {
-            ASSERT_EQ(m5_decode_tree(from, decoding.data(), width), value) << width;
+            ASSERT_EQ(m5_decode_tree(decoder, decoding.data(), width), value) << width;
         }
         EXPECT_EQ(encoding[0].halves, m5_prob_pair().halves);
         for (usize i = 0; i < decoding.size(); ++i)
@@ -138,7 +139,7 @@ TEST(m5_decoder_chain, decodes_what_single_bits_decode)
         for (int i = 0; i < 20000; ++i) {
             const u32 bit = m5_decode_bit(other, by_bit[at]);
             const u32 shifted = bits << 1 | bit;
-            // Two neighbours, of which neither is the pair at hand: its new value comes too late.
+            // Two neighbours, neither of them the current pair, which is updated too late.
             const u32 next = (at / 2 + 1 + random.below(pairs / 2 - 1)) % (pairs / 2) * 2;
             chain.step(one, &by_chain[at], &by_chain[next], bits);
             ASSERT_EQ(bits, shifted) << i;
@@ -164,7 +165,7 @@ void expect_a_choice_at_the_bound(Decide decide)
         EXPECT_EQ(outcome.code, 12U);
         EXPECT_EQ(outcome.halves, 13U);
         EXPECT_EQ(outcome.mean, 14U);
-        EXPECT_EQ(outcome.towards, 15U);
+        EXPECT_EQ(outcome.target, 15U);
 
         outcome = {bound, bound - 1, 23, 24, 25};
         decide(outcome, if_1, bits);
@@ -173,11 +174,11 @@ void expect_a_choice_at_the_bound(Decide decide)
         EXPECT_EQ(outcome.code, bound - 1);
         EXPECT_EQ(outcome.halves, 23U);
         EXPECT_EQ(outcome.mean, 24U);
-        EXPECT_EQ(outcome.towards, 25U);
+        EXPECT_EQ(outcome.target, 25U);
     }
 }
 
-/// Values that are the same may lie in the same register, until one of them is written.
+/// Equal values may share a register until one of them is written.
 template <class Decide>
 void expect_same_values_to_be_kept_apart(Decide decide)
 {
@@ -190,11 +191,11 @@ void expect_same_values_to_be_kept_apart(Decide decide)
         EXPECT_EQ(outcome.code, same);
         EXPECT_EQ(outcome.halves, same);
         EXPECT_EQ(outcome.mean, same);
-        EXPECT_EQ(outcome.towards, same);
+        EXPECT_EQ(outcome.target, same);
     }
 }
 
-// Calls that compilers expand in place, unlike calls through pointers.
+// Lambdas, as calls through pointers would not be inlined.
 constexpr auto decide = [](auto&&... arguments) { m5_decide(arguments...); };
 constexpr auto decide_portably = [](auto&&... arguments) { m5_decide_portably(arguments...); };
 
@@ -204,13 +205,13 @@ TEST(m5_decide, a_code_at_the_bound_is_a_1_and_one_below_it_a_0)
     expect_a_choice_at_the_bound(decide_portably);
 }
 
-TEST(m5_decide, keeps_values_apart_that_are_the_same)
+TEST(m5_decide, keeps_equal_values_apart)
 {
     expect_same_values_to_be_kept_apart(decide);
     expect_same_values_to_be_kept_apart(decide_portably);
 }
 
-// Any mixture
+// Mixtures
 
 constexpr u32 mixture_pairs = 20;
 
@@ -245,13 +246,13 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         std::array<m5_prob_pair, mixture_pairs> encoding;
         std::array<m5_plain_pair, mixture_pairs> plain_pairs;
         m5_plain_coder plain;
-        const bytes stream = coded([&](auto& to) {
+        const bytes stream = coded([&](auto& encoder) {
             for (const step& next : steps) {
                 if (next.count != 0) {
-                    encode_direct(to, next.value, next.count);
+                    encode_direct(encoder, next.value, next.count);
                     plain.direct(next.value, next.count);
                 } else {
-                    m5_encode_bit(to, encoding[next.pair], next.value);
+                    m5_encode_bit(encoder, encoding[next.pair], next.value);
                     plain.bit(plain_pairs[next.pair], next.value != 0);
                 }
             }
@@ -261,13 +262,14 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
 
         std::array<m5_prob_pair, mixture_pairs> decoding;
         const bytes readable = with_slack(stream);
-        range_decoder from = start_range_decoder(readable.data());
+        range_decoder decoder = start_range_decoder(readable.data());
         for (const step& next : steps) {
-            const u32 value = next.count != 0 ? decode_direct(from, next.count)
-                                              : m5_decode_bit(from, decoding[next.pair]);
+            const u32 value = next.count != 0 ? decode_direct(decoder, next.count)
+                                              : m5_decode_bit(decoder, decoding[next.pair]);
             ASSERT_EQ(value, next.value) << seed;
         }
-        EXPECT_EQ(from.in, readable.data() + stream.size()) << "the last byte is taken, no more";
+        EXPECT_EQ(decoder.in, readable.data() + stream.size())
+            << "the last byte is consumed, no more";
         for (u32 i = 0; i < mixture_pairs; ++i) {
             expect_same(encoding[i], plain_pairs[i]);
             expect_same(decoding[i], plain_pairs[i]);

@@ -24,7 +24,7 @@ codec_parameters parameters_with(u32 min_match)
     return parameters_of(5, static_cast<u8>(min_match == 4 ? 7 : 11 - min_match));
 }
 
-/// A stream behind "ab", bit by bit: each bit has a pair of its own.
+/// Builds a stream after the raw bytes "ab" bit by bit; each bit has a fresh pair.
 class crafted_stream {
   public:
     crafted_stream() { coder_.out = {'a', 'b'}; }
@@ -70,8 +70,8 @@ class crafted_stream {
     m5_plain_coder coder_;
 };
 
-/// The start of a stream with a literal 'x', so that a damaged token has something in front.
-crafted_stream behind_x()
+/// Returns the start of a stream with a literal 'x', for a damaged token to follow.
+crafted_stream after_x()
 {
     crafted_stream stream;
     stream.bits('x', 9); // the flag is 0
@@ -80,7 +80,7 @@ crafted_stream behind_x()
 
 // Blocks without a coder
 
-TEST(m5_decoder, a_block_of_one_or_two_bytes_is_the_raw_head_only)
+TEST(m5_decoder, a_block_of_one_or_two_bytes_is_raw_only)
 {
     EXPECT_EQ(decode({'a', 'b', 0, 0xFF, 0xFF, 0xFF, 0xFF}, 1, low), bytes_of("a"));
     EXPECT_EQ(decode({'a', 'b', 0, 0xFF, 0xFF, 0xFF, 0xFF}, 2, low), bytes_of("ab"));
@@ -102,7 +102,7 @@ TEST(m5_decoder, a_stream_of_literals_only)
               bytes_of("abcdef"));
 }
 
-TEST(m5_decoder, does_not_look_at_the_first_byte_of_the_coder)
+TEST(m5_decoder, ignores_the_first_byte_of_the_coder)
 {
     EXPECT_EQ(decode({'a', 'b', 0x77, 0x80, 0x7F, 0xC0, 0x00, 0x00}, 6, low), bytes_of("ababab"));
 }
@@ -131,7 +131,7 @@ TEST(m5_decoder, the_example_of_the_format_page)
 
 TEST(m5_decoder, a_last_match_that_overruns_the_block_is_cut)
 {
-    // Even to a single byte, also where it is the block's first one that is copied.
+    // Even to a single byte, also if that is a copy of the block's first one.
     for (u32 overrun = 1; overrun < 40; ++overrun) {
         for (const u32 dist : {1U, 2U, 3U, 4U, 7U, 20U, 29U, 30U}) {
             const m5_block block = m5_block().literals_to(30).match(40, dist);
@@ -143,7 +143,7 @@ TEST(m5_decoder, a_last_match_that_overruns_the_block_is_cut)
 
 // Copies and contexts
 
-TEST(m5_decoder, matches_at_small_distances_repeat_themselves)
+TEST(m5_decoder, overlapping_matches_repeat_their_bytes)
 {
     for (const u32 min_match : {2U, 3U, 4U}) {
         for (u32 dist = 1; dist <= 20; ++dist) {
@@ -159,9 +159,9 @@ TEST(m5_decoder, matches_at_small_distances_repeat_themselves)
     }
 }
 
-TEST(m5_decoder, the_context_behind_a_match_is_its_end_as_if_it_had_been_literals)
+TEST(m5_decoder, the_context_after_a_match_is_its_last_bytes)
 {
-    // Also where the match repeats its own bytes, and where it is as short as its distance.
+    // For overlapping matches too, and for those as long as their distance.
     for (const u32 dist : {1U, 2U, 3U}) {
         for (u32 len = 2; len <= 5; ++len) {
             const m5_block block =
@@ -197,7 +197,7 @@ TEST(m5_decoder, long_matches)
     EXPECT_TRUE(decode(block.stream(), block.data().size(), low) == block.data());
 }
 
-TEST(m5_decoder, decodes_any_valid_stream_of_all_kinds)
+TEST(m5_decoder, decodes_streams_of_random_tokens)
 {
     for (u64 seed = 1; seed <= 40; ++seed) {
         for (const u32 min_match : {4U, 3U, 2U}) {
@@ -210,13 +210,13 @@ TEST(m5_decoder, decodes_any_valid_stream_of_all_kinds)
     }
 }
 
-// What no encoder writes
+// Streams that no encoder writes
 
 TEST(m5_decoder, a_length_that_overflows_to_1_is_a_literal_at_its_place)
 {
     // A prefix of 31 ones and a zero, and 32 bits of value, of which the last is 1; no flag.
     const bytes stream =
-        behind_x().bit(true).ones(31).bit(false).bits(1, 32).bits('y', 8).bits('z', 9).end();
+        after_x().bit(true).ones(31).bit(false).bits(1, 32).bits('y', 8).bits('z', 9).end();
     EXPECT_EQ(decode(stream, 5, low), bytes_of("abxyz"));
     EXPECT_EQ(test::m5_plain_decode(stream, 5, 4), bytes_of("abxyz"));
 }
@@ -224,7 +224,7 @@ TEST(m5_decoder, a_length_that_overflows_to_1_is_a_literal_at_its_place)
 TEST(m5_decoder, a_length_that_overflows_to_0_is_damage)
 {
     const bytes stream =
-        behind_x().bit(true).ones(31).bit(false).bits(0, 32).bits(0, 32).bits(0, 32).end();
+        after_x().bit(true).ones(31).bit(false).bits(0, 32).bits(0, 32).bits(0, 32).end();
     EXPECT_EQ(decode(stream, 100, low), bytes_of("abx"));
 }
 
@@ -232,14 +232,14 @@ TEST(m5_decoder, a_length_that_overflows_to_2_is_the_shortest)
 {
     // At distance 3, so that the match ends in 'a', whose flag is fresh.
     const bytes stream =
-        behind_x().bit(true).ones(31).bit(false).bits(2, 32).bits(2, 6).bits('y', 9).end();
+        after_x().bit(true).ones(31).bit(false).bits(2, 32).bits(2, 6).bits('y', 9).end();
     EXPECT_EQ(decode(stream, 8, low), bytes_of("abxabxay"));
 }
 
 TEST(m5_decoder, the_greatest_length_is_cut_at_the_block)
 {
     const bytes stream =
-        behind_x().bit(true).ones(31).bit(false).bits(0xFFFFFFFF, 32).bits(0, 6).end();
+        after_x().bit(true).ones(31).bit(false).bits(0xFFFFFFFF, 32).bits(0, 6).end();
     for (const u8 level : {u8{0}, u8{8}, u8{9}})
         EXPECT_EQ(decode(stream, 1000, parameters_of(5, level)),
                   bytes_of("ab" + std::string(998, 'x')));
@@ -248,7 +248,7 @@ TEST(m5_decoder, the_greatest_length_is_cut_at_the_block)
 TEST(m5_decoder, a_prefix_past_31_ones_is_damage)
 {
     for (const u32 count : {32U, 33U, 64U, 400U}) {
-        const bytes stream = behind_x().bit(true).ones(count).bit(false).bits(1, 32).end();
+        const bytes stream = after_x().bit(true).ones(count).bit(false).bits(1, 32).end();
         EXPECT_EQ(decode(stream, 1000, low), bytes_of("abx")) << count;
     }
 }
@@ -258,7 +258,7 @@ TEST(m5_decoder, a_code_that_is_not_below_the_range_at_the_start_is_damage)
     bytes stream{'a', 'b', 0, 0xFF, 0xFF, 0xFF, 0xFF};
     stream.resize(100);
     EXPECT_EQ(decode(stream, 50, low), bytes_of("ab"));
-    stream[6] = 0xFE; // the highest that is
+    stream[6] = 0xFE; // the highest code below the range
     EXPECT_GT(decode(stream, 50, low).size(), 2U);
 }
 
@@ -266,21 +266,20 @@ TEST(m5_decoder, a_distance_that_wraps_to_0_is_damage)
 {
     // Slot 63, all of the footer ones: distance 2^32.
     const bytes stream =
-        behind_x().bit(true).bits(0, 2).ones(6).ones(8).direct(0x3FFFFF, 22).bits(0, 32).end();
+        after_x().bit(true).bits(0, 2).ones(6).ones(8).direct(0x3FFFFF, 22).bits(0, 32).end();
     EXPECT_EQ(decode(stream, 1000, low), bytes_of("abx"));
 }
 
 TEST(m5_decoder, a_distance_before_the_block_is_damage)
 {
     // Of three bytes: distance 3 is the block's start, 4 is before it.
-    EXPECT_EQ(decode(behind_x().bit(true).bits(0, 2).bits(2, 6).end(), 7, low),
-              bytes_of("abxabxa"));
-    EXPECT_EQ(decode(behind_x().bit(true).bits(0, 2).bits(3, 6).bits(0, 32).end(), 7, low),
+    EXPECT_EQ(decode(after_x().bit(true).bits(0, 2).bits(2, 6).end(), 7, low), bytes_of("abxabxa"));
+    EXPECT_EQ(decode(after_x().bit(true).bits(0, 2).bits(3, 6).bits(0, 32).end(), 7, low),
               bytes_of("abx"));
     // In a middle slot, 4 and its footer bit; in a high one, 23 and 63.
     for (const u32 slot : {4U, 22U, 23U, 40U, 63U}) {
         const bytes stream =
-            behind_x().bit(true).bits(0, 2).bits(slot, 6).bits(0, 32).bits(0, 32).end();
+            after_x().bit(true).bits(0, 2).bits(slot, 6).bits(0, 32).bits(0, 32).end();
         EXPECT_EQ(decode(stream, 7, low), bytes_of("abx")) << slot;
     }
 }
@@ -305,7 +304,7 @@ TEST(m5_decoder, a_direct_value_beyond_its_bits_is_added_as_it_is)
     EXPECT_EQ(test::m5_plain_decode(stream, 9, 4), bytes_of("abbbbbbbb"));
 }
 
-// Streams cut and damaged
+// Cut and damaged streams
 
 test::coded_block coded(u64 seed, u32 min_match)
 {
@@ -313,7 +312,7 @@ test::coded_block coded(u64 seed, u32 min_match)
     return {block.data(), block.stream(min_match), parameters_with(min_match)};
 }
 
-TEST(m5_decoder, a_payload_cut_anywhere_gives_the_start_of_its_block_whatever_follows_it)
+TEST(m5_decoder, a_cut_payload_gives_the_start_of_the_block_whatever_follows)
 {
     for (u32 seed = 1; seed <= 5; ++seed)
         test::expect_cuts_to_give_the_start_of_the_block(coded(seed, 2 + seed % 3));

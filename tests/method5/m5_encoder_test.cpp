@@ -57,7 +57,7 @@ bytes write_tokens(const m5_block& block)
     return write_tokens(block.data(), block.tokens());
 }
 
-/// The coded bytes of a match right behind the raw bytes of a block.
+/// Returns the coded bytes of a match right after the raw bytes of a block.
 bytes first_match(u32 len, u32 dist)
 {
     const bytes stream = write_tokens(bytes(2 + len), {{len, dist}});
@@ -94,7 +94,7 @@ TEST(m5_tokens, a_stream_of_literals_only)
 {
     // No pair is used twice, so each bit halves the range, and the bits 0 01100011 0 01100100
     // 0 01100101 0 01100110 come out nearly as they are: 31 99 0C A6 60.  But the first 1, the
-    // third bit, adds 1FFFC000, which is 4000 less than 20000000; behind it all is exact.
+    // third bit, adds 1FFFC000, which is 4000 less than 20000000; the rest is exact.
     EXPECT_EQ(write_tokens(m5_block().literal('c').literal('d').literal('e').literal('f')),
               (bytes{'a', 'b', 0x00, 0x31, 0x98, 0xCC, 0xA6, 0x60, 0x00, 0x00, 0x00}));
 }
@@ -122,8 +122,8 @@ TEST(m5_tokens, the_shortest_match_of_every_kind_of_stream_is_written_alike)
 
 TEST(m5_tokens, slots_22_and_23_have_10_bits_and_the_latter_2_direct_ones)
 {
-    // Flag, prefix and value 100, then slot 010110 or 010111: low = 8AFFC000, range = 1000000 in
-    // front of the last bit.  A 0 sends 8A and leaves low = FFC00000, a 1 sends 8B and leaves
+    // Flag, prefix and value 100, then slot 010110 or 010111: low = 8AFFC000, range = 1000000
+    // before the last bit.  A 0 sends 8A and leaves low = FFC00000, a 1 sends 8B and leaves
     // 7FC00000, both with range = 80000000.
     // Slot 22, ten 0: the eighth takes range to 800000: FF leaves, C0000000 stays.
     EXPECT_EQ(first_match(4, 2049), (bytes{0x00, 0x8A, 0xFF, 0xC0, 0x00, 0x00, 0x00}));
@@ -143,7 +143,7 @@ TEST(m5_tokens, every_distance_slot_at_both_of_its_ends)
     for (u32 slot = 0; slot < 64; ++slot) {
         const u32 width = slot < 4 ? 0 : slot / 2 - 1;
         const u32 base = slot < 4 ? slot : (2 + slot % 2) << width;
-        const u32 last = std::min(base + ((1U << width) - 1), 0xFFFFFFFE); // 2^32 can't be told
+        const u32 last = std::min(base + ((1U << width) - 1), 0xFFFFFFFE); // 2^32 has no u32
         for (const u32 offset : {base, base + (last - base) / 2, last}) {
             for (u32 len = 4; len <= 8; ++len) tokens.push_back({len, offset + 1});
         }
@@ -170,10 +170,10 @@ TEST(m5_tokens, long_matches)
     }
 }
 
-TEST(m5_tokens, a_literal_behind_a_match_has_the_last_two_bytes_of_the_match_for_its_context)
+TEST(m5_tokens, the_context_of_a_literal_after_a_match_is_its_last_two_bytes)
 {
     // "abcabca" and x: the match ends in 'c', 'a'.  match_flag is that of 'a'; the first bit has
-    // the lower half of 'c' (3) and all of 'a' (61) in front of it.
+    // the context 361: the lower half of 'c' (3) and all of 'a' (61).
     const auto model = std::make_unique<m5_model>();
     const m5_block block = m5_block().literal('c').match(4, 3).literal('x');
     const bytes stream = write_tokens<4>(block.data(), block.tokens(), *model);
@@ -185,7 +185,7 @@ TEST(m5_tokens, a_literal_behind_a_match_has_the_last_two_bytes_of_the_match_for
     EXPECT_EQ(test::decode(stream, 8, m5_parameters(0)), bytes_of("abcabcax"));
 }
 
-TEST(m5_tokens, a_match_behind_a_match_has_the_flag_of_the_last_byte)
+TEST(m5_tokens, the_flag_after_a_match_is_that_of_its_last_byte)
 {
     const auto model = std::make_unique<m5_model>();
     const m5_block block = m5_block().literal('c').match(4, 3).match(5, 2);
@@ -282,7 +282,7 @@ TEST(m5_encoder, positions_0_and_1_are_sources_at_level_8_and_position_1_is_at_l
 
 TEST(m5_encoder, a_window_of_one_position_is_one_literal)
 {
-    // Behind the two raw bytes, and behind a match that leaves one byte.
+    // After the two raw bytes, and after a match that leaves one byte.
     EXPECT_EQ(encode({7, 7, 7}, m5_parameters(8)), (bytes{7, 7, 7}));
     for (const u8 level : {u8{8}, u8{9}}) {
         const bytes block(2 + 512 + 1, 'z');

@@ -10,17 +10,17 @@ namespace {
 using test::m5_plain_pair;
 
 // The estimates that a pair can have.
-constexpr u32 least_fast = 7;
-constexpr u32 most_fast = 32761;
-constexpr u32 least_slow = 63;
-constexpr u32 most_slow = 32705;
+constexpr u32 min_fast = 7;
+constexpr u32 max_fast = 32761;
+constexpr u32 min_slow = 63;
+constexpr u32 max_slow = 32705;
 
 m5_prob_pair pair_of(u32 fast, u32 slow)
 {
     return {fast | slow << 16};
 }
 
-/// Compares what a pair says and learns with the plain one; quiet where they agree.
+/// Compares a pair and its updates with the plain form.
 void check(u32 fast, u32 slow)
 {
     const m5_prob_pair pair = pair_of(fast, slow);
@@ -58,32 +58,32 @@ TEST(m5_prob_pair, first_steps)
     EXPECT_EQ(pair.mean(), 16254U);
 }
 
-TEST(m5_prob_pair, every_fast_estimate_moves_as_told_beside_any_slow_one)
+TEST(m5_prob_pair, every_fast_estimate_moves_as_specified_beside_any_slow_one)
 {
-    for (u32 fast = least_fast; fast <= most_fast; ++fast) {
-        for (const u32 slow : {least_slow, 64U, 127U, 0x3FFFU, 0x4000U, 32704U, most_slow})
+    for (u32 fast = min_fast; fast <= max_fast; ++fast) {
+        for (const u32 slow : {min_slow, 64U, 127U, 0x3FFFU, 0x4000U, 32704U, max_slow})
             ASSERT_NO_FATAL_FAILURE(check(fast, slow));
     }
 }
 
-TEST(m5_prob_pair, every_slow_estimate_moves_as_told_beside_any_fast_one)
+TEST(m5_prob_pair, every_slow_estimate_moves_as_specified_beside_any_fast_one)
 {
-    for (u32 slow = least_slow; slow <= most_slow; ++slow) {
-        for (const u32 fast : {least_fast, 8U, 15U, 0x3FFFU, 0x4000U, 32760U, most_fast})
+    for (u32 slow = min_slow; slow <= max_slow; ++slow) {
+        for (const u32 fast : {min_fast, 8U, 15U, 0x3FFFU, 0x4000U, 32760U, max_fast})
             ASSERT_NO_FATAL_FAILURE(check(fast, slow));
     }
 }
 
-TEST(m5_prob_pair, neither_half_disturbs_the_other)
+TEST(m5_prob_pair, the_halves_do_not_affect_each_other)
 {
     test::random_source random(1);
     for (int i = 0; i < 1000000; ++i) {
-        ASSERT_NO_FATAL_FAILURE(check(least_fast + random.below(most_fast - least_fast + 1),
-                                      least_slow + random.below(most_slow - least_slow + 1)));
+        ASSERT_NO_FATAL_FAILURE(check(min_fast + random.below(max_fast - min_fast + 1),
+                                      min_slow + random.below(max_slow - min_slow + 1)));
     }
 }
 
-TEST(m5_prob_pair, stops_at_its_limits_after_very_many_identical_bits)
+TEST(m5_prob_pair, stops_at_its_limits_after_many_equal_bits)
 {
     m5_prob_pair ones;
     m5_prob_pair zeros;
@@ -92,11 +92,11 @@ TEST(m5_prob_pair, stops_at_its_limits_after_very_many_identical_bits)
         zeros.update(0);
     }
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(ones.fast(), least_fast);
-        EXPECT_EQ(ones.slow(), least_slow);
+        EXPECT_EQ(ones.fast(), min_fast);
+        EXPECT_EQ(ones.slow(), min_slow);
         EXPECT_EQ(ones.mean(), 35U);
-        EXPECT_EQ(zeros.fast(), most_fast);
-        EXPECT_EQ(zeros.slow(), most_slow);
+        EXPECT_EQ(zeros.fast(), max_fast);
+        EXPECT_EQ(zeros.slow(), max_slow);
         EXPECT_EQ(zeros.mean(), 32733U);
         ones.update(1);
         zeros.update(0);
@@ -106,15 +106,15 @@ TEST(m5_prob_pair, stops_at_its_limits_after_very_many_identical_bits)
 TEST(m5_prob_pair, leaves_its_limits_at_the_first_other_bit)
 {
     // 7 + 32761 / 8 = 4102, 63 + 32705 / 64 = 574; 32761 - 4095 = 28666, 32705 - 511 = 32194.
-    m5_prob_pair pair = pair_of(least_fast, least_slow);
+    m5_prob_pair pair = pair_of(min_fast, min_slow);
     pair.update(0);
     EXPECT_EQ(pair.halves, pair_of(4102, 574).halves);
-    pair = pair_of(most_fast, most_slow);
+    pair = pair_of(max_fast, max_slow);
     pair.update(1);
     EXPECT_EQ(pair.halves, pair_of(28666, 32194).halves);
 }
 
-TEST(m5_model, knows_nothing_of_any_bit_when_it_is_new)
+TEST(m5_model, starts_with_all_probabilities_at_one_half)
 {
     scratch memory(system_allocator);
     const codec_job job{.memory = &memory};

@@ -6,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-constexpr u32 bit = 4096; // the price of one that is as likely as not
+constexpr u32 bit = 4096; // the price of a bit of probability 1/2
 
 m5_prob_pair pair_of(u32 fast, u32 slow)
 {
@@ -49,7 +49,7 @@ TEST(m5_bit_price, takes_entries_2_to_2045_and_is_never_negative)
     EXPECT_EQ(m5_bit_price(pair, 1), 10 * bit);
 }
 
-TEST(m5_bit_price, steps_where_the_mean_passes_to_another_entry)
+TEST(m5_bit_price, steps_where_the_mean_reaches_another_entry)
 {
     // For a 0 at multiples of 32 of the sum, for a 1 at 16 of half of it.
     const u32 at_1024 = m5_bit_price(pair_of(16384, 16384), 0);
@@ -110,7 +110,7 @@ TEST_F(m5_prices_of_a_block, extra_bits_of_a_distance_are_a_bit_each)
     EXPECT_EQ(match(3, 1U << 30), match(3, 1) + 28 * bit); // slot 59
 }
 
-TEST_F(m5_prices_of_a_block, the_flag_goes_by_the_last_byte)
+TEST_F(m5_prices_of_a_block, the_context_of_the_flag_is_the_last_byte)
 {
     model->match_flag[u8{'b'}] = dear;
     EXPECT_EQ(match(3, 1), 10 * bit);
@@ -119,10 +119,10 @@ TEST_F(m5_prices_of_a_block, the_flag_goes_by_the_last_byte)
     EXPECT_EQ(prices().literal(3), 9 * bit);
 }
 
-TEST_F(m5_prices_of_a_block, each_bit_of_a_literal_has_the_twelve_before_it_for_its_context)
+TEST_F(m5_prices_of_a_block, the_context_of_a_literal_bit_is_the_twelve_bits_before_it)
 {
-    // 'c' is 0110 0011 behind "ab", 0x6162.
-    model->lit_high[2][0x162 << 1 & 0xFFF] = dear; // the second bit, a 1, behind 0
+    // 'c' is 0110 0011 after "ab", 0x6162.
+    model->lit_high[2][0x162 << 1 & 0xFFF] = dear; // the second bit, a 1, after 0
     EXPECT_EQ(prices().literal(2), 10 * bit);
     model->lit_low[0][0x162 << 7 & 0xFFF] = dear; // not the last one, which has 0110001 before it
     EXPECT_EQ(prices().literal(2), 10 * bit);
@@ -147,7 +147,7 @@ TEST_F(m5_prices_of_a_block, the_prefix_and_the_bits_of_a_length)
     EXPECT_EQ(match(11, 1), 14 * bit + 2 * m5_bit_price(dear, 0));
 }
 
-TEST_F(m5_prices_of_a_block, the_slot_goes_by_the_length_class)
+TEST_F(m5_prices_of_a_block, the_slot_has_a_tree_by_length_class)
 {
     // Slot 2 is 000010: the fifth bit is at 1 << 4.
     for (u32 length_class = 0; length_class < 4; ++length_class) {
@@ -160,7 +160,7 @@ TEST_F(m5_prices_of_a_block, the_slot_goes_by_the_length_class)
     }
 }
 
-TEST_F(m5_prices_of_a_block, the_footers_of_middle_and_high_slots)
+TEST_F(m5_prices_of_a_block, the_extra_bits_of_middle_and_high_slots)
 {
     // 3072 is the last one of slot 22, which starts at 2048 and has ten ones.
     model->dist_mid[2048 + 1] = dear;

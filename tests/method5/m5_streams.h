@@ -1,4 +1,4 @@
-// method5/m5_streams.h - blocks told token by token, for the tests of method 5
+// method5/m5_streams.h - blocks built from tokens, for the tests of method 5
 #pragma once
 
 #include "plain/m5_plain.h"
@@ -6,7 +6,7 @@
 
 namespace quarnex::test {
 
-/// Two raw bytes and some tokens, with the block that they make.
+/// Two raw bytes and tokens, with the block they make.
 struct m5_block : token_block {
     m5_block() : token_block({'a', 'b'}) {}
     m5_block(token_block block) : token_block(std::move(block)) {}

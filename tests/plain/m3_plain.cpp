@@ -56,7 +56,7 @@ void place_median(pair_span a)
     }
 }
 
-/// Parts the entries around the first one; returns where that one comes to lie.
+/// Partitions the entries by the first one; returns its final index.
 usize partition(pair_span a)
 {
     const u32 pivot = a[0].freq;
@@ -258,7 +258,7 @@ void m3_plain_code_lengths(std::span<m3_plain_pair> pairs)
     // The depths of the inner nodes.
     a[n - 2] = 0;
     for (usize next = n - 2; next-- > 0;) a[next] = a[a[next]] + 1;
-    // The depths of the leaves: what the inner nodes leave free, level by level.
+    // The depths of the leaves, level by level: the items that are not inner nodes.
     u32 available = 1;
     usize inner = n - 1; // how many are left
     usize next = n;

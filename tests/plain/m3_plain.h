@@ -1,6 +1,6 @@
-// plain/m3_plain.h - method 3 told in the simplest code that does it
+// plain/m3_plain.h - a plain implementation of method 3
 //
-// The judge of the real model, encoders and decoder: one bit at a time, no look-up tables, no
+// The reference for the real model, encoders and decoder: one bit at a time, no look-up tables, no
 // shared code.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace quarnex::test {
 
-/// A symbol and how often it came; after a rebuild, how long its code is.
+/// A symbol and its frequency; after a rebuild, its code length.
 struct m3_plain_pair {
     u32 freq;
     u32 sym;
@@ -22,9 +22,9 @@ using m3_plain_pairs = std::vector<m3_plain_pair>;
 u32 m3_plain_sort_depth(usize size);
 inline constexpr u32 m3_plain_sort_seed = 123456789;
 
-/// Sorts by rising `freq`, with one certain order of equal ones.  Returns the new seed.
+/// Sorts by rising `freq`, in the format's order of equal ones.  Returns the new seed.
 u32 m3_plain_sort(std::span<m3_plain_pair> pairs, u32 depth, u32 seed);
-/// What the sort falls back to when `depth` is used up.  Expects a pair or more.
+/// The fallback of the sort when `depth` is used up.  Expects a pair or more.
 void m3_plain_heap_sort(std::span<m3_plain_pair> pairs);
 /// Turns every `freq` into a code length.  Expects two pairs or more.
 void m3_plain_code_lengths(std::span<m3_plain_pair> pairs);
@@ -32,7 +32,7 @@ void m3_plain_code_lengths(std::span<m3_plain_pair> pairs);
 /// An encoder stores a block when a rebuild makes a longer code, whether it would be used or not.
 inline constexpr u32 m3_plain_longest_code = 30;
 
-/// A prefix code that both sides rebuild from what has passed.
+/// An adaptive prefix code, rebuilt from the counts.
 struct m3_plain_model {
     std::vector<u32> counts;
     u32 total;
@@ -40,10 +40,10 @@ struct m3_plain_model {
     i32 countdown = 0;
     m3_plain_pairs pairs; // by falling code length; their order stays from rebuild to rebuild
 
-    // What the encoder needs, by symbol.
+    // For the encoder, by symbol.
     std::vector<u32> code_len;
     std::vector<u32> code;
-    // What the decoder needs, by code length, from 0 to the longest one.
+    // For the decoder, by code length, from 0 to the longest one.
     std::vector<u32> first_code;
     std::vector<u32> first_index; // into pairs; meaningless where no code has the length
 
@@ -57,11 +57,11 @@ struct m3_plain_model {
     u32 length_of(u32 ten_bits) const;
 };
 
-/// The stream of a list of tokens that starts behind the first byte of `block`, also if a code
-/// gets too long.
+/// Returns the stream of tokens that start after the first byte of `block`, even if a code gets too
+/// long.
 bytes m3_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
 
-/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// Returns the payload of a block: its stream, or the block itself.  Levels 8 and 9 read neither
 /// `hash_bits` nor `chain_bits`.
 bytes m3_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
 

@@ -33,9 +33,9 @@ struct m4_plain_writer {
 
     void direct(u32 value, u32 count) { coder.direct(value, count); }
 
-    static constexpr u32 len_bit_price = 0; // they go free
+    static constexpr u32 len_bit_price = 0; // they are not priced
     static constexpr u32 dist_bit_price = plain_bit;
-    /// Below zero, and wrapped, for a symbol that has hardly been seen.
+    /// Negative, modulo 2^32, for a symbol that has hardly been seen.
     u32 symbol_price(const m4_plain_model& model, u32 sym) const
     {
         return plain_bit_cost(model.total / 8) - plain_bit_cost(model.counts[sym] / 8);

@@ -1,6 +1,7 @@
-// plain/m4_plain.h - method 4 told in the simplest code that does it
+// plain/m4_plain.h - a plain implementation of method 4
 //
-// The judge of the real model, coder, encoders and decoder: one symbol at a time, no shared code.
+// The reference for the real model, coder, encoders and decoder: one symbol at a time, no shared
+// code.
 #pragma once
 
 #include "plain/plain_range_coder.h"
@@ -8,9 +9,9 @@
 
 namespace quarnex::test {
 
-/// Frequencies of an alphabet, of which the coder sees a snapshot.
+/// Frequencies of an alphabet; the coder uses a snapshot of them.
 struct m4_plain_model {
-    u32 weight; // what a symbol adds to its count
+    u32 weight; // increment of a symbol's count
     std::vector<u32> counts;
     u32 total;
     u32 period = 2;
@@ -34,11 +35,11 @@ struct m4_plain_coder : plain_range_coder {
     void direct(u32 value, u32 count);
 };
 
-/// The stream of a list of tokens that starts behind the first byte of `block`.
+/// Returns the stream of tokens that start after the first byte of `block`.
 bytes m4_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match,
                       u32 lit_ctx_bits);
 
-/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// Returns the payload of a block: its stream, or the block itself.  Levels 8 and 9 read neither
 /// `hash_bits` nor `chain_bits`.
 bytes m4_plain_encode(const bytes& block, u32 level, u32 lit_ctx_bits, u32 hash_bits,
                       u32 chain_bits);

@@ -11,7 +11,7 @@ namespace {
 
 using pairs = std::vector<m5_plain_pair>;
 
-/// What is learnt of a block.  Tables of more than one dimension are told flat, by their indices.
+/// The models of a block.  Tables of several dimensions are flat, indexed by hand.
 struct m5_plain_model {
     pairs lit_high{256 * 16 * 4};
     pairs lit_low{256 * 16 * 4};
@@ -55,7 +55,7 @@ u32 log2_of(u32 value)
     return log;
 }
 
-/// Takes the place of a coder, and only counts what it would cost.
+/// Takes the place of a coder and sums up prices.
 struct m5_plain_price {
     u32 sum = 0;
 
@@ -139,7 +139,7 @@ struct m5_plain_writer {
     }
 };
 
-/// What levels 8 and 9 decide, at the prices of the moment.
+/// Writes the choices of level 8 or 9, at the current prices.
 bytes m5_plain_optimal(const bytes& block, u32 level, std::vector<u32>& window_starts)
 {
     const u32 min_match = level == 8 ? 3 : 2;

@@ -1,6 +1,6 @@
-// plain/m5_plain.h - method 5 told in the simplest code that does it
+// plain/m5_plain.h - a plain implementation of method 5
 //
-// The judge of the real coder, encoders and decoder: one bit at a time, no shared code.
+// The reference for the real coder, encoders and decoder: one bit at a time, no shared code.
 #pragma once
 
 #include "plain/plain_range_coder.h"
@@ -8,7 +8,7 @@
 
 namespace quarnex::test {
 
-/// What is known about one decision: two guesses at the probability of a 0, in 1/32768.
+/// The model of one decision: two estimates of the probability of a 0, in 1/32768.
 struct m5_plain_pair {
     u32 fast = 0x4000;
     u32 slow = 0x4000;
@@ -22,10 +22,10 @@ struct m5_plain_coder : plain_range_coder {
     void bit(m5_plain_pair& pair, bool bit);
 };
 
-/// The stream of a list of tokens that starts behind the first two bytes of `block`.
+/// Returns the stream of tokens that start after the first two bytes of `block`.
 bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens, u32 min_match);
 
-/// What an encoder gives for a block: the stream, or the block itself.  Levels 8 and 9 read neither
+/// Returns the payload of a block: its stream, or the block itself.  Levels 8 and 9 read neither
 /// `hash_bits` nor `chain_bits`.
 bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
 

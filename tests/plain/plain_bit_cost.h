@@ -1,4 +1,4 @@
-// plain/plain_bit_cost.h - the logarithms that prices of methods 4 and 5 are made of
+// plain/plain_bit_cost.h - logarithms for the prices of methods 4 and 5
 #pragma once
 
 #include "common/types.h"
@@ -8,10 +8,10 @@
 
 namespace quarnex::test {
 
-/// What a price is told in.
+/// The unit of prices: 1/4096 bits.
 inline constexpr u32 plain_bit = 4096;
 
-/// The logarithm of a count up to 4096; that of zero is -1 in 16 bits, and taken for a large one.
+/// Returns the logarithm of a count up to 4096; that of zero is -1 in 16 bits, read as unsigned.
 inline u32 plain_bit_cost(u32 count)
 {
     static const auto costs = [] {

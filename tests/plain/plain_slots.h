@@ -1,4 +1,4 @@
-// plain/plain_slots.h - the values and tokens that several methods cut in the same way, told simply
+// plain/plain_slots.h - a plain implementation of the values and tokens that methods share
 //
 // A value is a slot and extra bits.  A token of methods 3 and 4 is a symbol of the main alphabet
 // and, for a match, up to two values; the methods differ only in how a symbol is coded.
@@ -8,7 +8,7 @@
 
 namespace quarnex::test {
 
-/// Values 0 to 3 are their own slots; from 4 on each power of two is cut into two.
+/// Values 0 to 3 are their own slots; from 4 on each power of two is divided into two.
 inline u32 plain_slot(u32 value)
 {
     if (value <= 3) return value;
@@ -39,7 +39,7 @@ inline constexpr u32 plain_main_symbols = 288;
 inline constexpr u32 plain_first_length = 256;
 inline constexpr u32 plain_escape = 287;
 
-/// A writer offers `models`, of which `main(byte)` is the one in force behind that byte, and
+/// A writer provides `models`, of which `main(byte)` is the main model after that byte, and
 /// `symbol(model, symbol)` and `direct(value, count)`.
 template <class Writer, class Model>
 void plain_write_value(Writer& writer, Model& model, u32 value)
@@ -69,7 +69,7 @@ void plain_write_token(Writer& writer, const bytes& block, usize pos, const plai
     plain_write_value(writer, writer.models.dist_model, token.dist - 1);
 }
 
-/// Writes tokens that start behind the first byte of `block`.
+/// Writes tokens that start after the first byte of `block`.
 template <class Writer>
 void plain_write_tokens(Writer& writer, const bytes& block, const std::vector<plain_token>& tokens,
                         u32 min_match)
@@ -81,8 +81,8 @@ void plain_write_tokens(Writer& writer, const bytes& block, const std::vector<pl
     }
 }
 
-/// Writes what level 8 or 9 decides, at the prices of the moment: the writer also offers
-/// `symbol_price(model, symbol)` and what a bit behind a slot of a length or of a distance costs.
+/// Writes the choices of level 8 or 9, at the current prices: the writer also provides
+/// `symbol_price(model, symbol)` and the prices of an extra bit of a length and of a distance.
 template <class Writer>
 void plain_write_parse(Writer& writer, const bytes& block, const plain_rules& rules, u32 level)
 {
@@ -109,7 +109,7 @@ void plain_write_parse(Writer& writer, const bytes& block, const plain_rules& ru
     plain_parse(block, rules, level, min_match, {literal_price, match_price, write});
 }
 
-/// A reader offers what a writer does, with the value or symbol as result.
+/// A reader provides the same as a writer, with the value or symbol as result.
 template <class Reader, class Model>
 u32 plain_read_value(Reader& reader, Model& model)
 {
