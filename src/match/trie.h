@@ -2,8 +2,8 @@
 //
 // Algorithm: a byte-wise radix tree (path-compressed, as Patricia; Morrison 1968) of the first 256
 // bytes at each earlier position, with adaptive node sizes (trie_nodes.h).  Each node stores the
-// latest position inserted through it, so one descent finds for each length the nearest earlier
-// match of that length, up to 256 bytes.  Labels are not stored but read from the block.
+// latest position inserted through it, so one descent finds for each length up to 256 bytes an
+// earlier match, nearly always the nearest.  Labels are not stored but read from the block.
 //
 // Time: one descent per position, at most 256 bytes deep, for search and insertion together.
 // Memory: 12 to 16 bytes for each byte of the block on typical files, 7 on random data, 28 at most
