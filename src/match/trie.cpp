@@ -11,8 +11,10 @@ namespace {
 
 // Every node fits into a pool block, and vector loads past a list stay in readable memory.
 static_assert(full_size <= pool::large_limit && bitmap_size(max_bitmap_children) <= full_size);
+static_assert(list_overread <= pool::page_size);
+// A prefetch cursor can take stale memory for a node of any kind, with any prefix count.  It reads
+// no farther than is_readable() has checked.
 static_assert(list_size(max_list_children) + list_overread <= pool::large_limit);
-// So do the reads of a prefetch cursor from memory that no longer holds a node: any prefix count.
 static_assert(bitmap_size(UINT8_MAX + bitmap_word_bits) <= pool::large_limit);
 
 /// Opens a gap of `gap` bytes at `start` in the bytes that end at `end`.
