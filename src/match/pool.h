@@ -1,8 +1,8 @@
 // match/pool.h - slab allocator over one reserved address range, with 32-bit handles
 //
-// Algorithm: slabs of one size class with free lists (Bonwick 1994).  A slab is a 4096-byte page,
-// and pages come from chunks of 1 MiB, which the reserved range is committed in.  Blocks have no
-// headers: the page of a block, found by rounding its address down, has the data of all its blocks.
+// Algorithm: slabs of one size class with free lists (Bonwick 1994).  A slab is a page of 4096
+// bytes.  Pages come from chunks of 1 MiB, in which the reserved range is committed.  Blocks have
+// no headers: the header of their page, found by rounding the address down, describes them all.
 //
 // Time: O(1) for each operation, except when a page becomes free: then its chunk is moved within
 // the list of chunks with free pages.  Memory: at most 7 bytes lost per block up to 512 bytes by

@@ -11,9 +11,9 @@
 //
 // Why not the textbook forms: suffix links make a suffix tree linear-time, but a search has to
 // visit every node on its path anyway, to report and to update the latest positions.  A binary tree
-// of positions, one per hash value, is smaller, but rebuilds its path on every insertion and finds
-// the same matches with a cache miss per comparison.  Patricia's skip counts save comparing labels,
-// but then a match is known only at a leaf.
+// of positions, one per hash value, is smaller (8 bytes per position), but has a cache miss per
+// comparison and rearranges its whole path on every insertion.  Patricia's skip counts save
+// comparing labels, but then a match length is known only at a leaf.
 //
 // Nearly every node visited is a cache miss, so misses are overlapped in two ways: prefetch cursors
 // descend the trie for the next 24 positions, one node per position searched; and positions that

@@ -3,8 +3,8 @@
 // Adaptive node sizes, as in ART (Leis, Kemper and Neumann 2013): a sorted list of up to 32
 // children, a bitmap with packed children, an array of 256.  ART has four sizes of fixed capacity;
 // here a list or a bitmap has room for its children only, because most nodes have two or three and
-// memory, not insertion, is what limits a trie of every position.  Finding a child takes one or two
-// vector comparisons (lists with SSE2), a bit count (bitmaps) or one load.
+// memory, not insertion, is what limits a trie of every position.  Finding a child takes two vector
+// comparisons per seven children of a list (with SSE2), a bit count in a bitmap, or one load.
 //
 //     0  last: 4   the tagged_position of the latest key that passed
 //     4  kind: 1   1                   2 to 32            33 to 246               255
