@@ -7,10 +7,11 @@
 // pages. The codecs know the file's type, but there is no pre-filter. "ratio" is the size of the
 // result over that of the block.
 #include "common/owned_array.h"
-#include "common/platform.h"
+#include "common/platform/cpu.h"
+#include "common/scratch.h"
 #include "format/file_type.h"
 #include "pipeline/codec_table.h"
-#include "pipeline/pipeline.h"
+#include "pipeline/parameters.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -41,7 +42,7 @@ using output = std::span<u8>;
 bytes make_buffer(usize size)
 {
     size += std::max({in_slack, out_slack, payload_slack});
-    bytes buffer = make_large_buffer(size);
+    bytes buffer = make_array<u8>(system_allocator, size, memory_kind::large_pages);
     if (!buffer) throw std::bad_alloc();
     std::memset(buffer.get(), 0, size);
     return buffer;
@@ -77,9 +78,11 @@ struct contender {
     std::function<usize(input, output)> decode;
 };
 
-usize run_codec(const codec_entry& codec, const file_parameters& parameters, input in, output out)
+usize run_codec(const codec_entry& codec, const codec_parameters& parameters, input in, output out)
 {
-    block_job job;
+    static scratch memory(system_allocator);
+    codec_job job;
+    job.memory = &memory;
     job.parameters = parameters;
     job.in_buf = in.data();
     job.in_len = static_cast<u32>(in.size());
@@ -87,19 +90,19 @@ usize run_codec(const codec_entry& codec, const file_parameters& parameters, inp
     job.out_len = static_cast<u32>(out.size());
     void* const codec_state = codec.init(job);
     if (codec_state == nullptr) return 0;
-    const i32 size = codec.run(job, codec_state);
+    const codec_result result = codec.run(job, codec_state);
     codec.release(job, codec_state);
-    return static_cast<usize>(std::max(size, 0));
+    return result.length;
 }
 
 contender codec(const sample& file, u8 method, u8 level)
 {
     file_parameters parameters;
-    classify_file(file.text().first(std::min(file.size, sample_bytes)), file.name, parameters);
-    parameters.method = method;
-    parameters.level = level;
-    apply_defaults(parameters, fit_to_cache(second_level_cache_kib()));
-    const auto run = [parameters](const codec_entry& entry) {
+    classify_file(file.text().first(std::min(file.size, usize{1} << 20)), file.name, parameters);
+    parameters.codec.method = method;
+    parameters.codec.level = level;
+    settle_parameters(parameters, fit_to_cache(second_level_cache_kib()));
+    const auto run = [parameters = parameters.codec](const codec_entry& entry) {
         return [&entry, parameters](input in, output out) {
             return run_codec(entry, parameters, in, out);
         };

@@ -10,7 +10,7 @@ _quarnex()
     fi
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
-        # Their values follow without a space.
+        # The value follows without a space.
         [[ ${COMPREPLY[*]} != -[bp] ]] || compopt -o nospace
     elif [[ $restoring ]]; then
         _filedir qrx

@@ -1,5 +1,7 @@
 #include "codec_input.h"
 
+#include "common/scratch.h"
+
 #include <utility>
 
 namespace quarnex::fuzz {
@@ -23,20 +25,23 @@ bytes with_slack(std::span<const u8> content, u32 slack)
     return buffer;
 }
 
-i32 run_codec(const codec_entry& codec, const block_job& job)
+codec_result run_codec(const codec_entry& codec, codec_job& job)
 {
+    scratch memory(system_allocator);
+    job.memory = &memory;
     void* const state = codec.init(job);
     require(state != nullptr, "a codec starts");
-    const i32 length = codec.run(job, state);
+    const codec_result result = codec.run(job, state);
     codec.release(job, state);
-    return length;
+    require(result.status == codec_status::done, "a codec has memory");
+    return result;
 }
 
 } // namespace
 
-file_parameters take_parameters(std::span<const u8>& input)
+codec_parameters take_parameters(std::span<const u8>& input)
 {
-    file_parameters parameters;
+    codec_parameters parameters;
     parameters.method = static_cast<u8>(first_method + input[0] % methods);
     parameters.level = input[1] % levels;
     parameters.lit_ctx_bits = input[2] % lit_ctx_choices;
@@ -46,7 +51,7 @@ file_parameters take_parameters(std::span<const u8>& input)
     return parameters;
 }
 
-bytes start_input(const file_parameters& parameters)
+bytes start_input(const codec_parameters& parameters)
 {
     return {static_cast<u8>(parameters.method - first_method), parameters.level,
             parameters.lit_ctx_bits, static_cast<u8>(parameters.hash_bits - least_hash_bits),
@@ -54,9 +59,9 @@ bytes start_input(const file_parameters& parameters)
 }
 
 void for_each_cell_and_shape(usize block_size,
-                             const std::function<void(const file_parameters&, const bytes&)>& use)
+                             const std::function<void(const codec_parameters&, const bytes&)>& use)
 {
-    file_parameters parameters{.hash_bits = 12, .chain_bits = 2};
+    codec_parameters parameters{.hash_bits = 12, .chain_bits = 2};
     for (parameters.method = first_method; parameters.method <= last_method; ++parameters.method) {
         for (parameters.level = 0; parameters.level <= last_level; ++parameters.level) {
             for (const test::shape& shape : test::all_shapes()) {
@@ -66,39 +71,39 @@ void for_each_cell_and_shape(usize block_size,
     }
 }
 
-coded encode(const file_parameters& parameters, std::span<const u8> block)
+coded encode(const codec_parameters& parameters, std::span<const u8> block)
 {
     const bytes in = with_slack(block, in_slack);
     bytes out(block.size() + out_slack);
-    block_job job;
+    codec_job job;
     job.parameters = parameters;
     job.in_buf = in.data();
     job.in_len = static_cast<u32>(block.size());
     job.out_buf = out.data();
-    const i32 length = run_codec(*encoder_table[parameters.method], job);
-    return {length, std::move(out)};
+    const codec_result result = run_codec(*encoder_table[parameters.method], job);
+    return {result, std::move(out)};
 }
 
-coded decode(const codec_entry& decoder, const file_parameters& parameters,
+coded decode(const codec_entry& decoder, const codec_parameters& parameters,
              std::span<const u8> payload, u32 out_len, u8 fill)
 {
     const bytes in = with_slack(payload, payload_slack);
     bytes out(usize{out_len} + out_slack, fill);
-    block_job job;
+    codec_job job;
     job.parameters = parameters;
     job.in_buf = in.data();
     job.in_len = static_cast<u32>(payload.size());
     job.out_buf = out.data();
     job.out_len = out_len;
-    const i32 length = run_codec(decoder, job);
-    return {length, std::move(out)};
+    const codec_result result = run_codec(decoder, job);
+    return {result, std::move(out)};
 }
 
-bytes payload_of(const file_parameters& parameters, const bytes& block)
+bytes payload_of(const codec_parameters& parameters, const bytes& block)
 {
     coded stream = encode(parameters, block);
-    require(stream.length > 0, "a seed can be encoded");
-    stream.out.resize(static_cast<usize>(stream.length));
+    require(stream.result.length > 0, "a seed can be encoded");
+    stream.out.resize(stream.result.length);
     return std::move(stream.out);
 }
 

@@ -6,10 +6,11 @@
 #include "codec_input.h"
 #include "format/container.h"
 #include "pipeline/drivers.h"
-#include "support/error_recorder.h"
+#include "support/event_recorder.h"
 #include "support/qrx_file.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <sys/mman.h>
@@ -55,7 +56,7 @@ class memory_file {
 struct workshop {
     workshop()
     {
-        prepare_process();
+        std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit is to fail
         const rlimit limit{most_written, most_written};
         require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "a limit for files");
         // The driver's messages go nowhere.  Those of libFuzzer and the sanitizers don't take this
@@ -66,7 +67,7 @@ struct workshop {
 
     memory_file source;
     memory_file destination;
-    test::error_recorder recorder;
+    test::event_recorder recorder;
 };
 
 /// Bounds the work that the header of `image` asks for; returns the size of the original file.
@@ -84,16 +85,18 @@ u64 bound_work(u8 bounds, std::span<u8> image)
     return header.original_size;
 }
 
-i32 run_driver(pipeline_state& state, const workshop& shop)
+status run_driver(engine& work, const workshop& shop)
 {
-    const pipeline_threads threads(state, direction::decompress);
+    const engine_threads threads(work);
     require(threads.ready(), "threads");
-    return decompress_file(state, shop.source.name(), shop.destination.name() + file_suffix);
+    const std::string source = shop.source.name();
+    const std::string destination = shop.destination.name();
+    return decompress_file(work, {source.c_str(), destination.c_str()});
 }
 
-bool is_plain_result(i32 result)
+bool is_failure(const test::recorded_event& told)
 {
-    return result == driver_done || result == driver_failed;
+    return told.kind != event_kind::block_short;
 }
 
 void decompress_any(std::span<const u8> input)
@@ -107,14 +110,12 @@ void decompress_any(std::span<const u8> input)
     shop.destination.fill({});
 
     const u32 workers = (control & with_workers) != 0 ? 2 : 0;
-    pipeline_state state(workers);
-    const i32 result = run_driver(state, shop);
-    const auto failures = shop.recorder.take();
-    const bool told = std::any_of(failures.begin(), failures.end(),
-                                  [&](const auto& failure) { return failure.first == -result; });
-    require(is_plain_result(result) || told, "a driver's failure has been reported");
-    require(workers != 0 || !is_plain_result(result) || failures.empty(),
-            "a reported failure is the driver's result");
+    engine work(system_allocator, workers, shop.recorder.watcher());
+    const status result = run_driver(work, shop);
+    const auto events = shop.recorder.take();
+    const bool told = std::any_of(events.begin(), events.end(), is_failure);
+    require(told == (work.first_failure() != status::done), "each failure is told and is a result");
+    require(workers != 0 || result == work.first_failure(), "a failure is the driver's result");
     require(shop.destination.size() <= size, "no byte is written past the file's size");
 }
 
@@ -149,14 +150,15 @@ std::vector<bytes> make_seeds()
         seeds.push_back(seed_of(control | with_workers, shuffled_file()));
     }
     seeds.push_back(seed_of(both_bounded, {{}, {{}}})); // an empty file
-    for_each_cell_and_shape(block_size, [&](const file_parameters& parameters, const bytes& block) {
-        test::qrx_file file;
-        file.header.original_size = block_size;
-        file.header.method = parameters.method;
-        file.header.level = parameters.level;
-        file.records = {{0, payload_of(parameters, block)}};
-        seeds.push_back(seed_of(both_bounded, file));
-    });
+    for_each_cell_and_shape(block_size,
+                            [&](const codec_parameters& parameters, const bytes& block) {
+                                test::qrx_file file;
+                                file.header.original_size = block_size;
+                                file.header.method = parameters.method;
+                                file.header.level = parameters.level;
+                                file.records = {{0, payload_of(parameters, block)}};
+                                seeds.push_back(seed_of(both_bounded, file));
+                            });
     return seeds;
 }
 

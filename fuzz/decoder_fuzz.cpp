@@ -24,33 +24,32 @@ const codec_entry& portable_decoder(u8 method)
     case 2:
         return m2_portable_decoder;
     default:
-        return *find_decoder(method);
+        return *decoder_table[method];
     }
 }
 
 void decode_any(std::span<const u8> input)
 {
     if (input.size() < parameter_bytes + length_bytes) return;
-    const file_parameters parameters = take_parameters(input);
-    const codec_entry* const decoder = find_decoder(parameters.method);
-    if (decoder == nullptr) return;
+    const codec_parameters parameters = take_parameters(input);
+    const codec_entry& decoder = *decoder_table[parameters.method];
     const u32 out_len = u32{load_u16(input.data())} + 1;
     // A payload as long as the block is a stored one, and none is longer.
     const auto payload = input.subspan(length_bytes)
                              .first(std::min<usize>(input.size() - length_bytes, out_len - 1));
 
-    const coded first = decode(*decoder, parameters, payload, out_len, 0);
-    require(first.length >= 0 && static_cast<u32>(first.length) <= out_len,
-            "a decoder produces 0 to out_len bytes");
+    const coded first = decode(decoder, parameters, payload, out_len, 0);
+    const u32 length = first.result.length;
+    require(length <= out_len, "a decoder produces 0 to out_len bytes");
     const coded second =
         decode(portable_decoder(parameters.method), parameters, payload, out_len, 0xA5);
     require(
-        second.length == first.length &&
-            std::equal(first.out.begin(), first.out.begin() + first.length, second.out.begin()),
+        second.result.length == length && second.result.exact_end == first.result.exact_end &&
+            std::equal(first.out.begin(), first.out.begin() + length, second.out.begin()),
         "what a decoder produces depends neither on the processor nor on the buffer's old content");
 }
 
-bytes seed_of(const file_parameters& parameters, const bytes& payload, usize out_len)
+bytes seed_of(const codec_parameters& parameters, const bytes& payload, usize out_len)
 {
     bytes seed = start_input(parameters);
     seed.resize(parameter_bytes + length_bytes);
@@ -63,7 +62,8 @@ bytes seed_of(const file_parameters& parameters, const bytes& payload, usize out
 bytes seed_of_method_2(u8 level)
 {
     const test::m2_block block = test::random_m2_block(level, level, 60).match(20000, 33);
-    const file_parameters parameters{.method = 2, .level = level, .hash_bits = 12, .chain_bits = 2};
+    const codec_parameters parameters{
+        .method = 2, .level = level, .hash_bits = 12, .chain_bits = 2};
     return seed_of(parameters, block.stream(), block.size());
 }
 
@@ -72,11 +72,12 @@ bytes seed_of_method_2(u8 level)
 std::vector<bytes> make_seeds()
 {
     std::vector<bytes> seeds;
-    for_each_cell_and_shape(seed_block, [&](const file_parameters& parameters, const bytes& block) {
-        const bytes payload = payload_of(parameters, block);
-        if (payload.size() != block.size())
-            seeds.push_back(seed_of(parameters, payload, block.size()));
-    });
+    for_each_cell_and_shape(seed_block,
+                            [&](const codec_parameters& parameters, const bytes& block) {
+                                const bytes payload = payload_of(parameters, block);
+                                if (payload.size() != block.size())
+                                    seeds.push_back(seed_of(parameters, payload, block.size()));
+                            });
     for (u8 level = 0; level <= last_level; ++level) seeds.push_back(seed_of_method_2(level));
     return seeds;
 }

@@ -41,7 +41,7 @@ void expect_sound(const bytes& sample, const bytes& name)
     require(classify_text(sample) == test::plain_text_type(sample), "a text has its type");
     file_parameters parameters;
     classify_file(sample, {reinterpret_cast<const char*>(name.data()), name.size()}, parameters);
-    require(parameters.lit_ctx_bits <= 8, "there are codecs for the contexts");
+    require(parameters.codec.lit_ctx_bits <= 8, "there are codecs for the contexts");
     require(parameters.filter_flags == 0 || parameters.filter_flags == filter_x86,
             "no type has another filter");
 }

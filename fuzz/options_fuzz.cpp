@@ -3,6 +3,7 @@
 //     | number of processors: 1 | arguments, the program's name first, zero bytes between them |
 #include "frontend/options.h"
 #include "fuzz_target.h"
+#include "pipeline/engine.h"
 
 #include <algorithm>
 #include <span>
@@ -31,9 +32,9 @@ void check(const options& parsed)
     const file_parameters& parameters = parsed.job_template;
     if (parsed.mode == direction::decompress) return;
     require(parameters.block_mb >= 1 && parameters.block_mb <= 2047, "the block size is possible");
-    require(parameters.hash_bits <= 30, "the hash size is possible");
-    require(is_method(parameters.method), "there is a method");
-    require(parameters.level <= last_level, "there is a level");
+    require(parameters.codec.hash_bits <= 30, "the hash size is possible");
+    require(is_method(parameters.codec.method), "there is a method");
+    require(parameters.codec.level <= last_level, "there is a level");
 }
 
 void parse_any(std::span<const u8> input)

@@ -23,7 +23,7 @@ bool starts_with(const bytes& buffer, std::span<const u8> content)
 }
 
 /// What the plain encoder makes of a block.
-bytes encode_plainly(const file_parameters& parameters, const bytes& block)
+bytes encode_plainly(const codec_parameters& parameters, const bytes& block)
 {
     const u32 level = parameters.level;
     const u32 lit_ctx_bits = parameters.lit_ctx_bits;
@@ -46,11 +46,11 @@ bytes encode_plainly(const file_parameters& parameters, const bytes& block)
 void encode_and_decode(std::span<const u8> input)
 {
     if (input.size() <= parameter_bytes) return; // an empty block is given to no codec
-    const file_parameters parameters = take_parameters(input);
+    const codec_parameters parameters = take_parameters(input);
 
     const coded stream = encode(parameters, input);
-    require(stream.length > 0, "an encoder produces something");
-    const auto length = static_cast<usize>(stream.length);
+    const usize length = stream.result.length;
+    require(length > 0, "an encoder produces something");
     require(length <= input.size(), "a stream is not longer than its block");
     if (input.size() <= most_compared) {
         const bytes expected = encode_plainly(parameters, bytes(input.begin(), input.end()));
@@ -62,9 +62,9 @@ void encode_and_decode(std::span<const u8> input)
         return;
     }
     const auto out_len = static_cast<u32>(input.size());
-    const coded block = decode(*find_decoder(parameters.method), parameters,
+    const coded block = decode(*decoder_table[parameters.method], parameters,
                                std::span(stream.out).first(length), out_len, 0xA5);
-    require(block.length == static_cast<i32>(out_len), "the decoder produces the whole block");
+    require(block.result.length == out_len, "the decoder produces the whole block");
     require(starts_with(block.out, input), "the block comes back");
 }
 
@@ -73,10 +73,11 @@ void encode_and_decode(std::span<const u8> input)
 std::vector<bytes> make_seeds()
 {
     std::vector<bytes> seeds;
-    for_each_cell_and_shape(seed_block, [&](const file_parameters& parameters, const bytes& block) {
-        bytes& seed = seeds.emplace_back(start_input(parameters));
-        seed.insert(seed.end(), block.begin(), block.end());
-    });
+    for_each_cell_and_shape(seed_block,
+                            [&](const codec_parameters& parameters, const bytes& block) {
+                                bytes& seed = seeds.emplace_back(start_input(parameters));
+                                seed.insert(seed.end(), block.begin(), block.end());
+                            });
     return seeds;
 }
 

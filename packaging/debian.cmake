@@ -1,14 +1,14 @@
-# The Debian package, which `cpack` makes of an optimised build.
+# The Debian package, made by `cpack` from an optimised build.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT
-  "Seed 7d0edf25 maintainers <maintainers@users.noreply.c-seed-7d0edf25.example>")
+  "The quarnex authors <quarnex@example.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "block-parallel file compressor")
 set(CPACK_PACKAGE_DESCRIPTION
-  "Turns each input file into one .qrx file in a destination directory, and
-back. Files are cut into large blocks that are coded independently, on all
-processors. Five methods and ten levels reach from a fast byte-aligned code
-to a binary range coder over a priced search for matches.")
+  "Compresses each input file to one .qrx file in a destination directory, and
+restores such files. Files are divided into large blocks that are coded
+independently on all processors. Five methods and ten levels range from fast
+byte-aligned tokens to a binary range coder with optimal parsing.")
 
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -1,10 +1,12 @@
-# Run by CPack on the files that go into a Debian package: makes of them what Debian expects.
+# Run by CPack: arranges the files of a Debian package as Debian expects.
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 set(doc ${share}/doc/${CPACK_PACKAGE_NAME})
 
-# Debian's zsh doesn't look into site-functions there.
+# Debian's zsh reads completions of packages from vendor-completions.
 file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 
+# The license is in the copyright file.
+file(REMOVE ${doc}/LICENSE)
 file(COPY ${CMAKE_CURRENT_LIST_DIR}/copyright DESTINATION ${doc})
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${doc}/changelog

@@ -1,13 +1,13 @@
-# What `cmake --install` puts in place, and every package with it.
+# The files that `cmake --install` installs and packages contain.
 include(GNUInstallDirs)
 
 install(TARGETS quarnex RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-# The build has made it: a link to the program beside it, or a copy on Windows.
+# Made by the build: a link to the program, or a copy of it on Windows.
 install(PROGRAMS ${CMAKE_BINARY_DIR}/un$<TARGET_FILE_NAME:quarnex> DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN docs/man EXCLUDE)
 
-# Shells look for completions by the name of the command, so the second name has a link of its own.
+# Shells find completions by the name of the command, so the second name gets a link.
 function(install_completions source directory suffix)
   set(link ${CMAKE_BINARY_DIR}/completions/unquarnex${suffix})
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions)

@@ -31,7 +31,7 @@ struct codec_parameters {
 
 /// One block for a codec.
 struct codec_job {
-    codec_parameters parameters;
+    codec_parameters parameters{};
     const u8* in_buf = nullptr; // input, followed by in_slack or payload_slack zeros
     u32 in_len = 0;        // bytes at in_buf: the block's when encoding, the payload's otherwise
     u8* out_buf = nullptr; // output, followed by out_slack writable bytes

@@ -17,7 +17,7 @@ constexpr bool is_method(u8 method)
 
 /// Parameters of all blocks of a file, from the command line or from its header.
 struct file_parameters {
-    codec_parameters codec;
+    codec_parameters codec{};
     u8 filter_flags = 0; // low nibble: pre-filter, 0 for none
     u16 block_mb = 32;   // block size in MiB
 

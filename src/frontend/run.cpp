@@ -219,11 +219,11 @@ int run(int argc, const char* const* argv)
     const observer watcher{report_event, show_progress, &context};
     int exit_status = status_ended;
     engine work(system_allocator, count_workers(parsed, parameters), watcher);
-    if (work.start()) {
+    {
+        const engine_threads threads(work);
         file_runner files(work, context, parsed, parameters);
-        exit_status = run_files(files, parsed);
+        if (threads.ready()) exit_status = run_files(files, parsed);
     }
-    work.wait_for_blocks();
     return exit_status == status_good && work.thread_failures() != 0 ? status_bad : exit_status;
 }
 

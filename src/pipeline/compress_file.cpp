@@ -32,7 +32,7 @@ struct compression {
 
 status compression::read_block(block_job& job, u32 length)
 {
-    job.in_alloc = file.with().buffers().take(usize{length} + in_slack);
+    job.in_alloc = file.with().buffers.take(usize{length} + in_slack);
     if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
     u8* const block = job.in_alloc.get();
     const read_result got = file.source().read(block, length);

@@ -44,7 +44,7 @@ status decompression::read_payload(block_job& job, u32 size)
 {
     read_result got{static_cast<usize>(std::min<u64>(size, source_left())), 0};
     if (size <= source_left()) { // more is damage, and no reason to ask for memory
-        job.in_alloc = file.with().buffers().take(usize{size} + payload_slack);
+        job.in_alloc = file.with().buffers.take(usize{size} + payload_slack);
         if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
         got = file.source().read(job.in_alloc.get(), size);
     }

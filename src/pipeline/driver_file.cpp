@@ -35,7 +35,7 @@ status driver_file::open_source()
 
 status driver_file::create_destination()
 {
-    destination_ = output_file::make(engine_.source(), names_.source, names_.destination);
+    destination_ = output_file::make(engine_.source, names_.source, names_.destination);
     if (!destination_) return fail(event_kind::no_memory, status::no_memory);
     const int error = destination_->file.create(names_.destination);
     if (error == 0) return status::done;

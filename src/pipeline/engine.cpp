@@ -5,42 +5,11 @@
 
 namespace quarnex {
 
-engine::engine(const allocator& source, u32 workers, const observer& watcher)
-    : source_(source), thread_count_(std::min(workers, max_workers)), watcher_(watcher),
-      buffers_(source, 2 * usize{thread_count_} + 3), memory_(source),
-      jobs_(std::max(thread_count_, 1U)), writes_(std::max(thread_count_, 1U))
+engine::engine(const allocator& memory_source, u32 workers, const observer& watcher)
+    : source(memory_source), thread_count(std::min(workers, max_workers)),
+      buffers(memory_source, 2 * usize{thread_count} + 3), jobs(std::max(thread_count, 1U)),
+      writes(std::max(thread_count, 1U)), watcher_(watcher), memory_(memory_source)
 {
-}
-
-engine::~engine()
-{
-    for (const system_thread& worker : workers_) {
-        if (worker.started()) jobs_.enqueue(block_job{});
-    }
-    for (system_thread& worker : workers_) worker.join();
-    // All that the workers have produced lies before the writer's end.
-    if (writer_.started()) writes_.enqueue(write_job{});
-    writer_.join();
-}
-
-bool engine::start()
-{
-    const auto start_thread = [this](system_thread& thread, void (*body)(void*)) {
-        const bool started = thread.start(body, this);
-        if (!started) tell({.kind = event_kind::thread_unstarted});
-        return started;
-    };
-    if (thread_count_ == 0) return true;
-    u32 started = 0;
-    for (u32 i = 0; i < thread_count_; ++i) {
-        const auto body = [](void* self) { static_cast<engine*>(self)->run_worker(); };
-        if (start_thread(workers_[i], body)) ++started;
-    }
-    const auto body = [](void* self) { static_cast<engine*>(self)->run_writer(); };
-    const bool writes = start_thread(writer_, body);
-    if (started != 0 && writes) return true;
-    fail(status::no_thread);
-    return false;
 }
 
 status engine::fail(status reason)
@@ -68,7 +37,7 @@ status engine::submit(block_job job)
     if (!has_workers()) return finish_in_place(job);
     if (job.mode == direction::compress) job.out_file->window.wait_to_enter(job.block_index);
     in_flight_.enter();
-    jobs_.enqueue(std::move(job));
+    jobs.enqueue(std::move(job));
     return status::done;
 }
 
@@ -87,7 +56,7 @@ status engine::finish_in_place(block_job& job)
 
 status engine::code(scratch& memory, block_job& job, write_job& finished, bool on_worker)
 {
-    const block_result result = code_block(buffers_, memory, job, finished);
+    const block_result result = code_block(buffers, memory, job, finished);
     const bool compresses = job.mode == direction::compress;
     event happened{.kind = event_kind::no_memory,
                    .name = job.out_file->source_name(),
@@ -110,24 +79,50 @@ status engine::code(scratch& memory, block_job& job, write_job& finished, bool o
     return status::done;
 }
 
-void engine::run_worker()
+void run_worker(engine& of)
 {
-    scratch memory(source_);
+    scratch memory(of.source);
     for (;;) {
-        block_job job = jobs_.dequeue();
+        block_job job = of.jobs.dequeue();
         if (!job.out_file) return;
         output_file& file = *job.out_file;
         if (!file.failed()) {
             write_job finished;
-            const status coded = code(memory, job, finished, true);
+            const status coded = of.code(memory, job, finished, true);
             if (coded == status::done) {
-                writes_.enqueue(std::move(finished));
+                of.writes.enqueue(std::move(finished));
                 continue;
             }
-            fail_on_thread(file, coded);
+            of.fail_on_thread(file, coded);
         }
-        mark_done(file, job.block_index, job.mode);
+        of.mark_done(file, job.block_index, job.mode);
     }
+}
+
+engine_threads::engine_threads(engine& of) : engine_(of)
+{
+    if (engine_.thread_count == 0) return;
+    const auto work = [](void* shared) { run_worker(*static_cast<engine*>(shared)); };
+    const auto write = [](void* shared) { run_writer(*static_cast<engine*>(shared)); };
+    for (u32 i = 0; i < engine_.thread_count; ++i) started_ += start(workers_[i], work) ? 1 : 0;
+    start(writer_, write);
+    if (!ready()) engine_.fail(status::no_thread);
+}
+
+bool engine_threads::start(system_thread& thread, void (*body)(void*))
+{
+    const bool started = thread.start(body, &engine_);
+    if (!started) engine_.tell({.kind = event_kind::thread_unstarted});
+    return started;
+}
+
+engine_threads::~engine_threads()
+{
+    for (u32 i = 0; i < started_; ++i) engine_.jobs.enqueue(block_job{});
+    for (system_thread& worker : workers_) worker.join();
+    // All that the workers have produced lies before the writer's end.
+    if (writer_.started()) engine_.writes.enqueue(write_job{});
+    writer_.join();
 }
 
 } // namespace quarnex

@@ -32,7 +32,7 @@ class open_file_table {
 };
 
 /// Writes a block, and closes its file after the last one.  Tells what goes wrong.
-status write_and_close(const engine& told, open_file_table& table, write_job& finished)
+status write_and_close(const engine& of, open_file_table& table, write_job& finished)
 {
     output_file& file = *finished.out_file;
     event failure{.kind = event_kind::destination_unwritten,
@@ -45,7 +45,7 @@ status write_and_close(const engine& told, open_file_table& table, write_job& fi
         failure.kind = event_kind::too_many_destinations;
         failure.wanted = open_file_table::max_files;
         failure.got = static_cast<u64>(file.file.descriptor());
-        told.tell(failure);
+        of.tell(failure);
         return status::too_many_files;
     }
     failure.cause = write_block(finished, entry->written++);
@@ -54,25 +54,25 @@ status write_and_close(const engine& told, open_file_table& table, write_job& fi
         failure.cause = file.file.close();
     }
     if (failure.cause == 0) return status::done;
-    told.tell(failure);
+    of.tell(failure);
     return status::write_failed;
 }
 
 } // namespace
 
-void engine::run_writer()
+void run_writer(engine& of)
 {
-    // A file whose blocks were dropped stays here, open, until the end.
+    // A file whose blocks never all came stays here, open, until the end.
     open_file_table table;
     for (;;) {
-        write_job finished = writes_.dequeue();
+        write_job finished = of.writes.dequeue();
         if (!finished.buf) return;
         output_file& file = *finished.out_file;
         if (!file.failed()) {
-            const status written = write_and_close(*this, table, finished);
-            if (written != status::done) fail_on_thread(file, written);
+            const status written = write_and_close(of, table, finished);
+            if (written != status::done) of.fail_on_thread(file, written);
         }
-        mark_done(file, finished.block_index, finished.mode);
+        of.mark_done(file, finished.block_index, finished.mode);
     }
 }
 

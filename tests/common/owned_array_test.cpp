@@ -28,7 +28,7 @@ usize hidden(usize value)
 
 TEST(owned_array, holds_all_its_elements)
 {
-    const owned_array<u32> array = make_array<u32>(1000);
+    const owned_array<u32> array = make_array<u32>(system_allocator, 1000);
     ASSERT_NE(array, nullptr);
     for (u32 i = 0; i < 1000; ++i) array[i] = i * i;
     for (u32 i = 0; i < 1000; ++i) ASSERT_EQ(array[i], i * i);
@@ -37,7 +37,7 @@ TEST(owned_array, holds_all_its_elements)
 TEST(owned_array, zeroed_elements_are_zero_also_in_memory_used_before)
 {
     for (int round = 0; round < 3; ++round) {
-        const owned_array<u64> array = make_zeroed_array<u64>(500);
+        const owned_array<u64> array = make_zeroed_array<u64>(system_allocator, 500);
         ASSERT_NE(array, nullptr);
         for (usize i = 0; i < 500; ++i) {
             ASSERT_EQ(array[i], 0U);
@@ -48,15 +48,15 @@ TEST(owned_array, zeroed_elements_are_zero_also_in_memory_used_before)
 
 TEST(owned_array, is_null_when_the_size_in_bytes_overflows)
 {
-    EXPECT_EQ(make_array<u64>(hidden(SIZE_MAX / 8 + 1)), nullptr);
-    EXPECT_EQ(make_array<u64>(hidden(SIZE_MAX)), nullptr);
-    EXPECT_EQ(make_zeroed_array<u64>(hidden(SIZE_MAX / 8 + 2)), nullptr);
+    EXPECT_EQ(make_array<u64>(system_allocator, hidden(SIZE_MAX / 8 + 1)), nullptr);
+    EXPECT_EQ(make_array<u64>(system_allocator, hidden(SIZE_MAX)), nullptr);
+    EXPECT_EQ(make_zeroed_array<u64>(system_allocator, hidden(SIZE_MAX / 8 + 2)), nullptr);
 }
 
 TEST(owned_array, is_null_when_there_is_no_memory)
 {
-    EXPECT_EQ(make_array<u64>(hidden(SIZE_MAX / 9)), nullptr);
-    EXPECT_EQ(make_zeroed_array<u64>(hidden(SIZE_MAX / 9)), nullptr);
+    EXPECT_EQ(make_array<u64>(system_allocator, hidden(SIZE_MAX / 9)), nullptr);
+    EXPECT_EQ(make_zeroed_array<u64>(system_allocator, hidden(SIZE_MAX / 9)), nullptr);
 }
 
 } // namespace

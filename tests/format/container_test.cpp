@@ -18,7 +18,7 @@ constexpr header_bytes header_image{
     0,    0,    0,    0,                            // in_len
 };
 constexpr file_header header_values{0x0102030405060708,
-                                    {4, 9, 7, 1, 0x1AFE, 0x4B3B2B1B, 0x38281808}};
+                                    {{4, 9, 7, 0x4B3B2B1B, 0x38281808}, 1, 0x1AFE}};
 
 TEST(container, header_is_32_bytes_in_the_given_order)
 {
@@ -32,7 +32,7 @@ TEST(container, header_of_the_smallest_values)
     expected[18] = 32;
     expected[20] = 12;
     expected[24] = 1;
-    EXPECT_EQ(pack_file_header({0, {1, 0, 0, 0, 32, 12, 1}}), expected);
+    EXPECT_EQ(pack_file_header({0, {{1, 0, 0, 12, 1}, 0, 32}}), expected);
 }
 
 TEST(container, header_is_taken_apart_again)
@@ -40,13 +40,13 @@ TEST(container, header_is_taken_apart_again)
     file_header header{};
     ASSERT_TRUE(unpack_file_header(header_image, header));
     EXPECT_EQ(header.original_size, 0x0102030405060708U);
-    EXPECT_EQ(header.parameters.method, 4);
-    EXPECT_EQ(header.parameters.level, 9);
-    EXPECT_EQ(header.parameters.lit_ctx_bits, 7);
+    EXPECT_EQ(header.parameters.codec.method, 4);
+    EXPECT_EQ(header.parameters.codec.level, 9);
+    EXPECT_EQ(header.parameters.codec.lit_ctx_bits, 7);
     EXPECT_EQ(header.parameters.filter_flags, 1);
     EXPECT_EQ(header.parameters.block_mb, 0x1AFE);
-    EXPECT_EQ(header.parameters.hash_bits, 0x4B3B2B1B);
-    EXPECT_EQ(header.parameters.chain_bits, 0x38281808);
+    EXPECT_EQ(header.parameters.codec.hash_bits, 0x4B3B2B1B);
+    EXPECT_EQ(header.parameters.codec.chain_bits, 0x38281808);
 }
 
 TEST(container, each_magic_letter_is_compared_and_the_byte_before_them_is_not)
@@ -72,8 +72,8 @@ TEST(container, nothing_else_of_a_header_is_tested)
     file_header header{};
     ASSERT_TRUE(unpack_file_header(bytes, header));
     EXPECT_EQ(header.original_size, ~u64{0});
-    EXPECT_EQ(header.parameters.method, 255);
-    EXPECT_EQ(header.parameters.hash_bits, -1);
+    EXPECT_EQ(header.parameters.codec.method, 255);
+    EXPECT_EQ(header.parameters.codec.hash_bits, -1);
 }
 
 TEST(container, record_head_is_the_size_and_the_displacement)

@@ -1,6 +1,6 @@
 #include "format/file_type.h"
 
-#include "common/platform.h"
+#include "frontend/system.h"
 #include "plain/plain_file_type.h"
 #include "support/shapes.h"
 
@@ -341,7 +341,7 @@ TEST(classify_text, binary_data_decide_wherever_they_stand)
 file_parameters parameters_of(const bytes& sample, const std::string& name, u8 lit_ctx_bits = 0)
 {
     file_parameters parameters;
-    parameters.lit_ctx_bits = lit_ctx_bits;
+    parameters.codec.lit_ctx_bits = lit_ctx_bits;
     parameters.filter_flags = 0x7F;
     classify_file(sample, name, parameters);
     return parameters;
@@ -351,7 +351,7 @@ void expect_parameters(const bytes& sample, const std::string& name, u32 lit_ctx
                        u32 filter_flags)
 {
     const file_parameters parameters = parameters_of(sample, name);
-    EXPECT_EQ(parameters.lit_ctx_bits, lit_ctx_bits) << name;
+    EXPECT_EQ(parameters.codec.lit_ctx_bits, lit_ctx_bits) << name;
     EXPECT_EQ(parameters.filter_flags, filter_flags) << name;
 }
 
@@ -408,22 +408,22 @@ TEST(classify_file, an_unrecognised_binary_gets_neither_contexts_nor_a_filter)
 
 TEST(classify_file, context_bits_that_are_chosen_stay_and_are_capped_at_8)
 {
-    EXPECT_EQ(parameters_of(text, "name", 3).lit_ctx_bits, 3);
-    EXPECT_EQ(parameters_of(binary, "name.exe", 7).lit_ctx_bits, 7);
-    EXPECT_EQ(parameters_of(binary, "name", 9).lit_ctx_bits, 8);
-    EXPECT_EQ(parameters_of(binary, "name", 255).lit_ctx_bits, 8);
+    EXPECT_EQ(parameters_of(text, "name", 3).codec.lit_ctx_bits, 3);
+    EXPECT_EQ(parameters_of(binary, "name.exe", 7).codec.lit_ctx_bits, 7);
+    EXPECT_EQ(parameters_of(binary, "name", 9).codec.lit_ctx_bits, 8);
+    EXPECT_EQ(parameters_of(binary, "name", 255).codec.lit_ctx_bits, 8);
 }
 
 TEST(classify_file, nothing_else_is_changed)
 {
-    file_parameters parameters{
-        .method = 5, .level = 7, .block_mb = 16, .hash_bits = 20, .chain_bits = 6};
+    file_parameters parameters{.codec = {.method = 5, .level = 7, .hash_bits = 20, .chain_bits = 6},
+                               .block_mb = 16};
     classify_file(text, "name", parameters);
-    EXPECT_EQ(parameters.method, 5);
-    EXPECT_EQ(parameters.level, 7);
+    EXPECT_EQ(parameters.codec.method, 5);
+    EXPECT_EQ(parameters.codec.level, 7);
     EXPECT_EQ(parameters.block_mb, 16);
-    EXPECT_EQ(parameters.hash_bits, 20);
-    EXPECT_EQ(parameters.chain_bits, 6);
+    EXPECT_EQ(parameters.codec.hash_bits, 20);
+    EXPECT_EQ(parameters.codec.chain_bits, 6);
 }
 
 TEST(file_type_table, all_rows)

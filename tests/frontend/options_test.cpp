@@ -48,13 +48,13 @@ TEST(options_defaults, job_template_is_zero_but_for_block_size)
     const options parsed = parse({"-10", "in", "out"});
     EXPECT_EQ(parsed.fault, option_fault::none);
     EXPECT_EQ(parsed.mode, direction::compress);
-    EXPECT_EQ(parsed.job_template.method, 1);
-    EXPECT_EQ(parsed.job_template.level, 0);
-    EXPECT_EQ(parsed.job_template.lit_ctx_bits, 0);
+    EXPECT_EQ(parsed.job_template.codec.method, 1);
+    EXPECT_EQ(parsed.job_template.codec.level, 0);
+    EXPECT_EQ(parsed.job_template.codec.lit_ctx_bits, 0);
     EXPECT_EQ(parsed.job_template.filter_flags, 0);
     EXPECT_EQ(parsed.job_template.block_mb, 32);
-    EXPECT_EQ(parsed.job_template.hash_bits, 0);
-    EXPECT_EQ(parsed.job_template.chain_bits, 0);
+    EXPECT_EQ(parsed.job_template.codec.hash_bits, 0);
+    EXPECT_EQ(parsed.job_template.codec.chain_bits, 0);
     EXPECT_EQ(parsed.thread_count, processors);
     EXPECT_EQ(parsed.verbose, 0);
     EXPECT_FALSE(parsed.recursive);
@@ -62,7 +62,7 @@ TEST(options_defaults, job_template_is_zero_but_for_block_size)
 
 TEST(options_defaults, level_is_255_when_restoring)
 {
-    EXPECT_EQ(parse({"-d", "in", "out"}).job_template.level, 255);
+    EXPECT_EQ(parse({"-d", "in", "out"}).job_template.codec.level, 255);
 }
 
 // Names
@@ -109,8 +109,8 @@ TEST(options_names, no_name_of_its_own)
 
 TEST(options_method, alone_has_level_9)
 {
-    EXPECT_EQ(parameters_of("-5").method, 5);
-    EXPECT_EQ(parameters_of("-5").level, 9);
+    EXPECT_EQ(parameters_of("-5").codec.method, 5);
+    EXPECT_EQ(parameters_of("-5").codec.level, 9);
 }
 
 TEST(options_method, each_method_and_level)
@@ -118,24 +118,24 @@ TEST(options_method, each_method_and_level)
     for (char method = '1'; method <= '5'; ++method) {
         for (char level = '0'; level <= '9'; ++level) {
             const std::string option{'-', method, level};
-            EXPECT_EQ(parameters_of(option.c_str()).method, method - '0') << option;
-            EXPECT_EQ(parameters_of(option.c_str()).level, level - '0') << option;
+            EXPECT_EQ(parameters_of(option.c_str()).codec.method, method - '0') << option;
+            EXPECT_EQ(parameters_of(option.c_str()).codec.level, level - '0') << option;
         }
     }
 }
 
 TEST(options_method, an_x_behind_the_level_has_no_effect)
 {
-    EXPECT_EQ(parameters_of("-53x").method, 5);
-    EXPECT_EQ(parameters_of("-53x").level, 3);
+    EXPECT_EQ(parameters_of("-53x").codec.method, 5);
+    EXPECT_EQ(parameters_of("-53x").codec.level, 3);
     EXPECT_EQ(parse({"-10x", "in", "out"}).fault, option_fault::none);
 }
 
 TEST(options_method, what_else_stands_behind_the_level_has_no_effect)
 {
-    EXPECT_EQ(parameters_of("-53abc").method, 5);
-    EXPECT_EQ(parameters_of("-53abc").level, 3);
-    EXPECT_EQ(parameters_of("-539").level, 3);
+    EXPECT_EQ(parameters_of("-53abc").codec.method, 5);
+    EXPECT_EQ(parameters_of("-53abc").codec.level, 3);
+    EXPECT_EQ(parameters_of("-539").codec.level, 3);
     EXPECT_EQ(parse({"-10abc", "in", "out"}).fault, option_fault::none);
 }
 
@@ -163,36 +163,36 @@ TEST(options_method, the_last_one_counts)
 {
     const options parsed = parse({"-6", "-59", "-12", "in", "out"});
     EXPECT_EQ(parsed.fault, option_fault::none);
-    EXPECT_EQ(parsed.job_template.method, 1);
-    EXPECT_EQ(parsed.job_template.level, 2);
+    EXPECT_EQ(parsed.job_template.codec.method, 1);
+    EXPECT_EQ(parsed.job_template.codec.level, 2);
 }
 
 // "-D#"
 
 TEST(options_hash_bits, is_the_number)
 {
-    EXPECT_EQ(parse_option("-D9").job_template.hash_bits, 9);
-    EXPECT_EQ(parse_option("-D10").job_template.hash_bits, 10);
-    EXPECT_EQ(parse_option("-D20x").job_template.hash_bits, 20);
+    EXPECT_EQ(parse_option("-D9").job_template.codec.hash_bits, 9);
+    EXPECT_EQ(parse_option("-D10").job_template.codec.hash_bits, 10);
+    EXPECT_EQ(parse_option("-D20x").job_template.codec.hash_bits, 20);
 }
 
 TEST(options_hash_bits, no_digits_give_0)
 {
-    EXPECT_EQ(parse_option("-D").job_template.hash_bits, 0);
-    EXPECT_EQ(parse_option("-Dx").job_template.hash_bits, 0);
+    EXPECT_EQ(parse_option("-D").job_template.codec.hash_bits, 0);
+    EXPECT_EQ(parse_option("-Dx").job_template.codec.hash_bits, 0);
     EXPECT_EQ(parse_option("-D").fault, option_fault::none);
 }
 
 TEST(options_hash_bits, can_be_negative)
 {
-    EXPECT_EQ(parse_option("-D-5").job_template.hash_bits, -5);
+    EXPECT_EQ(parse_option("-D-5").job_template.codec.hash_bits, -5);
     EXPECT_EQ(parse_option("-D-5").fault, option_fault::none);
 }
 
 TEST(options_hash_bits, at_most_30)
 {
     EXPECT_EQ(parse_option("-D30").fault, option_fault::none);
-    EXPECT_EQ(parse_option("-D30").job_template.hash_bits, 30);
+    EXPECT_EQ(parse_option("-D30").job_template.codec.hash_bits, 30);
     for (const char* option : {"-D31", "-D32", "-D1000", "-D99999999999999999999"}) {
         EXPECT_EQ(parse_option(option).fault, option_fault::bad_value) << option;
         EXPECT_NE(parse_option(option).fault_text, "") << option;
@@ -387,7 +387,7 @@ TEST(options_mode, behind_dash_d_all_else_is_ignored)
     EXPECT_EQ(parsed.fault, option_fault::none);
     EXPECT_EQ(parsed.mode, direction::decompress);
     EXPECT_EQ(parsed.names, std::vector<std::string>{"in"});
-    EXPECT_EQ(parsed.job_template.method, 0);
+    EXPECT_EQ(parsed.job_template.codec.method, 0);
 }
 
 TEST(options_mode, the_name_unquarnex_restores)

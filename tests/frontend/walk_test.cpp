@@ -225,6 +225,23 @@ TEST_F(recursive_walk, enters_other_directories_with_the_name_of_the_destination
     EXPECT_EQ(walk({"t"}, "out"), (names{"t/", "t/out/", "t/out/x"}));
 }
 
+TEST_F(recursive_walk, a_destination_that_is_named_is_walked_in_place)
+{
+    plant_all({"out/x", "out/sub/y", "a"});
+    EXPECT_EQ(walk({"out", "a", "out/."}),
+              (names{"sub/", "sub/y", "x", "a", "sub/", "sub/y", "x"}));
+}
+
+TEST_F(recursive_walk, tells_which_entries_are_in_place)
+{
+    plant_all({"out/sub/y", "a/b"});
+    for (const std::string& root : {path("out"), path("a")}) {
+        const std::vector<std::string> list{root};
+        walker inputs(list, path("out"));
+        while (const auto entry = inputs.next()) EXPECT_EQ(entry->in_place, root == path("out"));
+    }
+}
+
 TEST_F(recursive_walk, walks_a_directory_that_lies_in_the_destination)
 {
     plant_all({"out/t/x"});

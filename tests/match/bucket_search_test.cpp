@@ -1,5 +1,6 @@
 #include "match/bucket_search.h"
 
+#include "support/limited_allocator.h"
 #include "support/token_recorder.h"
 
 #include <gtest/gtest.h>
@@ -47,7 +48,8 @@ template <class Table>
 Table small_table(i32 chain_bits = 0)
 {
     constexpr u32 positions = 100;
-    return {{table_hash_bits, chain_bits}, positions};
+    static scratch memory(system_allocator);
+    return {{table_hash_bits, chain_bits}, positions, memory};
 }
 
 template <class Table>
@@ -425,6 +427,20 @@ INSTANTIATE_TEST_SUITE_P(rings, each_bucket_search,
                          [](const auto& test) {
                              return "of_2_to_the_" + std::to_string(test.param.chain_bits);
                          });
+
+TEST(bucket_search, gives_nothing_without_memory_for_its_table)
+{
+    using recorder = test::token_recorder<1>;
+    const test::bytes block(100);
+    const block_text text{block.data(), 50};
+    constexpr auto search_pairs = search_buckets<pair_table<0>, recorder>;
+    constexpr auto search_rings = search_buckets<ring_table, recorder>;
+    test::limited_allocator limit;
+    limit.refuse_from(1 << 20);
+    scratch memory(limit.get());
+    EXPECT_FALSE(search_pairs(text, {28, 1}, memory, {}).has_value());
+    EXPECT_FALSE(search_rings(text, {28, 2}, memory, {}).has_value());
+}
 
 } // namespace
 } // namespace quarnex

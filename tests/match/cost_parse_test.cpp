@@ -108,9 +108,10 @@ parse_result parse(const bytes& block, const price_functions& functions, writer_
     parse_result result;
     const test_prices prices(functions, result.windows);
     if constexpr (Level == 8)
-        result.found = parse_backward(view, prices, writer{limits.full_at}).value().tokens;
+        result.found =
+            parse_backward(view, system_allocator, prices, writer{limits.full_at}).value().tokens;
     else
-        result.found = parse_forward(view, prices, writer{limits.full_at}).tokens;
+        result.found = parse_forward(view, system_allocator, prices, writer{limits.full_at}).tokens;
     return result;
 }
 

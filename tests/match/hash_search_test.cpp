@@ -1,6 +1,7 @@
 #include "match/hash_search.h"
 
 #include "match/hash_search_fixture.h"
+#include "support/limited_allocator.h"
 
 #include <gtest/gtest.h>
 
@@ -166,6 +167,15 @@ TEST_P(each_hash_search, decides_as_the_plain_search_does)
 }
 
 INSTANTIATE_TEST_SUITE_P(levels, each_hash_search, testing::Values(0U, 1U, 2U));
+
+TEST_P(each_hash_search, gives_nothing_without_memory_for_its_table)
+{
+    const bytes block(100);
+    test::limited_allocator limit;
+    limit.refuse_from(1 << 20);
+    scratch memory(limit.get());
+    EXPECT_FALSE(searches<1>[GetParam()]({block.data(), 50}, {28, 0}, memory, {}).has_value());
+}
 
 } // namespace
 } // namespace quarnex

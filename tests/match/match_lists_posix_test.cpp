@@ -16,7 +16,8 @@ using test::bytes;
 std::optional<match_lists> lists_with(u64 spare, const bytes& padded)
 {
     const test::short_of_memory limit(spare);
-    return find_match_lists({padded.data(), static_cast<u32>(padded.size() - search_reads_past)});
+    return find_match_lists({padded.data(), static_cast<u32>(padded.size() - search_reads_past)},
+                            system_allocator);
 }
 
 TEST(match_lists, without_memory_are_none)
@@ -37,7 +38,7 @@ TEST(lcp_bytes, without_memory_leave_the_result_alone)
     const std::vector<u32> sa(16 << 20);
     bytes lcp((16 << 20) + 1, 99);
     const test::short_of_memory limit(0);
-    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 16 << 20, lcp.data()));
+    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 16 << 20, lcp.data(), system_allocator));
     EXPECT_EQ(std::count(lcp.begin(), lcp.end(), 99), static_cast<i64>(lcp.size()));
 }
 
@@ -45,7 +46,7 @@ TEST(lcp_bytes, without_memory_leave_the_result_alone)
 void take_all(usize size, std::vector<owned_array<u8>>& taken)
 {
     while (taken.size() < taken.capacity()) {
-        taken.push_back(make_array<u8>(size));
+        taken.push_back(make_array<u8>(system_allocator, size));
         if (!taken.back()) break;
     }
 }
@@ -58,11 +59,11 @@ TEST(match_lists, without_memory_for_the_sorters_tables_are_empty)
     const bytes block(5000 + search_reads_past);
     std::vector<owned_array<u8>> taken;
     taken.reserve(4000);
-    owned_array<u8> room = make_array<u8>(120000);
+    owned_array<u8> room = make_array<u8>(system_allocator, 120000);
     const test::short_of_memory limit(0);
     for (const usize size : {256U << 10, 32U << 10}) take_all(size, taken);
     room.reset();
-    const auto lists = find_match_lists({block.data(), 5000});
+    const auto lists = find_match_lists({block.data(), 5000}, system_allocator);
     ASSERT_TRUE(lists);
     EXPECT_EQ(std::count(lists->mlen.get(), lists->mlen.get() + 5000, 0), 5000);
 }

@@ -21,7 +21,7 @@ test::plain_lists lists_of(const bytes& block)
     const auto size = static_cast<u32>(block.size());
     const auto text = test::exact_buffer(block.size() + search_reads_past);
     std::copy(block.begin(), block.end(), text.get());
-    const auto lists = find_match_lists({text.get(), size});
+    const auto lists = find_match_lists({text.get(), size}, system_allocator);
     if (!lists) return {};
     test::plain_lists found{{lists->mlen.get(), lists->mlen.get() + size},
                             {lists->mpos.get(), lists->mpos.get() + size}};
@@ -259,7 +259,7 @@ void expect_common_prefixes(const bytes& block, const std::string& name)
     const auto text = test::exact_buffer(block.size() + search_reads_past);
     std::copy(block.begin(), block.end(), text.get());
     bytes lcp(block.size() + 1, 99);
-    ASSERT_TRUE(lcp_bytes(text.get(), sa.data(), size, lcp.data()));
+    ASSERT_TRUE(lcp_bytes(text.get(), sa.data(), size, lcp.data(), system_allocator));
     EXPECT_EQ(lcp.front(), 99); // those are the caller's
     EXPECT_EQ(lcp.back(), 99);
     for (u32 k = 1; k < size; ++k) {

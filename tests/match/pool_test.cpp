@@ -67,7 +67,7 @@ TEST(pool, requests_of_all_sizes_get_blocks_of_their_own_class)
 {
     // A page takes as many as there is room for, and they stand side by side.
     for (u32 size = 1; size <= pool::large_limit; ++size) {
-        pool memory(mib);
+        pool memory(system_allocator, mib);
         const auto blocks = alloc_many(memory, size, blocks_in_page(size));
         for (usize i = 0; i < blocks.size(); ++i)
             ASSERT_EQ(place_of(blocks[i]), page_header + i * rounded(size)) << size;
@@ -78,7 +78,7 @@ TEST(pool, requests_of_all_sizes_get_blocks_of_their_own_class)
 TEST(pool, a_request_of_the_block_size_and_one_of_a_byte_more_land_in_adjacent_classes)
 {
     for (u32 size = pool::size_step; size <= pool::small_limit; size += pool::size_step) {
-        pool memory(mib);
+        pool memory(system_allocator, mib);
         const pool_ref fits = memory.alloc(size);
         EXPECT_NE(page_of(memory.alloc(size + 1)), page_of(fits)) << size;
         EXPECT_EQ(page_of(memory.alloc(size - 7)), page_of(fits)) << size;
@@ -87,7 +87,7 @@ TEST(pool, a_request_of_the_block_size_and_one_of_a_byte_more_land_in_adjacent_c
 
 TEST(pool, a_request_of_512_is_of_the_last_small_class_and_of_513_a_large_block)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const auto small = alloc_many(memory, 512, 2);
     EXPECT_EQ(place_of(small[1]) - place_of(small[0]), 512U);
     const auto large = alloc_many(memory, 513, 2);
@@ -97,7 +97,7 @@ TEST(pool, a_request_of_512_is_of_the_last_small_class_and_of_513_a_large_block)
 
 TEST(pool, a_request_of_0_gives_a_block_like_one_of_1)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(0);
     EXPECT_NE(block, no_block);
     EXPECT_EQ(place_of(memory.alloc(1)), place_of(block) + 8);
@@ -105,7 +105,7 @@ TEST(pool, a_request_of_0_gives_a_block_like_one_of_1)
 
 TEST(pool, a_request_above_the_largest_gives_none)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     for (const u32 size : {1353U, 4096U, 1U << 20, UINT32_MAX})
         EXPECT_EQ(memory.alloc(size), no_block) << size;
     EXPECT_EQ(memory.chunk_count(), 0U);
@@ -116,7 +116,7 @@ TEST(pool, a_request_above_the_largest_gives_none)
 
 TEST(pool, to_free_no_block_does_nothing)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     memory.free(no_block);
     EXPECT_EQ(memory.chunk_count(), 0U);
 }
@@ -125,14 +125,14 @@ TEST(pool, to_free_no_block_does_nothing)
 
 TEST(pool, realloc_of_no_block_is_alloc)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref block = memory.realloc(no_block, 24);
     EXPECT_EQ(memory.alloc(24), block + 24 / 4);
 }
 
 TEST(pool, realloc_of_16_bytes_to_13_stays_and_to_12_moves_within_its_class)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(16);
     EXPECT_EQ(memory.realloc(block, 13), block);
     const pool_ref moved = memory.realloc(block, 12);
@@ -145,7 +145,7 @@ TEST(pool, a_small_block_stays_while_more_than_three_quarters_of_it_are_used)
 {
     for (u32 size = pool::size_step; size <= pool::small_limit; size += pool::size_step) {
         for (u32 wanted = 1; wanted <= size; ++wanted) {
-            pool memory(mib);
+            pool memory(system_allocator, mib);
             const pool_ref block = memory.alloc(size);
             const bool stays = 4 * wanted > 3 * size;
             ASSERT_EQ(memory.realloc(block, wanted) == block, stays) << size << " to " << wanted;
@@ -155,7 +155,7 @@ TEST(pool, a_small_block_stays_while_more_than_three_quarters_of_it_are_used)
 
 TEST(pool, shrinking_below_three_quarters_moves_to_a_smaller_class)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(100);
     const pool_ref block = memory.alloc(400);
     std::memset(memory.at(block), 7, 400);
@@ -166,7 +166,7 @@ TEST(pool, shrinking_below_three_quarters_moves_to_a_smaller_class)
 
 TEST(pool, growing_beyond_the_block_moves_and_keeps_what_it_holds)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     for (u32 size = pool::size_step; size <= pool::small_limit; size += pool::size_step) {
         const pool_ref block = memory.alloc(size);
         for (u32 i = 0; i < size; ++i) memory.at(block)[i] = static_cast<u8>(i);
@@ -179,7 +179,7 @@ TEST(pool, growing_beyond_the_block_moves_and_keeps_what_it_holds)
 
 TEST(pool, a_large_block_never_moves)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(600);
     for (const u32 size : {1352U, 513U, 512U, 10U, 0U, 1352U})
         EXPECT_EQ(memory.realloc(block, size), block) << size;
@@ -189,7 +189,7 @@ TEST(pool, a_large_block_never_moves)
 
 TEST(pool, what_was_freed_last_in_a_page_comes_next_and_then_what_never_was_used)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 64, 10);
     for (const usize i : {2U, 7U, 5U}) memory.free(blocks[i]);
     const auto next = alloc_many(memory, 64, 5);
@@ -202,7 +202,7 @@ TEST(pool, what_was_freed_last_in_a_page_comes_next_and_then_what_never_was_used
 
 TEST(pool, a_page_that_was_full_serves_again_once_a_block_comes_back)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const auto first = alloc_many(memory, 512, 7);
     const auto second = alloc_many(memory, 512, 7);
     EXPECT_EQ(page_of(second[0]), 1U);
@@ -213,7 +213,7 @@ TEST(pool, a_page_that_was_full_serves_again_once_a_block_comes_back)
 
 TEST(pool, the_page_that_got_room_last_serves_first)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 512, 28); // four pages
     for (const usize page : {2U, 0U, 3U}) memory.free(blocks[page * 7]);
     EXPECT_EQ(memory.alloc(512), blocks[21]);
@@ -223,7 +223,7 @@ TEST(pool, the_page_that_got_room_last_serves_first)
 
 TEST(pool, a_page_in_the_middle_of_those_with_room_can_become_free)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 512, 28);
     for (const usize page : {2U, 0U, 3U}) memory.free(blocks[page * 7]);
     for (usize i = 1; i < 7; ++i) memory.free(blocks[i]);
@@ -234,7 +234,7 @@ TEST(pool, a_page_in_the_middle_of_those_with_room_can_become_free)
 
 TEST(pool, a_page_that_comes_back_to_its_class_keeps_its_free_list_and_its_bump)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8); // keeps the chunk
     const auto blocks = alloc_many(memory, 200, 4);
     for (const usize i : {1U, 3U, 0U, 2U}) memory.free(blocks[i]);
@@ -248,7 +248,7 @@ TEST(pool, a_page_that_comes_back_to_its_class_keeps_its_free_list_and_its_bump)
 
 TEST(pool, a_page_that_comes_back_full_of_free_blocks_gives_all_of_them)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8);
     auto blocks = alloc_many(memory, 200, blocks_in_page(200));
     const std::set<pool_ref> all(blocks.begin(), blocks.end());
@@ -261,7 +261,7 @@ TEST(pool, a_page_that_comes_back_full_of_free_blocks_gives_all_of_them)
 
 TEST(pool, a_page_that_goes_to_another_class_is_formatted_anew)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8);
     auto blocks = alloc_many(memory, 200, 4);
     const usize page = page_of(blocks[0]);
@@ -274,7 +274,7 @@ TEST(pool, a_page_that_goes_to_another_class_is_formatted_anew)
 
 TEST(pool, a_page_that_was_handed_back_is_taken_before_one_that_never_was_used)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     auto pages = alloc_pages(memory, 5);
     free_all(memory, pages[3]);
     free_all(memory, pages[1]);
@@ -289,7 +289,7 @@ constexpr usize pages_in_chunk = pool::chunk_size / pool::page_size;
 
 TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_and_the_next_one_reuses_its_record)
 {
-    pool memory(4 * mib);
+    pool memory(system_allocator, 4 * mib);
     EXPECT_EQ(memory.chunk_count(), 0U);
     auto pages = alloc_pages(memory, 2 * pages_in_chunk + 1);
     EXPECT_EQ(memory.chunk_count(), 3U);
@@ -310,7 +310,7 @@ TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_and_the_next_one_re
 TEST(pool, a_chunk_that_was_freed_takes_no_memory)
 {
     // Its pages are zero where they are read again.
-    pool memory(2 * mib);
+    pool memory(system_allocator, 2 * mib);
     const pool_ref stays = memory.alloc(8);
     auto pages = alloc_pages(memory, 2 * pages_in_chunk - 1);
     const pool_ref stale = pages.back()[2];
@@ -341,7 +341,7 @@ class full_chunks : public testing::Test {
             free_all(memory, pages[chunk * pages_in_chunk + freed[chunk]++]);
     }
 
-    pool memory{8 * mib};
+    pool memory{system_allocator, 8 * mib};
     std::vector<std::vector<pool_ref>> pages = alloc_pages(memory, 3 * pages_in_chunk);
     std::array<usize, 3> freed{};
 };
@@ -421,7 +421,7 @@ TEST_F(full_chunks, releasing_pages_in_any_order_leaves_the_fullest_chunk_in_fro
 /// A pool, beside a plain record of what it has to hold.
 class pool_model {
   public:
-    explicit pool_model(u64 limit) : memory_(limit) {}
+    explicit pool_model(u64 limit) : memory_(system_allocator, limit) {}
 
     pool& memory() { return memory_; }
     usize size() const { return blocks_.size(); }
@@ -540,7 +540,7 @@ TEST(pool, blocks_keep_their_content_in_any_order_of_calls_where_memory_runs_out
 TEST(pool, of_no_bytes_or_less_than_a_chunk_has_no_blocks)
 {
     for (const u64 limit : {u64{0}, mib - 1}) {
-        pool memory(limit);
+        pool memory(system_allocator, limit);
         EXPECT_EQ(memory.alloc(1), no_block);
         EXPECT_EQ(memory.alloc(1352), no_block);
         EXPECT_EQ(memory.realloc(no_block, 10), no_block);
@@ -550,7 +550,7 @@ TEST(pool, of_no_bytes_or_less_than_a_chunk_has_no_blocks)
 
 TEST(pool, that_is_exhausted_gives_none_and_keeps_what_it_has)
 {
-    pool memory(mib + mib / 2); // one chunk
+    pool memory(system_allocator, mib + mib / 2); // one chunk
     const auto pages = alloc_pages(memory, pages_in_chunk);
     for (usize i = 0; i < pages.size(); ++i)
         for (const pool_ref block : pages[i])
@@ -569,7 +569,7 @@ TEST(pool, that_is_exhausted_gives_none_and_keeps_what_it_has)
 
 TEST(pool, realloc_that_fails_leaves_the_block)
 {
-    pool memory(mib);
+    pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(16);
     std::memset(memory.at(block), 7, 16);
     alloc_pages(memory, pages_in_chunk - 1);

@@ -1,12 +1,12 @@
 #include "match/table_memory.h"
 
 #include "match/bucket_search.h"
+#include "support/limited_allocator.h"
 #include "support/shapes.h"
 #include "support/token_recorder.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace quarnex {
 namespace {
@@ -23,13 +23,14 @@ bool is_zero(const table_memory& memory, usize entries)
 
 TEST(table_memory, is_all_zero)
 {
-    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+    scratch keeper(system_allocator);
+    EXPECT_TRUE(is_zero(table_memory(keeper, count, positions), count));
 }
 
 /// Where a table of `count` entries lies that is used and, if `clears`, cleared again.
-const u32* use_table(bool clears)
+const u32* use_table(scratch& keeper, bool clears)
 {
-    table_memory memory(count, positions);
+    table_memory memory(keeper, count, positions);
     memory.get()[7] = 1;
     if (clears) {
         memory.get()[7] = 0;
@@ -40,9 +41,10 @@ const u32* use_table(bool clears)
 
 TEST(table_memory, serves_the_next_table_of_its_size_all_zero)
 {
+    scratch keeper(system_allocator);
     for (const bool clears : {false, true, false}) {
-        const u32* const place = use_table(clears);
-        const table_memory next(count, positions);
+        const u32* const place = use_table(keeper, clears);
+        const table_memory next(keeper, count, positions);
         EXPECT_EQ(next.get(), place);
         EXPECT_TRUE(is_zero(next, count));
     }
@@ -50,59 +52,80 @@ TEST(table_memory, serves_the_next_table_of_its_size_all_zero)
 
 TEST(table_memory, that_was_cleared_by_its_user_is_not_cleared_once_more)
 {
-    u32* const place = const_cast<u32*>(use_table(true));
+    scratch keeper(system_allocator);
+    u32* const place = const_cast<u32*>(use_table(keeper, true));
     place[3] = 1;
-    EXPECT_EQ(table_memory(count, positions).get()[3], 1U);
+    EXPECT_EQ(table_memory(keeper, count, positions).get()[3], 1U);
 }
 
 TEST(table_memory, of_a_short_block_serves_no_block_that_large_pages_pay_for)
 {
+    scratch keeper(system_allocator);
     constexpr usize long_block = count * sizeof(u32);
-    u32* const place = const_cast<u32*>(use_table(true));
+    u32* const place = const_cast<u32*>(use_table(keeper, true));
     place[3] = 1;
-    EXPECT_EQ(table_memory(count, long_block).get()[3], 0U);
-    EXPECT_EQ(table_memory(count, positions).get()[3], 0U);
+    EXPECT_EQ(table_memory(keeper, count, long_block).get()[3], 0U);
+    EXPECT_EQ(table_memory(keeper, count, positions).get()[3], 0U);
 }
 
 TEST(table_memory, of_a_long_block_serves_short_ones_and_long_ones)
 {
+    scratch keeper(system_allocator);
     constexpr usize long_block = count * sizeof(u32);
-    const u32* const place = table_memory(count, long_block).get();
-    EXPECT_EQ(table_memory(count, positions).get(), place);
-    EXPECT_EQ(table_memory(count, long_block).get(), place);
+    const u32* const place = table_memory(keeper, count, long_block).get();
+    EXPECT_EQ(table_memory(keeper, count, positions).get(), place);
+    EXPECT_EQ(table_memory(keeper, count, long_block).get(), place);
 }
 
 TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
 {
-    use_table(false);
+    scratch keeper(system_allocator);
+    use_table(keeper, false);
     {
-        const table_memory larger(2 * count, positions);
+        const table_memory larger(keeper, 2 * count, positions);
         EXPECT_TRUE(is_zero(larger, 2 * count));
         larger.get()[2 * count - 1] = 1;
     }
-    EXPECT_TRUE(is_zero(table_memory(count, positions), count));
+    EXPECT_TRUE(is_zero(table_memory(keeper, count, positions), count));
 }
 
 TEST(table_memory, of_two_tables_at_a_time_is_not_shared)
 {
-    use_table(false);
-    const table_memory first(count, positions);
-    const table_memory second(count, positions);
+    scratch keeper(system_allocator);
+    use_table(keeper, false);
+    const table_memory first(keeper, count, positions);
+    const table_memory second(keeper, count, positions);
     EXPECT_NE(first.get(), second.get());
 }
 
-TEST(table_memory, is_kept_for_the_same_thread_alone)
+TEST(table_memory, is_kept_in_its_scratch_and_freed_with_it)
 {
-    const u32* const place = use_table(false);
-    const u32* other = nullptr;
-    std::thread([&] { other = table_memory(count, positions).get(); }).join();
-    EXPECT_NE(other, place);
-    EXPECT_EQ(table_memory(count, positions).get(), place);
+    test::limited_allocator memory;
+    {
+        scratch keeper(memory.get());
+        use_table(keeper, false);
+        EXPECT_EQ(memory.in_use(), 1);
+        EXPECT_EQ(memory.bytes_in_use(), static_cast<i64>(count * sizeof(u32)));
+        scratch other(memory.get());
+        use_table(other, false);
+        EXPECT_EQ(memory.in_use(), 2);
+    }
+    EXPECT_EQ(memory.in_use(), 0);
+}
+
+TEST(table_memory, without_memory_is_false_and_keeps_nothing)
+{
+    test::limited_allocator memory;
+    memory.refuse_from(1);
+    scratch keeper(memory.get());
+    EXPECT_FALSE(table_memory(keeper, count, positions));
+    EXPECT_EQ(keeper.table.count, 0U);
 }
 
 TEST(table_memory, is_mostly_zero_behind_short_blocks)
 {
-    const table_memory memory(count, positions);
+    scratch keeper(system_allocator);
+    const table_memory memory(keeper, count, positions);
     EXPECT_TRUE(memory.is_mostly_zero(count / 160 - 1));
     EXPECT_FALSE(memory.is_mostly_zero(count / 160));
 }
@@ -116,9 +139,10 @@ void expect_a_clean_table(i32 chain_bits, usize entries)
     for (const test::shape& shape : test::all_shapes()) {
         for (const usize size : {2U, 3U, 5U, 60U, 500U}) {
             const bool fills = size % 2 == 0;
+            scratch memory(system_allocator);
             test::tokens_of<1>(search_buckets<Table, test::token_recorder<1>>,
-                               shape.make(size, size), bits, fills ? 2 : SIZE_MAX);
-            const table_memory left(entries, size);
+                               shape.make(size, size), bits, memory, fills ? 2 : SIZE_MAX);
+            const table_memory left(memory, entries, size);
             EXPECT_TRUE(is_zero(left, entries)) << shape.name << " of " << size << " bytes";
         }
     }
@@ -141,11 +165,12 @@ TEST(bucket_array, is_left_all_zero_where_a_match_passes_the_end)
     // its positions is behind the block, where all is zero, as nowhere in the block.
     const test::bytes block = test::bytes_of("ab\0\0"
                                              "0123456789ab"sv);
-    const auto tokens =
-        test::tokens_of<1>(search_buckets<ring_table, test::token_recorder<1>>, block, {18, 2});
+    scratch memory(system_allocator);
+    const auto tokens = test::tokens_of<1>(search_buckets<ring_table, test::token_recorder<1>>,
+                                           block, {18, 2}, memory);
     EXPECT_EQ(tokens.back(), (test::plain_token{4, 14}));
     constexpr usize entries = (usize{1} << 18) + 3;
-    EXPECT_TRUE(is_zero(table_memory(entries, block.size()), entries));
+    EXPECT_TRUE(is_zero(table_memory(memory, entries, block.size()), entries));
 }
 
 } // namespace

@@ -25,7 +25,8 @@ class block_trie {
   public:
     explicit block_trie(const bytes& block) : block_trie(block, u64{64} << 20) {}
     block_trie(const bytes& block, u64 memory)
-        : text_(padded(block)), trie_({text_.get(), static_cast<u32>(block.size())}, memory)
+        : text_(padded(block)),
+          trie_({text_.get(), static_cast<u32>(block.size())}, system_allocator, memory)
     {
     }
 

@@ -53,7 +53,7 @@ TEST(trie, reads_nothing_behind_its_memory)
         const auto text = test::exact_buffer(block.size() + trie_reads_past);
         std::copy(block.begin(), block.end(), text.get());
         const guarded_gap gap(mib);
-        trie tree({text.get(), static_cast<u32>(block.size())}, mib);
+        trie tree({text.get(), static_cast<u32>(block.size())}, system_allocator, mib);
         trie_records found;
         u32 longest = 0;
         for (u32 pos = 1; pos < block.size(); ++pos) {

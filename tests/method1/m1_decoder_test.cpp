@@ -14,11 +14,11 @@ using test::bytes_of;
 using test::parameters_of;
 using test::plain_token;
 
-const file_parameters low = parameters_of(1, 0);
-const file_parameters high = parameters_of(1, 8);
+const codec_parameters low = parameters_of(1, 0);
+const codec_parameters high = parameters_of(1, 8);
 
 /// What both decoders make of a payload: that of this processor and that of any.
-bytes decode(const bytes& payload, usize length, const file_parameters& parameters)
+bytes decode(const bytes& payload, usize length, const codec_parameters& parameters)
 {
     const bytes portable = test::decode_with(m1_portable_decoder, payload, length, parameters);
     EXPECT_EQ(test::decode(payload, length, parameters), portable);
@@ -171,7 +171,7 @@ test::token_block random_tokens(u64 seed, u32 min_match)
 TEST(m1_decoder, decodes_any_valid_stream_of_both_kinds)
 {
     for (u64 seed = 1; seed <= 60; ++seed) {
-        for (const file_parameters& parameters : {low, high}) {
+        for (const codec_parameters& parameters : {low, high}) {
             const u32 min_match = parameters.level < 8 ? 4 : 3;
             const test::token_block made = random_tokens(seed, min_match);
             const bytes& block = made.data();

@@ -187,7 +187,7 @@ class m1_encoder_property : public testing::TestWithParam<u8> {};
 /// Compares the encoder with the plain one on a block.
 void expect_plain_payload(const bytes& block, u8 level, i32 hash_bits)
 {
-    const file_parameters parameters = parameters_of(1, level, hash_bits);
+    const codec_parameters parameters = parameters_of(1, level, hash_bits);
     test::expect_plain_payload(block, parameters,
                                test::m1_plain_encode(block, level, static_cast<u32>(hash_bits),
                                                      static_cast<u32>(parameters.chain_bits)),

@@ -15,10 +15,10 @@ using test::m3_bits;
 using test::m3_block;
 using test::parameters_of;
 
-const file_parameters low = parameters_of(3, 0);
+const codec_parameters low = parameters_of(3, 0);
 
 /// The parameters of the streams whose shortest match is `min_match`.
-file_parameters parameters_with(u32 min_match)
+codec_parameters parameters_with(u32 min_match)
 {
     return parameters_of(3, static_cast<u8>(min_match == 4 ? 7 : 11 - min_match));
 }
@@ -226,7 +226,7 @@ TEST(m3_decoder, nonsense_gives_some_bytes)
 TEST(m3_decoder, parameters_that_make_no_sense_do_no_harm)
 {
     const m3_block block = test::random_token_block(3, 1, 2, 300);
-    file_parameters parameters = parameters_of(3, 9);
+    codec_parameters parameters = parameters_of(3, 9);
     parameters.lit_ctx_bits = 255;
     parameters.hash_bits = -1;
     parameters.chain_bits = 99;

@@ -24,9 +24,9 @@ using test::run_encoder;
 constexpr u8 levels = ladder_levels;
 constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
-file_parameters m3_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
+codec_parameters m3_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0)
 {
-    file_parameters parameters = parameters_of(3, level);
+    codec_parameters parameters = parameters_of(3, level);
     parameters.hash_bits = hash_bits;
     if (chain_bits != 0) parameters.chain_bits = chain_bits;
     return parameters;
@@ -38,7 +38,7 @@ bytes write_tokens(const m3_block& block)
 {
     const usize size = block.data().size();
     const auto out = test::exact_buffer(size + out_slack);
-    block_job job;
+    codec_job job;
     job.in_buf = block.data().data();
     job.in_len = static_cast<u32>(size);
     job.out_buf = out.get();
@@ -58,7 +58,7 @@ TEST(m3_encoder, a_one_byte_block_goes_out_raw_with_the_same_byte)
 {
     EXPECT_EQ(write_tokens(m3_block()), bytes{'a'});
     for (u8 level = 0; level < levels; ++level) {
-        EXPECT_EQ(run_encoder({7}, m3_parameters(level)).result, 1);
+        EXPECT_EQ(run_encoder({7}, m3_parameters(level)).result.length, 1U);
         EXPECT_EQ(encode({7}, m3_parameters(level)), bytes{7});
     }
 }
@@ -139,7 +139,7 @@ TEST(m3_tokens, are_full_once_the_whole_bytes_of_the_stream_are_as_many_as_the_b
 {
     const bytes block(4, 255); // each 9 bits
     const auto out = test::exact_buffer(block.size() + out_slack);
-    block_job job;
+    codec_job job;
     job.in_buf = block.data();
     job.in_len = 4;
     job.out_buf = out.get();
@@ -186,7 +186,7 @@ TEST(m3_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_deco
     tokens.push_back({4, 28});
     not_passing.push_back({1, 0});
     for (u8 level = 0; level < hash_levels; ++level) {
-        const file_parameters parameters = m3_parameters(level, 16);
+        const codec_parameters parameters = m3_parameters(level, 16);
         const bytes stream = encode(block, parameters);
         EXPECT_EQ(stream, test::m3_plain_stream(block, level == 3 ? not_passing : tokens, 4));
         EXPECT_EQ(test::decode(stream, block.size(), parameters), block) << int{level};

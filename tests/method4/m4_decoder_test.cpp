@@ -17,20 +17,20 @@ using test::m4_plain_coder;
 using test::m4_plain_model;
 using test::parameters_of;
 
-file_parameters m4_parameters(u8 level, u8 lit_ctx_bits = 0)
+codec_parameters m4_parameters(u8 level, u8 lit_ctx_bits = 0)
 {
-    file_parameters parameters = parameters_of(4, level);
+    codec_parameters parameters = parameters_of(4, level);
     parameters.lit_ctx_bits = lit_ctx_bits;
     return parameters;
 }
 
 /// The parameters of the streams whose shortest match is `min_match`.
-file_parameters parameters_with(u32 min_match, u8 lit_ctx_bits = 0)
+codec_parameters parameters_with(u32 min_match, u8 lit_ctx_bits = 0)
 {
     return m4_parameters(static_cast<u8>(min_match == 4 ? 7 : 11 - min_match), lit_ctx_bits);
 }
 
-const file_parameters low = m4_parameters(0);
+const codec_parameters low = m4_parameters(0);
 
 /// A stream behind 'a', symbol by symbol, by models that the caller has.
 class crafted_stream {
@@ -152,14 +152,16 @@ TEST(m4_decoder, contexts_above_the_mask_are_set_up_and_never_touched)
         const auto in = test::exact_buffer(stream.size() + payload_slack);
         std::copy(stream.begin(), stream.end(), in.get());
         const auto out = test::exact_buffer(block.data().size() + out_slack);
-        block_job job;
+        codec_job job;
         job.parameters = m4_parameters(0, bits);
         job.in_buf = in.get();
         job.in_len = static_cast<u32>(stream.size());
         job.out_buf = out.get();
         job.out_len = static_cast<u32>(block.data().size());
+        scratch memory(system_allocator);
+        job.memory = &memory;
         void* const state = m4_decoder.init(job);
-        EXPECT_EQ(m4_decoder.run(job, state), static_cast<i32>(job.out_len));
+        EXPECT_EQ(m4_decoder.run(job, state).length, job.out_len);
         for (u32 context = 0; context < 256; ++context) {
             const auto& counts = static_cast<m4_dec_state*>(state)->main[context].counts;
             const bool fresh = counts.total == 288 && counts.period == 2 && counts.countdown == 2;
@@ -223,7 +225,7 @@ TEST(m4_decoder, decodes_any_valid_stream_of_all_kinds)
         for (const u32 min_match : {4U, 3U, 2U}) {
             const m4_block block = test::random_token_block(seed, 1, min_match);
             const u32 bits = seed % 9;
-            const file_parameters parameters = parameters_with(min_match, static_cast<u8>(bits));
+            const codec_parameters parameters = parameters_with(min_match, static_cast<u8>(bits));
             ASSERT_TRUE(decode(block.stream(bits, min_match), block.data().size(), parameters) ==
                         block.data())
                 << seed;
@@ -316,7 +318,7 @@ TEST(m4_decoder, nonsense_gives_some_bytes)
 TEST(m4_decoder, parameters_that_make_no_sense_do_no_harm)
 {
     const m4_block block = test::random_token_block(3, 1, 2, 300);
-    file_parameters parameters = m4_parameters(9);
+    codec_parameters parameters = m4_parameters(9);
     parameters.hash_bits = -1;
     parameters.chain_bits = 99;
     for (const u8 bits : {u8{8}, u8{9}, u8{31}, u8{32}, u8{255}}) {

@@ -24,9 +24,10 @@ using test::run_encoder;
 constexpr u8 levels = ladder_levels;
 constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
-file_parameters m4_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0, u8 lit_ctx_bits = 0)
+codec_parameters m4_parameters(u8 level, i32 hash_bits = 12, i32 chain_bits = 0,
+                               u8 lit_ctx_bits = 0)
 {
-    file_parameters parameters = parameters_of(4, level);
+    codec_parameters parameters = parameters_of(4, level);
     parameters.hash_bits = hash_bits;
     if (chain_bits != 0) parameters.chain_bits = chain_bits;
     parameters.lit_ctx_bits = lit_ctx_bits;
@@ -39,7 +40,7 @@ bytes write_tokens(const m4_block& block, u8 lit_ctx_bits, m4_enc_state& state)
 {
     const usize size = block.data().size();
     const auto out = test::exact_buffer(size + out_slack);
-    block_job job;
+    codec_job job;
     job.parameters.lit_ctx_bits = lit_ctx_bits;
     job.in_buf = block.data().data();
     job.in_len = static_cast<u32>(size);
@@ -66,7 +67,7 @@ TEST(m4_encoder, a_one_byte_block_would_be_the_raw_byte_and_the_flush_and_goes_o
 {
     EXPECT_EQ(write_tokens(m4_block()), (bytes{'a', 0, 0, 0, 0, 0}));
     for (u8 level = 0; level < levels; ++level) {
-        EXPECT_EQ(run_encoder({7}, m4_parameters(level)).result, 1);
+        EXPECT_EQ(run_encoder({7}, m4_parameters(level)).result.length, 1U);
         EXPECT_EQ(encode({7}, m4_parameters(level)), bytes{7});
     }
 }
@@ -80,7 +81,7 @@ TEST(m4_encoder, incompressible_data_come_out_as_the_raw_block_and_the_flush_sta
     }
     const bytes block = test::find_shape("random").make(5000, 1);
     for (u8 level = 0; level < levels; ++level) {
-        EXPECT_EQ(run_encoder(block, m4_parameters(level)).result, 5000);
+        EXPECT_EQ(run_encoder(block, m4_parameters(level)).result.length, 5000U);
         EXPECT_EQ(encode(block, m4_parameters(level)), block);
     }
 }
@@ -163,7 +164,7 @@ TEST(m4_tokens, are_full_once_the_stream_is_as_long_as_the_block)
     // The raw byte and the coder's first are two, and each literal that is new is one.
     const bytes block{10, 20, 30, 40};
     const auto out = test::exact_buffer(block.size() + out_slack);
-    block_job job;
+    codec_job job;
     job.in_buf = block.data();
     job.in_len = 4;
     job.out_buf = out.get();
@@ -197,7 +198,7 @@ TEST(m4_encoder, a_match_reaching_past_the_block_counts_those_bytes_and_the_deco
     tokens.push_back({4, 28});
     not_passing.push_back({1, 0});
     for (u8 level = 0; level < hash_levels; ++level) {
-        const file_parameters parameters = m4_parameters(level, 16);
+        const codec_parameters parameters = m4_parameters(level, 16);
         const bytes stream = encode(block, parameters);
         EXPECT_EQ(stream, test::m4_plain_stream(block, level == 3 ? not_passing : tokens, 4, 0));
         EXPECT_EQ(test::decode(stream, block.size(), parameters), block) << int{level};

@@ -26,9 +26,9 @@ const example examples[]{
          0xE4, 0x5D, 0x32, 0xA2, 0x9C, 0xCA, 0x1A, 0xC3, 0x6E, 0xA2, 0x7E, 0x2C, 0x00}},
 };
 
-file_parameters parameters_of(u8 level, u8 lit_ctx_bits)
+codec_parameters parameters_of(u8 level, u8 lit_ctx_bits)
 {
-    file_parameters parameters = test::parameters_of(4, level, 12);
+    codec_parameters parameters = test::parameters_of(4, level, 12);
     parameters.lit_ctx_bits = lit_ctx_bits;
     return parameters;
 }

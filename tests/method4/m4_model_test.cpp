@@ -292,14 +292,16 @@ void expect_all_start(State& state)
 
 TEST(m4_state, every_block_starts_with_all_256_contexts_fresh)
 {
-    void* const encoding = m4_encoder_init({});
+    scratch memory(system_allocator);
+    const codec_job job{.memory = &memory};
+    void* const encoding = m4_encoder_init(job);
     ASSERT_NE(encoding, nullptr);
     expect_all_start(*static_cast<m4_enc_state*>(encoding));
-    m4_encoder_release({}, encoding);
-    void* const decoding = m4_decoder_init({});
+    m4_encoder_release(job, encoding);
+    void* const decoding = m4_decoder_init(job);
     ASSERT_NE(decoding, nullptr);
     expect_all_start(*static_cast<m4_dec_state*>(decoding));
-    m4_decoder_release({}, decoding);
+    m4_decoder_release(job, decoding);
 }
 
 TEST(m4_context_mask, keeps_the_lowest_bits_of_a_byte)

@@ -16,10 +16,10 @@ using test::m5_plain_coder;
 using test::m5_plain_pair;
 using test::parameters_of;
 
-const file_parameters low = parameters_of(5, 0);
+const codec_parameters low = parameters_of(5, 0);
 
 /// The parameters of the streams whose shortest match is `min_match`.
-file_parameters parameters_with(u32 min_match)
+codec_parameters parameters_with(u32 min_match)
 {
     return parameters_of(5, static_cast<u8>(min_match == 4 ? 7 : 11 - min_match));
 }

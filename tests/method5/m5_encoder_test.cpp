@@ -21,7 +21,7 @@ using test::plain_token;
 constexpr u8 levels = ladder_levels;
 constexpr u8 hash_levels = 8; // the first ones, which search by hash values
 
-file_parameters m5_parameters(u8 level, i32 hash_bits = 12)
+codec_parameters m5_parameters(u8 level, i32 hash_bits = 12)
 {
     return parameters_of(5, level, hash_bits);
 }
@@ -33,7 +33,7 @@ bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens, m
     const auto in = test::exact_buffer(block.size());
     std::copy(block.begin(), block.end(), in.get());
     const auto out = test::exact_buffer(block.size() + out_slack);
-    block_job job;
+    codec_job job;
     job.in_buf = in.get();
     job.in_len = static_cast<u32>(block.size());
     job.out_buf = out.get();
@@ -214,7 +214,7 @@ TEST(m5_tokens, are_full_once_the_stream_is_as_long_as_the_block)
     // three literals of 9 bits send 3.
     const bytes block = bytes_of("abcdef");
     bytes out(block.size() + out_slack);
-    block_job job;
+    codec_job job;
     job.in_buf = block.data();
     job.in_len = 6;
     job.out_buf = out.data();
@@ -296,7 +296,7 @@ class m5_encoder_property : public testing::TestWithParam<u8> {
   protected:
     static void check(const bytes& block, i32 hash_bits, const std::string& name)
     {
-        const file_parameters parameters = m5_parameters(GetParam(), hash_bits);
+        const codec_parameters parameters = m5_parameters(GetParam(), hash_bits);
         expect_plain_payload(block, parameters,
                              test::m5_plain_encode(block, GetParam(),
                                                    static_cast<u32>(parameters.hash_bits),
@@ -345,7 +345,7 @@ TEST(m5_encoder, positions_of_a_ring_wrap_at_16_mib)
     for (const usize at : {usize{0}, wrap, wrap + 9000}) {
         std::copy(part.begin(), part.end(), block.begin() + static_cast<i64>(at));
     }
-    const file_parameters parameters = m5_parameters(4, 16);
+    const codec_parameters parameters = m5_parameters(4, 16);
     const auto tokens = test::plain_search(block, test::m5_rules, 4, 16, 2);
     EXPECT_NE(std::find_if(tokens.begin(), tokens.end(),
                            [](const plain_token& token) {

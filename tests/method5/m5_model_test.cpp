@@ -116,16 +116,18 @@ TEST(m5_prob_pair, leaves_its_limits_at_the_first_other_bit)
 
 TEST(m5_model, knows_nothing_of_any_bit_when_it_is_new)
 {
+    scratch memory(system_allocator);
+    const codec_job job{.memory = &memory};
     for (const auto init : {m5_encoder_init, m5_decoder_init}) {
         for (int round = 0; round < 2; ++round) {
-            void* const model = init({});
+            void* const model = init(job);
             ASSERT_NE(model, nullptr);
             m5_prob_pair* const pairs = static_cast<m5_prob_pair*>(model);
             for (usize i = 0; i < sizeof(m5_model) / sizeof(m5_prob_pair); ++i) {
                 ASSERT_EQ(pairs[i].halves, 0x40004000U) << i;
                 pairs[i].update(0); // what one block learns is not for the next
             }
-            m5_release({}, model);
+            m5_release(job, model);
         }
     }
 }

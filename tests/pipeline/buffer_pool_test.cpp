@@ -16,7 +16,7 @@ constexpr usize mib = 1024 * kib;
 
 TEST(buffer_pool, a_buffer_given_up_is_used_again)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     block_buffer first = pool.take(mib);
     const u8* const place = first.get();
     EXPECT_EQ(pool.idle(), 0U);
@@ -29,7 +29,7 @@ TEST(buffer_pool, a_buffer_given_up_is_used_again)
 
 TEST(buffer_pool, buffers_in_use_are_distinct)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     const block_buffer first = pool.take(mib);
     const block_buffer second = pool.take(mib);
     std::fill_n(first.get(), mib, u8{1});
@@ -39,7 +39,7 @@ TEST(buffer_pool, buffers_in_use_are_distinct)
 
 TEST(buffer_pool, a_larger_buffer_serves_down_to_half_its_size)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     const u8* const place = pool.take(2 * mib).get();
     EXPECT_EQ(pool.take(mib + 1).get(), place);
     EXPECT_EQ(pool.take(mib).get(), place);
@@ -48,7 +48,7 @@ TEST(buffer_pool, a_larger_buffer_serves_down_to_half_its_size)
 
 TEST(buffer_pool, a_buffer_far_too_large_is_left_alone)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     pool.take(2 * mib).reset();
     const block_buffer small = pool.take(mib - 1);
     ASSERT_NE(small, nullptr);
@@ -57,7 +57,7 @@ TEST(buffer_pool, a_buffer_far_too_large_is_left_alone)
 
 TEST(buffer_pool, a_buffer_too_small_is_left_alone)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     pool.take(mib).reset();
     const block_buffer large = pool.take(mib + 1);
     ASSERT_NE(large, nullptr);
@@ -67,7 +67,7 @@ TEST(buffer_pool, a_buffer_too_small_is_left_alone)
 
 TEST(buffer_pool, the_first_that_fits_is_found_among_others)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     block_buffer small = pool.take(256 * kib);
     block_buffer fitting = pool.take(mib);
     block_buffer large = pool.take(4 * mib);
@@ -81,7 +81,7 @@ TEST(buffer_pool, the_first_that_fits_is_found_among_others)
 
 TEST(buffer_pool, small_buffers_are_not_kept)
 {
-    buffer_pool pool(4);
+    buffer_pool pool(system_allocator, 4);
     pool.take(0).reset();
     pool.take(1).reset();
     pool.take(256 * kib - 1).reset();
@@ -93,7 +93,7 @@ TEST(buffer_pool, small_buffers_are_not_kept)
 TEST(buffer_pool, no_more_buffers_wait_than_the_limit_says)
 {
     for (const usize limit : {0U, 1U, 3U}) {
-        buffer_pool pool(limit);
+        buffer_pool pool(system_allocator, limit);
         std::vector<block_buffer> buffers;
         for (int i = 0; i < 5; ++i) buffers.push_back(pool.take(mib));
         buffers.clear();
@@ -103,7 +103,7 @@ TEST(buffer_pool, no_more_buffers_wait_than_the_limit_says)
 
 TEST(buffer_pool, the_oldest_makes_place_when_sizes_change)
 {
-    buffer_pool pool(2);
+    buffer_pool pool(system_allocator, 2);
     block_buffer older = pool.take(300 * kib);
     block_buffer newer = pool.take(300 * kib);
     const u8* const newer_place = newer.get();
@@ -116,7 +116,7 @@ TEST(buffer_pool, the_oldest_makes_place_when_sizes_change)
 
 TEST(buffer_pool, idle_buffers_are_given_up_when_memory_is_short)
 {
-    buffer_pool pool(3);
+    buffer_pool pool(system_allocator, 3);
     pool.take(mib).reset();
     EXPECT_EQ(pool.take(SIZE_MAX / 4 * 3), nullptr);
     EXPECT_EQ(pool.idle(), 0U);
@@ -125,7 +125,7 @@ TEST(buffer_pool, idle_buffers_are_given_up_when_memory_is_short)
 TEST(buffer_pool, threads_never_hold_the_same_buffer)
 {
     const test::time_guard guard;
-    buffer_pool pool(3);
+    buffer_pool pool(system_allocator, 3);
     std::atomic<int> damaged = 0;
     {
         std::vector<std::future<void>> threads;

@@ -1,7 +1,6 @@
 // pipeline/compress_driver.h - a file through the compression driver
 #pragma once
 
-#include "support/captured_output.h"
 #include "support/driver_runs.h"
 #include "support/qrx_file.h"
 
@@ -12,17 +11,21 @@ class compress_driver : public driver_fixture {
     driver_run run(const bytes& content, const file_parameters& parameters = quick_parameters)
     {
         write_file(dir / "in", content);
-        return compress(GetParam(), parameters, dir / "in", dir / "out");
+        return compress(GetParam(), recorder, parameters, dir / "in", dir / "out.qrx");
+    }
+
+    driver_run run_from(const std::string& source)
+    {
+        return compress(GetParam(), recorder, quick_parameters, source, dir / "out.qrx");
     }
 
     /// Expects that the source can't be opened, which is told with the reason.
-    void expect_no_source(const std::string& source, const std::string& reason)
+    void expect_no_source(const std::string& source, int cause)
     {
-        captured_output printed;
-        const driver_run result = compress(GetParam(), quick_parameters, source, dir / "out");
-        EXPECT_EQ(printed.out(), "");
-        EXPECT_EQ(printed.err(), "can't open input file '" + source + "'. '" + reason + "'\n");
-        EXPECT_EQ(result.result, driver_failed);
+        const recorded_event told = expect_driver_failure(
+            run_from(source), event_kind::source_unopened, status::source_unopened);
+        EXPECT_EQ(told.name, source);
+        EXPECT_EQ(told.cause, cause);
         EXPECT_FALSE(file_exists(dir / "out.qrx"));
     }
 

@@ -1,8 +1,10 @@
 #include "format/filters.h"
 #include "pipeline/compress_driver.h"
+#include "pipeline/parameters.h"
 #include "plain/plain_filters.h"
-#include "support/captured_output.h"
+#include "support/limited_allocator.h"
 
+#include <cerrno>
 #include <filesystem>
 
 namespace quarnex::test {
@@ -59,7 +61,9 @@ TEST_P(compress_driver, a_block_that_cannot_be_compressed_has_a_size_equal_to_it
 
 TEST_P(compress_driver, the_header_holds_the_values_of_the_level)
 {
-    expect_success(run(bytes(10), {.method = 1, .level = 2, .lit_ctx_bits = 3}));
+    file_parameters parameters{.codec = {.method = 1, .level = 2, .lit_ctx_bits = 3}};
+    settle_parameters(parameters, level_defaults());
+    expect_success(run(bytes(10), parameters));
     const qrx_header expected{.original_size = 10,
                               .method = 1,
                               .level = 2,
@@ -70,86 +74,63 @@ TEST_P(compress_driver, the_header_holds_the_values_of_the_level)
     EXPECT_EQ(compressed().header, expected);
 }
 
-/// What a classifier was asked, and what it answers.
-struct classifier_call {
-    bytes sample;
-    std::string name;
-};
-std::vector<classifier_call> classifier_calls;
-u8 answered_filter = 0;
-
-void answer(std::span<const u8> sample, std::string_view name, file_parameters& parameters)
-{
-    classifier_calls.push_back({bytes(sample.begin(), sample.end()), std::string(name)});
-    parameters.lit_ctx_bits = 5;
-    parameters.filter_flags = answered_filter;
-}
-
+/// With the kind of the file found by its content and name.
 class compress_classified : public compress_driver {
   protected:
-    void run_classified(const bytes& content, u8 filter, u16 block_mb = 1)
+    void run_classified(const bytes& content, const std::string& name, u16 block_mb = 1)
     {
-        classifier_calls.clear();
-        answered_filter = filter;
-        write_file(dir / "in", content);
-        expect_success(run_driver(GetParam(), direction::compress, [&](pipeline_state& state) {
-            state.classify = answer;
-            file_parameters parameters = quick_parameters;
-            parameters.block_mb = block_mb;
-            return compress_file(state, parameters, dir / "in", dir / "out");
+        write_file(dir / name, content);
+        file_parameters parameters = quick_parameters;
+        parameters.block_mb = block_mb;
+        const std::string source = dir / name;
+        const std::string out = dir / "out.qrx";
+        expect_success(run_driver(GetParam(), recorder, [&](engine& work) {
+            return compress_file(work, {source.c_str(), out.c_str()}, parameters);
         }));
     }
 };
 
 INSTANTIATE_TEST_SUITE_P(, compress_classified, testing::Values(0, 1, 3), workers_name);
 
-TEST_P(compress_classified, the_classifier_sees_the_first_mib_and_the_source_name_once)
+TEST_P(compress_classified, only_the_first_mib_decides)
 {
-    const bytes content = find_shape("random").make(2 * mib + 5, 6);
     for (const u16 block_mb : {u16{1}, u16{2}, u16{4}}) {
-        run_classified(content, 0, block_mb);
-        ASSERT_EQ(classifier_calls.size(), 1U);
-        EXPECT_TRUE(classifier_calls[0].sample == bytes(content.begin(), content.begin() + mib));
-        EXPECT_EQ(classifier_calls[0].name, dir / "in");
+        bytes content(2 * mib + 5, 'a'); // ASCII
+        content[mib] = 0;
+        run_classified(content, "text", block_mb);
+        const u8 of_text = compressed().header.lit_ctx_bits;
+        EXPECT_EQ(of_text, 8) << block_mb;
+        content[mib - 1] = 0;
+        run_classified(content, "none", block_mb);
+        EXPECT_NE(compressed().header.lit_ctx_bits, of_text) << block_mb;
     }
 }
 
-TEST_P(compress_classified, the_classifier_sees_all_of_a_smaller_file)
+TEST_P(compress_classified, the_name_of_the_source_decides_where_the_content_does_not)
 {
-    for (const usize size : {usize{0}, usize{1}, mib - 1}) {
-        const bytes content = find_shape("random").make(size, 6);
-        run_classified(content, filter_x86);
-        ASSERT_EQ(classifier_calls.size(), 1U);
-        EXPECT_TRUE(classifier_calls[0].sample == content) << "before any filter";
-    }
-}
-
-TEST_P(compress_classified, its_answer_is_in_the_header)
-{
-    run_classified(bytes(10), filter_delta);
-    EXPECT_EQ(compressed().header.lit_ctx_bits, 5);
-    EXPECT_EQ(compressed().header.filter_flags, filter_delta);
+    const bytes content = find_shape("random").make(1000, 6);
+    run_classified(content, "in.exe");
+    EXPECT_EQ(compressed().header.filter_flags, filter_x86);
+    run_classified(content, "in.unknown");
+    EXPECT_EQ(compressed().header.filter_flags, 0);
 }
 
 TEST_P(compress_classified, a_block_that_cannot_be_compressed_holds_the_filtered_block)
 {
     const bytes content = find_shape("random").make(5 * mib / 2, 6);
-    for (const u8 filter : {filter_x86, filter_delta}) {
-        run_classified(content, filter);
-        const auto payloads = payloads_in_order(compressed());
-        ASSERT_TRUE(payloads);
-        ASSERT_EQ(payloads->size(), 3U);
-        for (usize i = 0; i < 3; ++i) { // with fresh state in each
-            const auto from = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
-            const bytes block(from, i < 2 ? from + mib : content.end());
-            const auto plain = filter == filter_x86 ? plain_x86_filter : plain_delta_filter;
-            EXPECT_TRUE(payloads->at(i) == plain(block, true)) << i;
-            EXPECT_FALSE(payloads->at(i) == block) << i;
-        }
+    run_classified(content, "in.exe");
+    const auto payloads = payloads_in_order(compressed());
+    ASSERT_TRUE(payloads);
+    ASSERT_EQ(payloads->size(), 3U);
+    for (usize i = 0; i < 3; ++i) { // with fresh state in each
+        const auto from = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
+        const bytes block(from, i < 2 ? from + mib : content.end());
+        EXPECT_TRUE(payloads->at(i) == plain_x86_filter(block, true)) << i;
+        EXPECT_FALSE(payloads->at(i) == block) << i;
     }
 }
 
-TEST_P(compress_classified, without_a_classifier_the_filter_of_the_template_is_applied)
+TEST_P(compress_driver, unclassified_the_filter_of_the_parameters_is_applied)
 {
     file_parameters parameters = quick_parameters;
     parameters.filter_flags = filter_delta;
@@ -159,23 +140,10 @@ TEST_P(compress_classified, without_a_classifier_the_filter_of_the_template_is_a
     EXPECT_EQ(compressed().records[0].payload, (bytes{1, 2, 3, 3, 2, 1}));
 }
 
-TEST_P(compress_driver, a_name_that_ends_in_the_suffix_in_capitals_is_skipped_without_a_word)
-{
-    for (const char* const name : {"in.QRX", "in.qrx", "in.qRx"}) {
-        write_file(dir / name, bytes(10));
-        captured_output printed;
-        expect_success(compress(GetParam(), quick_parameters, dir / name, dir / "out"));
-        EXPECT_EQ(printed.out() + printed.err(), "");
-        EXPECT_FALSE(file_exists(dir / "out.qrx"));
-    }
-}
-
-TEST_P(compress_driver, an_existing_destination_is_overwritten_without_a_word)
+TEST_P(compress_driver, an_existing_destination_is_overwritten)
 {
     write_file(dir / "out.qrx", bytes(1000, 'o'));
-    captured_output printed;
     expect_success(run({'x'}));
-    EXPECT_EQ(printed.out() + printed.err(), "");
     EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U + 5 + 1);
 }
 
@@ -188,37 +156,79 @@ TEST_P(compress_driver, nothing_stays_open)
 
 TEST_P(compress_driver, a_source_that_cannot_be_opened_is_told_and_fails)
 {
-    expect_no_source(dir / "none", "No such file or directory");
+    expect_no_source(dir / "none", ENOENT);
 }
 
-TEST_P(compress_driver, a_destination_that_cannot_be_created_is_told_and_ends_the_run)
+TEST_P(compress_driver, a_destination_that_cannot_be_created_is_told_and_fails)
 {
     write_file(dir / "in", {});
-    captured_output printed;
-    const driver_run result = compress(GetParam(), quick_parameters, dir / "in", dir / "no/out");
-    EXPECT_EQ(printed.out(), "");
-    EXPECT_EQ(printed.err(),
-              "creat error '" + dir / "no/out.qrx" + "' 'No such file or directory'\n");
-    EXPECT_EQ(result.result, driver_ends_run);
+    const driver_run result =
+        compress(GetParam(), recorder, quick_parameters, dir / "in", dir / "no/out.qrx");
+    const recorded_event told = expect_driver_failure(result, event_kind::destination_uncreated,
+                                                      status::destination_uncreated);
+    EXPECT_EQ(told.name, dir / "no/out.qrx");
+    EXPECT_EQ(told.cause, ENOENT);
 }
 
-TEST_P(compress_driver, an_encoder_that_fails_is_told)
+TEST_P(compress_driver, an_encoder_without_memory_is_told_and_fails_its_file)
 {
-    captured_output printed;
     const driver_run result = run(bytes(5 * mib), failing_parameters);
+    EXPECT_EQ(result.first_failure, status::no_memory);
+    const auto told = recorder.take();
+    for (const recorded_event& each : told) {
+        EXPECT_EQ(each.kind, event_kind::block_uncoded);
+        EXPECT_EQ(each.lack, codec_status::no_table);
+        EXPECT_EQ(each.on_worker, has_workers());
+        EXPECT_EQ(each.name, dir / "in");
+    }
     if (!has_workers()) {
-        EXPECT_EQ(printed.out(), "compression error\n");
-        EXPECT_EQ(result.result, driver_failed);
+        EXPECT_EQ(told.size(), 1U);
+        EXPECT_EQ(result.result, status::no_memory);
         return;
     }
-    // Each worker that gets a block fails once.
-    std::string expected;
-    for (i32 i = 0; i < result.abort_count; ++i) expected += "error compressing\n";
-    EXPECT_EQ(printed.out(), expected);
-    EXPECT_GE(result.abort_count, 1);
-    EXPECT_LE(result.abort_count, static_cast<i32>(GetParam()));
-    EXPECT_EQ(result.result, driver_done) << "the driver doesn't look at the workers";
+    // Each worker can have a block of the file when the first one fails.
+    EXPECT_EQ(told.size(), result.thread_failures);
+    EXPECT_GE(result.thread_failures, 1U);
+    EXPECT_LE(result.thread_failures, GetParam());
+    EXPECT_EQ(result.result, status::done) << "the driver doesn't look at other threads";
     EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U) << "the header alone";
+}
+
+TEST_P(compress_driver, memory_that_runs_out_for_the_block_or_its_record_is_told)
+{
+    for (const usize refused : {2 * mib, 2 * mib + 4200}) { // slacks of 4097 and 4101 bytes
+        limited_allocator memory;
+        memory.refuse_from(refused);
+        write_file(dir / "in", find_shape("random").make(2 * mib, 1));
+        file_parameters parameters = quick_parameters;
+        parameters.block_mb = 2;
+        const driver_run result =
+            compress(GetParam(), recorder, parameters, dir / "in", dir / "out.qrx", memory.get());
+        EXPECT_EQ(result.first_failure, refused == 2 * mib ? status::no_memory : status::done);
+        EXPECT_EQ(recorder.take().size(), refused == 2 * mib ? 1U : 0U);
+        EXPECT_EQ(memory.in_use(), 0);
+    }
+}
+
+/// Cancels at the first call.
+bool cancel(void* context, u64 done, u64 total)
+{
+    *static_cast<std::pair<u64, u64>*>(context) = {done, total};
+    return false;
+}
+
+TEST_P(compress_driver, an_observer_can_cancel_a_file)
+{
+    write_file(dir / "in", bytes(5 * mib));
+    std::pair<u64, u64> seen;
+    engine work(system_allocator, GetParam(), {.advance = cancel, .context = &seen});
+    const engine_threads threads(work);
+    const std::string source = dir / "in";
+    const std::string out = dir / "out.qrx";
+    EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters),
+              status::cancelled);
+    EXPECT_EQ(seen, (std::pair<u64, u64>{mib, 5 * mib}));
+    EXPECT_EQ(work.first_failure(), status::cancelled);
 }
 
 /// A driver whose blocks the test takes, so that it can change the file behind the driver's back.
@@ -227,34 +237,43 @@ class compress_moving_source : public testing::Test {
     void start(usize size)
     {
         write_file(dir / "in", bytes(size, 's'));
-        driver = in_thread(
-            [this] { result = compress_file(state, quick_parameters, dir / "in", dir / "out"); });
+        driver = in_thread([this] { result = run(quick_parameters); });
+    }
+
+    status run(const file_parameters& parameters)
+    {
+        const std::string source = dir / "in";
+        const std::string out = dir / "out.qrx";
+        return compress_file(work, {source.c_str(), out.c_str()}, parameters, false);
     }
 
     const time_guard guard;
     temp_dir dir;
-    pipeline_state state{1};
-    i32 result = 0;
+    event_recorder recorder;
+    engine work{system_allocator, 1, recorder.watcher()};
+    status result = status::done;
     std::future<void> driver;
 };
 
 TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_and_is_told)
 {
-    captured_output printed;
     start(4 * mib);
     // Behind block 0, which it hands on, the driver waits with block 1.
     EXPECT_TRUE(still_waits(driver));
     std::filesystem::resize_file(dir / "in", 2 * mib + 1000);
-    EXPECT_EQ(state.jobs.dequeue().in_len, mib);
-    EXPECT_EQ(state.jobs.dequeue().in_len, mib);
-    const block_job last = state.jobs.dequeue();
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib);
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib);
+    const block_job last = work.jobs.dequeue();
     ASSERT_TRUE(comes_to_its_end(driver));
 
-    EXPECT_EQ(last.in_len, 1000U);
-    const bytes slack(last.in_buf + 1000, last.in_buf + 1000 + in_slack);
+    EXPECT_EQ(last.codec.in_len, 1000U);
+    const bytes slack(last.codec.in_buf + 1000, last.codec.in_buf + 1000 + in_slack);
     EXPECT_EQ(slack, bytes(in_slack));
-    EXPECT_EQ(result, driver_done);
-    EXPECT_EQ(printed.err(), "input file '" + dir / "in" + "' has become shorter\n");
+    EXPECT_EQ(result, status::done);
+    const auto told = recorder.take();
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].kind, event_kind::source_shrank);
+    EXPECT_EQ(told[0].name, dir / "in");
     EXPECT_EQ(take_qrx_apart(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
 }
 
@@ -263,36 +282,34 @@ TEST_F(compress_moving_source, the_slack_of_a_filtered_block_is_zero)
     file_parameters parameters = quick_parameters;
     parameters.filter_flags = filter_x86;
     write_file(dir / "in", bytes(1000, 0xE8));
-    EXPECT_EQ(compress_file(state, parameters, dir / "in", dir / "out"), driver_done);
-    const block_job job = state.jobs.dequeue();
-    ASSERT_EQ(job.in_len, 1000U);
-    EXPECT_EQ(bytes(job.in_buf + 1000, job.in_buf + 1000 + in_slack), bytes(in_slack));
-    EXPECT_EQ(job.parameters.filter_flags, filter_x86);
+    EXPECT_EQ(run(parameters), status::done);
+    const block_job job = work.jobs.dequeue();
+    ASSERT_EQ(job.codec.in_len, 1000U);
+    EXPECT_EQ(bytes(job.codec.in_buf + 1000, job.codec.in_buf + 1000 + in_slack), bytes(in_slack));
+    EXPECT_EQ(job.filter_flags, filter_x86);
 }
 
 TEST_F(compress_moving_source, a_source_that_shrinks_to_a_block_boundary_ends_with_an_empty_block)
 {
-    captured_output printed;
     start(4 * mib);
     EXPECT_TRUE(still_waits(driver));
     std::filesystem::resize_file(dir / "in", 2 * mib);
-    state.jobs.dequeue();
-    state.jobs.dequeue();
-    EXPECT_EQ(state.jobs.dequeue().in_len, 0U);
+    work.jobs.dequeue();
+    work.jobs.dequeue();
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, 0U);
     ASSERT_TRUE(comes_to_its_end(driver));
-    EXPECT_EQ(result, driver_done);
+    EXPECT_EQ(result, status::done);
 }
 
 TEST_F(compress_moving_source, a_source_that_grows_is_cut_at_the_size_it_had)
 {
-    captured_output printed;
     start(mib + 1000);
-    EXPECT_EQ(state.jobs.dequeue().in_len, mib); // the size has been taken
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib); // the size has been taken
     std::filesystem::resize_file(dir / "in", 3 * mib);
-    EXPECT_EQ(state.jobs.dequeue().in_len, 1000U);
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, 1000U);
     ASSERT_TRUE(comes_to_its_end(driver));
-    EXPECT_EQ(result, driver_done);
-    EXPECT_EQ(printed.err(), "");
+    EXPECT_EQ(result, status::done);
+    EXPECT_TRUE(recorder.take().empty());
 }
 
 TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten_one)
@@ -300,16 +317,16 @@ TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten
     start(130 * mib);
     std::vector<block_job> taken; // none of them gets written
     for (u32 index = 0; index <= displacement_window::reach; ++index) {
-        taken.push_back(state.jobs.dequeue());
+        taken.push_back(work.jobs.dequeue());
         ASSERT_EQ(taken.back().block_index, index);
         taken.back().in_alloc.reset();
     }
     EXPECT_TRUE(still_waits(driver));
     const auto window_user = taken[0].out_file;
     for (u32 index = 0; index < 130; ++index) {
-        window_user->window.settle(index);
+        window_user->window.mark_done(index);
         if (index + 1 + displacement_window::reach < 130) {
-            EXPECT_EQ(state.jobs.dequeue().block_index, index + 1 + displacement_window::reach);
+            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::reach);
         }
     }
     EXPECT_TRUE(comes_to_its_end(driver));

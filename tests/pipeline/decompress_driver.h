@@ -26,9 +26,14 @@ class decompress_driver : public driver_fixture {
     driver_run run(const bytes& image)
     {
         write_file(dir / "in", image);
-        return decompress(GetParam(), dir / "in", dir / "out.qrx");
+        return decompress(GetParam(), recorder, dir / "in", dir / "out");
     }
     driver_run run(const qrx_file& file) { return run(build_qrx(file)); }
+
+    void expect_damage(const driver_run& run)
+    {
+        expect_driver_failure(run, event_kind::corrupt, status::corrupt);
+    }
 
     bytes restored() const { return read_file(dir / "out"); }
 };

@@ -28,38 +28,38 @@ TEST(displacement_window, blocks_up_to_120_ahead_enter_at_once)
     EXPECT_EQ(displacement_window::reach, 120U);
 }
 
-TEST(displacement_window, a_block_more_than_120_ahead_waits_until_the_oldest_is_settled)
+TEST(displacement_window, a_block_more_than_120_ahead_waits_until_the_oldest_is_done)
 {
     const test::time_guard guard;
     displacement_window window;
     enter(window, 0, 120);
     const auto block = in_thread([&] { window.wait_to_enter(121); });
     EXPECT_TRUE(still_waits(block));
-    window.settle(0);
+    window.mark_done(0);
     EXPECT_TRUE(comes_to_its_end(block));
 }
 
-TEST(displacement_window, blocks_settled_out_of_order_count_when_the_oldest_is)
+TEST(displacement_window, blocks_done_out_of_order_count_when_the_oldest_is)
 {
     const test::time_guard guard;
     displacement_window window;
     enter(window, 0, 120);
     const auto block = in_thread([&] { window.wait_to_enter(121); });
-    for (const u32 index : {120U, 5U, 4U, 3U, 1U}) window.settle(index);
+    for (const u32 index : {120U, 5U, 4U, 3U, 1U}) window.mark_done(index);
     EXPECT_TRUE(still_waits(block)) << "block 0 is still under way";
-    window.settle(0);
+    window.mark_done(0);
     EXPECT_TRUE(comes_to_its_end(block));
 
     // 2 is the oldest now.
     window.wait_to_enter(122);
     const auto next = in_thread([&] { window.wait_to_enter(123); });
     EXPECT_TRUE(still_waits(next));
-    window.settle(2); // 3, 4 and 5 were settled before: 6 is the oldest
+    window.mark_done(2); // 3, 4 and 5 were done before: 6 is the oldest
     EXPECT_TRUE(comes_to_its_end(next));
     enter(window, 124, 126);
     const auto last = in_thread([&] { window.wait_to_enter(127); });
     EXPECT_TRUE(still_waits(last));
-    window.settle(6);
+    window.mark_done(6);
     EXPECT_TRUE(comes_to_its_end(last));
 }
 
@@ -70,10 +70,10 @@ TEST(displacement_window, long_files_go_through_in_any_order_of_settling)
     test::random_source random(1);
     std::vector<u32> under_way; // by number
     for (u32 index = 0; index < 20000; ++index) {
-        // Where the driver would wait, blocks are settled at random until the oldest is among them.
+        // Where the driver would wait, blocks are done at random until the oldest is among them.
         while (!under_way.empty() && index - under_way.front() > displacement_window::reach) {
             const u32 any = random.below(static_cast<u32>(under_way.size()));
-            window.settle(under_way[any]);
+            window.mark_done(under_way[any]);
             under_way.erase(under_way.begin() + any);
         }
         window.wait_to_enter(index);
@@ -91,7 +91,7 @@ TEST(displacement_window, a_driver_and_two_settling_threads_never_get_stuck)
     const auto settle_every_other = [&](u32 first) {
         for (u32 index = first; index < blocks; index += 2) {
             while (entered <= index) std::this_thread::yield();
-            window.settle(index);
+            window.mark_done(index);
         }
     };
     const auto even = in_thread([&] { settle_every_other(0); });

@@ -10,7 +10,7 @@ namespace quarnex::test {
 /// By method.
 class encoders : public testing::TestWithParam<int> {
   protected:
-    static file_parameters parameters(u8 level, i32 hash_bits = 12)
+    static codec_parameters parameters(u8 level, i32 hash_bits = 12)
     {
         return parameters_of(static_cast<u8>(GetParam()), level, hash_bits);
     }

@@ -1,5 +1,6 @@
 // What the encoders of all methods have in common.
 #include "pipeline/encoders_fixture.h"
+#include "support/limited_allocator.h"
 
 namespace quarnex {
 namespace {
@@ -16,7 +17,7 @@ INSTANTIATE_TEST_SUITE_P(method, encoders, testing::Range(1, 6), testing::PrintT
 TEST_P(encoders, an_in_len_of_0_gives_the_result_0)
 {
     for (u8 level = 0; level < levels; ++level)
-        EXPECT_EQ(run_encoder({}, parameters(level)).result, 0);
+        EXPECT_EQ(run_encoder({}, parameters(level)).result.length, 0U);
 }
 
 TEST_P(encoders, incompressible_data_come_out_as_the_raw_block)
@@ -24,7 +25,7 @@ TEST_P(encoders, incompressible_data_come_out_as_the_raw_block)
     const bytes block = test::find_shape("random").make(5000, 1);
     for (u8 level = 0; level < levels; ++level) {
         const auto run = run_encoder(block, parameters(level));
-        EXPECT_EQ(run.result, 5000);
+        EXPECT_EQ(run.result.length, 5000U);
         EXPECT_EQ(run.out, block);
     }
 }
@@ -32,11 +33,51 @@ TEST_P(encoders, incompressible_data_come_out_as_the_raw_block)
 TEST_P(encoders, a_level_above_9_searches_rings)
 {
     const bytes block = test::find_shape("text").make(5000, 1);
-    file_parameters chosen = parameters(5);
+    codec_parameters chosen = parameters(5);
     const bytes expected = encode(block, chosen);
     for (const u8 level : {u8{10}, u8{255}}) {
         chosen.level = level;
         EXPECT_EQ(encode(block, chosen), expected);
+    }
+}
+
+constexpr u8 levels_with_tables = 8;
+
+TEST_P(encoders, without_memory_for_its_table_each_level_up_to_7_fails)
+{
+    test::limited_allocator memory;
+    memory.refuse_from(usize{1} << 30);
+    for (u8 level = 0; level < levels_with_tables; ++level) {
+        const auto run = run_encoder(bytes(100), parameters(level, 30), memory.get());
+        EXPECT_EQ(run.result.status, codec_status::no_table) << int{level};
+    }
+    EXPECT_EQ(memory.in_use(), 0);
+}
+
+TEST_P(encoders, without_memory_for_its_lists_level_8_fails)
+{
+    const bytes block = test::find_shape("text").make(2000, 1);
+    bool has_lists = false;
+    u32 failures = 0;
+    for (u64 call = 1; !has_lists; ++call) {
+        test::limited_allocator memory;
+        memory.refuse_call(call);
+        const auto run = run_encoder(block, parameters(8), memory.get());
+        EXPECT_EQ(memory.in_use(), 0);
+        has_lists = call > memory.calls();
+        if (run.result.status == codec_status::no_lists) ++failures;
+    }
+    EXPECT_EQ(failures, 4U) << "suffix array, common prefixes, and two lists";
+}
+
+TEST_P(encoders, give_all_their_memory_back_but_the_table_in_the_scratch)
+{
+    const bytes block = test::find_shape("text").make(20000, 1);
+    for (u8 level = 0; level < levels; ++level) {
+        test::limited_allocator memory;
+        run_encoder(block, parameters(level), memory.get());
+        EXPECT_EQ(memory.in_use(), 0) << int{level};
+        EXPECT_EQ(memory.bytes_in_use(), 0) << int{level};
     }
 }
 

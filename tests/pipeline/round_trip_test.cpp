@@ -1,4 +1,4 @@
-#include "support/captured_output.h"
+#include "pipeline/parameters.h"
 #include "support/driver_runs.h"
 #include "support/qrx_file.h"
 
@@ -20,8 +20,9 @@ class pipeline_round_trip : public testing::Test {
     {
         SCOPED_TRACE("method " + std::to_string(method) + " level " + std::to_string(level));
         write_file(dir / "in", content);
-        const file_parameters parameters{
-            .method = method, .level = level, .block_mb = 1, .hash_bits = 14};
+        file_parameters parameters{.codec = {.method = method, .level = level, .hash_bits = 14},
+                                   .block_mb = 1};
+        settle_parameters(parameters, level_defaults());
         std::vector<bytes> in_place;
         for (const u32 workers : all_workers) {
             SCOPED_TRACE(std::to_string(workers) + " workers");
@@ -35,7 +36,8 @@ class pipeline_round_trip : public testing::Test {
   private:
     std::vector<bytes> compressed_payloads(u32 workers, const file_parameters& parameters)
     {
-        EXPECT_EQ(compress(workers, parameters, dir / "in", dir / "c").result, driver_done);
+        EXPECT_EQ(compress(workers, recorder, parameters, dir / "in", dir / "c.qrx").first_failure,
+                  status::done);
         const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
         const auto payloads = file ? payloads_in_order(*file) : std::nullopt;
         EXPECT_TRUE(payloads);
@@ -47,13 +49,14 @@ class pipeline_round_trip : public testing::Test {
 
     void check_restored(u32 workers, const bytes& content)
     {
-        captured_output printed;
-        EXPECT_EQ(decompress(workers, dir / "c.qrx", dir / "c.qrx").result, driver_done);
-        EXPECT_EQ(printed.out() + printed.err(), "");
+        EXPECT_EQ(decompress(workers, recorder, dir / "c.qrx", dir / "c").first_failure,
+                  status::done);
+        EXPECT_TRUE(recorder.take().empty());
         ASSERT_TRUE(read_file(dir / "c") == content);
     }
 
     const time_guard guard{250};
+    event_recorder recorder;
     temp_dir dir;
 };
 
@@ -109,35 +112,43 @@ TEST(pipeline_with_one_worker, every_displacement_byte_is_0)
     const time_guard guard;
     const temp_dir dir;
     write_file(dir / "in", find_shape("mixture").make(9 * mib, 1));
-    compress(1, quick_parameters, dir / "in", dir / "c");
+    event_recorder recorder;
+    compress(1, recorder, quick_parameters, dir / "in", dir / "c.qrx");
     const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
     ASSERT_TRUE(file);
     ASSERT_EQ(file->records.size(), 9U);
     for (const qrx_record& record : file->records) EXPECT_EQ(record.displacement, 0);
 }
 
-TEST(pipeline_with_several_files, go_through_one_pipeline_with_blocks_of_each_in_flight)
+TEST(pipeline_with_several_files, one_engine_takes_files_in_both_directions)
 {
     const time_guard guard;
     const temp_dir dir;
+    event_recorder recorder;
+    engine work(system_allocator, 4, recorder.watcher());
+    const engine_threads threads(work);
     for (const direction mode : {direction::compress, direction::decompress}) {
-        pipeline_state state(4);
-        const pipeline_threads threads(state, mode);
         for (int i = 0; i < 30; ++i) {
             const std::string name = dir / std::to_string(i);
+            const std::string packed = name + ".qrx";
+            const std::string restored = name + ".restored";
             const bytes content = find_shape("text").make(static_cast<usize>(i) * 70000, 3);
             if (mode == direction::compress) {
                 write_file(name, content);
-                EXPECT_EQ(compress_file(state, quick_parameters, name, name), driver_done);
+                EXPECT_EQ(compress_file(work, {name.c_str(), packed.c_str()}, quick_parameters),
+                          status::done);
             } else {
-                EXPECT_EQ(decompress_file(state, name + ".qrx", name + ".restored"), driver_done);
+                EXPECT_EQ(decompress_file(work, {packed.c_str(), restored.c_str()}), status::done);
             }
         }
+        work.wait_for_blocks();
     }
     for (int i = 0; i < 30; ++i) {
         const std::string name = dir / std::to_string(i);
-        EXPECT_TRUE(read_file(name + ".restored.out") == read_file(name)) << i;
+        EXPECT_TRUE(read_file(name + ".restored") == read_file(name)) << i;
     }
+    EXPECT_TRUE(recorder.take().empty());
+    EXPECT_EQ(work.first_failure(), status::done);
 }
 
 } // namespace

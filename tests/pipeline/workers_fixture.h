@@ -1,7 +1,9 @@
 // pipeline/workers_fixture.h - one worker and its queues
 #pragma once
 
-#include "pipeline/pipeline.h"
+#include "pipeline/engine.h"
+#include "support/event_recorder.h"
+#include "support/limited_allocator.h"
 #include "support/pipeline_jobs.h"
 #include "support/qrx_file.h"
 #include "support/temp_dir.h"
@@ -17,7 +19,7 @@ class workers : public testing::Test {
     /// A block of its file, in the order in which they are asked for.
     block_job next_block(const file_parameters& parameters)
     {
-        block_job job = job_to_encode(state.buffers, bytes(1000), parameters);
+        block_job job = job_to_encode(work.buffers, bytes(1000), parameters);
         job.block_index = blocks++;
         job.block_count = 100;
         job.out_file = file;
@@ -27,30 +29,31 @@ class workers : public testing::Test {
     /// A payload of a block of `out_len` bytes.
     block_job next_payload(u32 out_len)
     {
-        block_job job = job_to_decode(state.buffers, m1_run_payload('q', 900), out_len);
+        block_job job = job_to_decode(work.buffers, m1_run_payload('q', 900), out_len);
         job.block_count = 100;
         job.out_file = file;
         return job;
     }
 
-    std::future<void> start(direction mode)
+    std::future<void> start()
     {
-        return in_thread([this, mode] { run_worker(state, mode); });
+        return in_thread([this] { run_worker(work); });
     }
 
     /// Whether the worker takes its sentinel and ends without another finished block.
     bool ends_with_nothing_more(const std::future<void>& worker)
     {
-        state.jobs.enqueue(end_of_work());
+        work.jobs.enqueue(end_of_work());
         if (!comes_to_its_end(worker)) return false;
-        state.writes.enqueue({});
-        return state.writes.dequeue().buf == nullptr;
+        work.writes.enqueue({});
+        return work.writes.dequeue().buf == nullptr;
     }
 
     const time_guard guard;
     temp_dir dir;
-    pipeline_state state{1};
-    std::shared_ptr<output_file> file = output_file::create(dir / "out");
+    event_recorder recorder;
+    engine work{system_allocator, 1, recorder.watcher()};
+    output_ref file = create_output(dir / "out");
     u32 blocks = 0;
 };
 

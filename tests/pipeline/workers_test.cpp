@@ -1,73 +1,102 @@
 #include "format/container.h"
 #include "pipeline/workers_fixture.h"
-#include "support/captured_output.h"
 
 namespace quarnex::test {
 namespace {
 
 TEST_F(workers, the_sentinel_ends_a_worker)
 {
-    for (const direction mode : {direction::compress, direction::decompress}) {
-        EXPECT_TRUE(ends_with_nothing_more(start(mode)));
-    }
-    EXPECT_EQ(state.abort_count, 0);
+    EXPECT_TRUE(ends_with_nothing_more(start()));
+    EXPECT_EQ(work.thread_failures(), 0U);
 }
 
 TEST_F(workers, a_block_is_encoded_and_goes_to_the_writer)
 {
-    const auto worker = start(direction::compress);
+    const auto worker = start();
     next_block(quick_parameters); // number 0 goes elsewhere
-    state.enqueue(next_block(quick_parameters));
-    const write_job finished = state.writes.dequeue();
+    work.submit(next_block(quick_parameters));
+    const write_job finished = work.writes.dequeue();
     EXPECT_EQ(finished.block_index, 1U);
     EXPECT_EQ(finished.block_count, 100U);
-    EXPECT_EQ(finished.block_mb, 0U);
+    EXPECT_EQ(finished.mode, direction::compress);
     EXPECT_EQ(finished.out_file, file);
     EXPECT_EQ(finished.size, unpack_record_head(finished.buf.get()).size + 5);
     EXPECT_TRUE(ends_with_nothing_more(worker));
 }
 
-TEST_F(workers, a_payload_is_decoded_and_goes_to_the_writer)
+TEST_F(workers, one_worker_serves_both_directions)
 {
-    const auto worker = start(direction::decompress);
-    state.enqueue(next_payload(900));
-    const write_job finished = state.writes.dequeue();
-    EXPECT_EQ(content_of(finished), bytes(900, 'q'));
-    EXPECT_EQ(finished.block_mb, 1U);
+    const auto worker = start();
+    work.submit(next_payload(900));
+    const write_job data = work.writes.dequeue();
+    EXPECT_EQ(content_of(data), bytes(900, 'q'));
+    EXPECT_EQ(data.mode, direction::decompress);
+    EXPECT_EQ(data.block_mb, 1U);
+    work.submit(next_block(quick_parameters));
+    EXPECT_EQ(work.writes.dequeue().mode, direction::compress);
     EXPECT_TRUE(ends_with_nothing_more(worker));
 }
 
-TEST_F(workers, a_failed_worker_says_so_once_and_goes_on_discarding)
+TEST_F(workers, a_failure_is_told_once_and_the_rest_of_its_file_is_dropped)
 {
-    captured_output printed;
-    const auto worker = start(direction::compress);
-    state.enqueue(next_block(failing_parameters));
-    state.enqueue(next_block(quick_parameters));
-    state.enqueue(next_block(failing_parameters));
+    const auto worker = start();
+    work.submit(next_block(failing_parameters));
+    work.submit(next_block(quick_parameters));
+    work.submit(next_block(failing_parameters));
     EXPECT_TRUE(ends_with_nothing_more(worker)) << "not even the block that could be coded";
-    EXPECT_EQ(printed.out(), "error compressing\n");
-    EXPECT_EQ(state.abort_count, 1);
+    const auto told = recorder.take();
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].kind, event_kind::block_uncoded);
+    EXPECT_EQ(told[0].lack, codec_status::no_table);
+    EXPECT_EQ(told[0].name, "source");
+    EXPECT_TRUE(told[0].on_worker);
+    EXPECT_EQ(work.thread_failures(), 1U);
+    EXPECT_EQ(work.first_failure(), status::no_memory);
+    EXPECT_EQ(file->failure(), status::no_memory);
 }
 
-TEST_F(workers, the_blocks_of_a_failed_worker_are_settled_so_that_the_driver_goes_on)
+TEST_F(workers, a_worker_goes_on_with_other_files_after_a_failure)
 {
-    captured_output printed;
-    const auto worker = start(direction::compress);
-    for (u32 index = 0; index < 300; ++index) { // more than may be unsettled
-        file->window.wait_to_enter(index);
-        state.enqueue(next_block(failing_parameters));
+    const auto worker = start();
+    work.submit(next_block(failing_parameters));
+    file = create_output(dir / "other");
+    blocks = 0;
+    work.submit(next_block(quick_parameters));
+    EXPECT_EQ(work.writes.dequeue().out_file, file);
+    EXPECT_TRUE(ends_with_nothing_more(worker));
+}
+
+TEST_F(workers, dropped_blocks_are_done_so_that_the_driver_goes_on)
+{
+    const auto worker = start();
+    for (u32 index = 0; index < 300; ++index) { // more than may be unwritten
+        work.submit(next_block(failing_parameters));
     }
     EXPECT_TRUE(ends_with_nothing_more(worker));
+    work.wait_for_blocks();
 }
 
-TEST_F(workers, a_failed_worker_frees_what_it_holds)
+TEST_F(workers, without_memory_for_the_output_a_block_fails)
 {
-    captured_output printed;
-    const auto worker = start(direction::compress);
-    state.enqueue(next_block(failing_parameters));
-    state.enqueue(next_block(quick_parameters));
-    EXPECT_TRUE(ends_with_nothing_more(worker));
-    EXPECT_EQ(file.use_count(), 1);
+    limited_allocator memory;
+    engine short_of_memory(memory.get(), 1, recorder.watcher());
+    const auto worker = in_thread([&] { run_worker(short_of_memory); });
+    for (const bool encodes : {true, false}) {
+        block_job job = encodes
+                            ? job_to_encode(short_of_memory.buffers, bytes(1000))
+                            : job_to_decode(short_of_memory.buffers, m1_run_payload('q', 900), 900);
+        job.out_file = create_output(dir / "other");
+        memory.refuse_from(1);
+        short_of_memory.submit(std::move(job));
+        short_of_memory.wait_for_blocks();
+        memory.refuse_from(SIZE_MAX);
+        const auto told = recorder.take();
+        ASSERT_EQ(told.size(), 1U);
+        EXPECT_EQ(told[0].kind, event_kind::no_memory);
+    }
+    short_of_memory.jobs.enqueue(end_of_work());
+    EXPECT_TRUE(comes_to_its_end(worker));
+    EXPECT_EQ(short_of_memory.thread_failures(), 2U);
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 // pipeline/writer_fixture.h - the writer of a pipeline and its queue
 #pragma once
 
-#include "pipeline/pipeline.h"
+#include "pipeline/engine.h"
+#include "support/event_recorder.h"
 #include "support/pipeline_jobs.h"
 #include "support/temp_dir.h"
 #include "support/waiting.h"
@@ -10,31 +11,32 @@
 
 namespace quarnex::test {
 
-using destination = std::shared_ptr<output_file>;
+using destination = output_ref;
 
 /// The writer in a thread.  The test is the workers.
 class writer : public testing::Test {
   protected:
-    destination create(const std::string& name) { return output_file::create(dir / name); }
+    destination create(const std::string& name) { return create_output(dir / name); }
 
     /// Hands a record with one payload byte to the writer.
     void put_record(const destination& file, u32 index, u32 count, char payload = 'p')
     {
         write_job record = make(file, {1, 0, 0, 0, 0, static_cast<u8>(payload)}, index, count);
-        state.writes.enqueue(std::move(record));
+        work.writes.enqueue(std::move(record));
     }
 
     /// Hands decoded data of a file with blocks of 1 MiB to the writer.
     void put_data(const destination& file, u32 index, u32 count, const bytes& data)
     {
         write_job block = make(file, data, index, count);
+        block.mode = direction::decompress;
         block.block_mb = 1;
-        state.writes.enqueue(std::move(block));
+        work.writes.enqueue(std::move(block));
     }
 
     void end()
     {
-        state.writes.enqueue({});
+        work.writes.enqueue({});
         ASSERT_TRUE(comes_to_its_end(thread));
     }
 
@@ -44,7 +46,7 @@ class writer : public testing::Test {
     write_job make(const destination& file, const bytes& content, u32 index, u32 count)
     {
         write_job job;
-        job.buf = fill_buffer(state.buffers, content, 0);
+        job.buf = fill_buffer(work.buffers, content, 0);
         job.size = static_cast<u32>(content.size());
         job.block_index = index;
         job.block_count = count;
@@ -56,8 +58,9 @@ class writer : public testing::Test {
 
   protected:
     temp_dir dir;
-    pipeline_state state{2};
-    std::future<void> thread = in_thread([this] { run_writer(state); });
+    event_recorder recorder;
+    engine work{system_allocator, 2, recorder.watcher()};
+    std::future<void> thread = in_thread([this] { run_writer(work); });
 };
 
 } // namespace quarnex::test

@@ -1,34 +1,40 @@
 #include "pipeline/writer_fixture.h"
-#include "support/error_recorder.h"
+
+#include <cerrno>
 
 namespace quarnex::test {
 namespace {
 
-TEST_F(writer, a_short_write_is_failure_102_and_the_rest_is_drained)
+TEST_F(writer, a_failed_write_is_told_and_the_rest_of_its_file_is_dropped)
 {
-    error_recorder recorder;
-    const destination full = output_file::create("/dev/full");
+    const destination full = create_output("/dev/full");
     const destination other = create("other");
     put_record(full, 0, 300);
-    for (u32 index = 1; index < 300; ++index) { // all are settled: nobody waits for ever
+    for (u32 index = 1; index < 300; ++index) { // all are done: nobody waits for ever
         full->window.wait_to_enter(index);
         put_record(full, index, 300);
     }
     put_record(other, 0, 1);
     end();
-    EXPECT_EQ(recorder.take(), std::vector{disk_full_failure});
-    EXPECT_EQ(state.abort_count, 1);
-    EXPECT_EQ(content("other"), bytes());
-    EXPECT_EQ(full.use_count(), 1);
+    const auto told = recorder.take();
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].kind, event_kind::destination_unwritten);
+    EXPECT_EQ(told[0].cause, ENOSPC);
+    EXPECT_EQ(told[0].name, "/dev/full");
+    EXPECT_TRUE(told[0].on_worker);
+    EXPECT_EQ(work.thread_failures(), 1U);
+    EXPECT_EQ(work.first_failure(), status::write_failed);
+    EXPECT_EQ(content("other").size(), 6U) << "other files are written";
 }
 
-TEST_F(writer, a_short_write_of_decoded_data_is_failure_102)
+TEST_F(writer, a_failed_write_of_decoded_data_is_told)
 {
-    error_recorder recorder;
-    put_data(output_file::create("/dev/full"), 0, 2, to_bytes("data"));
+    put_data(create_output("/dev/full"), 0, 2, to_bytes("data"));
     end();
-    EXPECT_EQ(recorder.take(), std::vector{disk_full_failure});
-    EXPECT_EQ(state.abort_count, 1);
+    const auto told = recorder.take();
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].cause, ENOSPC);
+    EXPECT_EQ(told[0].mode, direction::decompress);
 }
 
 } // namespace

@@ -214,7 +214,7 @@ TEST_F(destination, with_a_trailing_separator)
 
 TEST_F(destination, is_created_even_if_no_file_follows)
 {
-    expect_silent_success(run({"-10", "missing", "out"}));
+    EXPECT_EQ(run({"-10", "missing", "out"}).status, 0);
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
@@ -237,9 +237,12 @@ TEST_F(plain_names, lose_their_path)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(plain_names, a_bad_first_name_is_skipped)
+TEST_F(plain_names, a_bad_first_name_is_told_and_skipped)
 {
-    expect_silent_success(run({"-10", "missing", "good", "out"}));
+    const program_result result = run({"-10", "missing", "good", "out"});
+    EXPECT_EQ(result.err, "can't open input file 'missing'. 'No such file or directory'\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.status, 0);
     EXPECT_FALSE(exists("out/missing.qrx"));
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
@@ -267,10 +270,13 @@ TEST_F(plain_names, a_bad_name_behind_a_good_file_ends_the_loop_when_restoring)
     EXPECT_FALSE(exists("restored/other"));
 }
 
-TEST_F(plain_names, a_bad_name_behind_a_directory_is_skipped)
+TEST_F(plain_names, a_bad_name_after_a_directory_is_told_and_skipped)
 {
     std::filesystem::create_directory(dir / "folder");
-    expect_silent_success(run({"-10", "good", "folder", "missing", "other", "out"}));
+    const program_result result = run({"-10", "good", "folder", "missing", "other", "out"});
+    EXPECT_EQ(result.err, "can't open input file 'missing'. 'No such file or directory'\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(is_compressed("out/other.qrx"));
 }
 

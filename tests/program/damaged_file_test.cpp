@@ -58,7 +58,7 @@ TEST_P(damaged_file, a_short_header_ends_the_process)
     const bytes image = build_qrx(runs(1));
     for (const usize size : std::vector<usize>{0, 1, 4, 31}) {
         const bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(size));
-        expect_fatal_error(restore(cut), too_short);
+        expect_fatal_error(restore(cut), "file.qrx", too_short);
         EXPECT_FALSE(exists("out/file"));
     }
 }
@@ -68,7 +68,7 @@ TEST_P(damaged_file, each_letter_of_the_magic_is_compared)
     for (const usize at : std::vector<usize>{1, 2, 3}) {
         bytes image = build_qrx(runs(1));
         image[at] ^= 0x20;
-        expect_fatal_error(restore(image), no_header, "'file.qrx' not qrx file\n");
+        expect_fatal_error(restore(image), "file.qrx", no_header, "'file.qrx' not qrx file\n");
         EXPECT_FALSE(exists("out/file"));
     }
 }
@@ -78,7 +78,7 @@ TEST_P(damaged_file, a_level_above_9_is_damage)
     for (const u8 level : {u8{10}, u8{255}}) {
         qrx_file file = runs(1);
         file.header.level = level;
-        expect_fatal_error(restore(build_qrx(file)), corrupted);
+        expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
     }
 }
 
@@ -86,7 +86,7 @@ TEST_P(damaged_file, a_block_size_of_0_is_damage)
 {
     qrx_file file = runs(1);
     file.header.block_mb = 0;
-    expect_fatal_error(restore(build_qrx(file)), corrupted);
+    expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
 TEST_P(damaged_file, a_bad_header_leaves_an_existing_output_alone)
@@ -105,7 +105,7 @@ TEST_P(damaged_file, a_coded_block_of_a_method_that_does_not_exist_is_damage)
     for (const u8 method : {u8{0}, u8{6}, u8{7}, u8{8}, u8{9}, u8{255}}) {
         qrx_file file = runs(1);
         file.header.method = method;
-        expect_fatal_error(restore(build_qrx(file)), corrupted);
+        expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
     }
 }
 
@@ -131,8 +131,8 @@ TEST_P(damaged_file, a_file_cut_off_inside_a_payload_tells_how_much_it_read)
     const bytes whole = build_qrx(file);
     for (const int missing : {14, 9, 1}) {
         const std::string got = std::to_string(14 - missing);
-        expect_fatal_error(restore(bytes(whole.begin(), whole.end() - missing)), too_short,
-                           "err=, 14," + got + " ");
+        expect_fatal_error(restore(bytes(whole.begin(), whole.end() - missing)), "file.qrx",
+                           too_short, "err=, 14," + got + " ");
     }
 }
 
@@ -140,7 +140,7 @@ TEST_P(damaged_file, a_payload_that_the_file_cannot_hold_needs_no_memory)
 {
     qrx_file file = single_block(2047 * mib, bytes(3));
     file.header.block_mb = 2047;
-    expect_fatal_error(restore(with_first_size(file, 2000 * mib)), too_short,
+    expect_fatal_error(restore(with_first_size(file, 2000 * mib)), "file.qrx", too_short,
                        "err=, 2097152000,3 ");
 }
 
@@ -150,7 +150,7 @@ TEST_P(damaged_file, a_record_size_above_the_block_length_is_damage)
 {
     const qrx_file file = single_block(100, bytes(100));
     for (const u32 size : {101U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFBFFU, 0xFFFFFFFFU}) {
-        expect_fatal_error(restore(with_first_size(file, size)), corrupted);
+        expect_fatal_error(restore(with_first_size(file, size)), "file.qrx", corrupted);
     }
 }
 
@@ -160,14 +160,14 @@ TEST_P(damaged_file, the_last_block_is_measured_by_what_is_left_of_the_file)
     file.header.original_size = mib + 10;
     file.records.push_back({0, bytes(11)});
     const program_result result = restore(build_qrx(file));
-    expect_fatal_error(result, corrupted);
+    expect_fatal_error(result, "file.qrx", corrupted);
 }
 
 TEST_P(damaged_file, a_block_index_before_the_file_is_damage)
 {
     qrx_file file = runs(2);
     file.records[0].displacement = displacement_of(-1);
-    expect_fatal_error(restore(build_qrx(file)), corrupted);
+    expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
 TEST_P(damaged_file, a_block_index_behind_the_file_is_damage)
@@ -175,22 +175,22 @@ TEST_P(damaged_file, a_block_index_behind_the_file_is_damage)
     for (const i32 distance : {2, 3, 127}) {
         qrx_file file = runs(2);
         file.records[0].displacement = displacement_of(distance);
-        expect_fatal_error(restore(build_qrx(file)), corrupted);
+        expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
     }
 }
 
 TEST_P(damaged_file, an_empty_file_has_no_second_record)
 {
-    expect_fatal_error(restore(build_qrx({{}, {{0, {}}, {0, {}}}})), corrupted);
-    expect_fatal_error(restore(build_qrx({{}, {{displacement_of(1), {}}}})), corrupted);
-    expect_fatal_error(restore(build_qrx({{}, {{0, bytes(1)}}})), corrupted);
+    expect_fatal_error(restore(build_qrx({{}, {{0, {}}, {0, {}}}})), "file.qrx", corrupted);
+    expect_fatal_error(restore(build_qrx({{}, {{displacement_of(1), {}}}})), "file.qrx", corrupted);
+    expect_fatal_error(restore(build_qrx({{}, {{0, bytes(1)}}})), "file.qrx", corrupted);
 }
 
 TEST_P(damaged_file, more_records_than_blocks_are_damage)
 {
     qrx_file file = runs(3);
     file.records.push_back({displacement_of(-1), m1_run_payload('x', mib)});
-    expect_fatal_error(restore(build_qrx(file)), corrupted);
+    expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
 TEST_P(damaged_file, two_records_of_one_block_leave_another_one_out)
@@ -213,7 +213,7 @@ TEST_P(damaged_file, a_size_that_no_file_can_have)
     expect_silent_success(restore(build_qrx(file)));
     EXPECT_TRUE(get("out/file") == bytes(mib, 'a'));
     file.header.block_mb = 65535;
-    expect_fatal_error(restore(build_qrx(file)), corrupted);
+    expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
 // Payloads
@@ -284,7 +284,7 @@ TEST_P(damaged_file, a_failure_with_a_code_leaves_the_names_behind_it_untouched)
 {
     put("good.qrx", build_qrx(runs(1)));
     put("bad.qrx", bytes(10));
-    expect_fatal_error(run({"-d", GetParam(), "bad.qrx", "good.qrx", "out"}), too_short);
+    expect_fatal_error(run({"-d", GetParam(), "bad.qrx", "good.qrx", "out"}), "bad.qrx", too_short);
     EXPECT_FALSE(exists("out/good"));
 }
 

@@ -48,7 +48,7 @@ TEST_P(failures, a_block_that_no_address_space_of_32_bits_holds_is_failure_100)
     put("file", {});
     std::filesystem::resize_file(dir / "file", u64{3} << 30); // not one byte is on the disk
     const program_result result = run({"-10", GetParam(), "-b2047", "file", "out"});
-    expect_fatal_error(result, "100: malloc error");
+    expect_fatal_error(result, "file", "100: malloc error");
 }
 
 } // namespace

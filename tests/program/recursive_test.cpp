@@ -130,19 +130,26 @@ TEST_P(recursive, a_destination_that_is_made_inside_the_tree_is_not_entered)
     EXPECT_EQ(listed("mydir/new"), (names{"mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, a_destination_that_is_named_is_told_and_the_next_name_follows)
+TEST_P(recursive, a_destination_that_is_named_is_compressed_in_place)
 {
-    plant_all({"out/x", "y"});
-    const program_result compressing = compress({"out", "y", "./out/."});
-    EXPECT_EQ(compressing.err, "out: skipped, it is the destination\n"
-                               "./out/.: skipped, it is the destination\n");
-    EXPECT_EQ(compressing.out, "");
-    EXPECT_EQ(compressing.status, 0);
-    EXPECT_EQ(listed("out"), (names{"x", "y.qrx"}));
-    const program_result restoring = restore({"out", "out/y.qrx"}, "out");
-    EXPECT_EQ(restoring.err, "out: skipped, it is the destination\n");
+    plant_all({"out/x", "out/sub/y", "z"});
+    expect_silent_success(compress({"out", "z"}));
+    EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx", "z.qrx"}));
+    expect_silent_success(compress({"./out/."})); // what is compressed is not compressed again
+    EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx", "z.qrx"}));
+}
+
+TEST_P(recursive, a_destination_that_is_named_is_restored_in_place)
+{
+    plant_all({"out/sub/y", "out/x"});
+    expect_silent_success(compress({"out"}));
+    std::filesystem::remove(dir / "out/sub/y");
+    const program_result restoring = restore({"out"}, "out");
+    EXPECT_EQ(restoring.out, "");
+    EXPECT_EQ(with_slashes(restoring.err), "out/x: skipped, its name does not end in .qrx\n");
     EXPECT_EQ(restoring.status, 0);
-    EXPECT_EQ(get("out/y"), to_bytes("y"));
+    EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx"}));
+    EXPECT_EQ(get("out/sub/y"), to_bytes("out/sub/y"));
 }
 
 // Two files for one destination
@@ -272,7 +279,7 @@ TEST_P(recursive, a_file_that_was_not_compressed_ends_the_process)
 {
     plant("mydir/a.qrx", bytes(40, 'a'));
     plant("mydir/b.qrx", build_qrx({{}, {{0, {}}}}));
-    expect_fatal_error(restore({"mydir"}), "104: file header. no quarnex format",
+    expect_fatal_error(restore({"mydir"}), "mydir/a.qrx", "104: file header. no quarnex format",
                        "'mydir/a.qrx' not qrx file\n");
     EXPECT_EQ(listed("back"), names{"mydir/"});
 }

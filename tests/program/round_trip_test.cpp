@@ -1,7 +1,7 @@
 // Files compressed and restored by the program, and every byte of the container in between.
 #include "support/program_fixture.h"
 
-#include "common/platform.h"
+#include "common/platform/cpu.h"
 
 #include <algorithm>
 #include <filesystem>

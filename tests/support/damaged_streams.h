@@ -13,7 +13,7 @@ namespace quarnex::test {
 struct coded_block {
     bytes block;
     bytes stream;
-    file_parameters parameters;
+    codec_parameters parameters;
 };
 
 inline bytes decode_behind(const coded_block& coded, const bytes& payload, u8 behind)
@@ -61,7 +61,7 @@ inline void expect_flipped_bits_to_give_some_bytes(const coded_block& coded)
 }
 
 /// Expects some bytes from random ones, and from bytes of one value.
-inline void expect_nonsense_to_give_some_bytes(const file_parameters& parameters)
+inline void expect_nonsense_to_give_some_bytes(const codec_parameters& parameters)
 {
     for (usize seed = 1; seed <= 300; ++seed) {
         const bytes payload = find_shape("random").make(1 + seed, seed);

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "pipeline/drivers.h"
-#include "pipeline/output_file.h"
-#include "support/error_recorder.h"
+#include "support/event_recorder.h"
 #include "support/pipeline_jobs.h"
 #include "support/process_entries.h"
 #include "support/temp_dir.h"
@@ -15,72 +14,103 @@ namespace quarnex::test {
 
 /// What became of a run.
 struct driver_run {
-    i32 result = 0;
-    i32 abort_count = 0;
+    status result = status::done;
+    u32 thread_failures = 0;
+    status first_failure = status::done;
 };
 
-/// Calls `driver` while the threads of a pipeline run, and lets all blocks finish.
+/// Calls `driver` while the threads of an engine run, and lets all blocks finish.
 template <class Driver>
-driver_run run_driver(u32 workers, direction mode, Driver driver)
+driver_run run_driver(u32 workers, event_recorder& recorder, Driver driver,
+                      const allocator& source = system_allocator)
 {
     driver_run run;
-    pipeline_state state(workers);
+    engine work(source, workers, recorder.watcher());
     {
-        const pipeline_threads threads(state, mode);
+        const engine_threads threads(work);
         if (!threads.ready()) std::abort();
-        run.result = driver(state);
+        run.result = driver(work);
     }
-    run.abort_count = state.abort_count;
+    run.thread_failures = work.thread_failures();
+    run.first_failure = work.first_failure();
     return run;
 }
 
-/// Compresses to `destination` + ".qrx".
-inline driver_run compress(u32 workers, const file_parameters& parameters,
-                           const std::string& source, const std::string& destination)
+/// Compresses with settled parameters, without a look at the kind of the file.
+inline driver_run compress(u32 workers, event_recorder& recorder, const file_parameters& parameters,
+                           const std::string& source, const std::string& destination,
+                           const allocator& memory = system_allocator)
 {
-    return run_driver(workers, direction::compress, [&](pipeline_state& state) {
-        return compress_file(state, parameters, source, destination);
-    });
+    return run_driver(
+        workers, recorder,
+        [&](engine& work) {
+            return compress_file(work, {source.c_str(), destination.c_str()}, parameters, false);
+        },
+        memory);
 }
 
-inline driver_run decompress(u32 workers, const std::string& source, const std::string& destination)
+inline driver_run decompress(u32 workers, event_recorder& recorder, const std::string& source,
+                             const std::string& destination,
+                             const allocator& memory = system_allocator)
 {
-    return run_driver(workers, direction::decompress, [&](pipeline_state& state) {
-        return decompress_file(state, source, destination);
-    });
+    return run_driver(
+        workers, recorder,
+        [&](engine& work) {
+            return decompress_file(work, {source.c_str(), destination.c_str()});
+        },
+        memory);
 }
 
-/// A driver with a number of workers, and the failures that would end the process.
+/// A driver with a number of workers, and what its engine tells.
 class driver_fixture : public testing::TestWithParam<u32> {
   protected:
     bool has_workers() const { return GetParam() != 0; }
 
-    /// Expects `failure` alone, seen by the driver itself or, with workers, by another thread.
-    void expect_failure(const driver_run& run, const error_recorder::failure& failure)
+    /// Takes the only event, which must be of `kind`.
+    recorded_event expect_event(event_kind kind)
     {
-        EXPECT_EQ(recorder.take(), std::vector{failure});
-        EXPECT_EQ(run.abort_count, has_workers() ? 1 : 0);
-        if (has_workers()) return;
-        EXPECT_EQ(run.result, -failure.first);
+        const auto told = recorder.take();
+        EXPECT_EQ(told.size(), 1U);
+        if (told.size() != 1) return {kind};
+        EXPECT_EQ(told[0].kind, kind) << testing::PrintToString(told[0]);
+        return told[0];
     }
 
-    /// Expects `failure` alone, seen by the driver itself in any case.
-    void expect_driver_failure(const driver_run& run, const error_recorder::failure& failure)
+    /// Expects one event of `kind`, and `reason` as the failure of the driver itself or, with
+    /// workers, of another thread.
+    recorded_event expect_failure(const driver_run& run, event_kind kind, status reason)
     {
-        EXPECT_EQ(recorder.take(), std::vector{failure});
-        EXPECT_EQ(run.abort_count, 0);
-        EXPECT_EQ(run.result, -failure.first);
+        EXPECT_EQ(run.first_failure, reason);
+        EXPECT_EQ(run.thread_failures, has_workers() ? 1U : 0U);
+        if (!has_workers()) {
+            EXPECT_EQ(run.result, reason);
+        }
+        const recorded_event told = expect_event(kind);
+        EXPECT_EQ(told.on_worker, has_workers());
+        return told;
+    }
+
+    /// Expects one event of `kind`, and `reason` as the failure of the driver itself in any case.
+    recorded_event expect_driver_failure(const driver_run& run, event_kind kind, status reason)
+    {
+        EXPECT_EQ(run.first_failure, reason);
+        EXPECT_EQ(run.thread_failures, 0U);
+        EXPECT_EQ(run.result, reason);
+        const recorded_event told = expect_event(kind);
+        EXPECT_FALSE(told.on_worker);
+        return told;
     }
 
     void expect_success(const driver_run& run)
     {
-        EXPECT_EQ(recorder.take(), std::vector<error_recorder::failure>());
-        EXPECT_EQ(run.abort_count, 0);
-        EXPECT_EQ(run.result, driver_done);
+        EXPECT_TRUE(recorder.take().empty());
+        EXPECT_EQ(run.thread_failures, 0U);
+        EXPECT_EQ(run.first_failure, status::done);
+        EXPECT_EQ(run.result, status::done);
     }
 
     const time_guard guard;
-    error_recorder recorder;
+    event_recorder recorder;
     temp_dir dir;
 };
 

@@ -1,7 +1,7 @@
 // support/paths.h - paths as tests write them, with slashes, and as the system does
 #pragma once
 
-#include "common/platform.h"
+#include "frontend/system.h"
 
 #include <algorithm>
 #include <string>

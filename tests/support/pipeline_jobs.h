@@ -1,12 +1,12 @@
 // support/pipeline_jobs.h - blocks for the parts of the pipeline, without a driver
 #pragma once
 
-#include "pipeline/output_file.h"
-#include "pipeline/pipeline.h"
+#include "pipeline/engine.h"
 #include "support/shapes.h"
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace quarnex::test {
 
@@ -14,11 +14,11 @@ inline constexpr usize mib = usize{1} << 20;
 
 /// Method 1 at a low level, in small blocks.
 inline constexpr file_parameters quick_parameters{
-    .method = 1, .level = 0, .block_mb = 1, .hash_bits = 12, .chain_bits = 1};
+    .codec = {.method = 1, .level = 0, .hash_bits = 12, .chain_bits = 1}, .block_mb = 1};
 
 /// No memory can hold the hash table of these: the encoder fails.
 inline constexpr file_parameters failing_parameters{
-    .method = 1, .level = 0, .block_mb = 1, .hash_bits = 62, .chain_bits = 1};
+    .codec = {.method = 1, .level = 0, .hash_bits = 62, .chain_bits = 1}, .block_mb = 1};
 
 /// `content` in a pool's buffer with `slack` zeros behind it.
 inline block_buffer fill_buffer(buffer_pool& buffers, const bytes& content, usize slack)
@@ -34,11 +34,12 @@ inline block_job job_to_encode(buffer_pool& buffers, const bytes& block,
                                const file_parameters& parameters = quick_parameters)
 {
     block_job job;
-    job.parameters = parameters;
-    job.in_len = static_cast<u32>(block.size());
+    job.mode = direction::compress;
+    job.set_parameters(parameters);
+    job.codec.in_len = static_cast<u32>(block.size());
     job.block_count = 1;
     job.in_alloc = fill_buffer(buffers, block, in_slack);
-    job.in_buf = job.in_alloc.get();
+    job.codec.in_buf = job.in_alloc.get();
     return job;
 }
 
@@ -46,13 +47,22 @@ inline block_job job_to_encode(buffer_pool& buffers, const bytes& block,
 inline block_job job_to_decode(buffer_pool& buffers, const bytes& payload, u32 out_len)
 {
     block_job job;
-    job.parameters = quick_parameters;
-    job.in_len = static_cast<u32>(payload.size());
-    job.out_len = out_len;
+    job.mode = direction::decompress;
+    job.set_parameters(quick_parameters);
+    job.codec.in_len = static_cast<u32>(payload.size());
+    job.codec.out_len = out_len;
     job.block_count = 1;
     job.in_alloc = fill_buffer(buffers, payload, payload_slack);
-    job.in_buf = job.in_alloc.get();
+    job.codec.in_buf = job.in_alloc.get();
     return job;
+}
+
+/// A destination of the test's, created.
+inline output_ref create_output(const std::string& name)
+{
+    output_ref file = output_file::make(system_allocator, "source", name.c_str());
+    if (!file || file->file.create(name.c_str()) != 0) return {};
+    return file;
 }
 
 inline block_job end_of_work()

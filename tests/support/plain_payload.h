@@ -9,7 +9,7 @@
 namespace quarnex::test {
 
 /// Expects that `block`, of the shape `name`, is encoded as `plain` says, and decoded again.
-inline void expect_plain_payload(const bytes& block, const file_parameters& parameters,
+inline void expect_plain_payload(const bytes& block, const codec_parameters& parameters,
                                  const bytes& plain, const std::string& name)
 {
     const bytes payload = encode(block, parameters);

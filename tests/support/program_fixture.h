@@ -49,12 +49,13 @@ inline void expect_silent_success(const program_result& result)
     EXPECT_EQ(result.status, 0);
 }
 
-/// The end by a failure with a code: one line on standard error, `out` on standard output.
-inline void expect_fatal_error(const program_result& result, const std::string& code_and_text,
-                               const std::string& out = "")
+/// The end by a failure with a code: one line on standard error, which names the file, and `out` on
+/// standard output.
+inline void expect_fatal_error(const program_result& result, const std::string& name,
+                               const std::string& code_and_text, const std::string& out = "")
 {
     EXPECT_EQ(result.out, out);
-    EXPECT_EQ(result.err, "quarnex: error " + code_and_text + "\n");
+    EXPECT_EQ(result.err, "quarnex: " + name + ": error " + code_and_text + "\n");
     EXPECT_EQ(result.status, status_of_abnormal_end);
 }
 

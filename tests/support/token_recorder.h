@@ -1,6 +1,7 @@
 // support/token_recorder.h - what a search decides, token by token
 #pragma once
 
+#include "common/scratch.h"
 #include "match/concepts.h"
 #include "match/text.h"
 #include "plain/plain_search.h"
@@ -37,17 +38,27 @@ static_assert(token_writer<token_recorder<1>>);
 
 template <u32 FirstPos>
 using recorded_search = std::optional<token_recorder<FirstPos>> (*)(block_text, search_bits,
+                                                                    scratch&,
                                                                     token_recorder<FirstPos>);
 
 /// The tokens of a block that lies in a buffer which ends where a search may read last.
 template <u32 FirstPos>
 std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes& block,
-                                   search_bits bits, usize full_at = SIZE_MAX)
+                                   search_bits bits, scratch& memory, usize full_at = SIZE_MAX)
 {
     bytes padded(block.size() + search_reads_past);
     std::copy(block.begin(), block.end(), padded.begin());
     const block_text text{padded.data(), static_cast<u32>(block.size())};
-    return search(text, bits, {full_at}).value().tokens;
+    return search(text, bits, memory, {full_at}).value().tokens;
+}
+
+/// The same in a scratch of its own.
+template <u32 FirstPos>
+std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes& block,
+                                   search_bits bits, usize full_at = SIZE_MAX)
+{
+    scratch memory(system_allocator);
+    return tokens_of<FirstPos>(search, block, bits, memory, full_at);
 }
 
 /// Literals in a row, for spelled_out().

@@ -1,6 +1,6 @@
-#include "common/platform.h"
+#include "frontend/system.h"
 
-#include "common/file_lookup.h"
+#include "frontend/file_lookup.h"
 #include "support/exclusive_file.h"
 #include "support/temp_dir.h"
 
@@ -17,7 +17,7 @@ using test::identity_of;
 using test::kind_of;
 using test::temp_dir;
 
-TEST(platform, find_status_tells_a_name_that_stands_for_nothing)
+TEST(frontend_system, find_status_tells_a_name_that_stands_for_nothing)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -28,7 +28,7 @@ TEST(platform, find_status_tells_a_name_that_stands_for_nothing)
     }
 }
 
-TEST(platform, find_status_knows_the_root_of_a_drive_and_the_directory_that_is_current_on_it)
+TEST(frontend_system, find_status_knows_the_root_of_a_drive_and_the_directory_that_is_current_on_it)
 {
     const std::string drive = std::filesystem::current_path().root_name().string();
     EXPECT_EQ(kind_of(drive + "\\"), file_kind::directory);
@@ -36,7 +36,7 @@ TEST(platform, find_status_knows_the_root_of_a_drive_and_the_directory_that_is_c
     EXPECT_EQ(identity_of(drive), identity_of("."));
 }
 
-TEST(platform, find_status_sees_a_file_that_another_has_for_itself)
+TEST(frontend_system, find_status_sees_a_file_that_another_has_for_itself)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -44,14 +44,14 @@ TEST(platform, find_status_sees_a_file_that_another_has_for_itself)
     EXPECT_EQ(kind_of(dir / "file"), file_kind::regular);
 }
 
-TEST(platform, a_device_is_other_in_every_directory_and_in_any_case)
+TEST(frontend_system, a_device_is_other_in_every_directory_and_in_any_case)
 {
     const temp_dir dir;
     for (const std::string& name : {std::string("nul"), dir / "NUL"})
         EXPECT_EQ(kind_of(name), file_kind::other) << name;
 }
 
-TEST(platform, an_identity_is_the_same_for_all_spellings_of_a_name)
+TEST(frontend_system, an_identity_is_the_same_for_all_spellings_of_a_name)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -62,7 +62,7 @@ TEST(platform, an_identity_is_the_same_for_all_spellings_of_a_name)
     EXPECT_EQ(identity_of(dir / ".\\"), identity_of(dir.path()));
 }
 
-TEST(platform, what_is_there_is_no_link)
+TEST(frontend_system, what_is_there_is_no_link)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -71,7 +71,7 @@ TEST(platform, what_is_there_is_no_link)
     EXPECT_FALSE(is_link((dir / "missing").c_str()));
 }
 
-TEST(platform, list_directory_gives_all_names_as_they_were_spelled)
+TEST(frontend_system, list_directory_gives_all_names_as_they_were_spelled)
 {
     const temp_dir dir;
     std::set<std::string> names{".hidden", "with space", "Capitals", "a+[1]"};
@@ -87,14 +87,15 @@ TEST(platform, list_directory_gives_all_names_as_they_were_spelled)
     }
 }
 
-TEST(platform, the_root_of_a_drive_cannot_be_made_as_it_exists)
+TEST(frontend_system, the_root_of_a_drive_cannot_be_made_as_it_exists)
 {
     errno = 0;
     EXPECT_FALSE(make_directory("C:\\"));
     EXPECT_EQ(errno, EEXIST);
 }
 
-TEST(platform, a_server_and_a_device_prefix_cannot_be_made_as_they_stand_in_front_of_directories)
+TEST(frontend_system,
+     a_server_and_a_device_prefix_cannot_be_made_as_they_stand_in_front_of_directories)
 {
     for (const char* const name : {"\\\\nowhere", "\\\\?"}) {
         errno = 0;
@@ -104,24 +105,6 @@ TEST(platform, a_server_and_a_device_prefix_cannot_be_made_as_they_stand_in_fron
     errno = 0;
     EXPECT_FALSE(make_directory("missing\\below"));
     EXPECT_EQ(errno, ENOENT);
-}
-
-TEST(platform, a_reservation_is_zero_where_it_is_committed_and_stays_as_it_is_when_that_is_repeated)
-{
-    constexpr usize size = 1 << 20;
-    auto* const memory = static_cast<u8*>(reserve_memory(4 * size));
-    ASSERT_NE(memory, nullptr);
-    ASSERT_TRUE(commit_memory(memory + size, size));
-    EXPECT_EQ(memory[size], 0);
-    EXPECT_EQ(memory[2 * size - 1], 0);
-    memory[size] = 7;
-    ASSERT_TRUE(commit_memory(memory, 2 * size));
-    EXPECT_EQ(memory[0], 0);
-    EXPECT_EQ(memory[size], 7);
-    discard_memory(memory, 2 * size);
-    memory[size] = 8;
-    EXPECT_EQ(memory[size], 8);
-    release_memory(memory, 4 * size);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
-// common/file_lookup.h - what the system says about names, for tests of several systems
+// frontend/file_lookup.h - what the system says about names, for tests of several systems
 #pragma once
 
-#include "common/platform.h"
+#include "frontend/system.h"
 
 #include <cstdlib>
 #include <optional>

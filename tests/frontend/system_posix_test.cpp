@@ -1,15 +1,17 @@
-#include "common/platform.h"
+#include "frontend/system.h"
 
-#include "common/file_lookup.h"
+#include "frontend/file_lookup.h"
 #include "support/scoped_limits.h"
 #include "support/temp_dir.h"
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <unistd.h>
 
 namespace quarnex {
 namespace {
@@ -18,7 +20,7 @@ using test::identity_of;
 using test::kind_of;
 using test::temp_dir;
 
-TEST(platform, find_status_follows_links)
+TEST(frontend_system, find_status_follows_links)
 {
     const temp_dir dir;
     std::filesystem::create_symlink(dir.path(), dir / "link");
@@ -27,7 +29,7 @@ TEST(platform, find_status_follows_links)
     EXPECT_EQ(kind_of(dir / "broken"), std::nullopt);
 }
 
-TEST(platform, find_status_tells_why_it_fails)
+TEST(frontend_system, find_status_tells_why_it_fails)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -38,7 +40,7 @@ TEST(platform, find_status_tells_why_it_fails)
     EXPECT_EQ(errno, ENOTDIR);
 }
 
-TEST(platform, an_identity_is_the_same_for_all_names_of_a_file)
+TEST(frontend_system, an_identity_is_the_same_for_all_names_of_a_file)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -49,7 +51,7 @@ TEST(platform, an_identity_is_the_same_for_all_names_of_a_file)
     EXPECT_EQ(identity_of(dir / "./"), identity_of(dir.path()));
 }
 
-TEST(platform, is_link_looks_at_the_name_itself)
+TEST(frontend_system, is_link_looks_at_the_name_itself)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -62,7 +64,7 @@ TEST(platform, is_link_looks_at_the_name_itself)
     EXPECT_FALSE(is_link((dir / "missing").c_str()));
 }
 
-TEST(platform, list_directory_gives_all_names)
+TEST(frontend_system, list_directory_gives_all_names)
 {
     const temp_dir dir;
     std::set<std::string> names{".hidden", "...", "with space", "\xff"};
@@ -75,13 +77,6 @@ TEST(platform, list_directory_gives_all_names)
     const std::vector<std::string> found = list_directory(dir.path().c_str());
     EXPECT_EQ(found.size(), names.size());
     EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names);
-}
-
-TEST(platform, a_thread_that_cannot_start_stands_for_none)
-{
-    const test::short_of_threads limit;
-    const system_thread thread([] {});
-    EXPECT_FALSE(thread.started());
 }
 
 [[noreturn]] void write_beyond_the_file_size_limit()
@@ -100,10 +95,26 @@ TEST(platform, a_thread_that_cannot_start_stands_for_none)
     std::_Exit(0);
 }
 
-TEST(platform_death, a_write_beyond_the_file_size_limit_is_an_ordinary_error)
+TEST(frontend_system_death, a_write_beyond_the_file_size_limit_is_an_ordinary_error)
 {
     EXPECT_EXIT(write_beyond_the_file_size_limit(), testing::ExitedWithCode(0),
                 "^10 File too large$");
+}
+
+[[noreturn]] void open_a_file_with_closed_streams()
+{
+    const int errors = dup(STDERR_FILENO);
+    for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(closed);
+    prepare_process();
+    const int opened = open("/dev/null", O_RDONLY);
+    dprintf(errors, "opened %s", opened > STDERR_FILENO ? "above them" : "in their place");
+    std::_Exit(0);
+}
+
+TEST(frontend_system_death, closed_standard_streams_are_opened)
+{
+    EXPECT_EXIT(open_a_file_with_closed_streams(), testing::ExitedWithCode(0),
+                "^opened above them$");
 }
 
 } // namespace

@@ -1,8 +1,6 @@
-#include "pipeline/codec.h"
+#include "coding/codec.h"
 
 #include "support/codec_runs.h"
-#include "support/error_recorder.h"
-#include "support/system_differences.h"
 
 #include <gtest/gtest.h>
 
@@ -22,25 +20,25 @@ struct job_of_a_block {
 
     bytes block;
     bytes out;
-    block_job job;
+    codec_job job;
 };
 
 TEST(store_block, copies_the_block_and_returns_its_length)
 {
     job_of_a_block of({1, 2, 3});
-    EXPECT_EQ(store_block(of.job), 3);
+    EXPECT_EQ(store_block(of.job).length, 3U);
     EXPECT_EQ(of.out, of.block);
 }
 
 TEST(store_block, an_empty_block_has_length_0)
 {
-    EXPECT_EQ(store_block(block_job()), 0);
+    EXPECT_EQ(store_block(codec_job()).length, 0U);
 }
 
 TEST(shorter_stream, one_byte_shorter_than_the_block_stays)
 {
     job_of_a_block of({1, 2, 3});
-    EXPECT_EQ(shorter_stream(of.job, 2), 2);
+    EXPECT_EQ(shorter_stream(of.job, 2).length, 2U);
     EXPECT_EQ(of.out, bytes(3, 0xEE));
 }
 
@@ -48,22 +46,9 @@ TEST(shorter_stream, as_long_as_the_block_or_longer_or_of_length_0_gives_way_to_
 {
     for (const u32 length : {3U, 4U, 0U}) {
         job_of_a_block of({1, 2, 3});
-        EXPECT_EQ(shorter_stream(of.job, length), 3) << length;
+        EXPECT_EQ(shorter_stream(of.job, length).length, 3U) << length;
         EXPECT_EQ(of.out, of.block) << length;
     }
-}
-
-TEST(report_no_memory, is_failure_100)
-{
-    test::error_recorder recorder;
-    EXPECT_EQ(report_no_memory(block_job()), -100);
-    EXPECT_EQ(recorder.take(), std::vector{test::no_memory_failure});
-}
-
-TEST(report_no_memory_death, ends_the_process)
-{
-    EXPECT_EXIT(report_no_memory(block_job()), test::ended_abnormally,
-                "^quarnex: error 100: malloc error\n$");
 }
 
 } // namespace

@@ -1,0 +1,64 @@
+// support/event_recorder.h - what an engine tells, recorded
+#pragma once
+
+#include "common/sync.h"
+#include "pipeline/events.h"
+
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quarnex::test {
+
+/// An event with a name of its own.
+struct recorded_event {
+    event_kind kind;
+    int cause = 0;
+    std::string name{};
+    u32 block = 0;
+    u64 wanted = 0;
+    u64 got = 0;
+    direction mode = direction::compress;
+    codec_status lack = codec_status::done;
+    bool on_worker = false;
+};
+
+/// Shows an event as text where a test fails.
+inline void PrintTo(const recorded_event& told, std::ostream* out)
+{
+    *out << "event " << static_cast<int>(told.kind) << " of '" << told.name << "', cause "
+         << told.cause << ", wanted " << told.wanted << ", got " << told.got;
+}
+
+/// An observer that notes all events, from any thread.
+class event_recorder {
+  public:
+    event_recorder() = default;
+    event_recorder(const event_recorder&) = delete;
+    event_recorder& operator=(const event_recorder&) = delete;
+
+    observer watcher() { return {.tell = note, .context = this}; }
+
+    /// What was told since the last call.
+    std::vector<recorded_event> take()
+    {
+        scoped_lock lock(mutex_);
+        return std::exchange(events_, {});
+    }
+
+  private:
+    static void note(void* context, const event& happened)
+    {
+        auto& self = *static_cast<event_recorder*>(context);
+        scoped_lock lock(self.mutex_);
+        self.events_.push_back({happened.kind, happened.cause, happened.name, happened.block,
+                                happened.wanted, happened.got, happened.mode, happened.lack,
+                                happened.on_worker});
+    }
+
+    guard_mutex mutex_;
+    std::vector<recorded_event> events_ GUARDED_BY(mutex_);
+};
+
+} // namespace quarnex::test
