@@ -3,11 +3,7 @@
 //
 //     | parameters | block |
 #include "codec_input.h"
-#include "plain/m1_plain.h"
-#include "plain/m2_plain.h"
-#include "plain/m3_plain.h"
-#include "plain/m4_plain.h"
-#include "plain/m5_plain.h"
+#include "plain/plain_encode.h"
 
 #include <algorithm>
 
@@ -22,27 +18,6 @@ bool starts_with(const bytes& buffer, std::span<const u8> content)
     return std::equal(content.begin(), content.end(), buffer.begin());
 }
 
-/// What the plain encoder makes of a block.
-bytes encode_plainly(const codec_parameters& parameters, const bytes& block)
-{
-    const u32 level = parameters.level;
-    const u32 lit_ctx_bits = parameters.lit_ctx_bits;
-    const auto hash_bits = static_cast<u32>(parameters.hash_bits);
-    const auto chain_bits = static_cast<u32>(parameters.chain_bits);
-    switch (parameters.method) {
-    case 1:
-        return test::m1_plain_encode(block, level, hash_bits, chain_bits);
-    case 2:
-        return test::m2_plain_encode(block, level, hash_bits, chain_bits);
-    case 3:
-        return test::m3_plain_encode(block, level, hash_bits, chain_bits);
-    case 4:
-        return test::m4_plain_encode(block, level, lit_ctx_bits, hash_bits, chain_bits);
-    default:
-        return test::m5_plain_encode(block, level, hash_bits, chain_bits);
-    }
-}
-
 void encode_and_decode(std::span<const u8> input)
 {
     if (input.size() <= parameter_bytes) return; // an empty block is given to no codec
@@ -53,7 +28,7 @@ void encode_and_decode(std::span<const u8> input)
     require(length > 0, "an encoder produces something");
     require(length <= input.size(), "a stream is not longer than its block");
     if (input.size() <= most_compared) {
-        const bytes expected = encode_plainly(parameters, bytes(input.begin(), input.end()));
+        const bytes expected = test::plain_encode(bytes(input.begin(), input.end()), parameters);
         require(length == expected.size() && starts_with(stream.out, expected),
                 "the stream is the plain encoder's");
     }

@@ -74,8 +74,8 @@ own_apt() {
 build_packages=(g++ cmake ninja-build libdivsufsort-dev)
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
-test_packages=("${clang_packages[@]}" libgtest-dev libbenchmark-dev liblz4-dev liblzma-dev zlib1g-dev
-               libzstd-dev)
+test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
+               zlib1g-dev libzstd-dev)
 
 # build PRESET [TARGET...]
 build() {
@@ -107,6 +107,11 @@ check_format() {
     say "checking the format of all sources"
     find "$root"/{src,tests,fuzz,bench} \( -name '*.h' -o -name '*.cpp' \) -print0 |
         xargs -0 clang-format --dry-run --Werror || fail "clang-format -i puts that right"
+}
+
+check_words() {
+    say "checking the words of sources and pages"
+    python3 "$root/scripts/check_words" "$root" || fail "say these in plainer words"
 }
 
 # at_exit FUNCTION: has a function run when the script ends, before those that were asked for earlier.

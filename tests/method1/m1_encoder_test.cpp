@@ -1,7 +1,7 @@
 #include "method1/m1_codec.h"
 
 #include "plain/m1_plain.h"
-#include "support/plain_payload.h"
+#include "support/codec_runs.h"
 
 #include <gtest/gtest.h>
 
@@ -181,59 +181,6 @@ TEST(m1_encoder, at_levels_8_and_9_a_minimum_match_is_a_short_token)
         EXPECT_EQ(encode(block, parameters_of(1, level)),
                   (bytes{'-', 0, 0, 0, 0x0B, 'a', 'b', 'c', '+', 0x06, 0, 'z', 0x47, 1, 0xEB, 0}));
 }
-
-class m1_encoder_property : public testing::TestWithParam<u8> {};
-
-/// Compares the encoder with the plain one on a block.
-void expect_plain_payload(const bytes& block, u8 level, i32 hash_bits)
-{
-    const codec_parameters parameters = parameters_of(1, level, hash_bits);
-    test::expect_plain_payload(block, parameters,
-                               test::m1_plain_encode(block, level, static_cast<u32>(hash_bits),
-                                                     static_cast<u32>(parameters.chain_bits)),
-                               "the shape");
-}
-
-TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
-{
-    for (const auto& shape : test::all_shapes()) {
-        SCOPED_TRACE(shape.name);
-        for (usize size = 1; size <= 300; ++size)
-            expect_plain_payload(shape.make(size, size * 7 + GetParam()), GetParam(), 10);
-    }
-}
-
-TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
-{
-    // The plain forms of the last two levels take their time.
-    const usize size = GetParam() < std::size(hash_levels) ? 300001 : 50001;
-    for (const auto& shape : test::all_shapes()) {
-        SCOPED_TRACE(shape.name);
-        expect_plain_payload(shape.make(4095, 1), GetParam(), 12);
-        expect_plain_payload(shape.make(65536, 2), GetParam(), 12);
-        expect_plain_payload(shape.make(size, 3), GetParam(), 18);
-    }
-}
-
-TEST_P(m1_encoder_property, finds_matches_beyond_the_reach_of_medium_tokens)
-{
-    // 600000 bytes without a repetition nearer than that, then the same again.
-    bytes block = test::find_shape("random").make(600000, 9);
-    block.insert(block.end(), block.begin(), block.begin() + 500);
-    block.insert(block.end(), 100000, 1); // so that it shrinks
-    EXPECT_LT(encode(block, parameters_of(1, GetParam(), 22)).size(), block.size());
-    expect_plain_payload(block, GetParam(), 22);
-}
-
-TEST_P(m1_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
-{
-    test::for_all_hard_blocks([](const bytes& block, const std::string& name) {
-        SCOPED_TRACE(name);
-        expect_plain_payload(block, GetParam(), 14);
-    });
-}
-
-INSTANTIATE_TEST_SUITE_P(levels, m1_encoder_property, testing::ValuesIn(levels));
 
 } // namespace
 } // namespace quarnex

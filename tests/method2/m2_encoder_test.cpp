@@ -3,7 +3,7 @@
 #include "method2/m2_tokens.h"
 
 #include "plain/m2_plain.h"
-#include "support/plain_payload.h"
+#include "support/codec_runs.h"
 #include "support/token_block.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,6 @@ using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
 using test::encode;
-using test::expect_plain_payload;
 using test::joined;
 using test::m2_plain_stream;
 using test::parameters_of;
@@ -76,7 +75,6 @@ void expect_plain_stream(token_block block)
 TEST(m2_encoder, a_block_of_one_byte_is_stored)
 {
     // Its stream would be the byte and the end token, 30.
-    EXPECT_EQ(m2_plain_stream({7}, {}, 0), (bytes{7, 30}));
     for (u8 level = 0; level < levels; ++level) {
         EXPECT_EQ(run_encoder({7}, m2_parameters(level)).result.length, 1U);
         EXPECT_EQ(encode({7}, m2_parameters(level)), bytes{7});
@@ -441,51 +439,6 @@ TEST(m2_encoder, a_candidate_two_ahead_replaces_a_match_up_to_the_longest_distan
 }
 
 // All shapes
-
-/// By level.
-class m2_encoder_property : public testing::TestWithParam<u8> {
-  protected:
-    static void check(const bytes& block, i32 hash_bits, i32 chain_bits, const std::string& name)
-    {
-        expect_plain_payload(block, m2_parameters(GetParam(), hash_bits, chain_bits),
-                             test::m2_plain_encode(block, GetParam(), static_cast<u32>(hash_bits),
-                                                   static_cast<u32>(chain_bits)),
-                             name);
-    }
-};
-
-TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
-{
-    test::for_all_small_blocks(GetParam(), check);
-}
-
-TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
-{
-    // The plain forms of the last two levels take their time.
-    const usize size = GetParam() < hash_levels ? 300001 : 50001;
-    for (const auto& shape : test::all_shapes()) {
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, shape.name));
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(size, 4), 18, 4, shape.name));
-    }
-}
-
-TEST_P(m2_encoder_property, finds_matches_at_distances_of_many_extra_bits)
-{
-    // 600000 bytes without a repetition nearer than that, then some again.
-    bytes block = test::find_shape("random").make(600000, 9);
-    block.insert(block.end(), block.begin(), block.begin() + 500);
-    block.insert(block.end(), 100000, 1); // so that it shrinks
-    EXPECT_LT(encode(block, m2_parameters(GetParam(), 22)).size(), block.size());
-    ASSERT_NO_FATAL_FAILURE(check(block, 22, 2, "random"));
-}
-
-TEST_P(m2_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
-{
-    test::for_all_hard_blocks(
-        [](const bytes& block, const std::string& name) { check(block, 14, 2, name); });
-}
-
-INSTANTIATE_TEST_SUITE_P(levels, m2_encoder_property, testing::Range(u8{0}, levels));
 
 } // namespace
 } // namespace quarnex

@@ -3,7 +3,7 @@
 #include "method3/m3_tokens.h"
 
 #include "method3/m3_streams.h"
-#include "support/plain_payload.h"
+#include "support/codec_runs.h"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,6 @@ using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
 using test::encode;
-using test::expect_plain_payload;
 using test::m3_bits;
 using test::m3_block;
 using test::parameters_of;
@@ -234,41 +233,6 @@ TEST(m3_encoder, a_match_of_2_bytes_is_found_at_level_9_only)
     tokens[3] = {2, 3};
     EXPECT_EQ(encode(block, m3_parameters(9)), test::m3_plain_stream(block, tokens, 2));
 }
-
-/// By level.
-class m3_encoder_property : public testing::TestWithParam<u8> {
-  protected:
-    static void check(const bytes& block, i32 hash_bits, i32 chain_bits, const std::string& name)
-    {
-        expect_plain_payload(block, m3_parameters(GetParam(), hash_bits, chain_bits),
-                             test::m3_plain_encode(block, GetParam(), static_cast<u32>(hash_bits),
-                                                   static_cast<u32>(chain_bits)),
-                             name);
-    }
-};
-
-TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
-{
-    test::for_all_small_blocks(GetParam(), check);
-}
-
-TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
-{
-    // The plain forms of the last two levels take their time.
-    const usize size = GetParam() < hash_levels ? 300001 : 50001;
-    for (const auto& shape : test::all_shapes())
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, shape.name));
-    for (const char* name : {"text", "records", "mixture", "machine_code"})
-        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(size, 4), 18, 4, name));
-}
-
-TEST_P(m3_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
-{
-    test::for_all_hard_blocks(
-        [](const bytes& block, const std::string& name) { check(block, 14, 2, name); });
-}
-
-INSTANTIATE_TEST_SUITE_P(levels, m3_encoder_property, testing::Range(u8{0}, levels));
 
 } // namespace
 } // namespace quarnex

@@ -3,7 +3,7 @@
 #include "method4/m4_tokens.h"
 
 #include "method4/m4_streams.h"
-#include "support/plain_payload.h"
+#include "support/codec_runs.h"
 
 #include <gtest/gtest.h>
 #include <numeric>
@@ -15,7 +15,6 @@ using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
 using test::encode;
-using test::expect_plain_payload;
 using test::m4_block;
 using test::parameters_of;
 using test::plain_token;
@@ -234,53 +233,6 @@ TEST(m4_encoder, the_first_window_at_level_8_takes_the_sum_that_wrapped_farther)
     tokens.push_back({3, 1});
     EXPECT_EQ(encode(two_bytes, m4_parameters(8)), test::m4_plain_stream(two_bytes, tokens, 3, 0));
 }
-
-/// By level.
-class m4_encoder_property : public testing::TestWithParam<u8> {
-  protected:
-    static void check(const bytes& block, i32 hash_bits, i32 chain_bits, u8 lit_ctx_bits,
-                      const std::string& name)
-    {
-        expect_plain_payload(block, m4_parameters(GetParam(), hash_bits, chain_bits, lit_ctx_bits),
-                             test::m4_plain_encode(block, GetParam(), lit_ctx_bits,
-                                                   static_cast<u32>(hash_bits),
-                                                   static_cast<u32>(chain_bits)),
-                             name);
-    }
-};
-
-// The plain encoder takes its time for 256 models; the levels share the sizes.
-TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_at_sizes_to_300)
-{
-    for (const auto& shape : test::all_shapes()) {
-        for (u32 size = GetParam(); size <= 300; size += levels) {
-            ASSERT_NO_FATAL_FAILURE(check(
-                shape.make(size, size * 7), static_cast<i32>(5 + size % 14),
-                static_cast<i32>(1 + size / levels % 8), static_cast<u8>(size % 9), shape.name));
-        }
-    }
-}
-
-TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
-{
-    // The plain forms of the last two levels take their time.
-    const usize size = GetParam() < hash_levels ? 300001 : 50001;
-    u8 bits = 0;
-    for (const auto& shape : test::all_shapes()) {
-        bits = static_cast<u8>((bits + 1) % 9);
-        ASSERT_NO_FATAL_FAILURE(check(shape.make(65536, 3), 12, 3, bits, shape.name));
-    }
-    for (const char* name : {"text", "records", "mixture", "machine_code"})
-        ASSERT_NO_FATAL_FAILURE(check(test::find_shape(name).make(size, 4), 18, 4, 8, name));
-}
-
-TEST_P(m4_encoder_property, writes_what_the_plain_encoder_writes_for_hard_blocks)
-{
-    test::for_all_hard_blocks(
-        [](const bytes& block, const std::string& name) { check(block, 14, 2, 2, name); });
-}
-
-INSTANTIATE_TEST_SUITE_P(levels, m4_encoder_property, testing::Range(u8{0}, levels));
 
 } // namespace
 } // namespace quarnex

@@ -1,7 +1,7 @@
 #include "method5/m5_codec.h"
 
 #include "method5/m5_streams.h"
-#include "support/codec_runs.h"
+#include "support/damaged_streams.h"
 
 #include <gtest/gtest.h>
 
@@ -307,88 +307,33 @@ TEST(m5_decoder, a_direct_value_beyond_its_bits_is_added_as_it_is)
 
 // Streams cut and damaged
 
-/// What the decoder makes of the first `size` bytes of a payload, when `behind` follows them.
-bytes decode_cut(const bytes& payload, usize size, u8 behind, usize length)
+test::coded_block coded(u64 seed, u32 min_match)
 {
-    return test::decode_with(m5_decoder,
-                             bytes(payload.begin(), payload.begin() + static_cast<i32>(size)),
-                             length, low, behind);
+    const m5_block block = test::random_m5_block(seed, min_match, 150);
+    return {block.data(), block.stream(min_match), parameters_with(min_match)};
 }
 
-TEST(m5_decoder, a_payload_cut_anywhere_gives_the_start_of_its_block)
+TEST(m5_decoder, a_payload_cut_anywhere_gives_the_start_of_its_block_whatever_follows_it)
 {
-    for (u64 seed = 1; seed <= 5; ++seed) {
-        const m5_block block = test::random_m5_block(seed, 4, 150);
-        const bytes stream = block.stream();
-        usize before = 0;
-        for (usize size = 0; size < stream.size(); ++size) {
-            const bytes cut(stream.begin(), stream.begin() + static_cast<i64>(size));
-            const bytes out = decode(cut, block.data().size(), low);
-            ASSERT_LT(out.size(), block.data().size()) << size;
-            ASSERT_GE(out.size(), before) << size;
-            ASSERT_TRUE(std::equal(out.begin(), out.end(), block.data().begin())) << size;
-            before = out.size();
-        }
-        EXPECT_EQ(decode(stream, block.data().size(), low), block.data());
-    }
-}
-
-TEST(m5_decoder, bytes_behind_the_payload_do_not_count)
-{
-    const m5_block block = test::random_m5_block(9, 4, 150);
-    const bytes stream = block.stream();
-    for (usize size = 0; size <= stream.size(); ++size) {
-        const bytes expected = decode_cut(stream, size, 0x00, block.data().size());
-        for (const u8 behind : {u8{0x5A}, u8{0xFF}})
-            ASSERT_EQ(decode_cut(stream, size, behind, block.data().size()), expected) << size;
-    }
+    for (u32 seed = 1; seed <= 5; ++seed)
+        test::expect_cuts_to_give_the_start_of_the_block(coded(seed, 2 + seed % 3));
 }
 
 TEST(m5_decoder, a_longer_payload_than_needed_is_no_damage)
 {
-    const m5_block block = test::random_m5_block(10, 4, 150);
-    bytes stream = block.stream();
-    stream.insert(stream.end(), 100, 0xA5);
-    EXPECT_EQ(decode(stream, block.data().size(), low), block.data());
+    test::expect_no_damage_from_a_longer_payload(coded(10, 4));
 }
 
-TEST(m5_decoder, damaged_streams_end_in_their_buffers)
+TEST(m5_decoder, flipped_bits_give_some_bytes)
 {
-    test::random_source random(77);
-    for (u64 seed = 1; seed <= 20; ++seed) {
-        const u32 min_match = 2 + static_cast<u32>(seed % 3);
-        const m5_block block = test::random_m5_block(seed, min_match, 500);
-        const bytes stream = block.stream(min_match);
-        for (int round = 0; round < 60; ++round) {
-            bytes damaged = stream;
-            for (u32 flips = 1 + random.below(4); flips != 0; --flips) {
-                damaged[random.below(static_cast<u32>(damaged.size()))] ^=
-                    static_cast<u8>(1 << random.below(8));
-            }
-            EXPECT_LE(decode(damaged, block.data().size(), parameters_with(min_match)).size(),
-                      block.data().size());
-        }
-    }
+    for (u32 seed = 1; seed <= 3; ++seed)
+        test::expect_flipped_bits_to_give_some_bytes(coded(seed, 1 + seed));
 }
 
-TEST(m5_decoder, random_bytes_end_in_their_buffers)
+TEST(m5_decoder, nonsense_gives_some_bytes)
 {
-    for (usize seed = 1; seed <= 600; ++seed) {
-        const bytes payload = test::find_shape("random").make(1 + seed, seed);
-        const usize length = 1 + seed % 97 * 40;
-        EXPECT_LE(decode(payload, length, parameters_with(2 + static_cast<u32>(seed % 3))).size(),
-                  length);
-    }
-}
-
-TEST(m5_decoder, bytes_of_one_value_end_in_their_buffers)
-{
-    for (u32 value = 0; value < 256; ++value) {
-        for (const usize size : {usize{7}, usize{40}, usize{3000}}) {
-            const bytes payload(size, static_cast<u8>(value));
-            EXPECT_LE(decode(payload, 5000, low).size(), 5000U) << value;
-        }
-    }
+    for (const u32 min_match : {2U, 3U, 4U})
+        test::expect_nonsense_to_give_some_bytes(parameters_with(min_match));
 }
 
 } // namespace

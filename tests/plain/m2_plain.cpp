@@ -1,5 +1,8 @@
 #include "plain/m2_plain.h"
 
+#include <algorithm>
+#include <stdexcept>
+
 namespace quarnex::test {
 namespace {
 
@@ -53,6 +56,7 @@ void write_literals(m2_plain_writer& writer, const bytes& literals, usize shorte
     for (const u8 byte : literals) writer.literal(byte);
 }
 
+/// Throws std::out_of_range where the stream ends.
 struct m2_plain_reader {
     const bytes& in;
     usize at = 8; // in bits; the first byte is raw
@@ -69,6 +73,7 @@ struct m2_plain_reader {
     {
         u32 zeros = 0;
         while (take(1) == 0) ++zeros;
+        if (zeros >= 32) throw std::out_of_range("gamma code");
         return 1U << zeros | take(zeros);
     }
 
@@ -157,29 +162,51 @@ bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
     return writer.end().out;
 }
 
+namespace {
+
+/// Appends the bytes of one token to a block of `out_len`.  False at the end token.  Throws
+/// std::out_of_range, with any bytes appended, where the token is damaged or cut off.
+bool take_token(m2_plain_reader& reader, bytes& out, usize out_len, u32 level)
+{
+    const usize room = out_len - out.size();
+    const u32 code = reader.gamma();
+    if (code == end_code) return false;
+    if (code == literal_code) {
+        out.push_back(reader.byte());
+    } else if (code == literal_run_code) {
+        const u64 count = u64{reader.gamma()} - 1 + shortest_literal_run;
+        if (count > room) throw std::out_of_range("literal run");
+        for (u64 i = 0; i < count; ++i) out.push_back(reader.byte());
+    } else if (code == byte_run_code && has_byte_runs(level)) {
+        const u8 byte = reader.byte();
+        const u32 count = reader.gamma() - 1;
+        if (count > room) throw std::out_of_range("byte run");
+        out.insert(out.end(), count, byte);
+    } else {
+        const u32 dist = reader.distance();
+        // The last match may pass the block's end.
+        for (usize len = std::min<usize>(length_of_code(code, level), room); len > 0; --len)
+            out.push_back(out.at(out.size() - dist));
+    }
+    return true;
+}
+
+} // namespace
+
 bytes m2_plain_decode(const bytes& stream, usize out_len, u32 level)
 {
-    if (out_len == 0) return {};
+    if (out_len == 0 || stream.empty()) return {};
     m2_plain_reader reader{stream};
-    bytes out{stream.at(0)};
-    for (;;) {
-        const u32 code = reader.gamma();
-        if (code == end_code) break;
-        if (code == literal_code) {
-            out.push_back(reader.byte());
-        } else if (code == literal_run_code) {
-            const u32 count = reader.gamma() - 1 + shortest_literal_run;
-            for (u32 i = 0; i < count; ++i) out.push_back(reader.byte());
-        } else if (code == byte_run_code && has_byte_runs(level)) {
-            const u8 byte = reader.byte();
-            out.insert(out.end(), reader.gamma() - 1, byte);
-        } else {
-            const u32 dist = reader.distance();
-            for (u32 len = length_of_code(code, level); len > 0; --len)
-                out.push_back(out.at(out.size() - dist));
+    bytes out{stream[0]};
+    while (out.size() < out_len) {
+        const usize whole = out.size();
+        try {
+            if (!take_token(reader, out, out_len, level)) break;
+        } catch (const std::out_of_range&) {
+            out.resize(whole);
+            break;
         }
     }
-    if (out.size() > out_len) out.resize(out_len); // the last token may pass the block's end
     return out;
 }
 

@@ -89,7 +89,8 @@ bytes m2_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
 /// `hash_bits` nor `chain_bits`.
 bytes m2_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits = 1);
 
-/// Decodes a stream up to its end token; what passes `out_len` is cut.  Trusts the stream.
+/// Decodes a stream up to its end token, to `out_len` bytes, or to the first token that is damaged
+/// or cut off, which doesn't count.
 bytes m2_plain_decode(const bytes& stream, usize out_len, u32 level);
 
 } // namespace quarnex::test

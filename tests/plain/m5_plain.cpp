@@ -140,7 +140,7 @@ struct m5_plain_writer {
 };
 
 /// What levels 8 and 9 decide, at the prices of the moment.
-bytes m5_plain_optimal(const bytes& block, u32 level)
+bytes m5_plain_optimal(const bytes& block, u32 level, std::vector<u32>& window_starts)
 {
     const u32 min_match = level == 8 ? 3 : 2;
     m5_plain_model model;
@@ -152,9 +152,17 @@ bytes m5_plain_optimal(const bytes& block, u32 level)
         m5_plain_writer<m5_plain_price>{block, min_match, model, counter}.token(pos, token);
         return counter.sum;
     };
-    const auto literal_price = [&](u32 pos) { return price(pos, {1, 0}); };
+    bool planning = false; // a window is priced, then written
+    const auto literal_price = [&](u32 pos) {
+        window_starts.resize(window_starts.size() + !planning, pos);
+        planning = true;
+        return price(pos, {1, 0});
+    };
     const auto match_price = [&](u32 pos, u32 len, u32 dist) { return price(pos, {len, dist}); };
-    const auto write = [&](u32 pos, const plain_token& token) { writer.token(pos, token); };
+    const auto write = [&](u32 pos, const plain_token& token) {
+        planning = false;
+        writer.token(pos, token);
+    };
     plain_parse(block, m5_rules, level, min_match, {literal_price, match_price, write});
     coder.flush();
     return coder.out;
@@ -255,11 +263,19 @@ bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
 bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits)
 {
     if (block.size() <= 2) return block;
+    std::vector<u32> window_starts;
     const bytes stream =
-        level >= 8 ? m5_plain_optimal(block, level)
+        level >= 8 ? m5_plain_optimal(block, level, window_starts)
                    : m5_plain_stream(
                          block, plain_search(block, m5_rules, level, hash_bits, chain_bits), 4);
     return stream.size() < block.size() ? stream : block;
+}
+
+m5_plain_parse m5_plain_parse_forward(const bytes& block)
+{
+    m5_plain_parse parse;
+    parse.stream = m5_plain_optimal(block, 9, parse.window_starts);
+    return parse;
 }
 
 bytes m5_plain_decode(const bytes& stream, usize out_len, u32 min_match)

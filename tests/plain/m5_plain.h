@@ -29,6 +29,14 @@ bytes m5_plain_stream(const bytes& block, const std::vector<plain_token>& tokens
 /// `hash_bits` nor `chain_bits`.
 bytes m5_plain_encode(const bytes& block, u32 level, u32 hash_bits, u32 chain_bits);
 
+/// What level 9 makes of a block, if it is no longer than that, and the positions at which the
+/// windows of its parse start.
+struct m5_plain_parse {
+    bytes stream;
+    std::vector<u32> window_starts;
+};
+m5_plain_parse m5_plain_parse_forward(const bytes& block);
+
 /// Decodes a stream into `out_len` bytes.  Trusts the stream.
 bytes m5_plain_decode(const bytes& stream, usize out_len, u32 min_match);
 
