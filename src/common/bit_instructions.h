@@ -1,34 +1,36 @@
-// common/bit_instructions.h - for hot loops: what compilers don't see by themselves
+// common/bit_instructions.h - bit-field instructions for hot loops, selected at run time
 //
-// Above all, code for processors that extract and count bits in one instruction.  A hot function is
-// a template over one of the two kinds below.  It is compiled twice, once inlined into a function
-// that is marked QUARNEX_BIT_INSTRUCTIONS, and chosen when the program runs.
+// x86 processors with BMI and LZCNT extract and count bits in one instruction.  A hot function is a
+// template over portable_bits or fast_bits.  It is compiled for both, the second time inlined into
+// a function marked QUARNEX_BIT_INSTRUCTIONS, and dispatched by has_bit_instructions().
 #pragma once
 
 #include "common/types.h"
 
 #include <bit>
+#include <cassert>
 
 namespace quarnex {
 
-/// Holds compilers from computing a value only where it is used, for one that the next step of a
-/// hot loop waits for.
+/// Optimisation barrier: forces `value` to be computed here rather than at its use.  For a value
+/// whose latency the next step of a hot loop waits for.
 [[gnu::always_inline]] inline u64 computed_here(u64 value)
 {
     asm("" : "+r"(value));
     return value;
 }
 
-/// Where a field of a machine word lies, 1 to 31 bits wide, in the forms that the functions below
-/// want.
+/// Position of a field of 1 to 31 bits in a machine word, in the forms that the functions below
+/// take.
 struct bit_field {
     constexpr bit_field(u32 lowest, u32 width)
         : mask((1U << width) - 1), control(static_cast<u16>(lowest | width << 8)),
           shift(static_cast<u8>(lowest))
     {
+        assert(width >= 1 && width <= 31 && lowest < 64);
     }
 
-    u32 mask;    // of the field at bit 0
+    u32 mask;    // of the field, shifted to bit 0
     u16 control; // the operand of `bextr`
     u8 shift;
 };
@@ -39,7 +41,7 @@ struct portable_bits {
     {
         return word >> field.shift & field.mask;
     }
-    /// Number of zeros above the highest bit that is set; 64 if there is none.
+    /// Number of leading zero bits; 64 for 0.
     [[gnu::always_inline]] static usize leading_zeros(u64 word)
     {
         return static_cast<usize>(std::countl_zero(word));
@@ -48,8 +50,8 @@ struct portable_bits {
 
 #if defined(__x86_64__)
 
-/// For the x86 extensions BMI, BMI2 and LZCNT.  (The compilers' own functions for them can't be
-/// inlined into a template that is not marked.)
+/// For the x86 extensions BMI, BMI2 and LZCNT.  (Compiler intrinsics cannot be inlined into a
+/// template without the target attribute.)
 struct fast_bits {
     [[gnu::always_inline]] static usize extract(usize word, const bit_field& field)
     {
@@ -65,18 +67,17 @@ struct fast_bits {
     }
 };
 
-/// Marks a function whose code, and that of all that is inlined into it, may use the instructions
-/// of has_bit_instructions().
+/// Marks a function that may use these instructions, with everything inlined into it.
 #define QUARNEX_BIT_INSTRUCTIONS [[gnu::target("bmi,bmi2,lzcnt")]]
 
-/// Whether the processor has these extensions.  (None came with BMI2 and without LZCNT, and
-/// compilers differ in whether they can ask for it.)
+/// True if the processor has these extensions.  (LZCNT is not tested: every processor with BMI2 has
+/// it, and not all compilers can test for it.)
 inline bool has_bit_instructions()
 {
     return __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
 }
 
-#else // other processors have them, or don't, for good
+#else // elsewhere the compiler's target settles it
 
 using fast_bits = portable_bits;
 #define QUARNEX_BIT_INSTRUCTIONS

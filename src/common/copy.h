@@ -1,43 +1,45 @@
 // common/copy.h - copies in whole words, for literals and matches
 //
-// The sizes are constants, so that compilers make each a load and a store.  A match is copied in
-// such words, beyond its end; callers keep the slack for it.
+// Sizes are constants, so that each copy compiles to a load and a store.  Matches are copied in
+// words of 16 bytes and so past their end, into slack that callers provide.  An overlapping match
+// (a distance below 16) is first widened to a period of 16 bytes or more; the byte-wise loop that
+// this replaces has a store-to-load dependency for every byte.
 #pragma once
 
 #include "common/bytes.h"
 
 #include <array>
+#include <cassert>
 
 namespace quarnex {
 
-/// Bytes that copy_match() may write behind the `len` that were asked for (most for a length of 0).
+/// Bytes that copy_match() may write past the `len` requested; reached at a length of 0.
 inline constexpr usize copy_match_overrun = 24;
 
 /// Copies 8 bytes, which must not overlap.
-inline void copy_8(u8* to, const u8* from)
+inline void copy_8(u8* dest, const u8* src)
 {
-    std::memcpy(to, from, 8);
+    std::memcpy(dest, src, 8);
 }
 
 /// Copies 16 bytes, which must not overlap.
-inline void copy_16(u8* to, const u8* from)
+inline void copy_16(u8* dest, const u8* src)
 {
-    std::memcpy(to, from, 16);
+    std::memcpy(dest, src, 16);
 }
 
 /// Copies 32 bytes, which must not overlap.
-inline void copy_32(u8* to, const u8* from)
+inline void copy_32(u8* dest, const u8* src)
 {
-    std::memcpy(to, from, 32);
+    std::memcpy(dest, src, 32);
 }
 
-/// By a distance below 8: the word that keeps the lowest `dist` bytes alone, the factor that
-/// repeats them over a word, the multiples of dist at or below 8 and from 16 on.
+/// Constants for repeating a pattern of `dist` bytes, indexed by dist (1 to 7).
 struct pattern_words {
-    std::array<u64, 8> keep{};
-    std::array<u64, 8> repeat{};
-    std::array<u8, 8> step{};
-    std::array<u8, 8> wide{};
+    std::array<u64, 8> keep{};   // mask of the lowest dist bytes
+    std::array<u64, 8> repeat{}; // factor that repeats them over a word
+    std::array<u8, 8> step{};    // the largest multiple of dist up to 8
+    std::array<u8, 8> wide{};    // the smallest multiple of dist from 16 on
 };
 inline constexpr pattern_words patterns = [] {
     pattern_words words;
@@ -50,40 +52,42 @@ inline constexpr pattern_words patterns = [] {
     return words;
 }();
 
-/// Repeats the `dist` bytes in front of `to` (dist 1 to 15) over the 16 bytes from `to` on and
-/// returns a multiple of `dist` that is 16 or more and below 32: a distance at which the pattern
-/// goes on, wide enough for word copies.  Writes up to 8 bytes more.
-inline u32 widen_pattern(u8* to, u32 dist)
+/// Repeats the `dist` bytes before `dest` (dist 1 to 15) over the 16 bytes from `dest` on.  Returns
+/// a multiple of `dist`, 16 to 31: a distance at which the pattern continues, wide enough for word
+/// copies.  Writes up to 8 bytes more.
+inline u32 widen_pattern(u8* dest, u32 dist)
 {
+    assert(dist >= 1 && dist <= 15);
     if (dist >= 8) {
-        copy_8(to, to - dist);
-        copy_8(to + 8, to + 8 - dist);
+        copy_8(dest, dest - dist);
+        copy_8(dest + 8, dest + 8 - dist);
         return 2 * dist;
     }
-    const usize step = patterns.step[dist]; // the pattern starts anew behind so many bytes
-    const u64 pattern = (load_u64(to - dist) & patterns.keep[dist]) * patterns.repeat[dist];
-    store_u64(to, pattern);
-    store_u64(to + step, pattern);
-    store_u64(to + 2 * step, pattern);
+    const usize step = patterns.step[dist]; // whole periods of the pattern
+    const u64 pattern = (load_u64(dest - dist) & patterns.keep[dist]) * patterns.repeat[dist];
+    store_u64(dest, pattern);
+    store_u64(dest + step, pattern);
+    store_u64(dest + 2 * step, pattern);
     return patterns.wide[dist];
 }
 
-/// Copies `len` bytes to `to` from `dist` bytes before it, as a forward byte copy does: a distance
-/// shorter than the length repeats its bytes.  `dist` is 1 or more, and `dist` bytes before `to`
-/// exist.  Writes up to copy_match_overrun bytes behind the end, 16 bytes even for a length of 0.
-inline void copy_match(u8* to, u32 dist, usize len)
+/// Copies `len` bytes to `dest` from `dist` bytes before it, with the result of a forward byte
+/// copy: a distance shorter than the length repeats bytes.  Requires `dist` of 1 or more, and as
+/// many bytes before `dest`.  Writes up to copy_match_overrun bytes past the end; at least 16 bytes
+/// even for a length of 0.
+inline void copy_match(u8* dest, u32 dist, usize len)
 {
-    u8* const end = to + len;
+    u8* const end = dest + len;
     if (dist < 16) {
-        const u32 wide = widen_pattern(to, dist);
-        to += 16;
-        for (; to < end; to += 16) copy_16(to, to - wide);
+        const u32 wide = widen_pattern(dest, dist);
+        dest += 16;
+        for (; dest < end; dest += 16) copy_16(dest, dest - wide);
         return;
     }
     do {
-        copy_16(to, to - dist);
-        to += 16;
-    } while (to < end);
+        copy_16(dest, dest - dist);
+        dest += 16;
+    } while (dest < end);
 }
 
 } // namespace quarnex

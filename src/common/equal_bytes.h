@@ -1,4 +1,4 @@
-// common/equal_bytes.h - how far two strings agree
+// common/equal_bytes.h - length of the common prefix of two strings
 #pragma once
 
 #include "common/bytes.h"
@@ -8,11 +8,11 @@
 
 namespace quarnex {
 
-/// Bytes that equal_bytes() may read behind its limit.
+/// Bytes that equal_bytes() may read past its limit.
 inline constexpr u32 equal_bytes_overread = 7;
 
-/// Number of leading bytes in which `a` and `b` agree, at most `limit`.  Compares eight at a time
-/// and so reads up to equal_bytes_overread bytes behind the limit.
+/// Length of the common prefix of `a` and `b`, at most `limit`.  Compares eight bytes at a time and
+/// so reads up to equal_bytes_overread bytes past the limit.
 inline u32 equal_bytes(const u8* a, const u8* b, u32 limit)
 {
     for (u32 len = 0; len < limit; len += 8) {

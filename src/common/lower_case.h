@@ -1,9 +1,9 @@
-// common/lower_case.h - letters of names, whatever the language of the system
+// common/lower_case.h - ASCII case folding, independent of the locale
 #pragma once
 
 namespace quarnex {
 
-/// Turns A to Z into a to z, and leaves all else alone.
+/// Maps A to Z to a to z and every other character to itself.
 constexpr char lower_case(char letter)
 {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;

@@ -1,7 +1,7 @@
-// common/owned_array.h - a heap array with one owner, null when memory ran out
+// common/owned_array.h - an array with one owner, in memory from an allocator
 //
-// std::unique_ptr<T[]> over an allocator (common/allocator.h).  Elements are not constructed one by
-// one, and nothing throws.
+// std::unique_ptr<T[]> with a deleter that returns the memory to its allocator
+// (common/allocator.h).  Null on failure; nothing throws.  Elements have no constructor calls.
 #pragma once
 
 #include "common/allocator.h"
@@ -13,7 +13,7 @@
 
 namespace quarnex {
 
-/// Gives memory back to the allocator it came from.
+/// Deleter: returns memory to the allocator it came from.
 struct return_memory {
     const allocator* source = nullptr;
     usize size = 0; // in bytes
@@ -21,11 +21,12 @@ struct return_memory {
     void operator()(void* memory) const { source->release(source->context, memory, size, kind); }
 };
 
-/// The allocator must outlive the array.
+/// An array of elements without a destructor.  The allocator must outlive it.
 template <class T>
 using owned_array = std::unique_ptr<T[], return_memory>;
 
-/// Returns `count` elements, null when there is no memory for them.  No elements take one byte.
+/// Returns `count` elements; null on failure.  Zero elements take one byte, so that success is not
+/// null.
 template <class T>
 [[nodiscard]] owned_array<T> make_array(const allocator& source, usize count,
                                         memory_kind kind = memory_kind::plain)
@@ -37,22 +38,22 @@ template <class T>
     return {static_cast<T*>(memory), return_memory{&source, size, kind}};
 }
 
-/// Returns `count` elements of value zero; null when there is no memory for them.
+/// Returns `count` elements of value zero; null on failure.
 template <class T>
 [[nodiscard]] owned_array<T> make_zeroed_array(const allocator& source, usize count)
 {
     return make_array<T>(source, count, memory_kind::zeroed);
 }
 
-/// Whether large pages pay for a table of `size` bytes that is touched at some `uses` places:
-/// clearing one takes the system as long as some 64 small ones.
+/// True if large pages are faster for a table of `size` bytes of which about `uses` scattered
+/// elements are touched: the system clears a large page in the time of about 64 small ones.
 constexpr bool large_pages_pay(usize size, usize uses)
 {
     return uses >= size / (large_page_size / 64);
 }
 
-/// Like make_zeroed_array(), for a table of which some `uses` scattered elements are touched: in
-/// large pages where they pay.
+/// make_zeroed_array() for a table of which about `uses` scattered elements are touched: in large
+/// pages where these are faster.
 template <class T>
 [[nodiscard]] owned_array<T> make_zeroed_table(const allocator& source, usize count, usize uses)
 {

@@ -1,7 +1,7 @@
-// common/scratch.h - what the owner of a codec keeps from block to block
+// common/scratch.h - memory that a thread keeps from block to block
 //
-// Each worker, and each handle that codes blocks by itself, has a scratch of its own.  A codec
-// takes its memory from it and may leave the large table of a search there for the next block.
+// Each worker, and each handle that codes blocks itself, owns a scratch.  A codec allocates through
+// it, and may leave the large table of a search there for the next block.
 #pragma once
 
 #include "common/allocator.h"
@@ -10,20 +10,20 @@
 
 namespace quarnex {
 
-/// A table that no block uses at the moment.
+/// A hash table between two blocks.
 struct idle_table {
     owned_array<u32> entries;
-    usize count = 0; // of the entries; 0 if there are none
-    bool large_pages = false;
-    bool zero = false; // all entries are zero
+    usize count = 0;          // number of entries; 0 for no table
+    bool large_pages = false; // large pages were requested
+    bool zero = false;        // all entries are zero
 };
 
 struct scratch {
-    explicit scratch(const allocator& from) : source(from) {}
+    explicit scratch(const allocator& memory) : source(memory) {}
     scratch(const scratch&) = delete;
     scratch& operator=(const scratch&) = delete;
 
-    const allocator& source; // of all memory that a codec takes; outlives the scratch
+    const allocator& source; // for all memory of a codec; outlives the scratch
     idle_table table;
 };
 

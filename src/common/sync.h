@@ -1,7 +1,7 @@
 // common/sync.h - mutex and condition variable that Clang's thread-safety analysis understands
 //
-// Thin wrappers of POSIX threads, which have no failures here (the standard ones may throw).  Data
-// that a mutex guards is marked GUARDED_BY, and a build with Clang refuses code that touches it
+// Thin wrappers of POSIX threads, whose calls cannot fail as used here (the standard ones may
+// throw). Data that a mutex protects is marked GUARDED_BY, and Clang rejects code that accesses it
 // without the lock.
 #pragma once
 
@@ -32,7 +32,7 @@ class QUARNEX_THREAD_ANNOTATION(capability("mutex")) guard_mutex {
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
 };
 
-/// Holds a mutex for the length of a scope.
+/// Locks a mutex for the duration of a scope.
 class QUARNEX_THREAD_ANNOTATION(scoped_lockable) scoped_lock {
   public:
     explicit scoped_lock(guard_mutex& mutex) QUARNEX_THREAD_ANNOTATION(acquire_capability(mutex))
@@ -48,7 +48,7 @@ class QUARNEX_THREAD_ANNOTATION(scoped_lockable) scoped_lock {
     guard_mutex& mutex_;
 };
 
-/// A condition variable.  Waits can end without a reason: callers test their condition in a loop.
+/// A condition variable.  Wake-ups can be spurious: callers test their condition in a loop.
 class guard_condition {
   public:
     guard_condition() = default;
@@ -56,7 +56,7 @@ class guard_condition {
     guard_condition(const guard_condition&) = delete;
     guard_condition& operator=(const guard_condition&) = delete;
 
-    /// Releases `mutex`, which the caller holds, waits, and takes it again.
+    /// Unlocks `mutex`, which the caller holds, waits, and locks it again.
     void wait(guard_mutex& mutex) REQUIRES(mutex) { pthread_cond_wait(&condition_, &mutex.mutex_); }
     void notify_one() { pthread_cond_signal(&condition_); }
 

@@ -1,4 +1,4 @@
-// common/types.h - the integer names used everywhere
+// common/types.h - integer types
 //
 // Positions, lengths and distances in a block are u32; file sizes and offsets are u64.
 #pragma once

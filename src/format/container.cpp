@@ -3,14 +3,16 @@
 #include "common/bytes.h"
 #include "common/lower_case.h"
 
+#include <cassert>
 #include <cstring>
 
 namespace quarnex {
 namespace {
 
-constexpr std::array<u8, 4> magic{0x00, 'Q', 'R', '0'}; // the first byte is written and never read
+constexpr std::array<u8, 4> magic{0x00, 'Q', 'R',
+                                  '0'}; // the first byte is written but never checked
 
-// Places in the header.
+// Offsets in the header.
 constexpr usize at_size = 4;
 constexpr usize at_method = 12;
 constexpr usize at_level = 13;
@@ -52,22 +54,22 @@ bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_hea
     return true;
 }
 
-void pack_record_head(u8* to, const record_head& head)
+void pack_record_head(u8* dest, const record_head& head)
 {
-    store_u32(to, head.size);
-    to[displacement_offset] = head.displacement;
+    store_u32(dest, head.size);
+    dest[displacement_offset] = head.displacement;
 }
 
-record_head unpack_record_head(const u8* from)
+record_head unpack_record_head(const u8* src)
 {
-    return {load_u32(from), from[displacement_offset]};
+    return {load_u32(src), src[displacement_offset]};
 }
 
 u8 displacement_byte(u32 block_index, u32 sequence)
 {
-    const bool behind = block_index < sequence;
-    const u32 distance = behind ? sequence - block_index : block_index - sequence;
-    return static_cast<u8>(distance << 1 | (behind ? 1 : 0));
+    const bool is_negative = block_index < sequence;
+    const u32 distance = is_negative ? sequence - block_index : block_index - sequence;
+    return static_cast<u8>(distance << 1 | (is_negative ? 1 : 0));
 }
 
 i64 displaced_index(u8 displacement, u32 sequence)
@@ -78,11 +80,13 @@ i64 displaced_index(u8 displacement, u32 sequence)
 
 u64 count_blocks(u64 size, u64 block_size)
 {
+    assert(block_size != 0);
     return size / block_size + (size % block_size != 0 ? 1 : 0);
 }
 
 u64 block_length(u64 size, u64 block_size, u64 index)
 {
+    assert(index == 0 || index < count_blocks(size, block_size));
     const u64 rest = size - index * block_size;
     return rest > block_size ? block_size : rest;
 }

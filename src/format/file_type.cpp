@@ -10,7 +10,7 @@
 namespace quarnex {
 namespace {
 
-/// Sets of classes, a bit for each.
+/// Sets of classes, as bit masks.
 constexpr u32 set_of(char_class value)
 {
     return 1U << value;
@@ -19,7 +19,7 @@ constexpr u32 plain_only = set_of(plain_text);
 constexpr u32 up_to_iso = plain_only | set_of(iso_text);
 constexpr u32 up_to_extended = up_to_iso | set_of(extended_text);
 
-/// The classes of the bytes in a text, as they are and when they are read as EBCDIC.
+/// The classes of the bytes in a sample, read as an ASCII superset and as EBCDIC.
 struct class_sets {
     u32 as_ascii = 0;
     u32 as_ebcdic = 0;
@@ -43,7 +43,7 @@ void add_classes(std::span<const u8> piece, class_sets& found)
     }
 }
 
-/// The classes of a sample, or of its start if that can only be UTF-16 or no text at all.
+/// The classes of a sample, or of its start if they rule out everything but UTF-16.
 class_sets find_classes(std::span<const u8> sample)
 {
     constexpr usize piece_bytes = 1U << 14;
@@ -57,13 +57,13 @@ class_sets find_classes(std::span<const u8> sample)
     return found;
 }
 
-/// Whether a text without non-text bytes is UTF-8 and has more in it than ASCII.
+/// True if a text without non-text bytes is UTF-8 and not just ASCII: has at least one sequence.
 bool is_utf8(std::span<const u8> text)
 {
-    int missing = 0; // bytes of the sequence that has begun
+    int missing = 0; // continuation bytes of the current sequence
     bool has_sequence = false;
     for (const u8 byte : text) {
-        const int top_ones = std::countl_one(byte); // a byte that continues a sequence has 1
+        const int top_ones = std::countl_one(byte); // 1 in a continuation byte
         if (missing != 0) {
             if (top_ones != 1) return false;
             has_sequence |= --missing == 0;
@@ -80,8 +80,8 @@ bool has_utf8_mark(std::span<const u8> text)
     return text.size() > 3 && text[0] == 0xEF && text[1] == 0xBB && text[2] == 0xBF;
 }
 
-/// The type of a text of 16-bit units behind a mark of their byte order.  In the low byte of each,
-/// plain text or a set top bit will do.
+/// The type of a UTF-16 text with a byte order mark.  Tests the low byte of each unit only, for
+/// plain text or a set top bit.
 type_number classify_utf16(std::span<const u8> text)
 {
     constexpr u16 mark = 0xFEFF;
@@ -116,7 +116,7 @@ type_number classify_name(std::string_view name)
     constexpr usize min_length = 2;
     const usize dot = name.rfind('.');
     if (dot == std::string_view::npos) return type_unknown;
-    name.remove_prefix(dot + 1); // with a separator in it, it is in no row
+    name.remove_prefix(dot + 1); // a path separator in the rest matches no row
     if (name.size() < min_length) return type_unknown;
     const auto row =
         std::find_if(extension_table.begin(), extension_table.end(), [&](const auto& each) {
@@ -129,14 +129,14 @@ type_number classify_name(std::string_view name)
 
 void classify_file(std::span<const u8> sample, std::string_view name, file_parameters& parameters)
 {
-    constexpr u32 most_lit_ctx_bits = 8;
+    constexpr u32 max_lit_ctx_bits = 8;
     type_number number = classify_text(sample);
     if (number == type_unknown) number = classify_name(name);
     const file_type& type = file_type_table[number];
     parameters.filter_flags = type.flags & static_cast<u8>(~type_has_alternative);
     const u32 bits =
         parameters.codec.lit_ctx_bits != 0 ? parameters.codec.lit_ctx_bits : type.lit_ctx_bits;
-    parameters.codec.lit_ctx_bits = static_cast<u8>(std::min(bits, most_lit_ctx_bits));
+    parameters.codec.lit_ctx_bits = static_cast<u8>(std::min(bits, max_lit_ctx_bits));
 }
 
 } // namespace quarnex

@@ -1,4 +1,4 @@
-// format/file_type_tables.h - what is known of kinds of files, and of the bytes of texts
+// format/file_type_tables.h - file types, extensions and byte classes
 #pragma once
 
 #include "common/types.h"
@@ -9,7 +9,7 @@
 
 namespace quarnex {
 
-/// The types that a content or a name leads to; the other numbers of file_type_table are free.
+/// The types that content or names select; the other rows of file_type_table are unused.
 enum type_number : u8 {
     type_unknown = 0,
     type_image = 2,
@@ -23,7 +23,7 @@ enum type_number : u8 {
     type_pdf = 17,
     type_png = 18,
     type_pps = 19,
-    type_psd = 20, // and films
+    type_psd = 20, // and video
     type_save = 21,
     type_sound = 23,
     type_xls = 24,
@@ -39,10 +39,10 @@ enum type_number : u8 {
 };
 
 struct file_type {
-    u8 id; // the row's own number
+    u8 id; // index of the row
     u32 lit_ctx_bits;
     u8 flags;       // low seven bits: filter_flags; bit 7: the row has an alternative
-    u8 alternative; // another type for the same files, 0 for none; nobody asks for it
+    u8 alternative; // another type for the same files, 0 for none; unused
 };
 
 inline constexpr u8 type_has_alternative = 0x80;
@@ -73,8 +73,8 @@ struct extension_row {
     type_number type;
 };
 
-/// The first row that equals a name's extension counts.  Extensions have two letters or more, so
-/// the rows of none and of one letter are never met.
+/// The first row with a name's extension decides.  Extensions of fewer than two letters are not
+/// looked up, so the rows of "" and "c" are never found.
 inline constexpr std::array<extension_row, 67> extension_table{{
     {"", type_unknown},
 
@@ -103,9 +103,9 @@ inline constexpr std::array<extension_row, 67> extension_table{{
     {"psd", type_psd},        {"mov", type_psd},        {"ogg", type_ogg},
     {"pps", type_pps},        {"save", type_save},
 }};
-static_assert(extension_table.back().extension == "save"); // no row is empty for want of text
+static_assert(extension_table.back().extension == "save"); // the table is full
 
-/// What a byte is in a text.
+/// Class of a byte in a text.
 enum char_class : u8 { non_text = 0, plain_text = 1, iso_text = 2, extended_text = 3 };
 
 inline constexpr auto text_chars = [] {
@@ -122,7 +122,7 @@ inline constexpr auto text_chars = [] {
     set(0xA0, 0xFF, iso_text);
     return classes;
 }();
-// All that is no text is below 0x80, and all else below 0x80 is plain.
+// Below 0x80 a byte is plain text or non-text; from 0x80 on it is some kind of text.
 static_assert([] {
     for (usize i = 0; i < text_chars.size(); ++i) {
         const char_class value = text_chars[i];
@@ -149,7 +149,7 @@ inline constexpr std::array<u8, 256> ebcdic_to_ascii{
     0x7D, 0x4A, 0x4B, 0x4C, 0x4D, 0x4E, 0x4F, 0x50, 0x51, 0x52, 0xEE, 0xEF, 0xF0, 0xF1, 0xF2, 0xF3,
     0x5C, 0x9F, 0x53, 0x54, 0x55, 0x56, 0x57, 0x58, 0x59, 0x5A, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8, 0xF9,
     0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x36, 0x37, 0x38, 0x39, 0xFA, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF};
-// Each byte stands there once: a slip of the pen would show.
+// A permutation: guards against typing errors.
 static_assert([] {
     std::array<bool, 256> seen{};
     for (const u8 byte : ebcdic_to_ascii) {

@@ -1,21 +1,31 @@
+// BCJ (branch, call, jump) conversion for x86: finds the opcodes E8 (call) and E9 (jmp) and adds
+// the address of the next instruction to their 32-bit relative operands.  Only an operand whose
+// highest byte is 00 or FF is converted, a distance below 16 MiB; its result is cut to 25 bits and
+// sign-extended, so it stays convertible.
+//
+// The textbook form, to convert every E8 and E9, is not invertible: a byte E8 may be no opcode, and
+// conversion can create or destroy such bytes in the operand of another one.  So converted operands
+// are skipped, and an opcode that follows an unconverted one within three bytes is subject to a
+// rule on bytes that are the same before and after conversion (is_converted(), convert_operand()).
 #include "format/filters.h"
 
 #include "common/bytes.h"
 
 #include <bit>
+#include <cassert>
 
 namespace quarnex {
 namespace {
 
-constexpr u32 branch_bytes = 5; // an opcode and its operand
+constexpr u32 branch_bytes = 5; // opcode and operand
 
 constexpr bool is_branch(u8 opcode)
 {
     return (opcode & 0xFE) == 0xE8;
 }
 
-/// The lowest branch opcode among the bytes of `word` has its top bit set in the result, and no bit
-/// below that is set.
+/// Zero-byte test on eight bytes at once: the lowest bit set in the result is the top bit of the
+/// lowest branch opcode in `word`; 0 if there is none.
 constexpr u64 mark_branches(u64 word)
 {
     constexpr u64 ones = 0x0101010101010101;
@@ -25,67 +35,70 @@ constexpr u64 mark_branches(u64 word)
 static_assert(std::countr_zero(mark_branches(0xE9E80000E9EAE700)) == 31);
 static_assert(mark_branches(0xE7EAC8C96869F8F9) == 0);
 
-/// Place of the first branch opcode from `from` on; if there is none below it, `limit` or more.
-u32 find_branch(const u8* data, u32 from, u32 limit)
+/// Position of the first branch opcode from `pos` on; `limit` or more if there is none below
+/// `limit`.
+u32 find_branch(const u8* data, u32 pos, u32 limit)
 {
-    for (; from + sizeof(u64) <= limit; from += sizeof(u64)) {
-        const u64 marks = mark_branches(load_u64(data + from));
-        if (marks != 0) return from + static_cast<u32>(std::countr_zero(marks)) / 8;
+    for (; pos + sizeof(u64) <= limit; pos += sizeof(u64)) {
+        const u64 marks = mark_branches(load_u64(data + pos));
+        if (marks != 0) return pos + static_cast<u32>(std::countr_zero(marks)) / 8;
     }
-    while (from < limit && !is_branch(data[from])) ++from;
-    return from;
+    while (pos < limit && !is_branch(data[pos])) ++pos;
+    return pos;
 }
 
-/// Whether a byte can be the highest one of an operand that is moved: all its bits are the sign of
-/// a distance below 16 MiB.
+/// True if a byte can be the highest of a converted operand: all sign bits, of a distance below
+/// 16 MiB.
 constexpr bool is_sign(u8 byte)
 {
     return byte == 0x00 || byte == 0xFF;
 }
 
-// An opcode that is left alone may be no opcode, or its operand may hold what looks like the next
-// one.  `skipped` tells of those in the three places in front of a branch: bit 0 stands for the
-// nearest.  All that decides is the same before and behind the filter, which can so be undone.
+// The three-byte look-back made invertible: `skipped` is a bit mask of unconverted opcodes in the
+// three bytes before a branch, bit 0 for the nearest.  Each of them may be a real branch, whose
+// operand then contains this opcode.  All decisions depend only on properties that conversion
+// preserves, so undoing takes the same ones.
 
-/// Whether the operand of the branch at `branch` is moved.
-bool is_moved(const u8* branch, u32 skipped)
+/// True if the operand of the branch at `branch` is converted.
+bool is_converted(const u8* branch, u32 skipped)
 {
     if (!is_sign(branch[branch_bytes - 1])) return false;
     if (skipped == 0) return true;
-    // The highest byte of the skipped opcode's operand lies in this operand.
+    // The highest operand byte of a single skipped opcode lies in this operand.  It must be no
+    // sign, and convert_operand() keeps it so.
     return std::has_single_bit(skipped) && !is_sign(branch[4 - std::bit_width(skipped)]);
 }
 
-/// Moves an operand, a number of 25 bits with its sign, by `distance`.
-u32 move_operand(u32 operand, u32 distance, u32 skipped)
+/// Adds `distance` to an operand, and sign-extends the result from 25 bits.
+u32 convert_operand(u32 operand, u32 distance, u32 skipped)
 {
-    u32 moved = operand + distance;
+    u32 sum = operand + distance;
     if (skipped != 0) {
-        // The byte that is_moved() has looked at must not become a sign.  Where it does, the
-        // complement of the bits up to it, moved again, is the complement of the operand's: no
-        // sign.
+        // The byte that is_converted() tested must not become a sign.  If it does, complementing
+        // the bits up to it and adding again gives the complement of the operand's byte: no sign.
         const u32 low_bits = 32 - 8 * static_cast<u32>(std::bit_width(skipped));
-        if (is_sign(static_cast<u8>(moved >> (low_bits - 8)))) {
-            moved = (moved ^ ((1U << low_bits) - 1)) + distance;
+        if (is_sign(static_cast<u8>(sum >> (low_bits - 8)))) {
+            sum = (sum ^ ((1U << low_bits) - 1)) + distance;
         }
     }
-    return static_cast<u32>(static_cast<i32>(moved << 7) >> 7);
+    return static_cast<u32>(static_cast<i32>(sum << 7) >> 7);
 }
 
 } // namespace
 
 void x86_filter(std::span<u8> block, filter_use use)
 {
+    assert(block.size() <= INT32_MAX);
     if (block.size() < branch_bytes) return;
     u8* const data = block.data();
     const u32 limit = static_cast<u32>(block.size()) - (branch_bytes - 1);
     u32 skipped = 0;
-    u32 last = ~0U; // place of the opcode before; at first one in front of the block
+    u32 last = ~0U; // position of the previous opcode; initially one before the block
     for (u32 pos = find_branch(data, 0, limit); pos < limit; pos = find_branch(data, pos, limit)) {
         const u32 gap = pos - last;
         last = pos;
         skipped = gap < 4 ? skipped << (gap - 1) & 7 : 0;
-        if (!is_moved(data + pos, skipped)) {
+        if (!is_converted(data + pos, skipped)) {
             skipped = skipped << 1 | 1;
             ++pos;
             continue;
@@ -93,7 +106,7 @@ void x86_filter(std::span<u8> block, filter_use use)
         const u32 next = pos + branch_bytes;
         u8* const operand = data + pos + 1;
         const u32 distance = use == filter_use::apply ? next : 0 - next;
-        store_u32(operand, move_operand(load_u32(operand), distance, skipped));
+        store_u32(operand, convert_operand(load_u32(operand), distance, skipped));
         pos = next;
     }
 }

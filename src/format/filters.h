@@ -1,8 +1,8 @@
-// format/filters.h - pre-filters: what is done to a block before its encoder and undone behind
-// its decoder, so that more of it repeats
+// format/filters.h - pre-filters: reversible transforms of a block that make it more repetitive
 //
-// A filter works in place, keeps the length, and starts afresh in each block.  Applying and undoing
-// are exact inverses of each other on any bytes.  No byte outside the block is read or written.
+// Applied before the encoder and undone after the decoder.  A filter works in place in O(n) time,
+// keeps the length, and has no state from block to block.  Applying and undoing are exact inverses
+// of each other on any bytes.  No byte outside the block is read or written.
 #pragma once
 
 #include "common/types.h"
@@ -11,19 +11,20 @@
 
 namespace quarnex {
 
-/// What the low nibble of a file's filter_flags stands for; all other values are no filter.
+/// Values of the low nibble of a file's filter_flags; all others select no filter.
 inline constexpr u8 filter_mask = 0x0F;
 inline constexpr u8 filter_x86 = 1;
 inline constexpr u8 filter_delta = 2;
 
 enum class filter_use { apply, undo };
 
-/// For machine code of x86: the relative target of a branch (opcodes E8 and E9) becomes an absolute
-/// one, counted from the block's start.  Calls of one function from several places then look alike.
+/// BCJ for x86 machine code: converts the relative targets of calls and jumps (opcodes E8 and E9)
+/// to absolute ones, counted from the block's start.  All calls of one function then have the same
+/// bytes.
 void x86_filter(std::span<u8> block, filter_use use);
 
-/// For records of three bytes: each byte becomes its difference to the same byte of the record
-/// before.  One or two bytes behind the last whole record stay as they are.
+/// Delta coding of three-byte records: replaces each byte by its difference from the same byte of
+/// the previous record.  One or two bytes after the last whole record stay unchanged.
 void delta_filter(std::span<u8> block, filter_use use);
 
 /// Applies or undoes the filter that `filter_flags` selects.

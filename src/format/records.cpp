@@ -13,8 +13,8 @@ std::optional<file_layout> lay_out(const file_header& header)
                        static_cast<u32>(std::min<u64>(count, UINT32_MAX))};
 }
 
-std::optional<block_place> find_block(const file_layout& layout, const record_head& head,
-                                      u32 sequence)
+std::optional<block_extent> find_block(const file_layout& layout, const record_head& head,
+                                       u32 sequence)
 {
     const u32 count = layout.record_count();
     const i64 index = displaced_index(head.displacement, sequence);
@@ -24,7 +24,7 @@ std::optional<block_place> find_block(const file_layout& layout, const record_he
     if (length > INT32_MAX || head.size > length) return {};
     const bool is_stored = head.size == length;
     if (!is_stored && !is_method(layout.parameters.codec.method)) return {};
-    return block_place{static_cast<u32>(index), static_cast<u32>(length)};
+    return block_extent{static_cast<u32>(index), static_cast<u32>(length)};
 }
 
 } // namespace quarnex

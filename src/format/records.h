@@ -1,6 +1,6 @@
-// format/records.h - where the records of a file belong, and whether they can be right
+// format/records.h - validation of headers and record heads
 //
-// All that is checked of a header and of record heads before anything is allocated or decoded.
+// All checks that are made before anything is allocated or decoded.
 #pragma once
 
 #include "format/container.h"
@@ -9,30 +9,31 @@
 
 namespace quarnex {
 
-/// A file as its header describes it.
+/// A file, as described by its header.
 struct file_layout {
     file_parameters parameters;
     u64 original_size = 0;
     u32 block_count = 0; // 0 for an empty file
 
-    /// Records of a whole file: one for each block, and one of an empty file.
+    /// Records of a complete file: one per block, and one in an empty file.
     u32 record_count() const { return block_count != 0 ? block_count : 1; }
 };
 
-/// Describes a file by its header.  Nothing if no file has such a header: a level above 9 or a
-/// block size of 0.  The number of blocks is clamped to 32 bits, more than any real file has.
+/// Derives the layout of a file from its header.  Returns nothing for an impossible header: a level
+/// above 9 or a block size of 0.  The number of blocks is clamped to 2^32 - 1, which no real file
+/// reaches.
 std::optional<file_layout> lay_out(const file_header& header);
 
-/// The block of a record.
-struct block_place {
+/// The block that a record restores.
+struct block_extent {
     u32 index;
-    u32 length; // bytes of the original block
+    u32 length; // of the original block, in bytes
 };
 
-/// Finds the block of record number `sequence` (from 0) by its head.  Nothing if there is no such
-/// block: more records than blocks, a number outside the file, a block above 2^31 - 1 bytes, a
-/// payload larger than its block, or one that needs a method that doesn't exist.
-std::optional<block_place> find_block(const file_layout& layout, const record_head& head,
-                                      u32 sequence);
+/// Finds the block of record `sequence` (from 0) by its head.  Returns nothing for a corrupt
+/// record: one after the last, an index outside the file, a block of more than 2^31 - 1 bytes, a
+/// payload longer than its block, or a shorter one (which is coded) with an unknown method.
+std::optional<block_extent> find_block(const file_layout& layout, const record_head& head,
+                                       u32 sequence);
 
 } // namespace quarnex

@@ -1,13 +1,21 @@
-// match/bucket_search.h - the searches of levels 3 to 7: several candidates for a hash value
+// match/bucket_search.h - match finder of levels 3 to 7: a hash table with several candidates
 //
-// A table is an array in which hash value h owns a few neighbouring entries from h on: its bucket.
-// Buckets overlap, so a table is hardly larger than one with a single candidate, and a candidate
-// may come from another hash value.  Every candidate is verified by its first four bytes: such an
-// entry, or a stale one, costs time but never correctness.
+// Algorithm: a set-associative hash table with cyclic replacement, as in LZRW3-A (Williams 1991).
+// A hash value has a bucket of 2 entries (pair_table, level 3) or 2^chain_bits (ring_table, levels
+// 4 to 7: 4, 8, 16, 64).  Lazy evaluation (found_match.h) covers the next two positions.
 //
-// The tables are large (128 MiB at the highest levels) and mostly empty.  Their
-// memory is kept from block to block (table_memory.h), and each bucket is prefetched some positions
-// before it is needed.
+// Buckets overlap: that of hash value h starts at entry h of one array.  So a table has hardly more
+// entries than hash values, and an entry may hold a position of another hash value.  Every
+// candidate is verified by its first four bytes: such an entry, or a stale one, costs time but
+// never correctness.  Compared with hash chains, a bucket is contiguous: one or a few cache lines,
+// where a chain has a cache miss for each candidate.
+//
+// Time: up to three buckets per searched position, each candidate rejected by one comparison or
+// measured.  Memory: 4 bytes for each hash value, by default 32 MiB at level 3, 64 MiB at level 4,
+// 128 MiB at levels 5 to 7, whatever the block's size.
+//
+// Tables of this size are mostly empty and never in the cache.  So their memory is reused from
+// block to block (table_memory.h), and each bucket is prefetched 16 positions ahead.
 #pragma once
 
 #include "match/concepts.h"
@@ -15,20 +23,22 @@
 #include "match/table_memory.h"
 
 #include <algorithm>
+#include <cassert>
 #include <concepts>
 #include <optional>
 
 namespace quarnex {
 
-/// The entries of a table by hash value.
+/// The entries of a table, by hash value.
 class bucket_array {
   public:
-    /// Zeros for a block of `positions` bytes.  `size` entries belong to a hash value.  Without
-    /// memory it converts to false.
+    /// All zeros, for a block of `positions` bytes.  A bucket has `size` entries.  Converts to
+    /// false without memory.
     bucket_array(i32 hash_bits, u32 size, u32 positions, scratch& memory)
         : entries_(memory, (usize{1} << hash_bits) + size - 1, positions), hash_bits_(hash_bits),
           size_(size)
     {
+        assert(is_hash_size(hash_bits) && size != 0);
     }
 
     explicit operator bool() const { return static_cast<bool>(entries_); }
@@ -39,26 +49,26 @@ class bucket_array {
         return entries_.get() + text.hash(pos, hash_bits_);
     }
 
-    /// Has the bucket of `pos` on its way when it is needed.
-    void fetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
+    /// Prefetches the start of the bucket of `pos`.
+    void prefetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
-    /// Ends the use for a block.  A short one leaves the entries as it found them.
-    void leave(const block_text& text)
+    /// Ends the use for a block: after a short one, clears the buckets that it touched.
+    void end_block(const block_text& text)
     {
         if (!entries_.is_mostly_zero(text.size)) return;
-        // All positions behind the block have one bucket: that of zeros.
+        // All positions past the block share the bucket of four zeros.
         for (u32 pos = 0; pos <= text.size; ++pos) std::fill_n(at(text, pos), size_, 0);
-        entries_.was_cleared();
+        entries_.mark_cleared();
     }
 
   private:
     table_memory entries_;
     i32 hash_bits_;
-    u32 size_; // of a bucket
+    u32 size_; // entries of a bucket
 };
 
-/// Two candidates for a hash value, the latest first: an insertion moves the first to the second
-/// place, which is also the next bucket's first.  All entries start at `Start`.
+/// Two candidates per hash value, the latest first: an insertion moves the first entry to the
+/// second, which is also the first of the next bucket.  All entries start as position `Start`.
 template <u32 Start>
 class pair_table {
   public:
@@ -71,24 +81,27 @@ class pair_table {
     bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
-    /// Enters `pos`, whose bucket this is.
+    /// Inserts `pos` into its bucket.
     void insert(u32* bucket, u32 pos)
     {
         bucket[1] = bucket[0];
         bucket[0] = pos - Start;
     }
 
-    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    /// Inserts the last positions of the match of `len` bytes that ends before `end`.
     void insert_end(const block_text& text, u32 end, u32 /*len*/)
     {
         insert(buckets_.at(text, end - 1), end - 1);
         insert(buckets_.at(text, end - 2), end - 2);
     }
 
-    /// A look at the candidates of a bucket, in order.
-    class walk {
+    /// Iterates over the candidates of a bucket, in order.
+    class candidate_scan {
       public:
-        walk(const pair_table& /*table*/, const u32* bucket) : entry_(bucket), end_(bucket + 2) {}
+        candidate_scan(const pair_table& /*table*/, const u32* bucket)
+            : entry_(bucket), end_(bucket + 2)
+        {
+        }
         bool done() const { return entry_ == end_; }
         void next() { ++entry_; }
         u32 cand() const { return *entry_ + Start; }
@@ -98,36 +111,38 @@ class pair_table {
         const u32* end_;
     };
 
-    /// No match starts in the last so many bytes of the block.
-    static constexpr u32 barred_bytes = 4;
+    /// Bytes at the block's end in which no match starts.
+    static constexpr u32 tail_bytes = 4;
 
-    /// Whether `cand` is compared with the best match at `pos` at all: only if it can be longer.
+    /// False if `cand` can be rejected before it is compared with the best match at `pos`: it must
+    /// share the byte that a longer match needs.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
         return text.same_byte(pos + best.len, cand + best.len);
     }
 
   private:
-    bucket_array buckets_; // of positions less Start, so that zeros need no filling
+    bucket_array buckets_; // positions minus Start, so that zeroed memory needs no filling
 };
 
-/// A ring of 2^chain_bits candidates for a hash value.
+/// A ring of 2^chain_bits candidates per hash value.
 ///
-/// An entry holds a position in its upper 24 bits; higher positions are kept modulo 2^24 and so
-/// name an earlier place, which is verified like any other.  The lowest 8 bits of a bucket's first
-/// entry are the place of the latest insertion in the ring.
+/// An entry holds a position in its upper 24 bits; larger positions are kept modulo 2^24, which
+/// names an earlier position, verified like any other.  The low 8 bits of a bucket's first entry
+/// are the index of the ring's latest insertion.
 class ring_table {
   public:
     /// For a block of `positions` bytes.
     ring_table(search_bits bits, u32 positions, scratch& memory)
         : size_(1U << bits.chain_bits), buckets_(bits.hash_bits, size_, positions, memory)
     {
+        assert(bits.chain_bits >= 0 && bits.chain_bits <= static_cast<i32>(cursor_bits));
     }
 
     bucket_array& buckets() { return buckets_; }
     const bucket_array& buckets() const { return buckets_; }
 
-    /// Enters `pos`, whose bucket this is.
+    /// Inserts `pos` into its bucket.
     void insert(u32* bucket, u32 pos)
     {
         const u32 cursor = (*bucket + 1) & (size_ - 1);
@@ -136,18 +151,18 @@ class ring_table {
         entry = pos << cursor_bits | (entry & cursor_mask);
     }
 
-    /// Enters the last positions of the match of `len` bytes that ends at `end`.
+    /// Inserts the last positions of the match of `len` bytes that ends before `end`.
     void insert_end(const block_text& text, u32 end, u32 len)
     {
         insert(buckets_.at(text, end - 1), end - 1);
         if (len > 4) insert(buckets_.at(text, end - 2), end - 2);
     }
 
-    /// A look at the candidates of a bucket, in the order of their places.  It ends at the first
-    /// entry that is all zero; the first one is looked at in any case.
-    class walk {
+    /// Iterates over the candidates of a bucket, in memory order, not by age.  Stops at the first
+    /// entry that is all zero, except that the first entry is always a candidate.
+    class candidate_scan {
       public:
-        walk(const ring_table& table, const u32* bucket)
+        candidate_scan(const ring_table& table, const u32* bucket)
             : entry_(bucket), end_(bucket + table.size_)
         {
         }
@@ -164,18 +179,18 @@ class ring_table {
         const u32* end_;
     };
 
-    /// Matches can start everywhere.
-    static constexpr u32 barred_bytes = 0;
+    /// A match can start anywhere.
+    static constexpr u32 tail_bytes = 0;
 
-    /// Whether `cand` can win against the best match at `pos`.  For that it is longer, or nearer
-    /// and at most one byte shorter.  So the two agree up to that length, of which the last three
-    /// to five bytes are compared.
+    /// False if `cand` cannot beat the best match at `pos`.  A winner is longer, or nearer and at
+    /// most one byte shorter; either way it shares that many bytes with `pos`, of which the last
+    /// five or three are compared.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
-        const u32 place = best.len - 4;
+        const u32 offset = best.len - 4;
         const bool nearer = cand > pos - best.dist;
         const u64 needed = nearer ? 0x00FFFFFF : 0xFFFFFFFFFF;
-        return (text.difference(pos + place, cand + place) & needed) == 0;
+        return (text.difference(pos + offset, cand + offset) & needed) == 0;
     }
 
   private:
@@ -186,34 +201,33 @@ class ring_table {
     bucket_array buckets_;
 };
 
-/// What a search asks of its table: the two above.
+/// What search_buckets() needs from its table: pair_table or ring_table.
 template <class T>
-concept bucket_table = requires(T table, const T& so_far, const block_text& text, u32* bucket,
+concept bucket_table = requires(T table, const T& const_table, const block_text& text, u32* bucket,
                                 u32 pos, const found_match& best)
 {
-    so_far.buckets().fetch(text, pos);
-    table.buckets().leave(text);
+    const_table.buckets().prefetch(text, pos);
+    table.buckets().end_block(text);
     table.insert(bucket, pos);
     table.insert_end(text, pos, best.len);
-    requires std::constructible_from<typename T::walk, const T&, const u32*>;
-    requires std::convertible_to<decltype(T::barred_bytes), u32>;
+    requires std::constructible_from<typename T::candidate_scan, const T&, const u32*>;
+    requires std::convertible_to<decltype(T::tail_bytes), u32>;
     requires std::same_as<decltype(T::may_win(text, pos, pos, best)), bool>;
 };
 
-/// The best candidate at `pos`, whose bucket this is: the first that matches, or a later one that
-/// is better.
+/// The best candidate in the bucket of `pos`: the first that matches, unless a later one is better.
 template <bucket_table Table>
 found_match find_best(const block_text& text, const Table& table, const u32* bucket, u32 pos)
 {
-    if (pos + Table::barred_bytes >= text.size) return {0, 0};
-    typename Table::walk walk(table, bucket);
-    while (!text.matches(pos, walk.cand())) {
-        walk.next();
-        if (walk.done()) return {0, 0};
+    if (pos + Table::tail_bytes >= text.size) return {0, 0};
+    typename Table::candidate_scan scan(table, bucket);
+    while (!text.matches(pos, scan.cand())) {
+        scan.next();
+        if (scan.done()) return {0, 0};
     }
-    found_match best{text.match_length(pos, walk.cand()), pos - walk.cand()};
-    for (walk.next(); !walk.done(); walk.next()) {
-        const u32 cand = walk.cand();
+    found_match best{text.match_length(pos, scan.cand()), pos - scan.cand()};
+    for (scan.next(); !scan.done(); scan.next()) {
+        const u32 cand = scan.cand();
         if (!Table::may_win(text, pos, cand, best) || !text.matches(pos, cand)) continue;
         const found_match found{text.match_length(pos, cand), pos - cand};
         const auto longer = static_cast<i32>(found.len - best.len);
@@ -222,56 +236,60 @@ found_match find_best(const block_text& text, const Table& table, const u32* buc
     return best;
 }
 
-/// weigh() apart from the loop that seldom comes to it, which has more registers so.
+/// try_lookahead() out of line: keeps registers free in the common loop.
 template <u32 Ahead>
-[[gnu::noinline]] outlook weigh_apart(const block_text& text, u32 pos, u32 cand, found_match best)
+[[gnu::noinline]] lookahead_result try_lookahead_out_of_line(const block_text& text, u32 pos,
+                                                             u32 cand, found_match best)
 {
-    return weigh<Ahead>(text, pos, cand, best);
+    return try_lookahead<Ahead>(text, pos, cand, best);
 }
 
-/// Compares the best match at `pos` with all candidates of the position `Ahead` bytes on, whose
-/// bucket this is.
+/// Compares the best match at `pos` with all candidates in the bucket of pos + Ahead.
 ///
-/// A candidate has to pass the glance.  To change anything it also needs the bytes in front of that
-/// which a match has that is one byte shorter when it is extended back; the last are compared too.
+/// Quick reject, in one load: compares the byte at reject_offset(), and bytes just before it that
+/// any winning candidate must share.  (Extended back, a winner is at most one byte shorter than the
+/// match; so it shares at least best.len - 1 - Ahead bytes.)
 template <u32 Ahead, bucket_table Table>
-outlook look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
-                   found_match best)
+lookahead_result look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
+                            found_match best)
 {
     constexpr u64 needed = ((1U << 8 * (3 - Ahead)) - 1) | u64{0xFF} << 8 * (2 + Ahead);
     const u32 next = pos + Ahead;
-    u32 place = best.len - 4;
-    for (typename Table::walk walk(table, bucket); !walk.done(); walk.next()) {
-        const u32 cand = walk.cand();
-        if ((text.difference(next + place, cand + place) & needed) != 0) continue;
-        const outlook look = weigh_apart<Ahead>(text, pos, cand, best);
-        if (look.literal) return look;
-        best = look.best;
-        place = best.len - 4;
+    u32 offset = best.len - 4;
+    for (typename Table::candidate_scan scan(table, bucket); !scan.done(); scan.next()) {
+        const u32 cand = scan.cand();
+        if ((text.difference(next + offset, cand + offset) & needed) != 0) continue;
+        const lookahead_result result = try_lookahead_out_of_line<Ahead>(text, pos, cand, best);
+        if (result.literal) return result;
+        best = result.best;
+        offset = best.len - 4;
     }
     return {best, false};
 }
 
-/// How many positions a bucket is fetched before it is needed.
-inline constexpr u32 fetch_ahead = 16;
-static_assert(fetch_ahead + 4 <= search_reads_past);
+/// Positions by which the prefetch of buckets runs ahead of the search.
+inline constexpr u32 bucket_prefetch_distance = 16;
+static_assert(bucket_prefetch_distance + sizeof(u32) <= search_reads_past);
 
-/// Lazy search with several candidates: a match is compared with those of the next two positions
-/// before it is taken.
+/// Lazy parsing with several candidates: compares a match with the candidates of the next two
+/// positions before taking it.
 ///
-/// Starts with an empty table, takes the whole block and stops early when `out` is full.  Returns
+/// Starts with an empty table, parses the whole block and stops early when `out` is full.  Returns
 /// `out`, or nothing without memory for the table.
 template <bucket_table Table, token_writer Writer>
 [[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
                                                    scratch& memory, Writer out)
 {
+    static_assert(Writer::first_pos >= 1 && Writer::min_match <= 4);
+    assert(text.is_followed_by_zeros(search_reads_past));
     Table table(bits, text.size, memory);
     if (!table.buckets()) return {};
     bucket_array& buckets = table.buckets();
-    u32 fetched = 0;
+    u32 prefetched = 0;
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
-        for (fetched = std::max(fetched, pos); fetched < pos + fetch_ahead; ++fetched) {
-            buckets.fetch(text, fetched);
+        for (prefetched = std::max(prefetched, pos); prefetched < pos + bucket_prefetch_distance;
+             ++prefetched) {
+            buckets.prefetch(text, prefetched);
         }
         u32* const first = buckets.at(text, pos);
         const found_match found = find_best(text, table, first, pos);
@@ -282,20 +300,20 @@ template <bucket_table Table, token_writer Writer>
         }
         u32* const second = buckets.at(text, pos + 1);
         u32* const third = buckets.at(text, pos + 2);
-        outlook look = look_ahead<1>(text, table, second, pos, found);
-        if (!look.literal) look = look_ahead<2>(text, table, third, pos, look.best);
-        if (look.literal) {
+        lookahead_result result = look_ahead<1>(text, table, second, pos, found);
+        if (!result.literal) result = look_ahead<2>(text, table, third, pos, result.best);
+        if (result.literal) {
             out.literal(pos++);
             continue;
         }
-        const found_match best = look.best;
+        const found_match best = result.best;
         table.insert(second, pos + 1);
         table.insert(third, pos + 2);
         out.match(pos, best.len, best.dist);
         pos += best.len;
         table.insert_end(text, pos, best.len);
     }
-    buckets.leave(text);
+    buckets.end_block(text);
     return out;
 }
 

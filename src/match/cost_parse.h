@@ -1,8 +1,18 @@
-// match/cost_parse.h - the parses of levels 8 and 9, which choose tokens by their price
+// match/cost_parse.h - optimal parsing of levels 8 and 9: tokens chosen by their price
 //
-// A block is cut into windows.  The tokens of a window are planned with the prices that hold at its
-// start and written before the next one is planned, so that an adaptive method prices by what it
-// has learned so far.  Windows are short at first, when it learns most.
+// Algorithm: the parse is a shortest path through the positions of a window, with tokens as edges
+// and their prices as lengths (Schuegraf and Heaps 1974; Storer and Szymanski 1982), found by
+// dynamic programming.  Level 8 goes backward, with one match per position (match_lists.h), taken
+// whole or not at all.  Level 9 goes forward and relaxes every length of every match (trie.h).
+//
+// The textbook form plans the whole block, which needs prices that do not change.  Prices of
+// adaptive coders depend on the tokens before.  So the block is cut into windows: prices are frozen
+// at a window's start, and its tokens are written before the next window is planned.  Windows are
+// short at first, while the coder learns most, and end at 4096 positions, which also bounds memory.
+//
+// Time: level 8 O(n); level 9 one relaxation per position and match length, up to the window's end
+// and 2048 positions past it; of a match above 256 bytes half of the positions are skipped.
+// Memory: 16 KiB (level 8) or 72 KiB (level 9), besides the match lists or the trie.
 #pragma once
 
 #include "match/concepts.h"
@@ -11,33 +21,35 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <optional>
 #include <utility>
 
 namespace quarnex {
 
-/// What tokens cost, in a unit of the method's own.  Prices are sums modulo 2^32.
+/// Prices of tokens, in a unit of the method's choice.  Sums of prices are taken modulo 2^32.
 ///
-/// start_window() takes over what has been learned.  literal() is the price of the literal at a
-/// position; matches() gives a function for the price of a match there by its length, at one
-/// distance.
+/// start_window() freezes the prices at the coder's current state.  literal() is the price of the
+/// literal at a position; matches() returns a function from length to price, for the matches there
+/// at one distance.
 template <class P>
-concept price_list = requires(P prices, const P& so_far, u32 pos, u32 len, u32 dist)
+concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {
     prices.start_window();
-    requires std::same_as<decltype(so_far.literal(pos)), u32>;
+    requires std::same_as<decltype(const_prices.literal(pos)), u32>;
     requires std::same_as<decltype(prices.matches(pos, dist)(len)), u32>;
 };
 
-inline constexpr u32 longest_window = 4096;
+/// Positions of a window at most.
+inline constexpr u32 max_window = 4096;
 
-/// The lengths of windows, one after the other.
+/// The lengths of the windows of a block: 512, doubled up to max_window.
 class window_lengths {
   public:
-    /// The next one, of which `left` positions of the block are left.
+    /// Length of the next window, with `left` positions left in the block.
     u32 next(u32 left)
     {
-        if (length_ < longest_window) length_ *= 2;
+        if (length_ < max_window) length_ *= 2;
         return std::min(length_, left);
     }
 
@@ -45,23 +57,26 @@ class window_lengths {
     u32 length_ = 256;
 };
 
-/// The backward parse of a block: each position has one match, which is taken whole or not at all.
+/// The backward parse of a block: one match per position, taken whole or not at all.
 template <price_list Prices, token_writer Writer>
 class backward_parser {
+    static_assert(Writer::min_match <= min_listed_match);
+
   public:
     backward_parser(const block_text& text, match_lists lists, Prices prices)
         : text_(text), lists_(std::move(lists)), prices_(std::move(prices))
     {
     }
 
-    /// Finds the cheapest way through the `length` positions from `start` on, and forgets the
-    /// matches that are dearer than a literal.
+    /// Finds the cheapest tokens for the `length` positions from `start` on, and deletes the
+    /// matches that cost more than a literal and what follows it.
     void plan(u32 start, u32 length)
     {
+        assert(length >= 1 && length <= max_window);
         u8* const mlen = lists_.mlen.get() + start;
         const u32* const mpos = lists_.mpos.get() + start;
         prices_.start_window();
-        // The last position costs nothing: it has no choice.
+        // The last position costs nothing: it is always a literal.
         costs_[length] = costs_[length - 1] = 0;
         for (u32 i = length - 1; i-- != 0;) {
             const u32 pos = start + i;
@@ -81,8 +96,8 @@ class backward_parser {
         }
     }
 
-    /// Writes the planned tokens.  The last position, if a token starts there, is a literal.
-    /// Returns how many positions they cover.
+    /// Writes the planned tokens.  If a token starts at the last position, it is a literal.
+    /// Returns the number of positions covered.
     u32 write(u32 start, u32 length, Writer& out) const
     {
         u32 i = 0;
@@ -104,51 +119,58 @@ class backward_parser {
     block_text text_;
     match_lists lists_;
     Prices prices_;
-    std::array<u32, longest_window + 1> costs_; // from a position to the window's end
+    std::array<u32, max_window + 1> costs_; // by position: of the tokens to the window's end
 };
 
-/// A match may pass the window's end by so many positions.
+/// Positions by which a match of the forward parse can extend past the window.
 inline constexpr u32 window_overhang = 2048;
 
-/// Behind a match longer than this, half of its positions are not looked at.
+/// Of a match longer than this, the first half of the positions are not searched.
 inline constexpr u32 long_match = 256;
 
-/// The cheapest ways to the positions of a window, and from there on.
+/// Shortest paths from the start of a window to its positions and to those just past it, as
+/// parallel arrays by position.
 struct parse_nodes {
-    static constexpr u32 most = longest_window + window_overhang + 1;
-    static constexpr i32 far_away = 0x3FFFFFFF;
+    static constexpr u32 max_count = max_window + window_overhang + 1;
+    static constexpr i32 unreached_cost = 0x3FFFFFFF;
     static constexpr u32 unreached = UINT32_MAX;
 
-    std::array<i32, most> cost; // of the cheapest way from the window's start
-    std::array<u32, most> prev; // where its last token starts
-    std::array<u32, most> dist; // the distance of its last token, 0 for a literal, or unreached
+    std::array<i32, max_count> cost; // of the shortest path
+    std::array<u32, max_count> prev; // where its last token starts
+    std::array<u32, max_count> dist; // distance of its last token, 0 for a literal, or unreached
 
-    /// Forgets all ways, to the start and `last` positions behind it.
+    /// Resets the nodes 0 (the start) to `last`.
     void clear(u32 last)
     {
+        assert(last < max_count);
         for (u32 k = 1; k <= last; ++k) prev[k] = k - 1;
-        std::fill_n(cost.begin(), last + 1, far_away);
+        std::fill_n(cost.begin(), last + 1, unreached_cost);
         std::fill_n(dist.begin(), last + 1, unreached);
         cost[0] = 0;
         prev[0] = 0;
     }
 
-    /// Takes the way to `to` by the token from `from` if it is cheaper.
-    void relax(u32 from, u32 to, u32 price, u32 distance)
+    /// Relaxes the edge of a token from `start` to `end`: takes it if it is strictly cheaper.
+    void relax(u32 start, u32 end, u32 price, u32 distance)
     {
-        const auto sum = static_cast<i32>(static_cast<u32>(cost[from]) + price);
-        const bool cheaper = sum < cost[to];
-        cost[to] = cheaper ? sum : cost[to];
-        prev[to] = cheaper ? from : prev[to];
-        dist[to] = cheaper ? distance : dist[to];
+        assert(start < end && end < max_count);
+        const auto sum = static_cast<i32>(static_cast<u32>(cost[start]) + price);
+        const bool cheaper = sum < cost[end];
+        cost[end] = cheaper ? sum : cost[end];
+        prev[end] = cheaper ? start : prev[end];
+        dist[end] = cheaper ? distance : dist[end];
     }
 
-    /// Turns the way to the farthest position around: for each position on it, `prev` is the one
-    /// behind its token and `dist` the distance of that.  Returns where the way ends.
-    u32 trace(u32 last)
+    /// Reverses, in place, the path to the farthest node reached: for each node on it, `prev` is
+    /// now the end of the token that starts there, and `dist` the token's distance.  Returns the
+    /// path's end.
+    u32 reverse_path(u32 last)
     {
         u32 end = last;
-        while (dist[end] == unreached) --end;
+        while (dist[end] == unreached) {
+            assert(end > 1); // a literal reaches node 1
+            --end;
+        }
         u32 next = end;
         u32 token_dist = dist[end];
         for (u32 at = prev[end]; next != 0;) {
@@ -162,22 +184,23 @@ struct parse_nodes {
     }
 };
 
-/// The forward parse of a block.
+/// The forward parse of a block: every length of every match that the trie finds.
 template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
     forward_parser(const block_text& text, const allocator& source, Prices prices)
-        : text_(text), prices_(std::move(prices)), earlier_(text, source)
+        : text_(text), prices_(std::move(prices)), trie_(text, source)
     {
         for (u32 pos = 1; pos < std::min(Writer::first_pos, text.size); ++pos) {
-            earlier_.trie_insert(pos);
+            trie_.trie_insert(pos);
         }
     }
 
-    /// Finds the cheapest ways to the `length` positions from `start` on, and to those behind them
-    /// that matches reach.
+    /// Finds shortest paths to the `length` positions from `start` on, and to those past them that
+    /// matches reach.
     void plan(u32 start, u32 length)
     {
+        assert(length >= 1 && length <= max_window);
         const u32 last = length + window_overhang;
         nodes_.clear(last);
         prices_.start_window();
@@ -186,17 +209,17 @@ class forward_parser {
             nodes_.relax(i, i + 1, prices_.literal(pos), 0);
             const u32 longest = relax_matches(pos, i, last - i);
             if (longest <= long_match) continue;
-            const u32 passed = std::min(longest / 2, length - i) - 1;
-            earlier_.trie_insert(pos + 1, passed);
-            i += passed;
+            const u32 skipped = std::min(longest / 2, length - i) - 1;
+            trie_.trie_insert(pos + 1, skipped);
+            i += skipped;
         }
     }
 
-    /// Writes the tokens of the way to the farthest position that was reached from a window of
-    /// `length`, however dear it is.  Returns how many positions they cover.
+    /// Writes the tokens of the path to the farthest position reached from a window of `length`
+    /// positions, whatever it costs.  Returns the number of positions covered.
     u32 write(u32 start, u32 length, Writer& out)
     {
-        const u32 end = nodes_.trace(length + window_overhang);
+        const u32 end = nodes_.reverse_path(length + window_overhang);
         u32 i = 0;
         while (i < end && !out.full()) {
             const u32 next = nodes_.prev[i];
@@ -212,17 +235,17 @@ class forward_parser {
     }
 
   private:
-    /// Tries the matches at `pos`, which is `from` in the window, up to `room` bytes.  Each length
-    /// is priced once, at the nearest candidate that has it.  Returns the longest.
-    u32 relax_matches(u32 pos, u32 from, u32 room)
+    /// Relaxes the matches at `pos`, node `start` of the window, up to `room` bytes.  Prices each
+    /// length once, with the first record that has it.  Returns the longest length.
+    u32 relax_matches(u32 pos, u32 start, u32 room)
     {
         const u32 limit = std::min(room, text_.size - pos);
         u32 longest = Writer::min_match - 1;
-        const u32 count = earlier_.trie_matches(pos, records_);
+        const u32 count = trie_.trie_matches(pos, records_);
         for (u32 k = 0; k < count; ++k) {
             const trie_record& found = records_[k];
             const u32 dist = pos - found.pos;
-            // If a window ended early, positions from its end on have been entered already.
+            // After a path that ended inside its window, the trie holds later positions too.
             if (found.pos >= pos || dist > text_.max_dist) continue;
             u32 len = std::min(found.length, limit);
             len += equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
@@ -230,7 +253,7 @@ class forward_parser {
             const auto price = prices_.matches(pos, dist);
             while (longest < len) {
                 ++longest;
-                nodes_.relax(from, from + longest, price(longest), dist);
+                nodes_.relax(start, start + longest, price(longest), dist);
             }
         }
         return longest;
@@ -238,12 +261,12 @@ class forward_parser {
 
     block_text text_;
     Prices prices_;
-    trie earlier_;
+    trie trie_;
     parse_nodes nodes_;
     trie_records records_;
 };
 
-/// Plans and writes a block by windows.  Stops early when `out` is full.
+/// Plans and writes a block window by window.  Stops early when `out` is full.
 template <class Parser, token_writer Writer>
 void parse_windows(const block_text& text, Parser& parser, Writer& out)
 {
@@ -255,7 +278,7 @@ void parse_windows(const block_text& text, Parser& parser, Writer& out)
     }
 }
 
-/// Writes a block with the matches of the match lists that its prices choose.  Returns `out`, or
+/// Parses a block backward, by `prices`, with the matches of the match lists.  Returns `out`, or
 /// nothing without memory for the lists.
 template <price_list Prices, token_writer Writer>
 [[nodiscard]] std::optional<Writer> parse_backward(const block_text& text, const allocator& source,
@@ -268,7 +291,8 @@ template <price_list Prices, token_writer Writer>
     return out;
 }
 
-/// Writes a block with the matches of the trie that its prices choose.  Returns `out`.
+/// Parses a block forward, by `prices`, with the matches of a trie.  Returns `out`.  Where the trie
+/// runs out of memory it finds fewer matches.
 template <price_list Prices, token_writer Writer>
 [[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices prices,
                                    Writer out)

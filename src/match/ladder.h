@@ -1,6 +1,6 @@
-// match/ladder.h - what the encoders of all methods share: from a level to a stream
+// match/ladder.h - the encoders of all methods: from a level to a search to a stream
 //
-// A method names its encoders, each a search with its token writer, and lists them by level.
+// A method defines its encoders, each a search with a token writer, and lists them by level.
 #pragma once
 
 #include "coding/codec.h"
@@ -17,19 +17,18 @@ namespace quarnex {
 template <token_writer Writer>
 block_text text_of(const codec_job& job)
 {
-    return {job.in_buf, job.in_len, longest_dist<Writer>};
+    return {job.in_buf, job.in_len, max_dist_of<Writer>};
 }
 
-/// The result of an encoder whose writer is `written`, or nothing for want of `missing`.
+/// The result of an encoder: ends the stream of `writer`, or fails with `failure` if there is none.
 template <token_writer Writer>
-codec_result finish_stream(const codec_job& job, std::optional<Writer> written,
-                           codec_status missing)
+codec_result finish_stream(const codec_job& job, std::optional<Writer> writer, codec_status failure)
 {
-    return written ? shorter_stream(job, written->finish()) : codec_result{.status = missing};
+    return writer ? shorter_stream(job, writer->finish()) : codec_result{.status = failure};
 }
 
-/// Encodes the block of a job with what `Search` finds, written by `out`, whose finish() ends the
-/// stream and gives its length.
+/// Encodes the block of a job with `Search` (levels 0 to 7).  finish() of `out` ends the stream and
+/// returns its length.
 template <auto Search, token_writer Writer>
 codec_result encode_with(const codec_job& job, Writer out)
 {
@@ -38,7 +37,7 @@ codec_result encode_with(const codec_job& job, Writer out)
                                  codec_status::no_table);
 }
 
-/// Encodes the block of a job as the backward parse chooses, by `prices`.
+/// Encodes the block of a job with the backward parse (level 8).
 template <price_list Prices, token_writer Writer>
 codec_result encode_backward(const codec_job& job, Prices prices, Writer out)
 {
@@ -48,20 +47,20 @@ codec_result encode_backward(const codec_job& job, Prices prices, Writer out)
         codec_status::no_lists);
 }
 
-/// Encodes the block of a job as the forward parse chooses, by `prices`.
+/// Encodes the block of a job with the forward parse (level 9).
 template <price_list Prices, token_writer Writer>
 codec_result encode_forward(const codec_job& job, Prices prices, Writer out)
 {
-    Writer written =
+    Writer writer =
         parse_forward(text_of<Writer>(job), job.memory->source, std::move(prices), std::move(out));
-    return shorter_stream(job, written.finish());
+    return shorter_stream(job, writer.finish());
 }
 
 inline constexpr u32 ladder_levels = 10;
-/// What a level above the last one searches like.
+/// The level whose encoder serves levels above the last one.
 inline constexpr u32 ladder_default = 7;
 
-/// Runs the encoder of the job's level.  An empty block has an empty stream.
+/// Runs the encoder of the job's level.  The stream of an empty block is empty.
 template <class... State>
 codec_result encode_level(codec_result (*const (&levels)[ladder_levels])(const codec_job&,
                                                                          State&...),
@@ -72,11 +71,11 @@ codec_result encode_level(codec_result (*const (&levels)[ladder_levels])(const c
     return levels[level < ladder_levels ? level : ladder_default](job, state...);
 }
 
-/// Bytes that the search of a level takes at most for a block of `len` bytes: memory() of stateless
-/// encoders.
+/// Upper bound on the memory of a level's search for a block of `len` bytes, in bytes: memory() of
+/// stateless encoders.
 u64 search_memory(const codec_parameters& parameters, u32 len);
 
-/// memory() of encoders with a State.
+/// memory() of encoders with a State per block.
 template <class State>
 u64 search_and_state_memory(const codec_parameters& parameters, u32 len)
 {

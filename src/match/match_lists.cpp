@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstring>
 #include <divsufsort.h>
 #include <span>
@@ -10,24 +11,24 @@
 namespace quarnex {
 namespace {
 
-/// Intervals with more members only list matches for those that have none yet.
-constexpr u32 most_members = 16384;
+/// Larger intervals list matches only for members that have none yet.
+constexpr u32 max_merged_members = 16384;
 
-/// Positions whose texts are fetched ahead of their comparison.
-constexpr u32 fetch_ahead = 16;
+/// Positions by which prefetches run ahead.
+constexpr u32 prefetch_distance = 16;
 
-/// The lists of a block while they grow.
+/// The lists of a block under construction.
 class list_builder {
   public:
     list_builder(u32* mpos, u8* mlen) : mpos_(mpos), mlen_(mlen) {}
 
-    /// Has the list of a position on its way.
-    void fetch(u32 pos) const { __builtin_prefetch(mlen_ + pos); }
+    /// Prefetches the entry of a position.
+    void prefetch(u32 pos) const { __builtin_prefetch(mlen_ + pos); }
 
     bool has_match(u32 pos) const { return mlen_[pos] != 0; }
 
-    /// Tells that `prev` is the nearest position in front of `pos` with which it shares `len`
-    /// bytes.  To say it again changes nothing.
+    /// Offers `pos` a match at `prev`, the nearest earlier position that shares `len` bytes.
+    /// Lengths do not rise from offer to offer for a position.  Repeating an offer has no effect.
     void offer(u32 pos, u32 prev, u32 len)
     {
         const u32 listed = mlen_[pos];
@@ -49,24 +50,26 @@ class list_builder {
     u8* mlen_;
 };
 
-/// Sorts the positions of a large interval that have no match yet to its front, and lists theirs.
-/// Only the first one is without a match then, and of use to the intervals around.
-void close_large(std::span<u32> members, u32 len, list_builder& lists)
+/// Closes a large interval: moves its members without a match to its front, sorts them and lists
+/// their matches.  Afterwards the first alone has none; the enclosing intervals need no other.
+void close_large_interval(std::span<u32> members, u32 len, list_builder& lists)
 {
-    const auto rest = std::remove_if(members.begin(), members.end(),
-                                     [&](u32 pos) { return lists.has_match(pos); });
-    const auto open = static_cast<usize>(rest - members.begin());
-    sort_u32(members.data(), open);
-    for (usize k = 1; k < open; ++k) lists.offer(members[k], members[k - 1], len);
+    const auto matched = std::remove_if(members.begin(), members.end(),
+                                        [&](u32 pos) { return lists.has_match(pos); });
+    const auto count = static_cast<usize>(matched - members.begin());
+    sort_u32(members.data(), count);
+    for (usize k = 1; k < count; ++k) lists.offer(members[k], members[k - 1], len);
 }
 
-/// Sorts the positions of an interval, whose parts are sorted, and lists their matches.
+/// Closes intervals: merges their parts, which are sorted by position, and lists matches.
 ///
-/// All but the largest part are sorted and then merged into that.  Its members keep their nearest
-/// neighbours, which have been offered to them, unless one of the others comes between.
+/// Small-to-large merging: all parts but the largest are sorted together and merged into it.  Its
+/// members keep their nearest earlier position, which an inner interval has offered to them, unless
+/// a member of another part comes between.
 class interval_merger {
   public:
-    /// `lcp` are the common prefixes in front of each member; they are `len` where parts meet.
+    /// `members` share `len` bytes.  `lcp` is their part of the LCP array; between two parts it is
+    /// `len`.
     void close(std::span<u32> members, const u8* lcp, u32 len, list_builder& lists)
     {
         if (members.size() == 2) {
@@ -74,60 +77,61 @@ class interval_merger {
             lists.offer(members[1], members[0], len);
             return;
         }
+        assert(members.size() <= max_merged_members);
         const auto [first, last] = largest_part(lcp, members.size(), len);
         u32* const begin = members.data();
-        const usize before = first, behind = members.size() - last;
+        const usize before = first, after = members.size() - last;
         std::copy_n(begin, before, others_.data());
-        std::copy_n(begin + last, behind, others_.data() + before);
+        std::copy_n(begin + last, after, others_.data() + before);
         if (before != 0) std::memmove(begin, begin + first, (last - first) * sizeof(u32));
-        sort_u32(others_.data(), before + behind);
-        merge(begin, last - first, before + behind, len, lists);
+        sort_u32(others_.data(), before + after);
+        merge(begin, last - first, before + after, len, lists);
     }
 
   private:
-    /// Where the largest part starts and ends.
+    /// Start and end of the largest part.
     static std::pair<usize, usize> largest_part(const u8* lcp, usize size, u32 len)
     {
         std::pair<usize, usize> largest{0, 0};
         for (usize first = 0; first < size;) {
-            const void* const meet =
+            const void* const border =
                 std::memchr(lcp + first + 1, static_cast<int>(len), size - first - 1);
             const usize last =
-                meet != nullptr ? static_cast<usize>(static_cast<const u8*>(meet) - lcp) : size;
+                border != nullptr ? static_cast<usize>(static_cast<const u8*>(border) - lcp) : size;
             if (last - first > largest.second - largest.first) largest = {first, last};
             first = last;
         }
         return largest;
     }
 
-    /// Merges the first `count` of the others into the `size` members at `to`, from the back.
-    void merge(u32* to, usize size, usize count, u32 len, list_builder& lists) const
+    /// Merges the first `count` of the others into the `size` members at `dest`, from the end.
+    void merge(u32* dest, usize size, usize count, u32 len, list_builder& lists) const
     {
         while (count != 0) {
             const u32 other = others_[--count];
-            const usize above = size;
-            while (size != 0 && to[size - 1] > other) {
-                to[size + count] = to[size - 1];
+            const usize old_size = size;
+            while (size != 0 && dest[size - 1] > other) {
+                dest[size + count] = dest[size - 1];
                 --size;
             }
-            if (size != above) lists.offer(to[size + count + 1], other, len);
-            to[size + count] = other;
-            if (size != 0 && (count == 0 || to[size - 1] > others_[count - 1])) {
-                lists.offer(other, to[size - 1], len);
+            if (size != old_size) lists.offer(dest[size + count + 1], other, len);
+            dest[size + count] = other;
+            if (size != 0 && (count == 0 || dest[size - 1] > others_[count - 1])) {
+                lists.offer(other, dest[size - 1], len);
             } else if (count != 0) {
                 lists.offer(other, others_[count - 1], len);
             }
         }
     }
 
-    std::array<u32, most_members> others_;
+    std::array<u32, max_merged_members> others_;
 };
 
-/// An interval of the suffix array that may still grow.
+/// An LCP interval whose end has not been reached.
 struct open_interval {
     u32 len;   // bytes that its members share
-    u32 first; // its first place in the suffix array
-    u32 begin; // where its members start among those that are kept
+    u32 first; // its first index in the suffix array
+    u32 begin; // index of its first kept member
 };
 
 } // namespace
@@ -144,23 +148,28 @@ void sort_u32(u32* numbers, usize count)
 
 bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp, const allocator& source)
 {
-    // First by position: the suffix in front, then how many bytes are shared with it.
-    const owned_array<u32> shared = make_array<u32>(source, n);
-    if (!shared) return false;
-    shared[sa[0]] = sa[0];
-    for (u32 k = 1; k < n; ++k) shared[sa[k]] = sa[k - 1];
+    // The Phi permutation: by position, the preceding suffix in the suffix array.  It is
+    // overwritten by the permuted LCP array (PLCP): by position, the bytes shared with that suffix.
+    // From one position to the next these drop by at most one, so the comparison resumes there.
+    assert(n != 0);
+    const owned_array<u32> phi = make_array<u32>(source, n);
+    if (!phi) return false;
+    phi[sa[0]] = sa[0]; // itself: no predecessor
+    for (u32 k = 1; k < n; ++k) phi[sa[k]] = sa[k - 1];
     u32 len = 0;
     for (u32 pos = 0; pos < n; ++pos) {
-        if (pos + fetch_ahead < n) __builtin_prefetch(text + shared[pos + fetch_ahead] + len);
-        const u32 before = shared[pos];
-        if (before != pos) {
-            const u32 room = std::min(longest_listed_match, n - std::max(pos, before));
-            if (len < room) len += equal_bytes(text + pos + len, text + before + len, room - len);
-            shared[pos] = len;
+        if (pos + prefetch_distance < n)
+            __builtin_prefetch(text + phi[pos + prefetch_distance] + len);
+        const u32 preceding = phi[pos];
+        if (preceding != pos) {
+            const u32 room = std::min(max_listed_match, n - std::max(pos, preceding));
+            if (len < room)
+                len += equal_bytes(text + pos + len, text + preceding + len, room - len);
+            phi[pos] = len;
         }
         if (len != 0) --len;
     }
-    for (u32 k = 1; k < n; ++k) lcp[k] = static_cast<u8>(shared[sa[k]]);
+    for (u32 k = 1; k < n; ++k) lcp[k] = static_cast<u8>(phi[sa[k]]);
     return true;
 }
 
@@ -168,14 +177,14 @@ void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
 {
     list_builder lists(mpos, mlen);
     interval_merger merger;
-    // Those that contain the current place, by rising length.
-    std::array<open_interval, longest_listed_match + 2> open;
+    assert(n != 0 && lcp[0] == 0 && lcp[n] == 0);
+    // Stack of the intervals around the current index, by ascending length.
+    std::array<open_interval, max_listed_match + 2> open;
     usize depth = 0;
     open[0] = {0, 0, 0};
-    // The members of open intervals are kept at the front of the suffix array.
-    u32 kept = 0;
+    u32 kept = 0; // members of open intervals, kept at the start of `sa`
     for (u32 next = 1; next <= n; ++next) {
-        if (next + fetch_ahead <= n) lists.fetch(sa[next + fetch_ahead - 1]);
+        if (next + prefetch_distance <= n) lists.prefetch(sa[next + prefetch_distance - 1]);
         u32 first = next - 1;
         u32 begin = kept;
         sa[kept++] = sa[next - 1];
@@ -184,10 +193,10 @@ void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
             first = open[depth].first;
             begin = open[depth].begin;
             const std::span members(sa + begin, kept - begin);
-            if (open[depth].len < shortest_listed_match) {
+            if (open[depth].len < min_listed_match) {
                 kept = begin;
-            } else if (next - first > most_members) {
-                close_large(members, open[depth].len, lists);
+            } else if (next - first > max_merged_members) {
+                close_large_interval(members, open[depth].len, lists);
                 kept = begin + 1;
             } else {
                 merger.close(members, lcp + first, open[depth].len, lists);
@@ -200,7 +209,8 @@ void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
 std::optional<match_lists> find_match_lists(const block_text& text, const allocator& source)
 {
     const u32 n = text.size;
-    // The sorter's numbers have a sign, but use it only on the way.
+    assert(n != 0 && n <= INT32_MAX);
+    // The sorter's indexes are signed, but negative only in intermediate steps.
     const owned_array<u32> sa = make_array<u32>(source, n);
     if (!sa) return {};
     const bool sorted =

@@ -3,13 +3,14 @@
 #include "common/platform/memory.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 namespace quarnex {
 
 pool::pool(const allocator& source, u64 limit)
 {
-    u64 chunks = std::min(limit, most_bytes) / chunk_size;
+    u64 chunks = std::min(limit, max_bytes) / chunk_size;
     for (; chunks != 0; chunks = chunks * 3 / 4) {
         if (chunks > SIZE_MAX / 2 / chunk_size) continue;
         size_ = static_cast<usize>(chunks) * chunk_size;
@@ -20,28 +21,28 @@ pool::pool(const allocator& source, u64 limit)
     }
     base_ = range_.get();
     if (base_ == nullptr) size_ = 0;
-    if (size_ >= least_for_large_pages) prefer_large_pages(base_, size_);
+    if (size_ >= min_large_page_range) prefer_large_pages(base_, size_);
 }
 
 pool_ref pool::alloc(u32 size)
 {
     if (size > large_limit) return no_block;
     const u32 size_class = class_of(size);
-    page* const from = bins_[size_class];
-    if (from == nullptr) return alloc_in_new_page(size_class);
-    const pool_ref block = from->free_head;
-    ++from->used;
-    from->free_head = link_of(block);
-    if (from->free_head != no_block) return block;
-    if (from->bump > from->bump_end) {
-        leave(*from);
+    page* const source = bins_[size_class];
+    if (source == nullptr) return alloc_in_new_page(size_class);
+    const pool_ref block = source->free_head;
+    ++source->used;
+    source->free_head = next_free(block);
+    if (source->free_head != no_block) return block;
+    if (source->bump > source->bump_end) {
+        remove_from_bin(*source);
         return block;
     }
-    // The list of free blocks has one at a time of those that were never used.
-    u8* const fresh = reinterpret_cast<u8*>(from) + from->bump;
-    from->bump = static_cast<u16>(from->bump + block_size(size_class));
-    from->free_head = ref_of(fresh);
-    set_link(from->free_head, no_block);
+    // Blocks that were never in use join the free list one at a time.
+    u8* const fresh = reinterpret_cast<u8*>(source) + source->bump;
+    source->bump = static_cast<u16>(source->bump + block_size(size_class));
+    source->free_head = ref_of(fresh);
+    set_next_free(source->free_head, no_block);
     return block;
 }
 
@@ -51,7 +52,7 @@ pool_ref pool::alloc_in_new_page(u32 size_class)
     page* const fresh = take_page();
     if (fresh->size_class != size_class) format(*fresh, size_class);
     fresh->used = 0;
-    enter(*fresh);
+    add_to_bin(*fresh);
     return alloc(block_size(size_class));
 }
 
@@ -62,7 +63,7 @@ bool pool::add_chunk()
         spare_ = fresh->next;
     } else if (chunks_used_ < size_ / chunk_size) {
         fresh = chunks_.get() + chunks_used_;
-        // Behind the last chunk a page can be read.
+        // With a page after it: at() promises one after every block.
         if (!commit_memory(base_of(fresh), chunk_size + page_size)) return false;
         ++chunks_used_;
     } else {
@@ -76,17 +77,17 @@ bool pool::add_chunk()
 
 pool::page* pool::take_page()
 {
-    chunk& from = *current_;
-    page* taken = from.page_list;
+    chunk& source = *current_;
+    page* taken = source.page_list;
     if (taken != nullptr) {
-        from.page_list = taken->next;
+        source.page_list = taken->next;
     } else {
-        taken = reinterpret_cast<page*>(from.next_page);
-        from.next_page += page_size;
-        taken->size_class = unused_page;
+        taken = reinterpret_cast<page*>(source.next_page);
+        source.next_page += page_size;
+        taken->size_class = no_class;
     }
-    if (--from.free_pages == 0) {
-        current_ = from.next;
+    if (--source.free_pages == 0) {
+        current_ = source.next;
         if (current_ != nullptr) current_->prev = nullptr;
     }
     return taken;
@@ -100,47 +101,48 @@ void pool::format(page& fresh, u32 size_class)
     fresh.bump = static_cast<u16>(page_header_size + size);
     fresh.bump_end = static_cast<u16>(page_size - size);
     fresh.free_head = ref_of(first);
-    set_link(fresh.free_head, no_block);
+    set_next_free(fresh.free_head, no_block);
 }
 
-/// Puts a page that has room at the front of its bin.
-void pool::enter(page& full)
+/// Adds a page with room at the front of its bin.
+void pool::add_to_bin(page& added)
 {
-    page*& first = bins_[full.size_class];
-    full.prev = nullptr;
-    full.next = first;
-    if (first != nullptr) first->prev = &full;
-    first = &full;
+    page*& first = bins_[added.size_class];
+    added.prev = nullptr;
+    added.next = first;
+    if (first != nullptr) first->prev = &added;
+    first = &added;
 }
 
-/// Takes a page out of its bin.
-void pool::leave(page& of)
+void pool::remove_from_bin(page& removed)
 {
-    (of.prev != nullptr ? of.prev->next : bins_[of.size_class]) = of.next;
-    if (of.next != nullptr) of.next->prev = of.prev;
+    (removed.prev != nullptr ? removed.prev->next : bins_[removed.size_class]) = removed.next;
+    if (removed.next != nullptr) removed.next->prev = removed.prev;
 }
 
 void pool::free(pool_ref block)
 {
     if (block == no_block) return;
-    page& of = *page_of(block);
-    const bool was_full = of.free_head == no_block;
-    set_link(block, of.free_head);
-    of.free_head = block;
-    --of.used;
+    assert(block % 2 == 0 && (u64{block} << ref_shift) < u64{chunks_used_} * chunk_size);
+    page& owner = *page_of(block);
+    assert(owner.used != 0 && owner.size_class < classes);
+    const bool was_full = owner.free_head == no_block;
+    set_next_free(block, owner.free_head);
+    owner.free_head = block;
+    --owner.used;
     if (was_full) {
-        enter(of);
-    } else if (of.used == 0) {
-        leave(of);
-        free_page(of);
+        add_to_bin(owner);
+    } else if (owner.used == 0) {
+        remove_from_bin(owner);
+        free_page(owner);
     }
 }
 
-void pool::free_page(page& of)
+void pool::free_page(page& freed)
 {
-    chunk& owner = *chunk_of(&of);
-    of.next = owner.page_list;
-    owner.page_list = &of;
+    chunk& owner = *chunk_of(&freed);
+    freed.next = owner.page_list;
+    owner.page_list = &freed;
     ++owner.free_pages;
     if (owner.free_pages == pages_per_chunk) {
         free_chunk(owner);
@@ -150,33 +152,38 @@ void pool::free_page(page& of)
         if (current_ != nullptr) current_->prev = &owner;
         current_ = &owner;
     } else {
-        sort_in(owner);
+        reposition(owner);
     }
 }
 
-void pool::free_chunk(chunk& of)
+/// Removes a chunk from the list of those with free pages.
+void pool::remove_chunk(chunk& removed)
 {
-    (of.prev != nullptr ? of.prev->next : current_) = of.next;
-    if (of.next != nullptr) of.next->prev = of.prev;
-    discard_memory(base_of(&of), chunk_size);
-    of.next = spare_;
-    spare_ = &of;
+    (removed.prev != nullptr ? removed.prev->next : current_) = removed.next;
+    if (removed.next != nullptr) removed.next->prev = removed.prev;
+}
+
+void pool::free_chunk(chunk& freed)
+{
+    remove_chunk(freed);
+    discard_memory(base_of(&freed), chunk_size);
+    freed.next = spare_;
+    spare_ = &freed;
     --chunk_count_;
 }
 
-/// Moves a chunk that has got one more free page behind those with fewer: chunks that are nearly
-/// empty give no pages as long as there are others, and can become free.
-void pool::sort_in(chunk& of)
+/// Moves a chunk that has gained a free page after those with fewer.  Pages are taken from the
+/// fullest chunk, so that nearly empty ones can become free.
+void pool::reposition(chunk& moved)
 {
-    chunk* after = &of;
-    while (after->next != nullptr && after->next->free_pages < of.free_pages) after = after->next;
-    if (after == &of) return;
-    (of.prev != nullptr ? of.prev->next : current_) = of.next;
-    of.next->prev = of.prev;
-    of.prev = after;
-    of.next = after->next;
-    if (of.next != nullptr) of.next->prev = &of;
-    after->next = &of;
+    chunk* last = &moved;
+    while (last->next != nullptr && last->next->free_pages < moved.free_pages) last = last->next;
+    if (last == &moved) return;
+    remove_chunk(moved);
+    moved.prev = last;
+    moved.next = last->next;
+    if (moved.next != nullptr) moved.next->prev = &moved;
+    last->next = &moved;
 }
 
 pool_ref pool::realloc(pool_ref block, u32 size)

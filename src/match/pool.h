@@ -1,8 +1,18 @@
-// match/pool.h - many small blocks of memory, found by 32-bit references on every machine
+// match/pool.h - slab allocator over one reserved address range, with 32-bit handles
 //
-// A pool reserves a range of addresses and takes it into use in chunks of 1 MiB.  A chunk is cut
-// into pages, a page into blocks of one size.  Blocks have no headers: what there is to know of one
-// stands at the start of its page.  A pool belongs to one thread.
+// Algorithm: slabs of one size class with free lists (Bonwick 1994).  A slab is a page of 4096
+// bytes.  Pages come from chunks of 1 MiB, in which the reserved range is committed.  Blocks have
+// no headers: the header of their page, found by rounding the address down, describes them all.
+//
+// Time: O(1) for each operation, except when a page becomes free: then its chunk is moved within
+// the list of chunks with free pages.  Memory: at most 7 bytes lost per block up to 512 bytes by
+// rounding, and 32 bytes per page.
+//
+// Why not malloc(): trie nodes of 10 to 1032 bytes would carry headers and be linked by 64-bit
+// pointers.  Here a handle has 32 bits on every machine, and the whole pool is released at once.
+// Unlike Bonwick's slabs these keep no constructed objects and have no colouring.
+//
+// A pool belongs to one thread.
 #pragma once
 
 #include "common/bytes.h"
@@ -12,8 +22,8 @@
 
 namespace quarnex {
 
-/// A block of a pool, by its distance from the pool's start in units of four bytes.  The lowest bit
-/// of a reference is clear.
+/// Handle of a block: its offset from the pool's start in units of four bytes.  Blocks are aligned
+/// to eight bytes, so the lowest bit of a handle is clear.
 using pool_ref = u32;
 inline constexpr pool_ref no_block = 0;
 
@@ -21,77 +31,76 @@ class pool {
   public:
     static constexpr u32 chunk_size = 1 << 20;
     static constexpr u32 page_size = 4096;
-    /// What references can tell apart.
-    static constexpr u64 most_bytes = u64{1} << 34;
+    /// The range that handles can address.
+    static constexpr u64 max_bytes = u64{1} << 34;
 
-    /// Sizes from 1 to small_limit are rounded up to multiples of size_step, each with pages of its
-    /// own; those up to large_limit have pages in common, which hold three blocks.
+    /// Sizes up to small_limit are rounded up to a multiple of size_step; each multiple is a size
+    /// class.  Sizes from there up to large_limit share one class, with three blocks to a page.
     static constexpr u32 size_step = 8;
     static constexpr u32 small_limit = 512;
     static constexpr u32 large_limit = 1352;
 
-    /// A pool that grows to at most `limit` bytes from `source`, or less if the system has no such
-    /// range; to nothing in the worst case.
+    /// A pool that grows to at most `limit` bytes from `source`; to less, possibly nothing, if the
+    /// system refuses to reserve that much.
     pool(const allocator& source, u64 limit);
     pool(const pool&) = delete;
     pool& operator=(const pool&) = delete;
 
-    /// The memory of a block, behind which a page can be read.
+    /// The memory of a block.  At least page_size bytes after the block are readable.
     u8* at(pool_ref block) const { return base_ + (usize{block} << ref_shift); }
 
-    /// A block of at least `size` bytes (0 counts as 1); none if there is no memory, or if the size
-    /// is above large_limit.
+    /// Returns a block of at least `size` bytes (0 counts as 1); no_block without memory, or for a
+    /// size above large_limit.
     [[nodiscard]] pool_ref alloc(u32 size);
 
-    /// Takes a block back; none is ignored.
+    /// Frees a block; ignores no_block.
     void free(pool_ref block);
 
-    /// Makes a block hold `size` bytes and returns it, or the one to which its content has moved.
-    /// A small block keeps its place while more than three quarters of it are used, a large one
-    /// always.  If there is no memory, or the size is above large_limit, the result is none and the
-    /// block stays as it is.  With no block it is alloc().
+    /// Resizes a block to hold `size` bytes, and returns it or the block its content has moved to.
+    /// A block that is large enough stays in place if it is of the large class, or more than three
+    /// quarters of it are used.  Without memory, or for a size above large_limit, returns no_block
+    /// and leaves the block unchanged.  For no_block it is alloc().
     [[nodiscard]] pool_ref realloc(pool_ref block, u32 size);
 
-    /// Whether there is readable memory at a reference that may be stale or never was one, and
-    /// behind it for any block.
+    /// True if a possibly stale handle points into committed memory with room for any block.
     bool is_readable(pool_ref block) const
     {
         return (u64{block} << ref_shift) + large_limit <= u64{chunks_used_} * chunk_size;
     }
 
-    /// Has what realloc() and free() need to know of a block on its way.
-    void fetch_page(pool_ref block) const { __builtin_prefetch(page_of(block)); }
+    /// Prefetches the header of the block's page, which realloc() and free() need.
+    void prefetch_page(pool_ref block) const { __builtin_prefetch(page_of(block)); }
 
     /// Chunks in use.
     u32 chunk_count() const { return chunk_count_; }
 
   private:
     static constexpr u32 ref_shift = 2;
-    static constexpr usize least_for_large_pages = usize{8} << 20;
+    static constexpr usize min_large_page_range = usize{8} << 20;
     static constexpr u32 pages_per_chunk = chunk_size / page_size;
     static constexpr u32 large_class = small_limit / size_step;
     static constexpr u32 classes = large_class + 1;
 
-    /// The start of each page.
+    /// Header of each page.
     struct page {
-        u32 used;           // blocks handed out
-        pool_ref free_head; // the first free block, which starts with a reference to the next
+        u32 used;           // blocks in use
+        pool_ref free_head; // the first free block; each starts with the handle of the next
         page* next;         // in the bin, or in the chunk's list of free pages
         page* prev;         // in the bin
         u16 size_class;
-        u16 bump;     // where the next block is cut that never was one
-        u16 bump_end; // the last place where one fits
+        u16 bump;     // offset of the first block that was never in use
+        u16 bump_end; // the last offset at which a block fits
     };
     static constexpr u32 page_header_size = 32;
-    static constexpr u16 unused_page = 0xFFFF; // the size class of a page without blocks so far
+    static constexpr u16 no_class = 0xFFFF; // size class of a page that was never in use
     static_assert(sizeof(page) <= page_header_size);
 
     struct chunk {
-        u8* next_page; // the next one that never was used
+        u8* next_page; // the first page that was never in use
         u32 free_pages;
-        page* page_list; // those that were handed back
-        chunk* next;     // in the list of chunks with free pages, or of those not in use
-        chunk* prev;     // in the former
+        page* page_list; // pages that were freed
+        chunk* next;     // in the list of chunks with free pages, or of spare chunks
+        chunk* prev;     // in the list of chunks with free pages
     };
 
     static constexpr u32 class_of(u32 size)
@@ -105,46 +114,47 @@ class pool {
     }
     static_assert((page_size - page_header_size) / large_limit == 3 && large_limit % 8 == 0);
 
-    pool_ref ref_of(const u8* place) const
+    pool_ref ref_of(const u8* block) const
     {
-        return static_cast<pool_ref>(static_cast<usize>(place - base_) >> ref_shift);
+        return static_cast<pool_ref>(static_cast<usize>(block - base_) >> ref_shift);
     }
     page* page_of(pool_ref block) const
     {
         constexpr u32 units = page_size >> ref_shift;
         return reinterpret_cast<page*>(at(block / units * units));
     }
-    chunk* chunk_of(const page* of) const
+    chunk* chunk_of(const page* inside) const
     {
-        const auto place = static_cast<usize>(reinterpret_cast<const u8*>(of) - base_);
-        return chunks_.get() + place / chunk_size;
+        const auto offset = static_cast<usize>(reinterpret_cast<const u8*>(inside) - base_);
+        return chunks_.get() + offset / chunk_size;
     }
-    u8* base_of(const chunk* of) const
+    u8* base_of(const chunk* record) const
     {
-        return base_ + static_cast<usize>(of - chunks_.get()) * chunk_size;
+        return base_ + static_cast<usize>(record - chunks_.get()) * chunk_size;
     }
-    pool_ref link_of(pool_ref block) const { return load_u32(at(block)); }
-    void set_link(pool_ref block, pool_ref next) const { store_u32(at(block), next); }
+    pool_ref next_free(pool_ref block) const { return load_u32(at(block)); }
+    void set_next_free(pool_ref block, pool_ref next) const { store_u32(at(block), next); }
 
     pool_ref alloc_in_new_page(u32 size_class);
     bool add_chunk();
     page* take_page();
     void format(page& fresh, u32 size_class);
-    void enter(page& full);
-    void leave(page& of);
-    void free_page(page& of);
-    void free_chunk(chunk& of);
-    void sort_in(chunk& of);
+    void add_to_bin(page& added);
+    void remove_from_bin(page& removed);
+    void free_page(page& freed);
+    void remove_chunk(chunk& removed);
+    void free_chunk(chunk& freed);
+    void reposition(chunk& moved);
 
-    owned_array<u8> range_; // of addresses
-    u8* base_ = nullptr;    // of range_
-    usize size_ = 0;
+    owned_array<u8> range_; // reserved addresses
+    u8* base_ = nullptr;    // start of range_
+    usize size_ = 0;        // of range_ without its last page
     owned_array<chunk> chunks_;
-    u32 chunks_used_ = 0; // records that have been in use
-    u32 chunk_count_ = 0;
-    chunk* spare_ = nullptr;            // records of chunks that were freed
-    chunk* current_ = nullptr;          // chunks with free pages, the fullest first
-    std::array<page*, classes> bins_{}; // pages that have room, by size class
+    u32 chunks_used_ = 0;               // chunks that were ever in use
+    u32 chunk_count_ = 0;               // chunks in use
+    chunk* spare_ = nullptr;            // chunks that were freed
+    chunk* current_ = nullptr;          // chunks with free pages, by ascending number of them
+    std::array<page*, classes> bins_{}; // pages with room, by size class
 };
 
 } // namespace quarnex

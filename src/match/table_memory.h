@@ -1,9 +1,9 @@
-// match/table_memory.h - zeroed memory for large tables, kept from block to block
+// match/table_memory.h - zeroed memory for large tables, reused from block to block
 //
-// To get 128 MiB of zeros from the system takes ten times as long as to clear them, and threads
-// that ask for them at the same time wait for each other.  So the memory stays in the scratch for
-// the next table of the same size.  It is cleared then; a short block clears only the buckets it
-// touched, and at once.
+// Getting 128 MiB of zeros from the system takes ten times as long as clearing them, and threads
+// that do so at the same time wait for each other.  So the memory stays in the scratch for the next
+// table of the same size, which clears it; a short block clears only the buckets it touched, when
+// it ends.
 #pragma once
 
 #include "common/scratch.h"
@@ -15,7 +15,7 @@ namespace quarnex {
 
 class table_memory {
   public:
-    /// `count` zeros for a block of `positions` bytes.  Without memory it converts to false.
+    /// `count` zeros for a block of `positions` bytes.  Converts to false without memory.
     table_memory(scratch& keeper, usize count, usize positions) : keeper_(keeper), count_(count)
     {
         idle_table& kept = keeper.table;
@@ -25,7 +25,7 @@ class table_memory {
             large_pages_ = kept.large_pages;
             if (!kept.zero) std::fill_n(entries_.get(), count, 0);
         } else {
-            kept.entries.reset(); // not both at the same time
+            kept.entries.reset(); // before the allocation: never hold both
             entries_ = make_zeroed_table<u32>(keeper.source, count, positions);
             large_pages_ = large_pages;
         }
@@ -44,20 +44,22 @@ class table_memory {
 
     u32* get() const { return entries_.get(); }
 
-    /// Whether a block of `positions` bytes clears what it touched faster than all is cleared.
+    /// True if clearing the buckets that a block of `positions` bytes touched is faster than
+    /// clearing the whole table.
     bool is_mostly_zero(usize positions) const { return positions < count_ / entries_per_position; }
 
     /// Notes that all entries are zero again.
-    void was_cleared() { zero_ = true; }
+    void mark_cleared() { zero_ = true; }
 
   private:
-    /// Clearing this many entries takes about as long as finding and clearing one bucket.
+    /// Clearing this many contiguous entries takes about as long as locating and clearing one
+    /// bucket.
     static constexpr usize entries_per_position = 160;
 
     scratch& keeper_;
     owned_array<u32> entries_;
     usize count_;
-    bool large_pages_ = false; // as far as the system has them
+    bool large_pages_ = false; // requested, where the system has them
     bool zero_ = false;
 };
 

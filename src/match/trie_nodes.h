@@ -1,4 +1,10 @@
-// match/trie_nodes.h - how the nodes of a trie lie in memory
+// match/trie_nodes.h - memory layout of trie nodes
+//
+// Adaptive node sizes, as in ART (Leis, Kemper and Neumann 2013): a sorted list of up to 32
+// children, a bitmap with packed children, an array of 256.  ART has four sizes of fixed capacity;
+// here a list or a bitmap has room for its children only, because most nodes have two or three and
+// memory, not insertion, is what limits a trie of every position.  Finding a child takes two vector
+// comparisons per seven children of a list (with SSE2), a bit count in a bitmap, or one load.
 //
 //     0  last: 4   the tagged_position of the latest key that passed
 //     4  kind: 1   1                   2 to 32            33 to 246               255
@@ -7,15 +13,16 @@
 //                  child: 4            key byte: 1        bitmap: 8 x 4           children: 256 x 4
 //                                      child: 4           children: 4 each
 //
-// A path stands for 1 to 256 bytes that all keys below it share; those of a node at depth d are the
-// block's from position last + d on.  The kind of lists and bitmaps is the number of children,
-// which stand in the order of their key bytes.  A prefix count is the number of children in front
-// of those of a bitmap's word; the first word has none.
+// A path is a run of 1 to 256 bytes that all keys below it share; at depth d they are the block's
+// bytes from position last + d on.  The kind of a list or a bitmap is its number of children, which
+// are sorted by key byte.  A prefix count is the number of children in the words before a bitmap's
+// word; the first word, always 0, has none.  Numbers are little-endian and unaligned.
 #pragma once
 
 #include "common/bytes.h"
 
 #include <bit>
+#include <cassert>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -37,12 +44,12 @@ constexpr u32 position_of(u32 tagged)
 
 inline constexpr usize child_size = 4;
 
-// What all nodes begin with.
+// The head of every node.
 
 inline constexpr usize kind_at = 4;
 inline constexpr u8 path_kind = 1;
-inline constexpr u32 list_most = 32;
-inline constexpr u32 bitmap_most = 246;
+inline constexpr u32 max_list_children = 32;
+inline constexpr u32 max_bitmap_children = 246;
 inline constexpr u8 full_kind = 255;
 
 inline u32 last_of(const u8* node)
@@ -66,6 +73,7 @@ inline u32 path_length(const u8* node)
 }
 inline void set_path_length(u8* node, u32 length)
 {
+    assert(length >= 1 && length <= 256);
     node[path_length_at] = static_cast<u8>(length - 1);
 }
 
@@ -92,7 +100,7 @@ inline void set_entry(u8* entry, u8 key, u32 child)
     store_u32(child_of_entry(entry), child);
 }
 
-/// The first entry whose key byte is not below `key`, or the end.
+/// The first entry whose key byte is not less than `key`, or the end.
 inline u8* find_entry(u8* node, u8 key)
 {
     u8* entry = list_entry(node, 0);
@@ -101,17 +109,17 @@ inline u8* find_entry(u8* node, u8 key)
     return entry;
 }
 
-/// Bytes behind a list_node that find_list_child() may read.
+/// Bytes past a list_node that find_list_child() may read.
 inline constexpr usize list_overread = 32;
 
 #if defined(__SSE2__)
 
-/// Where the child of `key` is; null if there is none.  Seven entries are compared at once, so that
-/// nothing has to be guessed in small nodes.
+/// The child of `key`; null if there is none.  Compares seven entries at once, so that small nodes
+/// take no branch that depends on their content.
 inline u8* find_list_child(u8* node, u8 key)
 {
     constexpr u32 group = 7;
-    constexpr u32 keys_of_group = 0x42108421; // a bit for each byte that is a key
+    constexpr u32 keys_of_group = 0x42108421; // one bit per key byte
     const __m128i wanted = _mm_set1_epi8(static_cast<char>(key));
     u8* first = list_entry(node, 0);
     for (u32 left = node[kind_at];; left -= group, first += group * entry_size) {
@@ -140,7 +148,7 @@ inline u8* find_list_child(u8* node, u8 key)
 
 // A bitmap_node.
 
-inline constexpr usize prefix_counts_at = 4; // where that of the first word would be
+inline constexpr usize prefix_counts_at = 4; // plus a word's index, from 1 on
 inline constexpr usize bitmap_at = 12;
 inline constexpr usize bitmap_word_size = 4;
 inline constexpr usize bitmap_word_bits = 32;
@@ -161,7 +169,8 @@ constexpr u32 bitmap_bit(u8 key)
     return 1U << key % bitmap_word_bits;
 }
 
-/// Bits set in a word.  (std::popcount() is a call where there may be no instruction for it.)
+/// Number of bits set.  (std::popcount() compiles to a library call on processors without an
+/// instruction for it.)
 constexpr u32 count_bits(u32 word)
 {
     word -= word >> 1 & 0x55555555;
@@ -174,26 +183,26 @@ inline bool is_marked(u8* node, u8 key)
     return (load_u32(bitmap_word(node, key)) & bitmap_bit(key)) != 0;
 }
 
-/// Where the child of `key` is or would be.
+/// The place of the child of `key`, existing or to be inserted.
 inline u8* bitmap_child(u8* node, u8 key)
 {
     const usize word = key / bitmap_word_bits;
-    const u32 before = word == 0 ? 0 : node[prefix_counts_at + word];
-    const u32 below = count_bits(load_u32(bitmap_word(node, key)) & (bitmap_bit(key) - 1));
-    return node + bitmap_children_at + (before + below) * child_size;
+    const u32 in_words_before = word == 0 ? 0 : node[prefix_counts_at + word];
+    const u32 in_word = count_bits(load_u32(bitmap_word(node, key)) & (bitmap_bit(key) - 1));
+    return node + bitmap_children_at + (in_words_before + in_word) * child_size;
 }
 
-/// Notes that `key` has a child.
+/// Sets the bit of `key`, and counts it in the prefix counts of later words.
 inline void mark(u8* node, u8 key)
 {
     u8* const word = bitmap_word(node, key);
     store_u32(word, load_u32(word) | bitmap_bit(key));
-    for (usize above = key / bitmap_word_bits + 1; above < bitmap_words; ++above) {
-        ++node[prefix_counts_at + above];
+    for (usize later = key / bitmap_word_bits + 1; later < bitmap_words; ++later) {
+        ++node[prefix_counts_at + later];
     }
 }
 
-// A full_node.  A child of 0 is none.
+// A full_node.  A child of 0 stands for none.
 
 inline constexpr usize full_children_at = 8;
 inline constexpr u32 full_size = full_children_at + 256 * child_size;
@@ -203,11 +212,11 @@ inline u8* full_child(u8* node, u8 key)
     return node + full_children_at + key * child_size;
 }
 
-/// Where the child of `key` is in any node but a path; null if there is none.
+/// The child of `key` in any node but a path; null if there is none.
 [[gnu::always_inline]] inline u8* find_child(u8* node, u8 key)
 {
     const u32 kind = node[kind_at];
-    if (kind <= list_most) return find_list_child(node, key);
+    if (kind <= max_list_children) return find_list_child(node, key);
     if (kind != full_kind) return is_marked(node, key) ? bitmap_child(node, key) : nullptr;
     u8* const child = full_child(node, key);
     return load_u32(child) != 0 ? child : nullptr;

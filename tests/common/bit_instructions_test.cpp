@@ -31,29 +31,29 @@ void expect_leading_zeros()
     }
 }
 
-TEST(bit_instructions, any_processor_extracts_fields)
+TEST(bit_instructions, portable_bits_extracts_fields)
 {
     expect_fields<portable_bits>();
 }
 
-TEST(bit_instructions, a_processor_with_them_extracts_the_same)
+TEST(bit_instructions, fast_bits_extracts_fields)
 {
-    if (!has_bit_instructions()) GTEST_SKIP() << "this processor has none";
+    if (!has_bit_instructions()) GTEST_SKIP() << "not on this processor";
     expect_fields<fast_bits>();
 }
 
-TEST(bit_instructions, any_processor_counts_leading_zeros)
+TEST(bit_instructions, portable_bits_counts_leading_zeros)
 {
     expect_leading_zeros<portable_bits>();
 }
 
-TEST(bit_instructions, a_processor_with_them_counts_the_same)
+TEST(bit_instructions, fast_bits_counts_leading_zeros)
 {
-    if (!has_bit_instructions()) GTEST_SKIP() << "this processor has none";
+    if (!has_bit_instructions()) GTEST_SKIP() << "not on this processor";
     expect_leading_zeros<fast_bits>();
 }
 
-TEST(bit_instructions, a_value_that_is_computed_here_stays_as_it_is)
+TEST(bit_instructions, computed_here_returns_its_argument)
 {
     for (const u64 value : {u64{0}, u64{1}, word, ~u64{0}}) EXPECT_EQ(computed_here(value), value);
 }

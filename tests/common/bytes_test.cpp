@@ -6,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-TEST(bytes, loads_take_the_lowest_byte_first_at_any_alignment)
+TEST(bytes, loads_are_little_endian_at_any_alignment)
 {
     std::array<u8, 16> memory{};
     for (usize at = 0; at < 8; ++at) {
@@ -17,7 +17,7 @@ TEST(bytes, loads_take_the_lowest_byte_first_at_any_alignment)
     }
 }
 
-/// The bytes that `store` leaves in five or more of value 0xEE, from the second on.
+/// Stores `value` at the second byte of an array filled with 0xEE.
 template <class T>
 std::array<u8, sizeof(T) + 2> stored(T value)
 {
@@ -27,7 +27,7 @@ std::array<u8, sizeof(T) + 2> stored(T value)
     return memory;
 }
 
-TEST(bytes, stores_put_the_lowest_byte_first_and_touch_no_neighbour)
+TEST(bytes, stores_are_little_endian_and_change_no_other_byte)
 {
     EXPECT_EQ(stored<u16>(0x1234), (std::array<u8, 4>{0xEE, 0x34, 0x12, 0xEE}));
     EXPECT_EQ(stored<u32>(0x12345678), (std::array<u8, 6>{0xEE, 0x78, 0x56, 0x34, 0x12, 0xEE}));
@@ -35,7 +35,7 @@ TEST(bytes, stores_put_the_lowest_byte_first_and_touch_no_neighbour)
               (std::array<u8, 10>{0xEE, 0xF0, 0xDE, 0xBC, 0x9A, 0x78, 0x56, 0x34, 0x12, 0xEE}));
 }
 
-TEST(bytes, the_named_stores_have_the_width_of_their_name)
+TEST(bytes, stores_have_the_width_of_their_name)
 {
     std::array<u8, 9> memory{};
     store_u64(memory.data(), ~u64{0});
@@ -44,7 +44,7 @@ TEST(bytes, the_named_stores_have_the_width_of_their_name)
     EXPECT_EQ(memory, (std::array<u8, 9>{0x0A, 0x0B, 3, 4, 0xFF, 0xFF, 0xFF, 0xFF, 0}));
 }
 
-TEST(bytes, a_load_with_the_highest_byte_first_is_one_at_any_alignment)
+TEST(bytes, load_u64_high_first_is_big_endian_at_any_alignment)
 {
     std::array<u8, 16> memory{};
     for (usize at = 0; at < 8; ++at) {
@@ -53,7 +53,7 @@ TEST(bytes, a_load_with_the_highest_byte_first_is_one_at_any_alignment)
     }
 }
 
-TEST(bytes, a_store_with_the_highest_byte_first_touches_no_neighbour)
+TEST(bytes, store_u64_high_first_is_big_endian_and_changes_no_other_byte)
 {
     std::array<u8, 10> memory;
     memory.fill(0xEE);
@@ -62,7 +62,7 @@ TEST(bytes, a_store_with_the_highest_byte_first_touches_no_neighbour)
               (std::array<u8, 10>{0xEE, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0xEE}));
 }
 
-TEST(bytes, byte_swap_turns_the_order_round)
+TEST(bytes, byte_swap_reverses_the_bytes)
 {
     EXPECT_EQ(byte_swap<u8>(0x12), 0x12);
     EXPECT_EQ(byte_swap<u16>(0x1234), 0x3412);

@@ -11,10 +11,10 @@ namespace {
 
 using test::bytes;
 
-constexpr usize history = 80; // bytes in front of what is written
+constexpr usize history = 80; // bytes before the destination
 constexpr usize room = 300;   // bytes from there on
 
-/// Distinct bytes in front, a different filling behind.
+/// Distinct bytes before the destination, 0xEE from there on.
 bytes canvas()
 {
     bytes memory(history + room, 0xEE);
@@ -22,7 +22,7 @@ bytes canvas()
     return memory;
 }
 
-/// What a forward copy of single bytes makes of the canvas.
+/// The canvas after a forward byte copy.
 bytes copied_one_by_one(usize dist, usize len)
 {
     bytes memory = canvas();
@@ -48,7 +48,7 @@ TEST(copy, match_equals_a_byte_by_byte_copy_at_every_distance_and_length)
     }
 }
 
-TEST(copy, match_writes_nothing_beyond_its_overrun)
+TEST(copy, match_writes_nothing_past_its_overrun)
 {
     for (u32 dist = 1; dist <= 70; ++dist) {
         for (usize len = 0; len <= 200; ++len) {
@@ -61,7 +61,7 @@ TEST(copy, match_writes_nothing_beyond_its_overrun)
     }
 }
 
-TEST(copy, widened_pattern_goes_on_at_the_smallest_multiple_from_16_on)
+TEST(copy, widened_pattern_repeats_at_the_smallest_multiple_from_16_on)
 {
     static constexpr std::array<u32, 16> wide{0,  16, 16, 18, 16, 20, 18, 21,
                                               16, 18, 20, 22, 24, 26, 28, 30};
@@ -88,7 +88,7 @@ TEST(copy, words_have_their_exact_size)
     EXPECT_EQ(memory, copied_one_by_one(history, 32));
 }
 
-TEST(copy, a_short_word_takes_its_bytes_from_where_they_were)
+TEST(copy, adjacent_words_do_not_overlap)
 {
     bytes memory = canvas();
     copy_8(&memory[history], &memory[history - 8]);

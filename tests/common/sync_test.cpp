@@ -10,7 +10,7 @@ namespace {
 
 using test::in_thread;
 
-TEST(sync, a_mutex_lets_one_thread_in_at_a_time)
+TEST(sync, a_mutex_admits_one_thread_at_a_time)
 {
     const test::time_guard guard;
     guard_mutex mutex;
@@ -29,13 +29,13 @@ TEST(sync, a_mutex_lets_one_thread_in_at_a_time)
     EXPECT_EQ(counter, 20000);
 }
 
-TEST(sync, a_wait_gives_the_mutex_up_and_holds_it_again_behind)
+TEST(sync, a_wait_unlocks_the_mutex_and_locks_it_again)
 {
     const test::time_guard guard;
     guard_mutex mutex;
     guard_condition changed;
     int turn = 0;
-    // Each side waits for its turn: no progress unless a wait lets the other one in.
+    // Each side waits for its turn: no progress unless a wait unlocks the mutex.
     const auto play = [&](int side) {
         for (int round = 0; round < 500; ++round) {
             const scoped_lock lock(mutex);

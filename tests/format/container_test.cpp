@@ -7,7 +7,7 @@ namespace {
 
 using header_bytes = std::array<u8, file_header_bytes>;
 
-// A header with a different value in each byte that has one.
+// A header with a different value in each byte in use.
 constexpr header_bytes header_image{
     0,    'Q',  'R',  '0',                          // magic
     0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01, // original size
@@ -20,7 +20,7 @@ constexpr header_bytes header_image{
 constexpr file_header header_values{0x0102030405060708,
                                     {{4, 9, 7, 0x4B3B2B1B, 0x38281808}, 1, 0x1AFE}};
 
-TEST(container, header_is_32_bytes_in_the_given_order)
+TEST(container, header_has_32_bytes_in_a_fixed_order)
 {
     EXPECT_EQ(pack_file_header(header_values), header_image);
 }
@@ -35,7 +35,7 @@ TEST(container, header_of_the_smallest_values)
     EXPECT_EQ(pack_file_header({0, {{1, 0, 0, 12, 1}, 0, 32}}), expected);
 }
 
-TEST(container, header_is_taken_apart_again)
+TEST(container, header_is_parsed)
 {
     file_header header{};
     ASSERT_TRUE(unpack_file_header(header_image, header));
@@ -49,7 +49,7 @@ TEST(container, header_is_taken_apart_again)
     EXPECT_EQ(header.parameters.codec.chain_bits, 0x38281808);
 }
 
-TEST(container, each_magic_letter_is_compared_and_the_byte_before_them_is_not)
+TEST(container, each_magic_letter_is_checked_but_not_the_byte_before)
 {
     file_header header{};
     for (const usize letter : {1U, 2U, 3U}) {
@@ -62,7 +62,7 @@ TEST(container, each_magic_letter_is_compared_and_the_byte_before_them_is_not)
     EXPECT_TRUE(unpack_file_header(bytes, header));
 }
 
-TEST(container, nothing_else_of_a_header_is_tested)
+TEST(container, nothing_else_of_a_header_is_checked)
 {
     header_bytes bytes;
     bytes.fill(0xFF);
@@ -96,7 +96,7 @@ constexpr displacement_case displacements[] = {
     {0, 0}, {1, 2}, {-1, 3}, {2, 4}, {-2, 5}, {120, 240}, {-120, 0xF1}, {127, 0xFE}, {-127, 0xFF},
 };
 
-TEST(container, displacement_byte_is_twice_the_distance_with_the_sign_lowest)
+TEST(container, displacement_byte_is_twice_the_distance_plus_the_sign)
 {
     for (const auto& [distance, byte] : displacements) {
         constexpr u32 sequence = 1000;
@@ -105,25 +105,25 @@ TEST(container, displacement_byte_is_twice_the_distance_with_the_sign_lowest)
     }
 }
 
-TEST(container, displacement_byte_leads_back_to_the_block)
+TEST(container, displacement_byte_is_inverted_by_displaced_index)
 {
     for (const auto& [distance, byte] : displacements) {
         EXPECT_EQ(displaced_index(byte, 1000), 1000 + distance);
     }
 }
 
-TEST(container, displacement_works_at_the_ends_of_the_sequence)
+TEST(container, displacement_is_correct_at_the_first_and_last_sequence_numbers)
 {
     EXPECT_EQ(displacement_byte(0xFFFFFFFF, 0xFFFFFFFF), 0);
     EXPECT_EQ(displacement_byte(0xFFFFFF80, 0xFFFFFFFF), 0xFF);
     EXPECT_EQ(displacement_byte(0, 127), 0xFF);
     EXPECT_EQ(displaced_index(0xFF, 0), -127);
-    EXPECT_EQ(displaced_index(1, 0), 0); // a negative zero is zero
+    EXPECT_EQ(displaced_index(1, 0), 0); // minus zero
     EXPECT_EQ(displaced_index(0xFE, 0xFFFFFFFF), 0x1'0000'007E);
 }
 
 constexpr u64 B = u64{32} << 20;
-constexpr u64 most = ~u64{0};
+constexpr u64 max_size = ~u64{0};
 
 TEST(container, count_blocks_is_the_ceiling_of_the_quotient)
 {
@@ -138,12 +138,12 @@ TEST(container, count_blocks_is_the_ceiling_of_the_quotient)
 
 TEST(container, count_blocks_does_not_overflow_near_two_to_the_64)
 {
-    EXPECT_EQ(count_blocks(most, B), u64{1} << 39);
-    EXPECT_EQ(count_blocks(most - B, B), (u64{1} << 39) - 1);
-    EXPECT_EQ(count_blocks(most, 1), most);
+    EXPECT_EQ(count_blocks(max_size, B), u64{1} << 39);
+    EXPECT_EQ(count_blocks(max_size - B, B), (u64{1} << 39) - 1);
+    EXPECT_EQ(count_blocks(max_size, 1), max_size);
 }
 
-TEST(container, the_last_block_has_what_is_left)
+TEST(container, the_last_block_has_the_remaining_length)
 {
     EXPECT_EQ(block_length(0, B, 0), 0U);
     EXPECT_EQ(block_length(1, B, 0), 1U);
@@ -161,12 +161,12 @@ TEST(container, the_last_block_of_an_exact_multiple_is_full)
 
 TEST(container, block_length_does_not_overflow_near_two_to_the_64)
 {
-    EXPECT_EQ(block_length(most, B, (u64{1} << 39) - 1), B - 1);
-    EXPECT_EQ(block_length(most, B, (u64{1} << 39) - 2), B);
-    EXPECT_EQ(block_length(most, most, 0), most);
+    EXPECT_EQ(block_length(max_size, B, (u64{1} << 39) - 1), B - 1);
+    EXPECT_EQ(block_length(max_size, B, (u64{1} << 39) - 2), B);
+    EXPECT_EQ(block_length(max_size, max_size, 0), max_size);
 }
 
-TEST(container, suffix_is_found_in_any_mix_of_cases)
+TEST(container, suffix_is_case_insensitive)
 {
     for (const char* const name : {"a.qrx", "a.QRX", "a.qRx", "a.QrX", "dir/.qrx", ".qrx"}) {
         EXPECT_TRUE(has_suffix(name)) << name;

@@ -16,7 +16,7 @@ using test::bytes;
 using test::bytes_of;
 using test::joined;
 
-/// A text whose spaces are no EBCDIC, with `insert` in its middle.
+/// A text that is not EBCDIC, because of its spaces, with `insert` in its middle.
 bytes text_around(const bytes& insert)
 {
     return joined({bytes_of("some words "), insert, bytes_of(" and more\n")});
@@ -41,7 +41,7 @@ bool is_in(u32 value, std::initializer_list<std::pair<u32, u32>> ranges)
     });
 }
 
-TEST(classify_text, each_byte_in_a_text_of_ascii)
+TEST(classify_text, each_byte_in_an_ascii_text)
 {
     for (u32 value = 0; value < 256; ++value) {
         u32 expected = 37;
@@ -61,14 +61,14 @@ TEST(classify_text, an_empty_file_is_ascii)
     EXPECT_EQ(type_of({}), 32U);
 }
 
-TEST(classify_text, the_greatest_class_of_a_text_decides)
+TEST(classify_text, the_highest_byte_class_of_a_text_decides)
 {
     EXPECT_EQ(type_around({0xE9, ' ', 0x85}), 37U);
     EXPECT_EQ(type_around({0xE9, ' ', 0x82}), 38U);
     EXPECT_EQ(type_around({0xE9, ' ', 0x82, ' ', 0x01}), 0U);
 }
 
-TEST(classify_text, shapes_of_binary_data_are_none)
+TEST(classify_text, binary_data_is_not_text)
 {
     for (const char* const shape : {"random", "zeros", "records", "machine_code", "de_bruijn"}) {
         EXPECT_EQ(type_of(test::find_shape(shape).make(10000, 1)), 0U) << shape;
@@ -96,47 +96,47 @@ TEST(classify_text, overlong_forms_and_surrogates_are_utf8)
 
 TEST(classify_text, malformed_sequences_are_not_utf8)
 {
-    EXPECT_EQ(type_around({0xA9}), 37U) << "nothing to continue";
-    EXPECT_EQ(type_around({0xC3, 0xA9, 0xA9}), 37U) << "one too many";
-    EXPECT_EQ(type_around({0xE2, 0xA2}), 37U) << "one too few";
-    EXPECT_EQ(type_around({0xC3, 0xC3, 0xA9}), 37U) << "a start in the place of the rest";
+    EXPECT_EQ(type_around({0xA9}), 37U) << "no lead byte";
+    EXPECT_EQ(type_around({0xC3, 0xA9, 0xA9}), 37U) << "one continuation byte too many";
+    EXPECT_EQ(type_around({0xE2, 0xA2}), 37U) << "one continuation byte too few";
+    EXPECT_EQ(type_around({0xC3, 0xC3, 0xA9}), 37U) << "a lead byte instead of a continuation byte";
     EXPECT_EQ(type_around({0xC3, 0xA9, 0xFE}), 37U);
     EXPECT_EQ(type_around({0xC3, 0xA9, 0xFF}), 37U);
     EXPECT_EQ(type_around({0xFE, 0xA9, 0xA9, 0xA9, 0xA9, 0xA9, 0xA9}), 37U);
     EXPECT_EQ(type_around({0xC3, 0xA9, ' ', 0x80}), 38U);
 }
 
-TEST(classify_text, a_valid_utf8_file_with_one_control_character_0x01_is_not_type_34)
+TEST(classify_text, utf8_with_a_control_character_is_not_type_34)
 {
     EXPECT_EQ(type_around({0xC3, 0xA9, 0x01}), 0U);
     EXPECT_EQ(type_around({0x01, 0xC3, 0xA9}), 0U);
-    // Unless it is a text of EBCDIC: "Bz" and the next line.
+    // Unless it is EBCDIC text: "Bz" and a next line character.
     EXPECT_EQ(type_of({0xC2, 0xA9, 0x15}), 39U);
 }
 
-TEST(classify_text, a_sequence_that_the_end_cuts_off_is_no_fault_and_none)
+TEST(classify_text, a_truncated_sequence_at_the_end_is_ignored)
 {
-    const bytes cut_only{'a', ' ', 0xE2, 0x82};
-    EXPECT_EQ(type_of(cut_only), 38U) << "without any other, it is no UTF-8";
-    const bytes whole_and_cut{'a', 0xC3, 0xA9, ' ', 0xE2, 0x82};
-    EXPECT_EQ(type_of(whole_and_cut), 34U);
+    const bytes truncated_only{'a', ' ', 0xE2, 0x82};
+    EXPECT_EQ(type_of(truncated_only), 38U) << "without a whole sequence it is not UTF-8";
+    const bytes whole_and_truncated{'a', 0xC3, 0xA9, ' ', 0xE2, 0x82};
+    EXPECT_EQ(type_of(whole_and_truncated), 34U);
 }
 
-TEST(classify_text, a_mark_before_more_is_marked_utf8)
+TEST(classify_text, a_byte_order_mark_before_utf8_is_type_33)
 {
     EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a'}), 33U);
     EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a', 0xC3, 0xA9}), 33U);
-    EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a', 0xC3}), 33U) << "cut off";
-    EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 0xE2, 0x82}), 33U) << "cut off";
+    EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a', 0xC3}), 33U) << "truncated";
+    EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 0xE2, 0x82}), 33U) << "truncated";
 }
 
-TEST(classify_text, a_mark_alone_is_a_sequence_like_any_other)
+TEST(classify_text, a_byte_order_mark_alone_is_an_ordinary_sequence)
 {
     EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF}), 34U);
     EXPECT_EQ(type_around({0xEF, 0xBB, 0xBF}), 34U) << "not at the start";
 }
 
-TEST(classify_text, a_mark_before_what_is_no_utf8_is_no_mark)
+TEST(classify_text, a_byte_order_mark_before_malformed_utf8_has_no_effect)
 {
     EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a', 0xC3, 'b'}), 37U);
     EXPECT_EQ(type_of({0xEF, 0xBB, 0xBF, 'a', ' ', 0x01}), 0U);
@@ -144,25 +144,25 @@ TEST(classify_text, a_mark_before_what_is_no_utf8_is_no_mark)
 
 // UTF-16
 
-TEST(classify_text, a_2_byte_file_FF_FE_is_utf16_little_endian)
+TEST(classify_text, a_byte_order_mark_of_two_bytes_is_utf16)
 {
     EXPECT_EQ(type_of({0xFF, 0xFE}), 35U);
     EXPECT_EQ(type_of({0xFE, 0xFF}), 36U);
 }
 
-TEST(classify_text, in_three_bytes_the_mark_alone_decides)
+TEST(classify_text, of_three_bytes_the_mark_alone_decides)
 {
     EXPECT_EQ(type_of({0xFF, 0xFE, 0x01}), 35U);
     EXPECT_EQ(type_of({0xFE, 0xFF, 0x01}), 36U);
 }
 
-TEST(classify_text, half_a_mark_is_none)
+TEST(classify_text, half_a_byte_order_mark_is_none)
 {
     EXPECT_EQ(type_of({0xFF}), 37U);
     EXPECT_EQ(type_of({0xFF, 0xFF, 0x00, 0x00}), 0U);
 }
 
-TEST(classify_text, the_low_byte_of_each_utf16_unit_is_looked_at_and_no_other)
+TEST(classify_text, only_the_low_byte_of_each_utf16_unit_is_tested)
 {
     EXPECT_EQ(type_of({0xFF, 0xFE, 'a', 0x00}), 35U);
     EXPECT_EQ(type_of({0xFF, 0xFE, 'a', 0x01, '\n', 0x00}), 35U);
@@ -174,7 +174,7 @@ TEST(classify_text, the_low_byte_of_each_utf16_unit_is_looked_at_and_no_other)
     EXPECT_EQ(type_of({0xFE, 0xFF, 0x00, 'a', 0x00, 0x01}), 0U);
 }
 
-TEST(classify_text, a_low_byte_with_its_top_bit_set_will_do)
+TEST(classify_text, a_low_byte_with_its_top_bit_set_is_accepted)
 {
     for (const u8 low : bytes{0x80, 0x85, 0xA0, 0xFF}) {
         EXPECT_EQ(type_of({0xFF, 0xFE, low, 0x00}), 35U);
@@ -182,20 +182,20 @@ TEST(classify_text, a_low_byte_with_its_top_bit_set_will_do)
     }
 }
 
-TEST(classify_text, half_a_unit_at_the_end_is_not_looked_at)
+TEST(classify_text, half_a_unit_at_the_end_is_ignored)
 {
     EXPECT_EQ(type_of({0xFF, 0xFE, 'a', 0x00, 0x01}), 35U);
     EXPECT_EQ(type_of({0xFE, 0xFF, 0x00, 'a', 0x01}), 36U);
 }
 
-TEST(classify_text, behind_a_mark_that_fails_the_other_tests_go_on)
+TEST(classify_text, after_a_failed_utf16_test_the_others_follow)
 {
     EXPECT_EQ(type_of({0xFF, 0xFE, 0x15, 0x40}), 39U); // in EBCDIC: FF FE, next line, space
 }
 
 // EBCDIC
 
-TEST(classify_text, a_text_of_ebcdic)
+TEST(classify_text, ebcdic_text)
 {
     const bytes hello{0xC8, 0x85, 0x93, 0x93, 0x96, 0x40, 0xA6, 0x15}; // "Hello w", next line
     EXPECT_EQ(type_of(hello), 39U);
@@ -210,7 +210,7 @@ TEST(classify_text, a_text_of_ebcdic)
     EXPECT_EQ(type_of(with_control), 0U);
 }
 
-TEST(classify_text, a_text_of_ebcdic_in_capitals_without_line_ends_passes_for_iso_8859)
+TEST(classify_text, ebcdic_capitals_without_line_ends_are_taken_for_iso_8859)
 {
     EXPECT_EQ(type_of({0xC8, 0xC5, 0xD3, 0xD3, 0xD6}), 37U);
 }
@@ -254,7 +254,7 @@ TEST(classify_name, all_extensions)
     EXPECT_EQ(found + 2, extension_table.size()) << "all but the empty row and 'c'";
 }
 
-TEST(classify_name, capitals_count_as_small_letters)
+TEST(classify_name, extensions_are_case_insensitive)
 {
     EXPECT_EQ(type_of_name("NAME.TXT"), 32U);
     EXPECT_EQ(type_of_name("name.jPeG"), 7U);
@@ -262,14 +262,14 @@ TEST(classify_name, capitals_count_as_small_letters)
     EXPECT_EQ(type_of_name("name.EX\xC5"), 0U);
 }
 
-TEST(classify_name, an_extension_of_one_letter_is_refused)
+TEST(classify_name, an_extension_of_one_letter_is_unknown)
 {
     EXPECT_EQ(type_of_name("source.c"), 0U);
     EXPECT_EQ(type_of_name("source.C"), 0U);
     EXPECT_EQ(type_of_name("a.txt.c"), 0U);
 }
 
-TEST(classify_name, names_without_an_extension)
+TEST(classify_name, names_without_a_known_extension)
 {
     for (const char* const name :
          {"", ".", "name", "name.", "txt", "name.txt.", "name.unknown", "name.txt ", "name.tx",
@@ -278,7 +278,7 @@ TEST(classify_name, names_without_an_extension)
     }
 }
 
-TEST(classify_name, the_last_dot_counts)
+TEST(classify_name, the_extension_starts_after_the_last_dot)
 {
     EXPECT_EQ(type_of_name("archive.txt.gz"), 25U);
     EXPECT_EQ(type_of_name("setup.exe.txt"), 32U);
@@ -286,7 +286,7 @@ TEST(classify_name, the_last_dot_counts)
     EXPECT_EQ(type_of_name("..txt"), 32U);
 }
 
-TEST(classify_name, a_separator_ends_the_search)
+TEST(classify_name, an_extension_contains_no_separator)
 {
     const std::string separator(1, path_separator);
     EXPECT_EQ(type_of_name("dir.txt" + separator + "name"), 0U);
@@ -296,7 +296,7 @@ TEST(classify_name, a_separator_ends_the_search)
     EXPECT_EQ(type_of_name("dir" + separator + ".exe"), 4U);
 }
 
-TEST(classify_text, finds_what_the_plain_classifier_finds)
+TEST(classify_text, equals_the_plain_classifier)
 {
     const std::vector<bytes> starts{{}, {0xEF, 0xBB, 0xBF}, {0xFF, 0xFE}, {0xFE, 0xFF}, {0xC3}};
     const std::vector<bytes> alphabets{
@@ -323,15 +323,15 @@ TEST(classify_text, finds_what_the_plain_classifier_finds)
     EXPECT_GT(found[0], 100U);
 }
 
-TEST(classify_text, binary_data_decide_wherever_they_stand)
+TEST(classify_text, a_zero_anywhere_makes_the_data_binary)
 {
     for (const usize size : {16383U, 16384U, 16385U, 100000U}) {
         bytes sample = test::find_shape("text").make(size, 1);
         EXPECT_EQ(type_of(sample), 32U);
-        for (const usize place : {usize{0}, size / 2, size - 1}) {
+        for (const usize index : {usize{0}, size / 2, size - 1}) {
             bytes binary = sample;
-            binary[place] = 0;
-            EXPECT_EQ(type_of(binary), 0U) << size << ' ' << place;
+            binary[index] = 0;
+            EXPECT_EQ(type_of(binary), 0U) << size << ' ' << index;
         }
     }
 }
@@ -358,22 +358,22 @@ void expect_parameters(const bytes& sample, const std::string& name, u32 lit_ctx
 const bytes text = bytes_of("a text\n");
 const bytes binary{0x00, ' ', 0x01};
 
-TEST(classify_file, a_text_file_named_with_the_extension_exe_is_text_and_gets_no_filter)
+TEST(classify_file, a_text_file_with_extension_exe_gets_no_filter)
 {
     expect_parameters(text, "name.exe", 8, 0);
 }
 
-TEST(classify_file, a_binary_file_with_the_extension_in_capitals_gets_the_type_of_the_small_one)
+TEST(classify_file, a_binary_file_is_typed_by_its_extension_in_any_case)
 {
     expect_parameters(binary, "NAME.TXT", 8, 0);
 }
 
-TEST(classify_file, each_type_that_has_an_extension)
+TEST(classify_file, each_type_with_an_extension)
 {
     expect_parameters(binary, "name.exe", 4, 1);
     expect_parameters(binary, "name.bmp", 3, 0);
     expect_parameters(binary, "name.chm", 2, 0);
-    expect_parameters(binary, "name.jpg", 1, 0); // bit 7 of its flags is not passed on
+    expect_parameters(binary, "name.jpg", 1, 0); // bit 7 of the row's flags is dropped
     expect_parameters(binary, "name.mp3", 2, 0);
     expect_parameters(binary, "name.doc", 1, 0);
     expect_parameters(binary, "name.hlp", 1, 0);
@@ -398,7 +398,7 @@ TEST(classify_file, each_kind_of_text)
     }
 }
 
-TEST(classify_file, an_unrecognised_binary_gets_neither_contexts_nor_a_filter)
+TEST(classify_file, an_unknown_binary_gets_neither_context_bits_nor_a_filter)
 {
     expect_parameters(binary, "name.unknown", 0, 0);
     expect_parameters(binary, "name.c", 0, 0);
@@ -406,7 +406,7 @@ TEST(classify_file, an_unrecognised_binary_gets_neither_contexts_nor_a_filter)
     expect_parameters(binary, "", 0, 0);
 }
 
-TEST(classify_file, context_bits_that_are_chosen_stay_and_are_capped_at_8)
+TEST(classify_file, given_context_bits_are_kept_and_capped_at_8)
 {
     EXPECT_EQ(parameters_of(text, "name", 3).codec.lit_ctx_bits, 3);
     EXPECT_EQ(parameters_of(binary, "name.exe", 7).codec.lit_ctx_bits, 7);
@@ -414,7 +414,7 @@ TEST(classify_file, context_bits_that_are_chosen_stay_and_are_capped_at_8)
     EXPECT_EQ(parameters_of(binary, "name", 255).codec.lit_ctx_bits, 8);
 }
 
-TEST(classify_file, nothing_else_is_changed)
+TEST(classify_file, changes_nothing_else)
 {
     file_parameters parameters{.codec = {.method = 5, .level = 7, .hash_bits = 20, .chain_bits = 6},
                                .block_mb = 16};

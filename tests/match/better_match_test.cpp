@@ -12,13 +12,13 @@ struct better_match_case {
     bool better;
 };
 
-constexpr u32 farthest = 0xFFFFFFFF;
+constexpr u32 max_dist = 0xFFFFFFFF;
 
 constexpr better_match_case cases[] = {
-    // Two bytes more win at any distance.
-    {2, 1, farthest, true},
-    {2, 0, farthest, true},
-    {1000, 1, farthest, true},
+    // Two bytes more wins at any distance.
+    {2, 1, max_dist, true},
+    {2, 0, max_dist, true},
+    {1000, 1, max_dist, true},
     // One byte more wins if it is nearer, or less than about eight times as far: 16 >> 3 is 2.
     {1, 5, 4, true},
     {1, 5, 5, true},
@@ -32,7 +32,7 @@ constexpr better_match_case cases[] = {
     {1, 1, 8, false},
     {1, 0, 0, false},
     {1, 0, 7, false},
-    // Equal length: the nearer one.
+    // Equal length: the nearer one wins.
     {0, 5, 4, true},
     {0, 5, 5, false},
     {0, 5, 6, false},
@@ -48,21 +48,21 @@ constexpr better_match_case cases[] = {
     {-1, 7, 0, false},
     {-1, 8, 0, true},
     {-1, 8, 1, false},
-    // Two bytes less never win.
-    {-2, farthest, 0, false},
-    {-2, farthest, 1, false},
-    {-1000, farthest, 1, false},
+    // Two bytes less never wins.
+    {-2, max_dist, 0, false},
+    {-2, max_dist, 1, false},
+    {-1000, max_dist, 1, false},
     // Distances of 2^31 and more are large, not negative.
     {0, 0x80000000, 1, true},
     {0, 1, 0x80000000, false},
-    {0, farthest, 0x80000000, true},
+    {0, max_dist, 0x80000000, true},
     {1, 0x10000000, 0x80000000, false},
     {1, 0x10000001, 0x80000000, true},
     {-1, 0x80000000, 0x0FFFFFFF, true},
     {-1, 0x80000000, 0x10000000, false},
 };
 
-TEST(better_match, weighs_length_against_distance_on_both_sides_of_every_border)
+TEST(better_match, trades_length_for_distance_at_every_threshold)
 {
     for (const auto& [longer, dist, cand_dist, better] : cases) {
         EXPECT_EQ(better_match(longer, dist, cand_dist), better)

@@ -16,11 +16,11 @@ using test::plain_token;
 using test::spelled_out;
 using test::tokens_of;
 
-// The tables alone.
+// Tables
 
 constexpr i32 table_hash_bits = 10;
 
-/// The number whose product with hash4's factor is 1 modulo 2^32.
+/// The inverse of hash4's factor modulo 2^32, by Newton's iteration.
 constexpr u32 inverse_of_factor()
 {
     u32 inverse = 1;
@@ -62,8 +62,9 @@ template <class Table>
 std::vector<u32> candidates(const Table& table, const block_text& text, u32 pos)
 {
     std::vector<u32> found;
-    for (typename Table::walk walk(table, table.buckets().at(text, pos)); !walk.done(); walk.next())
-        found.push_back(walk.cand());
+    for (typename Table::candidate_scan scan(table, table.buckets().at(text, pos)); !scan.done();
+         scan.next())
+        found.push_back(scan.cand());
     return found;
 }
 
@@ -76,7 +77,7 @@ TEST(pair_table, starts_full_of_its_start_position)
     EXPECT_EQ(candidates(small_table<pair_table<1>>(), text, 4), (positions{1, 1}));
 }
 
-TEST(pair_table, an_insertion_moves_the_first_to_the_second_place)
+TEST(pair_table, an_insertion_moves_the_first_entry_to_the_second)
 {
     const hashed_block text({0, 5, 5, 5});
     auto table = small_table<pair_table<1>>();
@@ -88,7 +89,7 @@ TEST(pair_table, an_insertion_moves_the_first_to_the_second_place)
     EXPECT_EQ(candidates(table, text, 4), (positions{12, 8}));
 }
 
-TEST(pair_table, the_second_place_is_the_next_buckets_first)
+TEST(pair_table, the_second_entry_is_the_first_of_the_next_bucket)
 {
     const hashed_block text({0, 5, 5, 6});
     auto table = small_table<pair_table<0>>();
@@ -100,7 +101,7 @@ TEST(pair_table, the_second_place_is_the_next_buckets_first)
     EXPECT_EQ(candidates(table, text, 12), (positions{12, 4}));
 }
 
-TEST(pair_table, the_highest_hash_value_has_a_second_place_too)
+TEST(pair_table, the_highest_hash_value_has_a_second_entry_too)
 {
     const hashed_block text({0, 1023, 1023});
     auto table = small_table<pair_table<0>>();
@@ -109,7 +110,7 @@ TEST(pair_table, the_highest_hash_value_has_a_second_place_too)
     EXPECT_EQ(candidates(table, text, 4), (positions{8, 4}));
 }
 
-TEST(pair_table, enters_the_last_position_of_a_match_before_the_one_in_front_of_it)
+TEST(pair_table, inserts_the_last_position_of_a_match_and_then_the_one_before)
 {
     const bytes zeros(40); // all positions have the same hash value
     const block_text text{zeros.data(), 20};
@@ -118,14 +119,14 @@ TEST(pair_table, enters_the_last_position_of_a_match_before_the_one_in_front_of_
     EXPECT_EQ(candidates(table, text, 0), (positions{10, 11}));
 }
 
-TEST(ring_table, looks_at_the_first_entry_also_of_an_empty_bucket)
+TEST(ring_table, the_first_entry_of_an_empty_bucket_is_a_candidate)
 {
-    // It holds no position, which reads as position 0.
+    // An empty entry reads as position 0.
     const hashed_block text({5});
     EXPECT_EQ(candidates(small_table<ring_table>(2), text, 0), (positions{0}));
 }
 
-TEST(ring_table, the_first_insertion_lands_in_the_second_entry)
+TEST(ring_table, the_first_insertion_goes_to_the_second_entry)
 {
     const hashed_block text({0, 5, 5, 5, 5, 5});
     auto table = small_table<ring_table>(2);
@@ -135,13 +136,13 @@ TEST(ring_table, the_first_insertion_lands_in_the_second_entry)
     EXPECT_EQ(candidates(table, text, 4), (positions{0, 4, 8}));
     insert(table, text, 12);
     EXPECT_EQ(candidates(table, text, 4), (positions{0, 4, 8, 12}));
-    insert(table, text, 16); // the first entry at last
+    insert(table, text, 16); // the first entry is filled last
     EXPECT_EQ(candidates(table, text, 4), (positions{16, 4, 8, 12}));
     insert(table, text, 20);
     EXPECT_EQ(candidates(table, text, 4), (positions{16, 20, 8, 12}));
 }
 
-TEST(ring_table, a_ring_of_256_uses_all_of_the_cursors_bits)
+TEST(ring_table, a_ring_of_256_uses_all_bits_of_the_cursor)
 {
     const hashed_block text(std::vector<u32>(300, 5));
     auto table = small_table<ring_table>(8);
@@ -154,10 +155,10 @@ TEST(ring_table, a_ring_of_256_uses_all_of_the_cursors_bits)
     EXPECT_EQ(found[255], 4 * 255U);
 }
 
-TEST(ring_table, an_entry_that_is_all_zero_ends_the_walk)
+TEST(ring_table, an_entry_that_is_all_zero_ends_the_scan)
 {
-    // Bucket 7 is entries 7 to 10; its first insertion fills entry 8.  Bucket 5 reaches that too,
-    // but entry 6 is empty.
+    // Bucket 7 is entries 7 to 10; its first insertion fills entry 8.  Bucket 5 contains that
+    // too, but entry 6 is empty.
     const hashed_block text({7, 5, 7});
     auto table = small_table<ring_table>(2);
     insert(table, text, 8);
@@ -166,26 +167,26 @@ TEST(ring_table, an_entry_that_is_all_zero_ends_the_walk)
 
 TEST(ring_table, an_entry_with_a_cursor_but_without_a_position_is_a_candidate_at_position_0)
 {
-    // Entry 7 holds the cursor of its bucket and nothing else; bucket 6 walks over it to entry 8.
+    // Entry 7 holds only the cursor of its bucket; the scan of bucket 6 continues to entry 8.
     const hashed_block text({7, 6, 7});
     auto table = small_table<ring_table>(2);
     insert(table, text, 8);
     EXPECT_EQ(candidates(table, text, 4), (positions{0, 0, 8}));
 }
 
-TEST(ring_table, an_entry_keeps_its_cursor_when_a_neighbour_writes_its_position)
+TEST(ring_table, an_entry_keeps_its_cursor_when_another_bucket_writes_its_position)
 {
     const hashed_block text({0, 6, 5, 6});
     auto table = small_table<ring_table>(2);
     insert(table, text, 4); // entry 7; the cursor of bucket 6 is 1
     insert(table, text, 8); // entry 6, for bucket 5
     EXPECT_EQ(candidates(table, text, 4), (positions{8, 4}));
-    insert(table, text, 12); // cursor 2: entry 8.  A lost cursor would send it to entry 7 again.
+    insert(table, text, 12); // cursor 2: entry 8.  With a lost cursor it would be entry 7 again.
     EXPECT_EQ(candidates(table, text, 4), (positions{8, 4, 12}));
     EXPECT_EQ(candidates(table, text, 8), (positions{0, 8, 4, 12}));
 }
 
-TEST(ring_table, the_rings_of_the_highest_hash_values_have_all_their_places)
+TEST(ring_table, the_ring_of_the_highest_hash_value_has_all_entries)
 {
     const hashed_block text(std::vector<u32>(5, 1023));
     auto table = small_table<ring_table>(2);
@@ -193,7 +194,7 @@ TEST(ring_table, the_rings_of_the_highest_hash_values_have_all_their_places)
     EXPECT_EQ(candidates(table, text, 0), (positions{16, 4, 8, 12}));
 }
 
-TEST(ring_table, enters_the_last_two_positions_of_a_match_but_one_of_a_match_of_4)
+TEST(ring_table, inserts_the_last_two_positions_of_a_match_but_one_of_a_match_of_4)
 {
     const bytes zeros(40);
     const block_text text{zeros.data(), 20};
@@ -212,11 +213,11 @@ TEST(ring_table, positions_past_16_mib_wrap)
     auto table = small_table<ring_table>(2);
     insert(table, text, past - 1);
     insert(table, text, past + 5);
-    insert(table, text, past); // reads as an empty entry, which ends the walk
+    insert(table, text, past); // reads as an empty entry, which ends the scan
     EXPECT_EQ(candidates(table, text, 0), (positions{0, past - 1, 5}));
 }
 
-// The searches.
+// Searches
 
 template <u32 FirstPos>
 constexpr auto search_pairs =
@@ -225,7 +226,7 @@ constexpr auto search_pairs =
 template <u32 FirstPos>
 constexpr auto search_rings = search_buckets<ring_table, test::token_recorder<FirstPos>>;
 
-/// Enough for no two words of the tests below to share an entry.
+/// Enough hash bits for all words of the tests below to have entries of their own.
 constexpr search_bits roomy{16, 2};
 
 std::vector<plain_token> pair_tokens(const bytes& block)
@@ -244,9 +245,9 @@ void expect_both(const bytes& block, std::initializer_list<plain_token> expected
     EXPECT_EQ(ring_tokens(block), spelled_out(expected)) << "rings";
 }
 
-TEST(pair_search, the_start_content_is_a_candidate)
+TEST(pair_search, the_initial_position_is_a_candidate)
 {
-    // Nothing enters the bytes in front of the first position.
+    // Positions before the first one searched are never inserted.
     const bytes at_0 = bytes_of("abcd12345abcdX");
     const bytes at_1 = bytes_of("-abcd1234abcdX");
     EXPECT_EQ(pair_tokens(at_0), spelled_out({literals(8), {4, 9}, literals(1)}));
@@ -261,7 +262,7 @@ TEST(pair_search, no_match_starts_in_the_last_four_bytes)
     EXPECT_EQ(pair_tokens(bytes_of("abcdeabcdX")), spelled_out({literals(4), {4, 5}, literals(1)}));
 }
 
-TEST(ring_search, a_match_may_start_in_the_last_four_bytes)
+TEST(ring_search, a_match_can_start_in_the_last_four_bytes)
 {
     EXPECT_EQ(ring_tokens(bytes_of("abcdeabcd")), spelled_out({literals(4), {4, 5}}));
 }
@@ -278,7 +279,7 @@ TEST(bucket_search, an_older_candidate_wins_if_it_is_longer)
                 {literals(7), {4, 8}, literals(2), {6, 14}, literals(1)});
 }
 
-/// "abcde" at 0 and at `far`, and "abcd" alone five bytes in front of that.
+/// "abcde" at 0 and at `far`, and only "abcd" five bytes before that.
 bytes far_and_near_block(u32 far)
 {
     bytes block = bytes_of("abcdeX");
@@ -298,15 +299,16 @@ TEST(ring_search, a_candidate_one_byte_shorter_wins_if_it_is_nearer_by_more_than
               spelled_out({literals(41), {4, 42}, literals(1), {5, 47}, literals(1)}));
 }
 
-TEST(bucket_search, a_longer_match_one_ahead_is_worth_a_literal)
+TEST(bucket_search, a_longer_match_one_ahead_makes_a_literal)
 {
     // At 13 "abcd" gives four bytes at distance 13; one later "bcdefgh" gives seven.
     expect_both(bytes_of("abcdXbcdefghYabcdefghZ"), {literals(13), {7, 9}, literals(1)});
 }
 
-TEST(bucket_search, enters_the_second_and_the_third_position_of_a_match)
+TEST(bucket_search, inserts_the_second_and_the_third_position_of_a_match)
 {
-    // The match at 8 enters 9, "bcde", and 10, "cdef"; at 17 each of them is nearer than the first.
+    // The match at 8 inserts 9, "bcde", and 10, "cdef"; at 17 each of them is nearer than the
+    // first.
     expect_both(bytes_of("abcdefghabcdefgh-bcdefX"),
                 {literals(7), {8, 8}, literals(1), {5, 8}, literals(1)});
     expect_both(bytes_of("abcdefghabcdefgh-cdefX"),
@@ -315,55 +317,55 @@ TEST(bucket_search, enters_the_second_and_the_third_position_of_a_match)
 
 TEST(bucket_search, a_literal_for_a_match_two_ahead_is_one_literal)
 {
-    // The match of "abcdefgh" at 21 enters its last two positions, 27 and 28, and not the "f" in
-    // front of them.  At 38, "XfghIJ...", "Xfgh" gives four bytes.  At 39 "fghI" is known from 15
-    // alone, four bytes at distance 24, which is not better; at 40 "ghIJKLMNOP" from 27, ten bytes
-    // that don't reach back to 38: a literal.  At 39 they do reach back: eleven bytes.
+    // The match of "abcdefgh" at 21 inserts its last two positions, 27 and 28, but not the "f"
+    // before them.  At 38, "XfghIJ...", "Xfgh" gives four bytes.  At 39 the only candidate for
+    // "fghI" is 15, four bytes at distance 24, which is not better; at 40 "ghIJKLMNOP" matches 27,
+    // ten bytes that do not extend back to 38: a literal.  At 39 they extend back: eleven bytes.
     expect_both(bytes_of("abcdefgh1Xfgh@2fghI#3abcdefghIJKLMNOP4XfghIJKLMNOP5"),
                 {literals(20), {8, 21}, literals(10), {11, 13}, literals(1)});
 }
 
-TEST(bucket_search, a_match_two_ahead_replaces_the_match_if_it_reaches_back)
+TEST(bucket_search, a_match_two_ahead_replaces_the_match_if_it_extends_back)
 {
-    // The match of "abcdefgh" at 9 enters its last two positions, 15 and 16, and not 13 and 14.  At
-    // 26 "efgh" finds 4, four bytes; at 27 "fghI" finds nothing; at 28 "ghIJKLMNOP" finds 15, and
-    // "ef" stands in front of both.
+    // The match of "abcdefgh" at 9 inserts its last two positions, 15 and 16, but not 13 and 14.
+    // At 26 "efgh" finds 4, four bytes; at 27 "fghI" finds nothing; at 28 "ghIJKLMNOP" finds 15,
+    // and both have "ef" before them.
     expect_both(bytes_of("abcdefgh1abcdefghIJKLMNOP2efghIJKLMNOP3"),
                 {literals(8), {8, 9}, literals(9), {12, 13}, literals(1)});
 }
 
-TEST(ring_search, a_twice_replaced_match_passes_the_end_by_5)
+TEST(ring_search, a_twice_replaced_match_extends_5_bytes_past_the_end)
 {
-    // "z" and nine zeros stand at 2; the last byte, at 15, is a "z": four bytes from 2.  The word
-    // one later, all behind the block, is zero: it finds 3, and with the "z" in front five bytes.
-    // The next finds 4, and with the "z" and the zero in front six, which beats these five.
+    // At 2 there are "z" and nine zeros; the last byte, at 15, is "z": four bytes from 2.  The next
+    // word, past the block, is zero: it finds 3, and with the "z" before it five bytes.  The one
+    // after it finds 4, and with "z" and a zero before it six, which beats five.
     const bytes block = bytes_of("abz\0\0\0\0\0\0\0\0\0defz"sv);
     EXPECT_EQ(ring_tokens(block), spelled_out({literals(3), {8, 1}, literals(3), {6, 13}}));
 }
 
-TEST(ring_search, a_match_in_the_last_position_passes_the_end_by_3)
+TEST(ring_search, a_match_in_the_last_position_extends_3_bytes_past_the_end)
 {
-    // "z" and three zeros stand at 3, and nowhere are there four.
+    // "z" and three zeros are at 3; no four zeros are anywhere.
     EXPECT_EQ(ring_tokens(bytes_of("abcz\0\0\0defz"sv)), spelled_out({literals(9), {4, 7}}));
 }
 
-TEST(bucket_search, the_position_itself_is_not_extended_backwards)
+TEST(bucket_search, the_position_itself_is_not_extended_back)
 {
-    // At 2 zeros are known from 0 alone, at distance 2.  At 3 they are known from 2, and the byte
-    // in front of that is a zero too: the match at distance 1 would be as long and nearer.
+    // At 2 the only candidate is 0, at distance 2.  At 3 there is 2, with a zero before it too: the
+    // match at distance 1 would be as long and nearer.
     EXPECT_EQ(tokens_of<2>(search_rings<2>, bytes(1000), roomy), spelled_out({{998, 2}}));
     constexpr auto search = search_buckets<pair_table<0>, test::token_recorder<2>>;
     EXPECT_EQ(tokens_of<2>(search, bytes(1000), roomy), spelled_out({{998, 2}}));
 }
 
-TEST(pair_search, a_run_is_found_from_position_1_where_that_is_the_start_content)
+TEST(pair_search, a_run_is_found_from_position_1_if_that_is_the_initial_one)
 {
     EXPECT_EQ(tokens_of<2>(search_pairs<2>, bytes(1000), roomy), spelled_out({{998, 1}}));
 }
 
-TEST(ring_search, a_candidate_past_16_mib_is_farther_than_it_was)
+TEST(ring_search, a_candidate_past_16_mib_is_used_at_its_position_modulo_16_mib)
 {
-    // The needle at 2^24 + 200 was entered at 100 and at 2^24 + 100, which reads as 100 too.
+    // The needle at 2^24 + 200 was inserted at 100 and at 2^24 + 100, which reads as 100 too.
     constexpr u32 past = 1 << 24;
     bytes block(past + 300);
     const bytes needle = bytes_of("abcdefgh");
@@ -399,7 +401,7 @@ void expect_plain_tokens(ladder_step step, const bytes& block, i32 hash_bits)
 
 class each_bucket_search : public testing::TestWithParam<ladder_step> {};
 
-TEST_P(each_bucket_search, decides_as_the_plain_search_does_at_all_sizes_to_300)
+TEST_P(each_bucket_search, equals_the_plain_search_for_all_sizes_up_to_300)
 {
     for (const auto& shape : test::all_shapes()) {
         SCOPED_TRACE(shape.name);
@@ -410,7 +412,7 @@ TEST_P(each_bucket_search, decides_as_the_plain_search_does_at_all_sizes_to_300)
     }
 }
 
-TEST_P(each_bucket_search, decides_as_the_plain_search_does_on_large_blocks)
+TEST_P(each_bucket_search, equals_the_plain_search_for_large_blocks)
 {
     for (const auto& shape : test::all_shapes()) {
         SCOPED_TRACE(shape.name);
@@ -428,7 +430,7 @@ INSTANTIATE_TEST_SUITE_P(rings, each_bucket_search,
                              return "of_2_to_the_" + std::to_string(test.param.chain_bits);
                          });
 
-TEST(bucket_search, gives_nothing_without_memory_for_its_table)
+TEST(bucket_search, returns_nothing_without_memory_for_its_table)
 {
     using recorder = test::token_recorder<1>;
     const test::bytes block(100);

@@ -12,10 +12,10 @@ struct limited_recorder : test::token_recorder<1> {
 };
 static_assert(token_writer<limited_recorder>);
 
-TEST(longest_dist, is_that_of_the_writer_or_any)
+TEST(max_dist_of, is_that_of_the_writer_or_unlimited)
 {
-    EXPECT_EQ(longest_dist<limited_recorder>, 1000U);
-    EXPECT_EQ(longest_dist<test::token_recorder<1>>, 0xFFFFFFFF);
+    EXPECT_EQ(max_dist_of<limited_recorder>, 1000U);
+    EXPECT_EQ(max_dist_of<test::token_recorder<1>>, 0xFFFFFFFF);
 }
 
 } // namespace

@@ -18,7 +18,7 @@ using tokens = std::vector<plain_token>;
 
 // Prices
 
-/// Made-up prices as functions.
+/// Prices as functions.
 struct price_functions {
     u32 (*literal)(u32 pos);
     u32 (*match)(u32 pos, u32 len, u32 dist);
@@ -29,12 +29,12 @@ u32 bits_of(u32 number)
     return static_cast<u32>(std::bit_width(number));
 }
 
-/// Literals cost 9, matches by length and distance, as in a simple code.
+/// Literals cost 9, matches as in a simple gamma code.
 constexpr price_functions simple_prices{
     [](u32) { return 9U; },
     [](u32, u32 len, u32 dist) { return 4 + 2 * bits_of(len) + bits_of(dist); }};
 
-/// Prices without any order, which depend on all that they can.
+/// Random prices that depend on every argument.
 u32 mixed(u32 a, u32 b, u32 c, u32 limit)
 {
     const u32 word = (a * 2654435761U ^ b * 40503U ^ c * 2246822519U) * 3266489917U;
@@ -54,14 +54,14 @@ constexpr price_functions even_prices{
     [](u32) { return 1U; },
     [](u32 pos, u32 len, u32 dist) { return 2 + mixed(pos, len, dist, 3); }};
 
-/// Tokens so dear that no way leads to a window's end, whose costs would be too high.
-constexpr price_functions dear_prices{[](u32) { return 600000U; },
+/// Prices so high that no path to a window's end costs less than 2^30.
+constexpr price_functions high_prices{[](u32) { return 600000U; },
                                       [](u32, u32 len, u32) { return 500000 * len; }};
 
 constexpr std::array all_prices{simple_prices, wild_prices, negative_prices, even_prices,
-                                dear_prices};
+                                high_prices};
 
-/// Prices for a parse.  They rise by `growth` with each window, and `windows` counts those.
+/// Prices for a parse.  `windows` counts its windows.
 class test_prices {
   public:
     test_prices(const price_functions& functions, u32& windows)
@@ -86,7 +86,7 @@ static_assert(price_list<test_prices>);
 
 constexpr u32 any_dist = UINT32_MAX;
 
-/// What a writer limits.
+/// Limits of a writer.
 struct writer_limits {
     u32 max_dist = any_dist;
     usize full_at = SIZE_MAX;
@@ -94,10 +94,10 @@ struct writer_limits {
 
 struct parse_result {
     tokens found;
-    u32 windows = 0; // that were priced
+    u32 windows = 0; // number of windows
 };
 
-/// The tokens of level 8 or 9, in a buffer that ends where the trie may read last.
+/// The tokens of level 8 or 9, from a buffer that ends at the trie's read margin.
 template <u32 Level, u32 FirstPos = 1, u32 MinMatch = 3>
 parse_result parse(const bytes& block, const price_functions& functions, writer_limits limits = {})
 {
@@ -115,7 +115,7 @@ parse_result parse(const bytes& block, const price_functions& functions, writer_
     return result;
 }
 
-/// The same by the plain parse.
+/// The tokens of the plain parse.
 tokens plain_tokens(u32 level, const bytes& block, u32 first_pos, u32 min_match,
                     const price_functions& functions, u32 max_dist = any_dist)
 {
@@ -137,7 +137,7 @@ void expect_plain_tokens(const bytes& block, const price_functions& functions,
                 plain_tokens(9, block, 1, 3, functions, max_dist))
         << "level 9, " << block.size() << " bytes of " << name;
     if (block.size() < 2) return;
-    // As method 5 has it.
+    // As in method 5.
     ASSERT_TRUE((parse<8, 2, 3>(block, functions, {max_dist}).found) ==
                 plain_tokens(8, block, 2, 3, functions, max_dist))
         << "level 8 from 2, " << block.size() << " bytes of " << name;
@@ -157,7 +157,7 @@ TEST(window_lengths, are_512_1024_2048_and_then_4096)
     EXPECT_EQ(windows.next(1), 1U);
 }
 
-TEST(window_lengths, of_a_short_block_are_cut)
+TEST(window_lengths, are_cut_at_the_end_of_the_block)
 {
     window_lengths windows;
     EXPECT_EQ(windows.next(512), 512U);
@@ -165,9 +165,9 @@ TEST(window_lengths, of_a_short_block_are_cut)
     EXPECT_EQ(window_lengths().next(1), 1U);
 }
 
-TEST(cost_parse, prices_each_window_when_the_one_before_is_written)
+TEST(cost_parse, prices_each_window_after_the_previous_one_is_written)
 {
-    // Without matches, windows end 512, 1536, 3584, 7680 and so on behind the first position.
+    // Without matches, windows end 512, 1536, 3584, 7680 and so on after the first position.
     const bytes block = test::find_shape("random").make(12000, 1);
     const std::pair<u32, u32> sizes[]{{2, 1},    {513, 1},  {514, 2},  {1537, 2}, {1538, 3},
                                       {3585, 3}, {3586, 4}, {7681, 4}, {7682, 5}, {11777, 5}};
@@ -178,7 +178,7 @@ TEST(cost_parse, prices_each_window_when_the_one_before_is_written)
     }
 }
 
-TEST(cost_parse, of_a_block_of_raw_bytes_has_no_window)
+TEST(cost_parse, has_no_window_in_a_block_of_raw_bytes)
 {
     EXPECT_EQ(parse<8>({7}, simple_prices).windows, 0U);
     EXPECT_EQ(parse<9>({7}, simple_prices).windows, 0U);
@@ -191,13 +191,13 @@ TEST(cost_parse, a_window_of_length_1_is_a_literal)
 {
     EXPECT_EQ(parse<8>({7, 7}, simple_prices).found, spelled_out({literals(1)}));
     EXPECT_EQ(parse<9>({7, 7}, simple_prices).found, spelled_out({literals(1)}));
-    // Behind another window.
+    // After another window.
     const bytes block = test::find_shape("random").make(514, 1);
     EXPECT_EQ(parse<8>(block, simple_prices).found, spelled_out({literals(513)}));
     EXPECT_EQ(parse<9>(block, simple_prices).found, spelled_out({literals(513)}));
 }
 
-/// Random bytes up to a size.
+/// Appends random bytes up to `size`.
 bytes random_up_to(bytes block, usize size)
 {
     const bytes noise = test::find_shape("random").make(size, 77);
@@ -205,27 +205,26 @@ bytes random_up_to(bytes block, usize size)
     return block;
 }
 
-/// A block of `size` random bytes where the `len` at `from` stand at `to` once more, and no more
-/// of them.
-bytes with_copy(usize size, u32 from, u32 to, u32 len)
+/// A block of `size` random bytes where exactly `len` bytes at `source` are repeated at `copy`.
+bytes with_copy(usize size, u32 source, u32 copy, u32 len)
 {
     bytes block = random_up_to({}, size);
-    for (u32 i = 0; i < len; ++i) block[to + i] = block[from + i];
-    if (to + len < size) block[to + len] = static_cast<u8>(block[from + len] + 1);
-    block[to - 1] = static_cast<u8>(block[from - 1] + 1);
+    for (u32 i = 0; i < len; ++i) block[copy + i] = block[source + i];
+    if (copy + len < size) block[copy + len] = static_cast<u8>(block[source + len] + 1);
+    block[copy - 1] = static_cast<u8>(block[source - 1] + 1);
     return block;
 }
 
 constexpr u32 first_end = 1 + 512; // of the first window
 
-/// A literal costs 3, the match of `len` bytes `match` and all others much.
+/// A literal costs 3, a match of `Len` bytes `Price`, any other a million.
 template <u32 Len, u32 Price>
 constexpr price_functions one_match{[](u32) { return 3U; },
                                     [](u32, u32 len, u32) { return len == Len ? Price : 1000000; }};
 
-TEST(cost_parse, at_level_8_a_match_that_ends_exactly_at_the_windows_end_has_no_cost_behind_it)
+TEST(cost_parse, at_level_8_a_match_up_to_the_windows_end_has_only_its_price)
 {
-    // In front of the end, four literals are three prices: the last one is free.
+    // Before the end, four literals cost three prices: the last one is free.
     const bytes block = with_copy(2000, 100, first_end - 4, 4);
     const tokens taken =
         spelled_out({literals(first_end - 5), {4, 409}, literals(2000 - first_end)});
@@ -234,7 +233,7 @@ TEST(cost_parse, at_level_8_a_match_that_ends_exactly_at_the_windows_end_has_no_
     EXPECT_EQ(parse<8>(block, one_match<4, 10>).found, spelled_out({literals(1999)}));
 }
 
-TEST(cost_parse, at_level_8_a_match_that_passes_the_windows_end_is_charged_alone)
+TEST(cost_parse, at_level_8_a_match_past_the_windows_end_has_only_its_price)
 {
     const bytes block = with_copy(2000, 100, first_end - 4, 50);
     const tokens taken =
@@ -243,24 +242,24 @@ TEST(cost_parse, at_level_8_a_match_that_passes_the_windows_end_is_charged_alone
     EXPECT_EQ(parse<8>(block, one_match<50, 10>).found.size(), 1999U);
 }
 
-TEST(cost_parse, at_level_8_a_match_in_a_window_is_charged_with_what_follows)
+TEST(cost_parse, at_level_8_the_cost_of_a_match_includes_what_follows_it)
 {
-    // Four literals are four prices here.
+    // Here four literals cost four prices.
     const bytes block = with_copy(2000, 100, 400, 4);
     const tokens taken = spelled_out({literals(399), {4, 300}, literals(1596)});
-    EXPECT_EQ(parse<8>(block, one_match<4, 12>).found, taken); // a tie goes to the match
+    EXPECT_EQ(parse<8>(block, one_match<4, 12>).found, taken); // the match wins a tie
     EXPECT_EQ(parse<8>(block, one_match<4, 13>).found, spelled_out({literals(1999)}));
 }
 
-TEST(cost_parse, at_level_8_the_last_position_of_a_window_is_a_literal_unless_a_match_covers_it)
+TEST(cost_parse, at_level_8_no_match_starts_at_the_last_position_of_a_window)
 {
-    // A match of eight bytes there is not taken.  Its last seven are listed too, for the next
-    // window.
+    // A match of eight bytes there is not taken.  Its last seven bytes are also listed, and belong
+    // to the next window.
     const bytes block = with_copy(2000, 100, first_end - 1, 8);
     EXPECT_EQ(parse<8>(block, one_match<8, 1>).found, spelled_out({literals(1999)}));
     EXPECT_EQ(parse<8>(block, simple_prices).found,
               spelled_out({literals(first_end - 1), {7, 412}, literals(2000 - first_end - 7)}));
-    // One position earlier it is.
+    // One position earlier it is taken.
     EXPECT_EQ(parse<8>(with_copy(2000, 100, first_end - 2, 8), one_match<8, 1>).found,
               spelled_out({literals(first_end - 3), {8, 411}, literals(2000 - first_end - 6)}));
 }
@@ -272,47 +271,47 @@ TEST(cost_parse, at_level_8_only_the_listed_length_is_priced)
               spelled_out({literals(403), {4, 300}, literals(92)}));
 }
 
-TEST(cost_parse, at_level_8_the_next_window_starts_where_a_match_that_passes_the_end_ended)
+TEST(cost_parse, at_level_8_a_match_past_the_end_moves_the_next_window)
 {
     const bytes part = random_up_to({}, 300);
     bytes block = random_up_to(part, first_end - 10);
-    block.insert(block.end(), part.begin() + 1, part.begin() + 256); // up to 245 behind the end
+    block.insert(block.end(), part.begin() + 1, part.begin() + 256); // up to 245 past the end
     block = test::joined({block, bytes_of("-"), part});
     EXPECT_EQ(parse<8>(block, simple_prices).found, plain_tokens(8, block, 1, 3, simple_prices));
-    // Its second window has 1024 positions from there on.
-    const bytes behind = random_up_to(block, 1 + 502 + 255 + 1024 + 1);
-    EXPECT_EQ(parse<8>(behind, simple_prices).windows, 3U);
-    EXPECT_EQ(parse<8>({behind.begin(), behind.end() - 1}, simple_prices).windows, 2U);
+    // The second window has 1024 positions from there on.
+    const bytes longer = random_up_to(block, 1 + 502 + 255 + 1024 + 1);
+    EXPECT_EQ(parse<8>(longer, simple_prices).windows, 3U);
+    EXPECT_EQ(parse<8>({longer.begin(), longer.end() - 1}, simple_prices).windows, 2U);
 }
 
-TEST(cost_parse, at_level_8_sums_are_compared_without_a_sign)
+TEST(cost_parse, at_level_8_sums_are_compared_as_unsigned)
 {
-    // A match of price -1 is cheap where what follows makes up for it, and very dear elsewhere.
+    // A match of price -1 is cheap if adding what follows wraps around, and very expensive if not.
     EXPECT_EQ(parse<8>(with_copy(500, 100, 400, 4), one_match<4, 0xFFFFFFFF>).found,
               spelled_out({literals(399), {4, 300}, literals(96)}));
     EXPECT_EQ(parse<8>(with_copy(405, 100, 400, 4), one_match<4, 0xFFFFFFFF>).found,
               spelled_out({literals(404)}));
 }
 
-TEST(cost_parse, at_level_9_sums_are_compared_with_a_sign)
+TEST(cost_parse, at_level_9_sums_are_compared_as_signed)
 {
     const bytes block = with_copy(405, 100, 400, 4);
     EXPECT_EQ(parse<9>(block, one_match<4, 0xFFFFFFFF>).found,
               spelled_out({literals(399), {4, 300}, literals(1)}));
 }
 
-TEST(cost_parse, at_level_9_of_two_ways_at_one_price_the_one_whose_last_token_starts_first_stays)
+TEST(cost_parse, at_level_9_a_tie_keeps_the_path_that_was_found_first)
 {
-    // That is the match; its four literals are four prices.
+    // That is the match; four literals cost four prices.
     const bytes block = with_copy(500, 100, 400, 4);
     const tokens taken = spelled_out({literals(399), {4, 300}, literals(96)});
     EXPECT_EQ(parse<9>(block, one_match<4, 12>).found, taken);
     EXPECT_EQ(parse<9>(block, one_match<4, 13>).found, spelled_out({literals(499)}));
 }
 
-TEST(cost_parse, at_level_9_each_length_is_priced_at_the_nearest_candidate_that_has_it)
+TEST(cost_parse, at_level_9_each_length_is_priced_at_its_nearest_match)
 {
-    // "abcdef" stands at 1 and 235, "abcd" at 200.  Four bytes from 1 would cost nothing.
+    // "abcdef" is at 1 and 235, "abcd" at 200.  Four bytes from 1 would be free.
     constexpr price_functions far_is_cheap{[](u32) { return 100U; },
                                            [](u32 pos, u32 len, u32 dist) {
                                                return pos == 235 && len == 4 && dist == 234
@@ -325,9 +324,9 @@ TEST(cost_parse, at_level_9_each_length_is_priced_at_the_nearest_candidate_that_
     EXPECT_EQ(tokens(found.end() - 2, found.end()), (tokens{{6, 234}, {1, 0}}));
 }
 
-TEST(cost_parse, at_level_9_a_record_is_extended_beyond_what_the_trie_knows)
+TEST(cost_parse, at_level_9_matches_are_longer_than_the_records_say)
 {
-    // The trie tells one byte less than it knows, and no more than 256.
+    // A record has one byte less than is known to agree, and at most 256.
     for (const u32 len : {3U, 4U, 255U, 256U, 257U, 300U}) {
         const bytes block = with_copy(1000, 100, 500, len);
         EXPECT_EQ(parse<9>(block, simple_prices).found,
@@ -338,17 +337,17 @@ TEST(cost_parse, at_level_9_a_record_is_extended_beyond_what_the_trie_knows)
 
 TEST(cost_parse, at_level_9_a_match_of_the_last_window_ends_at_the_blocks_end)
 {
-    // Though the zeros behind the block go on as those in front do.
+    // Although the zeros past the block would continue it.
     const bytes block = test::joined({random_up_to({}, 20), bytes(40), {1, 2, 3}, bytes(20)});
     EXPECT_EQ(parse<9>(block, simple_prices).found,
               spelled_out({literals(20), {39, 1}, literals(3), {20, 23}}));
 }
 
-TEST(cost_parse, at_level_9_a_match_reaches_2048_positions_beyond_its_window_and_no_farther)
+TEST(cost_parse, at_level_9_a_match_extends_at_most_2048_positions_past_its_window)
 {
-    // From one of the first window's last positions on all repeats.  The next window starts at
-    // 2561, where that match is cut, and its own is cut 2048 positions behind its 1024.  What a
-    // match covers behind its window is not entered: 361 and 3433 are the nearest.
+    // From one of the first window's last positions on, everything repeats.  The next window starts
+    // at 2561, where that match is cut; its own match is cut 2048 positions after its 1024.
+    // Positions past a window that a match covers are not inserted: 361 and 3433 are the nearest.
     for (const u32 at : {first_end - 1, first_end - 2, first_end - 200}) {
         bytes block = random_up_to({}, at);
         while (block.size() < 6000) block.push_back(block[block.size() - 200]);
@@ -360,9 +359,9 @@ TEST(cost_parse, at_level_9_a_match_reaches_2048_positions_beyond_its_window_and
     }
 }
 
-TEST(cost_parse, at_level_9_positions_behind_a_match_of_more_than_256_bytes_are_not_looked_at)
+TEST(cost_parse, at_level_9_positions_in_a_match_above_256_bytes_are_not_searched)
 {
-    // Literals in the place of the match cost nothing, where they are looked at.
+    // Literals instead of the match are free, where positions are searched.
     constexpr price_functions literals_are_free{
         [](u32 pos) { return pos < 600 ? 5U : 0U; },
         [](u32, u32 len, u32) { return len == 257 || len == 256 ? 100U : 5000 * len; }};
@@ -372,10 +371,10 @@ TEST(cost_parse, at_level_9_positions_behind_a_match_of_more_than_256_bytes_are_
               spelled_out({literals(598), {257, 579}, literals(1144)}));
 }
 
-TEST(cost_parse, at_level_9_half_of_a_long_match_is_not_looked_at_but_the_rest_of_it_is)
+TEST(cost_parse, at_level_9_the_second_half_of_a_long_match_is_searched)
 {
-    // Of 400 bytes from 600 on.  A match of 7 that starts at 799 would do, but that is the last
-    // position that is not looked at; at 800 it is.  Each is reached by a part of the long one.
+    // The long match has 400 bytes from 600 on.  A cheap match of 7 at 799 is not found, as that is
+    // the last position that is not searched; at 800 it is.  A part of the long one leads to each.
     for (const u32 at : {799U, 800U}) {
         static u32 cheap_at;
         cheap_at = at;
@@ -392,10 +391,10 @@ TEST(cost_parse, at_level_9_half_of_a_long_match_is_not_looked_at_but_the_rest_o
     }
 }
 
-TEST(cost_parse, a_block_with_one_distinct_byte_at_level_9)
+TEST(cost_parse, at_level_9_a_block_of_one_distinct_byte)
 {
-    // The first search that finds something is at 2.  Its match is cut by the room of the window,
-    // and the next window starts where it ends.
+    // The first match is at 2.  It is cut 2048 positions past the window, and the next window
+    // starts at its end.
     for (const u32 size : {3U, 10U, 258U, 259U, 600U, 2562U, 3000U, 20000U}) {
         const bytes block(size, 'z');
         const tokens found = parse<9>(block, simple_prices).found;
@@ -407,7 +406,7 @@ TEST(cost_parse, a_block_with_one_distinct_byte_at_level_9)
 
 // Distances
 
-TEST(cost_parse, takes_no_match_from_beyond_the_longest_distance)
+TEST(cost_parse, takes_no_match_beyond_max_dist)
 {
     const bytes block = with_copy(1000, 100, 500, 40);
     for (const u32 level : {8U, 9U}) {
@@ -420,7 +419,7 @@ TEST(cost_parse, takes_no_match_from_beyond_the_longest_distance)
     }
 }
 
-TEST(cost_parse, with_a_longest_distance_is_as_the_plain_one)
+TEST(cost_parse, equals_the_plain_one_with_a_max_dist)
 {
     for (const auto& shape : test::all_shapes())
         for (const u32 max_dist : {1U, 30U, 500U})
@@ -428,23 +427,23 @@ TEST(cost_parse, with_a_longest_distance_is_as_the_plain_one)
                 expect_plain_tokens(shape.make(3000, 4), simple_prices, shape.name, max_dist));
 }
 
-// Costs that are too high
+// Costs of 2^30 and more
 
-TEST(cost_parse, at_level_9_a_window_ends_early_where_no_cost_is_low_enough)
+TEST(cost_parse, at_level_9_a_window_ends_early_if_all_costs_are_too_high)
 {
-    // The positions from there on are in the trie already, and those behind are no candidates.
+    // The positions from there on are in the trie already; later ones are no candidates.
     for (const auto& shape : test::all_shapes()) {
         const bytes block = shape.make(9000, 5);
-        const parse_result result = parse<9>(block, dear_prices);
+        const parse_result result = parse<9>(block, high_prices);
         if (shape.name == "random") {
-            EXPECT_GT(result.windows, 5U); // whole ones would be no more
+            EXPECT_GT(result.windows, 5U); // five full windows would suffice
         }
         bytes copy{block[0]};
         for (const plain_token& token : result.found) {
             ASSERT_LE(token.dist, copy.size()) << shape.name;
             for (u32 k = 0; k < token.len; ++k) {
-                const usize from = copy.size() - token.dist;
-                copy.push_back(token.dist == 0 ? block[copy.size()] : copy[from]);
+                const usize source = copy.size() - token.dist;
+                copy.push_back(token.dist == 0 ? block[copy.size()] : copy[source]);
             }
         }
         EXPECT_TRUE(copy == block) << shape.name;
@@ -474,7 +473,7 @@ TEST(cost_parse, stops_when_the_writer_is_full)
 
 // Any blocks
 
-TEST(cost_parse, is_as_the_plain_one_for_small_blocks_of_all_shapes)
+TEST(cost_parse, equals_the_plain_one_for_small_blocks_of_all_shapes)
 {
     for (const auto& shape : test::all_shapes()) {
         for (u32 size = 1; size <= 300; size += 1 + size / 12) {
@@ -485,7 +484,7 @@ TEST(cost_parse, is_as_the_plain_one_for_small_blocks_of_all_shapes)
     }
 }
 
-TEST(cost_parse, is_as_the_plain_one_around_the_ends_of_windows)
+TEST(cost_parse, equals_the_plain_one_around_the_ends_of_windows)
 {
     for (const auto& shape : test::all_shapes())
         for (const u32 size : {512U, 513U, 514U, 515U, 1537U, 1538U, 3586U, 7682U})
@@ -493,7 +492,7 @@ TEST(cost_parse, is_as_the_plain_one_around_the_ends_of_windows)
                 expect_plain_tokens(shape.make(size, size), simple_prices, shape.name));
 }
 
-TEST(cost_parse, is_as_the_plain_one_for_larger_blocks_of_all_shapes)
+TEST(cost_parse, equals_the_plain_one_for_larger_blocks_of_all_shapes)
 {
     for (const auto& shape : test::all_shapes()) {
         const bytes block = shape.make(9000, 3);
@@ -502,7 +501,7 @@ TEST(cost_parse, is_as_the_plain_one_for_larger_blocks_of_all_shapes)
     }
 }
 
-TEST(cost_parse, is_as_the_plain_one_for_periods)
+TEST(cost_parse, equals_the_plain_one_for_periodic_blocks)
 {
     for (const u32 period : {1U, 2U, 3U, 255U, 257U, 300U, 2048U, 5000U}) {
         bytes block = random_up_to({}, period);

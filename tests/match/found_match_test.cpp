@@ -10,55 +10,55 @@ namespace {
 using test::bytes;
 using test::bytes_of;
 
-/// A block between a few bytes that a test wants in front of it and the zeros behind it.
+/// A block between bytes chosen by a test and zeros.
 class framed_block {
   public:
-    explicit framed_block(std::string_view block, std::string_view in_front = "")
-        : bytes_(bytes_of(in_front)), front_(in_front.size()), size_(static_cast<u32>(block.size()))
+    explicit framed_block(std::string_view block, std::string_view prefix = "")
+        : bytes_(bytes_of(prefix)), start_(prefix.size()), size_(static_cast<u32>(block.size()))
     {
         bytes_.insert(bytes_.end(), block.begin(), block.end());
         bytes_.resize(bytes_.size() + search_reads_past);
     }
-    operator block_text() const { return {bytes_.data() + front_, size_}; }
+    operator block_text() const { return {bytes_.data() + start_, size_}; }
 
   private:
     bytes bytes_;
-    usize front_;
+    usize start_;
     u32 size_;
 };
 
-TEST(reaches_back, if_the_bytes_in_front_of_the_candidate_are_those_at_the_position)
+TEST(extends_back, if_the_bytes_before_the_candidate_are_those_at_the_position)
 {
     const framed_block block("abcdef-abcdef");
-    EXPECT_TRUE(reaches_back<1>(block, 7, 1));  // "a" in front of 1, "a" at 7
-    EXPECT_FALSE(reaches_back<1>(block, 6, 1)); // "-" at 6
-    EXPECT_TRUE(reaches_back<2>(block, 7, 2));  // "ab"
-    EXPECT_FALSE(reaches_back<2>(block, 6, 2)); // "ab" and "-a"
+    EXPECT_TRUE(extends_back<1>(block, 7, 1));  // "a" before 1, "a" at 7
+    EXPECT_FALSE(extends_back<1>(block, 6, 1)); // "-" at 6
+    EXPECT_TRUE(extends_back<2>(block, 7, 2));  // "ab"
+    EXPECT_FALSE(extends_back<2>(block, 6, 2)); // "ab" and "-a"
 }
 
-TEST(reaches_back, only_if_both_of_two_bytes_agree)
+TEST(extends_back, only_if_both_of_two_bytes_agree)
 {
     const framed_block block("abcdef-xbcdef-axcdef");
-    EXPECT_FALSE(reaches_back<2>(block, 7, 2));  // "ab" and "xb"
-    EXPECT_FALSE(reaches_back<2>(block, 14, 2)); // "ab" and "ax"
+    EXPECT_FALSE(extends_back<2>(block, 7, 2));  // "ab" and "xb"
+    EXPECT_FALSE(extends_back<2>(block, 14, 2)); // "ab" and "ax"
 }
 
-TEST(reaches_back, not_from_the_position_itself)
+TEST(extends_back, not_from_the_position_itself)
 {
     const framed_block run("aaaaaaaa");
-    EXPECT_FALSE(reaches_back<1>(run, 3, 3));
-    EXPECT_FALSE(reaches_back<2>(run, 3, 3));
-    EXPECT_TRUE(reaches_back<1>(run, 3, 2));
-    EXPECT_TRUE(reaches_back<2>(run, 3, 2));
+    EXPECT_FALSE(extends_back<1>(run, 3, 3));
+    EXPECT_FALSE(extends_back<2>(run, 3, 3));
+    EXPECT_TRUE(extends_back<1>(run, 3, 2));
+    EXPECT_TRUE(extends_back<2>(run, 3, 2));
 }
 
-TEST(reaches_back, not_into_bytes_before_the_block_even_if_they_agree)
+TEST(extends_back, not_into_bytes_before_the_block_even_if_they_agree)
 {
     const framed_block block("abcdef-yxabcdef", "yx"); // "xa" at 8, "yx" at 7
-    EXPECT_FALSE(reaches_back<1>(block, 8, 0));
-    EXPECT_FALSE(reaches_back<2>(block, 7, 0));
-    EXPECT_FALSE(reaches_back<2>(block, 8, 1)); // only one of the two is before the block
-    EXPECT_TRUE(reaches_back<1>(block, 9, 1));
+    EXPECT_FALSE(extends_back<1>(block, 8, 0));
+    EXPECT_FALSE(extends_back<2>(block, 7, 0));
+    EXPECT_FALSE(extends_back<2>(block, 8, 1)); // only one of the two is before the block
+    EXPECT_TRUE(extends_back<1>(block, 9, 1));
 }
 
 struct verdict {
@@ -71,33 +71,33 @@ struct verdict {
 template <u32 Ahead>
 verdict verdict_on(const block_text& text, u32 pos, u32 cand, found_match best)
 {
-    const outlook look = look_at<Ahead>(text, pos, cand, best);
-    return {look.literal, look.best.len, look.best.dist};
+    const lookahead_result result = compare_lookahead<Ahead>(text, pos, cand, best);
+    return {result.literal, result.best.len, result.best.dist};
 }
 
-TEST(look_ahead_by_1, a_candidate_that_reaches_back_replaces_the_match_one_byte_longer)
+TEST(lookahead_by_1, a_candidate_that_extends_back_replaces_the_match_one_byte_longer)
 {
     const framed_block block("abcdefX----abcdefY"); // "bcdef" at 1 and 12
     EXPECT_EQ(verdict_on<1>(block, 11, 1, {5, 100}), (verdict{false, 6, 11}));
 }
 
-TEST(look_ahead_by_1, a_candidate_must_agree_in_byte_len_less_1)
+TEST(lookahead_by_1, a_candidate_must_share_the_byte_at_len_minus_1)
 {
-    // "bcdef" are five bytes: byte 5 is "X" and "Y".  Reaching back they would be as long as a
-    // match of 6 and nearer, but are not looked at.
+    // "bcdef" are five bytes: byte 5 is "X" and "Y".  Extended back they would be as long as a
+    // match of 6 and nearer, but the candidate is rejected.
     const framed_block block("abcdefX----abcdefY");
     EXPECT_EQ(verdict_on<1>(block, 11, 1, {6, 100}), (verdict{false, 6, 100}));
 }
 
-TEST(look_ahead_by_1, a_candidate_whose_first_four_bytes_differ_is_none)
+TEST(lookahead_by_1, a_candidate_with_other_first_four_bytes_is_rejected)
 {
-    const framed_block block("abXde----abYde"); // byte 3 agrees, byte 1 doesn't
+    const framed_block block("abXde----abYde"); // byte 3 agrees, byte 1 does not
     EXPECT_EQ(verdict_on<1>(block, 9, 1, {4, 100}), (verdict{false, 4, 100}));
 }
 
-TEST(look_ahead_by_1, a_candidate_that_does_not_reach_back_must_pay_for_the_literal)
+TEST(lookahead_by_1, a_candidate_that_does_not_extend_back_pays_for_one_literal)
 {
-    // "-" and "a" stand in front of the equal bytes, which begin at 1 and 17: distance 16.
+    // Different bytes, "-" and "a", precede the equal ones at 1 and 17: distance 16.
     const framed_block six("-bcdefgX--------abcdefgY");
     // 6 - 4 - 1: one byte more at distance 16, 16 >> 3 = 2.
     EXPECT_EQ(verdict_on<1>(six, 16, 1, {4, 3}), (verdict{true, 4, 3}));
@@ -110,35 +110,35 @@ TEST(look_ahead_by_1, a_candidate_that_does_not_reach_back_must_pay_for_the_lite
     EXPECT_EQ(verdict_on<1>(six, 16, 1, {6, 135}), (verdict{false, 6, 135}));
 }
 
-TEST(look_ahead_by_1, a_candidate_that_is_the_position_itself_is_not_extended_backwards)
+TEST(lookahead_by_1, the_position_itself_as_a_candidate_is_not_extended_back)
 {
     // Extended, the zeros would give 7 bytes at distance 1, nearer than 7 at distance 2.
     const framed_block run(std::string(9, '\0'));
     EXPECT_EQ(verdict_on<1>(run, 2, 2, {7, 2}), (verdict{false, 7, 2}));
 }
 
-TEST(look_ahead_by_1, a_candidate_at_position_0_is_not_extended_backwards)
+TEST(lookahead_by_1, a_candidate_at_position_0_is_not_extended_back)
 {
     const framed_block block("bcdefX----abcdefY", "a");
     EXPECT_EQ(verdict_on<1>(block, 10, 0, {4, 1}), (verdict{false, 4, 1}));
 }
 
-TEST(look_ahead_by_2, a_candidate_that_reaches_back_replaces_the_match_two_bytes_longer)
+TEST(lookahead_by_2, a_candidate_that_extends_back_replaces_the_match_two_bytes_longer)
 {
     const framed_block block("abcdefgX----abcdefgY"); // "cdefg" at 2 and 14
     EXPECT_EQ(verdict_on<2>(block, 12, 2, {4, 1}), (verdict{false, 7, 12}));
 }
 
-TEST(look_ahead_by_2, a_candidate_must_agree_in_byte_len)
+TEST(lookahead_by_2, a_candidate_must_share_the_byte_at_len)
 {
-    // "cdef" are four bytes: byte 4 is "X" and "Y".  Reaching back they would be two bytes longer.
+    // "cdef" are four bytes: byte 4 is "X" and "Y".  Extended back they would be two bytes longer.
     const framed_block block("abcdefX----abcdefY");
     EXPECT_EQ(verdict_on<2>(block, 11, 2, {4, 100}), (verdict{false, 4, 100}));
 }
 
-TEST(look_ahead_by_2, a_candidate_that_does_not_reach_back_must_pay_for_two_bytes)
+TEST(lookahead_by_2, a_candidate_that_does_not_extend_back_pays_for_two_bytes)
 {
-    // "-b" and "ab" stand in front of the equal bytes, which begin at 2 and 18: distance 16.
+    // Different bytes, "-b" and "ab", precede the equal ones at 2 and 18: distance 16.
     const framed_block seven("-bcdefghiX------abcdefghiY");
     // 7 - 4 - 2: one byte more at distance 16.
     EXPECT_EQ(verdict_on<2>(seven, 16, 2, {4, 3}), (verdict{true, 4, 3}));
@@ -150,9 +150,9 @@ TEST(look_ahead_by_2, a_candidate_that_does_not_reach_back_must_pay_for_two_byte
     EXPECT_EQ(verdict_on<2>(seven, 16, 2, {6, 135}), (verdict{false, 6, 135}));
 }
 
-TEST(look_ahead_by_2, a_candidate_at_position_1_is_not_extended_backwards)
+TEST(lookahead_by_2, a_candidate_at_position_1_is_not_extended_back)
 {
-    // "ab" in front of 1 lies half before the block.
+    // Of "ab" before 1 one byte is before the block.
     const framed_block block("bcdefgX----abcdefgY", "a");
     EXPECT_EQ(verdict_on<2>(block, 11, 1, {4, 1}), (verdict{false, 4, 1}));
 }

@@ -7,7 +7,7 @@ namespace {
 
 // 123456791 is 0x075BCD17.
 
-TEST(hash4, is_the_top_of_the_product)
+TEST(hash4, is_the_upper_bits_of_the_product)
 {
     EXPECT_EQ(hash4(0, 12), 0U);
     EXPECT_EQ(hash4(1, 32), 0x075BCD17U);

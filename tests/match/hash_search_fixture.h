@@ -1,4 +1,4 @@
-// match/hash_search_fixture.h - the searches of the levels 0, 1 and 2, for tests of each
+// match/hash_search_fixture.h - the searches of levels 0, 1 and 2
 #pragma once
 
 #include "match/hash_search.h"

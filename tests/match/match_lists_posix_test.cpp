@@ -12,37 +12,7 @@ namespace {
 
 using test::bytes;
 
-/// Whether a block of so many bytes has lists while `spare` bytes are left.
-std::optional<match_lists> lists_with(u64 spare, const bytes& padded)
-{
-    const test::short_of_memory limit(spare);
-    return find_match_lists({padded.data(), static_cast<u32>(padded.size() - search_reads_past)},
-                            system_allocator);
-}
-
-TEST(match_lists, without_memory_are_none)
-{
-    if (test::under_sanitizer)
-        GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
-    const bytes block(16 << 20);
-    // The suffix array takes 64 MiB; then there are 16 MiB for the prefixes, 16 and 64 for the
-    // lists.
-    for (const u64 mib : {0U, 40U, 70U, 100U}) EXPECT_FALSE(lists_with(mib << 20, block)) << mib;
-}
-
-TEST(lcp_bytes, without_memory_leave_the_result_alone)
-{
-    if (test::under_sanitizer)
-        GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
-    const bytes text((16 << 20) + search_reads_past);
-    const std::vector<u32> sa(16 << 20);
-    bytes lcp((16 << 20) + 1, 99);
-    const test::short_of_memory limit(0);
-    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 16 << 20, lcp.data(), system_allocator));
-    EXPECT_EQ(std::count(lcp.begin(), lcp.end(), 99), static_cast<i64>(lcp.size()));
-}
-
-/// Takes the pieces of memory of `size` bytes that are left, as many as `taken` can hold.
+/// Allocates blocks of `size` bytes until that fails or `taken` is at its capacity.
 void take_all(usize size, std::vector<owned_array<u8>>& taken)
 {
     while (taken.size() < taken.capacity()) {
@@ -51,11 +21,11 @@ void take_all(usize size, std::vector<owned_array<u8>>& taken)
     }
 }
 
-TEST(match_lists, without_memory_for_the_sorters_tables_are_empty)
+TEST(match_lists, are_empty_without_memory_for_the_suffix_sorter)
 {
     if (test::under_sanitizer)
         GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
-    // All other arrays have room in what is given back, but the sorter's 256 KiB have not.
+    // The released room is enough for all arrays, but not for the sorter's own 256 KiB.
     const bytes block(5000 + search_reads_past);
     std::vector<owned_array<u8>> taken;
     taken.reserve(4000);

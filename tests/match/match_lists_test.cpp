@@ -2,6 +2,7 @@
 
 #include "plain/plain_lists.h"
 #include "support/codec_runs.h"
+#include "support/limited_allocator.h"
 
 #include <algorithm>
 #include <functional>
@@ -15,7 +16,7 @@ namespace {
 using test::bytes;
 using test::bytes_of;
 
-/// The lists of a block, 0 for the position of no match.
+/// The lists of a block, with a position of 0 where there is no match.
 test::plain_lists lists_of(const bytes& block)
 {
     const auto size = static_cast<u32>(block.size());
@@ -38,7 +39,7 @@ void expect_plain_lists(const bytes& block, const std::string& name)
         << block.size() << " bytes of " << name;
 }
 
-/// How many positions have no match.
+/// Number of positions without a match.
 usize unmatched(const test::plain_lists& lists)
 {
     return static_cast<usize>(std::count(lists.len.begin(), lists.len.end(), 0U));
@@ -64,9 +65,9 @@ TEST(match_lists, never_hold_a_match_for_position_0)
         EXPECT_EQ(lists_of(shape.make(1000, 1)).len[0], 0U) << shape.name;
 }
 
-TEST(match_lists, name_the_nearest_of_all_that_share_the_longest_match)
+TEST(match_lists, hold_the_nearest_of_the_longest_matches)
 {
-    // At 12 the nearest "abcd" is that of 8, at 16 "abc" comes from 12.
+    // At 16 the nearest earlier "abcd" is at 8; at 17 "bcd" is at 13.
     const auto lists = lists_of(bytes_of("abcd----abcd1bcdabcdX"));
     EXPECT_EQ(lists.len[16], 4U);
     EXPECT_EQ(lists.pos[16], 8U);
@@ -74,11 +75,11 @@ TEST(match_lists, name_the_nearest_of_all_that_share_the_longest_match)
     EXPECT_EQ(lists.pos[17], 13U);
 }
 
-/// A block where the last "abcde" has a match of all its bytes `far` back, and of its first `len`
-/// bytes `near` back.
+/// A block where the last "abcde" matches `far` back in all its bytes, and `near` back in its first
+/// `len`.
 bytes near_and_far(u32 len, u32 near, u32 far)
 {
-    // Of no other three bytes that come twice.
+    // No other three bytes occur twice.
     bytes block(far + 6);
     for (u32 i = 0; i < block.size(); ++i) {
         const u32 digit = i / 3;
@@ -103,7 +104,7 @@ std::pair<u32, u32> last_match(u32 len, u32 near, u32 far)
     return {lists.len[far], far - lists.pos[far]};
 }
 
-TEST(match_lists, swap_for_a_match_one_byte_shorter_that_is_more_than_32_times_nearer)
+TEST(match_lists, prefer_a_match_one_byte_shorter_if_more_than_32_times_nearer)
 {
     using match = std::pair<u32, u32>;
     // 1280 >> 5 is 40, and 1311 >> 5 too.
@@ -114,7 +115,7 @@ TEST(match_lists, swap_for_a_match_one_byte_shorter_that_is_more_than_32_times_n
     EXPECT_EQ(last_match(4, 40, 1312), (match{4, 40}));
 }
 
-TEST(match_lists, swap_for_a_match_two_bytes_shorter_that_is_more_than_512_times_nearer)
+TEST(match_lists, prefer_a_match_two_bytes_shorter_if_more_than_512_times_nearer)
 {
     using match = std::pair<u32, u32>;
     EXPECT_EQ(last_match(3, 19, 20 * 512), (match{3, 19}));
@@ -123,7 +124,7 @@ TEST(match_lists, swap_for_a_match_two_bytes_shorter_that_is_more_than_512_times
     EXPECT_EQ(last_match(3, 20, 21 * 512), (match{3, 20}));
 }
 
-TEST(match_lists, never_swap_for_a_match_three_bytes_shorter)
+TEST(match_lists, never_prefer_a_match_three_bytes_shorter)
 {
     // "abcdef" 20000 back, "abc" 6 back.
     bytes block = near_and_far(3, 6, 20000);
@@ -136,7 +137,7 @@ TEST(match_lists, never_swap_for_a_match_three_bytes_shorter)
 
 TEST(match_lists, never_hold_a_match_above_255_bytes)
 {
-    // A part of 2000 bytes that comes twice.
+    // A part of 2000 bytes, twice.
     const bytes part = test::find_shape("random").make(2000, 1);
     const auto lists = lists_of(test::joined({part, part}));
     for (u32 pos = 0; pos + 3 <= 2000; ++pos) {
@@ -147,7 +148,7 @@ TEST(match_lists, never_hold_a_match_above_255_bytes)
 
 // All bytes equal
 
-TEST(match_lists, of_equal_bytes_go_back_one_position_in_a_small_block)
+TEST(match_lists, of_equal_bytes_have_distance_1_in_a_small_block)
 {
     const auto lists = lists_of(bytes(1000));
     for (u32 pos = 1; pos + 3 <= 1000; ++pos) {
@@ -157,7 +158,7 @@ TEST(match_lists, of_equal_bytes_go_back_one_position_in_a_small_block)
     EXPECT_EQ(unmatched(lists), 3U); // the first and the last two
 }
 
-TEST(match_lists, of_equal_bytes_each_have_a_match_where_intervals_are_huge)
+TEST(match_lists, of_equal_bytes_are_complete_despite_large_intervals)
 {
     for (const u32 size : {16384U, 16638U, 16639U, 16640U, 20000U, 70000U}) {
         const bytes block(size);
@@ -166,11 +167,11 @@ TEST(match_lists, of_equal_bytes_each_have_a_match_where_intervals_are_huge)
     }
 }
 
-TEST(match_lists, of_huge_intervals_only_gather_positions_without_a_match)
+TEST(match_lists, of_large_intervals_only_gather_positions_without_a_match)
 {
-    // Copies of "abc", each in front of bytes of its own, from 16384 or 16385 positions on; two of
-    // them go on alike, the latter right behind another one.  In the larger interval its swap for
-    // the nearer one is left out, and the one behind it doesn't take it for its neighbour.
+    // 16384 or 16385 copies of "abc", each followed by bytes of its own, except that the first and
+    // the last but one continue alike.  In the larger interval that one is not offered the nearer
+    // copy before it, and is not offered to the copy after it.
     for (const u32 copies : {16384U, 16385U}) {
         bytes block;
         for (u32 i = 0; i < copies; ++i) {
@@ -185,9 +186,9 @@ TEST(match_lists, of_huge_intervals_only_gather_positions_without_a_match)
     }
 }
 
-TEST(match_lists, count_all_members_of_an_interval_of_16384_or_one_more)
+TEST(match_lists, count_the_members_of_an_interval_that_inner_ones_closed)
 {
-    // "abc" comes so many times; "abcd" at 0 and as the last but one.
+    // 16384 or 16385 copies of "abc"; "abcd" is at 0 and at the last but one.
     for (const bool huge : {false, true}) {
         const u32 copies = huge ? 16385 : 16384;
         bytes block;
@@ -202,14 +203,14 @@ TEST(match_lists, count_all_members_of_an_interval_of_16384_or_one_more)
 
 // Any blocks
 
-TEST(match_lists, are_as_the_plain_ones_for_all_shapes_and_sizes_to_300)
+TEST(match_lists, equal_the_plain_ones_for_all_shapes_and_sizes_up_to_300)
 {
     for (const auto& shape : test::all_shapes())
         for (u32 size = 1; size <= 300; ++size)
             ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(size, size), shape.name));
 }
 
-TEST(match_lists, are_as_the_plain_ones_for_thousands_of_small_blocks)
+TEST(match_lists, equal_the_plain_ones_for_thousands_of_small_blocks)
 {
     test::random_source random(1);
     for (u32 round = 0; round < 4000; ++round) {
@@ -220,19 +221,19 @@ TEST(match_lists, are_as_the_plain_ones_for_thousands_of_small_blocks)
     }
 }
 
-TEST(match_lists, are_as_the_plain_ones_for_larger_blocks_of_all_shapes)
+TEST(match_lists, equal_the_plain_ones_for_larger_blocks_of_all_shapes)
 {
     for (const auto& shape : test::all_shapes())
         ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(30000, 2), shape.name));
 }
 
-TEST(match_lists, are_as_the_plain_ones_for_two_symbols_and_words_with_huge_intervals)
+TEST(match_lists, equal_the_plain_ones_for_two_symbols_with_large_intervals)
 {
     for (const char* name : {"two_symbols", "fibonacci", "thue_morse"})
         ASSERT_NO_FATAL_FAILURE(expect_plain_lists(test::find_shape(name).make(100000, 3), name));
 }
 
-TEST(match_lists, are_as_the_plain_ones_for_periods)
+TEST(match_lists, equal_the_plain_ones_for_periods)
 {
     for (const u32 period : {1U, 2U, 3U, 254U, 255U, 256U, 300U, 5000U}) {
         bytes block = test::find_shape("random").make(period, period);
@@ -241,7 +242,7 @@ TEST(match_lists, are_as_the_plain_ones_for_periods)
     }
 }
 
-// Common prefixes
+// The LCP array
 
 std::vector<u32> suffix_array(const bytes& block)
 {
@@ -252,7 +253,7 @@ std::vector<u32> suffix_array(const bytes& block)
     return sa;
 }
 
-void expect_common_prefixes(const bytes& block, const std::string& name)
+void expect_lcp(const bytes& block, const std::string& name)
 {
     const auto sa = suffix_array(block);
     const auto size = static_cast<u32>(block.size());
@@ -260,7 +261,7 @@ void expect_common_prefixes(const bytes& block, const std::string& name)
     std::copy(block.begin(), block.end(), text.get());
     bytes lcp(block.size() + 1, 99);
     ASSERT_TRUE(lcp_bytes(text.get(), sa.data(), size, lcp.data(), system_allocator));
-    EXPECT_EQ(lcp.front(), 99); // those are the caller's
+    EXPECT_EQ(lcp.front(), 99); // set by the caller, like the last
     EXPECT_EQ(lcp.back(), 99);
     for (u32 k = 1; k < size; ++k) {
         u32 len = 0;
@@ -271,33 +272,32 @@ void expect_common_prefixes(const bytes& block, const std::string& name)
     }
 }
 
-TEST(lcp_bytes, are_what_a_comparison_gives)
+TEST(lcp_bytes, equal_those_of_a_direct_comparison)
 {
     for (const auto& shape : test::all_shapes()) {
         for (u32 size = 1; size < 100; ++size)
-            ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(shape.make(size, size), shape.name));
-        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(shape.make(3000, 1), shape.name));
+            ASSERT_NO_FATAL_FAILURE(expect_lcp(shape.make(size, size), shape.name));
+        ASSERT_NO_FATAL_FAILURE(expect_lcp(shape.make(3000, 1), shape.name));
     }
 }
 
-TEST(lcp_bytes, of_two_suffixes_that_share_255_bytes_or_more_are_255)
+TEST(lcp_bytes, are_capped_at_255)
 {
     for (const u32 size : {253U, 254U, 255U, 256U, 257U, 300U}) {
         const bytes part = test::find_shape("random").make(size, 2);
-        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(test::joined({part, {1}, part, {2}}), ""));
-        ASSERT_NO_FATAL_FAILURE(expect_common_prefixes(bytes(size), "zeros"));
+        ASSERT_NO_FATAL_FAILURE(expect_lcp(test::joined({part, {1}, part, {2}}), ""));
+        ASSERT_NO_FATAL_FAILURE(expect_lcp(bytes(size), "zeros"));
     }
 }
 
-TEST(lcp_bytes, end_where_the_block_ends_though_the_bytes_behind_it_are_zero_too)
+TEST(lcp_bytes, do_not_count_the_zeros_past_the_block)
 {
-    ASSERT_NO_FATAL_FAILURE(
-        expect_common_prefixes(test::joined({{5}, bytes(9), {5}, bytes(3)}), ""));
+    ASSERT_NO_FATAL_FAILURE(expect_lcp(test::joined({{5}, bytes(9), {5}, bytes(3)}), ""));
 }
 
-// Lists of a suffix array that is there
+// Lists of a given suffix array
 
-TEST(sa_match_lists, takes_common_prefixes_as_they_are)
+TEST(sa_match_lists, uses_the_lcp_array_as_given)
 {
     // Of "abcab...": positions 0, 3 and 6 share three bytes, 3 and 6 share four.
     std::vector<u32> sa{6, 3, 0};
@@ -309,7 +309,7 @@ TEST(sa_match_lists, takes_common_prefixes_as_they_are)
     EXPECT_EQ(mpos, (std::array<u32, 7>{0, 0, 0, 0, 0, 0, 3}));
 }
 
-TEST(sa_match_lists, drops_an_interval_of_2_bytes)
+TEST(sa_match_lists, ignores_an_interval_of_2_bytes)
 {
     std::vector<u32> sa{6, 3, 0};
     const std::array<u8, 4> lcp{0, 2, 1, 0};
@@ -349,7 +349,7 @@ TEST(sort_u32, of_all_orders_of_few_elements)
     while (std::next_permutation(numbers.begin(), numbers.end()));
 }
 
-TEST(sort_u32, of_rising_falling_and_constant_elements)
+TEST(sort_u32, of_ascending_descending_and_constant_elements)
 {
     for (const u32 count : {3U, 50U, 51U, 1000U, 20000U}) {
         std::vector<u32> numbers(count);
@@ -359,7 +359,7 @@ TEST(sort_u32, of_rising_falling_and_constant_elements)
         expect_sorted(numbers);
         std::sort(numbers.begin(), numbers.end(), std::greater<>());
         expect_sorted(numbers);
-        numbers.back() = 0xFFFFFFFF; // falling up to the last one
+        numbers.back() = 0xFFFFFFFF; // descending except the last one
         expect_sorted(numbers);
         expect_sorted(std::vector<u32>(count, 7));
     }
@@ -375,6 +375,52 @@ TEST(sort_u32, of_random_elements_and_few_values)
             expect_sorted(numbers);
         }
     }
+}
+
+// Without memory
+
+TEST(match_lists, do_not_exist_without_memory_for_each_of_their_arrays)
+{
+    const bytes block(1000 + search_reads_past);
+    // In order: the suffix array, the LCP array, the work array, mlen, mpos.
+    for (const u64 refused : {1U, 2U, 4U, 5U}) {
+        test::limited_allocator memory;
+        memory.refuse_call(refused);
+        EXPECT_FALSE(find_match_lists({block.data(), 1000}, memory.get())) << refused;
+        EXPECT_EQ(memory.in_use(), 0) << refused;
+    }
+}
+
+TEST(match_lists, are_empty_without_memory_for_the_work_array)
+{
+    const bytes block(1000 + search_reads_past);
+    test::limited_allocator memory;
+    memory.refuse_call(3);
+    const auto lists = find_match_lists({block.data(), 1000}, memory.get());
+    ASSERT_TRUE(lists);
+    EXPECT_EQ(std::count(lists->mlen.get(), lists->mlen.get() + 1000, 0), 1000);
+    EXPECT_EQ(memory.in_use(), 2); // the lists
+}
+
+TEST(match_lists, keep_five_bytes_per_position)
+{
+    constexpr u32 size = 100000;
+    const bytes block(size + search_reads_past);
+    test::limited_allocator memory;
+    const auto lists = find_match_lists({block.data(), size}, memory.get());
+    ASSERT_TRUE(lists);
+    EXPECT_EQ(memory.bytes_in_use(), i64{5} * size);
+}
+
+TEST(lcp_bytes, without_memory_leaves_the_array_unchanged)
+{
+    const bytes text(1000 + search_reads_past);
+    const std::vector<u32> sa = suffix_array(bytes(1000));
+    bytes lcp(1001, 99);
+    test::limited_allocator memory;
+    memory.refuse_call(1);
+    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 1000, lcp.data(), memory.get()));
+    EXPECT_EQ(std::count(lcp.begin(), lcp.end(), 99), 1001);
 }
 
 } // namespace

@@ -7,16 +7,16 @@
 namespace quarnex {
 namespace {
 
-TEST(pool, takes_a_smaller_range_where_the_system_has_no_such)
+TEST(pool, reserves_less_if_the_system_refuses)
 {
-    pool huge(system_allocator, pool::most_bytes);
+    pool huge(system_allocator, pool::max_bytes);
     EXPECT_NE(huge.alloc(100), no_block);
     const test::short_of_memory limit(rlim_t{64} << 20);
     pool memory(system_allocator, 1 << 30);
     for (int i = 0; i < 1000; ++i) ASSERT_NE(memory.alloc(pool::large_limit), no_block);
 }
 
-TEST(pool, without_any_range_has_no_blocks)
+TEST(pool, has_no_blocks_if_nothing_can_be_reserved)
 {
     const test::short_of_memory limit(0);
     pool memory(system_allocator, 64 << 20);

@@ -15,21 +15,21 @@ namespace {
 constexpr u64 mib = 1 << 20;
 constexpr u32 page_header = 32;
 
-/// Where a block lies, in bytes from the pool's start.
-usize place_of(pool_ref block)
+/// Offset of a block from the pool's start, in bytes.
+usize offset_of(pool_ref block)
 {
     return usize{block} * 4;
 }
 usize page_of(pool_ref block)
 {
-    return place_of(block) / pool::page_size;
+    return offset_of(block) / pool::page_size;
 }
 usize chunk_of(pool_ref block)
 {
-    return place_of(block) / pool::chunk_size;
+    return offset_of(block) / pool::chunk_size;
 }
 
-/// Bytes of a block for a request.
+/// Size of the block for a request.
 u32 rounded(u32 size)
 {
     if (size > pool::small_limit) return pool::large_limit;
@@ -40,42 +40,42 @@ u32 blocks_in_page(u32 size)
     return (pool::page_size - page_header) / rounded(size);
 }
 
-std::vector<pool_ref> alloc_many(pool& from, u32 size, usize count)
+std::vector<pool_ref> alloc_many(pool& memory, u32 size, usize count)
 {
     std::vector<pool_ref> blocks(count);
-    for (pool_ref& block : blocks) block = from.alloc(size);
+    for (pool_ref& block : blocks) block = memory.alloc(size);
     return blocks;
 }
 
-/// One block that takes up each of `count` whole pages.
-std::vector<std::vector<pool_ref>> alloc_pages(pool& from, usize count)
+/// Fills `count` whole pages with large blocks.
+std::vector<std::vector<pool_ref>> alloc_pages(pool& memory, usize count)
 {
     std::vector<std::vector<pool_ref>> pages(count);
-    for (auto& page : pages) page = alloc_many(from, pool::large_limit, 3);
+    for (auto& page : pages) page = alloc_many(memory, pool::large_limit, 3);
     return pages;
 }
 
-void free_all(pool& to, std::vector<pool_ref>& blocks)
+void free_all(pool& memory, std::vector<pool_ref>& blocks)
 {
-    for (const pool_ref block : blocks) to.free(block);
+    for (const pool_ref block : blocks) memory.free(block);
     blocks.clear();
 }
 
 // Sizes
 
-TEST(pool, requests_of_all_sizes_get_blocks_of_their_own_class)
+TEST(pool, requests_of_all_sizes_get_blocks_of_their_size_class)
 {
-    // A page takes as many as there is room for, and they stand side by side.
+    // A page has as many as fit, next to each other.
     for (u32 size = 1; size <= pool::large_limit; ++size) {
         pool memory(system_allocator, mib);
         const auto blocks = alloc_many(memory, size, blocks_in_page(size));
         for (usize i = 0; i < blocks.size(); ++i)
-            ASSERT_EQ(place_of(blocks[i]), page_header + i * rounded(size)) << size;
+            ASSERT_EQ(offset_of(blocks[i]), page_header + i * rounded(size)) << size;
         EXPECT_EQ(page_of(memory.alloc(size)), 1U) << size;
     }
 }
 
-TEST(pool, a_request_of_the_block_size_and_one_of_a_byte_more_land_in_adjacent_classes)
+TEST(pool, one_byte_more_than_a_block_size_is_of_the_next_size_class)
 {
     for (u32 size = pool::size_step; size <= pool::small_limit; size += pool::size_step) {
         pool memory(system_allocator, mib);
@@ -85,25 +85,25 @@ TEST(pool, a_request_of_the_block_size_and_one_of_a_byte_more_land_in_adjacent_c
     }
 }
 
-TEST(pool, a_request_of_512_is_of_the_last_small_class_and_of_513_a_large_block)
+TEST(pool, 512_bytes_are_of_the_last_small_class_and_513_a_large_block)
 {
     pool memory(system_allocator, mib);
     const auto small = alloc_many(memory, 512, 2);
-    EXPECT_EQ(place_of(small[1]) - place_of(small[0]), 512U);
+    EXPECT_EQ(offset_of(small[1]) - offset_of(small[0]), 512U);
     const auto large = alloc_many(memory, 513, 2);
-    EXPECT_EQ(place_of(large[1]) - place_of(large[0]), 1352U);
+    EXPECT_EQ(offset_of(large[1]) - offset_of(large[0]), 1352U);
     EXPECT_EQ(page_of(memory.alloc(1352)), page_of(large[0]));
 }
 
-TEST(pool, a_request_of_0_gives_a_block_like_one_of_1)
+TEST(pool, a_request_of_0_is_like_one_of_1)
 {
     pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(0);
     EXPECT_NE(block, no_block);
-    EXPECT_EQ(place_of(memory.alloc(1)), place_of(block) + 8);
+    EXPECT_EQ(offset_of(memory.alloc(1)), offset_of(block) + 8);
 }
 
-TEST(pool, a_request_above_the_largest_gives_none)
+TEST(pool, a_request_above_large_limit_fails)
 {
     pool memory(system_allocator, mib);
     for (const u32 size : {1353U, 4096U, 1U << 20, UINT32_MAX})
@@ -114,7 +114,7 @@ TEST(pool, a_request_above_the_largest_gives_none)
     EXPECT_EQ(memory.realloc(block, 40), block);
 }
 
-TEST(pool, to_free_no_block_does_nothing)
+TEST(pool, freeing_no_block_does_nothing)
 {
     pool memory(system_allocator, mib);
     memory.free(no_block);
@@ -187,20 +187,20 @@ TEST(pool, a_large_block_never_moves)
 
 // Pages
 
-TEST(pool, what_was_freed_last_in_a_page_comes_next_and_then_what_never_was_used)
+TEST(pool, blocks_freed_last_are_reused_first_and_before_unused_ones)
 {
     pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 64, 10);
     for (const usize i : {2U, 7U, 5U}) memory.free(blocks[i]);
     const auto next = alloc_many(memory, 64, 5);
-    // In front of a freed one stands the one block that was carved in advance.
+    // One unused block is on the free list already, before the freed ones were added.
     EXPECT_EQ(std::vector(next.begin(), next.begin() + 3),
               (std::vector{blocks[5], blocks[7], blocks[2]}));
-    EXPECT_EQ(place_of(next[3]), place_of(blocks[9]) + 64);
-    EXPECT_EQ(place_of(next[4]), place_of(blocks[9]) + 128);
+    EXPECT_EQ(offset_of(next[3]), offset_of(blocks[9]) + 64);
+    EXPECT_EQ(offset_of(next[4]), offset_of(blocks[9]) + 128);
 }
 
-TEST(pool, a_page_that_was_full_serves_again_once_a_block_comes_back)
+TEST(pool, a_full_page_is_used_again_after_a_block_is_freed)
 {
     pool memory(system_allocator, mib);
     const auto first = alloc_many(memory, 512, 7);
@@ -211,7 +211,7 @@ TEST(pool, a_page_that_was_full_serves_again_once_a_block_comes_back)
     EXPECT_EQ(page_of(memory.alloc(512)), 2U);
 }
 
-TEST(pool, the_page_that_got_room_last_serves_first)
+TEST(pool, the_page_that_got_room_last_is_used_first)
 {
     pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 512, 28); // four pages
@@ -221,7 +221,7 @@ TEST(pool, the_page_that_got_room_last_serves_first)
     EXPECT_EQ(memory.alloc(512), blocks[14]);
 }
 
-TEST(pool, a_page_in_the_middle_of_those_with_room_can_become_free)
+TEST(pool, a_page_in_the_middle_of_its_bin_can_become_free)
 {
     pool memory(system_allocator, mib);
     const auto blocks = alloc_many(memory, 512, 28);
@@ -232,7 +232,7 @@ TEST(pool, a_page_in_the_middle_of_those_with_room_can_become_free)
     EXPECT_EQ(page_of(memory.alloc(512)), 0U);
 }
 
-TEST(pool, a_page_that_comes_back_to_its_class_keeps_its_free_list_and_its_bump)
+TEST(pool, a_page_reused_for_its_size_class_keeps_its_free_list_and_bump)
 {
     pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8); // keeps the chunk
@@ -241,12 +241,12 @@ TEST(pool, a_page_that_comes_back_to_its_class_keeps_its_free_list_and_its_bump)
     const auto again = alloc_many(memory, 200, 6);
     EXPECT_EQ(std::vector(again.begin(), again.begin() + 4),
               (std::vector{blocks[2], blocks[0], blocks[3], blocks[1]}));
-    EXPECT_EQ(place_of(again[4]), place_of(blocks[3]) + 200);
-    EXPECT_EQ(place_of(again[5]), place_of(blocks[3]) + 400);
+    EXPECT_EQ(offset_of(again[4]), offset_of(blocks[3]) + 200);
+    EXPECT_EQ(offset_of(again[5]), offset_of(blocks[3]) + 400);
     EXPECT_NE(page_of(other), page_of(again[0]));
 }
 
-TEST(pool, a_page_that_comes_back_full_of_free_blocks_gives_all_of_them)
+TEST(pool, a_reused_page_without_unused_blocks_gives_all_its_blocks)
 {
     pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8);
@@ -259,7 +259,7 @@ TEST(pool, a_page_that_comes_back_full_of_free_blocks_gives_all_of_them)
     EXPECT_NE(other, no_block);
 }
 
-TEST(pool, a_page_that_goes_to_another_class_is_formatted_anew)
+TEST(pool, a_page_reused_for_another_size_class_is_formatted_again)
 {
     pool memory(system_allocator, mib);
     const pool_ref other = memory.alloc(8);
@@ -268,17 +268,17 @@ TEST(pool, a_page_that_goes_to_another_class_is_formatted_anew)
     free_all(memory, blocks);
     const auto anew = alloc_many(memory, 104, blocks_in_page(104));
     for (usize i = 0; i < anew.size(); ++i)
-        EXPECT_EQ(place_of(anew[i]), page * pool::page_size + page_header + i * 104);
+        EXPECT_EQ(offset_of(anew[i]), page * pool::page_size + page_header + i * 104);
     EXPECT_NE(other, no_block);
 }
 
-TEST(pool, a_page_that_was_handed_back_is_taken_before_one_that_never_was_used)
+TEST(pool, a_freed_page_is_reused_before_an_unused_one)
 {
     pool memory(system_allocator, mib);
     auto pages = alloc_pages(memory, 5);
     free_all(memory, pages[3]);
     free_all(memory, pages[1]);
-    EXPECT_EQ(page_of(memory.alloc(8)), 1U); // the last one first
+    EXPECT_EQ(page_of(memory.alloc(8)), 1U); // the last one freed first
     EXPECT_EQ(page_of(memory.alloc(16)), 3U);
     EXPECT_EQ(page_of(memory.alloc(24)), 5U);
 }
@@ -287,7 +287,7 @@ TEST(pool, a_page_that_was_handed_back_is_taken_before_one_that_never_was_used)
 
 constexpr usize pages_in_chunk = pool::chunk_size / pool::page_size;
 
-TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_and_the_next_one_reuses_its_record)
+TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_for_reuse)
 {
     pool memory(system_allocator, 4 * mib);
     EXPECT_EQ(memory.chunk_count(), 0U);
@@ -297,7 +297,7 @@ TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_and_the_next_one_re
     for (usize page = pages_in_chunk; page < 2 * pages_in_chunk; ++page)
         free_all(memory, pages[page]);
     EXPECT_EQ(memory.chunk_count(), 2U);
-    // The rest of the third one, then the second one again, from its first page on.
+    // First the rest of the third chunk, then the second again, from its first page on.
     alloc_pages(memory, pages_in_chunk - 1);
     EXPECT_EQ(memory.chunk_count(), 2U);
     const auto again = alloc_pages(memory, pages_in_chunk);
@@ -307,9 +307,9 @@ TEST(pool, freeing_the_last_block_of_a_chunk_frees_the_chunk_and_the_next_one_re
     EXPECT_EQ(page_of(memory.alloc(8)), 3 * pages_in_chunk);
 }
 
-TEST(pool, a_chunk_that_was_freed_takes_no_memory)
+TEST(pool, the_memory_of_a_freed_chunk_is_discarded)
 {
-    // Its pages are zero where they are read again.
+    // Discarded pages read as zero.
     pool memory(system_allocator, 2 * mib);
     const pool_ref stays = memory.alloc(8);
     auto pages = alloc_pages(memory, 2 * pages_in_chunk - 1);
@@ -323,7 +323,7 @@ TEST(pool, a_chunk_that_was_freed_takes_no_memory)
     EXPECT_NE(stays, no_block);
 }
 
-/// Which chunks give the next `count` pages.
+/// The chunks of the next `count` pages.
 std::vector<usize> next_chunks(pool& memory, usize count)
 {
     std::vector<usize> chunks;
@@ -334,7 +334,7 @@ std::vector<usize> next_chunks(pool& memory, usize count)
 /// Three chunks without free pages.
 class full_chunks : public testing::Test {
   protected:
-    /// Frees `count` pages of a chunk, the next ones at each call.
+    /// Frees the next `count` pages of a chunk.
     void free_pages(usize chunk, usize count)
     {
         for (; count != 0; --count)
@@ -346,7 +346,7 @@ class full_chunks : public testing::Test {
     std::array<usize, 3> freed{};
 };
 
-TEST_F(full_chunks, the_fullest_chunk_serves_the_next_page)
+TEST_F(full_chunks, the_fullest_chunk_provides_the_next_page)
 {
     free_pages(0, 3);
     free_pages(1, 1);
@@ -354,18 +354,18 @@ TEST_F(full_chunks, the_fullest_chunk_serves_the_next_page)
     EXPECT_EQ(next_chunks(memory, 7), (std::vector<usize>{1, 2, 2, 0, 0, 0, 3}));
 }
 
-TEST_F(full_chunks, of_chunks_as_full_as_each_other_the_latest_one_to_get_a_free_page_comes_first)
+TEST_F(full_chunks, of_equally_full_chunks_the_last_to_get_a_free_page_is_first)
 {
     free_pages(0, 1);
     free_pages(1, 1);
     EXPECT_EQ(next_chunks(memory, 2), (std::vector<usize>{1, 0}));
 }
 
-TEST_F(full_chunks, a_chunk_moves_behind_those_with_fewer_free_pages_alone)
+TEST_F(full_chunks, a_chunk_moves_only_after_those_with_fewer_free_pages)
 {
     free_pages(2, 4);
     free_pages(1, 4);
-    free_pages(0, 4); // in front of both
+    free_pages(0, 4); // before both
     EXPECT_EQ(next_chunks(memory, 2), (std::vector<usize>{0, 0}));
     free_pages(0, 3);
     EXPECT_EQ(next_chunks(memory, 4), (std::vector<usize>{1, 1, 1, 1}));
@@ -383,12 +383,12 @@ TEST_F(full_chunks, a_chunk_in_the_middle_can_become_free)
     const auto chunks = next_chunks(memory, 254);
     EXPECT_EQ(std::count(chunks.begin(), chunks.begin() + 3, 1U), 3);
     EXPECT_EQ(std::count(chunks.begin() + 3, chunks.begin() + 253, 2U), 250);
-    EXPECT_EQ(chunks.back(), 0U); // its record comes before a new one
+    EXPECT_EQ(chunks.back(), 0U); // a freed chunk is reused before a new one
 }
 
-TEST_F(full_chunks, releasing_pages_in_any_order_leaves_the_fullest_chunk_in_front)
+TEST_F(full_chunks, freeing_pages_in_any_order_keeps_the_fullest_chunk_first)
 {
-    // The model takes the first of the fullest chunks as any of them.
+    // Of equally full chunks the model accepts any.
     test::random_source random(1);
     std::array<usize, 3> held{256, 256, 256};
     std::array<std::vector<std::vector<pool_ref>>, 3> blocks;
@@ -416,9 +416,9 @@ TEST_F(full_chunks, releasing_pages_in_any_order_leaves_the_fullest_chunk_in_fro
     }
 }
 
-// Any order
+// Random operations
 
-/// A pool, beside a plain record of what it has to hold.
+/// A pool and a simple model of its content.
 class pool_model {
   public:
     explicit pool_model(u64 limit) : memory_(system_allocator, limit) {}
@@ -429,7 +429,7 @@ class pool_model {
     void alloc(u32 size)
     {
         const pool_ref block = memory_.alloc(size);
-        if (block != no_block) enter(block, size);
+        if (block != no_block) fill(block, size);
     }
 
     void free(u32 number)
@@ -449,7 +449,7 @@ class pool_model {
         const usize kept = std::min<usize>(size, content.size());
         ASSERT_TRUE(std::equal(content.begin(), content.begin() + static_cast<i64>(kept),
                                memory_.at(moved)));
-        enter(moved, size);
+        fill(moved, size);
     }
 
     void expect_all()
@@ -458,19 +458,19 @@ class pool_model {
     }
 
   private:
-    /// Fills a block with numbers of its own; it must not touch its neighbours.
-    void enter(pool_ref block, u32 size)
+    /// Fills a block with random bytes, after checking that it overlaps no other.
+    void fill(pool_ref block, u32 size)
     {
         ASSERT_EQ(block % 2, 0U);
-        ASSERT_EQ(place_of(block) % 8, 0U);
-        ASSERT_GE(place_of(block) % pool::page_size, page_header);
-        const auto behind = blocks_.lower_bound(block);
-        if (behind != blocks_.end()) {
-            ASSERT_LE(place_of(block) + rounded(size), place_of(behind->first));
+        ASSERT_EQ(offset_of(block) % 8, 0U);
+        ASSERT_GE(offset_of(block) % pool::page_size, page_header);
+        const auto after = blocks_.lower_bound(block);
+        if (after != blocks_.end()) {
+            ASSERT_LE(offset_of(block) + rounded(size), offset_of(after->first));
         }
-        if (behind != blocks_.begin()) {
-            const auto before = std::prev(behind);
-            ASSERT_LE(place_of(before->first) + before->second.size(), place_of(block));
+        if (after != blocks_.begin()) {
+            const auto before = std::prev(after);
+            ASSERT_LE(offset_of(before->first) + before->second.size(), offset_of(block));
         }
         test::bytes content(size);
         for (u8& byte : content) byte = static_cast<u8>(random_.next());
@@ -498,13 +498,13 @@ class pool_model {
     std::map<pool_ref, test::bytes> blocks_;
 };
 
-/// Sizes of all kinds, most of them small.
+/// Random sizes, most of them small.
 u32 random_size(test::random_source& random)
 {
     return random.below(1 + random.below(1U << (4 + random.below(7))));
 }
 
-void expect_what_the_model_holds(u64 limit, u32 seed, u32 held)
+void expect_equal_to_model(u64 limit, u32 seed, u32 held)
 {
     pool_model model(limit);
     test::random_source random(seed);
@@ -527,17 +527,17 @@ void expect_what_the_model_holds(u64 limit, u32 seed, u32 held)
 
 TEST(pool, blocks_keep_their_content_in_any_order_of_calls)
 {
-    for (u32 seed = 1; seed <= 3; ++seed) expect_what_the_model_holds(64 * mib, seed, 500 * seed);
+    for (u32 seed = 1; seed <= 3; ++seed) expect_equal_to_model(64 * mib, seed, 500 * seed);
 }
 
-TEST(pool, blocks_keep_their_content_in_any_order_of_calls_where_memory_runs_out)
+TEST(pool, blocks_keep_their_content_when_memory_runs_out)
 {
-    expect_what_the_model_holds(mib, 4, 3000);
+    expect_equal_to_model(mib, 4, 3000);
 }
 
 // No memory
 
-TEST(pool, of_no_bytes_or_less_than_a_chunk_has_no_blocks)
+TEST(pool, of_less_than_a_chunk_has_no_blocks)
 {
     for (const u64 limit : {u64{0}, mib - 1}) {
         pool memory(system_allocator, limit);
@@ -548,7 +548,7 @@ TEST(pool, of_no_bytes_or_less_than_a_chunk_has_no_blocks)
     }
 }
 
-TEST(pool, that_is_exhausted_gives_none_and_keeps_what_it_has)
+TEST(pool, returns_no_block_when_exhausted_and_keeps_the_others)
 {
     pool memory(system_allocator, mib + mib / 2); // one chunk
     const auto pages = alloc_pages(memory, pages_in_chunk);
@@ -560,14 +560,14 @@ TEST(pool, that_is_exhausted_gives_none_and_keeps_what_it_has)
         for (const pool_ref block : pages[i])
             ASSERT_TRUE(std::all_of(memory.at(block), memory.at(block) + 1352,
                                     [&](u8 byte) { return byte == static_cast<u8>(i); }));
-    // What comes back serves again.
+    // A freed block is reused.
     memory.free(pages[17][1]);
     EXPECT_EQ(memory.alloc(1352), pages[17][1]);
     EXPECT_EQ(memory.alloc(1352), no_block);
     EXPECT_EQ(memory.chunk_count(), 1U);
 }
 
-TEST(pool, realloc_that_fails_leaves_the_block)
+TEST(pool, failed_realloc_leaves_the_block_unchanged)
 {
     pool memory(system_allocator, mib);
     const pool_ref block = memory.alloc(16);
@@ -577,7 +577,7 @@ TEST(pool, realloc_that_fails_leaves_the_block)
     EXPECT_EQ(memory.realloc(block, 1000), no_block);
     EXPECT_TRUE(std::all_of(memory.at(block), memory.at(block) + 16, [](u8 x) { return x == 7; }));
     EXPECT_EQ(memory.realloc(block, 16), block);
-    EXPECT_EQ(memory.alloc(16), block + 4); // the block is not among the free ones
+    EXPECT_EQ(memory.alloc(16), block + 4); // the block is not on the free list
 }
 
 } // namespace

@@ -27,57 +27,57 @@ TEST(table_memory, is_all_zero)
     EXPECT_TRUE(is_zero(table_memory(keeper, count, positions), count));
 }
 
-/// Where a table of `count` entries lies that is used and, if `clears`, cleared again.
+/// Uses a table of `count` entries, clears it if `clears`, and returns its address.
 const u32* use_table(scratch& keeper, bool clears)
 {
     table_memory memory(keeper, count, positions);
     memory.get()[7] = 1;
     if (clears) {
         memory.get()[7] = 0;
-        memory.was_cleared();
+        memory.mark_cleared();
     }
     return memory.get();
 }
 
-TEST(table_memory, serves_the_next_table_of_its_size_all_zero)
+TEST(table_memory, is_reused_for_a_table_of_the_same_size_and_zeroed)
 {
     scratch keeper(system_allocator);
     for (const bool clears : {false, true, false}) {
-        const u32* const place = use_table(keeper, clears);
+        const u32* const address = use_table(keeper, clears);
         const table_memory next(keeper, count, positions);
-        EXPECT_EQ(next.get(), place);
+        EXPECT_EQ(next.get(), address);
         EXPECT_TRUE(is_zero(next, count));
     }
 }
 
-TEST(table_memory, that_was_cleared_by_its_user_is_not_cleared_once_more)
+TEST(table_memory, marked_as_cleared_is_not_cleared_again)
 {
     scratch keeper(system_allocator);
-    u32* const place = const_cast<u32*>(use_table(keeper, true));
-    place[3] = 1;
+    u32* const address = const_cast<u32*>(use_table(keeper, true));
+    address[3] = 1;
     EXPECT_EQ(table_memory(keeper, count, positions).get()[3], 1U);
 }
 
-TEST(table_memory, of_a_short_block_serves_no_block_that_large_pages_pay_for)
+TEST(table_memory, of_a_short_block_is_not_reused_where_large_pages_pay)
 {
     scratch keeper(system_allocator);
     constexpr usize long_block = count * sizeof(u32);
-    u32* const place = const_cast<u32*>(use_table(keeper, true));
-    place[3] = 1;
+    u32* const address = const_cast<u32*>(use_table(keeper, true));
+    address[3] = 1;
     EXPECT_EQ(table_memory(keeper, count, long_block).get()[3], 0U);
     EXPECT_EQ(table_memory(keeper, count, positions).get()[3], 0U);
 }
 
-TEST(table_memory, of_a_long_block_serves_short_ones_and_long_ones)
+TEST(table_memory, of_a_long_block_is_reused_for_short_and_long_ones)
 {
     scratch keeper(system_allocator);
     constexpr usize long_block = count * sizeof(u32);
-    const u32* const place = table_memory(keeper, count, long_block).get();
-    EXPECT_EQ(table_memory(keeper, count, positions).get(), place);
-    EXPECT_EQ(table_memory(keeper, count, long_block).get(), place);
+    const u32* const address = table_memory(keeper, count, long_block).get();
+    EXPECT_EQ(table_memory(keeper, count, positions).get(), address);
+    EXPECT_EQ(table_memory(keeper, count, long_block).get(), address);
 }
 
-TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
+TEST(table_memory, of_another_size_does_not_reuse_what_was_kept)
 {
     scratch keeper(system_allocator);
     use_table(keeper, false);
@@ -89,7 +89,7 @@ TEST(table_memory, of_another_size_takes_nothing_that_was_kept)
     EXPECT_TRUE(is_zero(table_memory(keeper, count, positions), count));
 }
 
-TEST(table_memory, of_two_tables_at_a_time_is_not_shared)
+TEST(table_memory, of_two_tables_at_a_time_is_separate)
 {
     scratch keeper(system_allocator);
     use_table(keeper, false);
@@ -122,7 +122,7 @@ TEST(table_memory, without_memory_is_false_and_keeps_nothing)
     EXPECT_EQ(keeper.table.count, 0U);
 }
 
-TEST(table_memory, is_mostly_zero_behind_short_blocks)
+TEST(table_memory, is_mostly_zero_after_short_blocks)
 {
     scratch keeper(system_allocator);
     const table_memory memory(keeper, count, positions);
@@ -130,7 +130,7 @@ TEST(table_memory, is_mostly_zero_behind_short_blocks)
     EXPECT_FALSE(memory.is_mostly_zero(count / 160));
 }
 
-// What searches leave behind
+// After a search
 
 template <class Table>
 void expect_a_clean_table(i32 chain_bits, usize entries)
@@ -148,21 +148,21 @@ void expect_a_clean_table(i32 chain_bits, usize entries)
     }
 }
 
-TEST(bucket_array, of_pairs_is_left_all_zero_by_short_blocks)
+TEST(bucket_array, of_pairs_is_all_zero_after_short_blocks)
 {
     expect_a_clean_table<pair_table<0>>(1, (usize{1} << 18) + 1);
 }
 
-TEST(bucket_array, of_rings_is_left_all_zero_by_short_blocks)
+TEST(bucket_array, of_rings_is_all_zero_after_short_blocks)
 {
     expect_a_clean_table<ring_table>(2, (usize{1} << 18) + 3);
     expect_a_clean_table<ring_table>(6, (usize{1} << 18) + 63);
 }
 
-TEST(bucket_array, is_left_all_zero_where_a_match_passes_the_end)
+TEST(bucket_array, is_all_zero_after_a_match_past_the_end)
 {
-    // The "ab" at 14 goes on with two zeros behind the block, and so is found at 0.  The third of
-    // its positions is behind the block, where all is zero, as nowhere in the block.
+    // The "ab" at 14 is followed by the zeros past the block, and so is found at 0.  Its third
+    // position is past the block, with a word of zeros that does not occur in the block.
     const test::bytes block = test::bytes_of("ab\0\0"
                                              "0123456789ab"sv);
     scratch memory(system_allocator);

@@ -9,16 +9,16 @@ namespace {
 
 constexpr u32 size = 20;
 
-TEST(block_text, the_first_four_bytes_of_a_match_may_lie_behind_the_block_and_no_more)
+TEST(block_text, a_match_extends_past_the_block_in_its_first_four_bytes_only)
 {
     const test::bytes zeros(size + search_reads_past);
     const block_text text{zeros.data(), size};
     EXPECT_EQ(text.match_length(1, 0), 19U);
     EXPECT_EQ(text.match_length(size - 5, 0), 5U);
     EXPECT_EQ(text.match_length(size - 4, 0), 4U);
-    EXPECT_EQ(text.match_length(size - 3, 0), 4U); // 1 byte behind the block
+    EXPECT_EQ(text.match_length(size - 3, 0), 4U); // 1 byte past the block
     EXPECT_EQ(text.match_length(size - 1, 0), 4U);
-    EXPECT_EQ(text.match_length(size, 0), 4U); // all behind the block, as look-aheads ask
+    EXPECT_EQ(text.match_length(size, 0), 4U); // all past the block, as in lookahead
     EXPECT_EQ(text.match_length(size + 1, 0), 4U);
 }
 
@@ -33,7 +33,7 @@ TEST(block_text, a_match_ends_at_the_first_difference)
     }
 }
 
-TEST(block_text, positions_match_if_their_first_four_bytes_are_the_same)
+TEST(block_text, positions_match_if_their_first_four_bytes_agree)
 {
     for (u32 differing = 0; differing < 5; ++differing) {
         test::bytes bytes(size + search_reads_past);
@@ -43,7 +43,7 @@ TEST(block_text, positions_match_if_their_first_four_bytes_are_the_same)
     }
 }
 
-TEST(block_text, positions_match_up_to_the_longest_distance)
+TEST(block_text, positions_match_up_to_max_dist)
 {
     const test::bytes zeros(size + search_reads_past);
     const block_text text{zeros.data(), size, 10};

@@ -1,4 +1,4 @@
-// match/trie_fixture.h - a block and its trie, for tests of what it finds and of its memory
+// match/trie_fixture.h - a block with its trie
 #pragma once
 
 #include "match/trie.h"
@@ -12,7 +12,7 @@ namespace quarnex::test {
 
 using records = std::vector<plain_trie_record>;
 
-/// A block with the zeros behind it that a trie may read.
+/// A block followed by the zeros that a trie may read.
 inline std::unique_ptr<u8[]> padded(const bytes& block)
 {
     auto text = exact_buffer(block.size() + trie_reads_past);
@@ -32,16 +32,16 @@ class block_trie {
 
     void insert(u32 pos) { trie_.trie_insert(pos); }
 
-    /// Inserts positions up to the one in front of `end`.
+    /// Inserts positions from `first` to `end`, exclusive.
     void insert(u32 first, u32 end)
     {
         for (; first < end; ++first) insert(first);
     }
 
-    /// Inserts a row of positions at once.
-    void insert_row(u32 first, u32 count) { trie_.trie_insert(first, count); }
+    /// Inserts consecutive positions at once.
+    void insert_batch(u32 first, u32 count) { trie_.trie_insert(first, count); }
 
-    /// Finds a position and enters it.
+    /// Searches for a position and inserts it.
     records matches(u32 pos)
     {
         const u32 count = trie_.trie_matches(pos, records_);
@@ -56,9 +56,9 @@ class block_trie {
     trie_records records_;
 };
 
-/// Expects what holds for all records: each shares what it says with an earlier position that is
-/// not 0, and lengths rise.
-inline void expect_true_records(const records& found, const bytes& block, u32 pos)
+/// Expects records to be valid: each names an earlier position, not 0, that shares its length, and
+/// lengths do not decrease.
+inline void expect_valid_records(const records& found, const bytes& block, u32 pos)
 {
     for (usize k = 0; k < found.size(); ++k) {
         ASSERT_GT(found[k].pos, 0U);

@@ -13,9 +13,8 @@ namespace {
 
 constexpr u64 mib = 1 << 20;
 
-/// A gap in the address space for `size` bytes and a page, with a page behind it that can't be
-/// touched.  The next mapping of `size` bytes, or of a page more, is put at its end, as all gaps
-/// that would come first are filled.
+/// A gap in the address space of `size` bytes and a page, followed by a guard page.  All other gaps
+/// are filled, so the next mapping of `size` bytes, or of a page more, ends at the guard page.
 class guarded_gap {
   public:
     explicit guarded_gap(usize size)
@@ -31,7 +30,7 @@ class guarded_gap {
     }
     ~guarded_gap()
     {
-        for (const auto& [place, size] : fillers_) munmap(place, size);
+        for (const auto& [address, size] : fillers_) munmap(address, size);
     }
     guarded_gap(const guarded_gap&) = delete;
     guarded_gap& operator=(const guarded_gap&) = delete;
@@ -45,9 +44,9 @@ class guarded_gap {
     std::vector<std::pair<u8*, usize>> fillers_;
 };
 
-TEST(trie, reads_nothing_behind_its_memory)
+TEST(trie, reads_nothing_past_its_memory)
 {
-    // Of two symbols all nodes take blocks of 16 bytes, and some of those at the end are lists.
+    // With two symbols all nodes take blocks of 16 bytes, and some of the last ones are lists.
     for (u64 seed = 1; seed <= 10; ++seed) {
         const test::bytes block = test::find_shape("two_symbols").make(150000, seed);
         const auto text = test::exact_buffer(block.size() + trie_reads_past);

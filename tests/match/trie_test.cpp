@@ -9,11 +9,11 @@ namespace {
 using test::block_trie;
 using test::bytes;
 using test::bytes_of;
-using test::expect_true_records;
+using test::expect_valid_records;
 using test::records;
 
-/// What is found at the end of `block`, where its last `key_len` bytes start, behind all positions
-/// in front of that from 1 on.
+/// The records for the last `key_len` bytes of `block`, after all positions from 1 to the one
+/// before them were inserted.
 records last_matches(const bytes& block, u32 key_len)
 {
     const auto pos = static_cast<u32>(block.size()) - key_len;
@@ -26,7 +26,7 @@ records last_matches(std::string_view block, u32 key_len)
     return last_matches(bytes_of(block), key_len);
 }
 
-/// Bytes that two positions of a block share, up to its end.
+/// Number of bytes that two positions of a block share, up to its end.
 u32 shared(const bytes& block, u32 earlier, u32 pos)
 {
     u32 len = 0;
@@ -34,8 +34,8 @@ u32 shared(const bytes& block, u32 earlier, u32 pos)
     return len;
 }
 
-/// Expects that what is found at each position of a block is what the plain trie finds.  Every
-/// `step`th position is only inserted.
+/// Expects the records of the plain trie at each position of a block.  Every `step`th position is
+/// inserted without a search.
 void expect_plain_records(const bytes& block, const std::string& name, u32 step = 1000)
 {
     block_trie tree(block);
@@ -75,14 +75,14 @@ TEST(trie, position_0_is_no_match)
 
 TEST(trie, a_block_of_one_repeated_byte)
 {
-    // The first path has one byte.  The second position meets the leaf behind it and replaces it,
-    // as all bytes that follow agree, and so does each next one.
+    // The first path has one byte.  The second position reaches the leaf below it and replaces it,
+    // as all following bytes agree, and so does each next one.
     for (const u32 size : {2U, 3U, 10U, 255U, 256U, 257U, 258U, 600U}) {
         const bytes block(size, 'a');
         block_trie tree(block);
         EXPECT_EQ(tree.matches(1), records{});
         for (u32 pos = 2; pos < size; ++pos) {
-            // Keys are shorter near the block's end; one of a byte ends behind the first path.
+            // Keys are shorter near the block's end; one of one byte ends after the first path.
             const u32 latest = pos - 1;
             ASSERT_EQ(tree.matches(pos), (records{{0, latest}})) << size << ' ' << pos;
         }
@@ -92,38 +92,38 @@ TEST(trie, a_block_of_one_repeated_byte)
 
 TEST(trie, a_key_that_ends_inside_a_path_stops_there)
 {
-    // "abcdef" and "abcdeg" part behind "a" and a path of four bytes.
+    // "abcdef" and "abcdeg" fork after "a" and a path of four bytes.
     EXPECT_EQ(last_matches("xabcdef1abcdeg2abc", 3), (records{{2, 8}}));
     EXPECT_EQ(last_matches("xabcdef1abcdeg2a", 1), (records{{0, 8}}));
 }
 
-TEST(trie, two_successive_nodes_with_the_same_last_give_one_record_with_the_longer_length)
+TEST(trie, two_successive_nodes_with_the_same_last_give_one_record)
 {
     EXPECT_EQ(last_matches("xabcdef1abcdeg2abcdeh", 6), (records{{4, 8}}));
 }
 
-TEST(trie, near_positions_are_found_with_short_lengths_and_far_ones_with_long_lengths)
+TEST(trie, nearer_positions_have_shorter_lengths)
 {
     //              1     7    12  16
     EXPECT_EQ(last_matches("xabcde1abcd2abc3abcde", 5), (records{{2, 12}, {3, 7}, {4, 1}}));
 }
 
-TEST(trie, a_mismatch_at_a_paths_first_byte_yields_no_record_but_the_previous_record_stands)
+TEST(trie, a_mismatch_at_the_first_byte_of_a_path_gives_no_record)
 {
-    // Behind "a" come "bc" as a path of two bytes and "x"; then, behind "a", a "bd" parts it.
+    // After "a" there are "bc", a path of two bytes, and "x"; then "bd" splits the path.
     const bytes block = bytes_of("_abcdef1abcdeg2ax3abd");
     block_trie tree(block);
     tree.insert(1);
     tree.insert(8);
     tree.insert(15);
     EXPECT_EQ(tree.matches(18), (records{{0, 15}, {1, 8}}));
-    // In a tree of one path: nothing at all.
+    // In a tree of one path: no record.
     block_trie path(bytes_of("xabcb"));
     path.insert(1);
     EXPECT_EQ(path.matches(4), records{});
 }
 
-/// Keys of eight bytes each, one after another, behind a byte.
+/// One byte, and keys padded to eight bytes each.
 bytes keys(std::initializer_list<std::string_view> list)
 {
     bytes block{'_'};
@@ -135,8 +135,7 @@ bytes keys(std::initializer_list<std::string_view> list)
     return block;
 }
 
-/// Inserts all keys but the last one, and gives what is found for that.  Compares with the plain
-/// trie at each.
+/// Inserts all keys, and returns the records of the last one.  Compares each with the plain trie.
 records key_matches(std::initializer_list<std::string_view> list)
 {
     const bytes block = keys(list);
@@ -153,7 +152,7 @@ records key_matches(std::initializer_list<std::string_view> list)
 
 TEST(trie, a_path_is_split_at_its_first_byte)
 {
-    // "abcd" is "a" and a path "bcd"; "axxx" parts that at "b".
+    // "abcd" is "a" and a path "bcd"; "axxx" splits that at "b".
     EXPECT_EQ(key_matches({"abcd1", "abcd2", "axxx", "abcd3"}), (records{{0, 17}, {3, 9}}));
     EXPECT_EQ(key_matches({"abcd1", "abcd2", "axxx", "axxx1"}), (records{{1, 17}}));
 }
@@ -172,14 +171,14 @@ TEST(trie, a_path_is_split_in_its_middle)
 
 TEST(trie, a_path_of_one_byte_is_split)
 {
-    // The very first path, and the one of "b" behind "a".
+    // The first path of the trie, and that of "b" after "a".
     EXPECT_EQ(key_matches({"abcd", "bcd", "abcd1"}), (records{{0, 1}}));
     EXPECT_EQ(key_matches({"a1", "ab1", "ab2", "ac", "ab3"}), (records{{0, 25}, {1, 17}}));
 }
 
 TEST(trie, the_rest_of_a_split_path_is_read_at_its_new_depth)
 {
-    // What is left of "bcdefg" is split again and again, from the front and from the back.
+    // The rest of "bcdefg" is split repeatedly, from the start and from the end.
     EXPECT_EQ(key_matches({"abcdefg1", "abcdefg2", "aX", "abX", "abcX", "abcdX", "abcdeX",
                            "abcdefX", "abcdefg3"}),
               (records{{5, 57}, {6, 9}}));
@@ -190,7 +189,7 @@ TEST(trie, the_rest_of_a_split_path_is_read_at_its_new_depth)
 
 TEST(trie, a_leaf_whose_bytes_agree_up_to_the_keys_end_is_replaced_not_split)
 {
-    // 256 bytes are all that counts; at 1 and 301 and 601 they are the same.
+    // Keys have 256 bytes; those at 1, 301 and 601 are the same.
     const bytes part = test::find_shape("random").make(300, 1);
     const bytes block = test::joined({{'x'}, part, part, part, part});
     block_trie tree(block);
@@ -202,7 +201,7 @@ TEST(trie, a_leaf_whose_bytes_agree_up_to_the_keys_end_is_replaced_not_split)
 
 TEST(trie, a_leaf_that_differs_in_the_last_byte_of_a_key_is_split)
 {
-    // Position 301 agrees in 255 bytes, and so becomes a leaf of its own.
+    // Position 301 agrees in 255 bytes only, and so becomes a separate leaf.
     const bytes part = test::find_shape("random").make(300, 1);
     bytes block = test::joined({{'x'}, part, part, part});
     block[301 + 255] ^= 1;
@@ -214,8 +213,8 @@ TEST(trie, a_leaf_that_differs_in_the_last_byte_of_a_key_is_split)
 
 TEST(trie, a_key_that_ends_exactly_at_a_leaf_leaves_the_old_leaf)
 {
-    // At the end, "b" ends in front of the leaf behind "b".  A trie that replaced it would not show
-    // at this block's end, so the key is entered twice: the path's last is the newer one.
+    // At the end, the key "b" ends right at the leaf below "b".  Whether it was replaced shows only
+    // in a second search for the same key: the path's last is new, the leaf is not.
     const bytes block = bytes_of("_bcb");
     block_trie tree(block);
     tree.insert(1);
@@ -223,7 +222,7 @@ TEST(trie, a_key_that_ends_exactly_at_a_leaf_leaves_the_old_leaf)
     EXPECT_EQ(tree.matches(3), (records{{0, 3}, {0, 1}}));
 }
 
-TEST(trie, the_nodes_are_known_by_the_latest_position_that_passed)
+TEST(trie, nodes_store_the_latest_position_inserted_through_them)
 {
     block_trie tree(bytes_of("_ab1ab2ac3ab"));
     tree.insert(1);
@@ -234,7 +233,7 @@ TEST(trie, the_nodes_are_known_by_the_latest_position_that_passed)
 
 // Kinds of nodes
 
-/// Behind a byte, pairs of "a" and each of some bytes, each followed by bytes of its own.
+/// One byte, then "a" with each of some bytes, each pair followed by two bytes that differ.
 bytes pairs_of(const std::vector<u8>& seconds)
 {
     bytes block{'_'};
@@ -244,7 +243,7 @@ bytes pairs_of(const std::vector<u8>& seconds)
     return block;
 }
 
-/// Enters the pairs, up to the one in front of the last; then finds each of them once more.
+/// Inserts all pairs, then searches for each of them again.
 void expect_all_pairs(std::vector<u8> seconds)
 {
     const auto children = static_cast<u32>(seconds.size());
@@ -264,7 +263,7 @@ void expect_all_pairs(std::vector<u8> seconds)
     }
 }
 
-std::vector<u8> rising(u32 count)
+std::vector<u8> ascending(u32 count)
 {
     std::vector<u8> values(count);
     for (u32 i = 0; i < count; ++i) values[i] = static_cast<u8>(i);
@@ -285,7 +284,7 @@ TEST(trie, lists_of_every_size_in_every_order)
 {
     test::random_source random(1);
     for (u32 count = 2; count <= 34; ++count) {
-        std::vector<u8> values = rising(count);
+        std::vector<u8> values = ascending(count);
         expect_all_pairs(values);
         std::reverse(values.begin(), values.end());
         expect_all_pairs(values);
@@ -297,7 +296,7 @@ TEST(trie, lists_of_every_size_in_every_order)
     }
 }
 
-TEST(trie, the_33rd_child_turns_a_list_into_a_bitmap_wherever_it_stands)
+TEST(trie, the_33rd_child_turns_a_list_into_a_bitmap_for_any_key_byte)
 {
     for (u32 last = 0; last < 256; ++last) {
         std::vector<u8> values;
@@ -309,7 +308,7 @@ TEST(trie, the_33rd_child_turns_a_list_into_a_bitmap_wherever_it_stands)
 
 TEST(trie, key_bytes_0_and_255_in_a_bitmap)
 {
-    // Word 0 counts for all others, word 7 for none.
+    // Word 0 is in the prefix counts of all others, word 7 in none.
     for (const bool zero_first : {false, true}) {
         std::vector<u8> values;
         for (u32 i = 0; i < 33; ++i) values.push_back(static_cast<u8>(100 + i));
@@ -318,7 +317,7 @@ TEST(trie, key_bytes_0_and_255_in_a_bitmap)
         values.insert(values.end(), {31, 32, 224, 223, 63, 64});
         expect_all_pairs(values);
     }
-    std::vector<u8> both = rising(32);
+    std::vector<u8> both = ascending(32);
     both.push_back(255);
     expect_all_pairs(both);
 }
@@ -326,7 +325,7 @@ TEST(trie, key_bytes_0_and_255_in_a_bitmap)
 TEST(trie, bitmaps_grow_in_every_order)
 {
     test::random_source random(2);
-    std::vector<u8> values = rising(246);
+    std::vector<u8> values = ascending(246);
     for (int round = 0; round < 8; ++round) {
         for (u32 i = 246; i > 1; --i) std::swap(values[i - 1], values[random.below(i)]);
         expect_all_pairs(values);
@@ -335,7 +334,7 @@ TEST(trie, bitmaps_grow_in_every_order)
     expect_all_pairs(values);
 }
 
-TEST(trie, the_247th_child_turns_a_bitmap_into_a_full_node_wherever_it_stands)
+TEST(trie, the_247th_child_turns_a_bitmap_into_a_full_node_for_any_key_byte)
 {
     for (const u32 last : {0U, 1U, 31U, 32U, 128U, 246U, 254U, 255U}) {
         std::vector<u8> values;
@@ -346,49 +345,49 @@ TEST(trie, the_247th_child_turns_a_bitmap_into_a_full_node_wherever_it_stands)
     }
 }
 
-TEST(trie, a_node_that_is_full_stays_so_and_takes_all_256_children)
+TEST(trie, a_full_node_takes_all_256_children)
 {
-    std::vector<u8> values = rising(256);
+    std::vector<u8> values = ascending(256);
     expect_all_pairs(values);
     std::reverse(values.begin(), values.end());
     expect_all_pairs(values);
 }
 
-TEST(trie, in_a_full_node_an_insertion_into_an_empty_reference_leaves_its_last_behind)
+TEST(trie, a_new_child_of_a_full_node_leaves_its_last_unchanged)
 {
-    std::vector<u8> seconds = rising(249);
+    std::vector<u8> seconds = ascending(249);
     seconds.push_back(5);
     seconds.push_back(250);
     const bytes block = pairs_of(seconds);
     const auto pos_of = [](u32 pair) { return 1 + 4 * pair; };
     block_trie tree(block);
     for (u32 pair = 0; pair < 247; ++pair) tree.insert(pos_of(pair));
-    // The 247th made it full, and is known to it; the next two are not, though the path in front
-    // of it, whose bytes are "a" alone, knows them.
+    // The 247th made it a full node, and is its last.  The next two are not, but are the last of
+    // the path "a" before it.
     EXPECT_EQ(tree.matches(pos_of(247)), (records{{0, pos_of(246)}}));
     EXPECT_EQ(tree.matches(pos_of(248)), (records{{0, pos_of(247)}, {0, pos_of(246)}}));
     EXPECT_EQ(tree.matches(pos_of(249)),
               (records{{0, pos_of(248)}, {0, pos_of(246)}, {1, pos_of(5)}}));
-    // One that goes to a child makes up for it.
+    // An insertion through an existing child updates it.
     EXPECT_EQ(tree.matches(pos_of(250)), (records{{0, pos_of(249)}}));
 }
 
 // Any blocks
 
-TEST(trie, finds_what_the_plain_trie_finds_in_blocks_of_all_shapes_and_sizes_to_400)
+TEST(trie, equals_the_plain_trie_for_all_shapes_and_sizes_up_to_400)
 {
     for (const auto& shape : test::all_shapes())
         for (u32 size = 0; size <= 400; size += 1 + size / 100)
             ASSERT_NO_FATAL_FAILURE(expect_plain_records(shape.make(size, size), shape.name, 7));
 }
 
-TEST(trie, finds_what_the_plain_trie_finds_in_larger_blocks_of_all_shapes)
+TEST(trie, equals_the_plain_trie_for_larger_blocks_of_all_shapes)
 {
     for (const auto& shape : test::all_shapes())
         ASSERT_NO_FATAL_FAILURE(expect_plain_records(shape.make(20000, 5), shape.name, 11));
 }
 
-TEST(trie, finds_what_the_plain_trie_finds_over_alphabets_of_all_sizes)
+TEST(trie, equals_the_plain_trie_for_alphabets_of_all_sizes)
 {
     for (u32 symbols = 1; symbols <= 256; symbols += 1 + symbols / 8) {
         for (const u32 size : {30U, 300U, 3000U}) {
@@ -400,7 +399,7 @@ TEST(trie, finds_what_the_plain_trie_finds_over_alphabets_of_all_sizes)
     }
 }
 
-TEST(trie, finds_what_the_plain_trie_finds_in_thousands_of_small_blocks)
+TEST(trie, equals_the_plain_trie_for_thousands_of_small_blocks)
 {
     test::random_source random(3);
     for (u32 round = 0; round < 6000; ++round) {
@@ -411,18 +410,18 @@ TEST(trie, finds_what_the_plain_trie_finds_in_thousands_of_small_blocks)
     }
 }
 
-/// Expects that rows of up to `longest` positions that are entered at once leave what single ones
-/// leave: what is found at the positions between them.
-void expect_plain_rows(const bytes& block, u32 longest, const std::string& name)
+/// Inserts batches of up to `longest` positions, and expects the records of the plain trie at the
+/// positions between them.
+void expect_plain_batches(const bytes& block, u32 longest, const std::string& name)
 {
     test::random_source random(longest);
     block_trie tree(block);
     test::plain_trie plain(block);
     const auto size = static_cast<u32>(block.size());
     for (u32 pos = 1; pos < size;) {
-        const u32 row = std::min(random.below(longest + 1), size - pos);
-        tree.insert_row(pos, row);
-        for (const u32 end = pos + row; pos != end; ++pos) plain.insert(pos);
+        const u32 count = std::min(random.below(longest + 1), size - pos);
+        tree.insert_batch(pos, count);
+        for (const u32 end = pos + count; pos != end; ++pos) plain.insert(pos);
         for (const u32 end = std::min(pos + 1 + random.below(4), size); pos < end; ++pos) {
             ASSERT_EQ(tree.matches(pos), plain.matches(pos)) << name << ", at " << pos;
             plain.insert(pos);
@@ -430,23 +429,24 @@ void expect_plain_rows(const bytes& block, u32 longest, const std::string& name)
     }
 }
 
-TEST(trie, positions_entered_in_a_row_are_found_like_single_ones)
+TEST(trie, a_batch_of_insertions_equals_single_ones)
 {
     for (const auto& shape : test::all_shapes())
         for (const u32 longest : {2U, 9U, 40U, 1000U})
-            ASSERT_NO_FATAL_FAILURE(expect_plain_rows(shape.make(12000, 8), longest, shape.name));
+            ASSERT_NO_FATAL_FAILURE(
+                expect_plain_batches(shape.make(12000, 8), longest, shape.name));
     test::random_source random(4);
     for (u32 round = 0; round < 3000; ++round) {
         bytes block(1 + random.below(120));
         const u32 symbols = 1 + random.below(4);
         for (u8& byte : block) byte = static_cast<u8>(random.below(symbols));
-        ASSERT_NO_FATAL_FAILURE(expect_plain_rows(block, 1 + random.below(30), "few symbols"));
+        ASSERT_NO_FATAL_FAILURE(expect_plain_batches(block, 1 + random.below(30), "few symbols"));
     }
 }
 
-TEST(trie, finds_what_the_plain_trie_finds_where_blocks_repeat_with_errors)
+TEST(trie, equals_the_plain_trie_for_repetitions_with_errors)
 {
-    // Long common prefixes, most of them up to and beyond the depth.
+    // Long common prefixes, most of them longer than a key.
     test::random_source random(4);
     for (const u32 period : {1U, 2U, 100U, 255U, 256U, 257U, 300U}) {
         bytes block = test::find_shape("random").make(period, period);
@@ -458,7 +458,7 @@ TEST(trie, finds_what_the_plain_trie_finds_where_blocks_repeat_with_errors)
     }
 }
 
-/// The most bytes, up to the depth, that an entered position shares with `pos`.
+/// The most bytes, up to trie_depth, that an earlier position shares with `pos`.
 u32 longest_shared(const bytes& block, u32 pos)
 {
     u32 longest = 0;
@@ -467,14 +467,14 @@ u32 longest_shared(const bytes& block, u32 pos)
     return std::min(longest, trie_depth);
 }
 
-TEST(trie, each_record_shares_what_it_says_and_the_last_reaches_the_longest)
+TEST(trie, records_are_valid_and_the_last_has_the_longest_match)
 {
     for (const auto& shape : test::all_shapes()) {
         const bytes block = shape.make(1500, 6);
         block_trie tree(block);
         for (u32 pos = 1; pos < block.size(); ++pos) {
             const records found = tree.matches(pos);
-            ASSERT_NO_FATAL_FAILURE(expect_true_records(found, block, pos));
+            ASSERT_NO_FATAL_FAILURE(expect_valid_records(found, block, pos));
             const u32 reached =
                 found.empty() ? 0 : std::min(shared(block, found.back().pos, pos), trie_depth);
             ASSERT_EQ(reached, longest_shared(block, pos)) << shape.name << ' ' << pos;
@@ -482,10 +482,10 @@ TEST(trie, each_record_shares_what_it_says_and_the_last_reaches_the_longest)
     }
 }
 
-TEST(trie, each_record_is_the_nearest_position_that_shares_one_byte_more_than_it_says)
+TEST(trie, each_record_is_the_nearest_with_its_length_plus_one_byte)
 {
-    // Where no node is full and no key is cut by the block's end.  (A leaf right behind the last
-    // byte that counts is the first one of those with its bytes.)
+    // Holds where no node is full and no key is cut by the block's end.  (A leaf at depth 256 is
+    // the first position with its bytes.)
     for (const char* name : {"text", "two_symbols", "fibonacci", "runs"}) {
         const bytes block = test::find_shape(name).make(1500, 7);
         block_trie tree(block);

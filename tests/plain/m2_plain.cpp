@@ -15,7 +15,7 @@ static_assert(m2_plain_extra_bits(24) == 16 && m2_plain_extra_bits(30) == 22);
 static_assert(m2_plain_extra_bits(31) == 30 && m2_plain_first_dist(31) == 8452097);
 static_assert(m2_plain_class_of(4064) == 13 && m2_plain_class_of(4065) == 14);
 static_assert(m2_plain_class_of(4096) == 14 && m2_plain_class_of(4097) == 15);
-static_assert(m2_plain_class_of(6144) == 15 && m2_plain_class_of(m2_rules.longest_dist) == 31);
+static_assert(m2_plain_class_of(6144) == 15 && m2_plain_class_of(m2_rules.max_dist) == 31);
 
 // The token codes that are no matches.  The codes from 2 on are matches of up to 14 bytes, without
 // 13 where there are byte runs; those from 16 on are matches of 15 bytes and more.

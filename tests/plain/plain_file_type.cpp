@@ -7,7 +7,7 @@
 namespace quarnex::test {
 namespace {
 
-/// The continuation bytes behind a byte that opens a sequence; -1 if none can follow.
+/// The number of continuation bytes after a lead byte; -1 if `opening` is not a lead byte.
 int continuation_bytes(u8 opening)
 {
     if ((opening & 0xE0) == 0xC0) return 1;
@@ -18,7 +18,8 @@ int continuation_bytes(u8 opening)
     return -1;
 }
 
-/// -1: malformed; 0: with control characters; 1: no sequence; 2: text with sequences.
+/// Returns -1 for malformed UTF-8, 0 with non-text characters, 1 without multi-byte sequences, 2
+/// for text with them.
 int utf8_test(const u8* data, usize size)
 {
     bool has_non_text = false;
@@ -40,7 +41,8 @@ int utf8_test(const u8* data, usize size)
     return has_sequence ? 2 : 1;
 }
 
-/// Whether the low byte of each 16-bit unit from `at` on will do.
+/// True if the low byte of each 16-bit unit, the first at `at`, has its top bit set or is plain
+/// text.
 bool utf16_test(const bytes& sample, usize at)
 {
     for (usize units = (sample.size() - 4) / 2 + 1; units > 0; --units, at += 2)

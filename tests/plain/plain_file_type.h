@@ -1,13 +1,13 @@
-// plain/plain_file_type.h - the type of a text told test by test
+// plain/plain_file_type.h - reference implementation of text classification
 //
-// The judge of the real classifier, with which it shares the tables of bytes alone.
+// Applies the tests one after another.  Shares only the byte class tables with the real classifier.
 #pragma once
 
 #include "support/shapes.h"
 
 namespace quarnex::test {
 
-/// The number of the type that a sample has by its content; 0 if it is no text.
+/// The type number of a sample by its content; 0 if it is not text.
 u32 plain_text_type(const bytes& sample);
 
 } // namespace quarnex::test

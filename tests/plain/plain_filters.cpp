@@ -69,7 +69,7 @@ bytes plain_x86_filter(const bytes& before, bool encoding)
 bytes plain_delta_filter(const bytes& before, bool encoding)
 {
     bytes data = before;
-    u8 running[3] = {0, 0, 0}; // always of the data that isn't filtered
+    u8 running[3] = {0, 0, 0}; // always the unfiltered data
     for (usize group = 0; group + 3 <= data.size(); group += 3) {
         for (usize k = 0; k < 3; ++k) {
             const u8 given = data[group + k];

@@ -1,7 +1,7 @@
-// plain/plain_filters.h - the pre-filters told step by step, byte by byte
+// plain/plain_filters.h - reference implementation of the pre-filters, byte by byte
 //
-// The judge of the real ones.  Each returns the block that `before` becomes when the filter is
-// applied (`encoding`) or undone.
+// Shares no code with the real ones, which the tests compare with these.  Each returns the result
+// of applying (`encoding`) or undoing the filter on `before`.
 #pragma once
 
 #include "support/shapes.h"

@@ -9,31 +9,30 @@
 namespace quarnex::test {
 namespace {
 
-constexpr u32 shortest = 3;
-constexpr u32 longest = 255;
-constexpr usize largest_whole_class = 16384;
+constexpr u32 min_len = 3;
+constexpr u32 max_len = 255;
+constexpr usize max_whole_class = 16384;
 
-/// All positions, by the bytes that stand there; the order of those that agree in the longest
-/// match doesn't matter.
+/// All positions, sorted by their first max_len bytes, in any order where these agree.
 std::vector<u32> sorted_positions(const bytes& block)
 {
     const std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
     std::vector<u32> sorted(block.size());
     std::iota(sorted.begin(), sorted.end(), 0U);
     std::sort(sorted.begin(), sorted.end(),
-              [&](u32 a, u32 b) { return text.substr(a, longest) < text.substr(b, longest); });
+              [&](u32 a, u32 b) { return text.substr(a, max_len) < text.substr(b, max_len); });
     return sorted;
 }
 
 u32 agreeing_bytes(const bytes& block, u32 a, u32 b)
 {
     u32 len = 0;
-    while (len < longest && std::max(a, b) + len < block.size() && block[a + len] == block[b + len])
+    while (len < max_len && std::max(a, b) + len < block.size() && block[a + len] == block[b + len])
         ++len;
     return len;
 }
 
-/// How many bytes each of the sorted positions has in common with the one before it.
+/// The number of bytes that each of the sorted positions shares with the previous one.
 std::vector<u32> shared_lengths(const bytes& block, const std::vector<u32>& sorted)
 {
     std::vector<u32> shared(block.size(), 0);
@@ -42,7 +41,7 @@ std::vector<u32> shared_lengths(const bytes& block, const std::vector<u32>& sort
     return shared;
 }
 
-/// Enters a match of `len` bytes; one that is a little longer must be much farther away to go.
+/// Offers a match of `len` bytes, which replaces a slightly longer one if it is much nearer.
 void offer(plain_lists& lists, u32 pos, u32 len, u32 match_pos)
 {
     const u32 held_dist = pos - lists.pos[pos];
@@ -54,12 +53,12 @@ void offer(plain_lists& lists, u32 pos, u32 len, u32 match_pos)
     }
 }
 
-/// Offers the positions of a class, which agree in `len` bytes, to each other.
+/// Offers each position of a class, which share `len` bytes, the next smaller one.
 void offer_class(plain_lists& lists, std::span<const u32> members, u32 len)
 {
     std::vector<u32> taken;
     for (const u32 pos : members)
-        if (members.size() <= largest_whole_class || lists.len[pos] == 0) taken.push_back(pos);
+        if (members.size() <= max_whole_class || lists.len[pos] == 0) taken.push_back(pos);
     std::sort(taken.begin(), taken.end(), std::greater<>());
     for (usize i = 0; i + 1 < taken.size(); ++i) offer(lists, taken[i], len, taken[i + 1]);
 }
@@ -71,7 +70,7 @@ plain_lists plain_match_lists(const bytes& block)
     const std::vector<u32> sorted = sorted_positions(block);
     const std::vector<u32> shared = shared_lengths(block, sorted);
     plain_lists lists{std::vector<u32>(block.size(), 0), std::vector<u32>(block.size(), 0)};
-    for (u32 len = longest; len >= shortest; --len) {
+    for (u32 len = max_len; len >= min_len; --len) {
         for (usize first = 0, next = 0; first < block.size(); first = next) {
             bool all_agree_in_more = true;
             for (next = first + 1; next < block.size() && shared[next] >= len; ++next)

@@ -1,7 +1,7 @@
-// plain/plain_lists.h - one earlier match for each position, told by its definition
+// plain/plain_lists.h - reference implementation of the match lists of level 8
 //
-// The judge of the real match lists: suffixes are compared as they stand, and each length is looked
-// at by itself, no shared code.
+// Follows their definition and shares no code with the real ones, which the tests compare with
+// these: suffixes are compared byte by byte, and each length is handled separately.
 #pragma once
 
 #include "support/shapes.h"
@@ -10,7 +10,7 @@
 
 namespace quarnex::test {
 
-/// By position: how long its match is, 0 (none) or 3 to 255, and where that was before.
+/// By position: the length of its match, 0 (none) or 3 to 255, and where the match is.
 struct plain_lists {
     std::vector<u32> len;
     std::vector<u32> pos;

@@ -10,11 +10,11 @@ namespace quarnex::test {
 namespace {
 
 constexpr u32 first_window = 512;
-constexpr u32 largest_window = 4096;
-constexpr u32 nodes_behind = 2048;
+constexpr u32 max_window_size = 4096;
+constexpr u32 nodes_past_window = 2048;
 constexpr u32 not_reached = 0xFFFFFFFF;
 
-/// The cheapest way known to a position, and in the end the step that leaves it.
+/// The cheapest known path to a position: its cost and its last token.
 struct parse_node {
     u32 cost;
     u32 from;
@@ -29,12 +29,12 @@ struct parser {
 
     u32 size() const { return static_cast<u32>(block.size()); }
 
-    /// Calls `parse(start, width)`, which returns where it ended, window by window.
+    /// Calls `parse(start, width)`, which returns where its tokens end, window by window.
     template <class Parse>
     void windows(Parse parse) const
     {
         u32 start = rules.first_pos;
-        for (u32 width = first_window; start < size(); width = std::min(2 * width, largest_window))
+        for (u32 width = first_window; start < size(); width = std::min(2 * width, max_window_size))
             start = parse(start, std::min(width, size() - start));
     }
 
@@ -54,11 +54,11 @@ u32 parser::backward(plain_lists& lists, u32 start, u32 width) const
         const u32 pos = start + i;
         const u32 dist = pos - lists.pos[pos];
         u32& len = lists.len[pos];
-        if (dist > rules.longest_dist) len = 0;
+        if (dist > rules.max_dist) len = 0;
         cost[i] = cost[i + 1] + hooks.literal_price(pos);
         if (len == 0) continue;
-        const u32 behind = i + len < width ? cost[i + len] : 0;
-        const u32 match = hooks.match_price(pos, len, dist) + behind;
+        const u32 after = i + len < width ? cost[i + len] : 0;
+        const u32 match = hooks.match_price(pos, len, dist) + after;
         if (cost[i] < match)
             len = 0;
         else
@@ -87,7 +87,7 @@ void relax(std::vector<parse_node>& nodes, u32 at, u32 len, u32 dist, u32 price)
         nodes[at + len] = {cost, at, dist};
 }
 
-/// Returns the longest length there is.
+/// Returns the longest match length.
 u32 parser::relax_matches(const plain_trie& trie, std::vector<parse_node>& nodes, u32 start,
                           u32 at) const
 {
@@ -96,8 +96,8 @@ u32 parser::relax_matches(const plain_trie& trie, std::vector<parse_node>& nodes
     u32 best = min_match - 1;
     for (const plain_trie_record& record : trie.matches(pos)) {
         const u32 dist = pos - record.pos;
-        // A window that ended early has left positions in the tree that come only now.
-        if (record.pos >= pos || dist > rules.longest_dist) continue;
+        // After a window whose tokens ended early, the trie holds later positions too.
+        if (record.pos >= pos || dist > rules.max_dist) continue;
         u32 len = std::min(record.len, limit);
         while (len < limit && block[record.pos + len] == block[pos + len]) ++len;
         for (; best < len; ++best)
@@ -109,8 +109,9 @@ u32 parser::relax_matches(const plain_trie& trie, std::vector<parse_node>& nodes
 u32 parser::forward(plain_trie& trie, u32 start, u32 width) const
 {
     std::vector<parse_node> nodes{{0, 0, not_reached}};
-    for (u32 i = 0; i < width + nodes_behind; ++i) nodes.push_back({0x3FFFFFFF, i, not_reached});
-    u32 search_at = 0; // positions inside a very long match are left out
+    for (u32 i = 0; i < width + nodes_past_window; ++i)
+        nodes.push_back({0x3FFFFFFF, i, not_reached});
+    u32 search_at = 0; // positions inside a very long match are skipped
     for (u32 i = 0; i < width; ++i) {
         if (i >= search_at) {
             relax(nodes, i, 1, 0, hooks.literal_price(start + i));
@@ -122,7 +123,7 @@ u32 parser::forward(plain_trie& trie, u32 start, u32 width) const
     return write_path(nodes, start);
 }
 
-/// The path to the farthest node, whatever it costs.
+/// Writes the path to the farthest node reached, whatever it costs.
 u32 parser::write_path(const std::vector<parse_node>& nodes, u32 start) const
 {
     u32 end = static_cast<u32>(nodes.size()) - 1;

@@ -3,10 +3,10 @@
 namespace quarnex::test {
 namespace {
 
-enum class bucket_kind { slot, pair, ring };
+enum class bucket_kind { single, pair, ring };
 
-/// Which earlier positions had a hash value: the last one, the last two, or the last few, where the
-/// buckets of neighbouring hash values overlap.
+/// Earlier positions by hash value: the last one, the last two, or the last few.  The buckets of
+/// pairs and rings overlap with those of the next hash values.
 struct plain_table {
     bucket_kind kind;
     u32 ring_size;
@@ -14,7 +14,7 @@ struct plain_table {
 
     std::vector<u32> candidates(u32 hash) const
     {
-        if (kind == bucket_kind::slot) return {entries[hash]};
+        if (kind == bucket_kind::single) return {entries[hash]};
         if (kind == bucket_kind::pair) return {entries[hash], entries[hash + 1]};
         std::vector<u32> found;
         found.reserve(ring_size);
@@ -39,9 +39,9 @@ struct plain_table {
     }
 };
 
-plain_table slot_table(u32 hash_bits)
+plain_table single_table(u32 hash_bits)
 {
-    return {bucket_kind::slot, 0, std::vector<u32>(usize{1} << hash_bits, 0)};
+    return {bucket_kind::single, 0, std::vector<u32>(usize{1} << hash_bits, 0)};
 }
 
 plain_table pair_table(u32 hash_bits, u32 start)
@@ -56,7 +56,7 @@ plain_table ring_table(u32 hash_bits, u32 chain_bits)
             std::vector<u32>((usize{1} << hash_bits) + ring_size + 1, 0)};
 }
 
-/// Whether a candidate `longer` bytes longer at `cand_dist` replaces a match at `dist`.
+/// True if a candidate `longer` bytes longer at `cand_dist` replaces a match at `dist`.
 bool better(i64 longer, u32 dist, u32 cand_dist)
 {
     if (longer >= 2) return true;
@@ -67,12 +67,12 @@ bool better(i64 longer, u32 dist, u32 cand_dist)
 
 struct searcher {
     const bytes& block;
-    u32 longest_dist;
+    u32 max_dist;
     u32 hash_bits;
     plain_table table;
     std::vector<plain_token> tokens{};
 
-    /// The byte at a position; behind the block there are zeros.
+    /// The byte at a position; zero past the block.
     u8 byte_at(u32 pos) const { return pos < block.size() ? block[pos] : u8{0}; }
 
     u32 hash(u32 pos) const
@@ -90,16 +90,16 @@ struct searcher {
         return byte_at(pos + index) == byte_at(cand + index);
     }
 
-    /// Whether two positions have the same word, and a match can tell of both.
+    /// True if two positions have the same word, and their distance can be coded.
     bool can_match(u32 pos, u32 cand) const
     {
-        if (pos - cand > longest_dist) return false;
+        if (pos - cand > max_dist) return false;
         for (u32 i = 0; i < 4; ++i)
             if (!same_byte(pos, cand, i)) return false;
         return true;
     }
 
-    /// The match of two positions that can match, which may reach behind the block.
+    /// The match of two positions that can match, which can extend past the block.
     plain_token match(u32 pos, u32 cand) const
     {
         u32 len = 4;
@@ -107,7 +107,7 @@ struct searcher {
         return {len, pos - cand};
     }
 
-    /// Whether the `count` bytes before `cand` are in the block and equal those from `pos` on.
+    /// True if the `count` bytes before `cand` are in the block and equal those from `pos` on.
     bool same_before(u32 pos, u32 cand, u32 count) const
     {
         if (cand < count) return false;
@@ -116,14 +116,14 @@ struct searcher {
         return true;
     }
 
-    /// Whether a second or later candidate can win at all.
+    /// False if a second or later candidate is rejected without measuring its match.
     bool worth_measuring(u32 pos, u32 cand, u32 len) const
     {
         if (table.kind == bucket_kind::pair) return same_byte(pos, cand, len);
         return same_byte(pos, cand, len - 3) && same_byte(pos, cand, len - 2);
     }
 
-    /// The best match of some candidates; a literal if none can match `pos`.
+    /// The best match of `pos` with some candidates; a literal if there is none.
     plain_token best_of(u32 pos, const std::vector<u32>& cands) const
     {
         plain_token best{1, 0};
@@ -138,8 +138,8 @@ struct searcher {
         return best;
     }
 
-    /// Whether the match at `pos` gives way to a literal, for the sake of a match `step` bytes
-    /// on; such a match may also replace it, if it reaches back to `pos`.
+    /// True if a match `step` bytes later is better, so that `pos` becomes a literal.  Such a match
+    /// can also replace `best`, if it extends back to `pos`.
     bool gives_way(u32 pos, u32 step, plain_token& best) const
     {
         const u32 next = pos + step;
@@ -195,8 +195,8 @@ std::vector<plain_token> plain_search(const bytes& block, const plain_rules& rul
 {
     const u32 first_pos = rules.first_pos;
     const bool greedy = level == 0 || (level == 1 && !rules.level_1_is_lazy);
-    searcher search{block, rules.longest_dist, hash_bits,
-                    level <= 2   ? slot_table(hash_bits)
+    searcher search{block, rules.max_dist, hash_bits,
+                    level <= 2   ? single_table(hash_bits)
                     : level == 3 ? pair_table(hash_bits, rules.pair_start)
                                  : ring_table(hash_bits, chain_bits)};
     if (greedy)

@@ -6,7 +6,7 @@
 namespace quarnex::test {
 namespace {
 
-constexpr usize longest_key = 256;
+constexpr usize max_key = 256;
 constexpr usize full_branch = 247;
 
 plain_trie_node path(u8 byte, u32 last, u32 size, plain_trie_node child)
@@ -24,7 +24,7 @@ Node* find_child(Node& branch, u8 byte)
     return nullptr;
 }
 
-/// A search never names a position twice in a row.
+/// Adds a record; replaces the previous one if that has the same position.
 void add(std::vector<plain_trie_record>& records, u32 len, u32 pos)
 {
     if (!records.empty() && records.back().pos == pos)
@@ -37,10 +37,10 @@ void add(std::vector<plain_trie_record>& records, u32 len, u32 pos)
 
 u32 plain_trie::key_size(u32 pos) const
 {
-    return static_cast<u32>(std::min(longest_key, block_.size() - pos));
+    return static_cast<u32>(std::min(max_key, block_.size() - pos));
 }
 
-/// How many bytes of two positions agree from `depth` on, up to `limit`.
+/// The number of bytes, up to `limit`, in which two positions agree from `depth` on.
 u32 plain_trie::same_bytes(u32 a, u32 b, u32 depth, u32 limit) const
 {
     u32 same = 0;
@@ -49,8 +49,8 @@ u32 plain_trie::same_bytes(u32 a, u32 b, u32 depth, u32 limit) const
     return same;
 }
 
-/// Turns a leaf or path, of which `same` bytes agree with `pos`, into a path to a branch with what
-/// is the `rest` of it behind the byte that differs, and a leaf.
+/// Replaces a leaf or path, of which `same` bytes agree with `pos`, by a path to a branch.  The
+/// branch has `rest`, the remainder after the byte that differs, and a leaf for `pos`.
 void plain_trie::fork(plain_trie_node& at, plain_trie_node rest, u32 same, u32 depth, u32 pos) const
 {
     rest.byte = byte_at(usize{at.last} + depth + same);
@@ -70,7 +70,7 @@ void plain_trie::fork_leaf(plain_trie_node& at, u32 depth, u32 pos) const
         fork(at, {0, at.last}, same, depth, pos);
 }
 
-/// Where a path leads to; nowhere, and it's forked, if not all of its bytes agree with `pos`.
+/// The child of a path; null, after forking the path, if not all of its bytes agree with `pos`.
 plain_trie_node* plain_trie::pass_path(plain_trie_node& at, u32 depth, u32 pos) const
 {
     const u32 same = same_bytes(pos, at.last, depth, at.path_bytes);
@@ -85,12 +85,12 @@ plain_trie_node* plain_trie::pass_path(plain_trie_node& at, u32 depth, u32 pos) 
     return nullptr;
 }
 
-/// Where a branch leads to; nowhere if it gets a leaf for `pos`.
+/// The child of a branch for `pos`; null, after adding a leaf, if there was none.
 plain_trie_node* plain_trie::pass_branch(plain_trie_node& at, u32 depth, u32 pos) const
 {
     const u8 byte = byte_at(usize{pos} + depth);
     plain_trie_node* const child = find_child(at, byte);
-    // A full branch takes a new child without noting who came.
+    // A full branch gets a new child without an update of `last`.
     if (child != nullptr || at.children.size() < full_branch) at.last = pos;
     if (child == nullptr) at.children.push_back({byte, pos});
     return child;
@@ -104,7 +104,7 @@ void plain_trie::insert(u32 pos)
     }
     const u32 size = key_size(pos);
     plain_trie_node* at = &*root_;
-    // A leaf right where the key ends stays as it is.
+    // A leaf at the end of the key stays unchanged.
     for (u32 depth = 0; at != nullptr && depth < size;) {
         if (at->children.empty()) return fork_leaf(*at, depth, pos);
         const u32 passed = std::max(at->path_bytes, 1U);

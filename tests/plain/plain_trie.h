@@ -1,6 +1,7 @@
-// plain/plain_trie.h - the trie of level 9 told in the simplest code
+// plain/plain_trie.h - reference implementation of the trie of level 9
 //
-// The judge of the real trie: nodes hold nodes, children stand in no order, no shared code.
+// Written for clarity and sharing no code with the real trie, whose records the tests compare with
+// these: nodes contain nodes, children are unsorted.
 #pragma once
 
 #include "support/shapes.h"
@@ -10,29 +11,29 @@
 
 namespace quarnex::test {
 
-/// A match that a search found; as a rule more bytes agree than these.
+/// A match found by a search; usually more than `len` bytes agree.
 struct plain_trie_record {
     u32 len;
     u32 pos;
     bool operator==(const plain_trie_record&) const = default;
 };
 
-/// A leaf without children, a path of bytes with one child, or a branch with several ones.
+/// A leaf (no children), a path of bytes with one child, or a branch with several.
 struct plain_trie_node {
-    u8 byte;            // that leads to it, behind a branch
-    u32 last;           // the position that came here last; a path's bytes stand there
-    u32 path_bytes = 0; // of a path
+    u8 byte;            // key byte, for a child of a branch
+    u32 last;           // the latest position inserted through the node; has the path's bytes
+    u32 path_bytes = 0; // length of a path
     std::vector<plain_trie_node> children{};
 };
 
-/// The first 256 bytes of some positions of a block.
+/// The first 256 bytes at positions of a block.
 class plain_trie {
   public:
     explicit plain_trie(const bytes& block) : block_(block) {}
 
-    /// Positions are to be inserted in rising order.
+    /// Positions are inserted in ascending order.
     void insert(u32 pos);
-    /// Earlier positions that start as `pos` does, by rising length.
+    /// Positions in the trie that share bytes with `pos`, by ascending length.
     std::vector<plain_trie_record> matches(u32 pos) const;
 
   private:

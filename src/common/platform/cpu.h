@@ -1,4 +1,6 @@
-// common/platform/cpu.h - what the processors are (their instructions: common/bit_instructions.h)
+// common/platform/cpu.h - processor count and cache size
+//
+// Instruction set extensions: common/bit_instructions.h.
 #pragma once
 
 #include "common/types.h"
@@ -8,8 +10,7 @@ namespace quarnex {
 /// Number of processors, at least 1.
 u32 processor_count();
 
-/// Size of the second-level cache in KiB as the processor identifies it; 0 if it has no such
-/// instruction.
+/// Size of the second-level cache in KiB as the CPUID instruction reports it; 0 without CPUID.
 u32 second_level_cache_kib();
 
 } // namespace quarnex

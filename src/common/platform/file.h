@@ -1,4 +1,4 @@
-// common/platform/file.h - an open file; failures are error numbers (errno), 0 for none
+// common/platform/file.h - an open file; functions return an errno value, 0 for success
 #pragma once
 
 #include "common/types.h"
@@ -7,13 +7,13 @@
 
 namespace quarnex {
 
-/// What a read has come to: fewer bytes than asked for without an error mean the end of the file.
+/// Result of a read.  Fewer bytes than requested without an error mean the end of the file.
 struct read_result {
     usize count; // bytes read
     int error;
 };
 
-/// One open file, or none.  Unbuffered: each call reaches the system.
+/// An open file, or none.  Unbuffered: each call is a system call.
 class system_file {
   public:
     system_file() = default;
@@ -26,27 +26,27 @@ class system_file {
         std::swap(descriptor_, other.descriptor_);
         return *this;
     }
-    /// Closes the file, if there is one.
+    /// Closes the file, if one is open.
     ~system_file() { static_cast<void>(close()); }
 
     bool is_open() const { return descriptor_ != no_file; }
-    /// The system's number for the file.
+    /// The file descriptor.
     int descriptor() const { return descriptor_; }
 
-    /// Opens a file for reading.  There must be none so far.
+    /// Opens a file for reading.  None may be open.
     [[nodiscard]] int open(const char* name);
-    /// Creates a file for writing, or empties the one that is there.  There must be none so far.
+    /// Creates a file for writing, or truncates an existing one.  None may be open.
     [[nodiscard]] int create(const char* name);
 
-    /// Reads `size` bytes, or up to the end of the file.
-    [[nodiscard]] read_result read(u8* to, usize size);
+    /// Reads `size` bytes, or fewer at the end of the file.
+    [[nodiscard]] read_result read(u8* dest, usize size);
     /// Writes `size` bytes.
-    [[nodiscard]] int write(const u8* from, usize size);
+    [[nodiscard]] int write(const u8* src, usize size);
     /// Sets the position, in bytes from the start.
     [[nodiscard]] int seek(u64 offset);
-    /// Size in bytes, or 0 if the system doesn't tell.
+    /// Size in bytes; 0 if it is unknown.
     u64 size() const;
-    /// Closes the file, if there is one.  A write can fail as late as this.
+    /// Closes the file, if one is open.  Reports delayed write errors.
     [[nodiscard]] int close();
 
   private:

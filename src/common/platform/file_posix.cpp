@@ -10,7 +10,7 @@
 namespace quarnex {
 namespace {
 
-constexpr usize max_request = usize{1} << 30; // some systems take no more in one call
+constexpr usize max_request = usize{1} << 30; // some systems limit a single call
 
 } // namespace
 
@@ -22,16 +22,16 @@ int system_file::open(const char* name)
 
 int system_file::create(const char* name)
 {
-    constexpr mode_t mode = 0666; // less what the umask takes away
+    constexpr mode_t mode = 0666; // minus the umask
     descriptor_ = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     return is_open() ? 0 : errno;
 }
 
-read_result system_file::read(u8* to, usize size)
+read_result system_file::read(u8* dest, usize size)
 {
     usize done = 0;
     while (done < size) {
-        const ssize_t got = ::read(descriptor_, to + done, std::min(size - done, max_request));
+        const ssize_t got = ::read(descriptor_, dest + done, std::min(size - done, max_request));
         if (got > 0)
             done += static_cast<usize>(got);
         else if (got == 0)
@@ -42,13 +42,13 @@ read_result system_file::read(u8* to, usize size)
     return {done, 0};
 }
 
-int system_file::write(const u8* from, usize size)
+int system_file::write(const u8* src, usize size)
 {
     while (size != 0) {
-        const ssize_t written = ::write(descriptor_, from, std::min(size, max_request));
+        const ssize_t written = ::write(descriptor_, src, std::min(size, max_request));
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return written < 0 ? errno : EIO;
-        from += written;
+        src += written;
         size -= static_cast<usize>(written);
     }
     return 0;

@@ -10,7 +10,7 @@
 namespace quarnex {
 namespace {
 
-constexpr usize max_request = usize{1} << 30; // the runtime's sizes have 31 bits
+constexpr usize max_request = usize{1} << 30; // the C runtime takes 31-bit sizes
 constexpr int common_flags = _O_BINARY | _O_NOINHERIT;
 
 } // namespace
@@ -27,12 +27,12 @@ int system_file::create(const char* name)
     return is_open() ? 0 : errno;
 }
 
-read_result system_file::read(u8* to, usize size)
+read_result system_file::read(u8* dest, usize size)
 {
     usize done = 0;
     while (done < size) {
         const auto request = static_cast<unsigned>(std::min(size - done, max_request));
-        const int got = _read(descriptor_, to + done, request);
+        const int got = _read(descriptor_, dest + done, request);
         if (got < 0) return {done, errno};
         if (got == 0) break;
         done += static_cast<usize>(got);
@@ -40,13 +40,13 @@ read_result system_file::read(u8* to, usize size)
     return {done, 0};
 }
 
-int system_file::write(const u8* from, usize size)
+int system_file::write(const u8* src, usize size)
 {
     while (size != 0) {
         const auto request = static_cast<unsigned>(std::min(size, max_request));
-        const int written = _write(descriptor_, from, request);
+        const int written = _write(descriptor_, src, request);
         if (written <= 0) return written < 0 ? errno : EIO;
-        from += written;
+        src += written;
         size -= static_cast<usize>(written);
     }
     return 0;

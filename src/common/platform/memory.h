@@ -1,36 +1,36 @@
-// common/platform/memory.h - large pages and address space
+// common/platform/memory.h - large pages and reserved address space
 #pragma once
 
 #include "common/types.h"
 
 namespace quarnex {
 
-/// Bytes of address space that the process can have at most.
+/// Upper bound on the address space of the process, in bytes.
 u64 address_space();
 
-/// Size of the pages that prefer_large_pages() asks for.
+/// Size of the pages that prefer_large_pages() requests.
 inline constexpr usize large_page_size = usize{2} << 20;
 
-/// Returns memory for free(), aligned to large_page_size where the system has large pages; null if
-/// there is none.
+/// Allocates memory, aligned to large_page_size where the system has large pages; null on failure.
+/// Freed with free().
 void* allocate_for_large_pages(usize size);
 
-/// Asks the system to keep the `size` bytes at `memory` in large pages, as far as whole ones fit.
-/// Does nothing where it has none.
+/// Asks the system to back the `size` bytes at `memory` by large pages, as far as whole ones fit.
+/// Does nothing on systems without them.
 void prefer_large_pages(void* memory, usize size);
 
-/// Reserves `size` bytes of address space; null if the system refuses.
+/// Reserves `size` bytes of address space; null on failure.
 void* reserve_memory(usize size);
 
-/// Makes whole pages of a reservation usable if they aren't yet; new ones are zero.  They take no
-/// memory until they are touched.  Returns false if the system has none to promise.
+/// Commits whole pages of a reservation; already committed ones are unchanged, new ones are zero.
+/// A page takes memory when it is first touched.  Returns false if the system refuses.
 [[nodiscard]] bool commit_memory(void* memory, usize size);
 
-/// Gives up the content of whole committed pages and, where the system can, their memory.  They can
-/// still be read and written.
+/// Discards the content of whole committed pages, and releases their memory where the system can.
+/// They stay readable and writable.
 void discard_memory(void* memory, usize size);
 
-/// Ends a reservation of `size` bytes.
+/// Releases a reservation of `size` bytes.
 void release_memory(void* memory, usize size);
 
 } // namespace quarnex

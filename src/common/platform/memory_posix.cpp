@@ -41,7 +41,7 @@ void* reserve_memory(usize size)
 
 bool commit_memory(void* /*memory*/, usize /*size*/)
 {
-    return true; // pages come when they are touched
+    return true; // pages are committed on first touch
 }
 
 void discard_memory(void* memory, usize size)

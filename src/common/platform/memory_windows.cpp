@@ -15,7 +15,7 @@ u64 address_space()
     return GlobalMemoryStatusEx(&status) != 0 ? status.ullTotalVirtual : UINTPTR_MAX;
 }
 
-// Large pages are a privilege here that no ordinary user has.
+// Large pages need a privilege that ordinary users lack.
 void* allocate_for_large_pages(usize size)
 {
     return std::malloc(size);

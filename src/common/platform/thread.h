@@ -1,4 +1,4 @@
-// common/platform/thread.h - a thread whose failure to start is a value
+// common/platform/thread.h - a thread; failure to start is a return value, not an exception
 #pragma once
 
 #include <pthread.h>
@@ -9,15 +9,15 @@ namespace quarnex {
 class system_thread {
   public:
     system_thread() = default;
-    /// Joins the thread, if there is one.
+    /// Joins the thread, if one is running.
     ~system_thread() { join(); }
     system_thread(const system_thread&) = delete;
     system_thread& operator=(const system_thread&) = delete;
 
-    /// Runs `body(context)` in a new thread; there must be none so far.  Returns false if it can't
-    /// be started.
+    /// Runs `body(context)` in a new thread.  None may be running.  Returns false if the thread
+    /// cannot be started.
     [[nodiscard]] bool start(void (*body)(void* context), void* context);
-    /// Waits for the thread's end, if there is one; then there is none.
+    /// Waits for the thread, if one is running, to end.
     void join();
 
     bool started() const { return started_; }

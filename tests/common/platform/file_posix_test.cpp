@@ -8,7 +8,7 @@
 namespace quarnex {
 namespace {
 
-TEST(system_file, a_full_disk_is_noticed_by_the_very_write)
+TEST(system_file, a_full_disk_fails_the_write_itself)
 {
     system_file file;
     ASSERT_EQ(file.create("/dev/full"), 0);
@@ -16,7 +16,7 @@ TEST(system_file, a_full_disk_is_noticed_by_the_very_write)
     EXPECT_EQ(file.write(&any, 1), ENOSPC);
 }
 
-TEST(system_file, a_read_error_is_told)
+TEST(system_file, a_read_error_is_returned)
 {
     const test::temp_dir dir;
     system_file file;

@@ -37,7 +37,7 @@ system_file open(const std::string& name)
     return file;
 }
 
-TEST(system_file, what_is_written_is_in_the_file_at_once)
+TEST(system_file, writes_are_unbuffered)
 {
     const temp_dir dir;
     system_file file = create(dir / "out");
@@ -49,7 +49,7 @@ TEST(system_file, what_is_written_is_in_the_file_at_once)
     EXPECT_EQ(read_file(dir / "out"), to_bytes("onetwo"));
 }
 
-TEST(system_file, create_empties_a_file_that_is_there)
+TEST(system_file, create_truncates_an_existing_file)
 {
     const temp_dir dir;
     test::write_file(dir / "out", bytes(1000));
@@ -57,7 +57,7 @@ TEST(system_file, create_empties_a_file_that_is_there)
     EXPECT_EQ(read_file(dir / "out"), bytes());
 }
 
-TEST(system_file, content_is_not_translated)
+TEST(system_file, line_ends_are_not_translated)
 {
     const temp_dir dir;
     const bytes lines = to_bytes("a\nb\r\nc\x1A\n");
@@ -68,7 +68,7 @@ TEST(system_file, content_is_not_translated)
     EXPECT_EQ(open(dir / "out").read(back.data(), back.size()).count, lines.size());
 }
 
-TEST(system_file, a_read_ends_early_at_the_end_of_the_file_alone)
+TEST(system_file, a_read_is_short_only_at_the_end_of_the_file)
 {
     const temp_dir dir;
     test::write_file(dir / "in", to_bytes("abcdef"));
@@ -94,7 +94,7 @@ TEST(system_file, a_gap_left_by_a_seek_is_zero_and_can_be_filled_later)
     EXPECT_EQ(read_file(dir / "out"), to_bytes("gapend"));
 }
 
-TEST(system_file, positions_and_sizes_go_beyond_4_gib)
+TEST(system_file, offsets_and_sizes_exceed_4_gib)
 {
     constexpr u64 beyond_32_bits = (u64{5} << 30) + 3;
     const temp_dir dir;
@@ -109,7 +109,7 @@ TEST(system_file, positions_and_sizes_go_beyond_4_gib)
     EXPECT_EQ(end, to_bytes("end"));
 }
 
-TEST(system_file, a_position_beyond_the_largest_offset_fails)
+TEST(system_file, seeking_past_the_largest_offset_fails)
 {
     const temp_dir dir;
     system_file file = create(dir / "out");
@@ -119,7 +119,7 @@ TEST(system_file, a_position_beyond_the_largest_offset_fails)
     EXPECT_EQ(std::filesystem::file_size(dir / "out"), 12U);
 }
 
-TEST(system_file, what_cannot_be_opened_is_none_with_its_reason)
+TEST(system_file, failure_to_open_or_create_returns_the_reason)
 {
     const temp_dir dir;
     system_file file;

@@ -11,7 +11,7 @@ namespace {
 
 using test::temp_dir;
 
-TEST(system_file, a_file_that_another_has_for_itself_cannot_be_created_and_stays)
+TEST(system_file, a_file_opened_exclusively_elsewhere_cannot_be_created)
 {
     const temp_dir dir;
     test::write_file(dir / "out", test::to_bytes("theirs"));
@@ -24,7 +24,7 @@ TEST(system_file, a_file_that_another_has_for_itself_cannot_be_created_and_stays
     EXPECT_EQ(test::read_file(dir / "out"), test::to_bytes("theirs"));
 }
 
-TEST(system_file, a_name_in_other_letters_is_the_same_file)
+TEST(system_file, names_are_case_insensitive)
 {
     const temp_dir dir;
     test::write_file(dir / "out", test::bytes(1000));

@@ -6,13 +6,13 @@
 namespace quarnex {
 namespace {
 
-TEST(platform_memory, the_address_space_is_large_and_not_larger_than_addresses_can_be)
+TEST(platform_memory, the_address_space_is_within_the_range_of_addresses)
 {
     EXPECT_GE(address_space(), u64{1} << 30);
     EXPECT_LE(address_space(), UINTPTR_MAX);
 }
 
-TEST(platform_memory, committed_pages_are_zero_and_keep_their_content_when_committed_again)
+TEST(platform_memory, committed_pages_are_zero_and_can_be_committed_again)
 {
     constexpr usize size = 1 << 20;
     auto* const memory = static_cast<u8*>(reserve_memory(4 * size));

@@ -7,7 +7,7 @@
 namespace quarnex {
 namespace {
 
-TEST(system_thread, that_cannot_start_is_none)
+TEST(system_thread, a_failed_start_is_reported)
 {
     const test::short_of_threads limit;
     system_thread thread;

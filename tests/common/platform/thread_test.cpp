@@ -15,7 +15,7 @@ TEST(platform_cpu, there_is_a_processor)
     EXPECT_GE(processor_count(), 1U);
 }
 
-TEST(system_thread, is_joined_at_the_end_of_its_object)
+TEST(system_thread, is_joined_by_the_destructor)
 {
     std::atomic<bool> ran = false;
     {
@@ -32,7 +32,7 @@ TEST(system_thread, is_joined_at_the_end_of_its_object)
     EXPECT_TRUE(ran);
 }
 
-TEST(system_thread, can_be_joined_before_and_more_than_once)
+TEST(system_thread, can_be_joined_before_start_and_twice)
 {
     system_thread thread;
     thread.join();
