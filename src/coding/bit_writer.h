@@ -13,14 +13,14 @@ inline constexpr u32 bit_writer_overrun = 8;
 class bit_writer {
   public:
     /// Maximum number of bits of one put().
-    static constexpr u32 most_bits = 56;
+    static constexpr u32 max_bits = 56;
 
     explicit bit_writer(u8* out) : out_(out) {}
 
-    /// Appends the lowest `count` bits of `bits` (0 to most_bits); all higher bits must be 0.
+    /// Appends the lowest `count` bits of `bits` (0 to max_bits); all higher bits must be 0.
     [[gnu::always_inline]] void put(u64 bits, u32 count)
     {
-        assert(count <= most_bits && bits >> count == 0);
+        assert(count <= max_bits && bits >> count == 0);
         held_ = held_ << count | bits;
         held_bits_ += count;
         // Stores 8 bytes and advances past the complete ones.  (Two shifts, as one by 64 is

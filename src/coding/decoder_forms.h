@@ -14,11 +14,6 @@
 
 namespace quarnex {
 
-/// Bytes by which an encoder's last match can pass the end of the block.  Candidates are compared
-/// as words of four bytes, of which three can lie past the end; a look-ahead match up to two
-/// positions further on may be extended backwards to the current one.
-inline constexpr u32 max_last_match_excess = 3 + 2;
-
 template <template <u32, class> class Decoding, class Bits>
 [[gnu::always_inline]] inline codec_result decode_by_level(const codec_job& job)
 {

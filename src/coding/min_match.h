@@ -22,7 +22,7 @@ constexpr u32 min_match(u32 level)
 }
 
 /// Returns the number of bytes by which the last match of an encoder can pass the block's end, by
-/// the minimum match length of methods 3 to 5.
+/// the minimum match length of its level.
 ///
 /// The hash searches (minimum 4) verify candidates by words of four bytes, three of which can lie
 /// past the end.  A look-ahead does so up to two positions further on and may extend what it finds

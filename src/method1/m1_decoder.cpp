@@ -185,7 +185,7 @@ bool m1_ends_exactly(const codec_job& job, m1_group group, u32 min_match)
             if (item.dist == 0) return m1_is_last_token(in, in_end, flag, flags);
             if (pos >= job.out_len) return false; // the stream of a longer block
             pos += item.len;
-            if (pos > u64{job.out_len} + max_last_match_excess) return false;
+            if (pos > u64{job.out_len} + max_match_overrun(min_match)) return false;
             in += item.bytes;
         }
     }

@@ -17,7 +17,7 @@ namespace quarnex {
 
 /// Literals written by one put().
 inline constexpr u32 m2_literal_group = 6;
-static_assert(m2_literal_group * m2_literal_bits <= bit_writer::most_bits);
+static_assert(m2_literal_group * m2_literal_bits <= bit_writer::max_bits);
 
 /// Returns the literal tokens of the first six of eight bytes, the first highest, in 54 bits.
 constexpr u64 m2_six_literals(u64 bytes)
@@ -32,9 +32,9 @@ constexpr u64 m2_six_literals(u64 bytes)
 
 /// The first token code that, with a distance, can exceed the bits of one put().
 inline constexpr u32 m2_first_split_code =
-    1 << ((bit_writer::most_bits - m2_class_bits - m2_max_extra_bits + 1) / 2);
+    1 << ((bit_writer::max_bits - m2_class_bits - m2_max_extra_bits + 1) / 2);
 static_assert(m2_gamma_bits(m2_first_split_code - 1) + m2_class_bits + m2_max_extra_bits <=
-              bit_writer::most_bits);
+              bit_writer::max_bits);
 
 /// Writes literals and matches of MinMatch bytes or more as a stream of method 2.  Matches come in
 /// the order of the block and don't overlap.  Inlined into the search, to keep the state in
@@ -121,7 +121,7 @@ class m2_tokens {
     /// Writes them as a literal run, seven bytes at a time.
     void run_until(u32 pos)
     {
-        constexpr u32 group = bit_writer::most_bits / 8;
+        constexpr u32 group = bit_writer::max_bits / 8;
         bits_.put(m2_literal_run_code, m2_gamma_bits(m2_literal_run_code));
         put_gamma(pos - done_ - m2_literal_run_base);
         for (; done_ + group <= pos; done_ += group) {
@@ -142,7 +142,7 @@ class m2_tokens {
 /// start of a literal run.
 inline constexpr u32 m2_unchecked_bits =
     std::max(m2_literal_group * m2_literal_bits,
-             m2_gamma_bits(m2_literal_run_code) + m2_max_gamma_bits + bit_writer::most_bits);
+             m2_gamma_bits(m2_literal_run_code) + m2_max_gamma_bits + bit_writer::max_bits);
 /// Upper bound of the bytes written past the block's size: the literals and the match that fill the
 /// output, and the literals of finish().
 inline constexpr u32 m2_writes_past =

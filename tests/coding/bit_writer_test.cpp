@@ -43,7 +43,7 @@ TEST(bit_writer, puts_of_0_to_56_bits_join)
         bytes out(1000 * 7 + bit_writer_overrun, 0xEE);
         bit_writer writer(out.data());
         for (int i = 0; i < 1000; ++i) {
-            const u32 count = random.below(bit_writer::most_bits + 1);
+            const u32 count = random.below(bit_writer::max_bits + 1);
             const u64 any = u64{random.next()} << 32 | random.next();
             const u64 value = any & ((u64{1} << count) - 1);
             for (u32 bit = count; bit-- > 0;) bits.push_back((value >> bit & 1) != 0);
@@ -60,9 +60,9 @@ TEST(bit_writer, puts_of_0_to_56_bits_join)
 
 TEST(bit_writer, writes_at_most_its_overrun_past_the_bits)
 {
-    for (u32 first = 0; first <= bit_writer::most_bits; ++first) {
-        for (u32 second = 0; second <= bit_writer::most_bits; ++second) {
-            bytes out(2 * bit_writer::most_bits / 8 + bit_writer_overrun + 2, 0xEE);
+    for (u32 first = 0; first <= bit_writer::max_bits; ++first) {
+        for (u32 second = 0; second <= bit_writer::max_bits; ++second) {
+            bytes out(2 * bit_writer::max_bits / 8 + bit_writer_overrun + 2, 0xEE);
             bit_writer writer(out.data());
             writer.put(0, first);
             const u8* const before = writer.whole_bytes_end();
