@@ -20,8 +20,8 @@ namespace quarnex::fuzz {
 namespace {
 
 constexpr u64 mib = u64{1} << 20;
-constexpr u64 most_data = 4 * mib;    // what a file with a bounded size restores to
-constexpr u64 most_written = 8 * mib; // beyond it, writing fails
+constexpr u64 max_data = 4 * mib;    // what a file with a bounded size restores to
+constexpr u64 max_written = 8 * mib; // beyond it, writing fails
 
 // The two low bits of the control byte: which of the header's sizes are left alone.  Never both, as
 // a block of 2 GiB would only take time.
@@ -57,7 +57,7 @@ struct workshop {
     workshop()
     {
         std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit is to fail
-        const rlimit limit{most_written, most_written};
+        const rlimit limit{max_written, max_written};
         require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "a limit for files");
         // The driver's messages go nowhere.  Those of libFuzzer and the sanitizers don't take this
         // way.
@@ -78,7 +78,7 @@ u64 bound_work(u8 bounds, std::span<u8> image)
     if (image.size() < head.size()) return 0;
     std::copy_n(image.begin(), head.size(), head.begin());
     if (!unpack_file_header(head, header)) return 0;
-    if (bounds != any_size) header.original_size %= most_data + 1;
+    if (bounds != any_size) header.original_size %= max_data + 1;
     if (bounds != any_block_mb) header.parameters.block_mb = 1;
     head = pack_file_header(header);
     std::copy(head.begin(), head.end(), image.begin());

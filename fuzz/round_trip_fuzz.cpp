@@ -11,7 +11,7 @@ namespace quarnex::fuzz {
 namespace {
 
 constexpr usize seed_block = 900;
-constexpr usize most_compared = 1200; // the plain encoders take their time
+constexpr usize max_compared = 1200; // the plain encoders take their time
 
 bool starts_with(const bytes& buffer, std::span<const u8> content)
 {
@@ -27,7 +27,7 @@ void encode_and_decode(std::span<const u8> input)
     const usize length = stream.result.length;
     require(length > 0, "an encoder produces something");
     require(length <= input.size(), "a stream is not longer than its block");
-    if (input.size() <= most_compared) {
+    if (input.size() <= max_compared) {
         const bytes expected = test::plain_encode(bytes(input.begin(), input.end()), parameters);
         require(length == expected.size() && starts_with(stream.out, expected),
                 "the stream is the plain encoder's");

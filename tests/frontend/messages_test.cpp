@@ -60,13 +60,15 @@ TEST(messages, a_thread_that_does_not_start_is_a_line_on_standard_output)
 
 TEST(messages, a_codec_without_memory_has_the_words_of_its_thread_and_a_line_with_the_name)
 {
-    event happened{
-        .kind = event_kind::block_uncoded, .name = "a", .block = 3, .lack = codec_status::no_table};
+    event happened{.kind = event_kind::block_uncoded,
+                   .name = "a",
+                   .block = 3,
+                   .codec_error = codec_status::no_table};
     const std::string line = "a: not enough memory for block 3\n";
     EXPECT_EQ(report_and_catch(happened), (printed{"compression error\n", line}));
     happened.on_worker = true;
     EXPECT_EQ(report_and_catch(happened), (printed{"error compressing\n", line}));
-    happened.lack = codec_status::no_state;
+    happened.codec_error = codec_status::no_state;
     EXPECT_EQ(report_and_catch(happened), (printed{"", line}));
 }
 
@@ -81,9 +83,10 @@ TEST(messages_death, a_failure_with_a_code_ends_the_process_with_a_line_that_nam
 {
     EXPECT_EXIT(report({.kind = event_kind::no_memory, .name = "a"}), test::ended_abnormally,
                 "^quarnex: a: error 100: malloc error\n$");
-    EXPECT_EXIT(
-        report({.kind = event_kind::block_uncoded, .name = "a", .lack = codec_status::no_lists}),
-        test::ended_abnormally, "^quarnex: a: error 100: malloc error\n$");
+    EXPECT_EXIT(report({.kind = event_kind::block_uncoded,
+                        .name = "a",
+                        .codec_error = codec_status::no_lists}),
+                test::ended_abnormally, "^quarnex: a: error 100: malloc error\n$");
     EXPECT_EXIT(report({.kind = event_kind::destination_unwritten, .cause = ENOENT, .name = "a"}),
                 test::ended_abnormally,
                 "^quarnex: a: error 102: write error. errno=2 '" + no_such_file + "'\n$");

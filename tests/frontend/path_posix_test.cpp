@@ -7,8 +7,8 @@ namespace {
 
 TEST(path, what_separates_on_other_systems_belongs_to_a_name)
 {
-    EXPECT_EQ(last_part("a\\b"), 0U);
-    EXPECT_EQ(last_part("C:a"), 0U);
+    EXPECT_EQ(last_component("a\\b"), 0U);
+    EXPECT_EQ(last_component("C:a"), 0U);
 }
 
 } // namespace

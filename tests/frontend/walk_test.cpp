@@ -186,7 +186,7 @@ TEST_F(recursive_walk, leaves_out_entries_whose_full_names_do_not_fit)
 
 TEST_F(recursive_walk, reads_100_directories_in_one_another)
 {
-    static_assert(dir_walk::most_levels == 100);
+    static_assert(dir_walk::max_levels == 100);
     plant_all({nested_directories(100) + "/file"});
     const names found = walk({"d"});
     ASSERT_EQ(found.size(), 101U);

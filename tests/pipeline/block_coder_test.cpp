@@ -57,7 +57,7 @@ TEST_F(block_coder, an_encoder_without_memory_fails_and_names_what_it_lacks)
     block_job job = job_to_encode(buffers, bytes(1000), failing_parameters);
     const block_result result = code_block(buffers, memory, job, finished);
     EXPECT_EQ(result.status, block_status::uncoded);
-    EXPECT_EQ(result.lack, codec_status::no_table);
+    EXPECT_EQ(result.codec_error, codec_status::no_table);
 }
 
 TEST_F(block_coder, a_decoder_without_memory_for_its_models_fails)
@@ -70,7 +70,7 @@ TEST_F(block_coder, a_decoder_without_memory_for_its_models_fails)
         job.codec.parameters.method = method;
         const block_result result = code_block(buffers, no_memory, job, finished);
         EXPECT_EQ(result.status, block_status::uncoded);
-        EXPECT_EQ(result.lack, codec_status::no_state);
+        EXPECT_EQ(result.codec_error, codec_status::no_state);
     }
 }
 

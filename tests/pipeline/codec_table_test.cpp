@@ -11,7 +11,7 @@ u32 encoders_in(u64 gib, u8 level, u16 block_mb)
 {
     file_parameters parameters{.codec = {.method = 1, .level = level}, .block_mb = block_mb};
     settle_parameters(parameters, level_defaults());
-    return encoders_with_room(parameters, gib << 30);
+    return max_encoders(parameters, gib << 30);
 }
 
 TEST(codec_table, encoders_have_room_beside_each_other_by_their_level_and_blocks)

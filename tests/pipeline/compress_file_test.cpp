@@ -177,7 +177,7 @@ TEST_P(compress_driver, an_encoder_without_memory_is_told_and_fails_its_file)
     const auto told = recorder.take();
     for (const recorded_event& each : told) {
         EXPECT_EQ(each.kind, event_kind::block_uncoded);
-        EXPECT_EQ(each.lack, codec_status::no_table);
+        EXPECT_EQ(each.codec_error, codec_status::no_table);
         EXPECT_EQ(each.on_worker, has_workers());
         EXPECT_EQ(each.name, dir / "in");
     }
@@ -316,7 +316,7 @@ TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten
 {
     start(130 * mib);
     std::vector<block_job> taken; // none of them gets written
-    for (u32 index = 0; index <= displacement_window::reach; ++index) {
+    for (u32 index = 0; index <= displacement_window::max_lead; ++index) {
         taken.push_back(work.jobs.dequeue());
         ASSERT_EQ(taken.back().block_index, index);
         taken.back().in_alloc.reset();
@@ -325,8 +325,8 @@ TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten
     const auto window_user = taken[0].out_file;
     for (u32 index = 0; index < 130; ++index) {
         window_user->window.mark_done(index);
-        if (index + 1 + displacement_window::reach < 130) {
-            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::reach);
+        if (index + 1 + displacement_window::max_lead < 130) {
+            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::max_lead);
         }
     }
     EXPECT_TRUE(comes_to_its_end(driver));

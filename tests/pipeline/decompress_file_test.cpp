@@ -239,7 +239,7 @@ TEST_P(decompress_driver, memory_that_runs_out_for_models_is_told)
     const recorded_event told =
         expect_failure(decompress(GetParam(), recorder, dir / "in", dir / "out", memory.get()),
                        event_kind::block_uncoded, status::no_memory);
-    EXPECT_EQ(told.lack, codec_status::no_state);
+    EXPECT_EQ(told.codec_error, codec_status::no_state);
     EXPECT_EQ(told.name, dir / "in");
 }
 

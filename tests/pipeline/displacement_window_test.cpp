@@ -25,7 +25,7 @@ TEST(displacement_window, blocks_up_to_120_ahead_enter_at_once)
     const test::time_guard guard;
     displacement_window window;
     enter(window, 0, 120);
-    EXPECT_EQ(displacement_window::reach, 120U);
+    EXPECT_EQ(displacement_window::max_lead, 120U);
 }
 
 TEST(displacement_window, a_block_more_than_120_ahead_waits_until_the_oldest_is_done)
@@ -71,7 +71,7 @@ TEST(displacement_window, long_files_go_through_in_any_order_of_settling)
     std::vector<u32> under_way; // by number
     for (u32 index = 0; index < 20000; ++index) {
         // Where the driver would wait, blocks are done at random until the oldest is among them.
-        while (!under_way.empty() && index - under_way.front() > displacement_window::reach) {
+        while (!under_way.empty() && index - under_way.front() > displacement_window::max_lead) {
             const u32 any = random.below(static_cast<u32>(under_way.size()));
             window.mark_done(under_way[any]);
             under_way.erase(under_way.begin() + any);
@@ -79,7 +79,7 @@ TEST(displacement_window, long_files_go_through_in_any_order_of_settling)
         window.wait_to_enter(index);
         under_way.push_back(index);
     }
-    EXPECT_LE(under_way.back() - under_way.front(), displacement_window::reach);
+    EXPECT_LE(under_way.back() - under_way.front(), displacement_window::max_lead);
 }
 
 TEST(displacement_window, a_driver_and_two_settling_threads_never_get_stuck)

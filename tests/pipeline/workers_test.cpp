@@ -47,7 +47,7 @@ TEST_F(workers, a_failure_is_told_once_and_the_rest_of_its_file_is_dropped)
     const auto told = recorder.take();
     ASSERT_EQ(told.size(), 1U);
     EXPECT_EQ(told[0].kind, event_kind::block_uncoded);
-    EXPECT_EQ(told[0].lack, codec_status::no_table);
+    EXPECT_EQ(told[0].codec_error, codec_status::no_table);
     EXPECT_EQ(told[0].name, "source");
     EXPECT_TRUE(told[0].on_worker);
     EXPECT_EQ(work.thread_failures(), 1U);

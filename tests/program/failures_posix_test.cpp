@@ -251,7 +251,7 @@ class threads_that_do_not_start : public program_fixture {
         if (run({"-h"}).status == status_not_set_up) GTEST_SKIP() << "stacks are limited here";
     }
 
-    /// Expects a run that ends for the lack of `workers` workers and a writer.
+    /// Expects a run in which `workers` workers and a writer fail to start.
     void expect_wanted(u32 workers, const std::vector<std::string>& arguments) const
     {
         const program_result result = run(arguments);

@@ -20,7 +20,7 @@ struct recorded_event {
     u64 wanted = 0;
     u64 got = 0;
     direction mode = direction::compress;
-    codec_status lack = codec_status::done;
+    codec_status codec_error = codec_status::done;
     bool on_worker = false;
 };
 
@@ -53,7 +53,7 @@ class event_recorder {
         auto& self = *static_cast<event_recorder*>(context);
         scoped_lock lock(self.mutex_);
         self.events_.push_back({happened.kind, happened.cause, happened.name, happened.block,
-                                happened.wanted, happened.got, happened.mode, happened.lack,
+                                happened.wanted, happened.got, happened.mode, happened.codec_error,
                                 happened.on_worker});
     }
 
