@@ -7,7 +7,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST_P(compress_driver, a_source_that_cannot_be_read_is_told_and_fails)
+TEST_P(compress_driver, a_source_that_cannot_be_read_is_reported_and_fails)
 {
     std::filesystem::create_directory(dir / "in");
     write_file(dir / "in/entry", {}); // gives the directory a size
@@ -17,7 +17,7 @@ TEST_P(compress_driver, a_source_that_cannot_be_read_is_told_and_fails)
     EXPECT_EQ(told.cause, EISDIR);
 }
 
-TEST_P(compress_driver, a_header_that_cannot_be_written_is_told_and_fails)
+TEST_P(compress_driver, a_header_that_cannot_be_written_is_reported_and_fails)
 {
     std::filesystem::create_symlink("/dev/full", dir / "out.qrx");
     const recorded_event told = expect_driver_failure(
@@ -26,7 +26,7 @@ TEST_P(compress_driver, a_header_that_cannot_be_written_is_told_and_fails)
     EXPECT_EQ(told.cause, ENOSPC);
 }
 
-TEST_P(compress_driver, a_record_that_cannot_be_written_whole_is_told_and_fails)
+TEST_P(compress_driver, a_partly_written_record_is_reported_and_fails)
 {
     const bytes content = find_shape("random").make(3 * mib, 5);
     write_file(dir / "in", content);

@@ -6,7 +6,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST_P(decompress_driver, a_full_disk_is_told_and_fails)
+TEST_P(decompress_driver, a_full_disk_is_reported_and_fails)
 {
     std::filesystem::create_symlink("/dev/full", dir / "out");
     const recorded_event told = expect_failure(

@@ -9,7 +9,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST(engine_start, each_thread_that_does_not_start_is_told)
+TEST(engine_start, each_thread_that_fails_to_start_is_reported)
 {
     const time_guard guard;
     event_recorder recorder;

@@ -5,12 +5,13 @@
 namespace quarnex::test {
 namespace {
 
-TEST_F(writer, a_failed_write_is_told_and_the_rest_of_its_file_is_dropped)
+TEST_F(writer, a_failed_write_is_reported_and_the_rest_of_its_file_is_dropped)
 {
     const destination full = create_output("/dev/full");
     const destination other = create("other");
     put_record(full, 0, 300);
-    for (u32 index = 1; index < 300; ++index) { // all are done: nobody waits for ever
+    for (u32 index = 1; index < 300;
+         ++index) { // each is marked done: the driver would never wait forever
         full->window.wait_to_enter(index);
         put_record(full, index, 300);
     }
@@ -27,7 +28,7 @@ TEST_F(writer, a_failed_write_is_told_and_the_rest_of_its_file_is_dropped)
     EXPECT_EQ(content("other").size(), 6U) << "other files are written";
 }
 
-TEST_F(writer, a_failed_write_of_decoded_data_is_told)
+TEST_F(writer, a_failed_write_of_decoded_data_is_reported)
 {
     put_data(create_output("/dev/full"), 0, 2, to_bytes("data"));
     end();

@@ -1,4 +1,4 @@
-// program/recursive_fixture.h - directories that the program compresses and restores with -r
+// program/recursive_fixture.h - compresses and restores directories with -r
 #pragma once
 
 #include "support/file_tree.h"
@@ -10,7 +10,7 @@ namespace quarnex::test {
 
 using names = std::vector<std::string>;
 
-/// A name of a few of the characters in `alphabet`.
+/// Returns a random short name of characters in `alphabet`.
 inline std::string random_name(random_source& random, const std::string& alphabet)
 {
     std::string name;
@@ -19,7 +19,8 @@ inline std::string random_name(random_source& random, const std::string& alphabe
     return name == "." || name == ".." ? "..." : name;
 }
 
-/// Some 200 files, some of them empty, and directories, some of them empty, up to ten deep.
+/// Returns a random tree of about 200 files and directories, up to ten levels deep; some of both
+/// are empty.
 inline file_tree random_tree(const std::string& alphabet)
 {
     random_source random(17);
@@ -40,7 +41,7 @@ inline file_tree random_tree(const std::string& alphabet)
     return made;
 }
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class recursive : public program_with_threads {
   protected:
     program_result compress(const names& list, const std::string& destination = "out",
@@ -71,10 +72,10 @@ class recursive : public program_with_threads {
     file_tree tree(const std::string& directory) const { return tree_below(dir / directory); }
     names listed(const std::string& directory) const { return names_below(dir / directory); }
 
-    /// Whether `name` is the compressed form of `content`, which no method makes smaller.
+    /// Returns whether `name` is the compressed form of `content`, which is incompressible.
     bool holds(const std::string& name, const bytes& content) const
     {
-        const auto file = take_qrx_apart(get(name));
+        const auto file = parse_qrx(get(name));
         if (!file || file->header.original_size != content.size()) return false;
         const auto payloads = payloads_in_order(*file);
         bytes held;
@@ -84,7 +85,7 @@ class recursive : public program_with_threads {
         return held == content;
     }
 
-    /// Expects that a tree comes through both directions unchanged.
+    /// Compresses and restores a tree and expects it unchanged.
     void expect_rebuilt(const file_tree& made) const
     {
         for (const auto& [name, content] : made) plant("tree/" + name, content);

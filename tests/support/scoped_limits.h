@@ -1,4 +1,4 @@
-// support/scoped_limits.h - limits of this very process, for the length of a scope
+// support/scoped_limits.h - limits of this process for a scope
 #pragma once
 
 #include <algorithm>
@@ -30,8 +30,8 @@ class limit_of_process {
     rlimit before_{};
 };
 
-/// Lets the process take no more than `spare` bytes of address space above what it has, once
-/// threads that have just started have what they reserve for a moment.
+/// Limits the address space to the current size plus `spare` bytes.  First waits until the size is
+/// stable, because new threads reserve address space for a moment.
 class short_of_memory {
   public:
     explicit short_of_memory(rlim_t spare = rlim_t{128} << 20)
@@ -61,11 +61,11 @@ class short_of_memory {
     limit_of_process limit_;
 };
 
-/// Lets no file grow beyond `largest` bytes: the write that would do so fails with EFBIG.
+/// Limits the size of files to `max_size` bytes: writes beyond it fail with EFBIG.
 class short_of_disk {
   public:
-    explicit short_of_disk(rlim_t largest)
-        : before_(std::signal(SIGXFSZ, SIG_IGN)), limit_(RLIMIT_FSIZE, largest)
+    explicit short_of_disk(rlim_t max_size)
+        : before_(std::signal(SIGXFSZ, SIG_IGN)), limit_(RLIMIT_FSIZE, max_size)
     {
     }
     ~short_of_disk() { std::signal(SIGXFSZ, before_); }
@@ -77,7 +77,7 @@ class short_of_disk {
     limit_of_process limit_;
 };
 
-/// Makes each new thread ask for a stack that no address space holds.
+/// Makes thread creation fail: the default stack size exceeds the address space.
 class short_of_threads {
   public:
     short_of_threads()
