@@ -22,10 +22,10 @@ class compress_driver : public driver_fixture {
     /// Expects an event that the source can't be opened because of `cause`.
     void expect_no_source(const std::string& source, int cause)
     {
-        const recorded_event told = expect_driver_failure(
+        const recorded_event reported = expect_driver_failure(
             run_from(source), event_kind::source_unopened, status::source_unopened);
-        EXPECT_EQ(told.name, source);
-        EXPECT_EQ(told.cause, cause);
+        EXPECT_EQ(reported.name, source);
+        EXPECT_EQ(reported.cause, cause);
         EXPECT_FALSE(file_exists(dir / "out.qrx"));
     }
 

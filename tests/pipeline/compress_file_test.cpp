@@ -165,30 +165,30 @@ TEST_P(compress_driver, a_destination_that_cannot_be_created_is_reported_and_fai
     write_file(dir / "in", {});
     const driver_run result =
         compress(GetParam(), recorder, quick_parameters, dir / "in", dir / "no/out.qrx");
-    const recorded_event told = expect_driver_failure(result, event_kind::destination_uncreated,
-                                                      status::destination_uncreated);
-    EXPECT_EQ(told.name, dir / "no/out.qrx");
-    EXPECT_EQ(told.cause, ENOENT);
+    const recorded_event reported = expect_driver_failure(result, event_kind::destination_uncreated,
+                                                          status::destination_uncreated);
+    EXPECT_EQ(reported.name, dir / "no/out.qrx");
+    EXPECT_EQ(reported.cause, ENOENT);
 }
 
 TEST_P(compress_driver, an_encoder_without_memory_is_reported_and_fails_its_file)
 {
     const driver_run result = run(bytes(5 * mib), failing_parameters);
     EXPECT_EQ(result.first_failure, status::no_memory);
-    const auto told = recorder.take();
-    for (const recorded_event& each : told) {
+    const auto reported = recorder.take();
+    for (const recorded_event& each : reported) {
         EXPECT_EQ(each.kind, event_kind::block_uncoded);
         EXPECT_EQ(each.codec_error, codec_status::no_table);
         EXPECT_EQ(each.on_worker, has_workers());
         EXPECT_EQ(each.name, dir / "in");
     }
     if (!has_workers()) {
-        EXPECT_EQ(told.size(), 1U);
+        EXPECT_EQ(reported.size(), 1U);
         EXPECT_EQ(result.result, status::no_memory);
         return;
     }
     // Each worker may already hold a block of the file when the first one fails.
-    EXPECT_EQ(told.size(), result.thread_failures);
+    EXPECT_EQ(reported.size(), result.thread_failures);
     EXPECT_GE(result.thread_failures, 1U);
     EXPECT_LE(result.thread_failures, GetParam());
     EXPECT_EQ(result.result, status::done) << "the driver ignores failures of other threads";
@@ -272,10 +272,10 @@ TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_an
     const bytes slack(last.codec.in_buf + 1000, last.codec.in_buf + 1000 + in_slack);
     EXPECT_EQ(slack, bytes(in_slack));
     EXPECT_EQ(result, status::done);
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::source_shrank);
-    EXPECT_EQ(told[0].name, dir / "in");
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::source_shrank);
+    EXPECT_EQ(reported[0].name, dir / "in");
     EXPECT_EQ(parse_qrx(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
 }
 

@@ -97,29 +97,29 @@ TEST_P(decompress_driver, a_source_that_ends_within_a_payload_is_reported_and_fa
     const bytes payload = m1_run_payload('a', 100);
     bytes image = build_qrx({{.original_size = 100}, {{0, payload}}});
     image.pop_back();
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(run(image), event_kind::payload_short, status::truncated);
-    EXPECT_EQ(told.name, dir / "in");
-    EXPECT_EQ(told.cause, 0);
-    EXPECT_EQ(told.wanted, payload.size());
-    EXPECT_EQ(told.got, payload.size() - 1);
+    EXPECT_EQ(reported.name, dir / "in");
+    EXPECT_EQ(reported.cause, 0);
+    EXPECT_EQ(reported.wanted, payload.size());
+    EXPECT_EQ(reported.got, payload.size() - 1);
 }
 
 TEST_P(decompress_driver, a_truncated_header_is_reported_and_creates_nothing)
 {
     for (const usize size : {0U, 1U, 31U}) {
-        const recorded_event told =
+        const recorded_event reported =
             expect_driver_failure(run(bytes(size)), event_kind::header_short, status::truncated);
-        EXPECT_EQ(told.cause, 0);
+        EXPECT_EQ(reported.cause, 0);
         EXPECT_FALSE(file_exists(dir / "out"));
     }
 }
 
 TEST_P(decompress_driver, a_file_without_the_magic_letters_is_reported_and_creates_nothing)
 {
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(run(bytes(100, 'x')), event_kind::not_qrx, status::not_qrx);
-    EXPECT_EQ(told.name, dir / "in");
+    EXPECT_EQ(reported.name, dir / "in");
     EXPECT_FALSE(file_exists(dir / "out"));
 }
 
@@ -185,11 +185,11 @@ TEST_P(decompress_driver, a_block_decoded_short_is_reported_and_padded_with_zero
                                            {full_block('a'), {0, m1_run_payload('b', 100)}}});
     EXPECT_EQ(result.result, status::done);
     EXPECT_EQ(result.first_failure, status::done);
-    const recorded_event told = expect_event(event_kind::block_short);
-    EXPECT_EQ(told.name, dir / "out");
-    EXPECT_EQ(told.block, 1U);
-    EXPECT_EQ(told.wanted, 200U);
-    EXPECT_EQ(told.got, 100U);
+    const recorded_event reported = expect_event(event_kind::block_short);
+    EXPECT_EQ(reported.name, dir / "out");
+    EXPECT_EQ(reported.block, 1U);
+    EXPECT_EQ(reported.wanted, 200U);
+    EXPECT_EQ(reported.got, 100U);
     bytes expected(mib, 'a');
     expected.resize(mib + 100, 'b');
     expected.resize(mib + 200);
@@ -198,22 +198,22 @@ TEST_P(decompress_driver, a_block_decoded_short_is_reported_and_padded_with_zero
 
 TEST_P(decompress_driver, a_source_that_cannot_be_opened_is_reported_and_fails)
 {
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(decompress(GetParam(), recorder, dir / "none", dir / "out"),
                               event_kind::source_unopened, status::source_unopened);
-    EXPECT_EQ(told.name, dir / "none");
-    EXPECT_EQ(told.cause, ENOENT);
-    EXPECT_EQ(told.mode, direction::decompress);
+    EXPECT_EQ(reported.name, dir / "none");
+    EXPECT_EQ(reported.cause, ENOENT);
+    EXPECT_EQ(reported.mode, direction::decompress);
 }
 
 TEST_P(decompress_driver, a_destination_that_cannot_be_created_is_reported_and_fails)
 {
     write_file(dir / "in", build_qrx(shuffled_file()));
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(decompress(GetParam(), recorder, dir / "in", dir / "no/out"),
                               event_kind::destination_uncreated, status::destination_uncreated);
-    EXPECT_EQ(told.name, dir / "no/out");
-    EXPECT_EQ(told.cause, ENOENT);
+    EXPECT_EQ(reported.name, dir / "no/out");
+    EXPECT_EQ(reported.cause, ENOENT);
 }
 
 TEST_P(decompress_driver, missing_memory_for_a_payload_or_a_block_is_reported)
@@ -236,11 +236,11 @@ TEST_P(decompress_driver, missing_memory_for_models_is_reported)
     write_file(dir / "in", build_qrx({{.original_size = 1000, .method = 5}, {{0, bytes(10)}}}));
     limited_allocator memory;
     memory.refuse_from(sizeof(u64) * 1024); // refuses only the models, the largest allocation
-    const recorded_event told =
+    const recorded_event reported =
         expect_failure(decompress(GetParam(), recorder, dir / "in", dir / "out", memory.get()),
                        event_kind::block_uncoded, status::no_memory);
-    EXPECT_EQ(told.codec_error, codec_status::no_state);
-    EXPECT_EQ(told.name, dir / "in");
+    EXPECT_EQ(reported.codec_error, codec_status::no_state);
+    EXPECT_EQ(reported.name, dir / "in");
 }
 
 TEST_P(decompress_driver, after_a_thread_failure_no_destination_is_created_or_truncated)

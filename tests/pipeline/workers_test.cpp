@@ -44,12 +44,12 @@ TEST_F(workers, a_failure_is_reported_once_and_the_rest_of_its_file_is_dropped)
     work.submit(next_block(quick_parameters));
     work.submit(next_block(failing_parameters));
     EXPECT_TRUE(ends_with_nothing_more(worker)) << "the valid block is dropped too";
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::block_uncoded);
-    EXPECT_EQ(told[0].codec_error, codec_status::no_table);
-    EXPECT_EQ(told[0].name, "source");
-    EXPECT_TRUE(told[0].on_worker);
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::block_uncoded);
+    EXPECT_EQ(reported[0].codec_error, codec_status::no_table);
+    EXPECT_EQ(reported[0].name, "source");
+    EXPECT_TRUE(reported[0].on_worker);
     EXPECT_EQ(work.thread_failures(), 1U);
     EXPECT_EQ(work.first_failure(), status::no_memory);
     EXPECT_EQ(file->failure(), status::no_memory);
@@ -90,9 +90,9 @@ TEST_F(workers, a_block_without_memory_for_its_output_fails)
         short_of_memory.submit(std::move(job));
         short_of_memory.wait_for_blocks();
         memory.refuse_from(SIZE_MAX);
-        const auto told = recorder.take();
-        ASSERT_EQ(told.size(), 1U);
-        EXPECT_EQ(told[0].kind, event_kind::no_memory);
+        const auto reported = recorder.take();
+        ASSERT_EQ(reported.size(), 1U);
+        EXPECT_EQ(reported[0].kind, event_kind::no_memory);
     }
     short_of_memory.jobs.enqueue(end_of_work());
     EXPECT_TRUE(finishes(worker));

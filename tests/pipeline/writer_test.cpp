@@ -139,11 +139,11 @@ TEST_F(writer, a_257th_file_in_flight_is_reported_and_fails)
 {
     for (int i = 0; i < 257; ++i) put_record(create_output(null_device), 0, 2);
     end();
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::too_many_destinations);
-    EXPECT_EQ(told[0].wanted, 256U);
-    EXPECT_EQ(told[0].name, null_device);
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::too_many_destinations);
+    EXPECT_EQ(reported[0].wanted, 256U);
+    EXPECT_EQ(reported[0].name, null_device);
     EXPECT_EQ(work.first_failure(), status::too_many_files);
 }
 

@@ -69,11 +69,11 @@ class driver_fixture : public testing::TestWithParam<u32> {
     /// Expects exactly one event, of `kind`, and returns it.
     recorded_event expect_event(event_kind kind)
     {
-        const auto told = recorder.take();
-        EXPECT_EQ(told.size(), 1U);
-        if (told.size() != 1) return {kind};
-        EXPECT_EQ(told[0].kind, kind) << testing::PrintToString(told[0]);
-        return told[0];
+        const auto reported = recorder.take();
+        EXPECT_EQ(reported.size(), 1U);
+        if (reported.size() != 1) return {kind};
+        EXPECT_EQ(reported[0].kind, kind) << testing::PrintToString(reported[0]);
+        return reported[0];
     }
 
     /// Expects one event of `kind` and the failure `reason`: of the driver itself or, with workers,
@@ -85,9 +85,9 @@ class driver_fixture : public testing::TestWithParam<u32> {
         if (!has_workers()) {
             EXPECT_EQ(run.result, reason);
         }
-        const recorded_event told = expect_event(kind);
-        EXPECT_EQ(told.on_worker, has_workers());
-        return told;
+        const recorded_event reported = expect_event(kind);
+        EXPECT_EQ(reported.on_worker, has_workers());
+        return reported;
     }
 
     /// Expects one event of `kind` and the failure `reason` of the driver itself.
@@ -96,9 +96,9 @@ class driver_fixture : public testing::TestWithParam<u32> {
         EXPECT_EQ(run.first_failure, reason);
         EXPECT_EQ(run.thread_failures, 0U);
         EXPECT_EQ(run.result, reason);
-        const recorded_event told = expect_event(kind);
-        EXPECT_FALSE(told.on_worker);
-        return told;
+        const recorded_event reported = expect_event(kind);
+        EXPECT_FALSE(reported.on_worker);
+        return reported;
     }
 
     void expect_success(const driver_run& run)

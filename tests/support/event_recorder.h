@@ -25,10 +25,10 @@ struct recorded_event {
 };
 
 /// Prints an event in test failures.
-inline void PrintTo(const recorded_event& told, std::ostream* out)
+inline void PrintTo(const recorded_event& reported, std::ostream* out)
 {
-    *out << "event " << static_cast<int>(told.kind) << " of '" << told.name << "', cause "
-         << told.cause << ", wanted " << told.wanted << ", got " << told.got;
+    *out << "event " << static_cast<int>(reported.kind) << " of '" << reported.name << "', cause "
+         << reported.cause << ", wanted " << reported.wanted << ", got " << reported.got;
 }
 
 /// An observer that records all events, from any thread.
