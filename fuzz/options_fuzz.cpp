@@ -16,11 +16,11 @@ using argument = std::vector<char>; // a heap block of exactly the argument's si
 std::vector<argument> split(std::span<const u8> text)
 {
     std::vector<argument> arguments;
-    for (auto from = text.begin(); from != text.end();) {
-        const auto to = std::find(from, text.end(), 0);
-        arguments.emplace_back(from, to).push_back('\0');
+    for (auto begin = text.begin(); begin != text.end();) {
+        const auto end = std::find(begin, text.end(), 0);
+        arguments.emplace_back(begin, end).push_back('\0');
         arguments.back().shrink_to_fit();
-        from = to == text.end() ? to : to + 1;
+        begin = end == text.end() ? end : end + 1;
     }
     return arguments;
 }

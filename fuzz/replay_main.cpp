@@ -26,23 +26,23 @@ usize random_index(const bytes& input, random_source& random)
 void mutate_once(bytes& input, random_source& random)
 {
     const usize at = random_index(input, random);
-    const auto place = input.begin() + static_cast<std::ptrdiff_t>(at);
+    const auto position = input.begin() + static_cast<std::ptrdiff_t>(at);
     const usize count = std::min<usize>(1 + random.below(16), input.size() - at);
     switch (random.below(6)) {
     case 0:
-        *place ^= static_cast<u8>(1U << random.below(8));
+        *position ^= static_cast<u8>(1U << random.below(8));
         break;
     case 1:
-        *place = static_cast<u8>(random.next());
+        *position = static_cast<u8>(random.next());
         break;
     case 2:
-        std::fill_n(place, count, random.below(2) == 0 ? 0x00 : 0xFF);
+        std::fill_n(position, count, random.below(2) == 0 ? 0x00 : 0xFF);
         break;
     case 3:
-        input.insert(place, random.below(16) + 1, static_cast<u8>(random.next()));
+        input.insert(position, random.below(16) + 1, static_cast<u8>(random.next()));
         break;
     case 4:
-        input.erase(place, place + static_cast<std::ptrdiff_t>(count));
+        input.erase(position, position + static_cast<std::ptrdiff_t>(count));
         break;
     default:
         input.resize(at);

@@ -87,7 +87,7 @@ TEST(frontend_system, list_directory_returns_all_names)
     std::setvbuf(stream, nullptr, _IONBF, 0);
     usize written = 0;
     {
-        const test::limit_of_process limit(RLIMIT_FSIZE, 10);
+        const test::process_limit limit(RLIMIT_FSIZE, 10);
         written = std::fwrite("twelve bytes", 1, 12, stream);
     }
     std::fprintf(stderr, "%zu %s", written, std::strerror(errno));

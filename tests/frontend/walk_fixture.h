@@ -35,9 +35,9 @@ class recursive_walk : public testing::Test {
     {
         for (const std::string& name : planted) plant(dir / name);
     }
-    void link(const std::string& to, const std::string& name) const
+    void link(const std::string& target, const std::string& name) const
     {
-        std::filesystem::create_symlink(to, dir / name);
+        std::filesystem::create_symlink(target, dir / name);
     }
 
     /// Returns the path of `name` in the directory, with the system's separators.

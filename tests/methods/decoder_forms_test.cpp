@@ -33,8 +33,8 @@ class decoder_forms : public testing::TestWithParam<cell> {
     static bytes decode_as_plainly(const bytes& payload, usize length)
     {
         const bytes out = decode(payload, length);
-        if (GetParam().method ==
-            2) { // the plain decoder of method 1 accepts only undamaged streams
+        // The plain decoder of method 1 accepts only undamaged streams.
+        if (GetParam().method == 2) {
             EXPECT_TRUE(test::m2_plain_decode(payload, length, GetParam().level) == out);
         }
         return out;

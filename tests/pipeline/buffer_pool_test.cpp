@@ -18,12 +18,12 @@ TEST(buffer_pool, a_released_buffer_is_reused)
 {
     buffer_pool pool(system_allocator, 4);
     block_buffer first = pool.take(mib);
-    const u8* const place = first.get();
+    const u8* const address = first.get();
     EXPECT_EQ(pool.idle(), 0U);
     first.reset();
     EXPECT_EQ(pool.idle(), 1U);
     const block_buffer second = pool.take(mib);
-    EXPECT_EQ(second.get(), place);
+    EXPECT_EQ(second.get(), address);
     EXPECT_EQ(pool.idle(), 0U);
 }
 
@@ -40,10 +40,10 @@ TEST(buffer_pool, buffers_in_use_are_distinct)
 TEST(buffer_pool, a_buffer_is_reused_for_sizes_down_to_half_its_own)
 {
     buffer_pool pool(system_allocator, 4);
-    const u8* const place = pool.take(2 * mib).get();
-    EXPECT_EQ(pool.take(mib + 1).get(), place);
-    EXPECT_EQ(pool.take(mib).get(), place);
-    EXPECT_EQ(pool.take(2 * mib).get(), place) << "the buffer keeps its full capacity";
+    const u8* const address = pool.take(2 * mib).get();
+    EXPECT_EQ(pool.take(mib + 1).get(), address);
+    EXPECT_EQ(pool.take(mib).get(), address);
+    EXPECT_EQ(pool.take(2 * mib).get(), address) << "the buffer keeps its full capacity";
 }
 
 TEST(buffer_pool, a_much_larger_buffer_is_not_reused)
@@ -71,11 +71,11 @@ TEST(buffer_pool, the_first_fitting_buffer_is_found_among_others)
     block_buffer small = pool.take(256 * kib);
     block_buffer fitting = pool.take(mib);
     block_buffer large = pool.take(4 * mib);
-    const u8* const place = fitting.get();
+    const u8* const address = fitting.get();
     small.reset();
     fitting.reset();
     large.reset();
-    EXPECT_EQ(pool.take(mib - 10).get(), place);
+    EXPECT_EQ(pool.take(mib - 10).get(), address);
     EXPECT_EQ(pool.idle(), 3U);
 }
 
@@ -106,12 +106,12 @@ TEST(buffer_pool, the_oldest_is_evicted_when_sizes_change)
     buffer_pool pool(system_allocator, 2);
     block_buffer older = pool.take(300 * kib);
     block_buffer newer = pool.take(300 * kib);
-    const u8* const newer_place = newer.get();
+    const u8* const newer_address = newer.get();
     older.reset();
     newer.reset();
     const block_buffer large = pool.take(mib);
     EXPECT_EQ(pool.idle(), 1U);
-    EXPECT_EQ(pool.take(300 * kib).get(), newer_place);
+    EXPECT_EQ(pool.take(300 * kib).get(), newer_address);
 }
 
 TEST(buffer_pool, idle_buffers_are_freed_when_memory_is_short)

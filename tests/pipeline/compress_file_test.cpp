@@ -22,8 +22,7 @@ TEST_P(compress_driver, an_empty_file_becomes_a_header_and_one_empty_record)
 
 TEST_P(compress_driver, a_file_of_exactly_n_blocks_has_n_full_records)
 {
-    const bytes content =
-        find_shape("random").make(2 * mib, 5); // stored, so payload lengths equal block lengths
+    const bytes content = find_shape("random").make(2 * mib, 5); // will be stored
     expect_success(run(content));
     const auto payloads = payloads_in_order(compressed());
     ASSERT_TRUE(payloads);
@@ -124,8 +123,8 @@ TEST_P(compress_classified, an_incompressible_block_is_stored_filtered)
     ASSERT_TRUE(payloads);
     ASSERT_EQ(payloads->size(), 3U);
     for (usize i = 0; i < 3; ++i) { // filter state starts anew in each block
-        const auto from = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
-        const bytes block(from, i < 2 ? from + mib : content.end());
+        const auto begin = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
+        const bytes block(begin, i < 2 ? begin + mib : content.end());
         EXPECT_TRUE(payloads->at(i) == plain_x86_filter(block, true)) << i;
         EXPECT_FALSE(payloads->at(i) == block) << i;
     }

@@ -68,18 +68,18 @@ TEST(displacement_window, long_files_complete_in_any_order_of_blocks)
     const test::time_guard guard;
     displacement_window window;
     test::random_source random(1);
-    std::vector<u32> under_way; // by number
+    std::vector<u32> in_flight; // by number
     for (u32 index = 0; index < 20000; ++index) {
         // When the driver would wait, mark random blocks done until the oldest is among them.
-        while (!under_way.empty() && index - under_way.front() > displacement_window::max_lead) {
-            const u32 any = random.below(static_cast<u32>(under_way.size()));
-            window.mark_done(under_way[any]);
-            under_way.erase(under_way.begin() + any);
+        while (!in_flight.empty() && index - in_flight.front() > displacement_window::max_lead) {
+            const u32 any = random.below(static_cast<u32>(in_flight.size()));
+            window.mark_done(in_flight[any]);
+            in_flight.erase(in_flight.begin() + any);
         }
         window.wait_to_enter(index);
-        under_way.push_back(index);
+        in_flight.push_back(index);
     }
-    EXPECT_LE(under_way.back() - under_way.front(), displacement_window::max_lead);
+    EXPECT_LE(in_flight.back() - in_flight.front(), displacement_window::max_lead);
 }
 
 TEST(displacement_window, a_driver_and_two_threads_that_mark_blocks_never_deadlock)
@@ -88,14 +88,14 @@ TEST(displacement_window, a_driver_and_two_threads_that_mark_blocks_never_deadlo
     const test::time_guard guard;
     displacement_window window;
     std::atomic<u32> entered = 0;
-    const auto settle_every_other = [&](u32 first) {
+    const auto mark_every_other = [&](u32 first) {
         for (u32 index = first; index < blocks; index += 2) {
             while (entered <= index) std::this_thread::yield();
             window.mark_done(index);
         }
     };
-    const auto even = in_thread([&] { settle_every_other(0); });
-    const auto odd = in_thread([&] { settle_every_other(1); });
+    const auto even = in_thread([&] { mark_every_other(0); });
+    const auto odd = in_thread([&] { mark_every_other(1); });
     for (u32 index = 0; index < blocks; ++index) {
         window.wait_to_enter(index);
         entered = index + 1;

@@ -126,8 +126,7 @@ TEST_P(job_queue_crowd, every_record_is_delivered_exactly_once)
     std::vector<std::future<void>> consumers;
     for (u32 i = 0; i < people.consumers; ++i) {
         consumers.push_back(in_thread([&] {
-            std::vector<u32> next(
-                people.producers); // next record number expected from each producer
+            std::vector<u32> next(people.producers); // expected record number by producer
             for (u32 record = queue.dequeue(); record != end; record = queue.dequeue()) {
                 ++delivered[record];
                 if (record % records < next[record / records]) ++out_of_order;

@@ -10,8 +10,7 @@ TEST_F(writer, a_failed_write_is_reported_and_the_rest_of_its_file_is_dropped)
     const destination full = create_output("/dev/full");
     const destination other = create("other");
     put_record(full, 0, 300);
-    for (u32 index = 1; index < 300;
-         ++index) { // each is marked done: the driver would never wait forever
+    for (u32 index = 1; index < 300; ++index) { // each is marked done, so the window never blocks
         full->window.wait_to_enter(index);
         put_record(full, index, 300);
     }

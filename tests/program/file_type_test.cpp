@@ -98,7 +98,8 @@ TEST_P(round_trip_of_kinds, a_valid_utf8_file_with_one_control_character_is_unkn
 TEST_P(round_trip_of_kinds, only_the_first_mib_counts)
 {
     const bytes zero{0};
-    expect_round_trip({"behind.exe", joined({some_text(mib), zero, some_text(mib)}), 8, 0}, "-b4");
+    expect_round_trip({"after_it.exe", joined({some_text(mib), zero, some_text(mib)}), 8, 0},
+                      "-b4");
     expect_round_trip({"in_it.exe", joined({some_text(mib - 1), zero, some_text(mib)}), 4, 1},
                       "-b4");
 }
@@ -140,8 +141,8 @@ INSTANTIATE_TEST_SUITE_P(threads, restoring_filtered, testing::Values("-p0", "-p
 
 TEST_P(restoring_filtered, a_stored_block_with_the_x86_filter)
 {
-    const bytes plain{0xE8, 0,    0,    0,    0,   0x90,
-                      0xE9, 0xF5, 0xFF, 0xFF, 0xFF}; // both targets become 0 + 5 - 5
+    // A call to offset 5 and a jump to offset 0.
+    const bytes plain{0xE8, 0, 0, 0, 0, 0x90, 0xE9, 0xF5, 0xFF, 0xFF, 0xFF};
     const bytes filtered{0xE8, 5, 0, 0, 0, 0x90, 0xE9, 0, 0, 0, 0};
     for (const u8 flags : bytes{0x01, 0x81, 0xF1}) {
         EXPECT_EQ(restore(flags, {{0, filtered}}, plain.size()), plain) << int{flags};

@@ -25,20 +25,20 @@ inline file_tree random_tree(const std::string& alphabet)
 {
     random_source random(17);
     names directories{""};
-    file_tree made;
+    file_tree tree;
     for (u32 i = 0; i < 200; ++i) {
         const std::string& parent = directories[random.below(static_cast<u32>(directories.size()))];
         const std::string name = parent + random_name(random, alphabet);
-        if (made.contains(name) || made.contains(name + "/")) continue;
+        if (tree.contains(name) || tree.contains(name + "/")) continue;
         if (random.below(4) == 0 && std::count(name.begin(), name.end(), '/') < 9) {
-            made[name + "/"] = {};
+            tree[name + "/"] = {};
             directories.push_back(name + "/");
         } else {
             const shape& kind = all_shapes()[random.below(static_cast<u32>(all_shapes().size()))];
-            made[name] = kind.make(random.below(1U << random.below(18)), i);
+            tree[name] = kind.make(random.below(1U << random.below(18)), i);
         }
     }
-    return made;
+    return tree;
 }
 
 /// Parameterized by number of workers.
@@ -64,9 +64,9 @@ class recursive : public program_with_threads {
     {
         for (const std::string& name : planted) plant(name, to_bytes(name));
     }
-    void link(const std::string& to, const std::string& name) const
+    void link(const std::string& target, const std::string& name) const
     {
-        std::filesystem::create_symlink(to, dir / name);
+        std::filesystem::create_symlink(target, dir / name);
     }
 
     file_tree tree(const std::string& directory) const { return tree_below(dir / directory); }
@@ -86,22 +86,22 @@ class recursive : public program_with_threads {
     }
 
     /// Compresses and restores a tree and expects it unchanged.
-    void expect_rebuilt(const file_tree& made) const
+    void expect_rebuilt(const file_tree& original) const
     {
-        for (const auto& [name, content] : made) plant("tree/" + name, content);
-        ASSERT_EQ(tree("tree"), made);
-        ASSERT_GT(made.size(), 180U);
+        for (const auto& [name, content] : original) plant("tree/" + name, content);
+        ASSERT_EQ(tree("tree"), original);
+        ASSERT_GT(original.size(), 180U);
 
         expect_silent_success(compress({"tree"}));
         names expected{"tree/"};
-        for (const auto& [name, content] : made)
+        for (const auto& [name, content] : original)
             expected.push_back("tree/" + (name.back() == '/' ? name : name + ".qrx"));
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(listed("out"), expected);
 
         expect_silent_success(restore({"out/tree"}));
         EXPECT_EQ(listed("back/tree"), names_below(dir / "tree"));
-        EXPECT_TRUE(tree("back/tree") == made);
+        EXPECT_TRUE(tree("back/tree") == original);
     }
 
   private:

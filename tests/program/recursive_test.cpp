@@ -68,8 +68,8 @@ TEST_P(recursive, a_destination_that_is_absolute_or_has_a_trailing_separator)
     expect_silent_success(compress({"mydir"}));
     for (const std::string& destination : {dir / "absolute", dir / "both/", std::string("tail/")}) {
         expect_silent_success(compress({"mydir"}, destination));
-        const auto made = std::filesystem::path(dir.path()) / destination / "";
-        EXPECT_EQ(tree_below(made.parent_path().string()), tree("out")) << destination;
+        const auto created = std::filesystem::path(dir.path()) / destination / "";
+        EXPECT_EQ(tree_below(created.parent_path().string()), tree("out")) << destination;
     }
 }
 
@@ -213,10 +213,10 @@ TEST_P(recursive, the_101st_nested_directory_is_created_without_its_content)
 {
     plant_all({nested_directories(101) + "/lost", nested_directories(100) + "/x"});
     expect_silent_success(compress({"d"}));
-    const names made = listed("out");
-    ASSERT_EQ(made.size(), 102U);
-    EXPECT_EQ(made[100], nested_directories(101) + "/");
-    EXPECT_EQ(made[101], nested_directories(100) + "/x.qrx");
+    const names created = listed("out");
+    ASSERT_EQ(created.size(), 102U);
+    EXPECT_EQ(created[100], nested_directories(101) + "/");
+    EXPECT_EQ(created[101], nested_directories(100) + "/x.qrx");
     expect_silent_success(restore({"out/d"}));
     EXPECT_EQ(get("back/" + nested_directories(100) + "/x"), get(nested_directories(100) + "/x"));
 }

@@ -19,16 +19,16 @@ using file_set = std::map<std::string, bytes>;
 const file_set& files_of_edge_sizes()
 {
     static const file_set files = [] {
-        file_set made;
+        file_set files_by_name;
         std::vector<usize> sizes(70);
         std::iota(sizes.begin(), sizes.end(), usize{0});
         for (const usize edge : {usize{256}, usize{4096}, usize{65536}, mib, 2 * mib, 3 * mib}) {
             for (usize size = edge - 1; size <= edge + 1; ++size) sizes.push_back(size);
         }
         for (const usize size : sizes) {
-            made[std::to_string(size)] = find_shape("mixture").make(size, size + 1);
+            files_by_name[std::to_string(size)] = find_shape("mixture").make(size, size + 1);
         }
-        return made;
+        return files_by_name;
     }();
     return files;
 }
@@ -36,9 +36,9 @@ const file_set& files_of_edge_sizes()
 const file_set& files_of_all_shapes()
 {
     static const file_set files = [] {
-        file_set made;
-        for (const shape& kind : all_shapes()) made[kind.name] = kind.make(3 * mib / 2, 5);
-        return made;
+        file_set files_by_name;
+        for (const shape& kind : all_shapes()) files_by_name[kind.name] = kind.make(3 * mib / 2, 5);
+        return files_by_name;
     }();
     return files;
 }
@@ -52,11 +52,11 @@ class round_trip : public program_fixture {
 
     /// Runs the program with `options` on all files, with or without the suffix.
     program_result run_on(const file_set& files, std::vector<std::string> options,
-                          const std::string& from, const std::string& suffix,
-                          const std::string& to) const
+                          const std::string& prefix, const std::string& suffix,
+                          const std::string& destination) const
     {
-        for (const auto& [name, data] : files) options.push_back(from + name + suffix);
-        options.push_back(to);
+        for (const auto& [name, data] : files) options.push_back(prefix + name + suffix);
+        options.push_back(destination);
         return run(options);
     }
 

@@ -13,17 +13,17 @@
 
 namespace quarnex::test {
 
-class limit_of_process {
+class process_limit {
   public:
-    limit_of_process(__rlimit_resource resource, rlim_t value) : resource_(resource)
+    process_limit(__rlimit_resource resource, rlim_t value) : resource_(resource)
     {
         if (getrlimit(resource_, &before_) != 0) std::abort();
         const rlimit limits{std::min(value, before_.rlim_max), before_.rlim_max};
         if (setrlimit(resource_, &limits) != 0) std::abort();
     }
-    ~limit_of_process() { setrlimit(resource_, &before_); }
-    limit_of_process(const limit_of_process&) = delete;
-    limit_of_process& operator=(const limit_of_process&) = delete;
+    ~process_limit() { setrlimit(resource_, &before_); }
+    process_limit(const process_limit&) = delete;
+    process_limit& operator=(const process_limit&) = delete;
 
   private:
     const __rlimit_resource resource_;
@@ -35,12 +35,12 @@ class limit_of_process {
 class short_of_memory {
   public:
     explicit short_of_memory(rlim_t spare = rlim_t{128} << 20)
-        : limit_(RLIMIT_AS, settled_address_space() + spare)
+        : limit_(RLIMIT_AS, stable_address_space() + spare)
     {
     }
 
   private:
-    static rlim_t settled_address_space()
+    static rlim_t stable_address_space()
     {
         rlim_t size = address_space();
         for (int quiet = 0; quiet < 5; ++quiet) {
@@ -58,7 +58,7 @@ class short_of_memory {
         std::ifstream("/proc/self/statm") >> pages;
         return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
     }
-    limit_of_process limit_;
+    process_limit limit_;
 };
 
 /// Limits the size of files to `max_size` bytes: writes beyond it fail with EFBIG.
@@ -74,7 +74,7 @@ class short_of_disk {
 
   private:
     void (*before_)(int);
-    limit_of_process limit_;
+    process_limit limit_;
 };
 
 /// Makes thread creation fail: the default stack size exceeds the address space.

@@ -54,14 +54,14 @@ std::string command_line(const std::vector<std::string>& words)
 }
 
 /// Reads a pipe to its end and converts CR LF to LF.
-std::string drain(HANDLE from)
+std::string drain(HANDLE read_end)
 {
     std::string text;
     std::array<char, 4096> chunk;
     DWORD got = 0;
-    while (ReadFile(from, chunk.data(), chunk.size(), &got, nullptr) != 0 && got != 0)
+    while (ReadFile(read_end, chunk.data(), chunk.size(), &got, nullptr) != 0 && got != 0)
         text.append(chunk.data(), got);
-    CloseHandle(from);
+    CloseHandle(read_end);
     for (usize at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
     return text;
 }
