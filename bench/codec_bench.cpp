@@ -1,11 +1,11 @@
-// codec_bench - the codecs in memory, on one thread, next to well-known peers
+// codec_bench - measures the codecs in memory on one thread, next to well-known compressors
 //
 //     codec_bench [--benchmark_... options] FILE...
 //
-// For each file: every level of every method encodes and decodes its first 16 MiB, a block of
-// any level, and so do LZ4, zlib, zstd and xz, all in buffers like those of the program, in large
-// pages. The codecs know the file's type, but there is no pre-filter. "ratio" is the size of the
-// result over that of the block.
+// Every level of every method, LZ4, zlib, zstd and xz encode and decode the first 16 MiB of each
+// file, a block size that all levels support.  Buffers are in large pages, as in the program.  The
+// codecs are given the file's literal context bits, but no pre-filter is applied.  "ratio" is
+// encoded size / block size.
 #include "common/owned_array.h"
 #include "common/platform/cpu.h"
 #include "common/scratch.h"
@@ -38,7 +38,7 @@ using bytes = owned_array<u8>;
 using input = std::span<const u8>;
 using output = std::span<u8>;
 
-/// A large buffer of zeros, with any codec's slack behind `size`.
+/// Returns a zeroed buffer of `size` bytes plus the largest slack of any codec, in large pages.
 bytes make_buffer(usize size)
 {
     size += std::max({in_slack, out_slack, payload_slack});
@@ -56,12 +56,12 @@ struct sample {
     input text() const { return {data.get(), size}; }
 };
 
-/// The largest block of levels 4 to 7.
-constexpr usize most_bytes = usize{16} << 20;
+/// Maximum block size of levels 4 to 7, in bytes.
+constexpr usize max_bytes = usize{16} << 20;
 
 sample load(const std::string& path)
 {
-    const usize size = std::min<usize>(std::filesystem::file_size(path), most_bytes);
+    const usize size = std::min<usize>(std::filesystem::file_size(path), max_bytes);
     sample file{std::filesystem::path(path).filename().string(), make_buffer(size), size};
     std::ifstream stream(path, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
@@ -69,11 +69,11 @@ sample load(const std::string& path)
     return file;
 }
 
-/// One who takes part in the race.  Both functions return how many bytes they made, or 0 if they
-/// failed.
+/// A compressor to be measured.  encode() and decode() return the number of bytes written, or 0 on
+/// failure.
 struct contender {
     std::string name;
-    std::function<usize(usize size)> bound; // the room that encoding `size` bytes may need
+    std::function<usize(usize size)> bound; // maximum encoded size of `size` bytes
     std::function<usize(input, output)> encode;
     std::function<usize(input, output)> decode;
 };
@@ -120,7 +120,7 @@ usize run_lz4(auto function, input in, output out, auto... level)
     return static_cast<usize>(std::max(size, 0));
 }
 
-/// LZ4 with its fast compressor, or with the other one at a level.
+/// LZ4 with its fast compressor, or with LZ4 HC at a level.
 contender lz4(const std::string& name, auto function, auto... level)
 {
     const auto bound = [](usize size) {
@@ -131,7 +131,7 @@ contender lz4(const std::string& name, auto function, auto... level)
     return {name, bound, encode, decode};
 }
 
-/// What gzip does to the data, at one of its levels, without its checksum.
+/// Raw deflate at a level of zlib, as gzip uses it, without a checksum.
 contender gzip(int level)
 {
     constexpr int window_bits = -15; // negative: no header and no checksum
@@ -236,8 +236,8 @@ struct payload {
     usize size = 0;
 };
 
-/// The sample as the racer encodes it, made once.  A benchmark is called several times until its
-/// number of repetitions is found; slow encoders must not run anew each time.
+/// Returns the sample encoded by the racer; encodes it only once.  The framework calls a benchmark
+/// repeatedly to find the number of iterations, and slow encoders must not run each time.
 const payload& payload_of(const sample& file, const contender& racer)
 {
     static payload latest;

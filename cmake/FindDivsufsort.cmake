@@ -1,4 +1,4 @@
-# Finds libdivsufsort (32-bit indexes) and offers it as Divsufsort::Divsufsort.
+# Finds libdivsufsort (32-bit indexes) and defines the target Divsufsort::Divsufsort.
 find_path(Divsufsort_INCLUDE_DIR divsufsort.h)
 find_library(Divsufsort_LIBRARY divsufsort)
 include(FindPackageHandleStandardArgs)

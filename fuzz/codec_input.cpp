@@ -7,13 +7,13 @@
 namespace quarnex::fuzz {
 namespace {
 
-// The smallest values of parameters that an input counts from, and how many values there are.
+// The smallest value of each parameter and the number of values that inputs select from.
 constexpr u8 methods = last_method - first_method + 1;
 constexpr u8 levels = last_level + 1;
 constexpr u8 lit_ctx_choices = 9;
-constexpr i32 least_hash_bits = 10;
-constexpr u8 hash_bits_choices = 9; // larger tables would only take time
-constexpr i32 least_chain_bits = 1;
+constexpr i32 min_hash_bits = 10;
+constexpr u8 hash_bits_choices = 9; // larger tables would only be slower
+constexpr i32 min_chain_bits = 1;
 constexpr u8 chain_bits_choices = 8;
 
 bytes with_slack(std::span<const u8> content, u32 slack)
@@ -30,10 +30,10 @@ codec_result run_codec(const codec_entry& codec, codec_job& job)
     scratch memory(system_allocator);
     job.memory = &memory;
     void* const state = codec.init(job);
-    require(state != nullptr, "a codec starts");
+    require(state != nullptr, "a codec initializes");
     const codec_result result = codec.run(job, state);
     codec.release(job, state);
-    require(result.status == codec_status::done, "a codec has memory");
+    require(result.status == codec_status::done, "a codec has enough memory");
     return result;
 }
 
@@ -45,8 +45,8 @@ codec_parameters take_parameters(std::span<const u8>& input)
     parameters.method = static_cast<u8>(first_method + input[0] % methods);
     parameters.level = input[1] % levels;
     parameters.lit_ctx_bits = input[2] % lit_ctx_choices;
-    parameters.hash_bits = least_hash_bits + input[3] % hash_bits_choices;
-    parameters.chain_bits = least_chain_bits + input[4] % chain_bits_choices;
+    parameters.hash_bits = min_hash_bits + input[3] % hash_bits_choices;
+    parameters.chain_bits = min_chain_bits + input[4] % chain_bits_choices;
     input = input.subspan(parameter_bytes);
     return parameters;
 }
@@ -54,18 +54,18 @@ codec_parameters take_parameters(std::span<const u8>& input)
 bytes start_input(const codec_parameters& parameters)
 {
     return {static_cast<u8>(parameters.method - first_method), parameters.level,
-            parameters.lit_ctx_bits, static_cast<u8>(parameters.hash_bits - least_hash_bits),
-            static_cast<u8>(parameters.chain_bits - least_chain_bits)};
+            parameters.lit_ctx_bits, static_cast<u8>(parameters.hash_bits - min_hash_bits),
+            static_cast<u8>(parameters.chain_bits - min_chain_bits)};
 }
 
-void for_each_cell_and_shape(usize block_size,
-                             const std::function<void(const codec_parameters&, const bytes&)>& use)
+void for_each_cell_and_shape(
+    usize block_size, const std::function<void(const codec_parameters&, const bytes&)>& visit)
 {
     codec_parameters parameters{.hash_bits = 12, .chain_bits = 2};
     for (parameters.method = first_method; parameters.method <= last_method; ++parameters.method) {
         for (parameters.level = 0; parameters.level <= last_level; ++parameters.level) {
             for (const test::shape& shape : test::all_shapes()) {
-                use(parameters, shape.make(block_size, parameters.level));
+                visit(parameters, shape.make(block_size, parameters.level));
             }
         }
     }

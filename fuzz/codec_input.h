@@ -1,4 +1,4 @@
-// fuzz/codec_input.h - codecs called with the parameters and the bytes of an input
+// fuzz/codec_input.h - calls codecs with the parameters and bytes of an input
 #pragma once
 
 #include "format/file_parameters.h"
@@ -10,33 +10,33 @@
 
 namespace quarnex::fuzz {
 
-/// Bytes at the front of an input that choose the method, the level and the tables' sizes.
+/// Bytes at the start of an input that select the method, the level and the table sizes.
 inline constexpr usize parameter_bytes = 5;
 
-/// Takes the parameters from the front of `input`, which has that many bytes or more.  Any bytes
-/// are good.
+/// Removes the parameters from the front of `input`, which has at least parameter_bytes bytes.  Any
+/// bytes are valid.
 codec_parameters take_parameters(std::span<const u8>& input);
-/// An input that starts with `parameters`.
+/// Returns the start of an input: the encoding of `parameters`.
 bytes start_input(const codec_parameters& parameters);
 
-/// Calls `use` with each method and level and with a block of each shape.
-void for_each_cell_and_shape(usize block_size,
-                             const std::function<void(const codec_parameters&, const bytes&)>& use);
+/// Calls `visit` with each method and level and a block of each shape.
+void for_each_cell_and_shape(
+    usize block_size, const std::function<void(const codec_parameters&, const bytes&)>& visit);
 
-/// What a codec did: its result and the output buffer with its slack.
+/// The result of a codec and the output buffer including its slack.
 struct coded {
     codec_result result;
     bytes out;
 };
 
-/// Encodes a block of 1 byte or more.  All buffers are heap blocks of their own that end with their
+/// Encodes a block of at least 1 byte.  All buffers are separate heap blocks that end with their
 /// slack.
 coded encode(const codec_parameters& parameters, std::span<const u8> block);
-/// Decodes a payload.  The output buffer is filled with `fill` before.
+/// Decodes a payload.  The output buffer is first filled with `fill`.
 coded decode(const codec_entry& decoder, const codec_parameters& parameters,
              std::span<const u8> payload, u32 out_len, u8 fill);
 
-/// The payload that stands for `block` in a file.
+/// Returns the payload of `block` in a file.
 bytes payload_of(const codec_parameters& parameters, const bytes& block);
 
 } // namespace quarnex::fuzz

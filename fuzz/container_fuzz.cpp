@@ -1,8 +1,8 @@
-// fuzz/container_fuzz.cpp - any .qrx image through the decompression driver
+// fuzz/container_fuzz.cpp - runs the decompression driver on any .qrx image
 //
 //     | control: bounds: 2 bits, workers: 1 bit | image |
 //
-// Source and destination are files in memory, reached by their names under /proc.
+// Source and destination are files in memory, opened by their names under /proc.
 #include "codec_input.h"
 #include "format/container.h"
 #include "pipeline/drivers.h"
@@ -20,21 +20,24 @@ namespace quarnex::fuzz {
 namespace {
 
 constexpr u64 mib = u64{1} << 20;
-constexpr u64 most_data = 4 * mib;    // what a file with a bounded size restores to
-constexpr u64 most_written = 8 * mib; // beyond it, writing fails
+constexpr u64 max_data = 4 * mib;    // maximum original size, if bounded
+constexpr u64 max_written = 8 * mib; // file size limit: writes beyond it fail
 
-// The two low bits of the control byte: which of the header's sizes are left alone.  Never both, as
-// a block of 2 GiB would only take time.
+// The two low bits of the control byte: which of the header's sizes is not bounded.  Never both:
+// blocks of 2 GiB would only be slow.
 constexpr u8 bounds_mask = 3;
 constexpr u8 any_size = 0;
 constexpr u8 any_block_mb = 1;
 constexpr u8 both_bounded = 2;
 constexpr u8 with_workers = 4;
 
-/// A file that has no name in a directory and is gone with the process.
+/// An anonymous file in memory.
 class memory_file {
   public:
-    memory_file() : fd_(memfd_create("fuzz", MFD_CLOEXEC)) { require(fd_ >= 0, "a memory file"); }
+    memory_file() : fd_(memfd_create("fuzz", MFD_CLOEXEC))
+    {
+        require(fd_ >= 0, "memfd_create() succeeds");
+    }
     memory_file(const memory_file&) = delete;
     memory_file& operator=(const memory_file&) = delete;
     ~memory_file() { close(fd_); }
@@ -43,7 +46,7 @@ class memory_file {
     {
         require(ftruncate(fd_, 0) == 0 && pwrite(fd_, content.data(), content.size(), 0) ==
                                               static_cast<ssize_t>(content.size()),
-                "a memory file takes its content");
+                "a memory file can be filled");
     }
     u64 size() const { return static_cast<u64>(lseek(fd_, 0, SEEK_END)); }
     std::string name() const { return "/proc/self/fd/" + std::to_string(fd_); }
@@ -52,15 +55,14 @@ class memory_file {
     const int fd_;
 };
 
-/// What all runs share.
+/// State that all runs share.
 struct workshop {
     workshop()
     {
-        std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit is to fail
-        const rlimit limit{most_written, most_written};
-        require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "a limit for files");
-        // The driver's messages go nowhere.  Those of libFuzzer and the sanitizers don't take this
-        // way.
+        std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit then fails
+        const rlimit limit{max_written, max_written};
+        require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit() succeeds");
+        // Discards the driver's messages.  libFuzzer and the sanitizers don't print through stdio.
         stdout = std::fopen("/dev/null", "w");
         stderr = stdout;
     }
@@ -70,7 +72,7 @@ struct workshop {
     test::event_recorder recorder;
 };
 
-/// Bounds the work that the header of `image` asks for; returns the size of the original file.
+/// Bounds the sizes in the header of `image`; returns the size of the original file.
 u64 bound_work(u8 bounds, std::span<u8> image)
 {
     std::array<u8, file_header_bytes> head;
@@ -78,7 +80,7 @@ u64 bound_work(u8 bounds, std::span<u8> image)
     if (image.size() < head.size()) return 0;
     std::copy_n(image.begin(), head.size(), head.begin());
     if (!unpack_file_header(head, header)) return 0;
-    if (bounds != any_size) header.original_size %= most_data + 1;
+    if (bounds != any_size) header.original_size %= max_data + 1;
     if (bounds != any_block_mb) header.parameters.block_mb = 1;
     head = pack_file_header(header);
     std::copy(head.begin(), head.end(), image.begin());
@@ -88,15 +90,15 @@ u64 bound_work(u8 bounds, std::span<u8> image)
 status run_driver(engine& work, const workshop& shop)
 {
     const engine_threads threads(work);
-    require(threads.ready(), "threads");
+    require(threads.ready(), "the threads start");
     const std::string source = shop.source.name();
     const std::string destination = shop.destination.name();
     return decompress_file(work, {source.c_str(), destination.c_str()});
 }
 
-bool is_failure(const test::recorded_event& told)
+bool is_failure(const test::recorded_event& reported)
 {
-    return told.kind != event_kind::block_short;
+    return reported.kind != event_kind::block_short;
 }
 
 void decompress_any(std::span<const u8> input)
@@ -113,9 +115,11 @@ void decompress_any(std::span<const u8> input)
     engine work(system_allocator, workers, shop.recorder.watcher());
     const status result = run_driver(work, shop);
     const auto events = shop.recorder.take();
-    const bool told = std::any_of(events.begin(), events.end(), is_failure);
-    require(told == (work.first_failure() != status::done), "each failure is told and is a result");
-    require(workers != 0 || result == work.first_failure(), "a failure is the driver's result");
+    const bool reported = std::any_of(events.begin(), events.end(), is_failure);
+    require(reported == (work.first_failure() != status::done),
+            "a failure is reported if and only if there is a first failure");
+    require(workers != 0 || result == work.first_failure(),
+            "without workers the driver returns the first failure");
     require(shop.destination.size() <= size, "no byte is written past the file's size");
 }
 
@@ -127,7 +131,7 @@ bytes seed_of(u8 control, const test::qrx_file& file)
     return seed;
 }
 
-/// Three blocks in the wrong order, the last one short and stored.
+/// Returns three blocks out of order; the last one is short and stored.
 test::qrx_file shuffled_file()
 {
     constexpr u32 rest = 40;

@@ -1,4 +1,4 @@
-// fuzz/decoder_fuzz.cpp - each decoder with any payload
+// fuzz/decoder_fuzz.cpp - runs each decoder on any payload
 //
 //     | parameters | block length: 2 | payload |
 #include "codec_input.h"
@@ -15,7 +15,7 @@ namespace {
 constexpr usize length_bytes = 2;
 constexpr usize seed_block = 1500;
 
-/// The method's decoder of processors without bit instructions.
+/// Returns the method's decoder for processors without bit instructions.
 const codec_entry& portable_decoder(u8 method)
 {
     switch (method) {
@@ -34,7 +34,7 @@ void decode_any(std::span<const u8> input)
     const codec_parameters parameters = take_parameters(input);
     const codec_entry& decoder = *decoder_table[parameters.method];
     const u32 out_len = u32{load_u16(input.data())} + 1;
-    // A payload as long as the block is a stored one, and none is longer.
+    // A payload as long as its block is stored; longer payloads are rejected before decoding.
     const auto payload = input.subspan(length_bytes)
                              .first(std::min<usize>(input.size() - length_bytes, out_len - 1));
 
@@ -43,10 +43,9 @@ void decode_any(std::span<const u8> input)
     require(length <= out_len, "a decoder produces 0 to out_len bytes");
     const coded second =
         decode(portable_decoder(parameters.method), parameters, payload, out_len, 0xA5);
-    require(
-        second.result.length == length && second.result.exact_end == first.result.exact_end &&
-            std::equal(first.out.begin(), first.out.begin() + length, second.out.begin()),
-        "what a decoder produces depends neither on the processor nor on the buffer's old content");
+    require(second.result.length == length && second.result.exact_end == first.result.exact_end &&
+                std::equal(first.out.begin(), first.out.begin() + length, second.out.begin()),
+            "the output depends neither on the processor nor on the buffer's old content");
 }
 
 bytes seed_of(const codec_parameters& parameters, const bytes& payload, usize out_len)
@@ -58,7 +57,7 @@ bytes seed_of(const codec_parameters& parameters, const bytes& payload, usize ou
     return seed;
 }
 
-/// Of all kinds of tokens, some of which no encoder writes.
+/// Returns a seed with tokens of all kinds, some of which no encoder writes.
 bytes seed_of_method_2(u8 level)
 {
     const test::m2_block block = test::random_m2_block(level, level, 60).match(20000, 33);

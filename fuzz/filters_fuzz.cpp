@@ -1,4 +1,4 @@
-// fuzz/filters_fuzz.cpp - any bytes through the pre-filters, and any file through the classifier
+// fuzz/filters_fuzz.cpp - runs the pre-filters on any block and the classifier on any file
 //
 //     | filter_flags: 1 | length of the name: 1 | name | block |
 #include "format/file_type.h"
@@ -14,7 +14,7 @@
 namespace quarnex::fuzz {
 namespace {
 
-/// What the plain filter of `flags` makes of a block.
+/// Returns `block` as filtered by the plain filter for `flags`.
 bytes filter_plainly(u8 flags, const bytes& block, filter_use use)
 {
     switch (flags & filter_mask) {
@@ -29,21 +29,22 @@ bytes filter_plainly(u8 flags, const bytes& block, filter_use use)
 
 void expect_inverse(u8 flags, const bytes& block, filter_use use, filter_use inverse)
 {
-    bytes data(block); // ends where the block does
+    bytes data(block); // exactly as long as the block
     run_filter(flags, data, use);
-    require(data == filter_plainly(flags, block, use), "a filter does what the plain one does");
+    require(data == filter_plainly(flags, block, use), "a filter matches the plain filter");
     run_filter(flags, data, inverse);
-    require(data == block, "the directions of a filter are inverses");
+    require(data == block, "the two directions of a filter are inverse");
 }
 
 void expect_sound(const bytes& sample, const bytes& name)
 {
-    require(classify_text(sample) == test::plain_text_type(sample), "a text has its type");
+    require(classify_text(sample) == test::plain_text_type(sample),
+            "the text type matches the plain classifier's");
     file_parameters parameters;
     classify_file(sample, {reinterpret_cast<const char*>(name.data()), name.size()}, parameters);
-    require(parameters.codec.lit_ctx_bits <= 8, "there are codecs for the contexts");
+    require(parameters.codec.lit_ctx_bits <= 8, "there are at most 8 literal context bits");
     require(parameters.filter_flags == 0 || parameters.filter_flags == filter_x86,
-            "no type has another filter");
+            "the classifier selects the x86 filter or none");
 }
 
 void filter_any(std::span<const u8> input)

@@ -1,8 +1,8 @@
-// fuzz/fuzz_target.h - what a fuzz target is
+// fuzz/fuzz_target.h - the interface of a fuzz target
 //
-// A target is one function over any bytes, and the inputs to start from.  libFuzzer calls it
-// (X_fuzz), and so does replay_main.cpp with inputs of its own making (X_replay), which needs no
-// special compiler.  A target tells of a fault by ending the process.
+// A target is a function that accepts any bytes, and a set of seed inputs.  It is called by
+// libFuzzer (X_fuzz) and by replay_main.cpp with generated inputs (X_replay), which any compiler
+// can build.  A target reports a fault by aborting the process.
 #pragma once
 
 #include "support/shapes.h"
@@ -18,14 +18,14 @@ namespace quarnex::fuzz {
 
 using test::bytes;
 
-/// Valid inputs of the target, the same in each run.
+/// Returns valid inputs of the target, the same in each run.
 std::vector<bytes> make_seeds();
 
-/// Ends the process unless `holds`.
-inline void require(bool holds, const char* what)
+/// Aborts the process unless `holds`.  `requirement` says what must hold.
+inline void require(bool holds, const char* requirement)
 {
     if (holds) return;
-    dprintf(STDERR_FILENO, "fuzz: not so: %s\n", what); // the stream may be silenced
+    dprintf(STDERR_FILENO, "fuzz: violated: %s\n", requirement); // stderr may be silenced
     std::abort();
 }
 

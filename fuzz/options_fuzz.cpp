@@ -1,6 +1,6 @@
-// fuzz/options_fuzz.cpp - any command line
+// fuzz/options_fuzz.cpp - parses any command line
 //
-//     | number of processors: 1 | arguments, the program's name first, zero bytes between them |
+//     | number of processors: 1 | argv, separated by NULs |
 #include "frontend/options.h"
 #include "fuzz_target.h"
 #include "pipeline/engine.h"
@@ -11,30 +11,30 @@
 namespace quarnex::fuzz {
 namespace {
 
-using argument = std::vector<char>; // on the heap and no longer than it must be
+using argument = std::vector<char>; // a heap block of exactly the argument's size
 
 std::vector<argument> split(std::span<const u8> text)
 {
     std::vector<argument> arguments;
-    for (auto from = text.begin(); from != text.end();) {
-        const auto to = std::find(from, text.end(), 0);
-        arguments.emplace_back(from, to).push_back('\0');
+    for (auto begin = text.begin(); begin != text.end();) {
+        const auto end = std::find(begin, text.end(), 0);
+        arguments.emplace_back(begin, end).push_back('\0');
         arguments.back().shrink_to_fit();
-        from = to == text.end() ? to : to + 1;
+        begin = end == text.end() ? end : end + 1;
     }
     return arguments;
 }
 
 void check(const options& parsed)
 {
-    require(parsed.thread_count <= max_workers, "no more workers than there can be");
+    require(parsed.thread_count <= max_workers, "there are at most max_workers workers");
     require(!parsed.names.empty(), "there is an input");
     const file_parameters& parameters = parsed.job_template;
     if (parsed.mode == direction::decompress) return;
-    require(parameters.block_mb >= 1 && parameters.block_mb <= 2047, "the block size is possible");
-    require(parameters.codec.hash_bits <= 30, "the hash size is possible");
-    require(is_method(parameters.codec.method), "there is a method");
-    require(parameters.codec.level <= last_level, "there is a level");
+    require(parameters.block_mb >= 1 && parameters.block_mb <= 2047, "the block size is in range");
+    require(parameters.codec.hash_bits <= 30, "the hash size is in range");
+    require(is_method(parameters.codec.method), "the method is valid");
+    require(parameters.codec.level <= last_level, "the level is valid");
 }
 
 void parse_any(std::span<const u8> input)

@@ -1,9 +1,9 @@
-// fuzz/replay_main.cpp - a fuzz target without libFuzzer
+// fuzz/replay_main.cpp - runs a fuzz target without libFuzzer
 //
-//     X_replay run COUNT       calls the target with all seeds and COUNT damaged ones, always the
-//                              same; an input that ends the process is kept in a file
+//     X_replay run COUNT       calls the target with all seeds and COUNT mutated ones, the same in
+//                              each run; an input that ends the process is saved to a file
 //     X_replay file FILE...    calls the target with the content of files
-//     X_replay seeds DIR       writes the seeds, one file each, for libFuzzer to start from
+//     X_replay seeds DIR       writes the seeds for libFuzzer, one file each
 #include "fuzz_target.h"
 #include "support/temp_dir.h"
 
@@ -18,59 +18,59 @@ namespace {
 
 using test::random_source;
 
-usize place_in(const bytes& input, random_source& random)
+usize random_index(const bytes& input, random_source& random)
 {
     return random.below(static_cast<u32>(input.size()));
 }
 
-void damage_once(bytes& input, random_source& random)
+void mutate_once(bytes& input, random_source& random)
 {
-    const usize at = place_in(input, random);
-    const auto place = input.begin() + static_cast<std::ptrdiff_t>(at);
-    const usize piece = std::min<usize>(1 + random.below(16), input.size() - at);
+    const usize at = random_index(input, random);
+    const auto position = input.begin() + static_cast<std::ptrdiff_t>(at);
+    const usize count = std::min<usize>(1 + random.below(16), input.size() - at);
     switch (random.below(6)) {
     case 0:
-        *place ^= static_cast<u8>(1U << random.below(8));
+        *position ^= static_cast<u8>(1U << random.below(8));
         break;
     case 1:
-        *place = static_cast<u8>(random.next());
+        *position = static_cast<u8>(random.next());
         break;
     case 2:
-        std::fill_n(place, piece, random.below(2) == 0 ? 0x00 : 0xFF);
+        std::fill_n(position, count, random.below(2) == 0 ? 0x00 : 0xFF);
         break;
     case 3:
-        input.insert(place, random.below(16) + 1, static_cast<u8>(random.next()));
+        input.insert(position, random.below(16) + 1, static_cast<u8>(random.next()));
         break;
     case 4:
-        input.erase(place, place + static_cast<std::ptrdiff_t>(piece));
+        input.erase(position, position + static_cast<std::ptrdiff_t>(count));
         break;
     default:
         input.resize(at);
     }
 }
 
-/// The input with that number: the seeds, then damaged ones.
+/// Returns input `number`: a seed, or after the last seed a mutated one.
 bytes make_input(const std::vector<bytes>& seeds, u32 number)
 {
     if (number < seeds.size()) return seeds[number];
     random_source random(number);
     bytes input = seeds[random.below(static_cast<u32>(seeds.size()))];
-    for (u32 n = 1 + random.below(4); n != 0 && !input.empty(); --n) damage_once(input, random);
+    for (u32 n = 1 + random.below(4); n != 0 && !input.empty(); --n) mutate_once(input, random);
     return input;
 }
 
 void call_target(const bytes& input)
 {
-    const bytes exact(input); // without spare room behind it
-    LLVMFuzzerTestOneInput(exact.data(), exact.size());
+    const bytes copy(input); // without spare capacity
+    LLVMFuzzerTestOneInput(copy.data(), copy.size());
 }
 
-/// A number that a process still tells when it has died.
+/// Returns a number in shared memory, which outlives a forked process.
 u32* make_shared_number()
 {
     void* const page =
         mmap(nullptr, sizeof(u32), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    require(page != MAP_FAILED, "a shared page");
+    require(page != MAP_FAILED, "mmap() succeeds");
     return static_cast<u32*>(page);
 }
 
@@ -80,7 +80,7 @@ int run(const std::string& tool, u32 count)
     const auto all = static_cast<u32>(seeds.size()) + count;
     u32* const number = make_shared_number();
     const pid_t child = fork();
-    require(child >= 0, "a process");
+    require(child >= 0, "fork() succeeds");
     if (child == 0) {
         for (*number = 0; *number < all; ++*number) call_target(make_input(seeds, *number));
         std::exit(0);
@@ -92,12 +92,12 @@ int run(const std::string& tool, u32 count)
         return 0;
     }
     if (*number == all) {
-        std::fprintf(stderr, "failed at the end, behind the last input\n");
+        std::fprintf(stderr, "failed at exit, after the last input\n");
         return 1;
     }
     const std::string file = tool + "-" + std::to_string(*number) + ".input";
     test::write_file(file, make_input(seeds, *number));
-    std::fprintf(stderr, "failed; run '%s file %s' to see it again\n", tool.c_str(), file.c_str());
+    std::fprintf(stderr, "failed; run '%s file %s' to reproduce it\n", tool.c_str(), file.c_str());
     return 1;
 }
 

@@ -1,5 +1,5 @@
-// fuzz/round_trip_fuzz.cpp - each encoder with any block, the plain one beside it, and its decoder
-// behind it
+// fuzz/round_trip_fuzz.cpp - runs each encoder on any block, compares it with the plain encoder and
+// decodes the result
 //
 //     | parameters | block |
 #include "codec_input.h"
@@ -11,7 +11,7 @@ namespace quarnex::fuzz {
 namespace {
 
 constexpr usize seed_block = 900;
-constexpr usize most_compared = 1200; // the plain encoders take their time
+constexpr usize max_compared = 1200; // the plain encoders are slow
 
 bool starts_with(const bytes& buffer, std::span<const u8> content)
 {
@@ -20,27 +20,27 @@ bool starts_with(const bytes& buffer, std::span<const u8> content)
 
 void encode_and_decode(std::span<const u8> input)
 {
-    if (input.size() <= parameter_bytes) return; // an empty block is given to no codec
+    if (input.size() <= parameter_bytes) return; // codecs never get empty blocks
     const codec_parameters parameters = take_parameters(input);
 
     const coded stream = encode(parameters, input);
     const usize length = stream.result.length;
-    require(length > 0, "an encoder produces something");
-    require(length <= input.size(), "a stream is not longer than its block");
-    if (input.size() <= most_compared) {
+    require(length > 0, "an encoder produces at least one byte");
+    require(length <= input.size(), "a payload is not longer than its block");
+    if (input.size() <= max_compared) {
         const bytes expected = test::plain_encode(bytes(input.begin(), input.end()), parameters);
         require(length == expected.size() && starts_with(stream.out, expected),
-                "the stream is the plain encoder's");
+                "the stream equals the plain encoder's");
     }
     if (length == input.size()) {
-        require(starts_with(stream.out, input), "a stored block is the block itself");
+        require(starts_with(stream.out, input), "a stored block equals the block");
         return;
     }
     const auto out_len = static_cast<u32>(input.size());
     const coded block = decode(*decoder_table[parameters.method], parameters,
                                std::span(stream.out).first(length), out_len, 0xA5);
     require(block.result.length == out_len, "the decoder produces the whole block");
-    require(starts_with(block.out, input), "the block comes back");
+    require(starts_with(block.out, input), "the block is restored");
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-# A short run of a libFuzzer target from fresh seeds, the same in each run:
+# Runs a libFuzzer target briefly and reproducibly from new seeds:
 #   cmake -D REPLAY=... -D FUZZ=... -D CORPUS=... -D MAX_LEN=... -P run_libfuzzer.cmake
 file(REMOVE_RECURSE ${CORPUS})
 execute_process(COMMAND ${REPLAY} seeds ${CORPUS} COMMAND_ERROR_IS_FATAL ANY)

@@ -1,8 +1,8 @@
-# Run by CPack: arranges the files of a Debian package as Debian expects.
+# Run by CPack: arranges the files of a package as Debian's policy requires.
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 set(doc ${share}/doc/${CPACK_PACKAGE_NAME})
 
-# Debian's zsh reads completions of packages from vendor-completions.
+# Debian's zsh reads completions from packages in vendor-completions.
 file(RENAME ${share}/zsh/site-functions ${share}/zsh/vendor-completions)
 
 # The license is in the copyright file.

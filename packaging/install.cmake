@@ -1,13 +1,13 @@
-# The files that `cmake --install` installs and packages contain.
+# Installation rules, also used for the packages.
 include(GNUInstallDirs)
 
 install(TARGETS quarnex RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-# Made by the build: a link to the program, or a copy of it on Windows.
+# Created by the build: a link to the program, or a copy of it on Windows.
 install(PROGRAMS ${CMAKE_BINARY_DIR}/un$<TARGET_FILE_NAME:quarnex> DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN docs/man EXCLUDE)
 
-# Shells find completions by the name of the command, so the second name gets a link.
+# Shells look up completions by command name, so the second name gets a link.
 function(install_completions source directory suffix)
   set(link ${CMAKE_BINARY_DIR}/completions/unquarnex${suffix})
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions)

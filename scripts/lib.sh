@@ -1,4 +1,4 @@
-# What the scripts share.  Sourced by each of them, not run.
+# Functions shared by the scripts, which source this file.
 # shellcheck shell=bash
 set -euo pipefail
 
@@ -15,21 +15,21 @@ fail() {
     exit 1
 }
 
-# quietly LOG COMMAND...: runs a command and shows what it says only if it fails.
+# quietly LOG COMMAND...: runs a command with its output in LOG; on failure prints the end of LOG and exits.
 quietly() {
     local log=$1
     shift
     mkdir -p "$(dirname "$log")"
     "$@" >"$log" 2>&1 && return
     tail -n 60 "$log" >&2
-    fail "this failed: $* (all it said is in $log)"
+    fail "failed: $* (full output in $log)"
 }
 
 # need_packages PACKAGE...: installs the Debian packages that are missing.
 need_packages() {
     local package missing=() as_root=()
     if ! command -v dpkg-query >/dev/null; then
-        say "not a Debian system; these must be there: $*"
+        say "not a Debian system; make sure that these are installed: $*"
         return
     fi
     for package in "$@"; do
@@ -44,18 +44,18 @@ need_packages() {
         apt-get install -y --no-install-recommends "${missing[@]}"
 }
 
-# debian_archive: the address of the archive that this system's packages come from.
+# debian_archive: prints the URL of the archive that this system's packages come from.
 debian_archive() {
     local address
     address=$(sed -nE '/^(URIs:|deb([ \t]+\[[^]]*\])?)[ \t]+([a-z+]+:\/[^ \t]+).*/ { s//\3/p; q }' \
-        /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list 2>/dev/null) || true # one is missing
+        /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list 2>/dev/null) || true # one of the two is missing
     echo "${address:-http://deb.debian.org/debian}"
 }
 
-# own_apt DIRECTORY TYPE [OPTION...]: sets `apt` to a command for packages (TYPE deb) or for sources
-# (deb-src) that has its list of them and what it fetches in a directory, knows nothing as installed,
-# and leaves the system's own settings as they are.  It knows the release as such, without the updates
-# and the security archive: those at times have a package for some processors and not yet for others.
+# own_apt DIRECTORY TYPE [OPTION...]: sets the array `apt` to an apt-get command for packages (TYPE deb)
+# or sources (deb-src) that keeps its lists and downloads in DIRECTORY, considers nothing installed and
+# doesn't touch the system's configuration.  It uses only the base release, without the updates and
+# security suites, which can have different versions for different architectures for a while.
 own_apt() {
     local own=$1 type=$2 suite
     shift 2
@@ -87,15 +87,15 @@ build() {
         cmake --build "$root/build/$preset" -j "$jobs" --target "${@:-all}"
 }
 
-# run_tests PRESET [CTEST_ARGUMENT...]: runs the tests of a preset that is built.
+# run_tests PRESET [CTEST_ARGUMENT...]: runs the tests of a preset that was built before.
 run_tests() {
     local preset=$1 log=$root/build/logs/$1-test
     shift
     say "testing preset '$preset'"
-    # Sanitizers need their usual places in memory; some kernels move things too far.
-    local steady=()
-    if setarch "$(uname -m)" -R true 2>/dev/null; then steady=(setarch "$(uname -m)" -R); fi
-    "${steady[@]}" ctest --test-dir "$root/build/$preset" -j "$jobs" --output-on-failure \
+    # Without ASLR: some kernels randomize addresses beyond what sanitizers support.
+    local no_aslr=()
+    if setarch "$(uname -m)" -R true 2>/dev/null; then no_aslr=(setarch "$(uname -m)" -R); fi
+    "${no_aslr[@]}" ctest --test-dir "$root/build/$preset" -j "$jobs" --output-on-failure \
         --no-tests=error "$@" >"$log" 2>&1 || {
         grep -v -E '^ +Start | Passed ' "$log" >&2
         fail "tests of preset '$preset' failed (the log is $log)"
@@ -106,7 +106,7 @@ run_tests() {
 check_format() {
     say "checking the format of all sources"
     find "$root"/{src,tests,fuzz,bench} \( -name '*.h' -o -name '*.cpp' \) -print0 |
-        xargs -0 clang-format --dry-run --Werror || fail "clang-format -i puts that right"
+        xargs -0 clang-format --dry-run --Werror || fail "run clang-format -i on these files"
 }
 
 check_words() {
@@ -114,7 +114,7 @@ check_words() {
     python3 "$root/scripts/check_words" "$root" || fail "say these in plainer words"
 }
 
-# at_exit FUNCTION: has a function run when the script ends, before those that were asked for earlier.
+# at_exit FUNCTION: registers a function to run when the script exits, before those registered earlier.
 at_exit() {
     at_exit="$1; ${at_exit-}"
     trap 'eval "$at_exit"' EXIT
@@ -122,7 +122,7 @@ at_exit() {
 
 remove_work_dir() { rm -rf "$work"; }
 
-# make_work_dir: sets `work` to a new directory, in memory where possible, that goes at the end.
+# make_work_dir: sets `work` to a new temporary directory, RAM-backed if possible, removed at exit.
 make_work_dir() {
     local place=${TMPDIR:-/tmp}
     if [[ -d /dev/shm && -w /dev/shm ]]; then place=/dev/shm; fi
@@ -130,17 +130,17 @@ make_work_dir() {
     at_exit remove_work_dir
 }
 
-# collect_files DIRECTORY: copies files of several kinds, some 40 MB, into a flat directory.
+# collect_files DIRECTORY: copies about 40 MB of files of several kinds into a flat directory.
 collect_files() {
-    local to=$1 file size left=20000000
-    mkdir -p "$to"
-    cp -L /usr/share/common-licenses/* "$to"
-    while IFS= read -r file; do cp "$root/$file" "$to/${file//\//_}"; done \
+    local dest=$1 file size left=20000000
+    mkdir -p "$dest"
+    cp -L /usr/share/common-licenses/* "$dest"
+    while IFS= read -r file; do cp "$root/$file" "$dest/${file//\//_}"; done \
         < <(cd "$root" && find src tests fuzz scripts -type f)
-    tar -C /usr/include -cf "$to/headers.tar" c++
-    while read -r size file; do # the largest programs that fit
+    tar -C /usr/include -cf "$dest/headers.tar" c++
+    while read -r size file; do # the largest programs that fit into 20 MB
         if ((size <= left)); then
-            cp "$file" "$to"
+            cp "$file" "$dest"
             left=$((left - size))
         fi
     done < <(find /usr/bin -xdev -type f -readable -printf '%s %p\n' | sort -rn | head -n 200)

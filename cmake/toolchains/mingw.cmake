@@ -1,12 +1,12 @@
-# What the two Windows targets have in common; `target_triple` is set by the file that includes this.
+# Common part of the two Windows toolchains; the including file sets target_triple.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER ${target_triple}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${target_triple}-g++-posix)
 set(CMAKE_RC_COMPILER ${target_triple}-windres)
-# One file that runs anywhere: nothing of the compiler's libraries is loaded at run time.
+# Static, so that the executable needs no DLLs of the compiler.
 set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
 
-# What scripts/build_deps has built stands before what the distribution offers.
+# Libraries built by scripts/build_deps take precedence over the distribution's.
 set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/../../build/deps/${target_triple} /usr/${target_triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

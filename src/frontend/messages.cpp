@@ -12,7 +12,7 @@
 namespace quarnex {
 namespace {
 
-/// Prints a line, or the start of one, on standard output at once.
+/// Prints on standard output and flushes it.
 [[gnu::format(printf, 1, 2)]] void say(const char* format, ...)
 {
     std::va_list arguments;
@@ -22,7 +22,7 @@ namespace {
     std::fflush(stdout);
 }
 
-/// Ends the process for the failure `code` of the file `name`; the text is `format`, formatted.
+/// Ends the process because of failure `code` of the file `name`, with the formatted text.
 [[noreturn, gnu::format(printf, 3, 4)]] void end_for(const char* name, error_code code,
                                                      const char* format, ...)
 {
@@ -42,13 +42,13 @@ namespace {
             std::strerror(happened.cause));
 }
 
-/// A codec had no memory.  Without its match lists a block ends the process; otherwise only its
-/// file is lost.
+/// Reports that a codec had no memory.  Missing match lists end the process; any other lack
+/// fails only the file.
 void report_uncoded(const event& happened)
 {
-    if (happened.lack == codec_status::no_lists)
+    if (happened.codec_error == codec_status::no_lists)
         end_for(happened.name, error_no_memory, "malloc error");
-    if (happened.lack == codec_status::no_table)
+    if (happened.codec_error == codec_status::no_table)
         say(happened.on_worker ? "error compressing\n" : "compression error\n");
     std::fprintf(stderr, "%s: not enough memory for block %u\n", happened.name, happened.block);
 }

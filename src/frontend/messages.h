@@ -1,11 +1,11 @@
-// frontend/messages.h - what the program says of the engine's events, and when it ends for one
+// frontend/messages.h - prints the engine's events and ends the process for fatal ones
 #pragma once
 
 #include "pipeline/events.h"
 
 namespace quarnex {
 
-/// Codes of the failures that end the program.
+/// Codes of the failures that end the process.
 enum error_code : i32 {
     error_no_memory = 100,
     error_write = 102,
@@ -14,11 +14,12 @@ enum error_code : i32 {
     error_corrupted = 105,
 };
 
-/// Prints what an event calls for, on the thread that met it.  A failure with a code ends the
-/// process abnormally: standard output is flushed, and standard error gets a line with the name of
-/// the file, the code and its text.  Too many open destinations end it with status -1.
+/// Prints the message of an event, on the thread that met it.  A failure with a code ends the
+/// process abnormally, after flushing standard output and printing a line with the file name, the
+/// code and its text on standard error.  event_kind::too_many_destinations ends the process with
+/// status -1.
 ///
-/// An observer's tell(); needs no context.
+/// For observer::tell; ignores `context`.
 void report_event(void* context, const event& happened);
 
 } // namespace quarnex

@@ -1,4 +1,4 @@
-// frontend/names.h - the names of destinations, and which files are sources
+// frontend/names.h - derives destination names from source names
 #pragma once
 
 #include "format/container.h"
@@ -7,13 +7,14 @@
 
 namespace quarnex {
 
-/// The name of the file that `name` is compressed to.
+/// Returns the name of the compressed form of `name`.
 inline std::string compressed_name(const std::string& name)
 {
     return name + file_suffix;
 }
 
-/// The name of the file that `name` is restored to: without its suffix, or with ".out" appended.
+/// Returns the name of the restored form of `name`: without the suffix, or with ".out" appended if
+/// it has none.
 inline std::string restored_name(const std::string& name)
 {
     if (!has_suffix(name.c_str())) return name + ".out";

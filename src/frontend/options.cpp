@@ -14,15 +14,15 @@ namespace quarnex {
 namespace {
 
 constexpr u8 default_level = 9;
-constexpr i32 most_block_mb = 2047; // block lengths are signed 32-bit numbers in places
-constexpr i32 most_hash_bits = 30;
+constexpr i32 max_block_mb = 2047; // some block lengths are signed 32-bit
+constexpr i32 max_hash_bits = 30;
 
 bool is_digit(char c)
 {
     return c >= '0' && c <= '9';
 }
 
-/// The decimal number at `text`, 0 if there is none, cut to the range of an i32.
+/// Returns the decimal number at `text`, clamped to the range of i32; 0 if there is none.
 i32 number_at(const char* text)
 {
     const long long value = std::strtoll(text, nullptr, 10);
@@ -30,7 +30,7 @@ i32 number_at(const char* text)
                                                   std::numeric_limits<i32>::max()));
 }
 
-/// "-ml": a method digit, and a level digit or nothing.
+/// Parses "-ml": a method digit and an optional level digit.
 void parse_method(const char* argument, options& parsed)
 {
     parsed.job_template.codec.method = static_cast<u8>(argument[1] - '0');
@@ -44,7 +44,7 @@ void parse_method(const char* argument, options& parsed)
     }
 }
 
-/// One option of the compressing program.
+/// Parses one option for compression.
 void parse_compress_option(const char* argument, u32 processors, options& parsed)
 {
     const char* const value = argument + 2;
@@ -77,7 +77,7 @@ void parse_compress_option(const char* argument, u32 processors, options& parsed
     }
 }
 
-/// One option behind "-d".  What it doesn't know it ignores.
+/// Parses one option after "-d".  Unknown options are ignored.
 void parse_decompress_option(const char* argument, options& parsed)
 {
     switch (argument[1]) {
@@ -101,16 +101,15 @@ void refuse(options& parsed, std::string text)
     parsed.fault_text = std::move(text);
 }
 
-/// Looks for what can't be carried out in a command line that is well formed.
+/// Checks the ranges of the values in a well-formed command line.
 void check_values(options& parsed)
 {
     const file_parameters& parameters = parsed.job_template;
     if (parsed.mode == direction::decompress) return;
-    if (parameters.block_mb == 0 || parameters.block_mb > most_block_mb) {
-        refuse(parsed,
-               "the block size (-b) must be 1 to " + std::to_string(most_block_mb) + " MiB");
-    } else if (parameters.codec.hash_bits > most_hash_bits) {
-        refuse(parsed, "the hash size (-D) must be at most " + std::to_string(most_hash_bits));
+    if (parameters.block_mb == 0 || parameters.block_mb > max_block_mb) {
+        refuse(parsed, "the block size (-b) must be 1 to " + std::to_string(max_block_mb) + " MiB");
+    } else if (parameters.codec.hash_bits > max_hash_bits) {
+        refuse(parsed, "the hash size (-D) must be at most " + std::to_string(max_hash_bits));
     }
 }
 
@@ -119,7 +118,7 @@ void check_values(options& parsed)
 std::string tool_name(const char* path)
 {
     const std::string name = path;
-    return name.substr(last_part(name));
+    return name.substr(last_component(name));
 }
 
 options parse_options(int argc, const char* const* argv, u32 processors)
@@ -137,8 +136,9 @@ options parse_options(int argc, const char* const* argv, u32 processors)
     }
     if (parsed.fault != option_fault::none) return parsed;
 
-    const bool named_so = argc > 0 && tool_name(argv[0]).find("unquarnex") != std::string::npos;
-    if (dash_d || named_so) parsed.mode = direction::decompress;
+    const bool named_unquarnex =
+        argc > 0 && tool_name(argv[0]).find("unquarnex") != std::string::npos;
+    if (dash_d || named_unquarnex) parsed.mode = direction::decompress;
     parsed.thread_count = std::min(parsed.thread_count, max_workers);
     const bool compress = parsed.mode == direction::compress;
     if (parsed.names.size() < 2 || (compress && !is_method(parsed.job_template.codec.method))) {

@@ -1,4 +1,4 @@
-// frontend/path.h - paths taken apart and put together
+// frontend/path.h - splits and joins paths
 #pragma once
 
 #include "frontend/system.h"
@@ -7,15 +7,15 @@
 
 namespace quarnex {
 
-/// Where the last component of `path` starts: after the last of the path_part_marks.
-inline usize last_part(const std::string& path)
+/// Returns the offset of the last component of `path`: after the last of the path_delimiters.
+inline usize last_component(const std::string& path)
 {
-    const usize mark = path.find_last_of(path_part_marks);
-    return mark == std::string::npos ? 0 : mark + 1;
+    const usize delimiter = path.find_last_of(path_delimiters);
+    return delimiter == std::string::npos ? 0 : delimiter + 1;
 }
 
-/// The path of `relative` below `directory`.
-inline std::string path_below(const std::string& directory, const std::string& relative)
+/// Returns `directory` and `relative` joined by one separator.
+inline std::string join_paths(const std::string& directory, const std::string& relative)
 {
     const bool separated = !directory.empty() && directory.back() == path_separator;
     return separated ? directory + relative : directory + path_separator + relative;

@@ -1,4 +1,4 @@
-// frontend/progress.h - how far a long file has come, for people who look
+// frontend/progress.h - progress of a long file on a terminal
 #pragma once
 
 #include "common/types.h"
@@ -8,18 +8,18 @@
 
 namespace quarnex {
 
-/// One line on standard error, rewritten in place a few times a second and gone at the end.  Only
-/// when standard error is a terminal: a pipe or a file gets nothing.
+/// One line on standard error, rewritten in place a few times a second and erased at the end.  It
+/// is shown only if standard error is a terminal.
 class progress_line {
   public:
-    /// Starts a line about the file `name`.
+    /// Starts the line of the file `name`.
     explicit progress_line(const std::string& name);
-    /// Removes it.
+    /// Erases the line.
     ~progress_line();
     progress_line(const progress_line&) = delete;
     progress_line& operator=(const progress_line&) = delete;
 
-    /// Shows that `done` of `total` bytes are done.
+    /// Shows that `done` of `total` bytes were read.
     void advance(u64 done, u64 total);
 
   private:
@@ -28,7 +28,7 @@ class progress_line {
     clock::time_point next_;
 };
 
-/// Removes the line, if one is there, before something else is written on a terminal.
+/// Erases the progress line, if any; call it before other output to a terminal.
 void hide_progress();
 
 } // namespace quarnex

@@ -22,11 +22,12 @@
 namespace quarnex {
 namespace {
 
-constexpr int status_good = 0;
-constexpr int status_bad = 1;
-constexpr int status_ended = -1;
+constexpr int exit_ok = 0;
+constexpr int exit_error = 1;
+constexpr int exit_fatal = -1;
 
-/// Says what is wrong with the command line.  Returns the exit status, if it comes back.
+/// Prints what is wrong with the command line and returns the exit status.  An unknown level ends
+/// the process.
 int report_fault(const options& parsed, const std::string& tool)
 {
     switch (parsed.fault) {
@@ -45,11 +46,11 @@ int report_fault(const options& parsed, const std::string& tool)
         print_usage(tool);
         break;
     }
-    return status_bad;
+    return exit_error;
 }
 
-/// Makes sure that the destination is a directory.  False, and a message, if it can't be one.
-bool settle_destination(const std::string& name)
+/// Creates the destination directory if it is missing.  Returns false, with a message, on failure.
+bool prepare_destination(const std::string& name)
 {
     const auto status = find_status(name.c_str());
     if (!status) {
@@ -64,9 +65,9 @@ bool settle_destination(const std::string& name)
     return true;
 }
 
-/// What the engine's observer works on.
+/// Context of the engine's observer.
 struct run_context {
-    progress_line* progress = nullptr; // of the file that is read
+    progress_line* progress = nullptr; // of the file being read
 };
 
 bool show_progress(void* context, u64 done, u64 total)
@@ -75,51 +76,52 @@ bool show_progress(void* context, u64 done, u64 total)
     return true;
 }
 
-/// The files of a run, one after the other through the engine.
+/// Runs files through the engine one by one.
 class file_runner {
   public:
-    file_runner(engine& with, run_context& context, const options& parsed,
+    file_runner(engine& pipeline, run_context& context, const options& parsed,
                 const file_parameters& parameters)
-        : engine_(with), context_(context), parsed_(parsed), parameters_(parameters)
+        : engine_(pipeline), context_(context), parsed_(parsed), parameters_(parameters)
     {
     }
 
-    /// Sends the file `source` through the engine; `relative` is its path below the destination.
+    /// Compresses or restores the file `source`; `relative` is its path below the destination.
     status run(const std::string& source, const std::string& relative)
     {
         const bool compresses = parsed_.mode == direction::compress;
         if (compresses && has_suffix(source.c_str())) return status::done;
-        const std::string path = path_below(parsed_.destination, relative);
+        const std::string path = join_paths(parsed_.destination, relative);
         const std::string destination = compresses ? compressed_name(path) : restored_name(path);
         const file_names names{source.c_str(), destination.c_str()};
-        wait_for(destination);
+        wait_until_written(destination);
         progress_line progress(source);
         context_.progress = &progress;
         const status result = compresses ? compress_file(engine_, names, parameters_)
                                          : decompress_file(engine_, names);
-        if (const auto made = find_status(destination.c_str())) made_.insert(made->identity);
+        if (const auto found = find_status(destination.c_str())) created_.insert(found->identity);
         return result;
     }
 
   private:
-    /// Waits until a file is whole if it is a destination of this run, before it is replaced.
-    void wait_for(const std::string& destination)
+    /// Waits for the blocks in flight if `destination` was already written in this run, because it
+    /// is about to be replaced.
+    void wait_until_written(const std::string& destination)
     {
-        const auto before = find_status(destination.c_str());
-        if (before && made_.contains(before->identity)) engine_.wait_for_blocks();
+        const auto existing = find_status(destination.c_str());
+        if (existing && created_.contains(existing->identity)) engine_.wait_for_blocks();
     }
 
     engine& engine_;
     run_context& context_;
     const options& parsed_;
     const file_parameters& parameters_;
-    std::set<file_identity> made_; // all destinations so far
+    std::set<file_identity> created_; // all destinations so far
 };
 
-/// Runs each regular file until one fails.  Returns the last result.
+/// Runs the regular files among the names until one fails.  Returns the last result.
 status run_plain_loop(file_runner& files, const options& parsed)
 {
-    // A name that can't be looked up is treated as the kind of the name before it.
+    // A name that can't be looked up is treated as having the kind of the preceding name.
     file_kind kind = file_kind::other;
     status result = status::done;
     for (const std::string& name : parsed.names) {
@@ -131,14 +133,14 @@ status run_plain_loop(file_runner& files, const options& parsed)
                 {.kind = event_kind::source_unopened, .cause = errno, .name = name.c_str()});
         }
         if (kind != file_kind::regular) continue;
-        result = files.run(name, name.substr(last_part(name)));
+        result = files.run(name, name.substr(last_component(name)));
         if (result != status::done) break;
     }
     return result;
 }
 
-/// Makes the directory `path` and those above it, as far as they are missing.  False, and a
-/// message (the program's last words, without an end of line), if that fails.
+/// Creates the directory `path` and its missing parents.  Returns false, with a message without a
+/// line end, on failure.
 bool make_directories(const std::string& path)
 {
     usize end = 0;
@@ -159,8 +161,9 @@ status run_entry(file_runner& files, const options& parsed, const walk_entry& fi
     return files.run(file.name, file.relative);
 }
 
-/// Whether a file is passed over: one that a run in place would restore, but that isn't compressed.
-bool is_left_out(const options& parsed, const walk_entry& file)
+/// Returns whether restoring in place skips `file` because it lacks the suffix; prints a line if
+/// so.
+bool is_skipped(const options& parsed, const walk_entry& file)
 {
     if (!file.in_place || parsed.mode == direction::compress || has_suffix(file.name.c_str()))
         return false;
@@ -169,16 +172,16 @@ bool is_left_out(const options& parsed, const walk_entry& file)
     return true;
 }
 
-/// Rebuilds the directories and runs each regular file, whatever becomes of the others.  Returns
-/// the result that has ended the run, or that all is done.
+/// Recreates the directories and runs every regular file, continuing after failures.  Returns
+/// status::destination_uncreated if that ended the run early, otherwise status::done.
 status run_walk(file_runner& files, const options& parsed)
 {
     walker inputs(parsed.names, parsed.destination);
     while (const auto entry = inputs.next()) {
         if (entry->kind == file_kind::directory) {
-            if (!make_directories(path_below(parsed.destination, entry->relative)))
+            if (!make_directories(join_paths(parsed.destination, entry->relative)))
                 return status::destination_uncreated;
-        } else if (entry->kind == file_kind::regular && !is_left_out(parsed, *entry)) {
+        } else if (entry->kind == file_kind::regular && !is_skipped(parsed, *entry)) {
             const status result = run_entry(files, parsed, *entry);
             if (result == status::destination_uncreated) return result;
         }
@@ -186,22 +189,23 @@ status run_walk(file_runner& files, const options& parsed)
     return status::done;
 }
 
-/// Settles the destination and goes through the inputs.  Returns the exit status as far as this
-/// thread knows it.
+/// Prepares the destination and runs all inputs.  Returns the exit status, without regard to
+/// failures on workers and the writer.
 int run_files(file_runner& files, const options& parsed)
 {
-    if (!settle_destination(parsed.destination)) return status_ended;
+    if (!prepare_destination(parsed.destination)) return exit_fatal;
     const status result =
         parsed.recursive ? run_walk(files, parsed) : run_plain_loop(files, parsed);
-    // All other failures have only stopped the loop.
-    return result == status::destination_uncreated ? status_ended : status_good;
+    // Other failures only ended the loop and leave the exit status alone.
+    return result == status::destination_uncreated ? exit_fatal : exit_ok;
 }
 
-/// The number of workers: as many as are asked for, if there is room for all.
+/// Returns the number of workers: as requested, but when compressing no more than fit into the
+/// address space.
 u32 count_workers(const options& parsed, const file_parameters& parameters)
 {
     if (parsed.mode == direction::decompress) return parsed.thread_count;
-    return std::min(parsed.thread_count, encoders_with_room(parameters, address_space()));
+    return std::min(parsed.thread_count, max_encoders(parameters, address_space()));
 }
 
 } // namespace
@@ -217,14 +221,14 @@ int run(int argc, const char* const* argv)
 
     run_context context;
     const observer watcher{report_event, show_progress, &context};
-    int exit_status = status_ended;
-    engine work(system_allocator, count_workers(parsed, parameters), watcher);
+    int exit_status = exit_fatal;
+    engine pipeline(system_allocator, count_workers(parsed, parameters), watcher);
     {
-        const engine_threads threads(work);
-        file_runner files(work, context, parsed, parameters);
+        const engine_threads threads(pipeline);
+        file_runner files(pipeline, context, parsed, parameters);
         if (threads.ready()) exit_status = run_files(files, parsed);
     }
-    return exit_status == status_good && work.thread_failures() != 0 ? status_bad : exit_status;
+    return exit_status == exit_ok && pipeline.thread_failures() != 0 ? exit_error : exit_status;
 }
 
 } // namespace quarnex

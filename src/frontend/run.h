@@ -3,7 +3,7 @@
 
 namespace quarnex {
 
-/// Does what the command line says and returns the exit status of the process.
+/// Executes the command line and returns the exit status of the process.
 int run(int argc, const char* const* argv);
 
 } // namespace quarnex

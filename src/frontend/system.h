@@ -1,5 +1,5 @@
-// frontend/system.h - what the program asks of the operating system: process, paths, directories
-// and the terminal
+// frontend/system.h - operating system services for the program: process, paths, directories and
+// the terminal
 #pragma once
 
 #include "common/types.h"
@@ -16,28 +16,30 @@ namespace quarnex {
 /// Path separator, all characters that end a component, and the path buffer size including the NUL.
 #if defined(_WIN32)
 inline constexpr char path_separator = '\\';
-inline constexpr std::string_view path_part_marks = "\\/:";
+inline constexpr std::string_view path_delimiters = "\\/:";
 inline constexpr usize path_buffer_bytes = 259;
 #else
 inline constexpr char path_separator = '/';
-inline constexpr std::string_view path_part_marks = "/";
+inline constexpr std::string_view path_delimiters = "/";
 inline constexpr usize path_buffer_bytes = PATH_MAX;
 #endif
 
-/// Prepares the process: closed standard streams are opened on the null device, so that no file of
-/// the user's takes their place; the program alone reports failures; a write past a file-size limit
-/// is an ordinary write error; and a terminal is ready for lines that are erased.
+/// Prepares the process:
+/// - opens closed standard streams on the null device, so that no user file gets their descriptors;
+/// - turns off the system's own error dialogs (Windows);
+/// - makes a write past a file-size limit an ordinary write error (POSIX);
+/// - enables escape sequences on the terminal (Windows).
 void prepare_process();
 
-/// Ends the process at once, with the status of one that aborts.  No stream is flushed.
+/// Ends the process immediately with the status of abort().  No stream is flushed.
 [[noreturn]] void end_abnormally();
 
 enum class file_kind { regular, directory, other };
 
-/// Which file a name stands for: the same for all names of one file, different for all others.
+/// Identifies a file: equal for all names of one file, different for different files.
 struct file_identity {
     u64 device = 0;
-    u64 number = 0; // 0 if the system tells none: nobody knows then which file it is
+    u64 number = 0; // 0 if the system reports none; such an identity equals no other
     bool operator==(const file_identity& other) const
     {
         return number != 0 && std::tie(device, number) == std::tie(other.device, other.number);
@@ -53,20 +55,20 @@ struct file_status {
     file_identity identity;
 };
 
-/// Looks up what `name` stands for (links are followed).  Nothing, with errno set, if that fails.
+/// Returns kind and identity of the file `name`, following links; nothing, with errno set, on
+/// failure.
 std::optional<file_status> find_status(const char* name);
 
-/// Whether `name` itself is a link to another name.
+/// Returns whether `name` itself is a symbolic link (or a mount point on Windows).
 bool is_link(const char* name);
 
-/// The names of all that a directory holds, in no order and without "." and "..".  None if it can't
-/// be read.
+/// Returns the names in a directory, unsorted and without "." and ".."; none if it can't be read.
 std::vector<std::string> list_directory(const char* name);
 
 /// Creates one directory.  Returns false with errno set on failure.
 bool make_directory(const char* name);
 
-/// Whether standard error is a terminal, where people look and lines can be erased.
+/// Returns whether standard error is a terminal on which lines can be erased.
 bool error_stream_is_terminal();
 
 } // namespace quarnex

@@ -13,7 +13,7 @@ namespace quarnex {
 
 namespace {
 
-/// Opens those of the descriptors 0 to 2 that are closed.
+/// Opens the null device on those of descriptors 0 to 2 that are closed.
 void open_standard_streams()
 {
     int opened = 0;

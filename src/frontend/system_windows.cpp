@@ -10,7 +10,7 @@
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
-/// Tells the runtime to expand wildcards in the command line before main() sees it.
+/// Makes the runtime expand wildcards in the command line before main() sees it.
 extern "C" {
 int _dowildcard = -1;
 }
@@ -19,7 +19,7 @@ namespace quarnex {
 
 namespace {
 
-/// Opens those of the descriptors 0 to 2 that are closed.
+/// Opens the null device on those of descriptors 0 to 2 that are closed.
 void open_standard_streams()
 {
     int opened = 0;
@@ -44,15 +44,15 @@ void prepare_process()
 void end_abnormally()
 {
     constexpr int status_of_abort = 3;
-    std::_Exit(status_of_abort); // abort() would put words of its own behind the program's
+    std::_Exit(status_of_abort); // abort() would print a message of its own
 }
 
 namespace {
 
-/// The open handle of a name, closed at the end.
+/// An open handle of a file or directory.
 class name_handle {
   public:
-    /// Asks for no access, so that files that others have open can be looked up too.
+    /// Requests no access rights, so that files opened exclusively can be queried too.
     explicit name_handle(const char* name)
         : handle_(CreateFileA(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                               nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr))
@@ -93,7 +93,7 @@ file_kind kind_of(DWORD attributes)
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_kind::directory : file_kind::regular;
 }
 
-/// What the system finds in a directory for a name or a pattern, one after the other.
+/// Iterates over the directory entries that match a name or a pattern.
 class directory_search {
   public:
     explicit directory_search(const char* pattern) : handle_(FindFirstFileA(pattern, &entry_)) {}
@@ -105,12 +105,12 @@ class directory_search {
     directory_search& operator=(const directory_search&) = delete;
 
     bool found_any() const { return handle_ != INVALID_HANDLE_VALUE; }
-    bool go_on() { return FindNextFileA(handle_, &entry_) != 0; }
+    bool next() { return FindNextFileA(handle_, &entry_) != 0; }
     const WIN32_FIND_DATAA& entry() const { return entry_; }
 
   private:
     WIN32_FIND_DATAA entry_{};
-    HANDLE handle_; // last: finding it fills the entry
+    HANDLE handle_; // declared last: its initializer fills entry_
 };
 
 } // namespace
@@ -134,7 +134,7 @@ bool is_link(const char* name)
 {
     const directory_search found(name);
     const WIN32_FIND_DATAA& entry = found.entry();
-    // Other reparse points are ordinary files and directories that are kept in another place.
+    // Other reparse points are ordinary files and directories with remote or special storage.
     return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
            (entry.dwReserved0 == IO_REPARSE_TAG_SYMLINK ||
             entry.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT);
@@ -148,18 +148,18 @@ std::vector<std::string> list_directory(const char* name)
     do {
         const std::string_view found = search.entry().cFileName;
         if (found != "." && found != "..") names.emplace_back(found);
-    } while (search.go_on());
+    } while (search.next());
     return names;
 }
 
 namespace {
 
-/// Whether there is something in which directories can be made.
-bool holds_directories(const char* name)
+/// Returns whether `name` is a directory or a server ("\\server").
+bool is_directory_or_server(const char* name)
 {
-    constexpr std::string_view server_mark = "\\\\";
+    constexpr std::string_view server_prefix = "\\\\";
     const std::string_view path(name);
-    if (path.starts_with(server_mark) && path.find('\\', server_mark.size()) == path.npos)
+    if (path.starts_with(server_prefix) && path.find('\\', server_prefix.size()) == path.npos)
         return true;
     return kind_of(GetFileAttributesA(name)) == file_kind::directory;
 }
@@ -169,8 +169,8 @@ bool holds_directories(const char* name)
 bool make_directory(const char* name)
 {
     if (_mkdir(name) == 0) return true;
-    // Servers, shares and the roots of drives, which nobody can make, are told in other ways.
-    if (holds_directories(name)) errno = EEXIST;
+    // For existing servers, shares and drive roots, _mkdir() sets an errno other than EEXIST.
+    if (is_directory_or_server(name)) errno = EEXIST;
     return false;
 }
 

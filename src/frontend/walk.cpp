@@ -22,15 +22,15 @@ file_identity find_identity(const std::string& name)
     return status ? status->identity : file_identity{};
 }
 
-/// Where the part of `root` starts that goes below the destination.  A last part ".." would lead
-/// out of it again, and so stays behind.
+/// Returns the offset in `root` of the path below the destination: the last component, or nothing
+/// if that is "..", which would lead out of the destination.
 usize relative_start(const std::string& root)
 {
-    const usize last = last_part(root);
+    const usize last = last_component(root);
     return root.compare(last, std::string::npos, "..") == 0 ? root.size() + 1 : last;
 }
 
-/// The part of `name` that goes below the destination.
+/// Returns the path of `name` below the destination.
 std::string relative_part(const std::string& name, usize start)
 {
     return start < name.size() ? name.substr(start) : "";
@@ -47,7 +47,7 @@ dir_walk::dir_walk(const std::string& root, const file_identity& excluded)
 dir_walk dir_walk::in_place(const std::string& root, const file_identity& destination)
 {
     dir_walk walk(root, destination);
-    walk.relative_start_ = path_below(root, "").size();
+    walk.relative_start_ = join_paths(root, "").size();
     walk.in_place_ = true;
     return walk;
 }
@@ -69,23 +69,23 @@ std::optional<walk_entry> dir_walk::next()
         }
         const auto kind = find_kind(*name);
         if (!kind) continue;
-        if (*kind == file_kind::directory && levels_.size() < most_levels) open(*name);
+        if (*kind == file_kind::directory && levels_.size() < max_levels) open(*name);
         return walk_entry{*name, relative_part(*name, relative_start_), *kind, in_place_};
     }
     return {};
 }
 
-/// The next name of the deepest directory, or nothing at its end.
+/// Returns the next name of the deepest directory, or nothing at its end.
 std::optional<std::string> dir_walk::next_name()
 {
     level& deepest = levels_.back();
     if (deepest.names.empty()) return {};
-    const std::string name = path_below(deepest.directory, deepest.names.back());
+    const std::string name = join_paths(deepest.directory, deepest.names.back());
     deepest.names.pop_back();
     return name;
 }
 
-/// What `name` is, or nothing if it is left out.
+/// Returns the kind of `name`, or nothing if it is skipped.
 std::optional<file_kind> dir_walk::find_kind(const std::string& name) const
 {
     if (!fits_path_buffer(name)) return {};
@@ -104,7 +104,7 @@ walker::walker(std::span<const std::string> names, const std::string& destinatio
 
 std::optional<walk_entry> walker::next()
 {
-    auto entry = below_.next();
+    auto entry = subtree_.next();
     while (!entry && !names_.empty()) {
         entry = start(names_.front());
         names_ = names_.subspan(1);
@@ -112,7 +112,8 @@ std::optional<walk_entry> walker::next()
     return entry;
 }
 
-/// Begins with a name of the list: the name itself comes first.
+/// Starts the walk of one name of the list and returns its first entry: the name itself, except for
+/// the destination.
 std::optional<walk_entry> walker::start(const std::string& name)
 {
     const auto status = find_status(name.c_str());
@@ -121,10 +122,10 @@ std::optional<walk_entry> walker::start(const std::string& name)
         return {};
     }
     if (status->identity == destination_) {
-        below_ = dir_walk::in_place(name, destination_);
-        return below_.next();
+        subtree_ = dir_walk::in_place(name, destination_);
+        return subtree_.next();
     }
-    if (status->kind == file_kind::directory) below_ = dir_walk(name, destination_);
+    if (status->kind == file_kind::directory) subtree_ = dir_walk(name, destination_);
     return walk_entry{name, relative_part(name, relative_start(name)), status->kind};
 }
 

@@ -10,7 +10,7 @@
 namespace quarnex {
 namespace {
 
-/// Calls the operations of a codec.
+/// Initializes, runs and releases a codec.
 codec_result run_codec(const codec_entry& codec, const codec_job& job)
 {
     void* const state = codec.init(job);
@@ -20,7 +20,7 @@ codec_result run_codec(const codec_entry& codec, const codec_job& job)
     return result;
 }
 
-/// What the writer has to know of a block, whatever becomes of its bytes.
+/// Returns the block's destination and position for the writer, without its bytes.
 write_job describe_block(const block_job& job)
 {
     write_job finished;
@@ -51,7 +51,8 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
     return {.produced = coded.length};
 }
 
-/// Decodes the payload to a buffer of its own, whole in any case, and frees the payload.
+/// Decodes the payload into a new buffer, padded with zeros to `out_len` bytes, and frees the
+/// payload.
 block_result decode_payload(buffer_pool& buffers, block_job& job, write_job& data)
 {
     codec_job& codec = job.codec;

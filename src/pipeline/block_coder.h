@@ -1,5 +1,5 @@
-// pipeline/block_coder.h - one block through its codec: what a worker does, and a driver that has
-// no workers
+// pipeline/block_coder.h - runs one block through its codec and filter, for a worker or for
+// a driver without workers
 #pragma once
 
 #include "common/scratch.h"
@@ -13,26 +13,27 @@ enum class block_status : u8 {
     uncoded,   // no memory for the codec
 };
 
-/// What became of a block.
+/// The outcome of a block.
 struct block_result {
     block_status status = block_status::done;
-    codec_status lack = codec_status::done; // when uncoded
-    u32 produced = 0;                       // bytes that the codec has made
+    codec_status codec_error = codec_status::done; // set when uncoded
+    u32 produced = 0;                              // bytes that the codec wrote
 };
 
-/// Codes the block of a job in the direction that it names, in the memory of `memory`.
+/// Encodes or decodes the block of `job`, as job.mode says.  The codec takes its working memory
+/// from `memory`.
 ///
-/// Compressing, `finished` gets the block's record, with displacement 0.  An encoder's output that
-/// is not shorter than the block is replaced by the block itself.
+/// When compressing, `finished` receives the block's record, with displacement 0.  The block is
+/// stored if the encoder's output is not shorter than the block.
 ///
-/// Decompressing, the filter is undone, and `finished` gets the block's data, `out_len` bytes.  If
-/// the decoder has produced fewer, the rest is zero, as far as the filter leaves it so.
+/// When decompressing, the filter is undone and `finished` receives the block's `out_len` bytes. If
+/// the decoder produces fewer bytes, the rest is filled with zeros before the filter is undone.
 ///
-/// The input is freed as soon as it is not needed.
+/// Frees the input as soon as the codec has read it.
 block_result code_block(buffer_pool& buffers, scratch& memory, block_job& job, write_job& finished);
 
-/// Writes a finished block to its file: as record number `sequence` when compressing, or to its
-/// block's place.  Returns the system's error number, 0 for none.
+/// Writes a finished block to its file: a record is appended as record number `sequence`, decoded
+/// data goes to the block's offset.  Returns errno, or 0 on success.
 [[nodiscard]] int write_block(write_job& finished, u32 sequence);
 
 } // namespace quarnex

@@ -1,4 +1,4 @@
-// pipeline/block_counter.h - how many blocks are in flight
+// pipeline/block_counter.h - counts the blocks in flight
 #pragma once
 
 #include "common/sync.h"
@@ -6,7 +6,7 @@
 
 namespace quarnex {
 
-/// Counts the blocks that have been submitted to the workers and are neither written nor dropped.
+/// Counts the blocks that were submitted to the workers and are not yet written or dropped.
 class block_counter {
   public:
     void enter()
@@ -21,8 +21,7 @@ class block_counter {
         if (--count_ == 0) none_left_.notify_one();
     }
 
-    /// Waits until no block is in flight.  One thread at a time may wait, the one that enters
-    /// blocks.
+    /// Waits until no block is in flight.  Only the thread that calls enter() may wait.
     void wait_for_none()
     {
         scoped_lock lock(mutex_);

@@ -6,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-/// Smaller buffers come from the allocator at no cost worth saving.
+/// Smaller buffers are cheap to allocate and are not pooled.
 constexpr usize min_pooled_bytes = usize{256} << 10;
 
 memory_kind kind_of(usize size)
@@ -51,12 +51,12 @@ block_buffer buffer_pool::take(usize size)
 
 block_buffer buffer_pool::take_idle(usize size)
 {
-    owned_array<u8> unfit; // freed outside the lock
+    owned_array<u8> evicted; // freed outside the lock
     scoped_lock lock(mutex_);
     const auto begin = idle_.begin();
     const auto end = begin + static_cast<std::ptrdiff_t>(idle_count_);
     const auto found = std::find_if(begin, end, [&](const owned_array<u8>& buffer) {
-        // One that is far too large would hold memory that others could use.
+        // Reject buffers more than twice as large as needed: they would waste memory.
         const usize capacity = buffer.get_deleter().size;
         return capacity >= size && capacity / 2 <= size;
     });
@@ -66,9 +66,9 @@ block_buffer buffer_pool::take_idle(usize size)
         std::swap(*found, idle_[--idle_count_]);
         return taken;
     }
-    // Sizes have changed: the oldest makes room for buffers of the new size.
+    // The pool is full and nothing fits: evict the oldest to make room for the new size.
     if (idle_count_ == idle_limit_ && idle_count_ != 0) {
-        unfit = std::move(*begin);
+        evicted = std::move(*begin);
         std::move(begin + 1, end, begin);
         --idle_count_;
     }

@@ -1,8 +1,7 @@
-// pipeline/buffer_pool.h - block buffers that are used again
+// pipeline/buffer_pool.h - recycles block buffers
 //
-// A block's buffers are some ten MiB each.  Memory fresh from the system costs a page fault every
-// few KiB, which is as much time as a fast codec takes for the data; so a buffer that is no longer
-// needed waits here for the next block.
+// A block's buffers have tens of MiB each.  Fresh memory costs one page fault per page, which takes
+// as long as a fast codec takes for the data.  The pool keeps released buffers for later blocks.
 #pragma once
 
 #include "common/owned_array.h"
@@ -16,36 +15,36 @@ namespace quarnex {
 
 class buffer_pool;
 
-/// Gives a buffer back to the pool it came from.
+/// Deleter that returns a buffer to its pool.
 struct return_buffer {
     buffer_pool* pool = nullptr;
     usize capacity = 0;
     void operator()(u8* buffer) const;
 };
 
-/// A block buffer and its owner.
+/// An owned block buffer.
 using block_buffer = std::unique_ptr<u8[], return_buffer>;
 
 class buffer_pool {
   public:
-    /// The most idle buffers of any pool.
+    /// Upper bound for the idle buffers of any pool.
     static constexpr usize max_idle = 40;
 
-    /// Keeps up to `idle_limit` (at most max_idle) buffers that nobody uses.
+    /// Keeps up to `idle_limit` (at most max_idle) idle buffers.
     buffer_pool(const allocator& source, usize idle_limit);
 
-    /// Returns a buffer of `size` bytes or more, of undefined content; null when there is no
-    /// memory. It must be given up before the pool is.
+    /// Returns a buffer of at least `size` bytes with undefined content, or null when memory is
+    /// exhausted.  The buffer must be released before the pool is destroyed.
     [[nodiscard]] block_buffer take(usize size);
 
-    /// Number of buffers that wait for use.
+    /// Returns the number of idle buffers.
     usize idle() const;
 
   private:
     friend struct return_buffer;
     void put_back(u8* buffer, usize capacity);
 
-    /// Ownership of a buffer outside the pool rests in its capacity alone.
+    /// Takes ownership of a buffer that was handed out; `capacity` is its allocated size.
     owned_array<u8> own(u8* buffer, usize capacity) const;
     owned_array<u8> allocate(usize size) const;
     /// Returns an idle buffer that suits `size`, or null.
@@ -56,7 +55,7 @@ class buffer_pool {
     const allocator& source_;
     const usize idle_limit_;
     mutable guard_mutex mutex_;
-    std::array<owned_array<u8>, max_idle> idle_ GUARDED_BY(mutex_); // the oldest first
+    std::array<owned_array<u8>, max_idle> idle_ GUARDED_BY(mutex_); // oldest first
     usize idle_count_ GUARDED_BY(mutex_) = 0;
 };
 

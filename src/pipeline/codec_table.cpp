@@ -15,13 +15,13 @@ const std::array<const codec_entry*, 8> encoder_table{nullptr,     &m1_encoder, 
 const std::array<const codec_entry*, 8> decoder_table{nullptr,     &m1_decoder, &m2_decoder,
                                                       &m3_decoder, &m4_decoder, &m5_decoder};
 
-u32 encoders_with_room(const file_parameters& parameters, u64 addresses)
+u32 max_encoders(const file_parameters& parameters, u64 address_bytes)
 {
-    // A quarter is left for everything else and for gaps.  There are two buffers for each encoder,
-    // and three more.
+    // A quarter is reserved for other allocations and for fragmentation.  Each encoder has two
+    // buffers, and three more are shared.
     const codec_parameters& codec = parameters.codec;
     const u64 block_size = parameters.block_size();
-    const u64 room = addresses / 4 * 3;
+    const u64 room = address_bytes / 4 * 3;
     const u64 shared = 3 * block_size;
     const u64 each =
         2 * block_size + encoder_table[codec.method]->memory(codec, static_cast<u32>(block_size));

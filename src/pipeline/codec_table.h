@@ -1,4 +1,4 @@
-// pipeline/codec_table.h - which codec a method number stands for
+// pipeline/codec_table.h - maps method numbers to codecs
 #pragma once
 
 #include "coding/codec.h"
@@ -8,12 +8,12 @@
 
 namespace quarnex {
 
-/// Rows by method; null where there is no codec.
+/// Indexed by method number; null where there is no codec.
 extern const std::array<const codec_entry*, 8> encoder_table;
 extern const std::array<const codec_entry*, 8> decoder_table;
 
-/// How many encoders fit into `addresses` bytes of address space, with the memory of their level
-/// and the buffers in circulation.  At least 1.
-u32 encoders_with_room(const file_parameters& parameters, u64 addresses);
+/// Returns how many encoders fit into `address_bytes` bytes of address space together with their
+/// match finders' memory and the block buffers in circulation.  At least 1.
+u32 max_encoders(const file_parameters& parameters, u64 address_bytes);
 
 } // namespace quarnex

@@ -10,29 +10,29 @@
 namespace quarnex {
 namespace {
 
-/// Bytes of the first block by which a file is classified.
+/// A file is classified by up to this many bytes of its first block.
 constexpr usize sample_bytes = usize{1} << 20;
 
-/// One file while it is read and submitted, block by block.
+/// State of one file while its blocks are read and submitted.
 struct compression {
     driver_file file;
-    const char* const name; // by which it is classified; null if it isn't
+    const char* const name; // for the classification; null for none
     file_parameters parameters;
-    u64 size = 0; // as it was at the start: what the file does later doesn't change it
+    u64 size = 0; // at the start; later growth is ignored
     u32 block_count = 0;
 
-    /// Reads the next block into a buffer of its own, with zeros after it.
+    /// Reads the next block into a new buffer and zeroes the slack after it.
     status read_block(block_job& job, u32 length);
-    /// Completes the parameters, now that the first block is there, and writes the header.
+    /// Classifies the file by its first block and writes the header.
     status write_header(const codec_job& first);
-    /// Reads the next block and makes it what an encoder takes.
+    /// Reads the next block, filters it and fills in the job; writes the header before block 0.
     status take_block(block_job& job, u32 length);
     status run();
 };
 
 status compression::read_block(block_job& job, u32 length)
 {
-    job.in_alloc = file.with().buffers.take(usize{length} + in_slack);
+    job.in_alloc = file.pipeline().buffers.take(usize{length} + in_slack);
     if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
     u8* const block = job.in_alloc.get();
     const read_result got = file.source().read(block, length);
@@ -79,27 +79,27 @@ status compression::run()
         const auto wanted = static_cast<u32>(std::min(block_size, remaining));
         if (const status taken = take_block(job, wanted); taken != status::done) return taken;
         const u32 length = job.codec.in_len;
-        const status submitted = file.with().submit(std::move(job));
+        const status submitted = file.pipeline().submit(std::move(job));
         if (submitted != status::done) return submitted;
         remaining -= length;
         if (length < wanted) {
             file.tell({.kind = event_kind::source_shrank});
             return status::done;
         }
-        // What is dropped on another thread needs no more blocks.
+        // Another thread has failed the file and drops its blocks.
         if (remaining == 0 || file.destination()->failed()) return status::done;
-        const status wanted_on = file.advance(size - remaining, size);
-        if (wanted_on != status::done) return wanted_on;
+        const status advanced = file.advance(size - remaining, size);
+        if (advanced != status::done) return advanced;
     }
 }
 
 } // namespace
 
-status compress_file(engine& with, const file_names& names, file_parameters parameters,
+status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies)
 {
     compression work{
-        {with, names, direction::compress}, classifies ? names.source : nullptr, parameters};
+        {pipeline, names, direction::compress}, classifies ? names.source : nullptr, parameters};
     driver_file& file = work.file;
     if (const status opened = file.open_source(); opened != status::done) return opened;
     if (const status created = file.create_destination(); created != status::done) return created;

@@ -9,10 +9,10 @@
 namespace quarnex {
 namespace {
 
-/// One file while its records are read and submitted.
+/// State of one file while its records are read and submitted.
 struct decompression {
     driver_file file;
-    u64 total = 0; // bytes of the source
+    u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
     file_layout layout{};
 
@@ -39,12 +39,12 @@ status decompression::read_header()
     return status::done;
 }
 
-/// Reads a payload into a buffer of its own, with zeros after it.
+/// Reads a payload into a new buffer and zeroes the slack after it.
 status decompression::read_payload(block_job& job, u32 size)
 {
     read_result got{static_cast<usize>(std::min<u64>(size, source_left())), 0};
-    if (size <= source_left()) { // more is damage, and no reason to ask for memory
-        job.in_alloc = file.with().buffers.take(usize{size} + payload_slack);
+    if (size <= source_left()) { // a larger size is damage: allocate nothing
+        job.in_alloc = file.pipeline().buffers.take(usize{size} + payload_slack);
         if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
         got = file.source().read(job.in_alloc.get(), size);
     }
@@ -62,7 +62,7 @@ status decompression::read_payload(block_job& job, u32 size)
     return status::done;
 }
 
-/// Reads the record whose head has been read, and submits its block.
+/// Reads the payload that follows `head` and submits the block.
 status decompression::take_record(const record_head& head, u32 sequence)
 {
     const auto place = find_block(layout, head, sequence);
@@ -75,7 +75,7 @@ status decompression::take_record(const record_head& head, u32 sequence)
     job.out_file = file.destination();
     job.codec.out_len = place->length;
     if (const status read = read_payload(job, head.size); read != status::done) return read;
-    return file.with().submit(std::move(job));
+    return file.pipeline().submit(std::move(job));
 }
 
 status decompression::run()
@@ -90,23 +90,23 @@ status decompression::run()
         consumed += bytes.size();
         const status taken = take_record(unpack_record_head(bytes.data()), sequence);
         if (taken != status::done) return taken;
-        if (file.with().thread_failures() != 0) return status::stopped;
-        const status wanted_on = file.advance(consumed, total);
-        if (wanted_on != status::done) return wanted_on;
+        if (file.pipeline().thread_failures() != 0) return status::stopped;
+        const status advanced = file.advance(consumed, total);
+        if (advanced != status::done) return advanced;
     }
 }
 
 } // namespace
 
-status decompress_file(engine& with, const file_names& names)
+status decompress_file(engine& pipeline, const file_names& names)
 {
-    decompression work{{with, names, direction::decompress}};
+    decompression work{{pipeline, names, direction::decompress}};
     driver_file& file = work.file;
     if (const status opened = file.open_source(); opened != status::done) return opened;
     work.total = file.source().size();
     if (const status read = work.read_header(); read != status::done) return read;
-    // No file is emptied once another has failed.
-    if (with.thread_failures() != 0) return status::stopped;
+    // Don't truncate an existing destination after another file failed.
+    if (pipeline.thread_failures() != 0) return status::stopped;
     if (const status created = file.create_destination(); created != status::done) return created;
     const status result = work.run();
     return result == status::done ? file.close_destination() : result;

@@ -5,7 +5,7 @@ namespace quarnex {
 void displacement_window::wait_to_enter(u32 index)
 {
     scoped_lock lock(mutex_);
-    while (index - oldest_ > reach) moved_.wait(mutex_);
+    while (index - oldest_ > max_lead) moved_.wait(mutex_);
 }
 
 void displacement_window::mark_done(u32 index)

@@ -1,19 +1,19 @@
-// pipeline/driver_file.h - what both drivers do with their two files
+// pipeline/driver_file.h - source and destination of a driver: opening, closing, reporting
 #pragma once
 
 #include "pipeline/drivers.h"
 
 namespace quarnex {
 
-/// The two files of a driver, and how it tells of them.
+/// The two files of a driver, with the reports of their failures.
 class driver_file {
   public:
-    driver_file(engine& with, const file_names& names, direction mode)
-        : engine_(with), names_(names), mode_(mode)
+    driver_file(engine& pipeline, const file_names& names, direction mode)
+        : engine_(pipeline), names_(names), mode_(mode)
     {
     }
 
-    engine& with() const { return engine_; }
+    engine& pipeline() const { return engine_; }
     system_file& source() { return source_; }
     const output_ref& destination() const { return destination_; }
 
@@ -21,19 +21,19 @@ class driver_file {
     status open_source();
     /// Creates the destination.
     status create_destination();
-    /// Without workers closes the destination.  (With workers the writer closes it after its last
-    /// block.)
+    /// Closes the destination if there are no workers.  (With workers the writer closes it after
+    /// its last block.)
     status close_destination();
 
-    /// Tells of a failure of the source, and returns `reason`.
+    /// Reports a failure of the source, marks the destination as failed and returns `reason`.
     status fail(event happened, status reason);
-    /// Tells that the destination can't be written, and returns that.
+    /// Reports a write error of the destination and returns status::write_failed.
     status fail_to_write(int cause);
-    /// A failure of `kind` with nothing else to tell.
+    /// Reports a failure that needs no fields besides its kind.
     status fail(event_kind kind, status reason) { return fail(event{.kind = kind}, reason); }
-    /// Tells of what is no failure.
+    /// Reports an event that is not a failure.
     void tell(event happened) const;
-    /// Cancels the file if the observer wants it.
+    /// Reports progress; fails with status::cancelled if the observer cancels the file.
     status advance(u64 done, u64 total);
 
   private:

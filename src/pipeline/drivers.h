@@ -1,4 +1,4 @@
-// pipeline/drivers.h - one file through the engine
+// pipeline/drivers.h - compresses or restores one file
 #pragma once
 
 #include "format/file_parameters.h"
@@ -12,20 +12,20 @@ struct file_names {
     const char* destination; // created, or replaced if it exists
 };
 
-/// Compresses a file with settled parameters (pipeline/parameters.h).  If `classifies`, the kind of
-/// the file sets its filter, and its literal context bits unless some are chosen.
+/// Compresses a file with settled parameters (pipeline/parameters.h).  If `classifies`, the file
+/// type selects the filter, and also the literal context bits unless the parameters set them.
 ///
-/// With workers, blocks can still be in flight when it returns: what becomes of them shows in
-/// engine::first_failure().  Every failure is told to the observer; a source that shrinks while it
-/// is read is told and is none.
-status compress_file(engine& with, const file_names& names, file_parameters parameters,
+/// With workers, blocks can still be in flight on return; engine::first_failure() shows their
+/// failures.  Every failure is reported to the observer.  A source that shrinks while it is read is
+/// reported too but is not a failure.
+status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies = true);
 
-/// Restores a file.  With workers, blocks can still be in flight when it returns, as above.
+/// Restores a file.  With workers, blocks can still be in flight on return, as for compress_file().
 ///
-/// A source that ends between two records, or within the head of one, is no failure; nor is a block
-/// of which a decoder has produced fewer bytes, which is told.  Once a worker or the writer has
-/// failed, no further file is created: the result is status::stopped.
-status decompress_file(engine& with, const file_names& names);
+/// A source that ends between two records or within a record head is not a failure.  A block that
+/// decodes to fewer bytes than expected is reported but is not a failure either.  Once a worker or
+/// the writer has failed, no further destination is created: the result is status::stopped.
+status decompress_file(engine& pipeline, const file_names& names);
 
 } // namespace quarnex

@@ -34,14 +34,14 @@ void engine::mark_done(output_file& file, u32 block_index, direction mode)
 
 status engine::submit(block_job job)
 {
-    if (!has_workers()) return finish_in_place(job);
+    if (!has_workers()) return code_and_write(job);
     if (job.mode == direction::compress) job.out_file->window.wait_to_enter(job.block_index);
     in_flight_.enter();
     jobs.enqueue(std::move(job));
     return status::done;
 }
 
-status engine::finish_in_place(block_job& job)
+status engine::code_and_write(block_job& job)
 {
     write_job finished;
     if (const status coded = code(memory_, job, finished, false); coded != status::done)
@@ -62,7 +62,7 @@ status engine::code(scratch& memory, block_job& job, write_job& finished, bool o
                    .name = job.out_file->source_name(),
                    .block = job.block_index,
                    .mode = job.mode,
-                   .lack = result.lack,
+                   .codec_error = result.codec_error,
                    .on_worker = on_worker};
     if (result.status != block_status::done) {
         if (result.status == block_status::uncoded) happened.kind = event_kind::block_uncoded;
@@ -79,27 +79,27 @@ status engine::code(scratch& memory, block_job& job, write_job& finished, bool o
     return status::done;
 }
 
-void run_worker(engine& of)
+void run_worker(engine& pipeline)
 {
-    scratch memory(of.source);
+    scratch memory(pipeline.source);
     for (;;) {
-        block_job job = of.jobs.dequeue();
+        block_job job = pipeline.jobs.dequeue();
         if (!job.out_file) return;
         output_file& file = *job.out_file;
         if (!file.failed()) {
             write_job finished;
-            const status coded = of.code(memory, job, finished, true);
+            const status coded = pipeline.code(memory, job, finished, true);
             if (coded == status::done) {
-                of.writes.enqueue(std::move(finished));
+                pipeline.writes.enqueue(std::move(finished));
                 continue;
             }
-            of.fail_on_thread(file, coded);
+            pipeline.fail_on_thread(file, coded);
         }
-        of.mark_done(file, job.block_index, job.mode);
+        pipeline.mark_done(file, job.block_index, job.mode);
     }
 }
 
-engine_threads::engine_threads(engine& of) : engine_(of)
+engine_threads::engine_threads(engine& pipeline) : engine_(pipeline)
 {
     if (engine_.thread_count == 0) return;
     const auto work = [](void* shared) { run_worker(*static_cast<engine*>(shared)); };
@@ -120,7 +120,7 @@ engine_threads::~engine_threads()
 {
     for (u32 i = 0; i < started_; ++i) engine_.jobs.enqueue(block_job{});
     for (system_thread& worker : workers_) worker.join();
-    // All that the workers have produced lies before the writer's end.
+    // The workers have ended, so the writer's sentinel follows everything they queued.
     if (writer_.started()) engine_.writes.enqueue(write_job{});
     writer_.join();
 }

@@ -1,4 +1,4 @@
-// pipeline/job_queue.h - a bounded ring between threads
+// pipeline/job_queue.h - bounded FIFO queue between threads
 #pragma once
 
 #include "common/sync.h"
@@ -9,9 +9,9 @@
 
 namespace quarnex {
 
-/// Carries records from producers to consumers by value, in the order in which they came.
+/// Ring buffer for several producers and consumers.  Records are moved in and out in FIFO order.
 ///
-/// There is no close operation: a record that its consumers know as the end ends each of them.
+/// There is no close operation: consumers end at a sentinel record, one for each consumer.
 template <class Record>
 class job_queue {
   public:
@@ -20,7 +20,7 @@ class job_queue {
     /// `capacity` is 1 to max_capacity.
     explicit job_queue(u32 capacity) : capacity_(capacity) {}
 
-    /// Puts a record behind all others.  Waits while the ring is full.
+    /// Appends a record.  Waits while the ring is full.
     void enqueue(Record record)
     {
         scoped_lock lock(mutex_);
@@ -32,7 +32,7 @@ class job_queue {
         not_empty_.notify_one();
     }
 
-    /// Takes the oldest record.  Waits while the ring is empty.
+    /// Removes and returns the oldest record.  Waits while the ring is empty.
     Record dequeue()
     {
         scoped_lock lock(mutex_);
@@ -52,7 +52,7 @@ class job_queue {
     guard_mutex mutex_;
     guard_condition not_full_;
     guard_condition not_empty_;
-    u32 head_ GUARDED_BY(mutex_) = 0; // next slot to take
+    u32 head_ GUARDED_BY(mutex_) = 0; // next slot to read
     u32 tail_ GUARDED_BY(mutex_) = 0; // next slot to fill
     bool full_ GUARDED_BY(mutex_) = false;
     bool empty_ GUARDED_BY(mutex_) = true;

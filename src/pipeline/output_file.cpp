@@ -13,9 +13,9 @@ output_ref::output_ref(const output_ref& other) : file_(other.file_)
 output_ref::~output_ref()
 {
     if (file_ == nullptr || --file_->owners_ != 0) return;
-    const return_memory give_back = {file_->names_.get_deleter().source, sizeof(output_file)};
+    const return_memory free_memory = {file_->names_.get_deleter().source, sizeof(output_file)};
     file_->~output_file();
-    give_back(file_);
+    free_memory(file_);
 }
 
 output_ref output_file::make(const allocator& source, const char* source_name, const char* out_name)

@@ -1,8 +1,8 @@
-// pipeline/output_file.h - a destination while its blocks are on their way
+// pipeline/output_file.h - a destination file shared by its blocks in flight
 //
-// Shared by the driver, the blocks in flight and the writer: the last of them closes and frees it.
-// What has been written stays written whatever becomes of the process, and a write that fails is
-// noticed at once.
+// Reference-counted by the driver, the blocks in flight and the writer; the last owner closes and
+// frees it.  Writes are unbuffered: data written stays written if the process dies, and a write
+// error is noticed immediately.
 #pragma once
 
 #include "common/owned_array.h"
@@ -17,7 +17,7 @@ namespace quarnex {
 
 class output_file;
 
-/// One of the owners of an output_file, or of none.
+/// Counted reference to an output_file; may be empty.
 class output_ref {
   public:
     output_ref() = default;
@@ -43,26 +43,27 @@ class output_ref {
 
 class output_file {
   public:
-    /// A file that is not created yet; null without memory for it.  The names are copied.
+    /// Returns an object for a file that is not created yet, or an empty reference when memory is
+    /// exhausted.  The names are copied.
     static output_ref make(const allocator& source, const char* source_name, const char* out_name);
 
     output_file(const output_file&) = delete;
     output_file& operator=(const output_file&) = delete;
 
-    /// The name of the file that it is made from.
+    /// Returns the name of the source.
     const char* source_name() const { return names_.get(); }
     const char* out_name() const { return names_.get() + out_name_; }
 
-    /// Notes that no complete file can come of it.  The first reason stands.
+    /// Marks the file as failed.  Only the first reason is kept.
     void fail(status reason);
-    /// Why the file has failed, or that it hasn't.
+    /// Returns why the file failed, or status::done.
     status failure() const { return failure_; }
     bool failed() const { return failure() != status::done; }
 
-    /// The file itself.  Only one thread at a time uses it: the driver up to the first block, then
-    /// the writer.
+    /// The open file.  Used by one thread at a time: the driver until the first block is submitted,
+    /// then the writer.
     system_file file;
-    /// The order of the records, when compressing.
+    /// Limits how far records can be out of order, when compressing.
     displacement_window window;
 
   private:
@@ -73,7 +74,7 @@ class output_file {
     }
     ~output_file() = default;
 
-    owned_array<char> names_; // of the source and of this file, each with its NUL
+    owned_array<char> names_; // source name, destination name, each with its NUL
     usize out_name_;
     std::atomic<u32> owners_{0};
     std::atomic<status> failure_{status::done};

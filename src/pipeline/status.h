@@ -1,4 +1,4 @@
-// pipeline/status.h - what becomes of a file
+// pipeline/status.h - the outcome of a file
 #pragma once
 
 #include "common/types.h"
@@ -13,11 +13,11 @@ enum class status : u8 {
     read_failed,           // the system reports a read error
     destination_uncreated, // the destination can't be created
     write_failed,          // the system reports a write error
-    too_many_files,        // too many files have records still to come
-    not_qrx,               // no .qrx file
+    too_many_files,        // too many files are partly written
+    not_qrx,               // the source is not a .qrx file
     truncated,             // the source ends within the header or a payload
-    corrupt,               // the source contradicts itself
-    stopped,               // another file has failed before
+    corrupt,               // the source's header and records are inconsistent
+    stopped,               // an earlier file failed
     cancelled,             // by the observer
 };
 

@@ -5,17 +5,17 @@
 namespace quarnex {
 namespace {
 
-/// The files of which records have been written and more are to come.
+/// The files that are partly written.
 class open_file_table {
   public:
     static constexpr usize max_files = 256;
 
     struct entry {
         output_ref out_file;
-        u32 written = 0; // records so far
+        u32 written = 0; // records written so far
     };
 
-    /// Returns the entry of a file, a new one if it has none; null without a free one.
+    /// Returns the entry of `file`, adding one if needed; null if the table is full.
     entry* find(const output_ref& file)
     {
         entry* free_entry = nullptr;
@@ -31,8 +31,8 @@ class open_file_table {
     std::array<entry, max_files> entries_;
 };
 
-/// Writes a block, and closes its file after the last one.  Tells what goes wrong.
-status write_and_close(const engine& of, open_file_table& table, write_job& finished)
+/// Writes a block and closes its file after the last one.  Reports failures.
+status write_and_close(const engine& pipeline, open_file_table& table, write_job& finished)
 {
     output_file& file = *finished.out_file;
     event failure{.kind = event_kind::destination_unwritten,
@@ -45,7 +45,7 @@ status write_and_close(const engine& of, open_file_table& table, write_job& fini
         failure.kind = event_kind::too_many_destinations;
         failure.wanted = open_file_table::max_files;
         failure.got = static_cast<u64>(file.file.descriptor());
-        of.tell(failure);
+        pipeline.tell(failure);
         return status::too_many_files;
     }
     failure.cause = write_block(finished, entry->written++);
@@ -54,25 +54,25 @@ status write_and_close(const engine& of, open_file_table& table, write_job& fini
         failure.cause = file.file.close();
     }
     if (failure.cause == 0) return status::done;
-    of.tell(failure);
+    pipeline.tell(failure);
     return status::write_failed;
 }
 
 } // namespace
 
-void run_writer(engine& of)
+void run_writer(engine& pipeline)
 {
-    // A file whose blocks never all came stays here, open, until the end.
+    // A file with missing blocks stays open in the table until the writer ends.
     open_file_table table;
     for (;;) {
-        write_job finished = of.writes.dequeue();
+        write_job finished = pipeline.writes.dequeue();
         if (!finished.buf) return;
         output_file& file = *finished.out_file;
         if (!file.failed()) {
-            const status written = write_and_close(of, table, finished);
-            if (written != status::done) of.fail_on_thread(file, written);
+            const status written = write_and_close(pipeline, table, finished);
+            if (written != status::done) pipeline.fail_on_thread(file, written);
         }
-        of.mark_done(file, finished.block_index, finished.mode);
+        pipeline.mark_done(file, finished.block_index, finished.mode);
     }
 }
 

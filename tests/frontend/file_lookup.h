@@ -1,4 +1,4 @@
-// frontend/file_lookup.h - what the system says about names, for tests of several systems
+// frontend/file_lookup.h - looks up kinds and identities of files for tests
 #pragma once
 
 #include "frontend/system.h"

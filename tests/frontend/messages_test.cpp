@@ -16,7 +16,7 @@ void report(const event& happened)
     report_event(nullptr, happened);
 }
 
-/// What an event that does not end the process prints.
+/// The output for an event that does not end the process.
 struct printed {
     std::string out;
     std::string err;
@@ -32,7 +32,7 @@ printed report_and_catch(const event& happened)
 
 const std::string no_such_file = std::strerror(ENOENT);
 
-TEST(messages, failures_of_one_file_are_lines_on_standard_error)
+TEST(messages, failures_of_one_file_print_a_line_on_standard_error)
 {
     EXPECT_EQ(report_and_catch({.kind = event_kind::source_unopened, .cause = ENOENT, .name = "a"}),
               (printed{"", "can't open input file 'a'. '" + no_such_file + "'\n"}));
@@ -45,45 +45,48 @@ TEST(messages, failures_of_one_file_are_lines_on_standard_error)
         (printed{"", "creat error 'a' '" + no_such_file + "'\n"}));
 }
 
-TEST(messages, a_short_block_is_a_line_on_standard_output)
+TEST(messages, a_short_block_prints_a_line_on_standard_output)
 {
     EXPECT_EQ(
         report_and_catch({.kind = event_kind::block_short, .name = "a", .wanted = 200, .got = 70}),
         (printed{"Fatal Error in decomp 'a'.70,200\n", ""}));
 }
 
-TEST(messages, a_thread_that_does_not_start_is_a_line_on_standard_output)
+TEST(messages, a_thread_that_fails_to_start_prints_a_line_on_standard_output)
 {
     EXPECT_EQ(report_and_catch({.kind = event_kind::thread_unstarted}),
               (printed{"Error thread_create.\n", ""}));
 }
 
-TEST(messages, a_codec_without_memory_has_the_words_of_its_thread_and_a_line_with_the_name)
+TEST(messages, a_codec_without_memory_prints_its_threads_text_and_a_named_line)
 {
-    event happened{
-        .kind = event_kind::block_uncoded, .name = "a", .block = 3, .lack = codec_status::no_table};
+    event happened{.kind = event_kind::block_uncoded,
+                   .name = "a",
+                   .block = 3,
+                   .codec_error = codec_status::no_table};
     const std::string line = "a: not enough memory for block 3\n";
     EXPECT_EQ(report_and_catch(happened), (printed{"compression error\n", line}));
     happened.on_worker = true;
     EXPECT_EQ(report_and_catch(happened), (printed{"error compressing\n", line}));
-    happened.lack = codec_status::no_state;
+    happened.codec_error = codec_status::no_state;
     EXPECT_EQ(report_and_catch(happened), (printed{"", line}));
 }
 
-/// Reports an event whose words on both streams are to be seen together.
+/// Reports an event with both output streams joined.
 void report_joined(const event& happened)
 {
     test::join_output_with_errors();
     report(happened);
 }
 
-TEST(messages_death, a_failure_with_a_code_ends_the_process_with_a_line_that_names_the_file)
+TEST(messages_death, a_failure_with_a_code_prints_a_named_line_and_ends_the_process)
 {
     EXPECT_EXIT(report({.kind = event_kind::no_memory, .name = "a"}), test::ended_abnormally,
                 "^quarnex: a: error 100: malloc error\n$");
-    EXPECT_EXIT(
-        report({.kind = event_kind::block_uncoded, .name = "a", .lack = codec_status::no_lists}),
-        test::ended_abnormally, "^quarnex: a: error 100: malloc error\n$");
+    EXPECT_EXIT(report({.kind = event_kind::block_uncoded,
+                        .name = "a",
+                        .codec_error = codec_status::no_lists}),
+                test::ended_abnormally, "^quarnex: a: error 100: malloc error\n$");
     EXPECT_EXIT(report({.kind = event_kind::destination_unwritten, .cause = ENOENT, .name = "a"}),
                 test::ended_abnormally,
                 "^quarnex: a: error 102: write error. errno=2 '" + no_such_file + "'\n$");
@@ -94,7 +97,7 @@ TEST(messages_death, a_failure_with_a_code_ends_the_process_with_a_line_that_nam
                 "^quarnex: a: error 105: file is corrupted\n$");
 }
 
-TEST(messages_death, words_on_standard_output_are_written_before_the_process_ends)
+TEST(messages_death, standard_output_is_flushed_before_the_process_ends)
 {
     EXPECT_EXIT(report_joined({.kind = event_kind::not_qrx, .name = "a"}), test::ended_abnormally,
                 "^'a' not qrx file\nquarnex: a: error 104: file header. no quarnex format\n$");

@@ -24,7 +24,7 @@ options parse(const words& arguments)
     return parse_as("quarnex", arguments);
 }
 
-/// A command line that only adds `option` to one that can be carried out.
+/// Parses a valid command line with `option` added.
 options parse_option(const char* option)
 {
     return parse({"-10", option, "in", "out"});
@@ -41,7 +41,7 @@ file_parameters parameters_of(const char* method_option)
     return parse({method_option, "in", "out"}).job_template;
 }
 
-// What stands where nothing is said
+// Defaults
 
 TEST(options_defaults, job_template_is_zero_but_for_block_size)
 {
@@ -74,7 +74,7 @@ TEST(options_names, last_name_is_the_destination)
     EXPECT_EQ(parsed.destination, "c");
 }
 
-TEST(options_names, options_can_stand_between_and_behind_names)
+TEST(options_names, options_can_come_between_and_after_names)
 {
     const options parsed = parse({"a", "-p1", "b", "c", "-10"});
     EXPECT_EQ(parsed.fault, option_fault::none);
@@ -90,7 +90,7 @@ TEST(options_names, an_empty_argument_is_a_name)
     EXPECT_EQ(parsed.names, std::vector<std::string>{""});
 }
 
-TEST(options_names, fewer_than_two_ask_for_usage)
+TEST(options_names, fewer_than_two_print_usage)
 {
     EXPECT_EQ(parse({}).fault, option_fault::usage);
     EXPECT_EQ(parse({"-10"}).fault, option_fault::usage);
@@ -100,14 +100,14 @@ TEST(options_names, fewer_than_two_ask_for_usage)
     EXPECT_EQ(parse_as("unquarnex", {"in"}).fault, option_fault::usage);
 }
 
-TEST(options_names, no_name_of_its_own)
+TEST(options_names, an_empty_argument_list_prints_usage)
 {
     EXPECT_EQ(parse_options(0, nullptr, processors).fault, option_fault::usage);
 }
 
 // "-ml"
 
-TEST(options_method, alone_has_level_9)
+TEST(options_method, without_a_level_selects_level_9)
 {
     EXPECT_EQ(parameters_of("-5").codec.method, 5);
     EXPECT_EQ(parameters_of("-5").codec.level, 9);
@@ -124,14 +124,14 @@ TEST(options_method, each_method_and_level)
     }
 }
 
-TEST(options_method, an_x_behind_the_level_has_no_effect)
+TEST(options_method, an_x_after_the_level_has_no_effect)
 {
     EXPECT_EQ(parameters_of("-53x").codec.method, 5);
     EXPECT_EQ(parameters_of("-53x").codec.level, 3);
     EXPECT_EQ(parse({"-10x", "in", "out"}).fault, option_fault::none);
 }
 
-TEST(options_method, what_else_stands_behind_the_level_has_no_effect)
+TEST(options_method, anything_else_after_the_level_has_no_effect)
 {
     EXPECT_EQ(parameters_of("-53abc").codec.method, 5);
     EXPECT_EQ(parameters_of("-53abc").codec.level, 3);
@@ -139,14 +139,14 @@ TEST(options_method, what_else_stands_behind_the_level_has_no_effect)
     EXPECT_EQ(parse({"-10abc", "in", "out"}).fault, option_fault::none);
 }
 
-TEST(options_method, a_level_that_is_no_digit_is_unknown)
+TEST(options_method, a_level_that_is_not_a_digit_is_unknown)
 {
     for (const char* option : {"-5a", "-1x", "-1-", "-1 ", "-0z", "-9."}) {
         EXPECT_EQ(parse({option, "in", "out"}).fault, option_fault::unknown_level) << option;
     }
 }
 
-TEST(options_method, outside_1_to_5_asks_for_usage)
+TEST(options_method, outside_1_to_5_prints_usage)
 {
     for (const char* option : {"-0", "-00", "-6", "-63", "-7", "-8", "-9", "-99"}) {
         EXPECT_EQ(parse({option, "in", "out"}).fault, option_fault::usage) << option;
@@ -176,7 +176,7 @@ TEST(options_hash_bits, is_the_number)
     EXPECT_EQ(parse_option("-D20x").job_template.codec.hash_bits, 20);
 }
 
-TEST(options_hash_bits, no_digits_give_0)
+TEST(options_hash_bits, no_digits_mean_0)
 {
     EXPECT_EQ(parse_option("-D").job_template.codec.hash_bits, 0);
     EXPECT_EQ(parse_option("-Dx").job_template.codec.hash_bits, 0);
@@ -208,7 +208,7 @@ TEST(options_block_size, is_the_number)
     EXPECT_EQ(parse_option("-b64").fault, option_fault::none);
 }
 
-TEST(options_block_size, is_cut_to_16_bits)
+TEST(options_block_size, is_truncated_to_16_bits)
 {
     EXPECT_EQ(parse_option("-b65537").job_template.block_mb, 1);
     EXPECT_EQ(parse_option("-b65537").fault, option_fault::none);
@@ -216,7 +216,7 @@ TEST(options_block_size, is_cut_to_16_bits)
     EXPECT_EQ(parse_option("-b-65535").job_template.block_mb, 1);
 }
 
-TEST(options_block_size, zero_is_refused)
+TEST(options_block_size, zero_is_rejected)
 {
     for (const char* option : {"-b0", "-b", "-bx", "-b65536", "-b131072", "-b-65536"}) {
         EXPECT_EQ(parse_option(option).fault, option_fault::bad_value) << option;
@@ -224,7 +224,7 @@ TEST(options_block_size, zero_is_refused)
     }
 }
 
-TEST(options_block_size, above_2047_is_refused)
+TEST(options_block_size, above_2047_is_rejected)
 {
     EXPECT_EQ(parse_option("-b2047").fault, option_fault::none);
     for (const char* option : {"-b2048", "-b4096", "-b65535", "-b-1", "-b67584"}) {
@@ -232,7 +232,7 @@ TEST(options_block_size, above_2047_is_refused)
     }
 }
 
-TEST(options_block_size, is_16_at_most_at_levels_4_to_7)
+TEST(options_block_size, is_at_most_16_at_levels_4_to_7)
 {
     for (const char* method : {"-14", "-25", "-36", "-54", "-47"}) {
         EXPECT_EQ(parse({method, "-b64", "in", "out"}).job_template.block_mb, 16) << method;
@@ -241,21 +241,21 @@ TEST(options_block_size, is_16_at_most_at_levels_4_to_7)
     }
 }
 
-TEST(options_block_size, below_the_limit_of_levels_4_to_7_stays)
+TEST(options_block_size, below_the_cap_of_levels_4_to_7_is_kept)
 {
     EXPECT_EQ(parse({"-54", "-b16", "in", "out"}).job_template.block_mb, 16);
     EXPECT_EQ(parse({"-54", "-b15", "in", "out"}).job_template.block_mb, 15);
     EXPECT_EQ(parse({"-54", "-b1", "in", "out"}).job_template.block_mb, 1);
 }
 
-TEST(options_block_size, other_levels_have_no_limit_of_their_own)
+TEST(options_block_size, other_levels_have_no_cap)
 {
     for (const char* method : {"-10", "-11", "-12", "-53", "-58", "-59", "-5"}) {
         EXPECT_EQ(parse({method, "-b64", "in", "out"}).job_template.block_mb, 64) << method;
     }
 }
 
-TEST(options_block_size, the_limit_of_levels_4_to_7_holds_whatever_was_asked_for)
+TEST(options_block_size, the_cap_of_levels_4_to_7_applies_to_any_value)
 {
     const options parsed = parse({"-54", "-b4000", "in", "out"});
     EXPECT_NE(parsed.fault, option_fault::bad_value);
@@ -271,25 +271,25 @@ TEST(options_threads, is_the_number)
     EXPECT_EQ(parse_option("-p4").thread_count, 4U);
 }
 
-TEST(options_threads, no_digits_give_none)
+TEST(options_threads, no_digits_mean_no_workers)
 {
     EXPECT_EQ(parse_option("-p").thread_count, 0U);
     EXPECT_EQ(parse_restore_option("-p").thread_count, 0U);
 }
 
-TEST(options_threads, at_most_one_a_processor_when_compressing)
+TEST(options_threads, at_most_one_per_processor_when_compressing)
 {
     EXPECT_EQ(parse_option("-p5").thread_count, processors);
     EXPECT_EQ(parse_option("-p99").thread_count, processors);
 }
 
-TEST(options_threads, are_not_compared_with_the_processors_behind_dash_d)
+TEST(options_threads, are_not_limited_to_the_processors_after_dash_d)
 {
     EXPECT_EQ(parse_restore_option("-p5").thread_count, 5U);
     EXPECT_EQ(parse_restore_option("-p15").thread_count, 15U);
 }
 
-TEST(options_threads, are_16_at_most)
+TEST(options_threads, are_at_most_16)
 {
     EXPECT_EQ(parse_restore_option("-p99").thread_count, 16U);
     EXPECT_EQ(parse_as("quarnex", {"-10", "-p99", "in", "out"}, 64).thread_count, 16U);
@@ -297,20 +297,20 @@ TEST(options_threads, are_16_at_most)
     EXPECT_EQ(parse_as("quarnex", {"-d", "in", "out"}, 64).thread_count, 16U);
 }
 
-TEST(options_threads, a_negative_number_is_a_very_large_one)
+TEST(options_threads, a_negative_number_counts_as_a_very_large_one)
 {
     EXPECT_EQ(parse_option("-p-1").thread_count, processors);
     EXPECT_EQ(parse_restore_option("-p-1").thread_count, 16U);
 }
 
-TEST(options_threads, by_name_are_compared_with_the_processors)
+TEST(options_threads, are_limited_to_the_processors_for_unquarnex)
 {
     EXPECT_EQ(parse_as("unquarnex", {"-p99", "in", "out"}).thread_count, processors);
 }
 
-// "-h", "-r", "-v" and what is unknown
+// "-h", "-r", "-v" and unknown options
 
-TEST(options_flags, help_asks_for_usage)
+TEST(options_flags, help_prints_usage)
 {
     EXPECT_EQ(parse({"-h"}).fault, option_fault::usage);
     EXPECT_EQ(parse_option("-h").fault, option_fault::usage);
@@ -332,7 +332,7 @@ TEST(options_flags, recursive)
     EXPECT_FALSE(parse_restore_option("-v").recursive);
 }
 
-TEST(options_flags, unknown_ones_are_told_whole)
+TEST(options_flags, an_unknown_option_is_reported_in_full)
 {
     for (const char* option : {"-q", "-qwerty", "--help", "-U", "-B1", "-P0", "-x1"}) {
         const options parsed = parse_option(option);
@@ -347,7 +347,7 @@ TEST(options_flags, a_dash_alone_is_unknown)
     EXPECT_EQ(parse_option("-").fault_text, "-");
 }
 
-TEST(options_flags, the_first_that_ends_the_run_counts)
+TEST(options_flags, parsing_stops_at_the_first_fault)
 {
     EXPECT_EQ(parse({"-q", "-5a", "-h"}).fault, option_fault::unknown_option);
     EXPECT_EQ(parse({"-5a", "-q", "-h"}).fault, option_fault::unknown_level);
@@ -380,7 +380,7 @@ TEST(options_mode, the_first_argument_must_be_dash_d_exactly)
     EXPECT_EQ(parse({"-d1", "in", "out"}).fault_text, "-d1");
 }
 
-TEST(options_mode, behind_dash_d_all_else_is_ignored)
+TEST(options_mode, unknown_options_after_dash_d_are_ignored)
 {
     const options parsed = parse(
         {"-d", "-U", "-d", "-q", "-5a", "-6", "-b0", "-D99", "-h", "-", "--", "-dx", "in", "out"});
@@ -400,24 +400,24 @@ TEST(options_mode, the_name_unquarnex_restores)
     }
 }
 
-TEST(options_mode, only_the_name_behind_the_path_counts)
+TEST(options_mode, only_the_name_after_the_path_counts)
 {
     const options parsed = parse_as(test::native("/opt/unquarnex/quarnex"), {"-10", "in", "out"});
     EXPECT_EQ(parsed.mode, direction::compress);
     EXPECT_EQ(parse_as("UNQUARNEX", {"-10", "in", "out"}).mode, direction::compress);
 }
 
-TEST(options_mode, by_name_the_compressing_options_are_read)
+TEST(options_mode, unquarnex_reads_the_compression_options)
 {
     EXPECT_EQ(parse_as("unquarnex", {"-U", "in", "out"}).fault, option_fault::unknown_option);
     EXPECT_EQ(parse_as("unquarnex", {"-5a", "in", "out"}).fault, option_fault::unknown_level);
     EXPECT_EQ(parse_as("unquarnex", {"-h", "in", "out"}).fault, option_fault::usage);
     const options parsed = parse_as("unquarnex", {"-69", "-b0", "-D99", "in", "out"});
-    EXPECT_EQ(parsed.fault, option_fault::none); // what only compressing needs is not looked at
+    EXPECT_EQ(parsed.fault, option_fault::none); // a method is not required
     EXPECT_EQ(parsed.mode, direction::decompress);
 }
 
-TEST(options_mode, name_and_dash_d_together_use_the_restoring_options)
+TEST(options_mode, unquarnex_with_dash_d_reads_the_decompression_options)
 {
     const options parsed = parse_as("unquarnex", {"-d", "-U", "-p9", "in", "out"});
     EXPECT_EQ(parsed.fault, option_fault::none);
@@ -425,7 +425,7 @@ TEST(options_mode, name_and_dash_d_together_use_the_restoring_options)
     EXPECT_EQ(parsed.thread_count, 9U);
 }
 
-TEST(tool_name, is_what_stands_behind_the_last_separator)
+TEST(tool_name, is_the_part_after_the_last_separator)
 {
     EXPECT_EQ(tool_name("quarnex"), "quarnex");
     EXPECT_EQ(tool_name(test::native("/usr/bin/quarnex").c_str()), "quarnex");

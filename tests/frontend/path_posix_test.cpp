@@ -5,10 +5,10 @@
 namespace quarnex {
 namespace {
 
-TEST(path, what_separates_on_other_systems_belongs_to_a_name)
+TEST(path, separators_of_other_systems_are_part_of_a_name)
 {
-    EXPECT_EQ(last_part("a\\b"), 0U);
-    EXPECT_EQ(last_part("C:a"), 0U);
+    EXPECT_EQ(last_component("a\\b"), 0U);
+    EXPECT_EQ(last_component("C:a"), 0U);
 }
 
 } // namespace

@@ -9,40 +9,40 @@ namespace {
 
 using test::native;
 
-TEST(path, the_last_part_starts_behind_the_last_separator)
+TEST(path, the_last_component_starts_after_the_last_separator)
 {
-    EXPECT_EQ(last_part(native("a/b")), 2U);
-    EXPECT_EQ(last_part(native("a/b/cde")), 4U);
-    EXPECT_EQ(last_part(native("/a")), 1U);
-    EXPECT_EQ(last_part(native("a//b")), 3U);
+    EXPECT_EQ(last_component(native("a/b")), 2U);
+    EXPECT_EQ(last_component(native("a/b/cde")), 4U);
+    EXPECT_EQ(last_component(native("/a")), 1U);
+    EXPECT_EQ(last_component(native("a//b")), 3U);
 }
 
-TEST(path, without_a_separator_is_its_own_last_part)
+TEST(path, without_a_separator_is_its_own_last_component)
 {
-    EXPECT_EQ(last_part("a"), 0U);
-    EXPECT_EQ(last_part("a b.c"), 0U);
-    EXPECT_EQ(last_part(""), 0U);
+    EXPECT_EQ(last_component("a"), 0U);
+    EXPECT_EQ(last_component("a b.c"), 0U);
+    EXPECT_EQ(last_component(""), 0U);
 }
 
-TEST(path, with_a_trailing_separator_has_an_empty_last_part)
+TEST(path, with_a_trailing_separator_has_an_empty_last_component)
 {
-    EXPECT_EQ(last_part(native("a/")), 2U);
-    EXPECT_EQ(last_part(native("/")), 1U);
+    EXPECT_EQ(last_component(native("a/")), 2U);
+    EXPECT_EQ(last_component(native("/")), 1U);
 }
 
-TEST(path, below_a_directory_has_a_separator_in_between)
+TEST(path, joined_paths_have_one_separator_in_between)
 {
-    EXPECT_EQ(path_below("out", "x"), native("out/x"));
-    EXPECT_EQ(path_below("out", native("a/x")), native("out/a/x"));
-    EXPECT_EQ(path_below(".", "x"), native("./x"));
-    EXPECT_EQ(path_below("out", ""), native("out/"));
+    EXPECT_EQ(join_paths("out", "x"), native("out/x"));
+    EXPECT_EQ(join_paths("out", native("a/x")), native("out/a/x"));
+    EXPECT_EQ(join_paths(".", "x"), native("./x"));
+    EXPECT_EQ(join_paths("out", ""), native("out/"));
 }
 
-TEST(path, below_a_directory_with_a_trailing_separator_gets_no_second_one)
+TEST(path, a_trailing_separator_is_not_doubled_by_joining)
 {
-    EXPECT_EQ(path_below(native("out/"), "x"), native("out/x"));
-    EXPECT_EQ(path_below(native("/"), "x"), native("/x"));
-    EXPECT_EQ(path_below(native("out//"), "x"), native("out//x"));
+    EXPECT_EQ(join_paths(native("out/"), "x"), native("out/x"));
+    EXPECT_EQ(join_paths(native("/"), "x"), native("/x"));
+    EXPECT_EQ(join_paths(native("out//"), "x"), native("out//x"));
 }
 
 } // namespace

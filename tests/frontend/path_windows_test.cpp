@@ -5,13 +5,13 @@
 namespace quarnex {
 namespace {
 
-TEST(path, a_part_starts_behind_a_slash_and_behind_a_drive_too)
+TEST(path, a_component_starts_after_a_slash_or_a_drive_too)
 {
-    EXPECT_EQ(last_part("a/b"), 2U);
-    EXPECT_EQ(last_part("a\\b/c"), 4U);
-    EXPECT_EQ(last_part("a/b\\c"), 4U);
-    EXPECT_EQ(last_part("C:a"), 2U);
-    EXPECT_EQ(last_part("C:"), 2U);
+    EXPECT_EQ(last_component("a/b"), 2U);
+    EXPECT_EQ(last_component("a\\b/c"), 4U);
+    EXPECT_EQ(last_component("a/b\\c"), 4U);
+    EXPECT_EQ(last_component("C:a"), 2U);
+    EXPECT_EQ(last_component("C:"), 2U);
 }
 
 } // namespace

@@ -29,7 +29,7 @@ TEST(frontend_system, find_status_follows_links)
     EXPECT_EQ(kind_of(dir / "broken"), std::nullopt);
 }
 
-TEST(frontend_system, find_status_tells_why_it_fails)
+TEST(frontend_system, find_status_sets_errno_on_failure)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -51,7 +51,7 @@ TEST(frontend_system, an_identity_is_the_same_for_all_names_of_a_file)
     EXPECT_EQ(identity_of(dir / "./"), identity_of(dir.path()));
 }
 
-TEST(frontend_system, is_link_looks_at_the_name_itself)
+TEST(frontend_system, is_link_does_not_follow_links)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -64,7 +64,7 @@ TEST(frontend_system, is_link_looks_at_the_name_itself)
     EXPECT_FALSE(is_link((dir / "missing").c_str()));
 }
 
-TEST(frontend_system, list_directory_gives_all_names)
+TEST(frontend_system, list_directory_returns_all_names)
 {
     const temp_dir dir;
     std::set<std::string> names{".hidden", "...", "with space", "\xff"};
@@ -87,7 +87,7 @@ TEST(frontend_system, list_directory_gives_all_names)
     std::setvbuf(stream, nullptr, _IONBF, 0);
     usize written = 0;
     {
-        const test::limit_of_process limit(RLIMIT_FSIZE, 10);
+        const test::process_limit limit(RLIMIT_FSIZE, 10);
         written = std::fwrite("twelve bytes", 1, 12, stream);
     }
     std::fprintf(stderr, "%zu %s", written, std::strerror(errno));

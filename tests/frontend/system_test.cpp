@@ -17,7 +17,7 @@ using test::identity_of;
 using test::kind_of;
 using test::temp_dir;
 
-TEST(frontend_system, find_status_tells_files_directories_and_others_apart)
+TEST(frontend_system, find_status_distinguishes_files_directories_and_others)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -26,22 +26,22 @@ TEST(frontend_system, find_status_tells_files_directories_and_others_apart)
     EXPECT_EQ(kind_of(test::null_device), file_kind::other);
 }
 
-TEST(frontend_system, an_identity_is_another_for_each_file)
+TEST(frontend_system, identities_of_different_files_differ)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
     test::write_file(dir / "other", {});
     EXPECT_NE(identity_of(dir / "file"), identity_of(dir / "other"));
     EXPECT_NE(identity_of(dir.path()), identity_of(dir / ".."));
-    // The roots of many file systems have the same number.
+    // The root directories of many file systems have the same number.
     const file_identity here{1, 2};
     EXPECT_NE(here, (file_identity{2, 2}));
     EXPECT_NE(here, (file_identity{1, 1}));
-    // One without a number is not known to be that of any file.
+    // An identity without a number equals no other, not even itself.
     EXPECT_NE((file_identity{1, 0}), (file_identity{1, 0}));
 }
 
-TEST(frontend_system, list_directory_gives_no_names_of_what_cannot_be_read)
+TEST(frontend_system, list_directory_returns_no_names_for_an_unreadable_directory)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -51,7 +51,7 @@ TEST(frontend_system, list_directory_gives_no_names_of_what_cannot_be_read)
     EXPECT_TRUE(list_directory((dir / "empty").c_str()).empty());
 }
 
-TEST(frontend_system, list_directory_holds_no_descriptor)
+TEST(frontend_system, list_directory_leaves_no_descriptor_open)
 {
     const temp_dir dir;
     const usize before = test::open_descriptors();
@@ -59,7 +59,7 @@ TEST(frontend_system, list_directory_holds_no_descriptor)
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
-TEST(frontend_system, make_directory_makes_one_and_no_parents)
+TEST(frontend_system, make_directory_creates_no_parents)
 {
     const temp_dir dir;
     EXPECT_TRUE(make_directory((dir / "new").c_str()));

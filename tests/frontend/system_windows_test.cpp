@@ -17,7 +17,7 @@ using test::identity_of;
 using test::kind_of;
 using test::temp_dir;
 
-TEST(frontend_system, find_status_tells_a_name_that_stands_for_nothing)
+TEST(frontend_system, find_status_fails_for_names_without_a_file)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -28,7 +28,7 @@ TEST(frontend_system, find_status_tells_a_name_that_stands_for_nothing)
     }
 }
 
-TEST(frontend_system, find_status_knows_the_root_of_a_drive_and_the_directory_that_is_current_on_it)
+TEST(frontend_system, find_status_finds_the_root_and_the_working_directory_of_a_drive)
 {
     const std::string drive = std::filesystem::current_path().root_name().string();
     EXPECT_EQ(kind_of(drive + "\\"), file_kind::directory);
@@ -36,7 +36,7 @@ TEST(frontend_system, find_status_knows_the_root_of_a_drive_and_the_directory_th
     EXPECT_EQ(identity_of(drive), identity_of("."));
 }
 
-TEST(frontend_system, find_status_sees_a_file_that_another_has_for_itself)
+TEST(frontend_system, find_status_finds_a_file_opened_exclusively_by_another_process)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -44,7 +44,7 @@ TEST(frontend_system, find_status_sees_a_file_that_another_has_for_itself)
     EXPECT_EQ(kind_of(dir / "file"), file_kind::regular);
 }
 
-TEST(frontend_system, a_device_is_other_in_every_directory_and_in_any_case)
+TEST(frontend_system, a_device_is_of_kind_other_in_every_directory_and_case)
 {
     const temp_dir dir;
     for (const std::string& name : {std::string("nul"), dir / "NUL"})
@@ -62,7 +62,7 @@ TEST(frontend_system, an_identity_is_the_same_for_all_spellings_of_a_name)
     EXPECT_EQ(identity_of(dir / ".\\"), identity_of(dir.path()));
 }
 
-TEST(frontend_system, what_is_there_is_no_link)
+TEST(frontend_system, files_directories_and_missing_names_are_not_links)
 {
     const temp_dir dir;
     test::write_file(dir / "file", {});
@@ -71,7 +71,7 @@ TEST(frontend_system, what_is_there_is_no_link)
     EXPECT_FALSE(is_link((dir / "missing").c_str()));
 }
 
-TEST(frontend_system, list_directory_gives_all_names_as_they_were_spelled)
+TEST(frontend_system, list_directory_returns_all_names_as_spelled)
 {
     const temp_dir dir;
     std::set<std::string> names{".hidden", "with space", "Capitals", "a+[1]"};
@@ -87,15 +87,14 @@ TEST(frontend_system, list_directory_gives_all_names_as_they_were_spelled)
     }
 }
 
-TEST(frontend_system, the_root_of_a_drive_cannot_be_made_as_it_exists)
+TEST(frontend_system, creating_the_root_of_a_drive_fails_with_eexist)
 {
     errno = 0;
     EXPECT_FALSE(make_directory("C:\\"));
     EXPECT_EQ(errno, EEXIST);
 }
 
-TEST(frontend_system,
-     a_server_and_a_device_prefix_cannot_be_made_as_they_stand_in_front_of_directories)
+TEST(frontend_system, creating_a_server_or_a_device_prefix_fails_with_eexist)
 {
     for (const char* const name : {"\\\\nowhere", "\\\\?"}) {
         errno = 0;

@@ -1,4 +1,4 @@
-// frontend/walk_fixture.h - directories in which walks go about
+// frontend/walk_fixture.h - a directory tree for tests of walks
 #pragma once
 
 #include "frontend/walk.h"
@@ -11,8 +11,8 @@ namespace quarnex::test {
 
 using names = std::vector<std::string>;
 
-/// The relative part of an entry, with "/" behind a directory and "?" behind what is no file
-/// either.
+/// Returns the relative path of an entry, followed by "/" for a directory and "?" for anything else
+/// that is not a file.
 inline std::string shown(const walk_entry& entry)
 {
     const std::string relative = with_slashes(entry.relative);
@@ -35,15 +35,15 @@ class recursive_walk : public testing::Test {
     {
         for (const std::string& name : planted) plant(dir / name);
     }
-    void link(const std::string& to, const std::string& name) const
+    void link(const std::string& target, const std::string& name) const
     {
-        std::filesystem::create_symlink(to, dir / name);
+        std::filesystem::create_symlink(target, dir / name);
     }
 
-    /// The path of `name` in the directory, as the system writes it.
+    /// Returns the path of `name` in the directory, with the system's separators.
     std::string path(const std::string& name) const { return native(dir / name); }
 
-    /// What a walk over names in the directory gives.
+    /// Returns the entries of a walk over names in the directory.
     names walk(names list, const std::string& destination = "out") const
     {
         for (std::string& name : list) name = path(name);

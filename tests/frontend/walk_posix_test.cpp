@@ -1,4 +1,4 @@
-// Walks past links, pipes and names of any bytes.
+// Walks over links, pipes and names of arbitrary bytes.
 #include "frontend/walk_fixture.h"
 #include "support/captured_output.h"
 
@@ -15,7 +15,7 @@ TEST_F(recursive_walk, follows_the_order_of_bytes_in_each_directory)
                                   "t/b", "t/\xC3\xA9", "t/\xFF"}));
 }
 
-TEST_F(recursive_walk, gives_names_of_any_bytes)
+TEST_F(recursive_walk, returns_names_of_arbitrary_bytes)
 {
     const names odd{"\n", " ", "%s", "-r", "...", ".hidden", "a\\b", "\x01\xFE\xFF"};
     names expected{"t/"};
@@ -29,7 +29,7 @@ TEST_F(recursive_walk, gives_names_of_any_bytes)
     EXPECT_EQ(found, expected);
 }
 
-TEST_F(recursive_walk, tells_pipes_and_devices_apart_from_files)
+TEST_F(recursive_walk, distinguishes_pipes_and_devices_from_files)
 {
     plant_all({"t/file"});
     ASSERT_EQ(mkfifo((dir / "t/pipe").c_str(), 0600), 0);
@@ -37,7 +37,7 @@ TEST_F(recursive_walk, tells_pipes_and_devices_apart_from_files)
     EXPECT_EQ(walk({"t", "t/pipe"}), (names{"t/", "t/device?", "t/file", "t/pipe?", "pipe?"}));
 }
 
-TEST_F(recursive_walk, a_root_that_only_looks_like_two_dots_keeps_its_part)
+TEST_F(recursive_walk, a_root_that_only_resembles_two_dots_keeps_its_name)
 {
     plant_all({"..x/y", "t/.../y", "t/x../y"});
     EXPECT_EQ(walk({"..x"}), (names{"..x/", "..x/y"}));
@@ -45,7 +45,7 @@ TEST_F(recursive_walk, a_root_that_only_looks_like_two_dots_keeps_its_part)
     EXPECT_EQ(walk({"t/x.."}), (names{"x../", "x../y"}));
 }
 
-TEST_F(recursive_walk, the_root_of_all_has_entries_with_one_separator)
+TEST_F(recursive_walk, entries_of_the_root_directory_have_one_separator)
 {
     const names list{"/"};
     walker inputs(list, dir / "out");
@@ -59,7 +59,7 @@ TEST_F(recursive_walk, the_root_of_all_has_entries_with_one_separator)
     EXPECT_NE(first->relative.front(), '/');
 }
 
-TEST_F(recursive_walk, a_name_below_a_file_is_told_in_a_line)
+TEST_F(recursive_walk, a_name_below_a_file_is_reported_in_one_line)
 {
     plant_all({"a", "b"});
     captured_output printed;
@@ -67,7 +67,7 @@ TEST_F(recursive_walk, a_name_below_a_file_is_told_in_a_line)
     EXPECT_EQ(printed.err(), path("a/below") + ": Not a directory\n");
 }
 
-TEST_F(recursive_walk, a_later_name_that_is_too_long_is_told_in_a_line)
+TEST_F(recursive_walk, a_later_name_that_is_too_long_is_reported_in_one_line)
 {
     plant_all({"file"});
     const std::string too_long = stretched(dir / "file", path_buffer_bytes);
@@ -90,7 +90,7 @@ TEST_F(recursive_walk, a_link_to_a_file_is_a_file)
     EXPECT_EQ(walk({"t", "t/link"}), (names{"t/", "t/file", "t/link", "t/outside", "link"}));
 }
 
-TEST_F(recursive_walk, a_link_to_a_directory_is_left_out)
+TEST_F(recursive_walk, a_link_to_a_directory_is_skipped)
 {
     plant_all({"t/a/x", "elsewhere/y"});
     link("a", "t/link");
@@ -100,14 +100,14 @@ TEST_F(recursive_walk, a_link_to_a_directory_is_left_out)
     EXPECT_EQ(printed.err(), "");
 }
 
-TEST_F(recursive_walk, a_link_to_a_directory_that_is_named_is_followed)
+TEST_F(recursive_walk, a_link_to_a_directory_in_the_list_is_followed)
 {
     plant_all({"t/a/x"});
     link("t", "link");
     EXPECT_EQ(walk({"link"}), (names{"link/", "link/a/", "link/a/x"}));
 }
 
-TEST_F(recursive_walk, links_that_lead_around_in_circles_are_left_out)
+TEST_F(recursive_walk, links_that_form_a_cycle_are_skipped)
 {
     plant_all({"t/a/x"});
     for (const char* to : {"..", ".", "link"}) {
@@ -117,7 +117,7 @@ TEST_F(recursive_walk, links_that_lead_around_in_circles_are_left_out)
     }
 }
 
-TEST_F(recursive_walk, a_link_to_nothing_is_left_out)
+TEST_F(recursive_walk, a_dangling_link_is_skipped)
 {
     plant_all({"t/x"});
     link("nothing", "t/broken");
@@ -126,7 +126,7 @@ TEST_F(recursive_walk, a_link_to_nothing_is_left_out)
     EXPECT_EQ(printed.err(), "");
 }
 
-TEST_F(recursive_walk, a_link_to_nothing_that_is_named_is_told)
+TEST_F(recursive_walk, a_dangling_link_in_the_list_is_reported)
 {
     link("nothing", "broken");
     link("itself", "itself");
@@ -138,7 +138,7 @@ TEST_F(recursive_walk, a_link_to_nothing_that_is_named_is_told)
 
 // The destination
 
-TEST_F(recursive_walk, knows_the_destination_by_any_name)
+TEST_F(recursive_walk, recognizes_the_destination_by_any_name)
 {
     plant_all({"t/out/x", "t/y"});
     link("t/out", "link");

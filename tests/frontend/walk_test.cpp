@@ -7,7 +7,7 @@
 namespace quarnex::test {
 namespace {
 
-// What comes, and in which order
+// Entries and their order
 
 TEST_F(recursive_walk, over_no_names_is_at_its_end_and_stays_there)
 {
@@ -17,7 +17,7 @@ TEST_F(recursive_walk, over_no_names_is_at_its_end_and_stays_there)
     EXPECT_FALSE(dir_walk().next());
 }
 
-TEST_F(recursive_walk, gives_the_full_name_and_the_part_for_the_destination)
+TEST_F(recursive_walk, returns_the_full_name_and_the_path_below_the_destination)
 {
     plant_all({"top/sub/x"});
     const names list{path("top/sub")};
@@ -42,26 +42,26 @@ TEST_F(recursive_walk, goes_depth_first_with_a_directory_before_its_content)
                                   "t/b/z", "t/d"}));
 }
 
-TEST_F(recursive_walk, takes_the_names_of_the_list_as_they_come)
+TEST_F(recursive_walk, keeps_the_order_of_the_list)
 {
     plant_all({"b/x", "a/y", "file"});
     EXPECT_EQ(walk({"b", "file", "a", "b"}),
               (names{"b/", "b/x", "file", "a/", "a/y", "b/", "b/x"}));
 }
 
-TEST_F(recursive_walk, gives_a_plain_file_of_the_list_under_its_last_part)
+TEST_F(recursive_walk, returns_a_plain_file_of_the_list_under_its_last_component)
 {
     plant_all({"far/away/file"});
     EXPECT_EQ(walk({"far/away/file"}), names{"file"});
 }
 
-TEST_F(recursive_walk, gives_an_empty_directory)
+TEST_F(recursive_walk, returns_an_empty_directory)
 {
     plant_all({"t/empty/"});
     EXPECT_EQ(walk({"t"}), (names{"t/", "t/empty/"}));
 }
 
-TEST_F(recursive_walk, does_not_meet_what_is_made_in_a_directory_that_it_has_come_to)
+TEST_F(recursive_walk, does_not_visit_files_created_in_a_directory_that_it_has_entered)
 {
     plant_all({"t/b"});
     const names list{path("t")};
@@ -72,7 +72,7 @@ TEST_F(recursive_walk, does_not_meet_what_is_made_in_a_directory_that_it_has_com
     EXPECT_FALSE(inputs.next());
 }
 
-TEST_F(recursive_walk, leaves_out_what_vanishes_before_its_turn)
+TEST_F(recursive_walk, skips_files_deleted_before_their_turn)
 {
     plant_all({"t/a", "t/b", "t/c"});
     const names list{path("t")};
@@ -94,14 +94,14 @@ TEST_F(recursive_walk, holds_no_descriptors_between_two_entries)
 
 // Roots with separators
 
-TEST_F(recursive_walk, a_root_with_a_trailing_separator_has_no_part_of_its_own)
+TEST_F(recursive_walk, a_root_with_a_trailing_separator_has_an_empty_relative_path)
 {
     plant_all({"t/a/x", "t/y"});
     EXPECT_EQ(walk({"t/"}), (names{"/", "a/", "a/x", "y"}));
     EXPECT_EQ(walk({"t//"}), (names{"/", "a/", "a/x", "y"}));
 }
 
-TEST_F(recursive_walk, puts_one_separator_behind_a_root_that_has_one)
+TEST_F(recursive_walk, does_not_double_the_trailing_separator_of_a_root)
 {
     plant_all({"t/x"});
     const names list{path("t/")};
@@ -110,13 +110,13 @@ TEST_F(recursive_walk, puts_one_separator_behind_a_root_that_has_one)
     EXPECT_EQ(inputs.next()->name, path("t/x"));
 }
 
-TEST_F(recursive_walk, a_root_that_is_a_dot_keeps_it)
+TEST_F(recursive_walk, the_root_dot_keeps_its_name)
 {
     plant_all({"t/a/x"});
     EXPECT_EQ(walk({"t/."}), (names{"./", "./a/", "./a/x"}));
 }
 
-TEST_F(recursive_walk, a_root_that_ends_in_two_dots_has_no_part_of_its_own)
+TEST_F(recursive_walk, a_root_that_ends_in_two_dots_has_an_empty_relative_path)
 {
     plant_all({"t/a/x"});
     EXPECT_EQ(walk({"t/a/.."}), (names{"/", "a/", "a/x"}));
@@ -126,7 +126,7 @@ TEST_F(recursive_walk, a_root_that_ends_in_two_dots_has_no_part_of_its_own)
 
 // Names that can't be inputs
 
-TEST_F(recursive_walk, a_name_that_does_not_exist_is_told_in_a_line_and_the_next_follows)
+TEST_F(recursive_walk, a_missing_name_is_reported_in_one_line_and_the_walk_continues)
 {
     plant_all({"a/x", "b"});
     captured_output printed;
@@ -146,7 +146,7 @@ TEST_F(recursive_walk, a_first_name_that_just_fits_is_walked)
     EXPECT_EQ(entry->relative, "file");
 }
 
-TEST_F(recursive_walk, a_first_name_that_is_too_long_ends_it_without_a_word)
+TEST_F(recursive_walk, a_first_name_that_is_too_long_ends_the_walk_silently)
 {
     plant_all({"file"});
     const names list{stretched(path("file"), path_buffer_bytes), path("file")};
@@ -156,12 +156,12 @@ TEST_F(recursive_walk, a_first_name_that_is_too_long_ends_it_without_a_word)
     EXPECT_EQ(printed.out() + printed.err(), "");
 }
 
-// Entries that are left out without a word
+// Entries that are skipped silently
 
-TEST_F(recursive_walk, leaves_out_entries_whose_full_names_do_not_fit)
+TEST_F(recursive_walk, skips_entries_whose_full_names_do_not_fit)
 {
-    // Files with the longest name that fits and with one byte more.  They can't be made by these
-    // names, so the directory at the top gets its full name at last.
+    // One file has the longest name that fits, the other is one byte longer.  Files can't be
+    // created by such names, so the top directory is renamed to its full length afterwards.
     const std::string grown = path("t_with_a_longer_name");
     const usize missing = grown.size() - path("t").size();
     std::string parent = "t";
@@ -184,16 +184,16 @@ TEST_F(recursive_walk, leaves_out_entries_whose_full_names_do_not_fit)
     EXPECT_EQ(printed.out() + printed.err(), "");
 }
 
-TEST_F(recursive_walk, reads_100_directories_in_one_another)
+TEST_F(recursive_walk, reads_100_nested_directories)
 {
-    static_assert(dir_walk::most_levels == 100);
+    static_assert(dir_walk::max_levels == 100);
     plant_all({nested_directories(100) + "/file"});
     const names found = walk({"d"});
     ASSERT_EQ(found.size(), 101U);
     EXPECT_EQ(found.back(), nested_directories(100) + "/file");
 }
 
-TEST_F(recursive_walk, gives_the_directory_in_100_others_but_not_its_content)
+TEST_F(recursive_walk, returns_the_101st_nested_directory_without_its_content)
 {
     plant_all({nested_directories(101) + "/file", "d/next", nested_directories(100) + "/next"});
     const names found = walk({"d"});
@@ -203,7 +203,7 @@ TEST_F(recursive_walk, gives_the_directory_in_100_others_but_not_its_content)
     EXPECT_EQ(found[102], "d/next");
 }
 
-TEST_F(recursive_walk, comes_up_from_the_last_level_and_goes_down_again)
+TEST_F(recursive_walk, returns_from_the_deepest_level_and_descends_again)
 {
     plant_all({nested_directories(101) + "/file", nested_directories(99) + "/e/file"});
     EXPECT_EQ(walk({"d"}).back(), nested_directories(99) + "/e/file");
@@ -219,20 +219,20 @@ TEST_F(recursive_walk, does_not_enter_the_destination)
     EXPECT_EQ(printed.err(), "");
 }
 
-TEST_F(recursive_walk, enters_other_directories_with_the_name_of_the_destination)
+TEST_F(recursive_walk, enters_other_directories_named_like_the_destination)
 {
     plant_all({"t/out/x"});
     EXPECT_EQ(walk({"t"}, "out"), (names{"t/", "t/out/", "t/out/x"}));
 }
 
-TEST_F(recursive_walk, a_destination_that_is_named_is_walked_in_place)
+TEST_F(recursive_walk, a_destination_in_the_list_is_walked_in_place)
 {
     plant_all({"out/x", "out/sub/y", "a"});
     EXPECT_EQ(walk({"out", "a", "out/."}),
               (names{"sub/", "sub/y", "x", "a", "sub/", "sub/y", "x"}));
 }
 
-TEST_F(recursive_walk, tells_which_entries_are_in_place)
+TEST_F(recursive_walk, marks_the_entries_that_are_in_place)
 {
     plant_all({"out/sub/y", "a/b"});
     for (const std::string& root : {path("out"), path("a")}) {
@@ -242,7 +242,7 @@ TEST_F(recursive_walk, tells_which_entries_are_in_place)
     }
 }
 
-TEST_F(recursive_walk, walks_a_directory_that_lies_in_the_destination)
+TEST_F(recursive_walk, walks_a_directory_inside_the_destination)
 {
     plant_all({"out/t/x"});
     EXPECT_EQ(walk({"out/t"}), (names{"t/", "t/x"}));

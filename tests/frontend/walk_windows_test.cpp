@@ -1,24 +1,24 @@
-// Walks as only Windows has them: drives, names in either case, short paths.
+// Walks on Windows: drives, case-insensitive names, short paths.
 #include "frontend/walk_fixture.h"
 #include "support/captured_output.h"
 
 namespace quarnex::test {
 namespace {
 
-TEST_F(recursive_walk, follows_the_order_of_bytes_in_each_directory_as_far_as_names_can_differ)
+TEST_F(recursive_walk, follows_the_order_of_bytes_among_names_that_can_coexist)
 {
     plant_all({"t/b", "t/C", "t/a.x", "t/a/x", "t/_", "t/10", "t/9", "t/-r"});
     EXPECT_EQ(walk({"t"}),
               (names{"t/", "t/-r", "t/10", "t/9", "t/C", "t/_", "t/a/", "t/a/x", "t/a.x", "t/b"}));
 }
 
-TEST_F(recursive_walk, gives_a_name_of_the_list_as_it_is_spelled)
+TEST_F(recursive_walk, returns_a_name_of_the_list_as_it_is_spelled)
 {
     plant_all({"top/file"});
     EXPECT_EQ(walk({"TOP", "top/FILE"}), (names{"TOP/", "TOP/file", "FILE"}));
 }
 
-TEST_F(recursive_walk, a_root_is_known_by_what_is_behind_its_last_slash)
+TEST_F(recursive_walk, the_relative_path_starts_after_the_last_slash_of_the_root)
 {
     plant_all({"top/sub/x"});
     const names list{path("top") + "/sub"};
@@ -27,13 +27,13 @@ TEST_F(recursive_walk, a_root_is_known_by_what_is_behind_its_last_slash)
     EXPECT_EQ(inputs.next()->relative, "sub\\x");
 }
 
-TEST_F(recursive_walk, a_root_that_begins_with_two_dots_keeps_its_part)
+TEST_F(recursive_walk, a_root_that_begins_with_two_dots_keeps_its_name)
 {
     plant_all({"..x/y"});
     EXPECT_EQ(walk({"..x"}), (names{"..x/", "..x/y"}));
 }
 
-TEST_F(recursive_walk, the_root_of_a_drive_has_entries_with_one_separator)
+TEST_F(recursive_walk, entries_of_the_root_of_a_drive_have_one_separator)
 {
     const names list{path("").substr(0, 3)};
     ASSERT_EQ(list[0].substr(1), ":\\");
@@ -49,13 +49,13 @@ TEST_F(recursive_walk, the_root_of_a_drive_has_entries_with_one_separator)
     EXPECT_NE(first->relative.front(), '\\');
 }
 
-TEST_F(recursive_walk, knows_the_destination_in_either_case)
+TEST_F(recursive_walk, recognizes_the_destination_in_either_case)
 {
     plant_all({"t/Out/x", "t/y"});
     EXPECT_EQ(walk({"t"}, "T/OUT"), (names{"t/", "t/y"}));
 }
 
-TEST_F(recursive_walk, a_name_below_a_file_is_told_in_a_line)
+TEST_F(recursive_walk, a_name_below_a_file_is_reported_in_one_line)
 {
     plant_all({"a", "b"});
     captured_output printed;

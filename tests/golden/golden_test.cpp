@@ -1,8 +1,8 @@
 // Compares sizes and hashes of payloads and files with those in sizes.csv.
 //
-// The rows there are what the encoders wrote when their streams were last meant to change;
-// scripts/update_golden writes them anew, by running these tests with QUARNEX_GOLDEN_OUTPUT set to
-// the name of a file, to which each test then appends its rows.
+// The rows record the streams as of their last intended change.  scripts/update_golden regenerates
+// them by running these tests with QUARNEX_GOLDEN_OUTPUT set to the name of a file, to which each
+// test appends its rows.
 //
 // Only release builds compare: with sanitizers the large inputs would take minutes.
 #include "methods/cells.h"
@@ -32,30 +32,30 @@ constexpr bool release_build = true;
 constexpr bool release_build = false;
 #endif
 
-/// A row of the table: the input and the cell, then what came of them.
+/// A row of the table: input and cell, then size and hash of the result.
 struct row {
     std::string key;
     std::string result;
 };
 
-row row_of(const std::string& input, cell from, const bytes& content)
+row row_of(const std::string& input, cell cell, const bytes& content)
 {
     std::ostringstream key, result;
-    key << input << ',' << int{from.method} << ',' << int{from.level};
+    key << input << ',' << int{cell.method} << ',' << int{cell.level};
     result << content.size() << ',' << std::hex << std::setw(16) << std::setfill('0')
            << XXH3_64bits(content.data(), content.size());
     return {key.str(), result.str()};
 }
 
-/// The rows in sizes.csv, results by key.
+/// Returns the rows of sizes.csv: results by key.
 std::map<std::string, std::string> stored_rows()
 {
     std::map<std::string, std::string> rows;
     std::ifstream file(QUARNEX_GOLDEN_FILE);
     std::string line;
-    std::getline(file, line); // the names of the columns
+    std::getline(file, line); // the column names
     while (std::getline(file, line)) {
-        usize end = 0; // of the key: the third comma
+        usize end = 0; // of the key, after the third comma
         for (int comma = 0; comma < 3; ++comma) end = line.find(',', end) + 1;
         EXPECT_TRUE(rows.emplace(line.substr(0, end - 1), line.substr(end)).second)
             << "two rows of " << line.substr(0, end - 1);
@@ -78,7 +78,7 @@ void expect_stored(const std::vector<row>& rows)
 
 // Payloads of whole blocks
 
-/// A block made by a shape with the seed 1, and the cells that encode it.
+/// A block of a shape with seed 1, and the cells that encode it.
 struct golden_block {
     const char* shape;
     u32 size;
@@ -92,7 +92,7 @@ void PrintTo(const golden_block& block, std::ostream* out)
     *out << block.name();
 }
 
-/// The context bits of the file type that a shape looks like.
+/// Returns the context bits of the file type that a shape resembles.
 u8 context_bits_of(const std::string& shape)
 {
     return shape == "text" ? 8 : shape == "machine_code" ? 4 : 0;
@@ -106,8 +106,9 @@ std::vector<golden_block> golden_blocks()
     for (const auto& shape : test::all_shapes()) blocks.push_back({shape.name.c_str(), 20001, all});
     for (const char* const shape : {"text", "records", "machine_code", "mixture", "long_period"})
         blocks.push_back({shape, 300007, all});
-    // More than 2^24 positions, which the rings of levels 4 to 7 store with 24 bits.  Levels 8 and
-    // 9 take their matches alike for all methods, and take seconds.
+    // More than 2^24 positions, which the bucket rings of levels 4 to 7 store with 24 bits.  Levels
+    // 8 and 9 find matches in the same way for all methods and take seconds, so one method each
+    // will do.
     for (u8 method = 1; method <= 5; ++method) {
         std::vector<cell> cells{{method, 0}, {method, 3}, {method, 5}};
         if (method == 3) cells.push_back({method, 8});
@@ -125,7 +126,7 @@ class golden_payloads : public testing::TestWithParam<golden_block> {
     }
 };
 
-TEST_P(golden_payloads, are_those_in_the_table)
+TEST_P(golden_payloads, match_the_table)
 {
     const golden_block& input = GetParam();
     const bytes block = test::find_shape(input.shape).make(input.size, 1);
@@ -138,7 +139,7 @@ TEST_P(golden_payloads, are_those_in_the_table)
     expect_stored(rows);
 }
 
-/// The name of the block, and of the method if there is one only.
+/// Returns the name of the block, followed by the method if there is only one.
 std::string block_name(const testing::TestParamInfo<golden_block>& info)
 {
     std::string name = info.param.name();
@@ -154,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(all, golden_payloads, testing::ValuesIn(golden_blocks()
 
 // Whole files of two blocks
 
-/// One cell for each method, of the levels whose blocks have 16 MiB at most.
+/// One cell per method, at levels whose blocks have at most 16 MiB.
 const std::vector<cell> golden_file_cells{{1, 4}, {2, 5}, {3, 6}, {4, 7}, {5, 4}};
 
 class golden_files : public test::program_fixture, public testing::WithParamInterface<cell> {
@@ -165,10 +166,10 @@ class golden_files : public test::program_fixture, public testing::WithParamInte
     }
 };
 
-TEST_P(golden_files, are_those_in_the_table)
+TEST_P(golden_files, match_the_table)
 {
-    // A program for a block and 512 KiB, then text: the name asks for the x86 filter and for four
-    // context bits.
+    // 16.5 MiB of machine code, then text; the extension selects the x86 filter and four context
+    // bits.
     const bytes content = test::joined({test::find_shape("machine_code").make(33 * mib / 2, 1),
                                         test::find_shape("text").make(mib / 2, 1)});
     put("large.exe", content);
@@ -176,7 +177,7 @@ TEST_P(golden_files, are_those_in_the_table)
     const std::string option = '-' + std::to_string(10 * cell.method + cell.level);
     test::expect_silent_success(run({option, "-p0", "large.exe", "packed"}));
     const bytes image = get("packed/large.exe.qrx");
-    const auto file = test::take_qrx_apart(image);
+    const auto file = test::parse_qrx(image);
     ASSERT_TRUE(file);
     EXPECT_EQ(file->records.size(), 2U);
     test::expect_silent_success(run({"-d", "-p0", "packed/large.exe.qrx", "restored"}));

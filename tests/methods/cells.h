@@ -14,7 +14,7 @@ struct cell {
     u8 level;
 };
 
-/// The cells of a range of methods and a range of levels, both inclusive.
+/// Returns the cells of a range of methods and a range of levels, both inclusive.
 inline std::vector<cell> cells_of(u8 first_method, u8 last_method, u8 first_level, u8 last_level)
 {
     std::vector<cell> cells;
@@ -23,7 +23,7 @@ inline std::vector<cell> cells_of(u8 first_method, u8 last_method, u8 first_leve
     return cells;
 }
 
-/// "m5_level_9".
+/// Returns a name like "m5_level_9".
 inline std::string cell_name(const testing::TestParamInfo<cell>& info)
 {
     std::string name = "m";

@@ -1,7 +1,6 @@
-// Methods 1 and 2 have two decoders each, one for processors with bit instructions and one for all
-// others, and in the one of method 2 two readers take turns: one for ordinary tokens, which gives
-// way to the other for rare and damaged ones and for those that end in the payload's last bytes.
-// Whoever reads a token, the result is the same.
+// Methods 1 and 2 have two decoders each: one for processors with bit instructions and a portable
+// one.  The decoder of method 2 also has a fast path for ordinary tokens and a slow path for rare
+// and damaged tokens and for those that end in the payload's last bytes.  All of them must agree.
 #include "method1/m1_codec.h"
 #include "method2/m2_codec.h"
 #include "methods/cells.h"
@@ -20,7 +19,7 @@ using test::parameters_of;
 
 class decoder_forms : public testing::TestWithParam<cell> {
   protected:
-    /// What the decoder of this processor makes of a payload; the portable one must agree.
+    /// Decodes a payload with this processor's decoder and checks that the portable one agrees.
     static bytes decode(const bytes& payload, usize length)
     {
         const auto parameters = parameters_of(GetParam().method, GetParam().level);
@@ -30,11 +29,12 @@ class decoder_forms : public testing::TestWithParam<cell> {
         return best;
     }
 
-    /// What any payload means for a block of `length`.
+    /// Decodes any payload for a block of `length` bytes with the plain decoder.
     static bytes decode_as_plainly(const bytes& payload, usize length)
     {
         const bytes out = decode(payload, length);
-        if (GetParam().method == 2) { // the plain decoder of method 1 knows undamaged streams only
+        // The plain decoder of method 1 accepts only undamaged streams.
+        if (GetParam().method == 2) {
             EXPECT_TRUE(test::m2_plain_decode(payload, length, GetParam().level) == out);
         }
         return out;
@@ -68,9 +68,9 @@ TEST_P(decoder_forms, restore_blocks_of_all_shapes)
     }
 }
 
-TEST_P(decoder_forms, agree_on_each_start_of_a_payload)
+TEST_P(decoder_forms, agree_on_each_prefix_of_a_payload)
 {
-    // Each token is once among the last bytes.
+    // Each token is in the last bytes for some prefix.
     for (const char* const shape : {"text", "records", "mixture", "runs"}) {
         SCOPED_TRACE(shape);
         const bytes block = test::find_shape(shape).make(1500, 7);

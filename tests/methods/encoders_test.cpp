@@ -1,5 +1,5 @@
-// Every encoder writes, byte for byte, what the plain encoder of its method writes, and its decoder
-// restores the block.
+// Every encoder writes exactly the bytes of its method's plain encoder, and the decoder restores
+// the block.
 #include "methods/cells.h"
 #include "support/plain_payload.h"
 
@@ -12,16 +12,16 @@ using test::bytes;
 using test::cell;
 using test::find_shape;
 
-constexpr u8 context_method = 4; // the only one whose streams depend on literal context bits
+constexpr u8 context_method = 4; // the only method whose streams depend on literal context bits
 constexpr u8 first_priced_level = 8;
-constexpr i32 default_chain_bits = 0; // those of the level
+constexpr i32 default_chain_bits = 0; // selects the level's default
 
 class encoder_property : public testing::TestWithParam<cell> {
   protected:
     static bool has_contexts() { return GetParam().method == context_method; }
     static bool is_priced() { return GetParam().level >= first_priced_level; }
 
-    /// `context_bits` count only where a method has contexts.
+    /// `context_bits` matter only for methods with contexts.
     static void check(const bytes& block, i32 hash_bits, i32 chain_bits, u32 context_bits,
                       const std::string& name)
     {
@@ -33,9 +33,10 @@ class encoder_property : public testing::TestWithParam<cell> {
     }
 };
 
-TEST_P(encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_300)
+TEST_P(encoder_property, matches_the_plain_encoder_at_all_sizes_to_300)
 {
-    // The plain encoder with 256 models is slow: the ten levels share the sizes.
+    // The plain encoder with 256 models is slow, so each of the ten levels tests a part of the
+    // sizes.
     const u32 first = has_contexts() ? GetParam().level : 0;
     const u32 step = has_contexts() ? 10 : 1;
     for (const auto& shape : test::all_shapes()) {
@@ -48,9 +49,9 @@ TEST_P(encoder_property, writes_what_the_plain_encoder_writes_at_all_sizes_to_30
     }
 }
 
-TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
+TEST_P(encoder_property, matches_the_plain_encoder_for_large_blocks)
 {
-    // The plain forms of the last two levels are slow.
+    // The plain encoders of the last two levels are slow.
     const usize size = is_priced() ? 50001 : 300001;
     u32 bits = 0;
     for (const auto& shape : test::all_shapes()) {
@@ -61,7 +62,7 @@ TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_large_blocks)
     }
 }
 
-TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_matches_longer_than_a_window)
+TEST_P(encoder_property, matches_the_plain_encoder_for_matches_longer_than_a_window)
 {
     for (const usize period : {1U, 2U, 300U, 5000U}) {
         bytes block = find_shape("random").make(period, period);
@@ -70,7 +71,7 @@ TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_matches_longer
     }
 }
 
-TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_tries_with_wide_nodes)
+TEST_P(encoder_property, matches_the_plain_encoder_for_tries_with_wide_nodes)
 {
     for (const u32 symbols : {30U, 34U, 60U, 245U, 248U, 256U}) {
         test::random_source random(symbols);
@@ -89,10 +90,10 @@ TEST_P(encoder_property, writes_what_the_plain_encoder_writes_for_tries_with_wid
 INSTANTIATE_TEST_SUITE_P(all, encoder_property, testing::ValuesIn(test::cells_of(1, 5, 0, 9)),
                          test::cell_name);
 
-/// At the levels that search by hash values.
+/// The levels that search by hash values.
 class hash_encoder_property : public encoder_property {};
 
-TEST_P(hash_encoder_property, writes_what_the_plain_encoder_writes_with_a_small_table)
+TEST_P(hash_encoder_property, matches_the_plain_encoder_with_a_small_table)
 {
     for (const auto& shape : test::all_shapes())
         ASSERT_NO_FATAL_FAILURE(check(shape.make(65535, 5), 10, default_chain_bits, 0, shape.name));
@@ -102,15 +103,15 @@ INSTANTIATE_TEST_SUITE_P(all, hash_encoder_property,
                          testing::ValuesIn(test::cells_of(1, 5, 0, first_priced_level - 1)),
                          test::cell_name);
 
-/// Of the methods whose codes of long distances are their own.
+/// The methods with their own codes for long distances.
 class far_encoder_property : public encoder_property {};
 
 TEST_P(far_encoder_property, finds_matches_at_distances_of_600000)
 {
-    // That many random bytes, then the first 500 of them again.
+    // 600,000 random bytes, then the first 500 of them again.
     bytes block = find_shape("random").make(600000, 9);
     block.insert(block.end(), block.begin(), block.begin() + 500);
-    block.insert(block.end(), 100000, 1); // so that it shrinks
+    block.insert(block.end(), 100000, 1); // makes the block compressible
     EXPECT_LT(
         test::encode(block, test::parameters_of(GetParam().method, GetParam().level, 22)).size(),
         block.size());

@@ -1,4 +1,4 @@
-// pipeline/block_coder_fixture.h - where blocks are coded, for tests of that
+// pipeline/block_coder_fixture.h - buffers and scratch for tests of code_block()
 #pragma once
 
 #include "pipeline/block_coder.h"
@@ -10,7 +10,7 @@ namespace quarnex::test {
 
 class block_coder : public testing::Test {
   protected:
-    /// Codes a block, and expects that it is done.  Returns the bytes that its codec has made.
+    /// Codes a block, expects success and returns the number of bytes that the codec wrote.
     u32 expect_coded(block_job& job)
     {
         const block_result result = code_block(buffers, memory, job, finished);

@@ -10,7 +10,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST_F(block_coder, a_record_is_its_head_and_a_shorter_payload)
+TEST_F(block_coder, a_record_is_a_head_and_a_shorter_payload)
 {
     block_job job = job_to_encode(buffers, bytes(100000, 'r'));
     job.block_index = 7;
@@ -24,10 +24,10 @@ TEST_F(block_coder, a_record_is_its_head_and_a_shorter_payload)
     EXPECT_EQ(finished.block_index, 7U);
     EXPECT_EQ(finished.block_count, 9U);
     EXPECT_EQ(finished.mode, direction::compress);
-    EXPECT_EQ(job.in_alloc, nullptr) << "the input is given up";
+    EXPECT_EQ(job.in_alloc, nullptr) << "the input is freed";
 }
 
-TEST_F(block_coder, a_block_that_cannot_be_compressed_is_stored)
+TEST_F(block_coder, an_incompressible_block_is_stored)
 {
     const bytes block = find_shape("random").make(1000, 3);
     block_job job = job_to_encode(buffers, block);
@@ -47,17 +47,17 @@ TEST_F(block_coder, one_byte_is_stored)
 
 TEST_F(block_coder, an_empty_block_calls_no_codec)
 {
-    block_job job = job_to_encode(buffers, {}, {.codec = {.method = 0}}); // there is none to call
+    block_job job = job_to_encode(buffers, {}, {.codec = {.method = 0}}); // method 0 has no codec
     expect_coded(job);
     EXPECT_EQ(content_of(finished), bytes(5));
 }
 
-TEST_F(block_coder, an_encoder_without_memory_fails_and_names_what_it_lacks)
+TEST_F(block_coder, an_encoder_without_memory_fails_and_returns_its_status)
 {
     block_job job = job_to_encode(buffers, bytes(1000), failing_parameters);
     const block_result result = code_block(buffers, memory, job, finished);
     EXPECT_EQ(result.status, block_status::uncoded);
-    EXPECT_EQ(result.lack, codec_status::no_table);
+    EXPECT_EQ(result.codec_error, codec_status::no_table);
 }
 
 TEST_F(block_coder, a_decoder_without_memory_for_its_models_fails)
@@ -70,11 +70,11 @@ TEST_F(block_coder, a_decoder_without_memory_for_its_models_fails)
         job.codec.parameters.method = method;
         const block_result result = code_block(buffers, no_memory, job, finished);
         EXPECT_EQ(result.status, block_status::uncoded);
-        EXPECT_EQ(result.lack, codec_status::no_state);
+        EXPECT_EQ(result.codec_error, codec_status::no_state);
     }
 }
 
-TEST_F(block_coder, without_memory_for_the_output_a_block_fails)
+TEST_F(block_coder, a_block_without_memory_for_its_output_fails)
 {
     limited_allocator refusing;
     buffer_pool few_buffers(refusing.get(), 4);
@@ -118,7 +118,7 @@ TEST_F(block_coder, an_empty_stored_block_has_a_buffer)
     EXPECT_EQ(finished.size, 0U);
 }
 
-// Delta: each byte is what the one three places before it became, and itself.
+// Undoing delta: each byte is added to the restored byte three positions before it.
 
 TEST_F(block_coder, the_filter_of_a_stored_block_is_undone_in_its_buffer)
 {
@@ -138,11 +138,11 @@ TEST_F(block_coder, the_filter_of_a_decoded_block_is_undone)
     expect_coded(job);
     bytes expected;
     for (u8 value = 1; value <= 33; ++value) expected.insert(expected.end(), 3, value);
-    expected.push_back(1); // behind the last group
+    expected.push_back(1); // after the last group
     EXPECT_EQ(content_of(finished), expected);
 }
 
-TEST_F(block_coder, the_filter_is_undone_over_the_zeros_of_a_decoder_that_stops_short)
+TEST_F(block_coder, the_filter_is_also_undone_over_the_zeros_of_a_short_block)
 {
     block_job job = job_to_decode(buffers, m1_run_payload(1, 72), 99);
     job.filter_flags = filter_delta;
@@ -153,7 +153,7 @@ TEST_F(block_coder, the_filter_is_undone_over_the_zeros_of_a_decoder_that_stops_
     EXPECT_EQ(content_of(finished), expected);
 }
 
-TEST_F(block_coder, an_encoder_takes_the_block_as_it_is)
+TEST_F(block_coder, encoding_applies_no_filter)
 {
     block_job job = job_to_encode(buffers, {1, 2, 3, 4, 4, 4});
     job.filter_flags = filter_delta; // the driver has applied it
@@ -161,14 +161,14 @@ TEST_F(block_coder, an_encoder_takes_the_block_as_it_is)
     EXPECT_EQ(content_of(finished), (bytes{6, 0, 0, 0, 0, 1, 2, 3, 4, 4, 4}));
 }
 
-/// Leaves an idle buffer full of 0xAA in the pool, which the next block of `size` bytes gets.
+/// Leaves an idle buffer filled with 0xAA in the pool, for the next block of `size` bytes.
 void leave_old_content(buffer_pool& buffers, usize size)
 {
     const block_buffer buffer = buffers.take(size + out_slack);
     std::memset(buffer.get(), 0xAA, size + out_slack);
 }
 
-TEST_F(block_coder, a_decoder_that_stops_short_shows_and_the_rest_is_zero_not_old_content)
+TEST_F(block_coder, a_short_block_is_returned_and_padded_with_zeros_not_old_content)
 {
     constexpr u32 size = 300000;
     bytes expected(70, 'A');
@@ -180,7 +180,7 @@ TEST_F(block_coder, a_decoder_that_stops_short_shows_and_the_rest_is_zero_not_ol
     EXPECT_EQ(content_of(finished), expected);
 }
 
-TEST_F(block_coder, an_empty_payload_of_a_block_gives_zeros)
+TEST_F(block_coder, an_empty_payload_decodes_to_zeros)
 {
     constexpr u32 size = 300000;
     block_job job = job_to_decode(buffers, {}, size);
@@ -207,7 +207,7 @@ class block_coder_write : public block_coder {
     output_ref file = create_output(dir / "out");
 };
 
-TEST_F(block_coder_write, a_record_gets_the_distance_from_its_place)
+TEST_F(block_coder_write, a_record_gets_its_displacement)
 {
     write_job first = make({1, 0, 0, 0, 0, 'b'}, 1, direction::compress);
     write_job second = make({1, 0, 0, 0, 0, 'a'}, 0, direction::compress);
@@ -216,7 +216,7 @@ TEST_F(block_coder_write, a_record_gets_the_distance_from_its_place)
     EXPECT_EQ(read_file(dir / "out"), (bytes{1, 0, 0, 0, 2, 'b', 1, 0, 0, 0, 3, 'a'}));
 }
 
-TEST_F(block_coder_write, decoded_data_goes_to_its_blocks_place_unchanged)
+TEST_F(block_coder_write, decoded_data_is_written_unchanged_at_the_blocks_offset)
 {
     write_job data = make(to_bytes("123456"), 2, direction::decompress, 3);
     EXPECT_EQ(write_block(data, 0), 0);
@@ -225,7 +225,7 @@ TEST_F(block_coder_write, decoded_data_goes_to_its_blocks_place_unchanged)
     EXPECT_EQ(read_file(dir / "out"), expected);
 }
 
-TEST_F(block_coder_write, a_place_beyond_the_largest_offset_is_a_failure)
+TEST_F(block_coder_write, an_offset_beyond_the_largest_one_is_a_failure)
 {
     write_job data = make({'x'}, 0xFFFFFFFF, direction::decompress, 0x8000);
     EXPECT_EQ(write_block(data, 0), EINVAL);

@@ -7,11 +7,11 @@
 namespace quarnex {
 namespace {
 
-using test::comes_to_its_end;
+using test::finishes;
 using test::in_thread;
 using test::still_waits;
 
-TEST(block_counter, nobody_waits_for_no_blocks)
+TEST(block_counter, waiting_without_blocks_in_flight_returns_at_once)
 {
     const test::time_guard guard;
     block_counter blocks;
@@ -32,10 +32,10 @@ TEST(block_counter, waits_for_every_block_that_has_entered)
     blocks.leave();
     EXPECT_TRUE(still_waits(waiter));
     blocks.leave();
-    EXPECT_TRUE(comes_to_its_end(waiter));
+    EXPECT_TRUE(finishes(waiter));
 }
 
-TEST(block_counter, blocks_that_leave_in_several_threads_are_all_counted)
+TEST(block_counter, blocks_that_leave_on_several_threads_are_all_counted)
 {
     constexpr u32 of_each = 5000;
     const test::time_guard guard;
@@ -47,8 +47,8 @@ TEST(block_counter, blocks_that_leave_in_several_threads_are_all_counted)
     const auto first = in_thread(leave);
     const auto second = in_thread(leave);
     blocks.wait_for_none();
-    EXPECT_TRUE(comes_to_its_end(first));
-    EXPECT_TRUE(comes_to_its_end(second));
+    EXPECT_TRUE(finishes(first));
+    EXPECT_TRUE(finishes(second));
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace {
 
 constexpr usize mib = 1 << 20;
 
-TEST(buffer_pool, gives_null_when_there_is_no_memory_and_serves_on)
+TEST(buffer_pool, returns_null_without_memory_and_still_works_later)
 {
     buffer_pool pool(system_allocator, 2);
     EXPECT_EQ(pool.take(SIZE_MAX / 4 * 3), nullptr);
@@ -21,7 +21,7 @@ TEST(buffer_pool, gives_null_when_there_is_no_memory_and_serves_on)
     EXPECT_NE(pool.take(mib), nullptr);
 }
 
-TEST(buffer_pool, what_idle_buffers_held_can_serve_a_larger_one)
+TEST(buffer_pool, memory_of_idle_buffers_is_freed_for_a_larger_one)
 {
     if (test::under_sanitizer) GTEST_SKIP() << "a sanitizer keeps freed memory for a while";
     buffer_pool pool(system_allocator, 3);

@@ -14,16 +14,16 @@ namespace {
 constexpr usize kib = 1024;
 constexpr usize mib = 1024 * kib;
 
-TEST(buffer_pool, a_buffer_given_up_is_used_again)
+TEST(buffer_pool, a_released_buffer_is_reused)
 {
     buffer_pool pool(system_allocator, 4);
     block_buffer first = pool.take(mib);
-    const u8* const place = first.get();
+    const u8* const address = first.get();
     EXPECT_EQ(pool.idle(), 0U);
     first.reset();
     EXPECT_EQ(pool.idle(), 1U);
     const block_buffer second = pool.take(mib);
-    EXPECT_EQ(second.get(), place);
+    EXPECT_EQ(second.get(), address);
     EXPECT_EQ(pool.idle(), 0U);
 }
 
@@ -37,16 +37,16 @@ TEST(buffer_pool, buffers_in_use_are_distinct)
     EXPECT_EQ(std::count(first.get(), first.get() + mib, 1), static_cast<std::ptrdiff_t>(mib));
 }
 
-TEST(buffer_pool, a_larger_buffer_serves_down_to_half_its_size)
+TEST(buffer_pool, a_buffer_is_reused_for_sizes_down_to_half_its_own)
 {
     buffer_pool pool(system_allocator, 4);
-    const u8* const place = pool.take(2 * mib).get();
-    EXPECT_EQ(pool.take(mib + 1).get(), place);
-    EXPECT_EQ(pool.take(mib).get(), place);
-    EXPECT_EQ(pool.take(2 * mib).get(), place) << "it has kept its full size";
+    const u8* const address = pool.take(2 * mib).get();
+    EXPECT_EQ(pool.take(mib + 1).get(), address);
+    EXPECT_EQ(pool.take(mib).get(), address);
+    EXPECT_EQ(pool.take(2 * mib).get(), address) << "the buffer keeps its full capacity";
 }
 
-TEST(buffer_pool, a_buffer_far_too_large_is_left_alone)
+TEST(buffer_pool, a_much_larger_buffer_is_not_reused)
 {
     buffer_pool pool(system_allocator, 4);
     pool.take(2 * mib).reset();
@@ -55,7 +55,7 @@ TEST(buffer_pool, a_buffer_far_too_large_is_left_alone)
     EXPECT_EQ(pool.idle(), 1U);
 }
 
-TEST(buffer_pool, a_buffer_too_small_is_left_alone)
+TEST(buffer_pool, a_smaller_buffer_is_not_reused)
 {
     buffer_pool pool(system_allocator, 4);
     pool.take(mib).reset();
@@ -65,21 +65,21 @@ TEST(buffer_pool, a_buffer_too_small_is_left_alone)
     EXPECT_EQ(pool.idle(), 1U);
 }
 
-TEST(buffer_pool, the_first_that_fits_is_found_among_others)
+TEST(buffer_pool, the_first_fitting_buffer_is_found_among_others)
 {
     buffer_pool pool(system_allocator, 4);
     block_buffer small = pool.take(256 * kib);
     block_buffer fitting = pool.take(mib);
     block_buffer large = pool.take(4 * mib);
-    const u8* const place = fitting.get();
+    const u8* const address = fitting.get();
     small.reset();
     fitting.reset();
     large.reset();
-    EXPECT_EQ(pool.take(mib - 10).get(), place);
+    EXPECT_EQ(pool.take(mib - 10).get(), address);
     EXPECT_EQ(pool.idle(), 3U);
 }
 
-TEST(buffer_pool, small_buffers_are_not_kept)
+TEST(buffer_pool, small_buffers_are_not_pooled)
 {
     buffer_pool pool(system_allocator, 4);
     pool.take(0).reset();
@@ -90,7 +90,7 @@ TEST(buffer_pool, small_buffers_are_not_kept)
     EXPECT_EQ(pool.idle(), 1U);
 }
 
-TEST(buffer_pool, no_more_buffers_wait_than_the_limit_says)
+TEST(buffer_pool, no_more_buffers_stay_idle_than_the_limit)
 {
     for (const usize limit : {0U, 1U, 3U}) {
         buffer_pool pool(system_allocator, limit);
@@ -101,20 +101,20 @@ TEST(buffer_pool, no_more_buffers_wait_than_the_limit_says)
     }
 }
 
-TEST(buffer_pool, the_oldest_makes_place_when_sizes_change)
+TEST(buffer_pool, the_oldest_is_evicted_when_sizes_change)
 {
     buffer_pool pool(system_allocator, 2);
     block_buffer older = pool.take(300 * kib);
     block_buffer newer = pool.take(300 * kib);
-    const u8* const newer_place = newer.get();
+    const u8* const newer_address = newer.get();
     older.reset();
     newer.reset();
     const block_buffer large = pool.take(mib);
     EXPECT_EQ(pool.idle(), 1U);
-    EXPECT_EQ(pool.take(300 * kib).get(), newer_place);
+    EXPECT_EQ(pool.take(300 * kib).get(), newer_address);
 }
 
-TEST(buffer_pool, idle_buffers_are_given_up_when_memory_is_short)
+TEST(buffer_pool, idle_buffers_are_freed_when_memory_is_short)
 {
     buffer_pool pool(system_allocator, 3);
     pool.take(mib).reset();

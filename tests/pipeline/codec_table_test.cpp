@@ -11,27 +11,27 @@ u32 encoders_in(u64 gib, u8 level, u16 block_mb)
 {
     file_parameters parameters{.codec = {.method = 1, .level = level}, .block_mb = block_mb};
     settle_parameters(parameters, level_defaults());
-    return encoders_with_room(parameters, gib << 30);
+    return max_encoders(parameters, gib << 30);
 }
 
-TEST(codec_table, encoders_have_room_beside_each_other_by_their_level_and_blocks)
+TEST(codec_table, the_number_of_encoders_that_fit_depends_on_level_and_block_size)
 {
-    // Three buffers for all, and each has two, and 32, 128 or 320 MiB to search in.  Tables are a
-    // bucket larger than that.
+    // Three shared buffers; each encoder has two buffers and a table of 32, 128 or 320 MiB plus one
+    // bucket.
     EXPECT_EQ(encoders_in(4, 3, 32), (3072U - 96) / (64 + 32) - 1);
     EXPECT_EQ(encoders_in(4, 7, 16), (3072U - 48) / (32 + 128));
     EXPECT_EQ(encoders_in(4, 8, 32), (3072U - 96) / (64 + 320));
     EXPECT_EQ(encoders_in(2, 8, 32), (1536U - 96) / (64 + 320));
 }
 
-TEST(codec_table, at_level_9_two_encoders_have_room_in_32_bits)
+TEST(codec_table, two_level_9_encoders_fit_into_32_bits)
 {
-    // A trie of 64 bits takes addresses as if they cost nothing.
+    // A 64-bit trie reserves address space generously.
     EXPECT_EQ(encoders_in(4, 9, 32), sizeof(void*) > sizeof(u32) ? 1U : 2U);
     EXPECT_EQ(encoders_in(2, 9, 32), 1U);
 }
 
-TEST(codec_table, one_encoder_always_has_room_and_64_bits_have_room_for_all)
+TEST(codec_table, one_encoder_always_fits_and_64_bits_fit_any_number)
 {
     for (const u8 level : {u8{0}, u8{3}, u8{7}, u8{8}, u8{9}}) {
         EXPECT_EQ(encoders_in(0, level, 2047), 1U);

@@ -1,4 +1,4 @@
-// pipeline/compress_driver.h - a file through the compression driver
+// pipeline/compress_driver.h - runs the compression driver on a file
 #pragma once
 
 #include "support/driver_runs.h"
@@ -19,19 +19,19 @@ class compress_driver : public driver_fixture {
         return compress(GetParam(), recorder, quick_parameters, source, dir / "out.qrx");
     }
 
-    /// Expects that the source can't be opened, which is told with the reason.
+    /// Expects an event that the source can't be opened because of `cause`.
     void expect_no_source(const std::string& source, int cause)
     {
-        const recorded_event told = expect_driver_failure(
+        const recorded_event reported = expect_driver_failure(
             run_from(source), event_kind::source_unopened, status::source_unopened);
-        EXPECT_EQ(told.name, source);
-        EXPECT_EQ(told.cause, cause);
+        EXPECT_EQ(reported.name, source);
+        EXPECT_EQ(reported.cause, cause);
         EXPECT_FALSE(file_exists(dir / "out.qrx"));
     }
 
     qrx_file compressed() const
     {
-        return take_qrx_apart(read_file(dir / "out.qrx")).value_or(qrx_file{});
+        return parse_qrx(read_file(dir / "out.qrx")).value_or(qrx_file{});
     }
 };
 

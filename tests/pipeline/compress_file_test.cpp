@@ -12,7 +12,7 @@ namespace {
 
 INSTANTIATE_TEST_SUITE_P(, compress_driver, testing::Values(0, 1, 3), workers_name);
 
-TEST_P(compress_driver, an_empty_file_gives_a_header_and_one_empty_record)
+TEST_P(compress_driver, an_empty_file_becomes_a_header_and_one_empty_record)
 {
     expect_success(run({}));
     EXPECT_EQ(read_file(dir / "out.qrx"),
@@ -20,19 +20,19 @@ TEST_P(compress_driver, an_empty_file_gives_a_header_and_one_empty_record)
                      0, 12,  0,   0,   0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST_P(compress_driver, a_file_of_exactly_n_blocks_has_n_records_the_last_of_full_length)
+TEST_P(compress_driver, a_file_of_exactly_n_blocks_has_n_full_records)
 {
-    const bytes content = find_shape("random").make(2 * mib, 5); // stored: lengths can be seen
+    const bytes content = find_shape("random").make(2 * mib, 5); // will be stored
     expect_success(run(content));
     const auto payloads = payloads_in_order(compressed());
     ASSERT_TRUE(payloads);
-    ASSERT_EQ(payloads->size(), 2U) << "no empty record behind";
+    ASSERT_EQ(payloads->size(), 2U) << "no trailing empty record";
     EXPECT_EQ((*payloads)[0].size(), mib);
     EXPECT_EQ((*payloads)[1].size(), mib);
     EXPECT_EQ(compressed().header.original_size, 2 * mib);
 }
 
-TEST_P(compress_driver, a_byte_more_than_n_blocks_has_a_record_of_its_own)
+TEST_P(compress_driver, one_byte_more_than_n_blocks_gets_its_own_record)
 {
     expect_success(run(find_shape("random").make(mib + 1, 5)));
     const auto payloads = payloads_in_order(compressed());
@@ -51,7 +51,7 @@ TEST_P(compress_driver, a_file_smaller_than_a_block_has_one_record_and_the_confi
     EXPECT_EQ(compressed().header.original_size, 1000U);
 }
 
-TEST_P(compress_driver, a_block_that_cannot_be_compressed_has_a_size_equal_to_its_length)
+TEST_P(compress_driver, an_incompressible_block_has_a_size_equal_to_its_length)
 {
     const bytes content = find_shape("random").make(5000, 5);
     expect_success(run(content));
@@ -74,7 +74,7 @@ TEST_P(compress_driver, the_header_holds_the_values_of_the_level)
     EXPECT_EQ(compressed().header, expected);
 }
 
-/// With the kind of the file found by its content and name.
+/// Runs the driver with classification of the source.
 class compress_classified : public compress_driver {
   protected:
     void run_classified(const bytes& content, const std::string& name, u16 block_mb = 1)
@@ -92,7 +92,7 @@ class compress_classified : public compress_driver {
 
 INSTANTIATE_TEST_SUITE_P(, compress_classified, testing::Values(0, 1, 3), workers_name);
 
-TEST_P(compress_classified, only_the_first_mib_decides)
+TEST_P(compress_classified, only_the_first_mib_is_classified)
 {
     for (const u16 block_mb : {u16{1}, u16{2}, u16{4}}) {
         bytes content(2 * mib + 5, 'a'); // ASCII
@@ -106,7 +106,7 @@ TEST_P(compress_classified, only_the_first_mib_decides)
     }
 }
 
-TEST_P(compress_classified, the_name_of_the_source_decides_where_the_content_does_not)
+TEST_P(compress_classified, the_extension_decides_where_the_content_does_not)
 {
     const bytes content = find_shape("random").make(1000, 6);
     run_classified(content, "in.exe");
@@ -115,22 +115,22 @@ TEST_P(compress_classified, the_name_of_the_source_decides_where_the_content_doe
     EXPECT_EQ(compressed().header.filter_flags, 0);
 }
 
-TEST_P(compress_classified, a_block_that_cannot_be_compressed_holds_the_filtered_block)
+TEST_P(compress_classified, an_incompressible_block_is_stored_filtered)
 {
     const bytes content = find_shape("random").make(5 * mib / 2, 6);
     run_classified(content, "in.exe");
     const auto payloads = payloads_in_order(compressed());
     ASSERT_TRUE(payloads);
     ASSERT_EQ(payloads->size(), 3U);
-    for (usize i = 0; i < 3; ++i) { // with fresh state in each
-        const auto from = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
-        const bytes block(from, i < 2 ? from + mib : content.end());
+    for (usize i = 0; i < 3; ++i) { // filter state starts anew in each block
+        const auto begin = content.begin() + static_cast<std::ptrdiff_t>(i * mib);
+        const bytes block(begin, i < 2 ? begin + mib : content.end());
         EXPECT_TRUE(payloads->at(i) == plain_x86_filter(block, true)) << i;
         EXPECT_FALSE(payloads->at(i) == block) << i;
     }
 }
 
-TEST_P(compress_driver, unclassified_the_filter_of_the_parameters_is_applied)
+TEST_P(compress_driver, without_classification_the_given_filter_is_applied)
 {
     file_parameters parameters = quick_parameters;
     parameters.filter_flags = filter_delta;
@@ -147,54 +147,54 @@ TEST_P(compress_driver, an_existing_destination_is_overwritten)
     EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U + 5 + 1);
 }
 
-TEST_P(compress_driver, nothing_stays_open)
+TEST_P(compress_driver, no_file_stays_open)
 {
     const usize before = open_descriptors();
     expect_success(run(bytes(3 * mib)));
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_P(compress_driver, a_source_that_cannot_be_opened_is_told_and_fails)
+TEST_P(compress_driver, a_source_that_cannot_be_opened_is_reported_and_fails)
 {
     expect_no_source(dir / "none", ENOENT);
 }
 
-TEST_P(compress_driver, a_destination_that_cannot_be_created_is_told_and_fails)
+TEST_P(compress_driver, a_destination_that_cannot_be_created_is_reported_and_fails)
 {
     write_file(dir / "in", {});
     const driver_run result =
         compress(GetParam(), recorder, quick_parameters, dir / "in", dir / "no/out.qrx");
-    const recorded_event told = expect_driver_failure(result, event_kind::destination_uncreated,
-                                                      status::destination_uncreated);
-    EXPECT_EQ(told.name, dir / "no/out.qrx");
-    EXPECT_EQ(told.cause, ENOENT);
+    const recorded_event reported = expect_driver_failure(result, event_kind::destination_uncreated,
+                                                          status::destination_uncreated);
+    EXPECT_EQ(reported.name, dir / "no/out.qrx");
+    EXPECT_EQ(reported.cause, ENOENT);
 }
 
-TEST_P(compress_driver, an_encoder_without_memory_is_told_and_fails_its_file)
+TEST_P(compress_driver, an_encoder_without_memory_is_reported_and_fails_its_file)
 {
     const driver_run result = run(bytes(5 * mib), failing_parameters);
     EXPECT_EQ(result.first_failure, status::no_memory);
-    const auto told = recorder.take();
-    for (const recorded_event& each : told) {
+    const auto reported = recorder.take();
+    for (const recorded_event& each : reported) {
         EXPECT_EQ(each.kind, event_kind::block_uncoded);
-        EXPECT_EQ(each.lack, codec_status::no_table);
+        EXPECT_EQ(each.codec_error, codec_status::no_table);
         EXPECT_EQ(each.on_worker, has_workers());
         EXPECT_EQ(each.name, dir / "in");
     }
     if (!has_workers()) {
-        EXPECT_EQ(told.size(), 1U);
+        EXPECT_EQ(reported.size(), 1U);
         EXPECT_EQ(result.result, status::no_memory);
         return;
     }
-    // Each worker can have a block of the file when the first one fails.
-    EXPECT_EQ(told.size(), result.thread_failures);
+    // Each worker may already hold a block of the file when the first one fails.
+    EXPECT_EQ(reported.size(), result.thread_failures);
     EXPECT_GE(result.thread_failures, 1U);
     EXPECT_LE(result.thread_failures, GetParam());
-    EXPECT_EQ(result.result, status::done) << "the driver doesn't look at other threads";
-    EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U) << "the header alone";
+    EXPECT_EQ(result.result, status::done) << "the driver ignores failures of other threads";
+    EXPECT_EQ(read_file(dir / "out.qrx").size(), 32U) << "only the header";
 }
 
-TEST_P(compress_driver, memory_that_runs_out_for_the_block_or_its_record_is_told)
+TEST_P(compress_driver, missing_memory_for_the_block_or_its_record_is_reported)
 {
     for (const usize refused : {2 * mib, 2 * mib + 4200}) { // slacks of 4097 and 4101 bytes
         limited_allocator memory;
@@ -210,7 +210,7 @@ TEST_P(compress_driver, memory_that_runs_out_for_the_block_or_its_record_is_told
     }
 }
 
-/// Cancels at the first call.
+/// An observer::advance that cancels at the first call.
 bool cancel(void* context, u64 done, u64 total)
 {
     *static_cast<std::pair<u64, u64>*>(context) = {done, total};
@@ -231,7 +231,8 @@ TEST_P(compress_driver, an_observer_can_cancel_a_file)
     EXPECT_EQ(work.first_failure(), status::cancelled);
 }
 
-/// A driver whose blocks the test takes, so that it can change the file behind the driver's back.
+/// Runs the driver on a thread.  The test dequeues its blocks, so that it can change the source in
+/// between.
 class compress_moving_source : public testing::Test {
   protected:
     void start(usize size)
@@ -255,26 +256,26 @@ class compress_moving_source : public testing::Test {
     std::future<void> driver;
 };
 
-TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_and_is_told)
+TEST_F(compress_moving_source, a_shrunken_source_ends_at_the_first_short_read_and_is_reported)
 {
     start(4 * mib);
-    // Behind block 0, which it hands on, the driver waits with block 1.
+    // The driver has queued block 0 and waits to queue block 1.
     EXPECT_TRUE(still_waits(driver));
     std::filesystem::resize_file(dir / "in", 2 * mib + 1000);
     EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib);
     EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib);
     const block_job last = work.jobs.dequeue();
-    ASSERT_TRUE(comes_to_its_end(driver));
+    ASSERT_TRUE(finishes(driver));
 
     EXPECT_EQ(last.codec.in_len, 1000U);
     const bytes slack(last.codec.in_buf + 1000, last.codec.in_buf + 1000 + in_slack);
     EXPECT_EQ(slack, bytes(in_slack));
     EXPECT_EQ(result, status::done);
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::source_shrank);
-    EXPECT_EQ(told[0].name, dir / "in");
-    EXPECT_EQ(take_qrx_apart(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::source_shrank);
+    EXPECT_EQ(reported[0].name, dir / "in");
+    EXPECT_EQ(parse_qrx(read_file(dir / "out.qrx"))->header.original_size, 4 * mib);
 }
 
 TEST_F(compress_moving_source, the_slack_of_a_filtered_block_is_zero)
@@ -297,26 +298,26 @@ TEST_F(compress_moving_source, a_source_that_shrinks_to_a_block_boundary_ends_wi
     work.jobs.dequeue();
     work.jobs.dequeue();
     EXPECT_EQ(work.jobs.dequeue().codec.in_len, 0U);
-    ASSERT_TRUE(comes_to_its_end(driver));
+    ASSERT_TRUE(finishes(driver));
     EXPECT_EQ(result, status::done);
 }
 
-TEST_F(compress_moving_source, a_source_that_grows_is_cut_at_the_size_it_had)
+TEST_F(compress_moving_source, a_growing_source_is_cut_at_its_initial_size)
 {
     start(mib + 1000);
-    EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib); // the size has been taken
+    EXPECT_EQ(work.jobs.dequeue().codec.in_len, mib); // the size was read before
     std::filesystem::resize_file(dir / "in", 3 * mib);
     EXPECT_EQ(work.jobs.dequeue().codec.in_len, 1000U);
-    ASSERT_TRUE(comes_to_its_end(driver));
+    ASSERT_TRUE(finishes(driver));
     EXPECT_EQ(result, status::done);
     EXPECT_TRUE(recorder.take().empty());
 }
 
-TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten_one)
+TEST_F(compress_moving_source, no_block_is_submitted_more_than_120_ahead_of_an_unwritten_one)
 {
     start(130 * mib);
-    std::vector<block_job> taken; // none of them gets written
-    for (u32 index = 0; index <= displacement_window::reach; ++index) {
+    std::vector<block_job> taken; // none is written
+    for (u32 index = 0; index <= displacement_window::max_lead; ++index) {
         taken.push_back(work.jobs.dequeue());
         ASSERT_EQ(taken.back().block_index, index);
         taken.back().in_alloc.reset();
@@ -325,11 +326,11 @@ TEST_F(compress_moving_source, no_block_enters_more_than_120_before_an_unwritten
     const auto window_user = taken[0].out_file;
     for (u32 index = 0; index < 130; ++index) {
         window_user->window.mark_done(index);
-        if (index + 1 + displacement_window::reach < 130) {
-            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::reach);
+        if (index + 1 + displacement_window::max_lead < 130) {
+            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::max_lead);
         }
     }
-    EXPECT_TRUE(comes_to_its_end(driver));
+    EXPECT_TRUE(finishes(driver));
 }
 
 } // namespace

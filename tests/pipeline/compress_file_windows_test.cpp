@@ -13,7 +13,7 @@ TEST_P(compress_driver, a_directory_cannot_be_opened)
     expect_no_source(dir / "in", EACCES);
 }
 
-TEST_P(compress_driver, a_source_that_another_has_for_itself_cannot_be_opened)
+TEST_P(compress_driver, a_source_opened_exclusively_by_another_process_cannot_be_opened)
 {
     write_file(dir / "in", bytes(10));
     const exclusive_file held(dir / "in");

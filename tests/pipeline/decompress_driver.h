@@ -1,4 +1,4 @@
-// pipeline/decompress_driver.h - a file through the decompression driver
+// pipeline/decompress_driver.h - runs the decompression driver on a file
 #pragma once
 
 #include "support/driver_runs.h"
@@ -13,7 +13,7 @@ inline qrx_record full_block(u8 value, i32 distance = 0)
     return {displacement_of(distance), m1_run_payload(value, block_bytes)};
 }
 
-/// Three blocks, the last of 100 bytes, in the order 2, 0, 1.
+/// Returns a file of three blocks, the last of 100 bytes, in the order 2, 0, 1.
 inline qrx_file shuffled_file()
 {
     return {

@@ -6,13 +6,13 @@
 namespace quarnex::test {
 namespace {
 
-TEST_P(decompress_driver, a_full_disk_is_told_and_fails)
+TEST_P(decompress_driver, a_full_disk_is_reported_and_fails)
 {
     std::filesystem::create_symlink("/dev/full", dir / "out");
-    const recorded_event told = expect_failure(
+    const recorded_event reported = expect_failure(
         run(shuffled_file()), event_kind::destination_unwritten, status::write_failed);
-    EXPECT_EQ(told.cause, ENOSPC);
-    EXPECT_EQ(told.name, dir / "out");
+    EXPECT_EQ(reported.cause, ENOSPC);
+    EXPECT_EQ(reported.name, dir / "out");
 }
 
 } // namespace

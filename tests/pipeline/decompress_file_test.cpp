@@ -16,43 +16,43 @@ bytes shuffled_content()
     return content;
 }
 
-TEST_P(decompress_driver, records_in_any_order_are_put_to_their_places)
+TEST_P(decompress_driver, records_in_any_order_are_written_at_their_offsets)
 {
     expect_success(run(shuffled_file()));
     EXPECT_TRUE(restored() == shuffled_content());
 }
 
-TEST_P(decompress_driver, nothing_stays_open)
+TEST_P(decompress_driver, no_file_stays_open)
 {
     const usize before = open_descriptors();
     expect_success(run(shuffled_file()));
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_P(decompress_driver, a_file_of_exactly_n_blocks_ends_with_a_full_one)
+TEST_P(decompress_driver, a_file_of_exactly_n_blocks_ends_with_a_full_block)
 {
     expect_success(
         run(qrx_file{{.original_size = 2 * block_bytes}, {full_block('a'), full_block('b')}}));
     EXPECT_EQ(restored().size(), 2 * mib);
 }
 
-TEST_P(decompress_driver, an_empty_record_of_an_empty_file_passes_as_stored_and_writes_nothing)
+TEST_P(decompress_driver, the_empty_record_of_an_empty_file_is_stored_and_writes_nothing)
 {
     expect_success(run(qrx_file{{}, {{0, {}}}}));
     EXPECT_TRUE(file_exists(dir / "out"));
     EXPECT_EQ(restored(), bytes());
 }
 
-TEST_P(decompress_driver, a_payload_as_long_as_its_block_is_copied_even_if_there_is_no_such_method)
+TEST_P(decompress_driver, a_stored_block_is_copied_even_if_its_method_does_not_exist)
 {
     const bytes content = find_shape("random").make(1000, 4);
     expect_success(run(qrx_file{{.original_size = 1000, .method = 200}, {{0, content}}}));
     EXPECT_EQ(restored(), content);
 }
 
-TEST_P(decompress_driver, the_filter_is_undone_in_stored_and_coded_blocks_each_from_its_start)
+TEST_P(decompress_driver, the_filter_is_undone_from_the_start_of_each_stored_or_coded_block)
 {
-    bytes stored(block_bytes); // all differences are 0 but those of the first group
+    bytes stored(block_bytes); // all differences are 0 except in the first group
     stored[0] = 7;
     const qrx_file file{{.original_size = 2 * block_bytes + 72, .filter_flags = 0xF2},
                         {{displacement_of(2), m1_run_payload(1, 72)},
@@ -66,7 +66,7 @@ TEST_P(decompress_driver, the_filter_is_undone_in_stored_and_coded_blocks_each_f
     EXPECT_TRUE(restored() == expected);
 }
 
-TEST_P(decompress_driver, filters_that_do_not_exist_are_none)
+TEST_P(decompress_driver, unknown_filter_flags_are_ignored)
 {
     for (const u8 flags : bytes{0, 3, 4, 15, 0xF0}) {
         expect_success(run(
@@ -75,7 +75,7 @@ TEST_P(decompress_driver, filters_that_do_not_exist_are_none)
     }
 }
 
-TEST_P(decompress_driver, a_file_cut_off_inside_a_record_head_ends_quietly_with_a_short_output)
+TEST_P(decompress_driver, a_source_that_ends_within_a_record_head_gives_a_short_output_silently)
 {
     const bytes whole = build_qrx({{.original_size = 200}, {{0, m1_run_payload('a', 100)}}});
     for (usize cut = 0; cut < 5; ++cut) {
@@ -85,45 +85,45 @@ TEST_P(decompress_driver, a_file_cut_off_inside_a_record_head_ends_quietly_with_
     }
 }
 
-TEST_P(decompress_driver, a_file_cut_off_after_a_record_ends_quietly_with_a_short_output)
+TEST_P(decompress_driver, a_source_that_ends_after_a_record_gives_a_short_output_silently)
 {
     expect_success(
         run(qrx_file{{.original_size = 3 * block_bytes}, {full_block('a'), full_block('b')}}));
     EXPECT_EQ(restored().size(), 2 * mib);
 }
 
-TEST_P(decompress_driver, a_file_cut_off_inside_a_payload_is_told_and_fails)
+TEST_P(decompress_driver, a_source_that_ends_within_a_payload_is_reported_and_fails)
 {
     const bytes payload = m1_run_payload('a', 100);
     bytes image = build_qrx({{.original_size = 100}, {{0, payload}}});
     image.pop_back();
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(run(image), event_kind::payload_short, status::truncated);
-    EXPECT_EQ(told.name, dir / "in");
-    EXPECT_EQ(told.cause, 0);
-    EXPECT_EQ(told.wanted, payload.size());
-    EXPECT_EQ(told.got, payload.size() - 1);
+    EXPECT_EQ(reported.name, dir / "in");
+    EXPECT_EQ(reported.cause, 0);
+    EXPECT_EQ(reported.wanted, payload.size());
+    EXPECT_EQ(reported.got, payload.size() - 1);
 }
 
-TEST_P(decompress_driver, a_header_too_short_is_told_and_creates_nothing)
+TEST_P(decompress_driver, a_truncated_header_is_reported_and_creates_nothing)
 {
     for (const usize size : {0U, 1U, 31U}) {
-        const recorded_event told =
+        const recorded_event reported =
             expect_driver_failure(run(bytes(size)), event_kind::header_short, status::truncated);
-        EXPECT_EQ(told.cause, 0);
+        EXPECT_EQ(reported.cause, 0);
         EXPECT_FALSE(file_exists(dir / "out"));
     }
 }
 
-TEST_P(decompress_driver, a_file_without_the_magic_letters_is_told_and_creates_nothing)
+TEST_P(decompress_driver, a_file_without_the_magic_letters_is_reported_and_creates_nothing)
 {
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(run(bytes(100, 'x')), event_kind::not_qrx, status::not_qrx);
-    EXPECT_EQ(told.name, dir / "in");
+    EXPECT_EQ(reported.name, dir / "in");
     EXPECT_FALSE(file_exists(dir / "out"));
 }
 
-TEST_P(decompress_driver, the_byte_before_the_magic_letters_is_not_looked_at)
+TEST_P(decompress_driver, the_byte_before_the_magic_letters_is_ignored)
 {
     bytes image = build_qrx({{.original_size = 1}, {{0, {'x'}}}});
     image[0] = 0xFF;
@@ -131,14 +131,14 @@ TEST_P(decompress_driver, the_byte_before_the_magic_letters_is_not_looked_at)
     EXPECT_EQ(restored(), bytes{'x'});
 }
 
-TEST_P(decompress_driver, a_header_with_impossible_numbers_is_damage)
+TEST_P(decompress_driver, a_header_with_impossible_values_is_corrupt)
 {
     expect_damage(run(qrx_file{{.original_size = 1, .level = 10}, {{0, {'x'}}}}));
     expect_damage(run(qrx_file{{.original_size = 1, .level = 255}, {{0, {'x'}}}}));
     expect_damage(run(qrx_file{{.original_size = 1, .block_mb = 0}, {{0, {'x'}}}}));
 }
 
-TEST_P(decompress_driver, a_stream_of_a_method_that_does_not_exist_is_damage)
+TEST_P(decompress_driver, a_coded_block_of_an_unknown_method_is_corrupt)
 {
     for (const u8 method : bytes{0, 6, 7, 8, 255}) {
         const qrx_header header{.original_size = 100, .method = method};
@@ -146,13 +146,13 @@ TEST_P(decompress_driver, a_stream_of_a_method_that_does_not_exist_is_damage)
     }
 }
 
-TEST_P(decompress_driver, a_payload_larger_than_its_block_is_damage)
+TEST_P(decompress_driver, a_payload_larger_than_its_block_is_corrupt)
 {
     expect_damage(run(qrx_file{{.original_size = 10}, {{0, bytes(11)}}}));
     expect_damage(run(qrx_file{{}, {{0, bytes(1)}}}));
 }
 
-TEST_P(decompress_driver, a_payload_size_that_would_be_negative_as_signed_is_damage)
+TEST_P(decompress_driver, a_payload_size_near_or_above_2_gib_is_corrupt)
 {
     for (const u8 top : bytes{0x7F, 0x80, 0xFF}) {
         bytes image = build_qrx({{.original_size = ~u64{0}, .block_mb = 0xFFFF}, {}});
@@ -161,7 +161,7 @@ TEST_P(decompress_driver, a_payload_size_that_would_be_negative_as_signed_is_dam
     }
 }
 
-TEST_P(decompress_driver, a_block_index_outside_the_file_is_damage)
+TEST_P(decompress_driver, a_block_index_outside_the_file_is_corrupt)
 {
     for (const i32 distance : {-1, 2, 127}) {
         const qrx_header header{.original_size = 2 * block_bytes};
@@ -170,53 +170,53 @@ TEST_P(decompress_driver, a_block_index_outside_the_file_is_damage)
     expect_damage(run(qrx_file{{}, {{displacement_of(1), {}}}}));
 }
 
-TEST_P(decompress_driver, a_record_more_than_there_are_blocks_is_damage)
+TEST_P(decompress_driver, more_records_than_blocks_are_corrupt)
 {
     const qrx_header header{.original_size = block_bytes};
     expect_damage(run(qrx_file{header, {full_block('a'), full_block('a', -1)}}));
     if (!has_workers()) {
         EXPECT_TRUE(restored() == bytes(mib, 'a'));
-    } // with workers its blocks in flight are dropped
+    } // with workers the blocks in flight are dropped
 }
 
-TEST_P(decompress_driver, a_decoder_with_another_length_is_told_and_its_block_is_filled_with_zeros)
+TEST_P(decompress_driver, a_block_decoded_short_is_reported_and_padded_with_zeros)
 {
     const driver_run result = run(qrx_file{{.original_size = block_bytes + 200},
                                            {full_block('a'), {0, m1_run_payload('b', 100)}}});
     EXPECT_EQ(result.result, status::done);
     EXPECT_EQ(result.first_failure, status::done);
-    const recorded_event told = expect_event(event_kind::block_short);
-    EXPECT_EQ(told.name, dir / "out");
-    EXPECT_EQ(told.block, 1U);
-    EXPECT_EQ(told.wanted, 200U);
-    EXPECT_EQ(told.got, 100U);
+    const recorded_event reported = expect_event(event_kind::block_short);
+    EXPECT_EQ(reported.name, dir / "out");
+    EXPECT_EQ(reported.block, 1U);
+    EXPECT_EQ(reported.wanted, 200U);
+    EXPECT_EQ(reported.got, 100U);
     bytes expected(mib, 'a');
     expected.resize(mib + 100, 'b');
     expected.resize(mib + 200);
     EXPECT_TRUE(restored() == expected);
 }
 
-TEST_P(decompress_driver, a_source_that_cannot_be_opened_is_told_and_fails)
+TEST_P(decompress_driver, a_source_that_cannot_be_opened_is_reported_and_fails)
 {
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(decompress(GetParam(), recorder, dir / "none", dir / "out"),
                               event_kind::source_unopened, status::source_unopened);
-    EXPECT_EQ(told.name, dir / "none");
-    EXPECT_EQ(told.cause, ENOENT);
-    EXPECT_EQ(told.mode, direction::decompress);
+    EXPECT_EQ(reported.name, dir / "none");
+    EXPECT_EQ(reported.cause, ENOENT);
+    EXPECT_EQ(reported.mode, direction::decompress);
 }
 
-TEST_P(decompress_driver, an_output_that_cannot_be_created_is_told_and_fails)
+TEST_P(decompress_driver, a_destination_that_cannot_be_created_is_reported_and_fails)
 {
     write_file(dir / "in", build_qrx(shuffled_file()));
-    const recorded_event told =
+    const recorded_event reported =
         expect_driver_failure(decompress(GetParam(), recorder, dir / "in", dir / "no/out"),
                               event_kind::destination_uncreated, status::destination_uncreated);
-    EXPECT_EQ(told.name, dir / "no/out");
-    EXPECT_EQ(told.cause, ENOENT);
+    EXPECT_EQ(reported.name, dir / "no/out");
+    EXPECT_EQ(reported.cause, ENOENT);
 }
 
-TEST_P(decompress_driver, memory_that_runs_out_for_a_payload_or_a_block_is_told)
+TEST_P(decompress_driver, missing_memory_for_a_payload_or_a_block_is_reported)
 {
     const bytes content = find_shape("random").make(block_bytes, 1);
     write_file(dir / "stored", build_qrx({{.original_size = block_bytes}, {{0, content}}}));
@@ -231,19 +231,19 @@ TEST_P(decompress_driver, memory_that_runs_out_for_a_payload_or_a_block_is_told)
     EXPECT_EQ(memory.in_use(), 0);
 }
 
-TEST_P(decompress_driver, memory_that_runs_out_for_models_is_told)
+TEST_P(decompress_driver, missing_memory_for_models_is_reported)
 {
     write_file(dir / "in", build_qrx({{.original_size = 1000, .method = 5}, {{0, bytes(10)}}}));
     limited_allocator memory;
-    memory.refuse_from(sizeof(u64) * 1024); // the models are larger than that, all else is smaller
-    const recorded_event told =
+    memory.refuse_from(sizeof(u64) * 1024); // refuses only the models, the largest allocation
+    const recorded_event reported =
         expect_failure(decompress(GetParam(), recorder, dir / "in", dir / "out", memory.get()),
                        event_kind::block_uncoded, status::no_memory);
-    EXPECT_EQ(told.lack, codec_status::no_state);
-    EXPECT_EQ(told.name, dir / "in");
+    EXPECT_EQ(reported.codec_error, codec_status::no_state);
+    EXPECT_EQ(reported.name, dir / "in");
 }
 
-TEST_P(decompress_driver, once_another_thread_has_failed_no_output_is_created_or_emptied)
+TEST_P(decompress_driver, after_a_thread_failure_no_destination_is_created_or_truncated)
 {
     write_file(dir / "in", build_qrx(shuffled_file()));
     write_file(dir / "old", to_bytes("old"));
@@ -259,7 +259,7 @@ TEST_P(decompress_driver, once_another_thread_has_failed_no_output_is_created_or
     EXPECT_EQ(read_file(dir / "old"), to_bytes("old"));
 }
 
-TEST(decompress_stopped, a_failure_of_another_thread_is_seen_after_the_next_record)
+TEST(decompress_stopped, a_thread_failure_stops_the_driver_after_the_next_record)
 {
     const time_guard guard;
     const temp_dir dir;
@@ -271,18 +271,18 @@ TEST(decompress_stopped, a_failure_of_another_thread_is_seen_after_the_next_reco
     const auto driver = in_thread([&] {
         result = decompress_file(work, {source.c_str(), out.c_str()});
     });
-    EXPECT_TRUE(still_waits(driver)) << "with its second record";
+    EXPECT_TRUE(still_waits(driver)) << "to submit its second record";
     const output_ref other = create_output(dir / "other");
     work.fail_on_thread(*other, status::write_failed);
     EXPECT_EQ(work.jobs.dequeue().block_index, 2U);
-    ASSERT_TRUE(comes_to_its_end(driver));
+    ASSERT_TRUE(finishes(driver));
     EXPECT_EQ(result, status::stopped);
     EXPECT_EQ(work.jobs.dequeue().block_index, 0U);
     work.jobs.enqueue(end_of_work());
     EXPECT_FALSE(work.jobs.dequeue().out_file) << "no third record";
 }
 
-TEST_P(decompress_driver, more_blocks_than_32_bits_count_are_a_truncated_file)
+TEST_P(decompress_driver, a_file_of_2_to_the_32_blocks_without_records_is_truncated)
 {
     const qrx_header header{.original_size = u64{1} << 52}; // 2^32 blocks
     expect_success(run(qrx_file{header, {full_block('a'), full_block('b')}}));

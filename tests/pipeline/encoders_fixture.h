@@ -1,4 +1,4 @@
-// pipeline/encoders_fixture.h - the encoders of all methods
+// pipeline/encoders_fixture.h - parameterizes tests by encoder
 #pragma once
 
 #include "support/codec_runs.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// By method.
+/// The parameter is the method.
 class encoders : public testing::TestWithParam<int> {
   protected:
     static codec_parameters parameters(u8 level, i32 hash_bits = 12)

@@ -1,4 +1,4 @@
-// What the encoders of all methods have in common.
+// Tests what the encoders of all methods have in common.
 #include "pipeline/encoders_fixture.h"
 #include "support/limited_allocator.h"
 
@@ -14,13 +14,13 @@ constexpr u8 levels = 10;
 
 INSTANTIATE_TEST_SUITE_P(method, encoders, testing::Range(1, 6), testing::PrintToStringParamName());
 
-TEST_P(encoders, an_in_len_of_0_gives_the_result_0)
+TEST_P(encoders, an_in_len_of_0_returns_0)
 {
     for (u8 level = 0; level < levels; ++level)
         EXPECT_EQ(run_encoder({}, parameters(level)).result.length, 0U);
 }
 
-TEST_P(encoders, incompressible_data_come_out_as_the_raw_block)
+TEST_P(encoders, incompressible_data_is_returned_as_the_raw_block)
 {
     const bytes block = test::find_shape("random").make(5000, 1);
     for (u8 level = 0; level < levels; ++level) {
@@ -30,7 +30,7 @@ TEST_P(encoders, incompressible_data_come_out_as_the_raw_block)
     }
 }
 
-TEST_P(encoders, a_level_above_9_searches_rings)
+TEST_P(encoders, a_level_above_9_uses_the_bucket_search)
 {
     const bytes block = test::find_shape("text").make(5000, 1);
     codec_parameters chosen = parameters(5);
@@ -43,7 +43,7 @@ TEST_P(encoders, a_level_above_9_searches_rings)
 
 constexpr u8 levels_with_tables = 8;
 
-TEST_P(encoders, without_memory_for_its_table_each_level_up_to_7_fails)
+TEST_P(encoders, each_level_up_to_7_fails_without_memory_for_its_table)
 {
     test::limited_allocator memory;
     memory.refuse_from(usize{1} << 30);
@@ -54,7 +54,7 @@ TEST_P(encoders, without_memory_for_its_table_each_level_up_to_7_fails)
     EXPECT_EQ(memory.in_use(), 0);
 }
 
-TEST_P(encoders, without_memory_for_its_lists_level_8_fails)
+TEST_P(encoders, level_8_fails_without_memory_for_its_match_lists)
 {
     const bytes block = test::find_shape("text").make(2000, 1);
     bool has_lists = false;
@@ -67,10 +67,10 @@ TEST_P(encoders, without_memory_for_its_lists_level_8_fails)
         has_lists = call > memory.calls();
         if (run.result.status == codec_status::no_lists) ++failures;
     }
-    EXPECT_EQ(failures, 4U) << "suffix array, common prefixes, and two lists";
+    EXPECT_EQ(failures, 4U) << "suffix array, LCP array and two lists";
 }
 
-TEST_P(encoders, give_all_their_memory_back_but_the_table_in_the_scratch)
+TEST_P(encoders, free_all_memory_except_the_table_in_the_scratch)
 {
     const bytes block = test::find_shape("text").make(20000, 1);
     for (u8 level = 0; level < levels; ++level) {

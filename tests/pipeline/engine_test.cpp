@@ -13,9 +13,9 @@ class engine_runs : public testing::TestWithParam<u32> {
     const time_guard guard;
 };
 
-TEST_P(engine_runs, starts_its_workers_and_a_writer_and_ends_them_all)
+TEST_P(engine_runs, starts_and_ends_its_workers_and_a_writer)
 {
-    { // a sanitizer has a thread of its own from the first one on
+    { // a sanitizer starts its own thread with the first one
         system_thread first;
         ASSERT_TRUE(first.start([](void*) {}, nullptr));
     }
@@ -28,7 +28,7 @@ TEST_P(engine_runs, starts_its_workers_and_a_writer_and_ends_them_all)
         const usize wanted = GetParam() == 0 ? 0 : GetParam() + 1;
         EXPECT_EQ(running_threads(), before + wanted);
     }
-    // The system can show a thread that has ended for a moment more.
+    // The system may still list a thread for a moment after it has ended.
     EXPECT_TRUE(becomes_true([&] { return running_threads() == before; }));
     EXPECT_EQ(work.thread_failures(), 0U);
 }
@@ -37,7 +37,7 @@ INSTANTIATE_TEST_SUITE_P(, engine_runs, testing::Values(0, 1, 2, 16), workers_na
 
 class engine_end : public engine_runs {};
 
-TEST_P(engine_end, lets_the_blocks_in_flight_finish)
+TEST_P(engine_end, waits_for_the_blocks_in_flight)
 {
     const temp_dir dir;
     event_recorder recorder;
@@ -60,7 +60,7 @@ TEST_P(engine_end, lets_the_blocks_in_flight_finish)
 
 INSTANTIATE_TEST_SUITE_P(, engine_end, testing::Values(1, 2, 16), workers_name);
 
-TEST(engine_queues, hold_as_many_blocks_as_there_are_workers)
+TEST(engine_queues, hold_one_block_per_worker)
 {
     const time_guard guard;
     engine work(system_allocator, 3, {});
@@ -68,10 +68,10 @@ TEST(engine_queues, hold_as_many_blocks_as_there_are_workers)
     const auto fourth = in_thread([&] { work.jobs.enqueue({}); });
     EXPECT_TRUE(still_waits(fourth));
     work.jobs.dequeue();
-    EXPECT_TRUE(comes_to_its_end(fourth));
+    EXPECT_TRUE(finishes(fourth));
 }
 
-TEST(engine_failures, the_first_stands)
+TEST(engine_failures, the_first_is_kept)
 {
     event_recorder recorder;
     engine work(system_allocator, 0, recorder.watcher());
@@ -82,7 +82,7 @@ TEST(engine_failures, the_first_stands)
     EXPECT_EQ(work.thread_failures(), 0U);
 }
 
-TEST(engine_observer, may_be_none)
+TEST(engine_observer, may_be_absent)
 {
     const temp_dir dir;
     engine work(system_allocator, 0, {});

@@ -12,11 +12,11 @@
 namespace quarnex {
 namespace {
 
-using test::comes_to_its_end;
+using test::finishes;
 using test::in_thread;
 using test::still_waits;
 
-TEST(job_queue, records_come_out_in_the_order_they_went_in)
+TEST(job_queue, records_come_out_in_fifo_order)
 {
     const test::time_guard guard;
     for (const u32 capacity : {1U, 2U, 16U, 32U}) {
@@ -26,7 +26,7 @@ TEST(job_queue, records_come_out_in_the_order_they_went_in)
     }
 }
 
-TEST(job_queue, goes_round_its_ring_at_every_filling)
+TEST(job_queue, wraps_around_at_every_fill_level)
 {
     const test::time_guard guard;
     for (u32 filling = 1; filling <= 5; ++filling) {
@@ -48,7 +48,7 @@ TEST(job_queue, a_producer_waits_while_the_ring_is_full)
         const auto producer = in_thread([&] { queue.enqueue(capacity); });
         EXPECT_TRUE(still_waits(producer));
         EXPECT_EQ(queue.dequeue(), 0U);
-        EXPECT_TRUE(comes_to_its_end(producer));
+        EXPECT_TRUE(finishes(producer));
         for (u32 i = 1; i <= capacity; ++i) EXPECT_EQ(queue.dequeue(), i);
     }
 }
@@ -61,11 +61,11 @@ TEST(job_queue, a_consumer_waits_while_the_ring_is_empty)
     const auto consumer = in_thread([&] { taken = queue.dequeue(); });
     EXPECT_TRUE(still_waits(consumer));
     queue.enqueue(42);
-    ASSERT_TRUE(comes_to_its_end(consumer));
+    ASSERT_TRUE(finishes(consumer));
     EXPECT_EQ(taken, 42U);
 }
 
-TEST(job_queue, a_consumer_waits_again_when_the_ring_has_become_empty)
+TEST(job_queue, a_consumer_waits_again_after_the_ring_becomes_empty)
 {
     const test::time_guard guard;
     job_queue<u32> queue(2);
@@ -76,17 +76,17 @@ TEST(job_queue, a_consumer_waits_again_when_the_ring_has_become_empty)
     const auto consumer = in_thread([&] { queue.dequeue(); });
     EXPECT_TRUE(still_waits(consumer));
     queue.enqueue(0);
-    EXPECT_TRUE(comes_to_its_end(consumer));
+    EXPECT_TRUE(finishes(consumer));
 }
 
-TEST(job_queue, carries_records_that_can_only_be_moved)
+TEST(job_queue, carries_move_only_records)
 {
     job_queue<std::unique_ptr<int>> queue(2);
     queue.enqueue(std::make_unique<int>(7));
     EXPECT_EQ(*queue.dequeue(), 7);
 }
 
-TEST(job_queue, keeps_no_part_of_a_record_that_was_taken)
+TEST(job_queue, keeps_no_part_of_a_dequeued_record)
 {
     const auto shared = std::make_shared<int>(1);
     job_queue<std::shared_ptr<int>> queue(2);
@@ -95,7 +95,7 @@ TEST(job_queue, keeps_no_part_of_a_record_that_was_taken)
     EXPECT_EQ(shared.use_count(), 1);
 }
 
-TEST(job_queue, frees_the_records_that_nobody_took)
+TEST(job_queue, destroys_the_records_left_in_it)
 {
     const auto shared = std::make_shared<int>(1);
     {
@@ -115,7 +115,7 @@ class job_queue_crowd : public testing::TestWithParam<crowd> {};
 
 TEST_P(job_queue_crowd, every_record_is_delivered_exactly_once)
 {
-    constexpr u32 records = 2000; // of each producer
+    constexpr u32 records = 2000; // per producer
     constexpr u32 end = ~u32{0};
     const test::time_guard guard;
     const crowd people = GetParam();
@@ -126,7 +126,7 @@ TEST_P(job_queue_crowd, every_record_is_delivered_exactly_once)
     std::vector<std::future<void>> consumers;
     for (u32 i = 0; i < people.consumers; ++i) {
         consumers.push_back(in_thread([&] {
-            std::vector<u32> next(people.producers); // least record to come from each producer
+            std::vector<u32> next(people.producers); // expected record number by producer
             for (u32 record = queue.dequeue(); record != end; record = queue.dequeue()) {
                 ++delivered[record];
                 if (record % records < next[record / records]) ++out_of_order;

@@ -10,7 +10,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST(output_file, has_the_names_of_both_files)
+TEST(output_file, holds_the_names_of_both_files)
 {
     std::string source = "from";
     const output_ref file = output_file::make(system_allocator, source.c_str(), "to");
@@ -21,7 +21,7 @@ TEST(output_file, has_the_names_of_both_files)
     EXPECT_FALSE(file->file.is_open());
 }
 
-TEST(output_file, is_closed_and_freed_with_its_last_owner)
+TEST(output_file, is_closed_and_freed_by_its_last_owner)
 {
     const temp_dir dir;
     limited_allocator memory;
@@ -33,7 +33,7 @@ TEST(output_file, is_closed_and_freed_with_its_last_owner)
         EXPECT_EQ(open_descriptors(), before + 1);
         const output_ref second = first;
         output_ref third = std::move(first);
-        EXPECT_FALSE(first); // NOLINT(bugprone-use-after-move): moved from is empty
+        EXPECT_FALSE(first); // NOLINT(bugprone-use-after-move): a moved-from reference is empty
         EXPECT_EQ(second, third);
         third = {};
         EXPECT_EQ(open_descriptors(), before + 1);
@@ -42,7 +42,7 @@ TEST(output_file, is_closed_and_freed_with_its_last_owner)
     EXPECT_EQ(memory.in_use(), 0);
 }
 
-TEST(output_file, without_memory_is_none)
+TEST(output_file, is_empty_without_memory)
 {
     for (const u64 call : {1U, 2U}) {
         limited_allocator memory;
@@ -52,7 +52,7 @@ TEST(output_file, without_memory_is_none)
     }
 }
 
-TEST(output_file, the_first_reason_of_a_failure_stands)
+TEST(output_file, only_the_first_failure_reason_is_kept)
 {
     const output_ref file = output_file::make(system_allocator, "in", "out");
     EXPECT_FALSE(file->failed());

@@ -42,7 +42,7 @@ file_parameters with_defaults(file_parameters parameters)
     return parameters;
 }
 
-TEST(parameters, a_level_that_was_not_chosen_is_9)
+TEST(parameters, levels_above_9_become_9)
 {
     EXPECT_EQ(with_defaults({.codec = {.level = 255}}).codec.level, 9);
     EXPECT_EQ(with_defaults({.codec = {.level = 10}}).codec.level, 9);
@@ -52,7 +52,7 @@ TEST(parameters, a_level_that_was_not_chosen_is_9)
     EXPECT_EQ(with_defaults({.codec = {.level = 255}}).codec.chain_bits, 8);
 }
 
-TEST(parameters, hash_bits_below_10_are_those_of_the_level)
+TEST(parameters, hash_bits_below_10_become_the_levels_default)
 {
     for (const i32 given : {-1, 0, 1, 9}) {
         EXPECT_EQ(with_defaults({.codec = {.level = 3, .hash_bits = given}}).codec.hash_bits, 23)
@@ -62,14 +62,14 @@ TEST(parameters, hash_bits_below_10_are_those_of_the_level)
     EXPECT_EQ(with_defaults({.codec = {.level = 3, .hash_bits = 30}}).codec.hash_bits, 30);
 }
 
-TEST(parameters, chain_bits_0_are_those_of_the_level)
+TEST(parameters, chain_bits_0_become_the_levels_default)
 {
     EXPECT_EQ(with_defaults({.codec = {.level = 7}}).codec.chain_bits, 6);
     EXPECT_EQ(with_defaults({.codec = {.level = 7, .chain_bits = 1}}).codec.chain_bits, 1);
     EXPECT_EQ(with_defaults({.codec = {.level = 7, .chain_bits = 9}}).codec.chain_bits, 9);
 }
 
-TEST(parameters, the_defaults_are_those_of_the_machine)
+TEST(parameters, the_given_defaults_are_used)
 {
     file_parameters parameters{.codec = {.level = 0}};
     settle_parameters(parameters, fit_to_cache(2048));
@@ -83,7 +83,7 @@ TEST(parameters, bit_7_of_the_filter_is_cleared_and_no_other)
     EXPECT_EQ(with_defaults({.filter_flags = 0x01}).filter_flags, 0x01);
 }
 
-TEST(parameters, nothing_else_is_changed)
+TEST(parameters, all_other_values_are_kept)
 {
     const file_parameters kept =
         with_defaults({.codec = {.method = 3, .level = 1, .lit_ctx_bits = 5}, .block_mb = 33});

@@ -8,11 +8,11 @@ namespace quarnex::test {
 namespace {
 
 constexpr u32 worker_counts[] = {0, 1, 2, 5, 16};
-constexpr u32 few_workers[] = {0, 2}; // for one block, or for slow levels
+constexpr u32 few_workers[] = {0, 2}; // for single blocks and slow levels
 constexpr u8 methods[] = {1, 2, 3, 4, 5};
 constexpr u8 levels = 10;
 
-/// A file through both drivers, with several numbers of workers.
+/// Runs files through both drivers with several numbers of workers.
 class pipeline_round_trip : public testing::Test {
   protected:
     void check(const bytes& content, u8 method, u8 level,
@@ -38,7 +38,7 @@ class pipeline_round_trip : public testing::Test {
     {
         EXPECT_EQ(compress(workers, recorder, parameters, dir / "in", dir / "c.qrx").first_failure,
                   status::done);
-        const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
+        const auto file = parse_qrx(read_file(dir / "c.qrx"));
         const auto payloads = file ? payloads_in_order(*file) : std::nullopt;
         EXPECT_TRUE(payloads);
         if (workers <= 1) {
@@ -60,7 +60,7 @@ class pipeline_round_trip : public testing::Test {
     temp_dir dir;
 };
 
-TEST_F(pipeline_round_trip, around_every_border_of_blocks)
+TEST_F(pipeline_round_trip, sizes_around_every_block_boundary)
 {
     for (const usize size :
          {usize{0}, usize{1}, usize{2}, usize{5}, mib - 1, mib, mib + 1, 2 * mib, 3 * mib + 17}) {
@@ -114,13 +114,13 @@ TEST(pipeline_with_one_worker, every_displacement_byte_is_0)
     write_file(dir / "in", find_shape("mixture").make(9 * mib, 1));
     event_recorder recorder;
     compress(1, recorder, quick_parameters, dir / "in", dir / "c.qrx");
-    const auto file = take_qrx_apart(read_file(dir / "c.qrx"));
+    const auto file = parse_qrx(read_file(dir / "c.qrx"));
     ASSERT_TRUE(file);
     ASSERT_EQ(file->records.size(), 9U);
     for (const qrx_record& record : file->records) EXPECT_EQ(record.displacement, 0);
 }
 
-TEST(pipeline_with_several_files, one_engine_takes_files_in_both_directions)
+TEST(pipeline_with_several_files, one_engine_processes_files_in_both_directions)
 {
     const time_guard guard;
     const temp_dir dir;

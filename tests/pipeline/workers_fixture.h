@@ -1,4 +1,4 @@
-// pipeline/workers_fixture.h - one worker and its queues
+// pipeline/workers_fixture.h - a worker thread and its queues
 #pragma once
 
 #include "pipeline/engine.h"
@@ -13,10 +13,10 @@
 
 namespace quarnex::test {
 
-/// The test is the driver and the writer.
+/// The test takes the parts of the driver and the writer.
 class workers : public testing::Test {
   protected:
-    /// A block of its file, in the order in which they are asked for.
+    /// Returns the next block of the file.
     block_job next_block(const file_parameters& parameters)
     {
         block_job job = job_to_encode(work.buffers, bytes(1000), parameters);
@@ -26,7 +26,7 @@ class workers : public testing::Test {
         return job;
     }
 
-    /// A payload of a block of `out_len` bytes.
+    /// Returns a payload for the next block, of `out_len` bytes.
     block_job next_payload(u32 out_len)
     {
         block_job job = job_to_decode(work.buffers, m1_run_payload('q', 900), out_len);
@@ -40,11 +40,11 @@ class workers : public testing::Test {
         return in_thread([this] { run_worker(work); });
     }
 
-    /// Whether the worker takes its sentinel and ends without another finished block.
+    /// Sends the sentinel; returns whether the worker ends without another finished block.
     bool ends_with_nothing_more(const std::future<void>& worker)
     {
         work.jobs.enqueue(end_of_work());
-        if (!comes_to_its_end(worker)) return false;
+        if (!finishes(worker)) return false;
         work.writes.enqueue({});
         return work.writes.dequeue().buf == nullptr;
     }

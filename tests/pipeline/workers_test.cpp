@@ -10,10 +10,10 @@ TEST_F(workers, the_sentinel_ends_a_worker)
     EXPECT_EQ(work.thread_failures(), 0U);
 }
 
-TEST_F(workers, a_block_is_encoded_and_goes_to_the_writer)
+TEST_F(workers, a_block_is_encoded_and_queued_for_the_writer)
 {
     const auto worker = start();
-    next_block(quick_parameters); // number 0 goes elsewhere
+    next_block(quick_parameters); // skips block 0
     work.submit(next_block(quick_parameters));
     const write_job finished = work.writes.dequeue();
     EXPECT_EQ(finished.block_index, 1U);
@@ -24,7 +24,7 @@ TEST_F(workers, a_block_is_encoded_and_goes_to_the_writer)
     EXPECT_TRUE(ends_with_nothing_more(worker));
 }
 
-TEST_F(workers, one_worker_serves_both_directions)
+TEST_F(workers, one_worker_handles_both_directions)
 {
     const auto worker = start();
     work.submit(next_payload(900));
@@ -37,25 +37,25 @@ TEST_F(workers, one_worker_serves_both_directions)
     EXPECT_TRUE(ends_with_nothing_more(worker));
 }
 
-TEST_F(workers, a_failure_is_told_once_and_the_rest_of_its_file_is_dropped)
+TEST_F(workers, a_failure_is_reported_once_and_the_rest_of_its_file_is_dropped)
 {
     const auto worker = start();
     work.submit(next_block(failing_parameters));
     work.submit(next_block(quick_parameters));
     work.submit(next_block(failing_parameters));
-    EXPECT_TRUE(ends_with_nothing_more(worker)) << "not even the block that could be coded";
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::block_uncoded);
-    EXPECT_EQ(told[0].lack, codec_status::no_table);
-    EXPECT_EQ(told[0].name, "source");
-    EXPECT_TRUE(told[0].on_worker);
+    EXPECT_TRUE(ends_with_nothing_more(worker)) << "the valid block is dropped too";
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::block_uncoded);
+    EXPECT_EQ(reported[0].codec_error, codec_status::no_table);
+    EXPECT_EQ(reported[0].name, "source");
+    EXPECT_TRUE(reported[0].on_worker);
     EXPECT_EQ(work.thread_failures(), 1U);
     EXPECT_EQ(work.first_failure(), status::no_memory);
     EXPECT_EQ(file->failure(), status::no_memory);
 }
 
-TEST_F(workers, a_worker_goes_on_with_other_files_after_a_failure)
+TEST_F(workers, a_worker_continues_with_other_files_after_a_failure)
 {
     const auto worker = start();
     work.submit(next_block(failing_parameters));
@@ -66,17 +66,17 @@ TEST_F(workers, a_worker_goes_on_with_other_files_after_a_failure)
     EXPECT_TRUE(ends_with_nothing_more(worker));
 }
 
-TEST_F(workers, dropped_blocks_are_done_so_that_the_driver_goes_on)
+TEST_F(workers, dropped_blocks_are_marked_done_so_that_the_driver_continues)
 {
     const auto worker = start();
-    for (u32 index = 0; index < 300; ++index) { // more than may be unwritten
+    for (u32 index = 0; index < 300; ++index) { // more than the window admits
         work.submit(next_block(failing_parameters));
     }
     EXPECT_TRUE(ends_with_nothing_more(worker));
     work.wait_for_blocks();
 }
 
-TEST_F(workers, without_memory_for_the_output_a_block_fails)
+TEST_F(workers, a_block_without_memory_for_its_output_fails)
 {
     limited_allocator memory;
     engine short_of_memory(memory.get(), 1, recorder.watcher());
@@ -90,12 +90,12 @@ TEST_F(workers, without_memory_for_the_output_a_block_fails)
         short_of_memory.submit(std::move(job));
         short_of_memory.wait_for_blocks();
         memory.refuse_from(SIZE_MAX);
-        const auto told = recorder.take();
-        ASSERT_EQ(told.size(), 1U);
-        EXPECT_EQ(told[0].kind, event_kind::no_memory);
+        const auto reported = recorder.take();
+        ASSERT_EQ(reported.size(), 1U);
+        EXPECT_EQ(reported[0].kind, event_kind::no_memory);
     }
     short_of_memory.jobs.enqueue(end_of_work());
-    EXPECT_TRUE(comes_to_its_end(worker));
+    EXPECT_TRUE(finishes(worker));
     EXPECT_EQ(short_of_memory.thread_failures(), 2U);
 }
 

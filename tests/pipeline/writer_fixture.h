@@ -1,4 +1,4 @@
-// pipeline/writer_fixture.h - the writer of a pipeline and its queue
+// pipeline/writer_fixture.h - a writer thread and its queue
 #pragma once
 
 #include "pipeline/engine.h"
@@ -13,19 +13,19 @@ namespace quarnex::test {
 
 using destination = output_ref;
 
-/// The writer in a thread.  The test is the workers.
+/// Runs the writer on a thread.  The test takes the part of the workers.
 class writer : public testing::Test {
   protected:
     destination create(const std::string& name) { return create_output(dir / name); }
 
-    /// Hands a record with one payload byte to the writer.
+    /// Queues a record with one payload byte for the writer.
     void put_record(const destination& file, u32 index, u32 count, char payload = 'p')
     {
         write_job record = make(file, {1, 0, 0, 0, 0, static_cast<u8>(payload)}, index, count);
         work.writes.enqueue(std::move(record));
     }
 
-    /// Hands decoded data of a file with blocks of 1 MiB to the writer.
+    /// Queues decoded data of a file with blocks of 1 MiB for the writer.
     void put_data(const destination& file, u32 index, u32 count, const bytes& data)
     {
         write_job block = make(file, data, index, count);
@@ -37,7 +37,7 @@ class writer : public testing::Test {
     void end()
     {
         work.writes.enqueue({});
-        ASSERT_TRUE(comes_to_its_end(thread));
+        ASSERT_TRUE(finishes(thread));
     }
 
     bytes content(const std::string& name) const { return read_file(dir / name); }

@@ -15,7 +15,7 @@ bool is_closed(const destination& file)
     return !file->file.is_open();
 }
 
-TEST_F(writer, the_second_block_first_lies_with_byte_2_and_the_first_behind_it_with_byte_3)
+TEST_F(writer, two_swapped_records_have_displacement_bytes_2_and_3)
 {
     const destination file = create("out");
     put_record(file, 1, 2, 'b');
@@ -24,7 +24,7 @@ TEST_F(writer, the_second_block_first_lies_with_byte_2_and_the_first_behind_it_w
     EXPECT_EQ(content("out"), (bytes{1, 0, 0, 0, 2, 'b', 1, 0, 0, 0, 3, 'a'}));
 }
 
-TEST_F(writer, records_in_order_have_byte_0)
+TEST_F(writer, records_in_order_have_displacement_byte_0)
 {
     const destination file = create("out");
     for (u32 index = 0; index < 3; ++index) put_record(file, index, 3);
@@ -32,7 +32,7 @@ TEST_F(writer, records_in_order_have_byte_0)
     EXPECT_EQ(content("out"), (bytes{1, 0, 0, 0, 0, 'p', 1, 0, 0, 0, 0, 'p', 1, 0, 0, 0, 0, 'p'}));
 }
 
-TEST_F(writer, a_block_120_places_late_has_byte_241)
+TEST_F(writer, a_block_120_positions_late_has_displacement_byte_241)
 {
     const destination file = create("out");
     for (u32 index = 1; index <= 120; ++index) put_record(file, index, 121);
@@ -59,7 +59,7 @@ TEST_F(writer, blocks_of_interleaved_files_are_counted_for_each_file)
               (bytes{1, 0, 0, 0, 2, 'p', 1, 0, 0, 0, 3, 'p', 1, 0, 0, 0, 0, 'p'}));
 }
 
-TEST_F(writer, a_file_is_closed_behind_its_last_block_and_not_before)
+TEST_F(writer, a_file_is_closed_after_its_last_block_and_not_before)
 {
     const destination whole = create("whole");
     const destination partial = create("partial");
@@ -72,7 +72,7 @@ TEST_F(writer, a_file_is_closed_behind_its_last_block_and_not_before)
     EXPECT_FALSE(is_closed(partial));
 }
 
-TEST_F(writer, the_one_record_of_an_empty_file_closes_it_at_once)
+TEST_F(writer, the_only_record_of_an_empty_file_closes_it)
 {
     const destination record = create("record");
     const destination data = create("data");
@@ -84,14 +84,14 @@ TEST_F(writer, the_one_record_of_an_empty_file_closes_it_at_once)
     EXPECT_EQ(content("data"), bytes());
 }
 
-TEST_F(writer, a_block_written_behind_the_end_leaves_a_gap_that_a_later_block_fills)
+TEST_F(writer, a_block_written_past_the_end_leaves_a_gap_that_a_later_block_fills)
 {
     const destination file = create("out");
     const bytes block(mib, 'f');
     put_data(file, 2, 3, to_bytes("end"));
     put_data(file, 0, 3, block);
     bytes gap;
-    while (std::count(gap.begin(), gap.end(), 'f') != mib) { // until both are written
+    while (std::count(gap.begin(), gap.end(), 'f') != mib) { // until both blocks are written
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         gap = content("out");
     }
@@ -107,7 +107,7 @@ TEST_F(writer, a_block_written_behind_the_end_leaves_a_gap_that_a_later_block_fi
     EXPECT_TRUE(is_closed(file));
 }
 
-TEST_F(writer, written_records_are_settled_in_their_window)
+TEST_F(writer, written_records_are_marked_done_in_their_window)
 {
     const destination file = create("out");
     for (u32 index = 0; index < 300; ++index) {
@@ -118,14 +118,14 @@ TEST_F(writer, written_records_are_settled_in_their_window)
     EXPECT_EQ(content("out").size(), 300U * 6);
 }
 
-TEST_F(writer, serves_256_files_in_flight_and_many_more_one_after_the_other)
+TEST_F(writer, handles_256_files_in_flight_and_many_more_in_sequence)
 {
     std::vector<destination> open;
     for (int i = 0; i < 255; ++i) {
         open.push_back(create("open" + std::to_string(i)));
         put_record(open.back(), 0, 2);
     }
-    for (int i = 0; i < 100; ++i) { // through the last free entry
+    for (int i = 0; i < 100; ++i) { // all use the last free table entry
         const destination short_file = create("short" + std::to_string(i));
         put_record(short_file, 0, 1);
     }
@@ -135,15 +135,15 @@ TEST_F(writer, serves_256_files_in_flight_and_many_more_one_after_the_other)
     EXPECT_EQ(work.thread_failures(), 0U);
 }
 
-TEST_F(writer, more_than_256_files_in_flight_are_told_and_fail)
+TEST_F(writer, a_257th_file_in_flight_is_reported_and_fails)
 {
     for (int i = 0; i < 257; ++i) put_record(create_output(null_device), 0, 2);
     end();
-    const auto told = recorder.take();
-    ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].kind, event_kind::too_many_destinations);
-    EXPECT_EQ(told[0].wanted, 256U);
-    EXPECT_EQ(told[0].name, null_device);
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::too_many_destinations);
+    EXPECT_EQ(reported[0].wanted, 256U);
+    EXPECT_EQ(reported[0].name, null_device);
     EXPECT_EQ(work.first_failure(), status::too_many_files);
 }
 

@@ -1,4 +1,4 @@
-// program/command_line_fixture.h - a directory with a good file, for tests of the command line
+// program/command_line_fixture.h - a directory with a valid file, for tests of the command line
 #pragma once
 
 #include "support/file_tree.h"
@@ -10,10 +10,10 @@ class command_line : public program_fixture {
   protected:
     command_line() { put("good", data); }
 
-    /// Whether `name` is the compressed form of the good file.
+    /// Returns whether `name` is the compressed form of the good file.
     bool is_compressed(const std::string& name) const
     {
-        const auto file = take_qrx_apart(get(name));
+        const auto file = parse_qrx(get(name));
         return file && file->header.original_size == data.size() && file->records.size() == 1 &&
                file->records[0].payload == data;
     }

@@ -4,7 +4,7 @@
 namespace quarnex::test {
 namespace {
 
-TEST_F(destination, that_exists_only_as_a_dangling_link_passes_until_it_is_used)
+TEST_F(destination, that_is_a_dangling_link_fails_only_when_used)
 {
     std::filesystem::create_symlink("nowhere", dir / "out");
     const program_result result = run({"-10", "good", "out"});

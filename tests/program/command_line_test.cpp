@@ -1,4 +1,4 @@
-// What the program says about its command line, and how it goes through the names in it.
+// Tests the program's messages about its command line and its handling of the names in it.
 #include "program/command_line_fixture.h"
 
 #include <filesystem>
@@ -6,7 +6,7 @@
 namespace quarnex::test {
 namespace {
 
-const std::string usage_behind_banner =
+const std::string usage_after_banner =
     "\n Usage: quarnex <options> <filename1> .. <filenameN> DESTINATION_DIR\n"
     "<options>\n"
     " -ml     m: compression method (1..5), l:compression level (0..9).\n"
@@ -18,7 +18,7 @@ const std::string usage_behind_banner =
     "     quarnex -59 -r mydir/* backup_dir\n"
     "     quarnex -d -r backup_dir/* restore_dir\n";
 
-void expect_usage(const program_result& result, const std::string& text = usage_behind_banner)
+void expect_usage(const program_result& result, const std::string& text = usage_after_banner)
 {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
@@ -56,10 +56,10 @@ TEST_F(command_line, a_single_name_prints_usage)
     expect_usage(run({"-d", "good"}));
 }
 
-TEST_F(command_line, usage_shows_the_name_of_the_tool_behind_its_path)
+TEST_F(command_line, usage_shows_the_name_of_the_tool_without_its_path)
 {
     settings.argv0 = "/some/where/packer";
-    std::string text = usage_behind_banner;
+    std::string text = usage_after_banner;
     text.replace(text.find("quarnex"), 7, "packer");
     const program_result result = run({"-h"});
     expect_usage(result, text);
@@ -87,7 +87,7 @@ TEST_F(command_line, a_dash_alone_is_an_unknown_option)
     EXPECT_EQ(run({"-10", "-", "good", "out"}).out, "\n Unknown option '-'\n");
 }
 
-TEST_F(command_line, a_level_that_is_no_digit_dies)
+TEST_F(command_line, a_level_that_is_not_a_digit_ends_the_process)
 {
     const program_result result = run({"-5a", "good", "out"});
     EXPECT_EQ(result.out, "uknown level\n");
@@ -96,7 +96,7 @@ TEST_F(command_line, a_level_that_is_no_digit_dies)
     EXPECT_FALSE(exists("out"));
 }
 
-TEST_F(command_line, values_that_no_run_can_have_are_told_in_one_line)
+TEST_F(command_line, values_out_of_range_are_reported_in_one_line)
 {
     for (const char* option : {"-b0", "-b65536", "-b2048", "-D31"}) {
         const program_result result = run({"-10", option, "good", "out"});
@@ -107,21 +107,21 @@ TEST_F(command_line, values_that_no_run_can_have_are_told_in_one_line)
     }
 }
 
-TEST_F(command_line, a_method_alone_has_level_9)
+TEST_F(command_line, a_method_without_a_level_selects_level_9)
 {
     expect_silent_success(run({"-5", "-p0", "good", "out"}));
     expect_silent_success(run({"-59", "-p0", "good", "plain"}));
     EXPECT_EQ(get("out/good.qrx"), get("plain/good.qrx"));
 }
 
-TEST_F(command_line, an_x_behind_the_level_changes_nothing)
+TEST_F(command_line, an_x_after_the_level_changes_nothing)
 {
     expect_silent_success(run({"-12x", "-p0", "good", "out"}));
     expect_silent_success(run({"-12", "-p0", "good", "plain"}));
     EXPECT_EQ(get("out/good.qrx"), get("plain/good.qrx"));
 }
 
-TEST_F(command_line, verbose_says_nothing_more_about_plain_names)
+TEST_F(command_line, verbose_prints_nothing_for_plain_names)
 {
     expect_silent_success(run({"-10", "-v", "-v", "good", "out"}));
     expect_silent_success(run({"-d", "-v", "out/good.qrx", "restored"}));
@@ -136,7 +136,7 @@ TEST_F(command_line, the_name_unquarnex_restores)
     EXPECT_EQ(get("restored/good"), data);
 }
 
-TEST_F(command_line, the_name_unquarnex_reads_the_compressing_options)
+TEST_F(command_line, the_name_unquarnex_reads_the_compression_options)
 {
     run({"-10", "good", "out"});
     settings.argv0 = "unquarnex";
@@ -145,7 +145,7 @@ TEST_F(command_line, the_name_unquarnex_reads_the_compressing_options)
     EXPECT_EQ(get("restored/good"), data);
 }
 
-TEST_F(command_line, behind_dash_d_unknown_options_are_ignored)
+TEST_F(command_line, unknown_options_after_dash_d_are_ignored)
 {
     run({"-10", "good", "out"});
     expect_silent_success(run({"-d", "-U", "-d", "-5a", "-", "-h", "out/good.qrx", "restored"}));
@@ -161,7 +161,7 @@ TEST_F(destination, that_is_missing_is_created)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(destination, is_created_with_one_directory_only)
+TEST_F(destination, is_created_without_missing_parents)
 {
     const program_result result = run({"-10", "good", "far/out"});
     EXPECT_EQ(result.err, "cannot create directory 'far/out'\n");
@@ -189,7 +189,7 @@ TEST_F(destination, that_exists_is_used)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(destination, that_is_a_file_is_refused)
+TEST_F(destination, that_is_a_file_is_rejected)
 {
     put("out", data);
     for (const char* mode : {"-10", "-d"}) {
@@ -205,22 +205,22 @@ TEST_F(destination, with_a_trailing_separator)
 {
     expect_silent_success(run({"-10", "good", "out/"}));
     EXPECT_TRUE(is_compressed("out/good.qrx"));
-    // The path is made with one separator, as its message shows.
+    // The message shows that the path has one separator.
     std::filesystem::create_directory(dir / "out/twice.qrx");
     put("twice", data);
     EXPECT_EQ(run({"-10", "twice", "out/"}).err,
               "creat error 'out/twice.qrx' '" + is_a_directory + "'\n");
 }
 
-TEST_F(destination, is_created_even_if_no_file_follows)
+TEST_F(destination, is_created_even_if_no_file_is_written)
 {
     EXPECT_EQ(run({"-10", "missing", "out"}).status, 0);
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
-// Names, one after the other
+// Plain names
 
-TEST_F(plain_names, are_all_handled_and_stay)
+TEST_F(plain_names, are_all_processed_and_kept)
 {
     expect_silent_success(run({"-10", "good", "other", "out"}));
     EXPECT_TRUE(is_compressed("out/good.qrx"));
@@ -237,7 +237,7 @@ TEST_F(plain_names, lose_their_path)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(plain_names, a_bad_first_name_is_told_and_skipped)
+TEST_F(plain_names, a_missing_first_name_is_reported_and_skipped)
 {
     const program_result result = run({"-10", "missing", "good", "out"});
     EXPECT_EQ(result.err, "can't open input file 'missing'. 'No such file or directory'\n");
@@ -247,7 +247,7 @@ TEST_F(plain_names, a_bad_first_name_is_told_and_skipped)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(plain_names, a_bad_name_behind_a_good_file_is_handled_under_its_own_name_and_ends_the_loop)
+TEST_F(plain_names, a_missing_name_after_a_file_is_reported_and_ends_the_loop)
 {
     const program_result result = run({"-10", "good", "missing", "other", "out"});
     EXPECT_EQ(result.err, "can't open input file 'missing'. 'No such file or directory'\n");
@@ -258,7 +258,7 @@ TEST_F(plain_names, a_bad_name_behind_a_good_file_is_handled_under_its_own_name_
     EXPECT_FALSE(exists("out/other.qrx"));
 }
 
-TEST_F(plain_names, a_bad_name_behind_a_good_file_ends_the_loop_when_restoring)
+TEST_F(plain_names, a_missing_name_after_a_file_ends_the_loop_when_restoring)
 {
     run({"-10", "good", "other", "out"});
     const program_result result =
@@ -270,7 +270,7 @@ TEST_F(plain_names, a_bad_name_behind_a_good_file_ends_the_loop_when_restoring)
     EXPECT_FALSE(exists("restored/other"));
 }
 
-TEST_F(plain_names, a_bad_name_after_a_directory_is_told_and_skipped)
+TEST_F(plain_names, a_missing_name_after_a_directory_is_reported_and_skipped)
 {
     std::filesystem::create_directory(dir / "folder");
     const program_result result = run({"-10", "good", "folder", "missing", "other", "out"});
@@ -280,13 +280,13 @@ TEST_F(plain_names, a_bad_name_after_a_directory_is_told_and_skipped)
     EXPECT_TRUE(is_compressed("out/other.qrx"));
 }
 
-TEST_F(plain_names, a_bad_name_with_the_suffix_behind_a_good_file_is_skipped)
+TEST_F(plain_names, a_missing_name_with_the_suffix_after_a_file_is_skipped)
 {
     expect_silent_success(run({"-10", "good", "missing.qrx", "other", "out"}));
     EXPECT_TRUE(is_compressed("out/other.qrx"));
 }
 
-TEST_F(plain_names, a_directory_is_no_error)
+TEST_F(plain_names, a_directory_is_not_an_error)
 {
     std::filesystem::create_directory(dir / "folder");
     put("folder/inside", data);
@@ -296,7 +296,7 @@ TEST_F(plain_names, a_directory_is_no_error)
     EXPECT_TRUE(is_compressed("out/good.qrx"));
 }
 
-TEST_F(plain_names, what_is_no_regular_file_is_skipped)
+TEST_F(plain_names, anything_but_a_regular_file_is_skipped)
 {
     expect_silent_success(run({"-10", null_device, "good", "out"}));
     EXPECT_EQ(names_below(dir / "out"), std::vector<std::string>{"good.qrx"});
@@ -321,7 +321,7 @@ TEST_F(plain_names, that_only_look_like_compressed_files_are_compressed)
     }
 }
 
-TEST_F(plain_names, existing_outputs_are_replaced_without_a_word)
+TEST_F(plain_names, existing_outputs_are_replaced_silently)
 {
     std::filesystem::create_directory(dir / "out");
     put("out/good.qrx", random_data(5000, 2));

@@ -1,4 +1,4 @@
-// What restoring makes of files that are cut, damaged or hostile.
+// Restores truncated, damaged and hostile files.
 #include "support/program_fixture.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ constexpr const char* corrupted = "105: file is corrupted";
 constexpr usize header_bytes = 32;
 constexpr usize record_head_bytes = 5;
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class damaged_file : public program_with_threads {
   protected:
     program_result restore(const bytes& image)
@@ -23,7 +23,7 @@ class damaged_file : public program_with_threads {
         return run({"-d", GetParam(), "file.qrx", "out"});
     }
 
-    /// A file of `blocks` runs of 1 MiB, block i of 'a' + i.
+    /// Returns a file of `blocks` blocks of 1 MiB; block i is a run of 'a' + i.
     static qrx_file runs(u32 blocks)
     {
         qrx_file file;
@@ -34,7 +34,7 @@ class damaged_file : public program_with_threads {
         return file;
     }
 
-    /// `file` with another size in the head of its first record.
+    /// Returns the image of `file` with `size` in the head of its first record.
     static bytes with_first_size(const qrx_file& file, u32 size)
     {
         bytes image = build_qrx(file);
@@ -42,7 +42,7 @@ class damaged_file : public program_with_threads {
         return image;
     }
 
-    /// One record of `payload` for a block of `length` bytes.
+    /// Returns a file with one record, `payload`, for a block of `length` bytes.
     static qrx_file single_block(u64 length, bytes payload)
     {
         qrx_file file{{}, {{0, std::move(payload)}}};
@@ -73,7 +73,7 @@ TEST_P(damaged_file, each_letter_of_the_magic_is_compared)
     }
 }
 
-TEST_P(damaged_file, a_level_above_9_is_damage)
+TEST_P(damaged_file, a_level_above_9_is_corrupt)
 {
     for (const u8 level : {u8{10}, u8{255}}) {
         qrx_file file = runs(1);
@@ -82,7 +82,7 @@ TEST_P(damaged_file, a_level_above_9_is_damage)
     }
 }
 
-TEST_P(damaged_file, a_block_size_of_0_is_damage)
+TEST_P(damaged_file, a_block_size_of_0_is_corrupt)
 {
     qrx_file file = runs(1);
     file.header.block_mb = 0;
@@ -91,7 +91,7 @@ TEST_P(damaged_file, a_block_size_of_0_is_damage)
 
 TEST_P(damaged_file, a_bad_header_leaves_an_existing_output_alone)
 {
-    const program_result made = run({"-10", "nothing", "out"}); // makes the directory
+    const program_result made = run({"-10", "nothing", "out"}); // creates the directory
     ASSERT_EQ(made.status, 0);
     put("out/file", to_bytes("old"));
     qrx_file file = runs(1);
@@ -100,7 +100,7 @@ TEST_P(damaged_file, a_bad_header_leaves_an_existing_output_alone)
     EXPECT_EQ(get("out/file"), to_bytes("old"));
 }
 
-TEST_P(damaged_file, a_coded_block_of_a_method_that_does_not_exist_is_damage)
+TEST_P(damaged_file, a_coded_block_of_an_unknown_method_is_corrupt)
 {
     for (const u8 method : {u8{0}, u8{6}, u8{7}, u8{8}, u8{9}, u8{255}}) {
         qrx_file file = runs(1);
@@ -109,9 +109,9 @@ TEST_P(damaged_file, a_coded_block_of_a_method_that_does_not_exist_is_damage)
     }
 }
 
-// Files that end too early
+// Truncated files
 
-TEST_P(damaged_file, a_file_cut_off_inside_a_record_head_ends_quietly)
+TEST_P(damaged_file, a_file_that_ends_within_a_record_head_ends_silently)
 {
     const bytes whole = build_qrx(runs(3));
     const auto third = static_cast<std::ptrdiff_t>(
@@ -124,7 +124,7 @@ TEST_P(damaged_file, a_file_cut_off_inside_a_record_head_ends_quietly)
     }
 }
 
-TEST_P(damaged_file, a_file_cut_off_inside_a_payload_tells_how_much_it_read)
+TEST_P(damaged_file, a_file_that_ends_within_a_payload_reports_the_bytes_read)
 {
     const qrx_file file = single_block(mib, m1_run_payload('a', mib));
     ASSERT_EQ(file.records[0].payload.size(), 14U);
@@ -136,7 +136,7 @@ TEST_P(damaged_file, a_file_cut_off_inside_a_payload_tells_how_much_it_read)
     }
 }
 
-TEST_P(damaged_file, a_payload_that_the_file_cannot_hold_needs_no_memory)
+TEST_P(damaged_file, a_payload_larger_than_the_file_allocates_no_memory)
 {
     qrx_file file = single_block(2047 * mib, bytes(3));
     file.header.block_mb = 2047;
@@ -146,7 +146,7 @@ TEST_P(damaged_file, a_payload_that_the_file_cannot_hold_needs_no_memory)
 
 // Record heads
 
-TEST_P(damaged_file, a_record_size_above_the_block_length_is_damage)
+TEST_P(damaged_file, a_record_size_above_the_block_length_is_corrupt)
 {
     const qrx_file file = single_block(100, bytes(100));
     for (const u32 size : {101U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFBFFU, 0xFFFFFFFFU}) {
@@ -154,7 +154,7 @@ TEST_P(damaged_file, a_record_size_above_the_block_length_is_damage)
     }
 }
 
-TEST_P(damaged_file, the_last_block_is_measured_by_what_is_left_of_the_file)
+TEST_P(damaged_file, the_last_block_is_as_long_as_the_rest_of_the_file)
 {
     qrx_file file = runs(1);
     file.header.original_size = mib + 10;
@@ -163,14 +163,14 @@ TEST_P(damaged_file, the_last_block_is_measured_by_what_is_left_of_the_file)
     expect_fatal_error(result, "file.qrx", corrupted);
 }
 
-TEST_P(damaged_file, a_block_index_before_the_file_is_damage)
+TEST_P(damaged_file, a_negative_block_index_is_corrupt)
 {
     qrx_file file = runs(2);
     file.records[0].displacement = displacement_of(-1);
     expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
-TEST_P(damaged_file, a_block_index_behind_the_file_is_damage)
+TEST_P(damaged_file, a_block_index_past_the_last_block_is_corrupt)
 {
     for (const i32 distance : {2, 3, 127}) {
         qrx_file file = runs(2);
@@ -186,14 +186,14 @@ TEST_P(damaged_file, an_empty_file_has_no_second_record)
     expect_fatal_error(restore(build_qrx({{}, {{0, bytes(1)}}})), "file.qrx", corrupted);
 }
 
-TEST_P(damaged_file, more_records_than_blocks_are_damage)
+TEST_P(damaged_file, more_records_than_blocks_are_corrupt)
 {
     qrx_file file = runs(3);
     file.records.push_back({displacement_of(-1), m1_run_payload('x', mib)});
     expect_fatal_error(restore(build_qrx(file)), "file.qrx", corrupted);
 }
 
-TEST_P(damaged_file, two_records_of_one_block_leave_another_one_out)
+TEST_P(damaged_file, a_repeated_block_leaves_another_one_missing)
 {
     qrx_file file = runs(3);
     file.records[1].displacement = displacement_of(-1);
@@ -205,7 +205,7 @@ TEST_P(damaged_file, two_records_of_one_block_leave_another_one_out)
     EXPECT_TRUE(get("out/file") == data);
 }
 
-TEST_P(damaged_file, a_size_that_no_file_can_have)
+TEST_P(damaged_file, a_size_of_2_to_the_64_minus_1)
 {
     // A first block of full length, in a file of 2^64 - 1 bytes; then a block of 65535 MiB.
     qrx_file file = runs(1);
@@ -218,7 +218,7 @@ TEST_P(damaged_file, a_size_that_no_file_can_have)
 
 // Payloads
 
-TEST_P(damaged_file, a_decoder_that_ends_early_is_told_and_the_output_has_its_length)
+TEST_P(damaged_file, a_block_decoded_short_is_reported_and_padded_to_its_length)
 {
     const program_result result =
         restore(build_qrx(single_block(mib, m1_run_payload('a', 100000))));
@@ -226,14 +226,14 @@ TEST_P(damaged_file, a_decoder_that_ends_early_is_told_and_the_output_has_its_le
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.status, 0);
     bytes data(100000, 'a');
-    data.resize(mib); // what is missing is zero
+    data.resize(mib); // the missing part is zeros
     EXPECT_TRUE(get("out/file") == data);
 }
 
 TEST_P(damaged_file, the_other_blocks_of_a_file_with_a_damaged_one_are_restored)
 {
     qrx_file file = runs(3);
-    file.records[1].payload = {'x', 0, 0, 0, 0xC0, 0xEB, 0}; // ends behind its first byte
+    file.records[1].payload = {'x', 0, 0, 0, 0xC0, 0xEB, 0}; // ends after its first byte
     const program_result result = restore(build_qrx(file));
     EXPECT_EQ(result.out, "Fatal Error in decomp 'out/file'.1,1048576\n");
     EXPECT_EQ(result.status, 0);
@@ -267,7 +267,7 @@ TEST_P(damaged_file, a_match_that_runs_past_the_block_is_cut)
     EXPECT_EQ(get("out/file"), bytes(500, 'a'));
 }
 
-TEST_P(damaged_file, payloads_of_any_bytes_give_an_output_of_the_block_length)
+TEST_P(damaged_file, arbitrary_payloads_decode_to_an_output_of_the_block_length)
 {
     for (usize seed = 1; seed <= 20; ++seed) {
         const program_result result =
@@ -280,7 +280,7 @@ TEST_P(damaged_file, payloads_of_any_bytes_give_an_output_of_the_block_length)
 
 // The names that follow
 
-TEST_P(damaged_file, a_failure_with_a_code_leaves_the_names_behind_it_untouched)
+TEST_P(damaged_file, a_failure_with_a_code_skips_the_names_that_follow)
 {
     put("good.qrx", build_qrx(runs(1)));
     put("bad.qrx", bytes(10));
@@ -288,7 +288,7 @@ TEST_P(damaged_file, a_failure_with_a_code_leaves_the_names_behind_it_untouched)
     EXPECT_FALSE(exists("out/good"));
 }
 
-TEST_P(damaged_file, a_quiet_end_goes_on_with_the_next_name)
+TEST_P(damaged_file, a_silently_truncated_file_is_followed_by_the_next_name)
 {
     put("good.qrx", build_qrx(runs(1)));
     bytes cut = build_qrx(runs(1));

@@ -1,4 +1,4 @@
-// program/failures_fixture.h - runs that the system doesn't let come to a good end
+// program/failures_fixture.h - runs of the program that fail
 #pragma once
 
 #include "support/program_fixture.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class failures : public program_with_threads {
   protected:
     failures() { std::filesystem::create_directory(dir / "out"); }
@@ -18,7 +18,7 @@ class failures : public program_with_threads {
     }
     program_result restore(const std::string& name) { return run({"-d", GetParam(), name, "out"}); }
 
-    /// Creates the compressed form of `size` zeros under the name `name`.
+    /// Creates `name`, the compressed form of `size` zeros.
     void put_compressed_zeros(const std::string& name, usize size) const
     {
         qrx_file file;

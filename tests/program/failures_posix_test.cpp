@@ -1,5 +1,5 @@
-// What the program does when the system denies it something that limits, modes and pipes can take
-// away: files, space, memory, threads.
+// Runs of the program that lack resources (files, disk space, memory, threads) because of limits,
+// modes and pipes.
 #include "program/failures_fixture.h"
 #include "support/limits.h"
 #include "support/named_pipe.h"
@@ -18,29 +18,29 @@ constexpr const char* no_memory = "100: malloc error";
 constexpr const char* file_too_large = "102: write error. errno=27 'File too large'";
 constexpr const char* disk_full = "102: write error. errno=28 'No space left on device'";
 
-/// Whether the program was kept from running by the system that the tests run on.
-bool is_not_set_up(const program_result& result)
+/// Returns whether the test system could not set up the condition.
+bool setup_failed(const program_result& result)
 {
     return result.status == status_not_set_up;
 }
 
 // Files that can't be opened
 
-TEST_P(failures, a_source_that_may_not_be_read_ends_the_loop)
+TEST_P(failures, an_unreadable_source_ends_the_loop)
 {
     put("secret", random_data(100));
     put("other", random_data(100));
     std::filesystem::permissions(dir / "secret", std::filesystem::perms::none);
     settings.before_exec = obey_permissions;
     const program_result result = run({"-10", GetParam(), "secret", "other", "out"});
-    if (is_not_set_up(result)) GTEST_SKIP() << "the superuser's rights can't be given up here";
+    if (setup_failed(result)) GTEST_SKIP() << "the superuser's rights can't be given up here";
     EXPECT_EQ(result.err, "can't open input file 'secret'. 'Permission denied'\n");
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(std::filesystem::is_empty(dir / "out"));
 }
 
-TEST_P(failures, a_destination_directory_that_may_not_be_written_ends_the_run)
+TEST_P(failures, an_unwritable_destination_directory_ends_the_run)
 {
     put("file", random_data(100));
     put_compressed_zeros("zeros.qrx", mib);
@@ -48,7 +48,7 @@ TEST_P(failures, a_destination_directory_that_may_not_be_written_ends_the_run)
                                                   std::filesystem::perms::owner_exec);
     settings.before_exec = obey_permissions;
     const program_result compressing = compress("file");
-    if (is_not_set_up(compressing)) GTEST_SKIP() << "the superuser's rights can't be given up here";
+    if (setup_failed(compressing)) GTEST_SKIP() << "the superuser's rights can't be given up here";
     EXPECT_EQ(compressing.err, "creat error 'out/file.qrx' 'Permission denied'\n");
     EXPECT_EQ(compressing.status, 255);
     const program_result restoring = restore("zeros.qrx");
@@ -59,28 +59,28 @@ TEST_P(failures, a_destination_directory_that_may_not_be_written_ends_the_run)
     EXPECT_EQ(creating.status, 255);
 }
 
-// Files that can't be written whole
+// Files that can't be written completely
 
-TEST_P(failures, a_header_that_exceeds_the_limit_of_file_sizes)
+TEST_P(failures, a_header_that_exceeds_the_file_size_limit)
 {
     put("file", random_data(100));
     settings.before_exec = limit(RLIMIT_FSIZE, 31);
     expect_fatal_error(compress("file"), "out/file.qrx", file_too_large);
 }
 
-TEST_P(failures, a_record_that_exceeds_the_limit_of_file_sizes)
+TEST_P(failures, a_record_that_exceeds_the_file_size_limit)
 {
     put("file", random_data(5 * mib));
     settings.before_exec = limit(RLIMIT_FSIZE, 2 * mib);
     expect_fatal_error(compress("file"), "out/file.qrx", file_too_large);
 }
 
-TEST_P(failures, a_restored_file_that_exceeds_the_limit_of_file_sizes)
+TEST_P(failures, a_restored_file_that_exceeds_the_file_size_limit)
 {
     put_compressed_zeros("file.qrx", 8 * mib);
     settings.before_exec = limit(RLIMIT_FSIZE, 2 * mib + 1);
     expect_fatal_error(restore("file.qrx"), "out/file", file_too_large);
-    // With workers a block beyond the limit can be the first that comes to be written.
+    // With workers the first block written may be one beyond the limit.
     EXPECT_LE(std::filesystem::file_size(dir / "out/file"), 2 * mib + 1);
 }
 
@@ -100,7 +100,7 @@ TEST_P(failures, a_disk_that_fills_up)
     put_compressed_zeros("zeros.qrx", 5 * mib);
     settings.before_exec = small_disk(dir / "out", 2 * mib);
     const program_result compressing = compress("file");
-    if (is_not_set_up(compressing)) GTEST_SKIP() << "no file systems can be mounted here";
+    if (setup_failed(compressing)) GTEST_SKIP() << "no file systems can be mounted here";
     expect_fatal_error(compressing, "out/file.qrx", disk_full);
     expect_fatal_error(restore("zeros.qrx"), "out/zeros", disk_full);
 }
@@ -117,15 +117,15 @@ TEST_P(failures, closed_standard_streams_never_become_files_of_the_user)
     EXPECT_EQ(run({"-10", GetParam(), "-r", "-v", "-b1", "file", "missing", "out"}).status, 0);
     EXPECT_EQ(run({"-d", GetParam(), "-r", "-v", "out/file.qrx", "missing", "out"}).status, 0);
     EXPECT_EQ(get("out/file"), content);
-    EXPECT_TRUE(take_qrx_apart(get("out/file.qrx")));
+    EXPECT_TRUE(parse_qrx(get("out/file.qrx")));
 }
 
 // Sources that change
 
-TEST_P(failures, a_source_that_shrinks_while_it_is_read_ends_with_what_was_read)
+TEST_P(failures, a_source_that_shrinks_while_read_is_compressed_as_far_as_read)
 {
-    // The program waits in the pipe with its first block, and can have read no more than its
-    // workers and queues hold by the time the file shrinks.
+    // The program blocks on the pipe while it writes its first block.  By the time the file shrinks
+    // it has read no more than its workers and queues hold.
     constexpr usize shrunk_size = 16 * mib + mib / 2;
     bytes data = random_data(24 * mib);
     put("file", data);
@@ -136,7 +136,7 @@ TEST_P(failures, a_source_that_shrinks_while_it_is_read_ends_with_what_was_read)
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.status, 0);
 
-    const auto file = take_qrx_apart(output.content());
+    const auto file = parse_qrx(output.content());
     ASSERT_TRUE(file);
     EXPECT_EQ(file->header.original_size, data.size());
     const auto payloads = payloads_in_order(*file);
@@ -147,14 +147,14 @@ TEST_P(failures, a_source_that_shrinks_while_it_is_read_ends_with_what_was_read)
     EXPECT_TRUE(read == data);
 }
 
-TEST_P(failures, a_source_that_grows_while_it_is_read_is_cut_at_its_first_size)
+TEST_P(failures, a_source_that_grows_while_read_is_cut_at_its_initial_size)
 {
     const bytes data = random_data(8 * mib);
     put("file", data);
     named_pipe output(dir / "out/file.qrx", 37,
                       [&] { std::filesystem::resize_file(dir / "file", 9 * mib); });
     expect_silent_success(compress("file"));
-    const auto file = take_qrx_apart(output.content());
+    const auto file = parse_qrx(output.content());
     ASSERT_TRUE(file);
     EXPECT_EQ(file->header.original_size, data.size());
     EXPECT_EQ(file->records.size(), 8U);
@@ -173,10 +173,10 @@ TEST_P(failures, a_source_that_vanishes_before_its_turn_ends_the_loop)
 
 // Memory and threads
 
-/// By number of workers, with address space that runs out.
+/// Parameterized by number of workers, with limited address space.
 class failures_for_lack_of_memory : public failures {
   protected:
-    /// Creates a file of zeros that takes no space.
+    /// Creates a sparse file of zeros.
     void put_zeros(const std::string& name, usize size) const
     {
         put(name, {});
@@ -186,7 +186,7 @@ class failures_for_lack_of_memory : public failures {
   private:
     void SetUp() override
     {
-        if (under_sanitizer) GTEST_SKIP() << "a sanitizer's shadow needs more than a limit allows";
+        if (under_sanitizer) GTEST_SKIP() << "a sanitizer's shadow memory exceeds the limit";
     }
 };
 
@@ -211,22 +211,22 @@ TEST_P(failures_for_lack_of_memory, of_a_hash_table)
 {
     put("file", bytes(1000));
     put("other", bytes(1000));
-    settings.before_exec = limit(RLIMIT_AS, 2048 * mib); // half of what a table of 2^30 needs
+    settings.before_exec = limit(RLIMIT_AS, 2048 * mib); // half of a table of 2^30 entries
     const program_result result = run({"-10", "-D30", GetParam(), "file", "other", "out"});
     EXPECT_TRUE(matches(result.err, "((file|other): not enough memory for block 0\n)+"))
         << result.err;
-    if (std::string(GetParam()) == "-p0") { // the driver's failure ends the loop
+    if (std::string(GetParam()) == "-p0") { // a failure of the driver ends the loop
         EXPECT_EQ(result.out, "compression error\n");
         EXPECT_EQ(result.status, 0);
         EXPECT_FALSE(exists("out/other.qrx"));
-    } else { // a failure is that of its file alone
+    } else { // a failure of a worker affects only its file
         EXPECT_EQ(result.out, "error compressing\nerror compressing\n");
         EXPECT_EQ(result.status, 1);
     }
-    EXPECT_EQ(get("out/file.qrx").size(), 32U); // the header
+    EXPECT_EQ(get("out/file.qrx").size(), 32U); // only the header
 }
 
-TEST_P(failures_for_lack_of_memory, of_all_workers_hangs_nobody)
+TEST_P(failures_for_lack_of_memory, of_all_workers_does_not_hang)
 {
     put_zeros("file", 300 * mib);
     settings.before_exec = limit(RLIMIT_AS, 2048 * mib);
@@ -235,23 +235,24 @@ TEST_P(failures_for_lack_of_memory, of_all_workers_hangs_nobody)
     EXPECT_EQ(get("out/file.qrx").size(), 32U);
 }
 
-/// With a system that starts no thread: each that was wanted is told in a line.
+/// Runs on a system that can't start threads: each failed start prints a line.
 class threads_that_do_not_start : public program_fixture {
   protected:
     threads_that_do_not_start()
     {
         put("file", random_data(100));
-        // A new thread asks for a stack of the limit's size, which no address space holds.
+        // New threads allocate a stack of the limit's size, which exceeds the address space.
         settings.before_exec = limit(RLIMIT_STACK, SIZE_MAX / 8 * 7);
     }
 
     void SetUp() override
     {
-        if (under_sanitizer) GTEST_SKIP() << "a sanitizer can't live with such a stack";
-        if (run({"-h"}).status == status_not_set_up) GTEST_SKIP() << "stacks are limited here";
+        if (under_sanitizer) GTEST_SKIP() << "a sanitizer can't run with such a stack";
+        if (run({"-h"}).status == status_not_set_up)
+            GTEST_SKIP() << "the stack limit can't be raised here";
     }
 
-    /// Expects a run that ends for the lack of `workers` workers and a writer.
+    /// Expects a run in which `workers` workers and a writer fail to start.
     void expect_wanted(u32 workers, const std::vector<std::string>& arguments) const
     {
         const program_result result = run(arguments);
@@ -264,7 +265,7 @@ class threads_that_do_not_start : public program_fixture {
     }
 };
 
-TEST_F(threads_that_do_not_start, are_not_missed_when_none_are_wanted)
+TEST_F(threads_that_do_not_start, are_not_reported_when_none_are_requested)
 {
     expect_silent_success(run({"-10", "-p0", "file", "out"}));
     expect_silent_success(run({"-d", "-p0", "out/file.qrx", "restored"}));
@@ -290,20 +291,20 @@ TEST_F(threads_that_do_not_start, sixteen_workers_of_99_when_restoring)
     expect_wanted(16, {"-d", "-p99", "file", "out"});
 }
 
-// What people see
+// Progress
 
 TEST_P(failures, progress_shows_on_a_terminal_only)
 {
     put("file", random_data(20 * mib));
     for (const bool terminal : {true, false}) {
-        // Time passes while the program waits in the pipe with its first block.
+        // Let time pass while the program blocks on the pipe with its first block.
         named_pipe output(dir / "out/file.qrx", 37,
                           [] { std::this_thread::sleep_for(std::chrono::milliseconds(400)); });
         settings.err_is_terminal = terminal;
         const program_result result = compress("file");
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.status, 0);
-        const std::string line("(\rfile [ 0-9]{3} %)+\r\033\\[K"); // gone at the end
+        const std::string line("(\rfile [ 0-9]{3} %)+\r\033\\[K"); // erased at the end
         if (terminal)
             EXPECT_TRUE(matches(result.err, line)) << result.err;
         else

@@ -1,4 +1,4 @@
-// What the program makes of files of different kinds, and how it restores filtered ones.
+// Compresses files of different types and restores filtered ones.
 #include "plain/plain_filters.h"
 #include "support/program_fixture.h"
 
@@ -17,7 +17,7 @@ bytes some_text(usize size)
     return find_shape("text").make(size, 1);
 }
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class round_trip_of_kinds : public program_with_threads {
   protected:
     void expect_round_trip(const kind_of_file& kind, const char* block_size = "-b1")
@@ -53,7 +53,7 @@ TEST_P(round_trip_of_kinds, texts)
                 {"ebcdic", {0xC8, 0x85, 0x93, 0x93, 0x96, 0x40, 0xA6, 0x15}, 8, 0}});
 }
 
-TEST_P(round_trip_of_kinds, binaries_by_their_extensions)
+TEST_P(round_trip_of_kinds, binaries_by_extension)
 {
     const bytes data = random_data(3000);
     expect_all({{"unknown", data, 0, 0},
@@ -98,7 +98,8 @@ TEST_P(round_trip_of_kinds, a_valid_utf8_file_with_one_control_character_is_unkn
 TEST_P(round_trip_of_kinds, only_the_first_mib_counts)
 {
     const bytes zero{0};
-    expect_round_trip({"behind.exe", joined({some_text(mib), zero, some_text(mib)}), 8, 0}, "-b4");
+    expect_round_trip({"after_it.exe", joined({some_text(mib), zero, some_text(mib)}), 8, 0},
+                      "-b4");
     expect_round_trip({"in_it.exe", joined({some_text(mib - 1), zero, some_text(mib)}), 4, 1},
                       "-b4");
 }
@@ -112,9 +113,9 @@ TEST_P(round_trip_of_kinds, a_whole_executable_in_several_blocks)
 
 TEST_P(round_trip_of_kinds, each_block_of_an_executable_is_filtered_from_its_start)
 {
-    const bytes data = random_data(2 * mib); // stored: the filtered bytes can be seen
+    const bytes data = random_data(2 * mib); // stored, so the payloads are the filtered bytes
     expect_round_trip({"random.exe", data, 4, 1});
-    const auto file = take_qrx_apart(get("out/random.exe.qrx"));
+    const auto file = parse_qrx(get("out/random.exe.qrx"));
     ASSERT_TRUE(file);
     const auto payloads = payloads_in_order(*file);
     ASSERT_TRUE(payloads && payloads->size() == 2);
@@ -123,7 +124,7 @@ TEST_P(round_trip_of_kinds, each_block_of_an_executable_is_filtered_from_its_sta
     EXPECT_FALSE(payloads->at(0) == bytes(data.begin(), data.begin() + mib));
 }
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class restoring_filtered : public program_with_threads {
   protected:
     bytes restore(u8 filter_flags, const std::vector<qrx_record>& records, u64 size)
@@ -138,22 +139,23 @@ class restoring_filtered : public program_with_threads {
 INSTANTIATE_TEST_SUITE_P(threads, restoring_filtered, testing::Values("-p0", "-p2"),
                          thread_option_name);
 
-TEST_P(restoring_filtered, a_stored_block_behind_the_x86_filter)
+TEST_P(restoring_filtered, a_stored_block_with_the_x86_filter)
 {
-    const bytes plain{0xE8, 0, 0, 0, 0, 0x90, 0xE9, 0xF5, 0xFF, 0xFF, 0xFF}; // both go to 0 + 5 - 5
+    // A call to offset 5 and a jump to offset 0.
+    const bytes plain{0xE8, 0, 0, 0, 0, 0x90, 0xE9, 0xF5, 0xFF, 0xFF, 0xFF};
     const bytes filtered{0xE8, 5, 0, 0, 0, 0x90, 0xE9, 0, 0, 0, 0};
     for (const u8 flags : bytes{0x01, 0x81, 0xF1}) {
         EXPECT_EQ(restore(flags, {{0, filtered}}, plain.size()), plain) << int{flags};
     }
 }
 
-TEST_P(restoring_filtered, a_stored_block_behind_the_delta_filter)
+TEST_P(restoring_filtered, a_stored_block_with_the_delta_filter)
 {
     EXPECT_EQ(restore(2, {{0, {10, 20, 30, 1, 0xFF, 0, 1, 1, 1, 5, 6}}}, 11),
               (bytes{10, 20, 30, 11, 19, 30, 12, 20, 31, 5, 6}));
 }
 
-TEST_P(restoring_filtered, coded_blocks_behind_the_delta_filter_in_any_order)
+TEST_P(restoring_filtered, coded_blocks_with_the_delta_filter_in_any_order)
 {
     bytes expected(mib);
     for (u8 value = 1; value <= 24; ++value) expected.insert(expected.end(), 3, value);

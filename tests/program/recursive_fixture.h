@@ -1,4 +1,4 @@
-// program/recursive_fixture.h - directories that the program compresses and restores with -r
+// program/recursive_fixture.h - compresses and restores directories with -r
 #pragma once
 
 #include "support/file_tree.h"
@@ -10,7 +10,7 @@ namespace quarnex::test {
 
 using names = std::vector<std::string>;
 
-/// A name of a few of the characters in `alphabet`.
+/// Returns a random short name of characters in `alphabet`.
 inline std::string random_name(random_source& random, const std::string& alphabet)
 {
     std::string name;
@@ -19,28 +19,29 @@ inline std::string random_name(random_source& random, const std::string& alphabe
     return name == "." || name == ".." ? "..." : name;
 }
 
-/// Some 200 files, some of them empty, and directories, some of them empty, up to ten deep.
+/// Returns a random tree of about 200 files and directories, up to ten levels deep; some of both
+/// are empty.
 inline file_tree random_tree(const std::string& alphabet)
 {
     random_source random(17);
     names directories{""};
-    file_tree made;
+    file_tree tree;
     for (u32 i = 0; i < 200; ++i) {
         const std::string& parent = directories[random.below(static_cast<u32>(directories.size()))];
         const std::string name = parent + random_name(random, alphabet);
-        if (made.contains(name) || made.contains(name + "/")) continue;
+        if (tree.contains(name) || tree.contains(name + "/")) continue;
         if (random.below(4) == 0 && std::count(name.begin(), name.end(), '/') < 9) {
-            made[name + "/"] = {};
+            tree[name + "/"] = {};
             directories.push_back(name + "/");
         } else {
             const shape& kind = all_shapes()[random.below(static_cast<u32>(all_shapes().size()))];
-            made[name] = kind.make(random.below(1U << random.below(18)), i);
+            tree[name] = kind.make(random.below(1U << random.below(18)), i);
         }
     }
-    return made;
+    return tree;
 }
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class recursive : public program_with_threads {
   protected:
     program_result compress(const names& list, const std::string& destination = "out",
@@ -63,18 +64,18 @@ class recursive : public program_with_threads {
     {
         for (const std::string& name : planted) plant(name, to_bytes(name));
     }
-    void link(const std::string& to, const std::string& name) const
+    void link(const std::string& target, const std::string& name) const
     {
-        std::filesystem::create_symlink(to, dir / name);
+        std::filesystem::create_symlink(target, dir / name);
     }
 
     file_tree tree(const std::string& directory) const { return tree_below(dir / directory); }
     names listed(const std::string& directory) const { return names_below(dir / directory); }
 
-    /// Whether `name` is the compressed form of `content`, which no method makes smaller.
+    /// Returns whether `name` is the compressed form of `content`, which is incompressible.
     bool holds(const std::string& name, const bytes& content) const
     {
-        const auto file = take_qrx_apart(get(name));
+        const auto file = parse_qrx(get(name));
         if (!file || file->header.original_size != content.size()) return false;
         const auto payloads = payloads_in_order(*file);
         bytes held;
@@ -84,23 +85,23 @@ class recursive : public program_with_threads {
         return held == content;
     }
 
-    /// Expects that a tree comes through both directions unchanged.
-    void expect_rebuilt(const file_tree& made) const
+    /// Compresses and restores a tree and expects it unchanged.
+    void expect_rebuilt(const file_tree& original) const
     {
-        for (const auto& [name, content] : made) plant("tree/" + name, content);
-        ASSERT_EQ(tree("tree"), made);
-        ASSERT_GT(made.size(), 180U);
+        for (const auto& [name, content] : original) plant("tree/" + name, content);
+        ASSERT_EQ(tree("tree"), original);
+        ASSERT_GT(original.size(), 180U);
 
         expect_silent_success(compress({"tree"}));
         names expected{"tree/"};
-        for (const auto& [name, content] : made)
+        for (const auto& [name, content] : original)
             expected.push_back("tree/" + (name.back() == '/' ? name : name + ".qrx"));
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(listed("out"), expected);
 
         expect_silent_success(restore({"out/tree"}));
         EXPECT_EQ(listed("back/tree"), names_below(dir / "tree"));
-        EXPECT_TRUE(tree("back/tree") == made);
+        EXPECT_TRUE(tree("back/tree") == original);
     }
 
   private:

@@ -11,7 +11,7 @@ namespace {
 
 // Links and pipes
 
-TEST_P(recursive, a_destination_inside_the_tree_is_known_behind_a_link)
+TEST_P(recursive, a_destination_inside_the_tree_is_recognized_through_a_link)
 {
     plant_all({"mydir/x", "mydir/out/"});
     link("mydir/out", "link");
@@ -19,7 +19,7 @@ TEST_P(recursive, a_destination_inside_the_tree_is_known_behind_a_link)
     EXPECT_EQ(listed("mydir/out"), (names{"mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, of_two_files_for_one_destination_through_a_link_the_last_is_whole)
+TEST_P(recursive, the_last_of_two_files_for_one_linked_destination_is_complete)
 {
     plant("t/l/x", random_data(20 * mib));
     plant("t/m/x", random_data(1000, 2));
@@ -29,17 +29,17 @@ TEST_P(recursive, of_two_files_for_one_destination_through_a_link_the_last_is_wh
     EXPECT_TRUE(holds("out/t/m/x.qrx", get("t/m/x")));
 }
 
-TEST_P(recursive, what_is_neither_file_nor_directory_is_skipped)
+TEST_P(recursive, entries_that_are_neither_file_nor_directory_are_skipped)
 {
     plant_all({"mydir/x"});
     ASSERT_EQ(mkfifo((dir / "mydir/pipe").c_str(), 0600), 0);
     link("/dev/null", "mydir/device");
-    settings.timeout_seconds = 10; // to open the pipe would be to wait for ever
+    settings.timeout_seconds = 10; // opening the pipe would block forever
     expect_silent_success(compress({"mydir", "mydir/pipe", "/dev/null"}));
     EXPECT_EQ(listed("out"), (names{"mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, links_to_files_are_files_and_links_to_directories_leave_no_trace)
+TEST_P(recursive, links_to_files_are_files_and_links_to_directories_are_skipped)
 {
     plant_all({"mydir/a/x", "elsewhere/y"});
     link("a/x", "mydir/file");
@@ -51,7 +51,7 @@ TEST_P(recursive, links_to_files_are_files_and_links_to_directories_leave_no_tra
     EXPECT_TRUE(holds("out/mydir/file.qrx", get("mydir/a/x")));
 }
 
-TEST_P(recursive, a_link_to_a_directory_that_is_named_is_followed)
+TEST_P(recursive, a_link_to_a_directory_in_the_list_is_followed)
 {
     plant_all({"mydir/a/x"});
     link("mydir", "link");
@@ -59,9 +59,9 @@ TEST_P(recursive, a_link_to_a_directory_that_is_named_is_followed)
     EXPECT_EQ(listed("out"), (names{"link/", "link/a/", "link/a/x.qrx"}));
 }
 
-// What may not be read or written
+// Permissions
 
-/// By number of workers, with permissions that hold for the superuser too.
+/// Parameterized by number of workers, with permissions that also bind the superuser.
 class recursive_with_permissions : public recursive {
   protected:
     recursive_with_permissions() { settings.before_exec = obey_permissions; }
@@ -81,7 +81,7 @@ class recursive_with_permissions : public recursive {
 INSTANTIATE_TEST_SUITE_P(threads, recursive_with_permissions, testing::Values("-p0", "-p2"),
                          thread_option_name);
 
-TEST_P(recursive_with_permissions, a_file_that_may_not_be_read_is_told_and_the_walk_goes_on)
+TEST_P(recursive_with_permissions, an_unreadable_file_is_reported_and_the_walk_continues)
 {
     plant_all({"mydir/a", "mydir/b", "mydir/c/x"});
     permit("mydir/b", std::filesystem::perms::none);
@@ -92,8 +92,7 @@ TEST_P(recursive_with_permissions, a_file_that_may_not_be_read_is_told_and_the_w
     EXPECT_EQ(listed("out"), (names{"mydir/", "mydir/a.qrx", "mydir/c/", "mydir/c/x.qrx"}));
 }
 
-TEST_P(recursive_with_permissions,
-       a_directory_that_may_not_be_read_is_made_without_its_content_or_a_word)
+TEST_P(recursive_with_permissions, an_unreadable_directory_is_created_silently_without_its_content)
 {
     plant_all({"mydir/closed/x", "mydir/z", "shut/y"});
     for (const char* name : {"mydir/closed", "shut"}) permit(name, std::filesystem::perms::none);
@@ -103,7 +102,7 @@ TEST_P(recursive_with_permissions,
         permit(name, std::filesystem::perms::owner_all);
 }
 
-TEST_P(recursive_with_permissions, entries_that_may_not_be_looked_up_are_skipped_silently)
+TEST_P(recursive_with_permissions, entries_that_cannot_be_looked_up_are_skipped_silently)
 {
     plant_all({"mydir/listed/x", "mydir/z"});
     permit("mydir/listed", std::filesystem::perms::owner_read);
@@ -112,7 +111,7 @@ TEST_P(recursive_with_permissions, entries_that_may_not_be_looked_up_are_skipped
     permit("mydir/listed", std::filesystem::perms::owner_all);
 }
 
-TEST_P(recursive_with_permissions, a_directory_that_may_not_be_created_ends_the_run)
+TEST_P(recursive_with_permissions, a_directory_without_permission_to_create_it_ends_the_run)
 {
     plant_all({"mydir/a/", "mydir/b/", "out/mydir/"});
     permit("out/mydir", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
@@ -122,11 +121,11 @@ TEST_P(recursive_with_permissions, a_directory_that_may_not_be_created_ends_the_
     permit("out/mydir", std::filesystem::perms::owner_all);
 }
 
-// Runs that go on
+// Runs that continue
 
-TEST_P(recursive, directories_that_vanish_are_made_again_with_those_above_them)
+TEST_P(recursive, deleted_directories_are_created_again_with_their_parents)
 {
-    // The program waits in the pipe, for its workers and queues can't hold all of the first file.
+    // The program blocks on the pipe: its workers and queues can't hold all of the first file.
     plant("mydir/a", random_data(24 * mib));
     plant_all({"mydir/b/c/x", "out/mydir/"});
     named_pipe output(dir / "out/mydir/a.qrx", 37,
@@ -160,7 +159,7 @@ TEST_P(recursive, verbose_prints_the_name_of_each_regular_file_in_the_order_of_b
 TEST_P(recursive, verbose_prints_a_name_before_its_file_is_opened)
 {
     plant_all({"mydir/a", "out/mydir/a.qrx/"});
-    // In one stream, messages that are not buffered show what has been printed before them.
+    // Both streams go to one pipe; unbuffered messages show the order of the output.
     settings.before_exec = [] { dup2(STDOUT_FILENO, STDERR_FILENO); };
     EXPECT_EQ(compress({"mydir"}, "out", {"-v"}).out,
               "mydir/a\ncreat error 'out/mydir/a.qrx' 'Is a directory'\n");
@@ -174,7 +173,7 @@ TEST_P(recursive, odd_names)
                                    "\x01\xFE\xFF", "a.out", "\xC3\xA9", "'\""}) {
         plant_all({"my dir\n/" + name, "my dir\n/in " + name + "/" + name + "/" + name});
     }
-    plant_all({"my dir\n/" + std::string(251, 'x')}); // with the suffix as long as names can be
+    plant_all({"my dir\n/" + std::string(251, 'x')}); // with the suffix, the longest valid name
     expect_silent_success(compress({"my dir\n"}));
     EXPECT_EQ(listed("out").size(), 1 + listed("my dir\n").size());
     expect_silent_success(restore({"out/my dir\n"}));

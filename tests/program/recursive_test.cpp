@@ -5,9 +5,9 @@
 namespace quarnex::test {
 namespace {
 
-// Where things land
+// Paths of outputs
 
-TEST_P(recursive, a_plain_file_among_the_names_lands_directly_in_the_destination)
+TEST_P(recursive, a_plain_file_among_the_names_goes_directly_to_the_destination)
 {
     plant_all({"far/away/file", "mydir/x"});
     expect_silent_success(compress({"far/away/file", "mydir"}));
@@ -68,8 +68,8 @@ TEST_P(recursive, a_destination_that_is_absolute_or_has_a_trailing_separator)
     expect_silent_success(compress({"mydir"}));
     for (const std::string& destination : {dir / "absolute", dir / "both/", std::string("tail/")}) {
         expect_silent_success(compress({"mydir"}, destination));
-        const auto made = std::filesystem::path(dir.path()) / destination / "";
-        EXPECT_EQ(tree_below(made.parent_path().string()), tree("out")) << destination;
+        const auto created = std::filesystem::path(dir.path()) / destination / "";
+        EXPECT_EQ(tree_below(created.parent_path().string()), tree("out")) << destination;
     }
 }
 
@@ -83,7 +83,7 @@ TEST_P(recursive, a_tree_that_is_there_already_is_filled_and_overwritten)
     EXPECT_TRUE(holds("out/mydir/a/x.qrx", to_bytes("mydir/a/x")));
 }
 
-TEST_P(recursive, a_walk_into_the_working_directory_puts_the_files_beside_their_sources)
+TEST_P(recursive, a_walk_into_the_working_directory_writes_next_to_the_sources)
 {
     plant_all({"mydir/x", "mydir/a/y"});
     const file_tree before = tree("mydir");
@@ -91,7 +91,7 @@ TEST_P(recursive, a_walk_into_the_working_directory_puts_the_files_beside_their_
     EXPECT_EQ(listed("."), (names{"mydir/", "mydir/a/", "mydir/a/y", "mydir/a/y.qrx", "mydir/x",
                                   "mydir/x.qrx"}));
     for (const char* name : {"mydir/x", "mydir/a/y"}) std::filesystem::remove(dir / name);
-    // What comes out of a file is no compressed file: to meet it would end the run.
+    // The outputs are not compressed files: visiting one would end the run.
     expect_silent_success(restore({"mydir"}, "."));
     for (const char* name : {"mydir/x.qrx", "mydir/a/y.qrx"}) std::filesystem::remove(dir / name);
     EXPECT_EQ(tree("mydir"), before);
@@ -104,7 +104,7 @@ TEST_P(recursive, files_with_the_suffix_are_not_compressed_again)
     EXPECT_EQ(listed("out"), (names{"mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, without_it_directories_are_passed_over)
+TEST_P(recursive, directories_are_skipped_without_dash_r)
 {
     plant_all({"mydir/x", "file"});
     expect_silent_success(run({"-10", GetParam(), "mydir", "file", "out"}));
@@ -123,23 +123,23 @@ TEST_P(recursive, a_destination_inside_the_tree_is_not_entered)
     EXPECT_EQ(listed("mydir/out/mydir/z"), (names{"mydir/", "mydir/x", "y.qrx"}));
 }
 
-TEST_P(recursive, a_destination_that_is_made_inside_the_tree_is_not_entered)
+TEST_P(recursive, a_destination_created_inside_the_tree_is_not_entered)
 {
     plant_all({"mydir/x"});
     expect_silent_success(compress({"mydir"}, "mydir/new"));
     EXPECT_EQ(listed("mydir/new"), (names{"mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, a_destination_that_is_named_is_compressed_in_place)
+TEST_P(recursive, a_destination_among_the_inputs_is_compressed_in_place)
 {
     plant_all({"out/x", "out/sub/y", "z"});
     expect_silent_success(compress({"out", "z"}));
     EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx", "z.qrx"}));
-    expect_silent_success(compress({"./out/."})); // what is compressed is not compressed again
+    expect_silent_success(compress({"./out/."})); // compressed files are not compressed again
     EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx", "z.qrx"}));
 }
 
-TEST_P(recursive, a_destination_that_is_named_is_restored_in_place)
+TEST_P(recursive, a_destination_among_the_inputs_is_restored_in_place)
 {
     plant_all({"out/sub/y", "out/x"});
     expect_silent_success(compress({"out"}));
@@ -154,7 +154,7 @@ TEST_P(recursive, a_destination_that_is_named_is_restored_in_place)
 
 // Two files for one destination
 
-TEST_P(recursive, of_two_files_for_one_destination_the_last_is_whole)
+TEST_P(recursive, the_last_of_two_files_for_one_destination_is_complete)
 {
     plant("a/x", random_data(20 * mib));
     plant("b/x", random_data(1000, 2));
@@ -173,7 +173,7 @@ TEST_P(recursive, a_root_that_ends_in_two_dots_stays_below_the_destination)
     EXPECT_TRUE(holds("out/a/x.qrx", get("t/a/x")));
 }
 
-TEST_P(recursive, of_two_restored_files_for_one_destination_the_last_is_whole)
+TEST_P(recursive, the_last_of_two_restored_files_for_one_destination_is_complete)
 {
     plant("a/x", random_data(20 * mib));
     plant("b/x", random_data(1000, 2));
@@ -183,9 +183,9 @@ TEST_P(recursive, of_two_restored_files_for_one_destination_the_last_is_whole)
     EXPECT_TRUE(get("back/x") == get("b/x"));
 }
 
-// Names that are no inputs
+// Names that can't be inputs
 
-TEST_P(recursive, a_name_that_does_not_exist_costs_one_line)
+TEST_P(recursive, a_name_that_does_not_exist_prints_one_line)
 {
     plant_all({"mydir/x", "file"});
     const program_result result = compress({"mydir", "none", "file", "far/none"});
@@ -209,25 +209,25 @@ TEST_P(recursive, a_first_name_that_is_too_long_skips_the_whole_walk_silently)
     EXPECT_EQ(listed("out"), (names{"file.qrx", "mydir/", "mydir/x.qrx"}));
 }
 
-TEST_P(recursive, a_directory_in_100_others_is_made_without_its_content)
+TEST_P(recursive, the_101st_nested_directory_is_created_without_its_content)
 {
     plant_all({nested_directories(101) + "/lost", nested_directories(100) + "/x"});
     expect_silent_success(compress({"d"}));
-    const names made = listed("out");
-    ASSERT_EQ(made.size(), 102U);
-    EXPECT_EQ(made[100], nested_directories(101) + "/");
-    EXPECT_EQ(made[101], nested_directories(100) + "/x.qrx");
+    const names created = listed("out");
+    ASSERT_EQ(created.size(), 102U);
+    EXPECT_EQ(created[100], nested_directories(101) + "/");
+    EXPECT_EQ(created[101], nested_directories(100) + "/x.qrx");
     expect_silent_success(restore({"out/d"}));
     EXPECT_EQ(get("back/" + nested_directories(100) + "/x"), get(nested_directories(100) + "/x"));
 }
 
-// What ends the run, and what doesn't
+// Failures that end the run, and failures that don't
 
 TEST_P(recursive, a_directory_that_cannot_be_created_ends_the_run)
 {
     plant_all({"mydir/a/b/x", "mydir/z", "out/mydir/a"});
     for (const auto& result : {compress({"mydir"}), restore({"mydir"}, "out")}) {
-        EXPECT_EQ(result.err, "cannot create directory 'out/mydir/a/b'"); // and no line end
+        EXPECT_EQ(result.err, "cannot create directory 'out/mydir/a/b'"); // without a line end
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.status, 255);
     }
@@ -256,7 +256,7 @@ TEST_P(recursive, an_output_that_cannot_be_created_ends_the_run)
     EXPECT_TRUE(holds("out/mydir/a.qrx", get("mydir/a")));
 }
 
-TEST_P(recursive, a_damaged_file_is_told_and_all_others_are_restored)
+TEST_P(recursive, a_damaged_file_is_reported_and_all_others_are_restored)
 {
     plant("mydir/a", random_data(3 * mib));
     plant("mydir/c/x", random_data(3 * mib, 2));
@@ -269,7 +269,7 @@ TEST_P(recursive, a_damaged_file_is_told_and_all_others_are_restored)
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.status, 0);
     bytes content(1000, 'b');
-    content.resize(3000); // what is missing is zero
+    content.resize(3000); // the missing part is zeros
     file_tree expected = tree("mydir");
     expected["b"] = content;
     EXPECT_TRUE(tree("back/mydir") == expected);

@@ -1,4 +1,4 @@
-// Files compressed and restored by the program, and every byte of the container in between.
+// Compresses and restores files with the program and checks every byte of the container.
 #include "support/program_fixture.h"
 
 #include "common/platform/cpu.h"
@@ -13,22 +13,22 @@
 namespace quarnex::test {
 namespace {
 
-/// Names that belong to no known type of file, with their data.
+/// File contents by name; the extensions belong to no known file type.
 using file_set = std::map<std::string, bytes>;
 
 const file_set& files_of_edge_sizes()
 {
     static const file_set files = [] {
-        file_set made;
+        file_set files_by_name;
         std::vector<usize> sizes(70);
         std::iota(sizes.begin(), sizes.end(), usize{0});
         for (const usize edge : {usize{256}, usize{4096}, usize{65536}, mib, 2 * mib, 3 * mib}) {
             for (usize size = edge - 1; size <= edge + 1; ++size) sizes.push_back(size);
         }
         for (const usize size : sizes) {
-            made[std::to_string(size)] = find_shape("mixture").make(size, size + 1);
+            files_by_name[std::to_string(size)] = find_shape("mixture").make(size, size + 1);
         }
-        return made;
+        return files_by_name;
     }();
     return files;
 }
@@ -36,9 +36,9 @@ const file_set& files_of_edge_sizes()
 const file_set& files_of_all_shapes()
 {
     static const file_set files = [] {
-        file_set made;
-        for (const shape& kind : all_shapes()) made[kind.name] = kind.make(3 * mib / 2, 5);
-        return made;
+        file_set files_by_name;
+        for (const shape& kind : all_shapes()) files_by_name[kind.name] = kind.make(3 * mib / 2, 5);
+        return files_by_name;
     }();
     return files;
 }
@@ -50,13 +50,13 @@ class round_trip : public program_fixture {
         for (const auto& [name, data] : files) put(name, data);
     }
 
-    /// Runs the program with `options` on all files, less or with the suffix.
+    /// Runs the program with `options` on all files, with or without the suffix.
     program_result run_on(const file_set& files, std::vector<std::string> options,
-                          const std::string& from, const std::string& suffix,
-                          const std::string& to) const
+                          const std::string& prefix, const std::string& suffix,
+                          const std::string& destination) const
     {
-        for (const auto& [name, data] : files) options.push_back(from + name + suffix);
-        options.push_back(to);
+        for (const auto& [name, data] : files) options.push_back(prefix + name + suffix);
+        options.push_back(destination);
         return run(options);
     }
 
@@ -67,10 +67,10 @@ class round_trip : public program_fixture {
         }
     }
 
-    /// The file in out/`name`.qrx; an empty record list if it is malformed.
+    /// Parses out/`name`.qrx; returns no records if it is malformed.
     qrx_file compressed(const std::string& name) const
     {
-        const auto file = take_qrx_apart(get("out/" + name + ".qrx"));
+        const auto file = parse_qrx(get("out/" + name + ".qrx"));
         EXPECT_TRUE(file) << name;
         return file.value_or(qrx_file{});
     }
@@ -120,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(all, round_trip_with,
                                           testing::Values("-p0", "-p1", "-p2", "-p16")),
                          name_of);
 
-/// By method and level, as an option ("-10", ...).
+/// Parameterized by method and level, as an option ("-10", ...).
 class round_trip_of_cell : public round_trip, public testing::WithParamInterface<std::string> {};
 
 std::vector<std::string> all_cells()
@@ -157,7 +157,7 @@ TEST_F(round_trip, payloads_do_not_depend_on_the_number_of_workers)
     for (const char* threads : {"-p1", "-p2", "-p16"}) {
         expect_silent_success(run_on(files, {"-12", threads, "-b1"}, "", "", "out"));
         for (const auto& [name, data] : files) {
-            const auto plain = take_qrx_apart(get("plain/" + name + ".qrx"));
+            const auto plain = parse_qrx(get("plain/" + name + ".qrx"));
             const qrx_file file = compressed(name);
             ASSERT_TRUE(plain);
             EXPECT_EQ(file.header, plain->header);
@@ -166,7 +166,7 @@ TEST_F(round_trip, payloads_do_not_depend_on_the_number_of_workers)
     }
 }
 
-TEST_F(round_trip, payloads_of_a_run_of_many_blocks_are_complete_in_any_order)
+TEST_F(round_trip, payloads_of_many_blocks_are_complete_in_any_order)
 {
     bytes data = find_shape("mixture").make(24 * mib, 7);
     const auto plain = payloads_in_order(compress(data));
@@ -177,7 +177,7 @@ TEST_F(round_trip, payloads_of_a_run_of_many_blocks_are_complete_in_any_order)
     }
 }
 
-TEST_F(round_trip, a_file_of_more_blocks_than_a_displacement_can_tell)
+TEST_F(round_trip, a_file_of_more_blocks_than_a_displacement_can_encode)
 {
     const usize size = 200 * mib + 1;
     put("file", {});
@@ -199,7 +199,7 @@ TEST_F(round_trip, with_one_worker_or_none_all_displacements_are_0)
     }
 }
 
-TEST_F(round_trip, blocks_of_several_files_are_counted_file_by_file)
+TEST_F(round_trip, blocks_of_several_files_are_counted_per_file)
 {
     file_set files;
     for (usize i = 0; i < 12; ++i) {
@@ -236,14 +236,14 @@ TEST_F(round_trip, header_byte_by_byte)
     EXPECT_EQ(image, expected);
 }
 
-TEST_F(round_trip, header_has_the_block_size_of_32_when_none_is_asked_for)
+TEST_F(round_trip, header_has_a_block_size_of_32_by_default)
 {
     put("file", random_data(10));
     run({"-10", "file", "out"});
     EXPECT_EQ(compressed("file").header.block_mb, 32);
 }
 
-TEST_F(round_trip, header_has_a_block_size_of_16_at_most_at_levels_4_to_7)
+TEST_F(round_trip, header_has_a_block_size_of_at_most_16_at_levels_4_to_7)
 {
     put("file", random_data(10));
     const std::map<std::string, u16> expected{{"-13", 64}, {"-14", 16}, {"-17", 16}, {"-18", 64},
@@ -304,7 +304,7 @@ TEST_F(round_trip, an_empty_file_is_a_header_and_one_empty_record)
     }
 }
 
-TEST_F(round_trip, an_exact_multiple_of_the_block_size_has_no_empty_record_behind_it)
+TEST_F(round_trip, an_exact_multiple_of_the_block_size_has_no_trailing_empty_record)
 {
     for (const char* threads : {"-p0", "-p2"}) {
         const bytes data = random_data(3 * mib);
@@ -323,7 +323,7 @@ TEST_F(round_trip, a_file_smaller_than_the_block_size_has_one_record)
     EXPECT_EQ(file.records[0].payload.size(), mib - 1);
 }
 
-TEST_F(round_trip, blocks_that_cannot_be_compressed_are_stored)
+TEST_F(round_trip, incompressible_blocks_are_stored)
 {
     for (const char* threads : {"-p0", "-p2"}) {
         for (const char* level : {"-10", "-11", "-12"}) {
@@ -357,9 +357,9 @@ TEST_F(round_trip, a_run_of_zeros_becomes_small)
     EXPECT_EQ(file.records[0].payload.size(), 12U); // one match, its length in three bytes
 }
 
-// Restoring what no run of this machine may have written
+// Restoring files that this program doesn't write
 
-/// By number of workers.
+/// Parameterized by number of workers.
 class restoring : public program_with_threads {
   protected:
     program_result restore(const qrx_file& file) { return restore_image(build_qrx(file)); }
@@ -370,7 +370,7 @@ class restoring : public program_with_threads {
         return run({"-d", GetParam(), "file.qrx", "out"});
     }
 
-    /// A file of four blocks, block i a run of 'a' + i, the last of 100 bytes, in that order.
+    /// Returns a file of four blocks in order; block i is a run of 'a' + i, the last has 100 bytes.
     static qrx_file four_runs()
     {
         qrx_file file;
@@ -390,7 +390,7 @@ class restoring : public program_with_threads {
         return data;
     }
 
-    /// The records of `file` with block order[i] in record i.
+    /// Returns `file` with block order[i] in record i.
     static qrx_file reordered(const qrx_file& file, const std::vector<u8>& order)
     {
         qrx_file result{file.header, {}};
@@ -408,7 +408,7 @@ TEST_P(restoring, records_in_order)
     EXPECT_TRUE(get("out/file") == four_runs_data());
 }
 
-TEST_P(restoring, a_second_block_that_lies_first)
+TEST_P(restoring, the_second_block_in_the_first_record)
 {
     const qrx_file file = reordered(four_runs(), {1, 0, 2, 3});
     EXPECT_EQ(file.records[0].displacement, 2);
@@ -427,9 +427,9 @@ TEST_P(restoring, records_in_every_order)
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
-TEST_P(restoring, a_block_behind_the_end_leaves_a_gap_that_a_later_one_fills)
+TEST_P(restoring, a_block_written_past_the_end_leaves_a_gap_that_a_later_one_fills)
 {
-    // 128 blocks with the last one first and all others one place late.
+    // 128 blocks: the last one comes first, so all others are one record late.
     qrx_file file;
     file.header.original_size = 127 * mib + 68;
     file.records.push_back({displacement_of(127), m1_run_payload('z', 68)});
@@ -446,7 +446,7 @@ TEST_P(restoring, a_block_behind_the_end_leaves_a_gap_that_a_later_one_fills)
 TEST_P(restoring, a_block_above_4_gib)
 {
     constexpr u64 start = u64{80} * 64 * mib;
-    qrx_file file{{}, {{displacement_of(80), random_data(68)}}}; // all others are missing
+    qrx_file file{{}, {{displacement_of(80), random_data(68)}}}; // all other blocks are missing
     file.header.original_size = start + 68;
     file.header.block_mb = 64;
     expect_silent_success(restore(file));
@@ -475,7 +475,7 @@ TEST_P(restoring, the_first_byte_of_the_file_is_not_compared)
     EXPECT_TRUE(get("out/file") == four_runs_data());
 }
 
-TEST_P(restoring, reserved_places_and_table_sizes_of_the_header_are_not_used)
+TEST_P(restoring, reserved_fields_and_table_sizes_of_the_header_are_ignored)
 {
     bytes image = build_qrx(four_runs());
     const std::vector<usize> unused{14, 15, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
@@ -500,7 +500,7 @@ TEST_P(restoring, a_header_alone_gives_an_empty_file)
     EXPECT_EQ(get("out/file"), bytes{});
 }
 
-TEST_P(restoring, block_sizes_that_no_run_would_take)
+TEST_P(restoring, block_sizes_that_the_command_line_rejects)
 {
     for (const u16 block_mb : {u16{2048}, u16{4096}, u16{65535}}) {
         qrx_file file{{}, {{0, m1_run_payload('k', 100)}}};
@@ -511,7 +511,7 @@ TEST_P(restoring, block_sizes_that_no_run_would_take)
     }
 }
 
-TEST_P(restoring, a_stored_block_of_a_method_that_does_not_exist_is_copied)
+TEST_P(restoring, a_stored_block_of_an_unknown_method_is_copied)
 {
     settings.timeout_seconds = 10;
     for (const u8 method : {u8{0}, u8{6}, u8{7}, u8{8}, u8{9}, u8{254}, u8{255}}) {

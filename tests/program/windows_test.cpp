@@ -1,5 +1,4 @@
-// What the program has on Windows alone: wildcards, backslashes, drives, its own limits and
-// statuses.
+// Windows specifics: wildcards, backslashes, drives, limits and exit statuses.
 #include "program/recursive_fixture.h"
 #include "support/exclusive_file.h"
 #include "support/paths.h"
@@ -9,7 +8,7 @@
 namespace quarnex::test {
 namespace {
 
-/// Arguments and output are those of the program, without slashes for backslashes.
+/// Passes arguments and output unchanged, without replacing backslashes by slashes.
 class on_windows : public program_fixture {
   protected:
     on_windows() { settings.translates_paths = false; }
@@ -24,7 +23,7 @@ class on_windows : public program_fixture {
 
 // Wildcards
 
-TEST_F(on_windows, wildcards_stand_for_the_names_that_fit)
+TEST_F(on_windows, wildcards_expand_to_the_matching_names)
 {
     plant_all({"a1.txt", "a2.txt", "a3.bin", "b1.txt", "deep/a4.txt"});
     expect_silent_success(run({"-10", "a*.txt", "stars"}));
@@ -36,7 +35,7 @@ TEST_F(on_windows, wildcards_stand_for_the_names_that_fit)
     EXPECT_EQ(get("back/a2.txt"), to_bytes("a2.txt"));
 }
 
-TEST_F(on_windows, a_wildcard_that_fits_no_name_stands_for_itself)
+TEST_F(on_windows, a_wildcard_without_matches_is_passed_unchanged)
 {
     plant_all({"file"});
     const program_result result = run({"-10", "file", "*.none", "out"});
@@ -63,7 +62,7 @@ TEST_F(on_windows, messages_have_backslashes)
               "creat error 'out\\sub\\x.qrx' 'Permission denied'\n");
 }
 
-TEST_F(on_windows, usage_shows_backslashes_and_the_name_behind_the_last_one)
+TEST_F(on_windows, usage_shows_backslashes_and_the_tools_name_without_its_path)
 {
     settings.argv0 = "C:\\tools\\packer.exe";
     const std::string text = run({"-h"}).err;
@@ -73,7 +72,7 @@ TEST_F(on_windows, usage_shows_backslashes_and_the_name_behind_the_last_one)
         EXPECT_NE(text.find(line), std::string::npos) << text;
 }
 
-TEST_F(on_windows, slashes_and_drives_in_a_name_do_not_lead_out_of_the_destination)
+TEST_F(on_windows, slashes_and_drives_in_a_name_cannot_escape_the_destination)
 {
     plant_all({"mydir/x", "x.qrx", "work/"});
     settings.work_dir = dir / "work";
@@ -89,7 +88,7 @@ TEST_F(on_windows, slashes_and_drives_in_a_name_do_not_lead_out_of_the_destinati
     EXPECT_FALSE(exists("work/mydir"));
 }
 
-TEST_F(on_windows, a_destination_from_the_root_of_a_drive)
+TEST_F(on_windows, a_destination_relative_to_the_root_of_a_drive)
 {
     plant_all({"mydir/a/x"});
     const std::string full = native(dir / "full");
@@ -100,7 +99,7 @@ TEST_F(on_windows, a_destination_from_the_root_of_a_drive)
     EXPECT_EQ(listed("below"), listed("full"));
 }
 
-TEST_F(on_windows, a_destination_from_the_working_directory_of_a_drive)
+TEST_F(on_windows, a_destination_relative_to_the_working_directory_of_a_drive)
 {
     plant_all({"mydir/a/x"});
     const std::string drive = dir.path().substr(0, 2);
@@ -131,9 +130,9 @@ TEST_P(recursive, a_tree_of_200_files_and_directories_with_plain_names_is_rebuil
     expect_rebuilt(random_tree("abcdefghijklmnopqrstuvwxyz0123456789-_%'&()"));
 }
 
-// What others have or the system denies
+// Files in use by other processes
 
-TEST_F(on_windows, a_source_that_another_keeps_for_itself_ends_the_loop)
+TEST_F(on_windows, a_source_opened_exclusively_by_another_process_ends_the_loop)
 {
     plant_all({"kept", "other", "out/"});
     const exclusive_file kept(dir / "kept");
@@ -144,7 +143,7 @@ TEST_F(on_windows, a_source_that_another_keeps_for_itself_ends_the_loop)
     EXPECT_EQ(listed("out"), names{});
 }
 
-TEST_F(on_windows, a_destination_that_another_keeps_for_itself_ends_the_run)
+TEST_F(on_windows, a_destination_opened_exclusively_by_another_process_ends_the_run)
 {
     plant_all({"file", "other", "out/file.qrx"});
     const exclusive_file kept(dir / "out/file.qrx");
@@ -156,7 +155,7 @@ TEST_F(on_windows, a_destination_that_another_keeps_for_itself_ends_the_run)
 
 // Limits
 
-TEST_F(on_windows, a_name_of_258_bytes_is_the_longest_of_a_walk)
+TEST_F(on_windows, a_walk_accepts_names_of_up_to_258_bytes)
 {
     plant_all({"mydir/a", "mydir/b"});
     const std::string fits = stretched(native(dir / "mydir"), 256);
@@ -186,7 +185,7 @@ TEST_F(on_windows, more_files_than_the_runtime_has_streams)
     }
 }
 
-TEST_F(on_windows, a_level_that_is_no_digit_ends_with_status_3)
+TEST_F(on_windows, a_level_that_is_not_a_digit_ends_with_status_3)
 {
     const program_result result = run({"-5a", "good", "out"});
     EXPECT_EQ(result.out, "uknown level\n");

@@ -1,4 +1,4 @@
-// support/captured_output.h - what the code under test prints
+// support/captured_output.h - captures the output of the code under test
 #pragma once
 
 #include <cstdio>
@@ -9,7 +9,7 @@
 
 namespace quarnex::test {
 
-/// Catches standard output and standard error from its start to end().
+/// Captures standard output and standard error from construction to end().
 class captured_output {
   public:
     captured_output()
@@ -45,7 +45,7 @@ class captured_output {
     std::string err_;
 };
 
-/// Sends standard output where standard error goes: for what a death test prints.
+/// Redirects standard output to standard error, for death tests.
 inline void join_output_with_errors()
 {
     std::fflush(stdout);

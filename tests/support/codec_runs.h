@@ -1,4 +1,4 @@
-// support/codec_runs.h - one block through a codec, in buffers that end exactly at their slack
+// support/codec_runs.h - runs codecs on one block, in buffers that end exactly at their slack
 #pragma once
 
 #include "common/scratch.h"
@@ -11,7 +11,7 @@
 
 namespace quarnex::test {
 
-/// A heap buffer of exactly `size` bytes, so that a sanitizer sees each access beyond it.
+/// A heap buffer of exactly `size` bytes, so that a sanitizer detects each access beyond it.
 inline std::unique_ptr<u8[]> exact_buffer(usize size)
 {
     return std::make_unique<u8[]>(size);
@@ -24,17 +24,17 @@ inline codec_parameters parameters_of(u8 method, u8 level, i32 hash_bits = 0)
     return parameters.codec;
 }
 
-/// The result of a codec, and the bytes that it has made.
+/// The result of a codec and the bytes that it wrote.
 struct codec_run {
     codec_result result;
     bytes out;
 };
 
-/// Runs a codec over a job, whose output goes to a buffer for `room` bytes and their slack.
-inline codec_run run_codec(const codec_entry& codec, codec_job& job, usize room,
+/// Runs a codec with an output buffer of `capacity` bytes plus slack.
+inline codec_run run_codec(const codec_entry& codec, codec_job& job, usize capacity,
                            const allocator& source = system_allocator)
 {
-    const auto out = exact_buffer(room + out_slack);
+    const auto out = exact_buffer(capacity + out_slack);
     scratch memory(source);
     job.out_buf = out.get();
     job.memory = &memory;
@@ -45,7 +45,7 @@ inline codec_run run_codec(const codec_entry& codec, codec_job& job, usize room,
     return {result, bytes(out.get(), out.get() + result.length)};
 }
 
-/// What an encoder makes of a block.  The bytes after the block are zero.
+/// Encodes a block.  The slack after the block is zero.
 inline codec_run run_encoder(const bytes& block, const codec_parameters& parameters,
                              const allocator& source = system_allocator)
 {
@@ -58,14 +58,14 @@ inline codec_run run_encoder(const bytes& block, const codec_parameters& paramet
     return run_codec(*encoder_table[parameters.method], job, block.size(), source);
 }
 
-/// The payload of a block: the stream, or the block itself.
+/// Returns the payload of a block: the stream, or the block itself if it is stored.
 inline bytes encode(const bytes& block, const codec_parameters& parameters)
 {
     return run_encoder(block, parameters).out;
 }
 
-/// What a decoder makes of a payload in a block of `length` bytes: fewer bytes if it is damaged.
-/// The slack after the payload is filled with `slack_byte`.
+/// Decodes a payload of a block of `length` bytes; a damaged one may give fewer bytes.  The slack
+/// after the payload is filled with `slack_byte`.
 inline codec_run run_decoder(const codec_entry& decoder, const bytes& payload, usize length,
                              const codec_parameters& parameters, u8 slack_byte = 0)
 {
@@ -79,14 +79,14 @@ inline codec_run run_decoder(const codec_entry& decoder, const bytes& payload, u
     return run_codec(decoder, job, length);
 }
 
-/// The bytes of that.
+/// Returns the bytes of run_decoder().
 inline bytes decode_with(const codec_entry& decoder, const bytes& payload, usize length,
                          const codec_parameters& parameters, u8 slack_byte = 0)
 {
     return run_decoder(decoder, payload, length, parameters, slack_byte).out;
 }
 
-/// The same with the decoder of the parameters' method.
+/// Decodes with the decoder of the parameters' method.
 inline bytes decode(const bytes& payload, usize length, const codec_parameters& parameters)
 {
     return decode_with(*decoder_table[parameters.method], payload, length, parameters);

@@ -1,6 +1,6 @@
-// support/damaged_streams.h - what a decoder must do with payloads that no encoder writes
+// support/damaged_streams.h - checks decoders with payloads that no encoder writes
 //
-// All buffers end exactly at their slack, so that a sanitizer sees what leaves them.
+// All buffers end exactly at their slack, so that a sanitizer detects accesses beyond them.
 #pragma once
 
 #include "support/codec_runs.h"
@@ -9,68 +9,68 @@
 
 namespace quarnex::test {
 
-/// A payload, and the block and the parameters that it belongs to.
+/// A payload with its block and parameters.
 struct coded_block {
     bytes block;
     bytes stream;
     codec_parameters parameters;
 };
 
-inline bytes decode_behind(const coded_block& coded, const bytes& payload, u8 behind)
+inline bytes decode_with_slack(const coded_block& coded, const bytes& payload, u8 slack_byte)
 {
     const codec_entry& decoder = *decoder_table[coded.parameters.method];
-    return decode_with(decoder, payload, coded.block.size(), coded.parameters, behind);
+    return decode_with(decoder, payload, coded.block.size(), coded.parameters, slack_byte);
 }
 
-/// Expects the start of the block from each start of the payload, whatever lies behind it, and
-/// never less from more of it.
+/// Expects that each prefix of the payload decodes to a prefix of the block, never shorter than
+/// that of a shorter payload and regardless of the slack bytes.
 inline void expect_cuts_to_give_the_start_of_the_block(const coded_block& coded)
 {
     usize before = 0;
     for (usize size = 0; size < coded.stream.size(); ++size) {
         const bytes cut(coded.stream.begin(), coded.stream.begin() + static_cast<i64>(size));
-        const bytes out = decode_behind(coded, cut, 0);
+        const bytes out = decode_with_slack(coded, cut, 0);
         ASSERT_LT(out.size(), coded.block.size()) << size;
         ASSERT_GE(out.size(), before) << size;
         ASSERT_TRUE(std::equal(out.begin(), out.end(), coded.block.begin())) << size;
-        for (const u8 behind : {u8{0x5A}, u8{0xFF}})
-            ASSERT_EQ(decode_behind(coded, cut, behind), out) << size;
+        for (const u8 slack_byte : {u8{0x5A}, u8{0xFF}})
+            ASSERT_EQ(decode_with_slack(coded, cut, slack_byte), out) << size;
         before = out.size();
     }
-    EXPECT_EQ(decode_behind(coded, coded.stream, 0xFF), coded.block);
+    EXPECT_EQ(decode_with_slack(coded, coded.stream, 0xFF), coded.block);
 }
 
 inline void expect_no_damage_from_a_longer_payload(coded_block coded)
 {
     coded.stream.insert(coded.stream.end(), 100, 0xA5);
-    EXPECT_EQ(decode_behind(coded, coded.stream, 0), coded.block);
+    EXPECT_EQ(decode_with_slack(coded, coded.stream, 0), coded.block);
 }
 
-/// Expects some bytes with each bit turned, the same whatever lies behind the payload.
+/// Flips each bit of the payload and expects some bytes, regardless of the slack bytes.
 inline void expect_flipped_bits_to_give_some_bytes(const coded_block& coded)
 {
     bytes damaged = coded.stream;
     for (usize bit = 0; bit < 8 * damaged.size(); ++bit) {
         damaged[bit / 8] ^= static_cast<u8>(1U << bit % 8);
-        const bytes out = decode_behind(coded, damaged, 0);
+        const bytes out = decode_with_slack(coded, damaged, 0);
         ASSERT_LE(out.size(), coded.block.size()) << bit;
         ASSERT_GE(out.size(), 1U) << bit;
-        ASSERT_EQ(decode_behind(coded, damaged, 0xFF), out) << bit;
+        ASSERT_EQ(decode_with_slack(coded, damaged, 0xFF), out) << bit;
         damaged[bit / 8] ^= static_cast<u8>(1U << bit % 8);
     }
 }
 
-/// Expects some bytes from random ones, and from bytes of one value, the same whatever follows
-/// them.
+/// Decodes random payloads and runs of one byte and expects some bytes, regardless of the slack
+/// bytes.
 inline void expect_nonsense_to_give_some_bytes(const codec_parameters& parameters)
 {
     const auto expect_some_bytes = [&](const bytes& payload, usize length) {
         const coded_block coded{bytes(length), {}, parameters};
-        const bytes out = decode_behind(coded, payload, 0);
+        const bytes out = decode_with_slack(coded, payload, 0);
         ASSERT_LE(out.size(), length);
         ASSERT_GE(out.size(), 1U);
         ASSERT_EQ(out[0], payload[0]);
-        ASSERT_EQ(decode_behind(coded, payload, 0xFF), out);
+        ASSERT_EQ(decode_with_slack(coded, payload, 0xFF), out);
     };
     for (usize seed = 1; seed <= 300; ++seed) {
         const bytes payload = find_shape("random").make(1 + seed, seed);

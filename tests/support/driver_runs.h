@@ -1,4 +1,4 @@
-// support/driver_runs.h - the drivers in this process, with their threads
+// support/driver_runs.h - runs the drivers in this process, with their threads
 #pragma once
 
 #include "pipeline/drivers.h"
@@ -12,14 +12,14 @@
 
 namespace quarnex::test {
 
-/// What became of a run.
+/// The outcome of a run.
 struct driver_run {
     status result = status::done;
     u32 thread_failures = 0;
     status first_failure = status::done;
 };
 
-/// Calls `driver` while the threads of an engine run, and lets all blocks finish.
+/// Calls `driver` with an engine whose threads run, and waits for all blocks.
 template <class Driver>
 driver_run run_driver(u32 workers, event_recorder& recorder, Driver driver,
                       const allocator& source = system_allocator)
@@ -36,7 +36,7 @@ driver_run run_driver(u32 workers, event_recorder& recorder, Driver driver,
     return run;
 }
 
-/// Compresses with settled parameters, without a look at the kind of the file.
+/// Compresses with settled parameters, without classifying the file.
 inline driver_run compress(u32 workers, event_recorder& recorder, const file_parameters& parameters,
                            const std::string& source, const std::string& destination,
                            const allocator& memory = system_allocator)
@@ -61,23 +61,23 @@ inline driver_run decompress(u32 workers, event_recorder& recorder, const std::s
         memory);
 }
 
-/// A driver with a number of workers, and what its engine tells.
+/// Parameterized by number of workers; records the events of the engine.
 class driver_fixture : public testing::TestWithParam<u32> {
   protected:
     bool has_workers() const { return GetParam() != 0; }
 
-    /// Takes the only event, which must be of `kind`.
+    /// Expects exactly one event, of `kind`, and returns it.
     recorded_event expect_event(event_kind kind)
     {
-        const auto told = recorder.take();
-        EXPECT_EQ(told.size(), 1U);
-        if (told.size() != 1) return {kind};
-        EXPECT_EQ(told[0].kind, kind) << testing::PrintToString(told[0]);
-        return told[0];
+        const auto reported = recorder.take();
+        EXPECT_EQ(reported.size(), 1U);
+        if (reported.size() != 1) return {kind};
+        EXPECT_EQ(reported[0].kind, kind) << testing::PrintToString(reported[0]);
+        return reported[0];
     }
 
-    /// Expects one event of `kind`, and `reason` as the failure of the driver itself or, with
-    /// workers, of another thread.
+    /// Expects one event of `kind` and the failure `reason`: of the driver itself or, with workers,
+    /// of another thread.
     recorded_event expect_failure(const driver_run& run, event_kind kind, status reason)
     {
         EXPECT_EQ(run.first_failure, reason);
@@ -85,20 +85,20 @@ class driver_fixture : public testing::TestWithParam<u32> {
         if (!has_workers()) {
             EXPECT_EQ(run.result, reason);
         }
-        const recorded_event told = expect_event(kind);
-        EXPECT_EQ(told.on_worker, has_workers());
-        return told;
+        const recorded_event reported = expect_event(kind);
+        EXPECT_EQ(reported.on_worker, has_workers());
+        return reported;
     }
 
-    /// Expects one event of `kind`, and `reason` as the failure of the driver itself in any case.
+    /// Expects one event of `kind` and the failure `reason` of the driver itself.
     recorded_event expect_driver_failure(const driver_run& run, event_kind kind, status reason)
     {
         EXPECT_EQ(run.first_failure, reason);
         EXPECT_EQ(run.thread_failures, 0U);
         EXPECT_EQ(run.result, reason);
-        const recorded_event told = expect_event(kind);
-        EXPECT_FALSE(told.on_worker);
-        return told;
+        const recorded_event reported = expect_event(kind);
+        EXPECT_FALSE(reported.on_worker);
+        return reported;
     }
 
     void expect_success(const driver_run& run)

@@ -1,4 +1,4 @@
-// support/event_recorder.h - what an engine tells, recorded
+// support/event_recorder.h - records the events of an engine
 #pragma once
 
 #include "common/sync.h"
@@ -11,7 +11,7 @@
 
 namespace quarnex::test {
 
-/// An event with a name of its own.
+/// A copy of an event that owns its name.
 struct recorded_event {
     event_kind kind;
     int cause = 0;
@@ -20,27 +20,27 @@ struct recorded_event {
     u64 wanted = 0;
     u64 got = 0;
     direction mode = direction::compress;
-    codec_status lack = codec_status::done;
+    codec_status codec_error = codec_status::done;
     bool on_worker = false;
 };
 
-/// Shows an event as text where a test fails.
-inline void PrintTo(const recorded_event& told, std::ostream* out)
+/// Prints an event in test failures.
+inline void PrintTo(const recorded_event& reported, std::ostream* out)
 {
-    *out << "event " << static_cast<int>(told.kind) << " of '" << told.name << "', cause "
-         << told.cause << ", wanted " << told.wanted << ", got " << told.got;
+    *out << "event " << static_cast<int>(reported.kind) << " of '" << reported.name << "', cause "
+         << reported.cause << ", wanted " << reported.wanted << ", got " << reported.got;
 }
 
-/// An observer that notes all events, from any thread.
+/// An observer that records all events, from any thread.
 class event_recorder {
   public:
     event_recorder() = default;
     event_recorder(const event_recorder&) = delete;
     event_recorder& operator=(const event_recorder&) = delete;
 
-    observer watcher() { return {.tell = note, .context = this}; }
+    observer watcher() { return {.tell = record, .context = this}; }
 
-    /// What was told since the last call.
+    /// Returns the events since the last call.
     std::vector<recorded_event> take()
     {
         scoped_lock lock(mutex_);
@@ -48,12 +48,12 @@ class event_recorder {
     }
 
   private:
-    static void note(void* context, const event& happened)
+    static void record(void* context, const event& happened)
     {
         auto& self = *static_cast<event_recorder*>(context);
         scoped_lock lock(self.mutex_);
         self.events_.push_back({happened.kind, happened.cause, happened.name, happened.block,
-                                happened.wanted, happened.got, happened.mode, happened.lack,
+                                happened.wanted, happened.got, happened.mode, happened.codec_error,
                                 happened.on_worker});
     }
 

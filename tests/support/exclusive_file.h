@@ -1,4 +1,4 @@
-// support/exclusive_file.h - a file that nobody else may open, as only Windows has it
+// support/exclusive_file.h - a file opened without sharing (Windows)
 #pragma once
 
 #include <cstdlib>
@@ -9,7 +9,7 @@
 
 namespace quarnex::test {
 
-/// Keeps an existing file open and shares it with nobody.
+/// Keeps an existing file open without sharing, so that no one else can open it.
 class exclusive_file {
   public:
     explicit exclusive_file(const std::string& name)

@@ -1,4 +1,4 @@
-// support/file_tree.h - directories with all that is in them
+// support/file_tree.h - directory trees
 #pragma once
 
 #include "support/temp_dir.h"
@@ -8,10 +8,10 @@
 
 namespace quarnex::test {
 
-/// Files with their content, and directories with "/" behind their names and no content.
+/// Names with contents; names of directories end in "/" and have no content.
 using file_tree = std::map<std::string, bytes>;
 
-/// All that lies below a directory, by the names there.
+/// Returns the tree below a directory, by names relative to it.
 inline file_tree tree_below(const std::string& directory)
 {
     file_tree tree;
@@ -33,14 +33,14 @@ inline std::vector<std::string> names_below(const std::string& directory)
     return names;
 }
 
-/// Creates a file, or a directory if the name has "/" behind it, and the directories above.
+/// Creates a file, or a directory if the name ends in "/", and the missing parents.
 inline void plant(const std::string& name, const bytes& content = {})
 {
     std::filesystem::create_directories(std::filesystem::path(name).parent_path());
     if (name.back() != '/') write_file(name, content);
 }
 
-/// "d/d/.../d" with `levels` directories.
+/// Returns "d/d/.../d" with `levels` directories.
 inline std::string nested_directories(usize levels)
 {
     std::string name = "d";

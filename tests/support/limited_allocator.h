@@ -1,4 +1,4 @@
-// support/limited_allocator.h - an allocator that counts, and fails where a test wants it to
+// support/limited_allocator.h - an allocator that counts calls and fails on request
 #pragma once
 
 #include "common/allocator.h"
@@ -7,22 +7,22 @@
 
 namespace quarnex::test {
 
-/// The system's memory, less what a test refuses.  Used by all threads of an engine.
+/// Wraps system_allocator and fails selected allocations.  Thread-safe.
 class limited_allocator {
   public:
     limited_allocator() = default;
     limited_allocator(const limited_allocator&) = delete;
     limited_allocator& operator=(const limited_allocator&) = delete;
 
-    /// Refuses everything of `size` bytes or more.
+    /// Fails allocations of `size` bytes or more.
     void refuse_from(usize size) { max_size_ = size; }
-    /// Refuses call number `call`, counted from 1, alone.
+    /// Fails only call number `call`, counted from 1.
     void refuse_call(u64 call) { refused_call_ = call; }
 
     const allocator& get() const { return allocator_; }
-    /// Calls so far.
+    /// Returns the number of allocation calls so far.
     u64 calls() const { return calls_; }
-    /// Pieces of memory that are in use.
+    /// Returns the number of live allocations.
     i64 in_use() const { return in_use_; }
     i64 bytes_in_use() const { return bytes_; }
 

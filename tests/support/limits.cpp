@@ -30,7 +30,7 @@ std::function<void()> limit(int resource, rlim_t value)
 void obey_permissions()
 {
     if (geteuid() != 0) return;
-    // What is not in the bounding set is not gained by the exec that follows.
+    // The exec that follows grants no capability outside the bounding set.
     need(prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) == 0);
     need(prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0) == 0);
 }

@@ -1,7 +1,7 @@
-// support/limits.h - hard conditions for a program under test
+// support/limits.h - resource limits for a program under test
 //
-// Each of these goes into program_options::before_exec.  Where the system doesn't let them be set
-// up, the child ends with status_not_set_up instead of becoming the program.
+// Each of these goes into program_options::before_exec.  If the system doesn't permit the setup,
+// the child exits with status_not_set_up instead of executing the program.
 #pragma once
 
 #include <functional>
@@ -12,8 +12,8 @@ namespace quarnex::test {
 
 inline constexpr int status_not_set_up = 125;
 
-/// Whether the tests and the program are built with a sanitizer that maps address space without
-/// end and can't live with limits on it.
+/// True if the tests and the program are built with a sanitizer that maps huge address ranges and
+/// can't run with limits on the address space.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool under_sanitizer = true;
 #elif defined(__has_feature)
@@ -26,11 +26,11 @@ inline constexpr bool under_sanitizer = false;
 /// Sets the soft limit of a resource (RLIMIT_FSIZE, ...).
 std::function<void()> limit(int resource, rlim_t value);
 
-/// Makes the permissions of files hold for the superuser too.
+/// Makes file permissions bind the superuser too.
 void obey_permissions();
 
-/// Puts an empty file system of `bytes` bytes over `directory`; only the program sees it, and it is
-/// gone at its end.
+/// Mounts an empty file system of `bytes` bytes over `directory`, visible only to the program and
+/// removed when it ends.
 std::function<void()> small_disk(std::string directory, unsigned bytes);
 
 } // namespace quarnex::test

@@ -15,7 +15,7 @@ namespace {
 int make_pipe(const std::string& name)
 {
     if (mkfifo(name.c_str(), 0600) != 0) std::abort();
-    // Without waiting for the writer; the writer's open then finds a reader.
+    // Non-blocking: doesn't wait for the writer, whose open() then finds a reader.
     return open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
@@ -43,14 +43,14 @@ const bytes& named_pipe::content()
     return content_;
 }
 
-/// Waits for bytes and takes at most `most`.  False when no more will come.
-bool named_pipe::read_some(usize most)
+/// Waits up to 10 ms and reads at most `max_bytes`.  Returns false at the end of the data.
+bool named_pipe::read_some(usize max_bytes)
 {
     pollfd ready{fd_, POLLIN, 0};
-    const bool ended = writer_ended_; // asked first: what was written before is still there
+    const bool ended = writer_ended_; // checked before reading, so that no data is missed
     poll(&ready, 1, 10);
     std::array<u8, 65536> chunk;
-    const ssize_t got = read(fd_, chunk.data(), std::min(most, chunk.size()));
+    const ssize_t got = read(fd_, chunk.data(), std::min(max_bytes, chunk.size()));
     if (got > 0) content_.insert(content_.end(), chunk.data(), chunk.data() + got);
     return got > 0 || !ended;
 }

@@ -1,4 +1,4 @@
-// support/paths.h - paths as tests write them, with slashes, and as the system does
+// support/paths.h - converts between slashes and the system's path separators
 #pragma once
 
 #include "frontend/system.h"
@@ -8,21 +8,21 @@
 
 namespace quarnex::test {
 
-/// A path written with slashes, with the system's separators.
+/// Converts slashes to the system's separators.
 inline std::string native(std::string path)
 {
     std::replace(path.begin(), path.end(), '/', path_separator);
     return path;
 }
 
-/// A path of the system, written with slashes.
+/// Converts the system's separators to slashes.
 inline std::string with_slashes(std::string path)
 {
     std::replace(path.begin(), path.end(), path_separator, '/');
     return path;
 }
 
-/// A name of `length` bytes for `path`, which is absolute: its first separator is repeated.
+/// Returns a name of `length` bytes for the absolute `path`, by repeating its first separator.
 inline std::string stretched(std::string path, usize length)
 {
     const usize missing = length - path.size();

@@ -1,4 +1,4 @@
-// support/pipeline_jobs.h - blocks for the parts of the pipeline, without a driver
+// support/pipeline_jobs.h - jobs for tests of pipeline parts without a driver
 #pragma once
 
 #include "pipeline/engine.h"
@@ -12,15 +12,15 @@ namespace quarnex::test {
 
 inline constexpr usize mib = usize{1} << 20;
 
-/// Method 1 at a low level, in small blocks.
+/// Method 1 at level 0, in blocks of 1 MiB.
 inline constexpr file_parameters quick_parameters{
     .codec = {.method = 1, .level = 0, .hash_bits = 12, .chain_bits = 1}, .block_mb = 1};
 
-/// No memory can hold the hash table of these: the encoder fails.
+/// A hash table too large for any memory: the encoder fails.
 inline constexpr file_parameters failing_parameters{
     .codec = {.method = 1, .level = 0, .hash_bits = 62, .chain_bits = 1}, .block_mb = 1};
 
-/// `content` in a pool's buffer with `slack` zeros behind it.
+/// Returns a buffer of the pool with `content` and `slack` zeros after it.
 inline block_buffer fill_buffer(buffer_pool& buffers, const bytes& content, usize slack)
 {
     block_buffer buffer = buffers.take(content.size() + slack);
@@ -29,7 +29,7 @@ inline block_buffer fill_buffer(buffer_pool& buffers, const bytes& content, usiz
     return buffer;
 }
 
-/// A block as the compression driver hands it on.
+/// Returns a job as the compression driver submits it.
 inline block_job job_to_encode(buffer_pool& buffers, const bytes& block,
                                const file_parameters& parameters = quick_parameters)
 {
@@ -43,7 +43,7 @@ inline block_job job_to_encode(buffer_pool& buffers, const bytes& block,
     return job;
 }
 
-/// A payload as the decompression driver hands it on.
+/// Returns a job as the decompression driver submits it.
 inline block_job job_to_decode(buffer_pool& buffers, const bytes& payload, u32 out_len)
 {
     block_job job;
@@ -57,7 +57,7 @@ inline block_job job_to_decode(buffer_pool& buffers, const bytes& payload, u32 o
     return job;
 }
 
-/// A destination of the test's, created.
+/// Creates a destination file.
 inline output_ref create_output(const std::string& name)
 {
     output_ref file = output_file::make(system_allocator, "source", name.c_str());
@@ -70,7 +70,7 @@ inline block_job end_of_work()
     return {};
 }
 
-/// The bytes of a finished block.
+/// Returns the bytes of a finished block.
 inline bytes content_of(const write_job& finished)
 {
     return {finished.buf.get(), finished.buf.get() + finished.size};

@@ -1,4 +1,4 @@
-// support/plain_payload.h - compares an encoder with the plain one
+// support/plain_payload.h - compares an encoder with the plain encoder
 #pragma once
 
 #include "plain/plain_encode.h"
@@ -9,8 +9,7 @@
 
 namespace quarnex::test {
 
-/// Expects the payload of the plain encoder for `block`, of the shape `name`, and that it decodes
-/// to the block.
+/// Expects that `block`, of the shape `name`, is encoded as by the plain encoder and decoded back.
 inline void expect_plain_payload(const bytes& block, const codec_parameters& parameters,
                                  const std::string& name)
 {

@@ -1,11 +1,11 @@
-// support/process_entries.h - what this process holds at the moment
+// support/process_entries.h - counts the descriptors and threads of this process
 #pragma once
 
 #include "common/types.h"
 
 namespace quarnex::test {
 
-/// How many files and directories are open; on Linux pipes and the like are among them.
+/// Returns the number of open files and directories; on Linux also pipes and other descriptors.
 usize open_descriptors();
 
 usize running_threads();

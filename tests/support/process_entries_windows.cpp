@@ -4,18 +4,18 @@
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
-// behind it:
+// tlhelp32.h needs windows.h first.
 #include <tlhelp32.h>
 
 namespace quarnex::test {
 
-// The system's own count has the handles of threads, and of what they wait for, among those.
+// GetProcessHandleCount() would include the handles of threads and synchronization objects.
 usize open_descriptors()
 {
-    constexpr usize step = 4; // the lowest bits of a handle mean nothing
-    constexpr usize looked_at = 4096;
+    constexpr usize step = 4; // handles are multiples of 4
+    constexpr usize max_handles = 4096;
     usize count = 0;
-    for (usize value = step; value <= looked_at * step; value += step) {
+    for (usize value = step; value <= max_handles * step; value += step) {
         if (GetFileType(reinterpret_cast<HANDLE>(value)) == FILE_TYPE_DISK) ++count;
     }
     return count;

@@ -8,7 +8,7 @@
 namespace quarnex::test {
 namespace {
 
-/// Where the build has put the program.
+/// Returns the path of the built program.
 std::string program_path()
 {
     const char* const path = std::getenv("QUARNEX_PROGRAM");

@@ -1,4 +1,4 @@
-// support/program_fixture.h - a fresh directory in which the real program runs
+// support/program_fixture.h - runs the program in a new directory
 #pragma once
 
 #include "support/program.h"
@@ -32,16 +32,16 @@ class program_fixture : public testing::Test {
     program_options settings;
 };
 
-/// The same for a number of workers, as an option ("-p0", ...).
+/// Parameterized by number of workers, as an option ("-p0", ...).
 class program_with_threads : public program_fixture,
                              public testing::WithParamInterface<const char*> {};
 
 inline std::string thread_option_name(const testing::TestParamInfo<const char*>& info)
 {
-    return info.param + 1; // without its dash
+    return info.param + 1; // without the dash
 }
 
-/// A good end: status 0 and nothing said.
+/// Expects status 0 and no output.
 inline void expect_silent_success(const program_result& result)
 {
     EXPECT_EQ(result.out, "");
@@ -49,8 +49,8 @@ inline void expect_silent_success(const program_result& result)
     EXPECT_EQ(result.status, 0);
 }
 
-/// The end by a failure with a code: one line on standard error, which names the file, and `out` on
-/// standard output.
+/// Expects the end by a failure with a code: one line on standard error that names the file, and
+/// `out` on standard output.
 inline void expect_fatal_error(const program_result& result, const std::string& name,
                                const std::string& code_and_text, const std::string& out = "")
 {
@@ -59,7 +59,7 @@ inline void expect_fatal_error(const program_result& result, const std::string& 
     EXPECT_EQ(result.status, status_of_abnormal_end);
 }
 
-/// Why a directory can't be opened as a file.
+/// The error text for opening a directory as a file.
 inline const std::string is_a_directory = std::strerror(errno_of_directory);
 
 inline constexpr usize mib = usize{1} << 20;

@@ -8,7 +8,7 @@ namespace {
 constexpr usize header_bytes = 32;
 constexpr usize record_head_bytes = 5;
 
-/// Appends the low `count` bytes of `value`, the lowest first.
+/// Appends the low `count` bytes of `value`, little-endian.
 void append(bytes& image, u64 value, usize count)
 {
     for (; count != 0; --count, value >>= 8) image.push_back(static_cast<u8>(value));
@@ -64,7 +64,7 @@ bytes build_qrx(const qrx_file& file)
     return image;
 }
 
-std::optional<qrx_file> take_qrx_apart(const bytes& image)
+std::optional<qrx_file> parse_qrx(const bytes& image)
 {
     if (image.size() < header_bytes) return {};
     qrx_file file{header_of(image), {}};
@@ -108,8 +108,8 @@ std::optional<std::vector<bytes>> payloads_in_order(const qrx_file& file)
 
 bytes m1_run_payload(u8 value, u32 length)
 {
-    // The first byte; a control word whose two top flags announce two matches; a long match (all
-    // bits of its length set, then the rest as an integer of five bytes) at distance 1; the end.
+    // The first byte; a control word whose two top flags are set for two matches; a long match at
+    // distance 1 (all bits of its length set, the rest in a five-byte integer); the end mark.
     bytes payload{value, 0, 0, 0, 0xC0, 0xFF, 0xF0};
     append(payload, length - 1 - (63 + 4), 4);
     payload.insert(payload.end(), {1, 0xEB, 0});

@@ -1,4 +1,4 @@
-// support/qrx_file.h - .qrx images built and taken apart, byte by byte
+// support/qrx_file.h - builds and parses .qrx images independently of the program
 #pragma once
 
 #include "support/shapes.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// The numbers in a file's first 32 bytes.
+/// The fields of a file header.
 struct qrx_header {
     u64 original_size = 0;
     u8 method = 1;
@@ -33,17 +33,17 @@ struct qrx_file {
 
 bytes build_qrx(const qrx_file& file);
 
-/// The file in an image; nothing if the image is not a header with zeros in its reserved places,
-/// and whole records behind it.
-std::optional<qrx_file> take_qrx_apart(const bytes& image);
+/// Parses an image; returns nothing unless it is a header with zeros in its reserved fields,
+/// followed by complete records.
+std::optional<qrx_file> parse_qrx(const bytes& image);
 
-/// The displacement byte of a block that lies `distance` places from its record.
+/// Returns the displacement byte of a block whose index is its record's number plus `distance`.
 u8 displacement_of(i32 distance);
 
-/// The payloads by block number; nothing if the displacements don't lead to one record each.
+/// Returns the payloads by block index; nothing unless each block has exactly one record.
 std::optional<std::vector<bytes>> payloads_in_order(const qrx_file& file);
 
-/// A payload of method 1, levels 0 to 7, for a block of `length` (68 or more) equal bytes.
+/// Returns a payload of method 1, levels 0 to 7, for a block of `length` (68 or more) equal bytes.
 bytes m1_run_payload(u8 value, u32 length);
 
 } // namespace quarnex::test

@@ -1,4 +1,4 @@
-// support/range_streams.h - what a range encoder writes, for the tests of the coders
+// support/range_streams.h - streams of a range encoder, for tests of the coders
 #pragma once
 
 #include "coding/range_coder.h"
@@ -6,27 +6,27 @@
 
 namespace quarnex::test {
 
-/// Room for each stream of these tests.
+/// Capacity for each stream of these tests, in bytes.
 inline constexpr usize stream_room = 1U << 18;
 
-/// The bytes from the start of a buffer to where the encoder is.
-inline bytes written(const bytes& buffer, const range_encoder& to)
+/// Returns the bytes that the encoder has written to `buffer`.
+inline bytes written(const bytes& buffer, const range_encoder& encoder)
 {
-    return {buffer.data(), static_cast<const u8*>(to.out)};
+    return {buffer.data(), static_cast<const u8*>(encoder.out)};
 }
 
-/// The whole stream of what `code` does to an encoder.
+/// Calls `code` with an encoder, flushes it and returns the stream.
 template <class Code>
 bytes coded(Code code)
 {
     bytes buffer(stream_room, 0xEE);
-    range_encoder to = start_range_encoder(buffer.data());
-    code(to);
-    flush(to);
-    return written(buffer, to);
+    range_encoder encoder = start_range_encoder(buffer.data());
+    code(encoder);
+    flush(encoder);
+    return written(buffer, encoder);
 }
 
-/// A stream with the zeros that may be read behind it.
+/// Returns a stream followed by the zeros that a decoder may read past its end.
 inline bytes with_slack(bytes stream)
 {
     stream.resize(stream.size() + 8);

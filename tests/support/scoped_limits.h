@@ -1,4 +1,4 @@
-// support/scoped_limits.h - limits of this very process, for the length of a scope
+// support/scoped_limits.h - limits of this process for a scope
 #pragma once
 
 #include <algorithm>
@@ -13,34 +13,34 @@
 
 namespace quarnex::test {
 
-class limit_of_process {
+class process_limit {
   public:
-    limit_of_process(__rlimit_resource resource, rlim_t value) : resource_(resource)
+    process_limit(__rlimit_resource resource, rlim_t value) : resource_(resource)
     {
         if (getrlimit(resource_, &before_) != 0) std::abort();
         const rlimit limits{std::min(value, before_.rlim_max), before_.rlim_max};
         if (setrlimit(resource_, &limits) != 0) std::abort();
     }
-    ~limit_of_process() { setrlimit(resource_, &before_); }
-    limit_of_process(const limit_of_process&) = delete;
-    limit_of_process& operator=(const limit_of_process&) = delete;
+    ~process_limit() { setrlimit(resource_, &before_); }
+    process_limit(const process_limit&) = delete;
+    process_limit& operator=(const process_limit&) = delete;
 
   private:
     const __rlimit_resource resource_;
     rlimit before_{};
 };
 
-/// Lets the process take no more than `spare` bytes of address space above what it has, once
-/// threads that have just started have what they reserve for a moment.
+/// Limits the address space to the current size plus `spare` bytes.  First waits until the size is
+/// stable, because new threads reserve address space for a moment.
 class short_of_memory {
   public:
     explicit short_of_memory(rlim_t spare = rlim_t{128} << 20)
-        : limit_(RLIMIT_AS, settled_address_space() + spare)
+        : limit_(RLIMIT_AS, stable_address_space() + spare)
     {
     }
 
   private:
-    static rlim_t settled_address_space()
+    static rlim_t stable_address_space()
     {
         rlim_t size = address_space();
         for (int quiet = 0; quiet < 5; ++quiet) {
@@ -58,14 +58,14 @@ class short_of_memory {
         std::ifstream("/proc/self/statm") >> pages;
         return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
     }
-    limit_of_process limit_;
+    process_limit limit_;
 };
 
-/// Lets no file grow beyond `largest` bytes: the write that would do so fails with EFBIG.
+/// Limits the size of files to `max_size` bytes: writes beyond it fail with EFBIG.
 class short_of_disk {
   public:
-    explicit short_of_disk(rlim_t largest)
-        : before_(std::signal(SIGXFSZ, SIG_IGN)), limit_(RLIMIT_FSIZE, largest)
+    explicit short_of_disk(rlim_t max_size)
+        : before_(std::signal(SIGXFSZ, SIG_IGN)), limit_(RLIMIT_FSIZE, max_size)
     {
     }
     ~short_of_disk() { std::signal(SIGXFSZ, before_); }
@@ -74,10 +74,10 @@ class short_of_disk {
 
   private:
     void (*before_)(int);
-    limit_of_process limit_;
+    process_limit limit_;
 };
 
-/// Makes each new thread ask for a stack that no address space holds.
+/// Makes thread creation fail: the default stack size exceeds the address space.
 class short_of_threads {
   public:
     short_of_threads()

@@ -70,7 +70,7 @@ bytes text(usize size, u64 seed)
     }
     bytes data;
     while (data.size() < size) {
-        // Small numbers are likelier, as frequent words are.
+        // Small indexes are more likely, like frequent words in a text.
         const u32 rank = random.below(1 + random.below(static_cast<u32>(words.size())));
         data.insert(data.end(), words[rank].begin(), words[rank].end());
         data.push_back(random.below(12) == 0 ? '\n' : ' ');
@@ -139,7 +139,7 @@ bytes thue_morse_word(usize size, u64 /*seed*/)
     return data;
 }
 
-/// Each 16 bits once in a row, taken from a shift register and packed into bytes.
+/// De Bruijn sequence: every 16-bit string once, from a shift register, packed into bytes.
 bytes de_bruijn(usize size, u64 seed)
 {
     bytes data(size);

@@ -1,4 +1,4 @@
-// support/shapes.h - data of many kinds, the same on every machine
+// support/shapes.h - test data of many kinds, the same on every machine
 #pragma once
 
 #include "common/types.h"
@@ -12,13 +12,13 @@ namespace quarnex::test {
 
 using bytes = std::vector<u8>;
 
-/// The characters of a text, without a zero behind them.
+/// Returns the characters of a text, without a NUL.
 inline bytes bytes_of(std::string_view text)
 {
     return {text.begin(), text.end()};
 }
 
-/// All parts in a row.
+/// Returns the concatenation of all parts.
 inline bytes joined(std::initializer_list<bytes> parts)
 {
     usize size = 0;
@@ -29,12 +29,12 @@ inline bytes joined(std::initializer_list<bytes> parts)
     return all;
 }
 
-/// A small fast generator of pseudo-random numbers with a seed.
+/// A small, fast, seeded generator of pseudo-random numbers.
 class random_source {
   public:
     explicit random_source(u64 seed) : state_(seed * 0x9E3779B97F4A7C15U + 1) {}
     u32 next();
-    /// A number from 0 to limit - 1.
+    /// Returns a number from 0 to limit - 1.
     u32 below(u32 limit) { return static_cast<u32>(u64{next()} * limit >> 32); }
 
   private:
@@ -47,12 +47,12 @@ struct shape {
     bytes (*make)(usize size, u64 seed);
 };
 
-/// All kinds: random bytes, zeros, runs, short and long periods, words of a text, fixed-width
-/// records, machine-code-like bytes, Fibonacci and Thue-Morse words, a de Bruijn sequence,
-/// mixtures.
+/// Returns all kinds: random bytes, zeros, runs, short and long periods, words of a text,
+/// fixed-width records, machine-code-like bytes, Fibonacci and Thue-Morse words, a de Bruijn
+/// sequence, mixtures.
 const std::vector<shape>& all_shapes();
 
-/// The shape of that name; it must exist.
+/// Returns the shape `name`, which must exist.
 const shape& find_shape(const std::string& name);
 
 } // namespace quarnex::test

@@ -1,13 +1,12 @@
-// support/start_program.h - a process, its ends and what it says: the part of running the program
-// that each system does in its own way
+// support/start_program.h - starts a process and collects its output; implemented per system
 #pragma once
 
 #include "support/program.h"
 
 namespace quarnex::test {
 
-/// Runs the program at `path` with `words`, of which the first is what it is called by, and waits
-/// for its end.
+/// Runs the program at `path` with the arguments `words`, starting with argv[0], and waits for its
+/// end.
 program_result start_program(const std::string& path, std::vector<std::string> words,
                              const program_options& options);
 

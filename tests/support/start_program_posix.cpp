@@ -14,7 +14,7 @@
 namespace quarnex::test {
 namespace {
 
-/// Both ends of a channel; neither is passed on to the program by itself.
+/// Both ends of a pipe; the program doesn't inherit them implicitly.
 struct channel {
     int read_end = -1;
     int write_end = -1;
@@ -27,7 +27,7 @@ channel open_pipe()
     return {ends[0], ends[1]};
 }
 
-/// A terminal that shows what is written to it unchanged.
+/// A pseudo-terminal that passes output through unchanged.
 channel open_terminal()
 {
     channel ends;
@@ -49,7 +49,7 @@ channel open_terminal()
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
     if (!options.work_dir.empty() && chdir(options.work_dir.c_str()) != 0) _exit(126);
-    const rlimit no_core{0, 0}; // a program that aborts leaves no file behind
+    const rlimit no_core{0, 0}; // an aborting program leaves no core file
     setrlimit(RLIMIT_CORE, &no_core);
     alarm(static_cast<unsigned>(options.timeout_seconds));
     if (options.before_exec) options.before_exec();
@@ -57,7 +57,7 @@ channel open_terminal()
     _exit(127);
 }
 
-/// Appends what both pipes give to the two texts, until both are closed.
+/// Reads both pipes and appends to the two texts, until both are closed.
 void drain(std::array<pollfd, 2> pipes, std::array<std::string*, 2> texts)
 {
     std::array<char, 4096> chunk;

@@ -13,7 +13,7 @@
 namespace quarnex::test {
 namespace {
 
-/// A pipe of which the program gets the end that is written to.
+/// A pipe whose write end the program inherits.
 struct pipe_ends {
     HANDLE read_end = nullptr;
     HANDLE write_end = nullptr;
@@ -28,7 +28,7 @@ pipe_ends open_pipe()
     return ends;
 }
 
-/// A word of a command line as the program's runtime reads it, wildcards and all.
+/// Quotes an argument as the program's runtime parses it; wildcards stay active.
 std::string quoted(const std::string& word)
 {
     const bool plain = !word.empty() && word.find_first_of(" \t\"") == std::string::npos;
@@ -53,15 +53,15 @@ std::string command_line(const std::vector<std::string>& words)
     return line;
 }
 
-/// All that comes out of a pipe, with the ends of lines as tests write them.
-std::string drain(HANDLE from)
+/// Reads a pipe to its end and converts CR LF to LF.
+std::string drain(HANDLE read_end)
 {
     std::string text;
     std::array<char, 4096> chunk;
     DWORD got = 0;
-    while (ReadFile(from, chunk.data(), chunk.size(), &got, nullptr) != 0 && got != 0)
+    while (ReadFile(read_end, chunk.data(), chunk.size(), &got, nullptr) != 0 && got != 0)
         text.append(chunk.data(), got);
-    CloseHandle(from);
+    CloseHandle(read_end);
     for (usize at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
     return text;
 }
@@ -82,7 +82,7 @@ PROCESS_INFORMATION start(const std::string& path, std::string line, const std::
     return process;
 }
 
-/// The exit status of a process, which is killed when its time is over.
+/// Waits for a process and returns its exit status; kills it after the timeout.
 int wait_for(HANDLE process, int timeout_seconds)
 {
     constexpr DWORD status_killed = 137;
@@ -92,7 +92,7 @@ int wait_for(HANDLE process, int timeout_seconds)
     DWORD status = 0;
     GetExitCodeProcess(process, &status);
     CloseHandle(process);
-    return static_cast<int>(status & 0xFF); // all that other systems tell
+    return static_cast<int>(status & 0xFF); // as other systems report it
 }
 
 } // namespace
@@ -100,7 +100,7 @@ int wait_for(HANDLE process, int timeout_seconds)
 program_result start_program(const std::string& path, std::vector<std::string> words,
                              const program_options& options)
 {
-    if (options.before_exec || options.err_is_terminal) std::abort(); // nothing of the kind here
+    if (options.before_exec || options.err_is_terminal) std::abort(); // not supported here
     if (options.translates_paths) std::transform(words.begin(), words.end(), words.begin(), native);
     const pipe_ends out = open_pipe();
     const pipe_ends err = open_pipe();

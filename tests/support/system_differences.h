@@ -1,4 +1,4 @@
-// support/system_differences.h - what tests expect of one system and not of another
+// support/system_differences.h - expectations that differ between systems
 #pragma once
 
 #include <cerrno>
@@ -8,15 +8,15 @@
 namespace quarnex::test {
 
 #if defined(_WIN32)
-/// Takes all that is written and has nothing to read.
+/// A device that discards all data written and reads as empty.
 inline constexpr const char* null_device = "NUL";
-/// Why a directory can't be opened as a file.
+/// errno for opening a directory as a file.
 inline constexpr int errno_of_directory = EACCES;
-/// The status of a program that ends abnormally, as run_program() tells it.
+/// The status of a program that ends abnormally, as run_program() returns it.
 inline constexpr int status_of_abnormal_end = 3;
 /// The status of exit(-1), for EXPECT_EXIT.
 inline constexpr int status_of_exit_minus_1 = -1;
-/// For EXPECT_EXIT: whether the process has ended abnormally.
+/// Predicate for EXPECT_EXIT: the process ended abnormally.
 inline const testing::ExitedWithCode ended_abnormally(status_of_abnormal_end);
 #else
 inline constexpr const char* null_device = "/dev/null";

@@ -1,4 +1,4 @@
-// support/temp_dir.h - files for tests
+// support/temp_dir.h - temporary files for tests
 #pragma once
 
 #include "support/shapes.h"
@@ -7,8 +7,8 @@
 
 namespace quarnex::test {
 
-/// A new empty directory, removed with all in it at the end.  In memory where the system has a
-/// RAM-backed folder.
+/// A new empty directory, removed with its content at the end.  It is in a RAM-backed directory if
+/// the system has one.
 class temp_dir {
   public:
     temp_dir();
@@ -17,7 +17,7 @@ class temp_dir {
     temp_dir& operator=(const temp_dir&) = delete;
 
     const std::string& path() const { return path_; }
-    /// The path of `name` in the directory.
+    /// Returns the path of `name` in the directory.
     std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
   private:
@@ -25,7 +25,7 @@ class temp_dir {
 };
 
 void write_file(const std::string& name, const bytes& content);
-/// The content of a file; of a missing one, nothing.
+/// Returns the content of a file; empty if it is missing.
 bytes read_file(const std::string& name);
 bool file_exists(const std::string& name);
 bytes to_bytes(const std::string& text);

@@ -1,4 +1,4 @@
-// support/token_block.h - blocks told token by token
+// support/token_block.h - builds blocks token by token
 #pragma once
 
 #include "plain/plain_search.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// Some raw bytes and some tokens, with the block that they make.
+/// A block made of raw bytes and tokens, with its tokens.
 class token_block {
   public:
     explicit token_block(bytes raw) : data_(std::move(raw)) {}
@@ -19,7 +19,7 @@ class token_block {
         return *this;
     }
 
-    /// Literals up to a size, without any order.
+    /// Appends random literals up to a block size of `size`.
     token_block& literals_to(usize size, u64 seed = 1)
     {
         random_source random(seed);
@@ -42,7 +42,7 @@ class token_block {
     std::vector<plain_token> tokens_;
 };
 
-/// Tokens of every kind that an encoder could have chosen, behind `raw_bytes` random bytes.
+/// Returns `raw_bytes` random bytes followed by random tokens of every valid kind.
 inline token_block random_token_block(u64 seed, usize raw_bytes, u32 min_match, int tokens = 3000)
 {
     random_source random(seed);
@@ -54,8 +54,9 @@ inline token_block random_token_block(u64 seed, usize raw_bytes, u32 min_match, 
             block.literal(static_cast<u8>(random.next() >> random.below(8)));
             continue;
         }
-        const u32 reach = std::min(static_cast<u32>(block.data().size()), 1U << random.below(22));
-        block.match(min_match + random.below(1U << random.below(9)), 1 + random.below(reach));
+        const u32 max_dist =
+            std::min(static_cast<u32>(block.data().size()), 1U << random.below(22));
+        block.match(min_match + random.below(1U << random.below(9)), 1 + random.below(max_dist));
     }
     return block;
 }

@@ -1,4 +1,4 @@
-// support/token_recorder.h - what a search decides, token by token
+// support/token_recorder.h - records the tokens that a search chooses
 #pragma once
 
 #include "common/scratch.h"
@@ -12,7 +12,7 @@
 
 namespace quarnex::test {
 
-/// A token writer that keeps what a search decides; `full_at` tokens fill it.
+/// A token writer that records its tokens and is full after `full_at` of them.
 template <u32 FirstPos, u32 MinMatch = 4>
 struct token_recorder {
     static constexpr u32 first_pos = FirstPos;
@@ -41,7 +41,7 @@ using recorded_search = std::optional<token_recorder<FirstPos>> (*)(block_text, 
                                                                     scratch&,
                                                                     token_recorder<FirstPos>);
 
-/// The tokens of a block that lies in a buffer which ends where a search may read last.
+/// Returns the tokens of a block, in a buffer that ends where the search may read last.
 template <u32 FirstPos>
 std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes& block,
                                    search_bits bits, scratch& memory, usize full_at = SIZE_MAX)
@@ -52,7 +52,7 @@ std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes
     return search(text, bits, memory, {full_at}).value().tokens;
 }
 
-/// The same in a scratch of its own.
+/// Returns the tokens of a block, with a new scratch.
 template <u32 FirstPos>
 std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes& block,
                                    search_bits bits, usize full_at = SIZE_MAX)
@@ -61,13 +61,13 @@ std::vector<plain_token> tokens_of(recorded_search<FirstPos> search, const bytes
     return tokens_of<FirstPos>(search, block, bits, memory, full_at);
 }
 
-/// Literals in a row, for spelled_out().
+/// A run of literals, for spelled_out().
 constexpr plain_token literals(u32 count)
 {
     return {count, 0};
 }
 
-/// Tokens with each row of literals resolved.
+/// Returns the tokens with each run of literals expanded.
 inline std::vector<plain_token> spelled_out(std::initializer_list<plain_token> rows)
 {
     std::vector<plain_token> tokens;
@@ -80,7 +80,7 @@ inline std::vector<plain_token> spelled_out(std::initializer_list<plain_token> r
     return tokens;
 }
 
-/// Shows a token as text where a test fails.
+/// Prints a token in test failures.
 inline void PrintTo(const plain_token& token, std::ostream* out)
 {
     *out << token.len << " from " << token.dist;

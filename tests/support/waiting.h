@@ -1,4 +1,4 @@
-// support/waiting.h - tests of code that waits
+// support/waiting.h - helpers for tests of blocking code
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,7 @@
 
 namespace quarnex::test {
 
-/// Kills the process when a test hangs.
+/// Aborts the process if a test hangs.
 class time_guard {
   public:
     explicit time_guard(int seconds = 60)
@@ -37,13 +37,14 @@ inline std::future<void> in_thread(std::function<void()> body)
     return std::async(std::launch::async, std::move(body));
 }
 
-/// Whether a thread goes on waiting.  A slow machine can only make it true.
+/// Returns whether a thread is still running after 30 ms.  On a slow machine this may be true by
+/// mistake.
 inline bool still_waits(const std::future<void>& thread)
 {
     return thread.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
 }
 
-/// Whether a condition holds now or within some seconds.
+/// Returns whether a condition becomes true within 20 seconds.
 inline bool becomes_true(const std::function<bool()>& condition)
 {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -54,7 +55,7 @@ inline bool becomes_true(const std::function<bool()>& condition)
     return true;
 }
 
-inline bool comes_to_its_end(const std::future<void>& thread)
+inline bool finishes(const std::future<void>& thread)
 {
     return thread.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
 }
