@@ -162,7 +162,9 @@ bool m2_ends_exactly(const codec_job& job, m2_cursors at)
 {
     if (at.pos < job.out_len) return {.length = static_cast<u32>(at.pos)};
     assert(at.bit <= u64{job.in_len - 1} * 8);
-    const bool exact = at.pos - job.out_len <= max_match_overrun(static_min_match(job.parameters.level)) && m2_ends_exactly(job, at);
+    const bool exact =
+        at.pos - job.out_len <= max_match_overrun(static_min_match(job.parameters.level)) &&
+        m2_ends_exactly(job, at);
     return {.length = job.out_len, .exact_end = exact};
 }
 
