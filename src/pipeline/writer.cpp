@@ -72,6 +72,7 @@ void run_writer(engine& pipeline)
             const status written = write_and_close(pipeline, table, finished);
             if (written != status::done) pipeline.fail_on_thread(file, written);
         }
+        finished.buf.reset(); // before a driver that waits for the block takes its next buffer
         pipeline.mark_done(file, finished.block_index, finished.mode);
     }
 }
