@@ -1,6 +1,6 @@
 #include "common/owned_array.h"
 
-#include "common/recording_allocator.h"
+#include "support/limited_allocator.h"
 
 #include <gtest/gtest.h>
 #include <utility>
@@ -21,8 +21,8 @@ extern "C" const char* __tsan_default_options()
 namespace quarnex {
 namespace {
 
-using test::recording_allocator;
-using call = recording_allocator::call;
+using test::limited_allocator;
+using call = limited_allocator::recorded_call;
 
 /// A size that the compiler cannot see through.
 usize hidden(usize value)
@@ -67,15 +67,15 @@ TEST(owned_array, is_null_without_memory)
 
 TEST(owned_array, of_no_elements_is_not_null)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     EXPECT_NE(make_array<u64>(recorder.get(), 0), nullptr);
-    ASSERT_EQ(recorder.allocated.size(), 1U);
-    EXPECT_EQ(recorder.allocated[0].size, 1U);
+    ASSERT_EQ(recorder.allocated().size(), 1U);
+    EXPECT_EQ(recorder.allocated()[0].size, 1U);
 }
 
 TEST(owned_array, asks_for_its_size_in_bytes_and_for_its_kind)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     const auto plain = make_array<u32>(recorder.get(), 7);
     const auto large = make_array<u8>(recorder.get(), 9, memory_kind::large_pages);
     const auto zeroed = make_zeroed_array<u64>(recorder.get(), 5);
@@ -84,50 +84,50 @@ TEST(owned_array, asks_for_its_size_in_bytes_and_for_its_kind)
                                      {large.get(), 9, memory_kind::large_pages},
                                      {zeroed.get(), 40, memory_kind::zeroed},
                                      {table.get(), 22, memory_kind::zeroed}};
-    EXPECT_EQ(recorder.allocated, expected);
+    EXPECT_EQ(recorder.allocated(), expected);
 }
 
 TEST(owned_array, is_released_with_the_size_and_the_kind_of_its_allocation)
 {
     for (const memory_kind kind : {memory_kind::plain, memory_kind::zeroed,
                                    memory_kind::large_pages, memory_kind::reserved}) {
-        recording_allocator recorder;
+        limited_allocator recorder;
         static_cast<void>(make_array<u32>(recorder.get(), 1 << 20, kind));
-        ASSERT_EQ(recorder.allocated.size(), 1U);
-        EXPECT_EQ(recorder.allocated[0].kind, kind);
-        EXPECT_EQ(recorder.released, recorder.allocated) << static_cast<int>(kind);
+        ASSERT_EQ(recorder.allocated().size(), 1U);
+        EXPECT_EQ(recorder.allocated()[0].kind, kind);
+        EXPECT_EQ(recorder.released(), recorder.allocated()) << static_cast<int>(kind);
     }
 }
 
 TEST(owned_array, passes_its_release_on_when_it_is_moved)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     owned_array<u32> first = make_array<u32>(recorder.get(), 3);
     owned_array<u32> second = make_zeroed_array<u32>(recorder.get(), 4);
     second = std::move(first);
-    ASSERT_EQ(recorder.released.size(), 1U);
-    EXPECT_EQ(recorder.released[0], recorder.allocated[1]);
+    ASSERT_EQ(recorder.released().size(), 1U);
+    EXPECT_EQ(recorder.released()[0], recorder.allocated()[1]);
     second.reset();
-    ASSERT_EQ(recorder.released.size(), 2U);
-    EXPECT_EQ(recorder.released[1], recorder.allocated[0]);
+    ASSERT_EQ(recorder.released().size(), 2U);
+    EXPECT_EQ(recorder.released()[1], recorder.allocated()[0]);
 }
 
 TEST(owned_array, is_null_when_the_allocator_fails_and_releases_nothing)
 {
-    recording_allocator recorder;
-    recorder.fail_from = 0;
+    limited_allocator recorder;
+    recorder.refuse_from(1);
     EXPECT_EQ(make_array<u32>(recorder.get(), 3), nullptr);
     EXPECT_EQ(make_zeroed_array<u32>(recorder.get(), 3), nullptr);
     EXPECT_EQ(make_zeroed_table<u32>(recorder.get(), usize{1} << 20, usize{1} << 20), nullptr);
-    EXPECT_EQ(recorder.allocated.size(), 3U);
-    EXPECT_TRUE(recorder.released.empty());
+    EXPECT_EQ(recorder.allocated().size(), 3U);
+    EXPECT_TRUE(recorder.released().empty());
 }
 
 TEST(owned_array, does_not_call_the_allocator_with_a_size_that_overflows)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     EXPECT_EQ(make_array<u64>(recorder.get(), hidden(SIZE_MAX / 8 + 1)), nullptr);
-    EXPECT_TRUE(recorder.allocated.empty());
+    EXPECT_TRUE(recorder.allocated().empty());
 }
 
 TEST(large_pages_pay, with_a_use_for_every_32_kib)

@@ -1,48 +1,48 @@
 #include "common/scratch.h"
 
-#include "common/recording_allocator.h"
+#include "support/limited_allocator.h"
 
 #include <gtest/gtest.h>
 
 namespace quarnex {
 namespace {
 
-using test::recording_allocator;
+using test::limited_allocator;
 
 TEST(scratch, allocates_nothing_by_itself)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     {
         const scratch memory(recorder.get());
         EXPECT_EQ(&memory.source, &recorder.get());
         EXPECT_EQ(memory.table.entries, nullptr);
         EXPECT_EQ(memory.table.count, 0U);
     }
-    EXPECT_TRUE(recorder.allocated.empty());
-    EXPECT_TRUE(recorder.released.empty());
+    EXPECT_TRUE(recorder.allocated().empty());
+    EXPECT_TRUE(recorder.released().empty());
 }
 
 TEST(scratch, releases_the_table_that_was_left_in_it)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     {
         scratch memory(recorder.get());
         memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, true};
-        EXPECT_TRUE(recorder.released.empty());
+        EXPECT_TRUE(recorder.released().empty());
     }
-    ASSERT_EQ(recorder.allocated.size(), 1U);
-    EXPECT_EQ(recorder.allocated[0].size, 4000U);
-    EXPECT_EQ(recorder.released, recorder.allocated);
+    ASSERT_EQ(recorder.allocated().size(), 1U);
+    EXPECT_EQ(recorder.allocated()[0].size, 4000U);
+    EXPECT_EQ(recorder.released(), recorder.allocated());
 }
 
 TEST(scratch, releases_a_table_that_is_replaced)
 {
-    recording_allocator recorder;
+    limited_allocator recorder;
     scratch memory(recorder.get());
     memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, true};
     memory.table = {make_zeroed_array<u32>(memory.source, 10), 10, false, true};
-    ASSERT_EQ(recorder.released.size(), 1U);
-    EXPECT_EQ(recorder.released[0], recorder.allocated[0]);
+    ASSERT_EQ(recorder.released().size(), 1U);
+    EXPECT_EQ(recorder.released()[0], recorder.allocated()[0]);
 }
 
 } // namespace

@@ -24,8 +24,8 @@ class priced_levels : public testing::TestWithParam<int> {
     test::codec_run encode(const bytes& block, u8 level, limited_allocator& memory) const
     {
         test::codec_run run = test::run_encoder(block, parameters(level), memory.get());
-        EXPECT_EQ(memory.in_use(), 0);
-        EXPECT_EQ(memory.bytes_in_use(), 0);
+        EXPECT_EQ(memory.in_use(), 0U);
+        EXPECT_EQ(memory.bytes_in_use(), 0U);
         return run;
     }
 

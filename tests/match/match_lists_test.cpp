@@ -387,7 +387,7 @@ TEST(match_lists, do_not_exist_without_memory_for_each_of_their_arrays)
         test::limited_allocator memory;
         memory.refuse_call(refused);
         EXPECT_FALSE(find_match_lists({block.data(), 1000}, memory.get())) << refused;
-        EXPECT_EQ(memory.in_use(), 0) << refused;
+        EXPECT_EQ(memory.in_use(), 0U) << refused;
     }
 }
 
@@ -399,7 +399,7 @@ TEST(match_lists, are_empty_without_memory_for_the_work_array)
     const auto lists = find_match_lists({block.data(), 1000}, memory.get());
     ASSERT_TRUE(lists);
     EXPECT_EQ(std::count(lists->mlen.get(), lists->mlen.get() + 1000, 0), 1000);
-    EXPECT_EQ(memory.in_use(), 2); // the lists
+    EXPECT_EQ(memory.in_use(), 2U); // the lists
 }
 
 TEST(match_lists, keep_five_bytes_per_position)
@@ -409,7 +409,7 @@ TEST(match_lists, keep_five_bytes_per_position)
     test::limited_allocator memory;
     const auto lists = find_match_lists({block.data(), size}, memory.get());
     ASSERT_TRUE(lists);
-    EXPECT_EQ(memory.bytes_in_use(), i64{5} * size);
+    EXPECT_EQ(memory.bytes_in_use(), usize{5} * size);
 }
 
 TEST(lcp_bytes, without_memory_leaves_the_array_unchanged)

@@ -104,13 +104,13 @@ TEST(table_memory, is_kept_in_its_scratch_and_freed_with_it)
     {
         scratch keeper(memory.get());
         use_table(keeper, false);
-        EXPECT_EQ(memory.in_use(), 1);
-        EXPECT_EQ(memory.bytes_in_use(), static_cast<i64>(count * sizeof(u32)));
+        EXPECT_EQ(memory.in_use(), 1U);
+        EXPECT_EQ(memory.bytes_in_use(), count * sizeof(u32));
         scratch other(memory.get());
         use_table(other, false);
-        EXPECT_EQ(memory.in_use(), 2);
+        EXPECT_EQ(memory.in_use(), 2U);
     }
-    EXPECT_EQ(memory.in_use(), 0);
+    EXPECT_EQ(memory.in_use(), 0U);
 }
 
 TEST(table_memory, without_memory_is_false_and_keeps_nothing)

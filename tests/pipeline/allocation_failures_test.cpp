@@ -38,7 +38,7 @@ class allocation_failures : public driver_fixture {
             const usize descriptors = open_descriptors();
             const driver_run result = run(memory.get());
             failed = call <= memory.calls();
-            ASSERT_EQ(memory.in_use(), 0) << call;
+            ASSERT_EQ(memory.in_use(), 0U) << call;
             ASSERT_EQ(open_descriptors(), descriptors) << call;
             const bool events = !recorder.take().empty();
             if (result.first_failure == status::done) {

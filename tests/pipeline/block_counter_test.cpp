@@ -15,10 +15,10 @@ TEST(block_counter, waiting_without_blocks_in_flight_returns_at_once)
 {
     const test::time_guard guard;
     block_counter blocks;
-    blocks.wait_for_none();
+    EXPECT_TRUE(finishes(in_thread([&] { blocks.wait_for_none(); })));
     blocks.enter();
     blocks.leave();
-    blocks.wait_for_none();
+    EXPECT_TRUE(finishes(in_thread([&] { blocks.wait_for_none(); })));
 }
 
 TEST(block_counter, waits_for_every_block_that_has_entered)
@@ -40,15 +40,18 @@ TEST(block_counter, blocks_that_leave_on_several_threads_are_all_counted)
     constexpr u32 of_each = 5000;
     const test::time_guard guard;
     block_counter blocks;
-    for (u32 i = 0; i < 2 * of_each; ++i) blocks.enter();
+    for (u32 i = 0; i < 2 * of_each + 1; ++i) blocks.enter();
     const auto leave = [&] {
         for (u32 i = 0; i < of_each; ++i) blocks.leave();
     };
     const auto first = in_thread(leave);
     const auto second = in_thread(leave);
-    blocks.wait_for_none();
     EXPECT_TRUE(finishes(first));
     EXPECT_TRUE(finishes(second));
+    const auto waiter = in_thread([&] { blocks.wait_for_none(); });
+    EXPECT_TRUE(still_waits(waiter)) << "one block is left";
+    blocks.leave();
+    EXPECT_TRUE(finishes(waiter));
 }
 
 } // namespace

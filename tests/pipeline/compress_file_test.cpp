@@ -206,7 +206,7 @@ TEST_P(compress_driver, missing_memory_for_the_block_or_its_record_is_reported)
             compress(GetParam(), recorder, parameters, dir / "in", dir / "out.qrx", memory.get());
         EXPECT_EQ(result.first_failure, refused == 2 * mib ? status::no_memory : status::done);
         EXPECT_EQ(recorder.take().size(), refused == 2 * mib ? 1U : 0U);
-        EXPECT_EQ(memory.in_use(), 0);
+        EXPECT_EQ(memory.in_use(), 0U);
     }
 }
 

@@ -228,7 +228,7 @@ TEST_P(decompress_driver, missing_memory_for_a_payload_or_a_block_is_reported)
         event_kind::no_memory, status::no_memory);
     expect_failure(decompress(GetParam(), recorder, dir / "coded", dir / "out", memory.get()),
                    event_kind::no_memory, status::no_memory);
-    EXPECT_EQ(memory.in_use(), 0);
+    EXPECT_EQ(memory.in_use(), 0U);
 }
 
 TEST_P(decompress_driver, missing_memory_for_models_is_reported)

@@ -51,7 +51,7 @@ TEST_P(encoders, each_level_up_to_7_fails_without_memory_for_its_table)
         const auto run = run_encoder(bytes(100), parameters(level, 30), memory.get());
         EXPECT_EQ(run.result.status, codec_status::no_table) << int{level};
     }
-    EXPECT_EQ(memory.in_use(), 0);
+    EXPECT_EQ(memory.in_use(), 0U);
 }
 
 TEST_P(encoders, level_8_fails_without_memory_for_its_match_lists)
@@ -63,7 +63,7 @@ TEST_P(encoders, level_8_fails_without_memory_for_its_match_lists)
         test::limited_allocator memory;
         memory.refuse_call(call);
         const auto run = run_encoder(block, parameters(8), memory.get());
-        EXPECT_EQ(memory.in_use(), 0);
+        EXPECT_EQ(memory.in_use(), 0U);
         has_lists = call > memory.calls();
         if (run.result.status == codec_status::no_lists) ++failures;
     }
@@ -76,8 +76,8 @@ TEST_P(encoders, free_all_memory_except_the_table_in_the_scratch)
     for (u8 level = 0; level < levels; ++level) {
         test::limited_allocator memory;
         run_encoder(block, parameters(level), memory.get());
-        EXPECT_EQ(memory.in_use(), 0) << int{level};
-        EXPECT_EQ(memory.bytes_in_use(), 0) << int{level};
+        EXPECT_EQ(memory.in_use(), 0U) << int{level};
+        EXPECT_EQ(memory.bytes_in_use(), 0U) << int{level};
     }
 }
 

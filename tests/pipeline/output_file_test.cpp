@@ -39,7 +39,7 @@ TEST(output_file, is_closed_and_freed_by_its_last_owner)
         EXPECT_EQ(open_descriptors(), before + 1);
     }
     EXPECT_EQ(open_descriptors(), before);
-    EXPECT_EQ(memory.in_use(), 0);
+    EXPECT_EQ(memory.in_use(), 0U);
 }
 
 TEST(output_file, is_empty_without_memory)
@@ -48,7 +48,7 @@ TEST(output_file, is_empty_without_memory)
         limited_allocator memory;
         memory.refuse_call(call);
         EXPECT_FALSE(output_file::make(memory.get(), "in", "out")) << call;
-        EXPECT_EQ(memory.in_use(), 0) << call;
+        EXPECT_EQ(memory.in_use(), 0U) << call;
     }
 }
 

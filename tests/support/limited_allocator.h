@@ -1,15 +1,28 @@
-// support/limited_allocator.h - an allocator that counts calls and fails on request
+// support/limited_allocator.h - an allocator that records its calls and fails on request
 #pragma once
 
 #include "common/allocator.h"
+#include "common/sync.h"
 
 #include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <vector>
 
 namespace quarnex::test {
 
-/// Wraps system_allocator and fails selected allocations.  Thread-safe.
+/// Wraps system_allocator, records each call and fails selected allocations.  Ends the process if
+/// memory is released with another size or kind than it was allocated with.  Thread-safe.
 class limited_allocator {
   public:
+    struct recorded_call {
+        void* memory;
+        usize size;
+        memory_kind kind;
+        bool operator==(const recorded_call&) const = default;
+    };
+
     limited_allocator() = default;
     limited_allocator(const limited_allocator&) = delete;
     limited_allocator& operator=(const limited_allocator&) = delete;
@@ -20,38 +33,68 @@ class limited_allocator {
     void refuse_call(u64 call) { refused_call_ = call; }
 
     const allocator& get() const { return allocator_; }
+
+    /// Returns all calls of allocate(), also those that failed.
+    std::vector<recorded_call> allocated() const
+    {
+        scoped_lock lock(mutex_);
+        return allocated_;
+    }
+    /// Returns all calls of release().
+    std::vector<recorded_call> released() const
+    {
+        scoped_lock lock(mutex_);
+        return released_;
+    }
     /// Returns the number of allocation calls so far.
-    u64 calls() const { return calls_; }
+    u64 calls() const { return allocated().size(); }
     /// Returns the number of live allocations.
-    i64 in_use() const { return in_use_; }
-    i64 bytes_in_use() const { return bytes_; }
+    usize in_use() const
+    {
+        scoped_lock lock(mutex_);
+        return live_.size();
+    }
+    usize bytes_in_use() const
+    {
+        scoped_lock lock(mutex_);
+        usize total = 0;
+        for (const auto& [memory, made] : live_) total += made.size;
+        return total;
+    }
 
   private:
     static void* allocate(void* context, usize size, memory_kind kind)
     {
         auto& self = *static_cast<limited_allocator*>(context);
-        if (++self.calls_ == self.refused_call_ || size >= self.max_size_) return nullptr;
-        void* const memory = system_allocator.allocate(system_allocator.context, size, kind);
-        if (memory == nullptr) return nullptr;
-        ++self.in_use_;
-        self.bytes_ += static_cast<i64>(size);
+        scoped_lock lock(self.mutex_);
+        const bool refused =
+            self.allocated_.size() + 1 == self.refused_call_ || size >= self.max_size_;
+        void* const memory =
+            refused ? nullptr : system_allocator.allocate(system_allocator.context, size, kind);
+        self.allocated_.push_back({memory, size, kind});
+        if (memory != nullptr) self.live_[memory] = self.allocated_.back();
         return memory;
     }
 
     static void release(void* context, void* memory, usize size, memory_kind kind)
     {
         auto& self = *static_cast<limited_allocator*>(context);
-        --self.in_use_;
-        self.bytes_ -= static_cast<i64>(size);
+        scoped_lock lock(self.mutex_);
+        const recorded_call released{memory, size, kind};
+        const auto made = self.live_.find(memory);
+        if (made == self.live_.end() || made->second != released) std::abort();
+        self.live_.erase(made);
+        self.released_.push_back(released);
         system_allocator.release(system_allocator.context, memory, size, kind);
     }
 
     const allocator allocator_{allocate, release, this};
-    std::atomic<u64> calls_{0};
     std::atomic<u64> refused_call_{0};
     std::atomic<usize> max_size_{SIZE_MAX};
-    std::atomic<i64> in_use_{0};
-    std::atomic<i64> bytes_{0};
+    mutable guard_mutex mutex_;
+    std::vector<recorded_call> allocated_ GUARDED_BY(mutex_);
+    std::vector<recorded_call> released_ GUARDED_BY(mutex_);
+    std::map<void*, recorded_call> live_ GUARDED_BY(mutex_);
 };
 
 } // namespace quarnex::test
