@@ -13,7 +13,7 @@ enum class memory_kind : u8 {
     plain,       // undefined content
     zeroed,      // all zero; large allocations are fresh pages, which cost nothing until touched
     large_pages, // undefined content, in large pages where the system has them
-    reserved,    // address space; commit_memory() (common/platform/memory.h) makes parts usable
+    reserved,    // address space from reserve_memory() (common/platform/memory.h)
 };
 
 struct allocator {

@@ -3,7 +3,7 @@
 #include "frontend/progress.h"
 #include "frontend/system.h"
 
-#include <cerrno>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -26,13 +26,14 @@ namespace {
 [[noreturn, gnu::format(printf, 3, 4)]] void end_for(const char* name, error_code code,
                                                      const char* format, ...)
 {
-    std::fflush(stdout);
-    std::fprintf(stderr, "quarnex: %s: error %d: ", name, static_cast<int>(code));
+    std::array<char, 512> text;
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    std::fputc('\n', stderr);
+    std::fflush(stdout);
+    // One call, so that the lines of two threads don't mix.
+    std::fprintf(stderr, "quarnex: %s: error %d: %s\n", name, static_cast<int>(code), text.data());
     end_abnormally();
 }
 

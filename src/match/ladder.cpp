@@ -1,5 +1,7 @@
 #include "match/ladder.h"
 
+#include <cassert>
+
 namespace quarnex {
 
 u64 search_memory(const codec_parameters& parameters, u32 len)
@@ -10,6 +12,8 @@ u64 search_memory(const codec_parameters& parameters, u32 len)
     case 8:
         return u64{len} * match_list_bytes;
     default:
+        assert(parameters.hash_bits >= 0 && parameters.hash_bits < 62);
+        assert(parameters.chain_bits >= 0 && parameters.chain_bits <= 8);
         return u64{sizeof(u32)} *
                ((u64{1} << parameters.hash_bits) + (u64{1} << parameters.chain_bits));
     }

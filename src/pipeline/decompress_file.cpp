@@ -87,12 +87,14 @@ status decompression::run()
             return file.fail({.kind = event_kind::source_unread, .cause = got.error},
                              status::read_failed);
         if (got.count != bytes.size()) return status::done;
+        if (sequence != 0) {
+            const status advanced = file.advance(consumed, total);
+            if (advanced != status::done) return advanced;
+        }
         consumed += bytes.size();
         const status taken = take_record(unpack_record_head(bytes.data()), sequence);
         if (taken != status::done) return taken;
         if (file.pipeline().thread_failures() != 0) return status::stopped;
-        const status advanced = file.advance(consumed, total);
-        if (advanced != status::done) return advanced;
     }
 }
 

@@ -26,9 +26,10 @@ void engine::fail_on_thread(output_file& file, status reason)
     ++thread_failures_;
 }
 
-void engine::mark_done(output_file& file, u32 block_index, direction mode)
+void engine::mark_done(output_ref file, u32 block_index, direction mode)
 {
-    if (mode == direction::compress) file.window.mark_done(block_index);
+    if (mode == direction::compress) file->window.mark_done(block_index);
+    file = {}; // whoever waits for the blocks finds them given up
     in_flight_.leave();
 }
 
@@ -50,7 +51,9 @@ status engine::code_and_write(block_job& job)
     if (error == 0) return status::done;
     tell({.kind = event_kind::destination_unwritten,
           .cause = error,
-          .name = job.out_file->out_name()});
+          .name = job.out_file->out_name(),
+          .block = job.block_index,
+          .mode = job.mode});
     return fail(status::write_failed);
 }
 
@@ -95,7 +98,8 @@ void run_worker(engine& pipeline)
             }
             pipeline.fail_on_thread(file, coded);
         }
-        pipeline.mark_done(file, job.block_index, job.mode);
+        job.in_alloc.reset();
+        pipeline.mark_done(std::move(job.out_file), job.block_index, job.mode);
     }
 }
 

@@ -54,8 +54,8 @@ class engine {
     status submit(block_job job);
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
     status code(scratch& memory, block_job& job, write_job& finished, bool on_worker);
-    /// Records that a block was written or dropped.
-    void mark_done(output_file& file, u32 block_index, direction mode);
+    /// Records that a block was written or dropped, and gives up `file`.
+    void mark_done(output_ref file, u32 block_index, direction mode);
     /// Waits until all submitted blocks are written or dropped.
     void wait_for_blocks() { in_flight_.wait_for_none(); }
 

@@ -27,6 +27,14 @@ class open_file_table {
         return free_entry;
     }
 
+    /// Frees the entry of a file, if it has one.
+    void remove(const output_ref& file)
+    {
+        for (entry& each : entries_) {
+            if (each.out_file == file) each = {};
+        }
+    }
+
   private:
     std::array<entry, max_files> entries_;
 };
@@ -62,7 +70,7 @@ status write_and_close(const engine& pipeline, open_file_table& table, write_job
 
 void run_writer(engine& pipeline)
 {
-    // A file with missing blocks stays open in the table until the writer ends.
+    // A file that ends early stays open in the table until the writer ends.
     open_file_table table;
     for (;;) {
         write_job finished = pipeline.writes.dequeue();
@@ -72,8 +80,9 @@ void run_writer(engine& pipeline)
             const status written = write_and_close(pipeline, table, finished);
             if (written != status::done) pipeline.fail_on_thread(file, written);
         }
+        if (file.failed()) table.remove(finished.out_file);
         finished.buf.reset(); // before a driver that waits for the block takes its next buffer
-        pipeline.mark_done(file, finished.block_index, finished.mode);
+        pipeline.mark_done(std::move(finished.out_file), finished.block_index, finished.mode);
     }
 }
 

@@ -12,6 +12,25 @@ TEST_F(destination, that_is_a_dangling_link_fails_only_when_used)
     EXPECT_EQ(result.status, 255);
 }
 
+TEST_F(plain_names, a_file_that_is_its_own_destination_is_skipped)
+{
+    std::filesystem::create_directory(dir / "out");
+    std::filesystem::create_symlink("../good", dir / "out/good.qrx");
+    const program_result compressing = run({"-10", "good", "out"});
+    EXPECT_EQ(compressing.err, "good: skipped, it is its own destination\n");
+    EXPECT_EQ(compressing.status, 0);
+    EXPECT_EQ(get("good"), data);
+
+    std::filesystem::remove(dir / "out/good.qrx");
+    run({"-10", "good", "out"});
+    std::filesystem::create_hard_link(dir / "out/good.qrx", dir / "out/good");
+    const bytes packed = get("out/good.qrx");
+    const program_result restoring = run({"-d", "out/good.qrx", "out"});
+    EXPECT_EQ(restoring.err, "out/good.qrx: skipped, it is its own destination\n");
+    EXPECT_EQ(restoring.status, 0);
+    EXPECT_EQ(get("out/good.qrx"), packed);
+}
+
 TEST_F(plain_names, many_files_need_few_open_streams)
 {
     if (under_sanitizer) settings.timeout_seconds = 120;
