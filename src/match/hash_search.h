@@ -46,10 +46,10 @@ class fast_hash_table {
 
     void insert(const block_text& text, u32 pos) { entries_[text.hash(pos, hash_bits_)] = pos; }
 
-    /// Inserts `pos` and returns the position it replaces.
-    u32 exchange(const block_text& text, u32 pos)
+    /// Inserts `pos`, whose four bytes are `word`, and returns the position it replaces.
+    u32 exchange(u32 word, u32 pos)
     {
-        return std::exchange(entries_[text.hash(pos, hash_bits_)], pos);
+        return std::exchange(entries_[hash4(word, hash_bits_)], pos);
     }
 
   private:
@@ -75,8 +75,9 @@ template <inserts Inserts, token_writer Writer>
     fast_hash_table table(bits.hash_bits, memory.source);
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
-        const u32 cand = table.exchange(text, pos);
-        if (!text.matches(pos, cand)) {
+        const u32 word = text.word(pos);
+        const u32 cand = table.exchange(word, pos);
+        if (!text.matches_word(word, pos, cand)) {
             out.literal(pos++);
             continue;
         }
@@ -102,8 +103,9 @@ template <token_writer Writer>
     fast_hash_table table(bits.hash_bits, memory.source);
     if (!table) return {};
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
-        const u32 cand = table.exchange(text, pos);
-        if (!text.matches(pos, cand)) {
+        const u32 word = text.word(pos);
+        const u32 cand = table.exchange(word, pos);
+        if (!text.matches_word(word, pos, cand)) {
             out.literal(pos++);
             continue;
         }

@@ -30,10 +30,13 @@ struct block_text {
     bool same_two(u32 a, u32 b) const { return load_u16(data + a) == load_u16(data + b); }
     bool same_word(u32 a, u32 b) const { return word(a) == word(b); }
     /// True if the earlier position `cand` is a match for `pos`.
-    bool matches(u32 pos, u32 cand) const
+    bool matches(u32 pos, u32 cand) const { return matches_word(word(pos), pos, cand); }
+    /// The same, with the four bytes at `pos` at hand: a compiler that can't tell a table from the
+    /// block loads them again after a store to the table.
+    bool matches_word(u32 word_at_pos, u32 pos, u32 cand) const
     {
         assert(cand < pos);
-        return same_word(cand, pos) && pos - cand <= max_dist;
+        return word(cand) == word_at_pos && pos - cand <= max_dist;
     }
     /// Exclusive or of the eight bytes from `a` and from `b` on, the first in the lowest byte.
     u64 difference(u32 a, u32 b) const { return load_u64(data + a) ^ load_u64(data + b); }
