@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pipeline/block_coder.h"
+#include "support/limited_allocator.h"
 #include "support/pipeline_jobs.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@ namespace quarnex::test {
 
 class block_coder : public testing::Test {
   protected:
+    block_coder() { source.refuse_from(usize{1} << 31); }
+
     /// Codes a block, expects success and returns the number of bytes that the codec wrote.
     u32 expect_coded(block_job& job)
     {
@@ -18,7 +21,8 @@ class block_coder : public testing::Test {
         return result.produced;
     }
 
-    scratch memory{system_allocator};
+    limited_allocator source;
+    scratch memory{source.get()};
     buffer_pool buffers{system_allocator, 4};
     write_job finished;
 };

@@ -172,7 +172,11 @@ TEST_P(compress_driver, a_destination_that_cannot_be_created_is_reported_and_fai
 
 TEST_P(compress_driver, an_encoder_without_memory_is_reported_and_fails_its_file)
 {
-    const driver_run result = run(bytes(5 * mib), failing_parameters);
+    limited_allocator memory;
+    memory.refuse_from(usize{1} << 31);
+    write_file(dir / "in", bytes(5 * mib));
+    const driver_run result = compress(GetParam(), recorder, failing_parameters, dir / "in",
+                                       dir / "out.qrx", memory.get());
     EXPECT_EQ(result.first_failure, status::no_memory);
     const auto reported = recorder.take();
     for (const recorded_event& each : reported) {

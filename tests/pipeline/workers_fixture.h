@@ -16,6 +16,8 @@ namespace quarnex::test {
 /// The test takes the parts of the driver and the writer.
 class workers : public testing::Test {
   protected:
+    workers() { memory.refuse_from(usize{1} << 31); }
+
     /// Returns the next block of the file.
     block_job next_block(const file_parameters& parameters)
     {
@@ -52,7 +54,8 @@ class workers : public testing::Test {
     const time_guard guard;
     temp_dir dir;
     event_recorder recorder;
-    engine work{system_allocator, 1, recorder.watcher()};
+    limited_allocator memory;
+    engine work{memory.get(), 1, recorder.watcher()};
     output_ref file = create_output(dir / "out");
     u32 blocks = 0;
 };

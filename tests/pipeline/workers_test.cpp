@@ -78,18 +78,18 @@ TEST_F(workers, dropped_blocks_are_marked_done_so_that_the_driver_continues)
 
 TEST_F(workers, a_block_without_memory_for_its_output_fails)
 {
-    limited_allocator memory;
-    engine short_of_memory(memory.get(), 1, recorder.watcher());
+    limited_allocator refusing;
+    engine short_of_memory(refusing.get(), 1, recorder.watcher());
     const auto worker = in_thread([&] { run_worker(short_of_memory); });
     for (const bool encodes : {true, false}) {
         block_job job = encodes
                             ? job_to_encode(short_of_memory.buffers, bytes(1000))
                             : job_to_decode(short_of_memory.buffers, m1_run_payload('q', 900), 900);
         job.out_file = create_output(dir / "other");
-        memory.refuse_from(1);
+        refusing.refuse_from(1);
         short_of_memory.submit(std::move(job));
         short_of_memory.wait_for_blocks();
-        memory.refuse_from(SIZE_MAX);
+        refusing.refuse_from(SIZE_MAX);
         const auto reported = recorder.take();
         ASSERT_EQ(reported.size(), 1U);
         EXPECT_EQ(reported[0].kind, event_kind::no_memory);

@@ -16,9 +16,9 @@ inline constexpr usize mib = usize{1} << 20;
 inline constexpr file_parameters quick_parameters{
     .codec = {.method = 1, .level = 0, .hash_bits = 12, .chain_bits = 1}, .block_mb = 1};
 
-/// A hash table too large for any memory: the encoder fails.
+/// A hash table of 4 GiB, for encoders with an allocator that refuses it.
 inline constexpr file_parameters failing_parameters{
-    .codec = {.method = 1, .level = 0, .hash_bits = 62, .chain_bits = 1}, .block_mb = 1};
+    .codec = {.method = 1, .level = 0, .hash_bits = 30, .chain_bits = 1}, .block_mb = 1};
 
 /// Returns a buffer of the pool with `content` and `slack` zeros after it.
 inline block_buffer fill_buffer(buffer_pool& buffers, const bytes& content, usize slack)
