@@ -1,8 +1,8 @@
 // coding/adaptive_counts.h - symbol frequencies of an adaptive model, updated in periods
 //
 // Encoder and decoder count each symbol after coding it.  Coding tables are rebuilt from the counts
-// at the end of each period only; both sides reach it at the same symbol.  A table for every symbol
-// would be more precise, and far more expensive than the coding itself.
+// at the end of each period only; both sides reach it at the same symbol.  Rebuilding them
+// after every symbol would be more precise, and far more expensive than the coding itself.
 //
 // Periods double up to a maximum: tables follow the first symbols closely and cost next to nothing
 // later.  Counts are halved when their sum passes a limit, which both keeps them in 16 bits and

@@ -2,7 +2,7 @@
 //
 // A 64-bit window holds the next bits at its top.  refill() is the branch-free refill of Giesen
 // ("Reading bits in far too many ways", variant 4): one unaligned 8-byte load, which overlaps the
-// bytes already held.  The reader thus runs up to 7 bytes ahead of the bits consumed and loads 8.
+// bytes already held.  A load thus starts up to 7 bytes past the last consumed bit and reads 8.
 #pragma once
 
 #include "common/bytes.h"

@@ -1,7 +1,7 @@
 // coding/codec.h - the contract between the engine and a codec
 //
-// A codec turns plain memory into plain memory: it knows nothing of files, queues or names, and the
-// engine nothing of a codec but its two codec_entry rows.
+// A codec reads memory and writes memory: it knows nothing of files, queues or names.  The engine
+// knows only the two codec_entry rows of a codec, one for encoding and one for decoding.
 #pragma once
 
 #include "common/types.h"
@@ -14,10 +14,10 @@ inline constexpr u32 page_size = 4096;
 
 /// Zeroed bytes after an input block: encoders read a few bytes past the block.
 inline constexpr u32 in_slack = page_size + 1;
-/// Bytes after an output block: encoders write up to one token past the block's size before they
-/// notice, decoders copy in whole words.
+/// Writable bytes after an output block: an encoder checks its output size after each token, so it
+/// may write one token too many; decoders copy whole words.
 inline constexpr u32 out_slack = page_size;
-/// Zeroed bytes after a payload: decoders load whole words and test for the end now and then.
+/// Zeroed bytes after a payload: decoders load whole words and check for the end only periodically.
 inline constexpr u32 payload_slack = page_size + 1025;
 
 /// What a codec needs to know of a file, the same for all its blocks.
@@ -36,10 +36,10 @@ struct codec_job {
     u32 in_len = 0;        // bytes at in_buf: the block's when encoding, the payload's otherwise
     u8* out_buf = nullptr; // output, followed by out_slack writable bytes
     u32 out_len = 0;       // when decoding: the exact length of the block
-    scratch* memory = nullptr; // whose memory the codec uses
+    scratch* memory = nullptr; // of the worker, for all memory of the codec
 };
 
-/// Why a codec has no result: it ran out of memory, for which of its parts?
+/// Outcome of a codec: done, or the part for which it could not allocate memory.
 enum class codec_status : u8 {
     done,
     no_state, // the models of a block
@@ -50,20 +50,22 @@ enum class codec_status : u8 {
 struct codec_result {
     codec_status status = codec_status::done;
     u32 length = 0; // bytes at out_buf
-    bool exact_end =
-        false; // of a decoder: the payload was consumed whole and ended as encoders end
+    /// Of a decoder: the payload was consumed whole and ended as encoders end it.
+    bool exact_end = false;
 };
 
 /// An encoder or a decoder.  init(), run() and release() are each called once per block.
 struct codec_entry {
-    /// Makes the state of one block; null without memory.  Stateless codecs return any other value.
+    /// Creates the state for one block; null if out of memory.  Stateless codecs return any
+    /// non-null pointer.
     void* (*init)(const codec_job& job);
     /// Codes the block.  An encoder whose stream would not be shorter than the block returns a raw
     /// copy of it, whose length marks it as stored.
     codec_result (*run)(const codec_job& job, void* state);
     /// Frees the state.
     void (*release)(const codec_job& job, void* state);
-    /// Bytes that one block of `len` bytes takes at most besides its input and output.
+    /// Upper bound in bytes of the memory used for a block of `len` bytes, besides input and
+    /// output.
     u64 (*memory)(const codec_parameters& parameters, u32 len);
 };
 

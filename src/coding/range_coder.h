@@ -5,8 +5,8 @@
 // shifts out the top byte, and the decoder shifts in the next one.  Both sides must do the same
 // arithmetic.  How the interval is divided is up to methods 4 and 5.
 //
-// Carries are propagated.  (Carryless coders, as Subbotin's, give up a part of the interval
-// instead, when the top byte stays undecided.)  The textbook form holds one byte back and counts
+// Carries are propagated.  (Carryless coders such as Subbotin's instead give up part of the
+// interval when the top byte stays undecided.)  The textbook form holds one byte back and counts
 // pending 0xFF bytes; here the output is in memory, so bytes are written at once and a carry
 // increments them in place.
 #pragma once
@@ -28,21 +28,21 @@ inline constexpr u32 range_start_bytes = 5;
 /// Bytes that flush() writes.
 inline constexpr u32 range_flush_bytes = 4;
 
-/// Maximum number of bits of one encode_direct(): more would leave min_range parts of width 0.
+/// Maximum number of bits per encode_direct(): more would shrink a range of min_range to 0.
 inline constexpr u32 max_direct_bits = 24;
 
 /// The state of an encoder.
 ///
-/// Bytes are written as soon as they leave `low`.  A carry runs back through the bytes written and
-/// ends at the first that is not 0xFF; the stream's first byte, which is 0, stops every carry.
+/// Bytes are written as soon as they leave `low`.  A carry increments the bytes already written,
+/// from the last one back to the nearest that is not 0xFF.
 struct range_encoder {
     u8* out;     // next byte to write
     u64 low = 0; // lower end of the interval, with a carry in bit 32
     u32 range = full_range;
 };
 
-/// Starts a stream at `out` with a byte 0, where every carry would end.  None gets there, as the
-/// whole interval lies below 2^32.
+/// Starts a stream at `out` with a sentinel byte of 0.  No carry ever reaches it, because the
+/// initial interval lies below 2^32.
 inline range_encoder start_range_encoder(u8* out)
 {
     *out = 0;
@@ -157,10 +157,10 @@ inline u32 decode_direct(range_decoder& decoder, u32 count)
 /// Returns true if the decoder has consumed exactly the stream from `begin` to `end` and the stream
 /// ends as flush() ends it.
 ///
-/// `code` is the number that the stream's bytes before `in` form, less the encoder's `low` after
-/// the same tokens at the same scale.  flush() writes all bytes of `low` and nothing else, so at
-/// the end of an encoder's stream `in` equals `end` and the difference is 0.  The first byte has
-/// left the 32 bits of `code`, but no carry reaches it, so it is still 0.
+/// `code` is the number formed by the stream's bytes before `in`, minus the `low` that an encoder
+/// has after the same tokens.  flush() writes exactly the bytes of `low`, so at the end of an
+/// intact stream `in` equals `end` and the difference is 0.  The first byte has been shifted out of
+/// `code`; it must still be 0, because no carry reaches it.
 inline bool ends_at(const range_decoder& decoder, const u8* begin, const u8* end)
 {
     return decoder.in == end && decoder.code == 0 && *begin == 0;

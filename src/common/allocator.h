@@ -1,7 +1,7 @@
-// common/allocator.h - the interface through which the core allocates
+// common/allocator.h - the interface through which the engine and the codecs allocate
 //
-// All memory of the core comes from an allocator that the caller passes in, which can count, limit
-// or refuse it.  Several threads call an allocator at the same time.
+// They take all memory from an allocator that the caller passes in, which can count, limit or
+// refuse it.  Several threads may call an allocator at the same time.
 #pragma once
 
 #include "common/types.h"

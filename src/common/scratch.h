@@ -1,7 +1,7 @@
 // common/scratch.h - memory that a thread keeps from block to block
 //
-// Each worker, and each handle that codes blocks itself, owns a scratch.  A codec allocates through
-// it, and may leave the large table of a search there for the next block.
+// Each worker owns a scratch, and so does the engine, which uses it when there are no workers.  A
+// codec allocates through it and may leave its large hash table there for the next block.
 #pragma once
 
 #include "common/allocator.h"

@@ -1,6 +1,6 @@
 // format/records.h - validation of headers and record heads
 //
-// All checks that are made before anything is allocated or decoded.
+// Everything here is checked before any memory is allocated or anything is decoded.
 #pragma once
 
 #include "format/container.h"
@@ -31,8 +31,9 @@ struct block_extent {
 };
 
 /// Finds the block of record `sequence` (from 0) by its head.  Returns nothing for a corrupt
-/// record: one after the last, an index outside the file, a block of more than 2^31 - 1 bytes, a
-/// payload longer than its block, or a shorter one (which is coded) with an unknown method.
+/// record: more records than blocks, an index outside the file, a block of more than 2^31 - 1
+/// bytes, a payload longer than its block, or a shorter payload (a coded block) with an unknown
+/// method.
 std::optional<block_extent> find_block(const file_layout& layout, const record_head& head,
                                        u32 sequence);
 

@@ -36,10 +36,11 @@ void prepare_process();
 
 enum class file_kind { regular, directory, other };
 
-/// Identifies a file: equal for all names of one file, different for different files.
+/// Identifies a file: equal for all names of a file, unequal for different files.  Where the system
+/// reports no file number, it equals nothing, not even itself.
 struct file_identity {
     u64 device = 0;
-    u64 number = 0; // 0 if the system reports none; such an identity equals no other
+    u64 number = 0; // 0 if the system reports none
     bool operator==(const file_identity& other) const
     {
         return number != 0 && std::tie(device, number) == std::tie(other.device, other.number);

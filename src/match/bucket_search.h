@@ -7,14 +7,14 @@
 // Buckets overlap: that of hash value h starts at entry h of one array.  So a table has hardly more
 // entries than hash values, and an entry may hold a position of another hash value.  Every
 // candidate is verified by its first four bytes: such an entry, or a stale one, costs time but
-// never correctness.  Compared with hash chains, a bucket is contiguous: one or a few cache lines,
-// where a chain has a cache miss for each candidate.
+// never correctness.  A bucket is contiguous, so it costs one or a few cache misses; a hash chain
+// has a cache miss for each candidate.
 //
 // Time: up to three buckets per searched position, each candidate rejected by one comparison or
 // measured.  Memory: 4 bytes for each hash value, by default 32 MiB at level 3, 64 MiB at level 4,
 // 128 MiB at levels 5 to 7, whatever the block's size.
 //
-// Tables of this size are mostly empty and never in the cache.  So their memory is reused from
+// Tables of this size are mostly empty and do not fit in the cache.  So their memory is reused from
 // block to block (table_memory.h), and each bucket is prefetched 16 positions ahead.
 #pragma once
 
@@ -52,7 +52,7 @@ class bucket_array {
     /// Prefetches the start of the bucket of `pos`.
     void prefetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
-    /// Ends the use for a block: after a short one, clears the buckets that it touched.
+    /// Call after each block.  After a short one, clears the buckets that it touched.
     void end_block(const block_text& text)
     {
         if (!entries_.is_mostly_zero(text.size)) return;
@@ -88,7 +88,7 @@ class pair_table {
         bucket[0] = pos - Start;
     }
 
-    /// Inserts the last positions of the match of `len` bytes that ends before `end`.
+    /// Inserts the last positions of a match of `len` bytes; `end` is the position after it.
     void insert_end(const block_text& text, u32 end, u32 /*len*/)
     {
         insert(buckets_.at(text, end - 1), end - 1);
@@ -114,8 +114,8 @@ class pair_table {
     /// Bytes at the block's end in which no match starts.
     static constexpr u32 tail_bytes = 4;
 
-    /// False if `cand` can be rejected before it is compared with the best match at `pos`: it must
-    /// share the byte that a longer match needs.
+    /// False if `cand` can be rejected without a full comparison: a longer match would have to
+    /// share the byte after the best match at `pos`.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
         return text.same_byte(pos + best.len, cand + best.len);
@@ -127,9 +127,9 @@ class pair_table {
 
 /// A ring of 2^chain_bits candidates per hash value.
 ///
-/// An entry holds a position in its upper 24 bits; larger positions are kept modulo 2^24, which
-/// names an earlier position, verified like any other.  The low 8 bits of a bucket's first entry
-/// are the index of the ring's latest insertion.
+/// An entry holds a position in its upper 24 bits.  Positions from 2^24 on are stored modulo 2^24;
+/// the result is an earlier position and is verified like any other.  The low 8 bits of a bucket's
+/// first entry are the index of the ring's latest insertion.
 class ring_table {
   public:
     /// For a block of `positions` bytes.
@@ -151,7 +151,7 @@ class ring_table {
         entry = pos << cursor_bits | (entry & cursor_mask);
     }
 
-    /// Inserts the last positions of the match of `len` bytes that ends before `end`.
+    /// Inserts the last positions of a match of `len` bytes; `end` is the position after it.
     void insert_end(const block_text& text, u32 end, u32 len)
     {
         insert(buckets_.at(text, end - 1), end - 1);
@@ -182,9 +182,9 @@ class ring_table {
     /// A match can start anywhere.
     static constexpr u32 tail_bytes = 0;
 
-    /// False if `cand` cannot beat the best match at `pos`.  A winner is longer, or nearer and at
-    /// most one byte shorter; either way it shares that many bytes with `pos`, of which the last
-    /// five or three are compared.
+    /// False if `cand` cannot beat the best match at `pos`.  A winner is longer, so it shares
+    /// best.len + 1 bytes, of which the last five are compared; or it is nearer and at most one
+    /// byte shorter, so it shares best.len - 1 bytes, of which the last three are compared.
     static bool may_win(const block_text& text, u32 pos, u32 cand, const found_match& best)
     {
         const u32 offset = best.len - 4;
@@ -246,9 +246,9 @@ template <u32 Ahead>
 
 /// Compares the best match at `pos` with all candidates in the bucket of pos + Ahead.
 ///
-/// Quick reject, in one load: compares the byte at reject_offset(), and bytes just before it that
-/// any winning candidate must share.  (Extended back, a winner is at most one byte shorter than the
-/// match; so it shares at least best.len - 1 - Ahead bytes.)
+/// Quick reject, in one load: compares the byte at reject_offset() and those among the four bytes
+/// before it that any winning candidate must share.  (Extended back, a winner is at most one byte
+/// shorter than the match, so it shares at least best.len - 1 - Ahead bytes with pos + Ahead.)
 template <u32 Ahead, bucket_table Table>
 lookahead_result look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
                             found_match best)

@@ -7,12 +7,12 @@
 //
 // The textbook form plans the whole block, which needs prices that do not change.  Prices of
 // adaptive coders depend on the tokens before.  So the block is cut into windows: prices are frozen
-// at a window's start, and its tokens are written before the next window is planned.  Windows are
-// short at first, while the coder learns most, and end at 4096 positions, which also bounds memory.
+// at a window's start, and its tokens are written before the next window is planned.  Windows start
+// short, while the coder learns most, and grow to 4096 positions, which also bounds memory.
 //
-// Time: level 8 O(n); level 9 one relaxation per position and match length, up to the window's end
-// and 2048 positions past it; of a match above 256 bytes half of the positions are skipped.
-// Memory: 16 KiB (level 8) or 72 KiB (level 9), besides the match lists or the trie.
+// Time: level 8 O(n) after the match lists; level 9 one relaxation per position and match length,
+// up to 2048 positions past the window's end.  Half of each match above 256 bytes is not searched.
+// Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the match lists or the trie.
 #pragma once
 
 #include "match/concepts.h"
@@ -29,9 +29,9 @@ namespace quarnex {
 
 /// Prices of tokens, in a unit of the method's choice.  Sums of prices are taken modulo 2^32.
 ///
-/// start_window() freezes the prices at the coder's current state.  literal() is the price of the
-/// literal at a position; matches() returns a function from length to price, for the matches there
-/// at one distance.
+/// start_window() freezes the prices at the coder's current state.  literal() returns the price of
+/// the literal at a position.  matches() returns a function that maps the length of a match at this
+/// position and distance to its price.
 template <class P>
 concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {
@@ -40,7 +40,7 @@ concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len,
     requires std::same_as<decltype(prices.matches(pos, dist)(len)), u32>;
 };
 
-/// Positions of a window at most.
+/// Maximum number of positions in a window.
 inline constexpr u32 max_window = 4096;
 
 /// The lengths of the windows of a block: 512, doubled up to max_window.
@@ -68,8 +68,8 @@ class backward_parser {
     {
     }
 
-    /// Finds the cheapest tokens for the `length` positions from `start` on, and deletes the
-    /// matches that cost more than a literal and what follows it.
+    /// Finds the cheapest tokens for the `length` positions from `start` on.  Deletes every match
+    /// that is too far away or costs more than a literal followed by the rest of the path.
     void plan(u32 start, u32 length)
     {
         assert(length >= 1 && length <= max_window);
@@ -125,7 +125,7 @@ class backward_parser {
 /// Positions by which a match of the forward parse can extend past the window.
 inline constexpr u32 window_overhang = 2048;
 
-/// Of a match longer than this, the first half of the positions are not searched.
+/// In a match longer than this, the positions of the first half are inserted but not searched.
 inline constexpr u32 long_match = 256;
 
 /// Shortest paths from the start of a window to its positions and to those just past it, as
@@ -139,7 +139,7 @@ struct parse_nodes {
     std::array<u32, max_count> prev; // where its last token starts
     std::array<u32, max_count> dist; // distance of its last token, 0 for a literal, or unreached
 
-    /// Resets the nodes 0 (the start) to `last`.
+    /// Resets nodes 0 (the start) through `last`.
     void clear(u32 last)
     {
         assert(last < max_count);

@@ -5,8 +5,9 @@
 // no headers: the header of their page, found by rounding the address down, describes them all.
 //
 // Time: O(1) for each operation, except when a page becomes free: then its chunk is moved within
-// the list of chunks with free pages.  Memory: at most 7 bytes lost per block up to 512 bytes by
-// rounding, and 32 bytes per page.
+// the list of chunks with free pages.  Memory: a block is rounded up to a multiple of 8 bytes
+// (above 512 bytes to 1352); a page loses 32 bytes to its header and less than one block at its
+// end.
 //
 // Why not malloc(): trie nodes of 10 to 1032 bytes would carry headers and be linked by 64-bit
 // pointers.  Here a handle has 32 bits on every machine, and the whole pool is released at once.

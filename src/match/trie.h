@@ -2,8 +2,8 @@
 //
 // Algorithm: a byte-wise radix tree (path-compressed, as Patricia; Morrison 1968) of the first 256
 // bytes at each earlier position, with adaptive node sizes (trie_nodes.h).  Each node stores the
-// latest position inserted through it, so one descent finds for each length up to 256 bytes an
-// earlier match, nearly always the nearest.  Labels are not stored but read from the block.
+// latest position inserted through it, so one descent finds an earlier match for every length up to
+// 256 bytes, nearly always the nearest one.  Labels are not stored but read from the block.
 //
 // Time: one descent per position, at most 256 bytes deep, for search and insertion together.
 // Memory: 12 to 16 bytes for each byte of the block on typical files, 7 on random data, 28 at most
@@ -42,7 +42,7 @@ inline constexpr u32 trie_prefetch_distance = 24;
 inline constexpr u32 trie_reads_past =
     trie_depth + std::max(equal_bytes_overread, trie_prefetch_distance);
 
-/// An earlier position that shares at least `length` bytes, usually more.
+/// An earlier position that shares more than `length` bytes with the position looked up.
 struct trie_record {
     u32 length;
     u32 pos;
@@ -66,8 +66,8 @@ class trie {
         assert(size_ <= INT32_MAX && text.is_followed_by_zeros(trie_reads_past));
     }
 
-    /// Bytes of address space that a trie of `size` positions reserves: several times what nodes
-    /// typically take; where addresses have 32 bits, more than any test data took.
+    /// Bytes of address space reserved for a trie of `size` positions.  With 64-bit addresses this
+    /// is several times the typical need; with 32-bit addresses, more than any test data needed.
     static constexpr u64 memory_for(u32 size)
     {
         constexpr u64 bytes_per_position = sizeof(void*) > sizeof(u32) ? 128 : 36;
@@ -78,8 +78,8 @@ class trie {
     /// trie stays consistent.
     void trie_insert(u32 pos, u32 count = 1);
 
-    /// Finds positions that were inserted before `pos`, then inserts `pos`.  Returns the number of
-    /// `records`; their lengths do not decrease.
+    /// Finds matches among the positions inserted so far, then inserts `pos`.  Returns the number
+    /// of records stored in `records`, in order of non-decreasing length.
     u32 trie_matches(u32 pos, trie_records& records);
 
   private:
@@ -101,7 +101,7 @@ class trie {
         u32 key_len; // bytes of the key
         u32 depth;   // bytes of the key that the nodes so far stand for
     };
-    /// Descents that take turns.
+    /// Maximum number of interleaved descents.
     static constexpr u32 batch_size = 8;
 
     descent start_descent(u32 pos);

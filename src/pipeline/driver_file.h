@@ -25,7 +25,7 @@ class driver_file {
     /// its last block.)
     status close_destination();
 
-    /// Reports a failure of the source, marks the destination as failed and returns `reason`.
+    /// Reports a failure, marks the destination (if created) as failed and returns `reason`.
     status fail(event happened, status reason);
     /// Reports a write error of the destination and returns status::write_failed.
     status fail_to_write(int cause);

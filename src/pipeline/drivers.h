@@ -16,8 +16,8 @@ struct file_names {
 /// type selects the filter, and also the literal context bits unless the parameters set them.
 ///
 /// With workers, blocks can still be in flight on return; engine::first_failure() shows their
-/// failures.  Every failure is reported to the observer.  A source that shrinks while it is read is
-/// reported too but is not a failure.
+/// failures.  Every failure except a cancellation is reported to the observer.  A source that
+/// shrinks while it is read is reported too, but is not a failure.
 status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies = true);
 
@@ -25,7 +25,8 @@ status compress_file(engine& pipeline, const file_names& names, file_parameters 
 ///
 /// A source that ends between two records or within a record head is not a failure.  A block that
 /// decodes to fewer bytes than expected is reported but is not a failure either.  Once a worker or
-/// the writer has failed, no further destination is created: the result is status::stopped.
+/// the writer has failed, reading stops and no further destination is created: the result is
+/// status::stopped.
 status decompress_file(engine& pipeline, const file_names& names);
 
 } // namespace quarnex

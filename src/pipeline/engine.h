@@ -40,7 +40,7 @@ class engine {
         return watcher_.advance == nullptr || watcher_.advance(watcher_.context, done, total);
     }
 
-    /// Records that a file can't be completed and returns `reason`.
+    /// Records `reason` as the first failure, unless there was one before, and returns it.
     status fail(status reason);
     /// Records that a worker or the writer can't complete a file.  Its further blocks are dropped.
     void fail_on_thread(output_file& file, status reason);
@@ -54,7 +54,7 @@ class engine {
     status submit(block_job job);
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
     status code(scratch& memory, block_job& job, write_job& finished, bool on_worker);
-    /// Records that a block was written or dropped, and gives up `file`.
+    /// Records that a block was written or dropped, and releases the reference `file`.
     void mark_done(output_ref file, u32 block_index, direction mode);
     /// Waits until all submitted blocks are written or dropped.
     void wait_for_blocks() { in_flight_.wait_for_none(); }

@@ -44,9 +44,8 @@ struct event {
 /// concurrently.
 struct observer {
     void (*tell)(void* context, const event& happened) = nullptr;
-    /// Called by the reading thread before each block but the first: `done` of `total` bytes of the
-    /// source were read.
-    /// Returning false cancels the file.
+    /// Called by the reading thread before every block except the first: `done` of `total` bytes of
+    /// the source have been read.  Returning false cancels the file.
     bool (*advance)(void* context, u64 done, u64 total) = nullptr;
     void* context = nullptr;
 };

@@ -58,7 +58,7 @@ TEST(m5_prob_pair, first_steps)
     EXPECT_EQ(pair.mean(), 16254U);
 }
 
-TEST(m5_prob_pair, every_fast_estimate_moves_as_specified_beside_any_slow_one)
+TEST(m5_prob_pair, every_fast_estimate_moves_by_its_rule_beside_any_slow_one)
 {
     for (u32 fast = min_fast; fast <= max_fast; ++fast) {
         for (const u32 slow : {min_slow, 64U, 127U, 0x3FFFU, 0x4000U, 32704U, max_slow})
@@ -66,7 +66,7 @@ TEST(m5_prob_pair, every_fast_estimate_moves_as_specified_beside_any_slow_one)
     }
 }
 
-TEST(m5_prob_pair, every_slow_estimate_moves_as_specified_beside_any_fast_one)
+TEST(m5_prob_pair, every_slow_estimate_moves_by_its_rule_beside_any_fast_one)
 {
     for (u32 slow = min_slow; slow <= max_slow; ++slow) {
         for (const u32 fast : {min_fast, 8U, 15U, 0x3FFFU, 0x4000U, 32760U, max_fast})
