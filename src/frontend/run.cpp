@@ -93,8 +93,11 @@ class file_runner {
         const std::string path = join_paths(parsed_.destination, relative);
         const std::string destination = compresses ? compressed_name(path) : restored_name(path);
         const file_names names{source.c_str(), destination.c_str()};
-        if (is_its_own_destination(source, destination)) return status::done;
-        wait_until_written(destination);
+        if (const auto existing = find_status(destination.c_str())) {
+            if (is_same_file(source, existing->identity)) return status::done;
+            // A file of this run is replaced only once it is written.
+            if (created_.contains(existing->identity)) engine_.wait_for_blocks();
+        }
         progress_line progress(source);
         context_.progress = &progress;
         const status result = compresses ? compress_file(engine_, names, parameters_)
@@ -104,23 +107,14 @@ class file_runner {
     }
 
   private:
-    /// Returns whether both names stand for one file, with a message: creating the destination
-    /// would empty the source.
-    static bool is_its_own_destination(const std::string& source, const std::string& destination)
+    /// Returns whether a source is its own destination, with a message: creating the destination
+    /// would empty it.
+    static bool is_same_file(const std::string& source, const file_identity& destination)
     {
-        const auto from = find_status(source.c_str());
-        const auto existing = find_status(destination.c_str());
-        if (!from || !existing || !(from->identity == existing->identity)) return false;
+        const auto found = find_status(source.c_str());
+        if (!found || found->identity != destination) return false;
         std::fprintf(stderr, "%s: skipped, it is its own destination\n", source.c_str());
         return true;
-    }
-
-    /// Waits for the blocks in flight if `destination` was already written in this run, because it
-    /// is about to be replaced.
-    void wait_until_written(const std::string& destination)
-    {
-        const auto existing = find_status(destination.c_str());
-        if (existing && created_.contains(existing->identity)) engine_.wait_for_blocks();
     }
 
     engine& engine_;
