@@ -71,7 +71,7 @@ own_apt() {
     quietly "$root/build/logs/apt-$type-update" "${apt[@]}" update
 }
 
-build_packages=(g++ cmake ninja-build libdivsufsort-dev)
+build_packages=(g++ cmake ninja-build libdeflate-dev libdivsufsort-dev)
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
