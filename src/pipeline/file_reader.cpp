@@ -51,7 +51,7 @@ status file_reader::open(u64 memory_limit)
         reader_memory(layout.parameters, length, threads_) + index_.memory_needed(file_);
     if (needed > memory_limit)
         return watcher_.report({.what = status::over_limit, .wanted = needed, .got = memory_limit});
-    const status read = index_.read_records(source_, file_, {});
+    const status read = index_.read_records(source_, file_, watcher_, false);
     forget_sums();
     return read;
 }
@@ -80,7 +80,7 @@ status file_reader::read_all(u8* dest, usize& got)
     const status result = read(0, dest, static_cast<usize>(original_size()), got);
     if (result != status::done || index_.layout_fault() == status::done) return result;
     coder_.reset();
-    const status read = index_.read_records(source_, file_, watcher_); // reports the faults
+    const status read = index_.read_records(source_, file_, watcher_, true); // reports the faults
     if (read != status::done) return read;
     return keeps_damaged_ ? status::done : index_.layout_fault();
 }
@@ -103,7 +103,7 @@ status file_reader::read_payload(u32 block, u8* dest)
 status file_reader::test()
 {
     if (coder_) coder_->drop_all();
-    const status read = index_.read_records(source_, file_, watcher_);
+    const status read = index_.read_records(source_, file_, watcher_, true);
     if (read != status::done) return read;
     forget_sums();
     status first = index_.layout_fault();

@@ -70,12 +70,13 @@ block_place* record_index::find(u32 block)
 void record_index::note(const listener& watcher, const notice& fault)
 {
     if (layout_fault_ == status::done) layout_fault_ = fault.what;
-    watcher.report(fault);
+    if (reports_damage_) watcher.report(fault);
 }
 
 status record_index::read_records(const allocator& source, const byte_source& file,
-                                  const listener& watcher)
+                                  const listener& watcher, bool reports_damage)
 {
+    reports_damage_ = reports_damage;
     found_ = stored_ = 0;
     seal_.reset();
     layout_fault_ = status::done;

@@ -34,9 +34,10 @@ class record_index {
     }
 
     /// Reads the heads of all records and the seal, and forgets what was read before.  Damage is
-    /// reported and noted in layout_fault(), but is not a failure: what was found can be used.
+    /// noted in layout_fault(), and reported if `reports_damage`, but is not a failure: what was
+    /// found can be used.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
-                                      const listener& watcher);
+                                      const listener& watcher, bool reports_damage);
 
     const file_layout& layout() const { return layout_; }
     u32 found() const { return found_; }
@@ -64,7 +65,7 @@ class record_index {
     [[nodiscard]] status read_end(const byte_source& file, const listener& watcher, u64 position);
     /// Reports each run of missing blocks as one fault, with the number of blocks as `wanted`.
     void report_missing(const listener& watcher);
-    /// Reports a fault of the layout.
+    /// Notes a fault of the layout.
     void note(const listener& watcher, const notice& fault);
 
     file_layout layout_{};
@@ -74,6 +75,7 @@ class record_index {
     u32 stored_ = 0;
     std::optional<u32> seal_;
     status layout_fault_ = status::done;
+    bool reports_damage_ = false;
 };
 
 } // namespace quarnex
