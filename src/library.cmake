@@ -4,6 +4,7 @@ set(qrx_map ${CMAKE_CURRENT_SOURCE_DIR}/api/qrx.map)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${qrx_map})
 file(STRINGS ${qrx_map} qrx_functions REGEX "^ +qrx_[a-z0-9_]+;$")
 list(TRANSFORM qrx_functions REPLACE "[ ;]" "")
+set(qrx_functions ${qrx_functions} PARENT_SCOPE) # installing also needs them
 
 set(qrx_objects $<TARGET_OBJECTS:quarnex_core> $<TARGET_OBJECTS:quarnex_api>)
 add_library(qrx SHARED ${qrx_objects})
