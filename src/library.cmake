@@ -31,7 +31,7 @@ if(WIN32)
 else()
   # --as-needed drops what the compiler adds for C++, as long as nothing uses it.
   target_link_options(qrx PRIVATE -static-libgcc
-    LINKER:--as-needed,-z,defs,--version-script=${qrx_map})
+    LINKER:--as-needed,-z,defs,--no-undefined-version,--version-script=${qrx_map})
   set_target_properties(qrx PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION 0 LINK_DEPENDS ${qrx_map})
 endif()

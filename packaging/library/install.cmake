@@ -14,6 +14,7 @@ install(FILES include/qrx.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT de
 # find_package(qrx)
 set(cmake_package ${CMAKE_INSTALL_LIBDIR}/cmake/qrx)
 set(includes ${CMAKE_INSTALL_INCLUDEDIR})
+set(libraries ${CMAKE_INSTALL_LIBDIR})
 set(static ${CMAKE_INSTALL_LIBDIR}/libqrx.a)
 set(import ${CMAKE_INSTALL_LIBDIR}/libqrx.dll.a)
 if(WIN32)
@@ -22,17 +23,21 @@ else()
   set(shared ${CMAKE_INSTALL_LIBDIR}/libqrx.so.${PROJECT_VERSION})
 endif()
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/qrxConfig.cmake.in ${made}/qrxConfig.cmake
-  INSTALL_DESTINATION ${cmake_package} PATH_VARS includes shared import static)
+  INSTALL_DESTINATION ${cmake_package} PATH_VARS includes libraries shared import static)
 write_basic_package_version_file(${made}/qrxConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${made}/qrxConfig.cmake ${made}/qrxConfigVersion.cmake
   DESTINATION ${cmake_package} COMPONENT development)
 
-# pkg-config: written when installing, since the prefix can be chosen then.
+# pkg-config: written when installing, since the prefix can be chosen then, and moved on Windows.
 set(prefix @prefix@)
 set(libdir ${CMAKE_INSTALL_LIBDIR})
 set(includedir ${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/qrx.pc.in ${made}/qrx.pc.in @ONLY)
-install(CODE "set(prefix \${CMAKE_INSTALL_PREFIX})
+set(prefix \${CMAKE_INSTALL_PREFIX})
+if(WIN32)
+  set(prefix "\\\${pcfiledir}/../..")
+endif()
+install(CODE "set(prefix ${prefix})
   configure_file(\"${made}/qrx.pc.in\" \"${made}/qrx.pc\" @ONLY)" COMPONENT development)
 install(FILES ${made}/qrx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
