@@ -17,7 +17,8 @@
  * unchanged on failure.  A structure that may grow starts with its size, which the caller sets to
  * sizeof; all its other fields mean the default when they are zero:
  *
- *     qrx_params params = {sizeof params};
+ *     qrx_params params = {.struct_size = sizeof params};         C, and C++ from C++20 on
+ *     qrx_params params{}; params.struct_size = sizeof params;    C++
  */
 #ifndef QRX_H
 #define QRX_H
