@@ -453,13 +453,16 @@ TEST(api_reader, a_cancelled_read_can_be_repeated)
 TEST(api_reader, a_header_alone_allocates_little)
 {
     bytes image = slice(compressed(sample_data(0), params_of(1, 0)), 0, 32);
-    for (usize i = 4; i < 12; ++i) image[i] = 0x7F; // 9 * 10^18 bytes
+    for (usize i = 4; i < 10; ++i) image[i] = 0x7F; // 127 TiB
     recorded_options options;
     options.memory_limit = 4 * mib;
     const reader_ptr reader = open_image(image, &options);
     EXPECT_EQ(info_of(reader.get()).layout, QRX_TRUNCATED);
     EXPECT_EQ(qrx_reader_test(reader.get()), QRX_TRUNCATED);
     EXPECT_EQ(options.events.size(), 2U);
+    image[11] = 0x7F; // more than 2^32 blocks
+    qrx_reader* none = nullptr;
+    EXPECT_EQ(qrx_reader_open_memory(&none, image.data(), image.size(), nullptr), QRX_CORRUPT);
 }
 
 } // namespace
