@@ -32,8 +32,8 @@ from ._version import __version__
 __all__ = [
     "MAX_THREADS", "BlockInfo", "CancelledError", "ChecksumError", "Codec", "CorruptError",
     "Damage", "Info", "NotQrxError", "OverLimitError", "QrxError", "QrxFile", "QrxWriter",
-    "Status", "TruncatedError", "__version__", "blocks", "compress", "decompress", "info", "library_version",
-    "open", "test",
+    "Status", "TruncatedError", "__version__", "blocks", "compress", "decompress", "info",
+    "library_version", "open", "test",
 ]
 
 
