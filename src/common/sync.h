@@ -59,6 +59,7 @@ class guard_condition {
     /// Unlocks `mutex`, which the caller holds, waits, and locks it again.
     void wait(guard_mutex& mutex) REQUIRES(mutex) { pthread_cond_wait(&condition_, &mutex.mutex_); }
     void notify_one() { pthread_cond_signal(&condition_); }
+    void notify_all() { pthread_cond_broadcast(&condition_); }
 
   private:
     pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;

@@ -40,47 +40,64 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
     codec.out_buf = record.buf.get() + record_head_bytes;
 
     codec_result coded;
-    if (codec.in_len != 0) {
-        coded = run_codec(*encoder_table[codec.parameters.method], codec);
-        if (coded.status != codec_status::done) return {block_status::uncoded, coded.status};
-        if (coded.length >= codec.in_len) coded = store_block(codec);
-    }
+    if (codec.in_len != 0) coded = encode(codec);
+    if (coded.status != codec_status::done) return {block_status::uncoded, coded.status};
     job.in_alloc.reset();
     pack_record_head(record.buf.get(), {coded.length, 0});
     record.size = static_cast<u32>(record_head_bytes) + coded.length;
     return {.produced = coded.length};
 }
 
-/// Decodes the payload into a new buffer, padded with zeros to `out_len` bytes, and frees the
-/// payload.
-block_result decode_payload(buffer_pool& buffers, block_job& job, write_job& data)
+/// Decodes the payload, and pads the block with zeros to `out_len` bytes.
+block_result decode_payload(block_job& job)
 {
-    codec_job& codec = job.codec;
-    data.buf = buffers.take(codec.out_len + out_slack);
-    if (!data.buf) return {block_status::no_buffer};
-    codec.out_buf = data.buf.get();
-    const codec_result decoded = run_codec(*decoder_table[codec.parameters.method], codec);
-    job.in_alloc.reset();
+    const codec_job& codec = job.codec;
+    const codec_result decoded = decode(codec);
     if (decoded.status != codec_status::done) return {block_status::uncoded, decoded.status};
     if (decoded.length < codec.out_len)
         std::memset(codec.out_buf + decoded.length, 0, codec.out_len - decoded.length);
-    return {.produced = decoded.length};
+    return {.produced = decoded.length, .exact_end = decoded.exact_end};
 }
 
 block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
 {
-    data.size = job.codec.out_len;
-    block_result result{.produced = data.size};
-    if (job.codec.out_len == job.codec.in_len) // stored: the payload is the filtered block
+    codec_job& codec = job.codec;
+    const bool is_stored = codec.out_len == codec.in_len; // the payload is the filtered block
+    block_result result{.produced = codec.out_len};
+    data.size = codec.out_len;
+    if (is_stored && job.in_alloc && codec.out_buf == nullptr) {
         data.buf = std::move(job.in_alloc);
-    else
-        result = decode_payload(buffers, job, data);
+        codec.out_buf = data.buf.get();
+    } else {
+        if (codec.out_buf == nullptr) {
+            data.buf = buffers.take(codec.out_len + out_slack);
+            codec.out_buf = data.buf.get();
+            if (!data.buf) return {block_status::no_buffer};
+        }
+        if (!is_stored)
+            result = decode_payload(job);
+        else if (codec.out_len != 0)
+            std::memcpy(codec.out_buf, codec.in_buf, codec.out_len);
+        job.in_alloc.reset();
+    }
     if (result.status == block_status::done)
-        run_filter(job.filter_flags, {data.buf.get(), data.size}, filter_use::undo);
+        run_filter(job.filter_flags, {codec.out_buf, codec.out_len}, filter_use::undo);
     return result;
 }
 
 } // namespace
+
+codec_result encode(const codec_job& job)
+{
+    const codec_result coded = run_codec(*encoder_table[job.parameters.method], job);
+    return coded.status == codec_status::done && coded.length >= job.in_len ? store_block(job)
+                                                                            : coded;
+}
+
+codec_result decode(const codec_job& job)
+{
+    return run_codec(*decoder_table[job.parameters.method], job);
+}
 
 block_result code_block(buffer_pool& buffers, scratch& memory, block_job& job, write_job& finished)
 {

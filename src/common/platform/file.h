@@ -38,14 +38,21 @@ class system_file {
     /// Creates a file for writing, or truncates an existing one.  None may be open.
     [[nodiscard]] int create(const char* name);
 
+    /// Creates a file for writing; fails with EEXIST if it exists.  None may be open.
+    [[nodiscard]] int create_new(const char* name);
+
     /// Reads `size` bytes, or fewer at the end of the file.
     [[nodiscard]] read_result read(u8* dest, usize size);
+    /// Reads `size` bytes at `offset`, or fewer at the end of the file.  Can move the position.
+    [[nodiscard]] read_result read_at(u64 offset, u8* dest, usize size);
     /// Writes `size` bytes.
     [[nodiscard]] int write(const u8* src, usize size);
     /// Sets the position, in bytes from the start.
     [[nodiscard]] int seek(u64 offset);
     /// Size in bytes; 0 if it is unknown.
     u64 size() const;
+    /// Waits until the content is on the device.
+    [[nodiscard]] int flush();
     /// Closes the file, if one is open.  Reports delayed write errors.
     [[nodiscard]] int close();
 
@@ -53,5 +60,11 @@ class system_file {
     static constexpr int no_file = -1;
     int descriptor_ = no_file;
 };
+
+/// True if rename_file() may replace what has this name: nothing, a regular file or a link.
+bool can_be_replaced(const char* name);
+/// Renames a file; replaces an existing one in one step.
+[[nodiscard]] int rename_file(const char* name, const char* new_name);
+void remove_file(const char* name);
 
 } // namespace quarnex

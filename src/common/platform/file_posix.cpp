@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +12,24 @@ namespace quarnex {
 namespace {
 
 constexpr usize max_request = usize{1} << 30; // some systems limit a single call
+constexpr mode_t new_file_mode = 0666;        // minus the umask
+
+/// Calls `read(done, request)` until `size` bytes are read, or the end of the file.
+template <class Read>
+read_result read_all(usize size, Read read)
+{
+    usize done = 0;
+    while (done < size) {
+        const ssize_t got = read(done, std::min(size - done, max_request));
+        if (got > 0)
+            done += static_cast<usize>(got);
+        else if (got == 0)
+            break;
+        else if (errno != EINTR)
+            return {done, errno};
+    }
+    return {done, 0};
+}
 
 } // namespace
 
@@ -22,24 +41,28 @@ int system_file::open(const char* name)
 
 int system_file::create(const char* name)
 {
-    constexpr mode_t mode = 0666; // minus the umask
-    descriptor_ = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    descriptor_ = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, new_file_mode);
+    return is_open() ? 0 : errno;
+}
+
+int system_file::create_new(const char* name)
+{
+    descriptor_ = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, new_file_mode);
     return is_open() ? 0 : errno;
 }
 
 read_result system_file::read(u8* dest, usize size)
 {
-    usize done = 0;
-    while (done < size) {
-        const ssize_t got = ::read(descriptor_, dest + done, std::min(size - done, max_request));
-        if (got > 0)
-            done += static_cast<usize>(got);
-        else if (got == 0)
-            break;
-        else if (errno != EINTR)
-            return {done, errno};
-    }
-    return {done, 0};
+    return read_all(
+        size, [&](usize done, usize request) { return ::read(descriptor_, dest + done, request); });
+}
+
+read_result system_file::read_at(u64 offset, u8* dest, usize size)
+{
+    if (offset > INT64_MAX - u64{size}) return {0, EINVAL};
+    return read_all(size, [&](usize done, usize request) {
+        return pread(descriptor_, dest + done, request, static_cast<off_t>(offset + done));
+    });
 }
 
 int system_file::write(const u8* src, usize size)
@@ -67,10 +90,31 @@ u64 system_file::size() const
     return fstat(descriptor_, &status) == 0 ? static_cast<u64>(status.st_size) : 0;
 }
 
+int system_file::flush()
+{
+    return fsync(descriptor_) == 0 || errno == EINVAL ? 0 : errno; // EINVAL: can't be flushed
+}
+
 int system_file::close()
 {
     if (!is_open()) return 0;
     return ::close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
+}
+
+bool can_be_replaced(const char* name)
+{
+    struct stat status {};
+    return lstat(name, &status) != 0 || S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
+}
+
+int rename_file(const char* name, const char* new_name)
+{
+    return std::rename(name, new_name) == 0 ? 0 : errno;
+}
+
+void remove_file(const char* name)
+{
+    unlink(name);
 }
 
 } // namespace quarnex

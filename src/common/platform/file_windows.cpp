@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
+#include <windows.h>
 
 namespace quarnex {
 namespace {
@@ -28,6 +29,12 @@ int system_file::create(const char* name)
     return is_open() ? 0 : errno;
 }
 
+int system_file::create_new(const char* name)
+{
+    descriptor_ = _open(name, _O_WRONLY | _O_CREAT | _O_EXCL | common_flags, _S_IREAD | _S_IWRITE);
+    return is_open() ? 0 : errno;
+}
+
 read_result system_file::read(u8* dest, usize size)
 {
     usize done = 0;
@@ -39,6 +46,12 @@ read_result system_file::read(u8* dest, usize size)
         done += static_cast<usize>(got);
     }
     return {done, 0};
+}
+
+read_result system_file::read_at(u64 offset, u8* dest, usize size)
+{
+    if (const int error = seek(offset); error != 0) return {0, error};
+    return read(dest, size);
 }
 
 int system_file::write(const u8* src, usize size)
@@ -65,10 +78,32 @@ u64 system_file::size() const
     return size > 0 ? static_cast<u64>(size) : 0;
 }
 
+int system_file::flush()
+{
+    return _commit(descriptor_) == 0 ? 0 : errno;
+}
+
 int system_file::close()
 {
     if (!is_open()) return 0;
     return _close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
+}
+
+bool can_be_replaced(const char* name)
+{
+    const DWORD attributes = GetFileAttributesA(name);
+    return attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+int rename_file(const char* name, const char* new_name)
+{
+    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    return MoveFileExA(name, new_name, flags) != 0 ? 0 : EACCES;
+}
+
+void remove_file(const char* name)
+{
+    static_cast<void>(_unlink(name));
 }
 
 } // namespace quarnex

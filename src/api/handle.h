@@ -1,0 +1,121 @@
+// api/handle.h - what the handles of the C interface have in common
+#pragma once
+
+#include "common/allocator.h"
+#include "format/file_parameters.h"
+#include "pipeline/notices.h"
+#include "qrx.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace quarnex {
+
+/// Copies a structure whose first field is its size, as the caller's version of the header has it.
+/// Fields that the caller's version lacks become zero.  Returns false if the size is impossible or
+/// if fields are set that this version lacks.
+template <class Struct>
+[[nodiscard]] bool read_struct(const Struct* given, Struct& known)
+{
+    known = {};
+    if (given == nullptr || given->struct_size < sizeof given->struct_size) return false;
+    const usize size = given->struct_size;
+    const u8* const bytes = reinterpret_cast<const u8*>(given);
+    for (usize i = sizeof(Struct); i < size; ++i) {
+        if (bytes[i] != 0) return false;
+    }
+    std::memcpy(&known, given, size < sizeof(Struct) ? size : sizeof(Struct));
+    known.struct_size = sizeof(Struct);
+    return true;
+}
+
+/// Fills in a caller's structure as far as it goes.
+template <class Struct>
+[[nodiscard]] bool write_struct(const Struct& known, Struct* given)
+{
+    if (given == nullptr || given->struct_size < sizeof given->struct_size) return false;
+    const usize size = given->struct_size;
+    std::memcpy(given, &known, size < sizeof(Struct) ? size : sizeof(Struct));
+    given->struct_size = size;
+    return true;
+}
+
+/// Copies and tests options; null means the defaults.
+[[nodiscard]] bool read_options(const qrx_options* given, qrx_options& options);
+
+/// Copies and settles parameters; null means the defaults.
+[[nodiscard]] bool read_parameters(const qrx_params* given, file_parameters& parameters);
+
+/// Fills in a caller's parameters.
+[[nodiscard]] bool give_parameters(const file_parameters& parameters, qrx_params* given);
+
+qrx_status to_qrx(status result);
+
+/// The options of a handle, and what they stand for inside: memory and callbacks.
+class handle_services {
+  public:
+    explicit handle_services(const qrx_options& options);
+    handle_services(const handle_services&) = delete;
+    handle_services& operator=(const handle_services&) = delete;
+
+    const qrx_options& options() const { return options_; }
+    bool has_flag(u32 flag) const { return (options_.flags & flag) != 0; }
+    u64 memory_limit() const
+    {
+        return options_.memory_limit != 0 ? options_.memory_limit : UINT64_MAX;
+    }
+    /// Allocates from the caller's allocator, up to the memory limit.
+    const allocator& memory() const { return memory_; }
+    /// Passes on to the caller's callbacks.
+    listener watcher();
+    qrx_status report(const notice& found) { return to_qrx(watcher().report(found)); }
+
+  private:
+    static void* allocate(void* self, usize size, memory_kind kind);
+    static void release(void* self, void* memory, usize size, memory_kind kind);
+    static void tell(void* self, const notice& found);
+    static bool advance(void* self, u64 done, u64 total);
+
+    const qrx_options options_;
+    const allocator memory_;
+    std::atomic<u64> used_{0}; // bytes
+};
+
+/// Makes a Handle from options, in memory from their allocator; null without memory.
+template <class Handle, class... Arguments>
+[[nodiscard]] Handle* make_handle(const qrx_options& options, const Arguments&... arguments)
+{
+    const qrx_allocator& source = options.allocator;
+    void* const memory = source.allocate != nullptr
+                             ? source.allocate(source.context, sizeof(Handle))
+                             : std::malloc(sizeof(Handle));
+    return memory != nullptr ? new (memory) Handle(options, arguments...) : nullptr;
+}
+
+template <class Handle>
+void free_handle(Handle* handle)
+{
+    if (handle == nullptr) return;
+    const qrx_allocator source = handle->services.options().allocator;
+    handle->~Handle();
+    if (source.allocate != nullptr)
+        source.release(source.context, handle, sizeof(Handle));
+    else
+        std::free(handle);
+}
+
+/// Sets `*out` to the handle if `result` is QRX_OK; otherwise frees it.
+template <class Handle>
+qrx_status hand_out(Handle* handle, Handle** out, qrx_status result)
+{
+    if (result != QRX_OK) {
+        free_handle(handle);
+        handle = nullptr;
+    }
+    *out = handle;
+    return result;
+}
+
+} // namespace quarnex

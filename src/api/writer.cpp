@@ -1,0 +1,144 @@
+// api/writer.cpp - qrx_writer: a .qrx file that is being written
+#include "api/handle.h"
+#include "common/pending_file.h"
+#include "pipeline/file_writer.h"
+
+#include <optional>
+
+using namespace quarnex;
+
+static_assert(QRX_UNKNOWN_SIZE == unknown_size);
+
+struct qrx_writer {
+    explicit qrx_writer(const qrx_options& options) : services(options), file(services.memory()) {}
+
+    qrx_status open(const byte_sink& output, const file_parameters& parameters, u64 original_size)
+    {
+        writer.emplace(services.memory(), output, services.watcher(), parameters,
+                       services.options().threads, services.has_flag(QRX_SEAL), original_size);
+        return to_qrx(writer->open(services.memory_limit()));
+    }
+
+    handle_services services;
+    pending_file file; // for a writer by name
+    u64 position = 0;  // in `file`
+    bool has_name = false;
+    bool is_finished = false;
+    qrx_sink callbacks{};
+    std::optional<file_writer> writer;
+};
+
+namespace {
+
+int write_file(void* context, u64 offset, const u8* src, usize size)
+{
+    auto& writer = *static_cast<qrx_writer*>(context);
+    system_file& file = writer.file.file;
+    int error = 0;
+    if (offset != writer.position) error = file.seek(offset);
+    if (error == 0) error = file.write(src, size);
+    writer.position = offset + size;
+    return error;
+}
+
+int write_callbacks(void* context, u64 offset, const u8* src, usize size)
+{
+    const auto& sink = *static_cast<const qrx_sink*>(context);
+    return sink.write(sink.context, offset, src, size);
+}
+
+/// Makes a handle and reads the parameters; `*writer` is null on failure.
+qrx_status make_writer(qrx_writer** writer, const qrx_params* params, const qrx_options* options,
+                       qrx_writer** made, file_parameters& parameters)
+{
+    if (writer == nullptr) return QRX_BAD_ARGUMENT;
+    *writer = nullptr;
+    qrx_options known;
+    if (!read_options(options, known) || !read_parameters(params, parameters))
+        return QRX_BAD_ARGUMENT;
+    *made = make_handle<qrx_writer>(known);
+    return *made != nullptr ? QRX_OK : QRX_NO_MEMORY;
+}
+
+/// True if the writer can take calls.
+bool is_open(const qrx_writer* writer)
+{
+    return writer != nullptr && !writer->is_finished;
+}
+
+} // namespace
+
+qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_params* params,
+                           const qrx_options* options)
+{
+    qrx_writer* made = nullptr;
+    file_parameters parameters;
+    qrx_status result = make_writer(writer, params, options, &made, parameters);
+    if (result != QRX_OK) return result;
+    if (name == nullptr) return hand_out(made, writer, QRX_BAD_ARGUMENT);
+    made->has_name = true;
+    // The file comes last, so that nothing is touched if the memory limit is too low.
+    result = made->open({write_file, made}, parameters, unknown_size);
+    if (result == QRX_OK) {
+        const int error = made->file.create(name);
+        if (error != 0)
+            result = made->services.report({.what = status::destination_uncreated, .cause = error});
+    }
+    return hand_out(made, writer, result);
+}
+
+qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sink, uint64_t original_size,
+                                const qrx_params* params, const qrx_options* options)
+{
+    qrx_writer* made = nullptr;
+    file_parameters parameters;
+    const qrx_status result = make_writer(writer, params, options, &made, parameters);
+    if (result != QRX_OK) return result;
+    if (!read_struct(sink, made->callbacks) || made->callbacks.write == nullptr)
+        return hand_out(made, writer, QRX_BAD_ARGUMENT);
+    return hand_out(made, writer,
+                    made->open({write_callbacks, &made->callbacks}, parameters, original_size));
+}
+
+qrx_status qrx_writer_write(qrx_writer* writer, const void* src, size_t size)
+{
+    if (!is_open(writer) || (src == nullptr && size != 0)) return QRX_BAD_ARGUMENT;
+    return to_qrx(writer->writer->write(static_cast<const u8*>(src), size));
+}
+
+qrx_status qrx_writer_buffer(qrx_writer* writer, void** dest, size_t* room)
+{
+    if (!is_open(writer) || dest == nullptr || room == nullptr) return QRX_BAD_ARGUMENT;
+    u8* lent = nullptr;
+    const qrx_status result = to_qrx(writer->writer->lend(lent, *room));
+    if (result == QRX_OK) *dest = lent;
+    return result;
+}
+
+qrx_status qrx_writer_advance(qrx_writer* writer, size_t size)
+{
+    return is_open(writer) ? to_qrx(writer->writer->advance(size)) : QRX_BAD_ARGUMENT;
+}
+
+qrx_status qrx_writer_raw_block(qrx_writer* writer, const void* payload, size_t size, size_t length,
+                                const uint32_t* crc)
+{
+    if (!is_open(writer) || payload == nullptr) return QRX_BAD_ARGUMENT;
+    return to_qrx(writer->writer->write_raw(static_cast<const u8*>(payload), size, length, crc));
+}
+
+qrx_status qrx_writer_finish(qrx_writer* writer)
+{
+    if (!is_open(writer)) return QRX_BAD_ARGUMENT;
+    writer->is_finished = true;
+    const qrx_status result = to_qrx(writer->writer->finish());
+    if (result != QRX_OK || !writer->has_name) return result;
+    const int error = writer->file.commit();
+    if (error == 0) return QRX_OK;
+    return writer->services.report({.what = status::write_failed, .cause = error});
+}
+
+void qrx_writer_close(qrx_writer* writer)
+{
+    free_handle(writer);
+}

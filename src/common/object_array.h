@@ -1,0 +1,42 @@
+// common/object_array.h - a fixed number of objects with constructors and destructors
+#pragma once
+
+#include "common/owned_array.h"
+
+#include <new>
+
+namespace quarnex {
+
+/// Objects that are made in place and neither moved nor copied, in memory from an allocator.
+template <class T>
+class object_array {
+  public:
+    object_array() = default;
+    object_array(const object_array&) = delete;
+    object_array& operator=(const object_array&) = delete;
+    ~object_array()
+    {
+        while (size_ != 0) (*this)[--size_].~T();
+    }
+
+    /// Makes `count` objects by T().  Returns false without memory.  Called once.
+    [[nodiscard]] bool make(const allocator& source, u32 count)
+    {
+        memory_ = make_array<storage>(source, count);
+        if (!memory_) return false;
+        for (; size_ < count; ++size_) new (&memory_[size_]) T();
+        return true;
+    }
+
+    u32 size() const { return size_; }
+    T& operator[](usize index) { return *std::launder(reinterpret_cast<T*>(&memory_[index])); }
+
+  private:
+    struct alignas(T) storage {
+        unsigned char bytes[sizeof(T)];
+    };
+    owned_array<storage> memory_;
+    u32 size_ = 0;
+};
+
+} // namespace quarnex

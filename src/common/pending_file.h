@@ -1,0 +1,37 @@
+// common/pending_file.h - a file that gets its name when it is complete
+#pragma once
+
+#include "common/owned_array.h"
+#include "common/platform/file.h"
+
+namespace quarnex {
+
+/// Written under a temporary name in the directory of its final name; commit() renames it.  Whoever
+/// opens the final name finds the old file or the complete new one.
+class pending_file {
+  public:
+    explicit pending_file(const allocator& source) : source_(source) {}
+    pending_file(const pending_file&) = delete;
+    pending_file& operator=(const pending_file&) = delete;
+    /// Removes the file unless it was committed.
+    ~pending_file();
+
+    /// Creates the file.  Returns errno, EEXIST if `name` is a directory or a device.  Called once.
+    [[nodiscard]] int create(const char* name);
+    /// Flushes the content to the device, closes the file and gives it its name.  Returns errno;
+    /// the file is removed on failure.
+    [[nodiscard]] int commit();
+
+    /// The open file.
+    system_file file;
+
+  private:
+    int create_temporary(const char* name, usize directory_bytes);
+    void discard();
+
+    const allocator& source_;
+    owned_array<char> name_;
+    owned_array<char> temporary_; // null if there is no file to remove
+};
+
+} // namespace quarnex

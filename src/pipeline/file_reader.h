@@ -1,0 +1,91 @@
+// pipeline/file_reader.h - reads any range of a .qrx file
+#pragma once
+
+#include "pipeline/ordered_coder.h"
+#include "pipeline/record_index.h"
+
+#include <optional>
+
+namespace quarnex {
+
+/// Blocks that a reader with `threads` threads has in memory: the one that is read, and one for
+/// each thread.
+constexpr u32 reader_capacity(u32 threads)
+{
+    return threads + 1;
+}
+
+class file_reader {
+  public:
+    /// A reader with `threads` threads.  `source` and what `file` points to must outlive it.
+    file_reader(const allocator& source, const byte_source& file, const listener& watcher,
+                u32 threads, bool keeps_damaged);
+    file_reader(const file_reader&) = delete;
+    file_reader& operator=(const file_reader&) = delete;
+
+    /// Reads the header and the record heads and starts the threads.  Called once, first.  Fails
+    /// with status::over_limit if the reader can need more than `memory_limit` bytes.
+    [[nodiscard]] status open(u64 memory_limit);
+
+    const record_index& index() const { return index_; }
+    u64 original_size() const { return index_.layout().original_size; }
+
+    /// Reads up to `size` bytes of the original from `offset` on; `got` receives the number of
+    /// valid ones.  Fails at the first damage unless damage is kept.
+    [[nodiscard]] status read(u64 offset, u8* dest, usize size, usize& got);
+
+    /// Reads the whole original to `dest`; also fails if the layout has a fault.
+    [[nodiscard]] status read_all(u8* dest, usize& got);
+
+    /// Reads the payload of a block, which has place.size bytes.
+    [[nodiscard]] status read_payload(u32 block, u8* dest);
+
+    /// Decodes all blocks and checks everything.  Reports each fault, and returns the first.
+    [[nodiscard]] status test();
+
+  private:
+    /// What a call wants of the original, and where it goes: null for nowhere.
+    struct request {
+        u64 offset;
+        u64 end;
+        u8* dest;
+        bool reads_ahead; // decode blocks after `end`, too
+
+        bool covers(u64 start, u64 length) const
+        {
+            return offset <= start && start + length <= end;
+        }
+        u8* dest_of(u64 position) const { return dest + (position - offset); }
+    };
+
+    /// Loads the blocks of a request in order, up to the first fault that isn't skipped.  `done`
+    /// receives the end of what is valid.
+    status run(const request& wanted, u64& done, bool skips_damage);
+    status run_block(u32 block, const request& wanted, u64& done, bool skips_damage);
+    /// Returns a block, and submits those that follow it.
+    ordered_block& load(u32 block, const request& wanted);
+    void submit(u32 block, const request& wanted);
+    /// Prepares a block for decoding; its fault says why that is impossible.
+    void fill(ordered_block& next, u32 block, const request& wanted);
+    status read_into(ordered_block& next, const block_place& place);
+    /// Tests a decoded block and reports its fault, once.
+    status judge(ordered_block& loaded);
+    status add_sum(u32 block, u32 sum);
+    status check_seal();
+    void forget_sums();
+
+    const allocator& source_;
+    const byte_source file_;
+    const listener watcher_;
+    const u32 threads_;
+    const bool keeps_damaged_;
+    record_index index_;
+    std::optional<ordered_coder> coder_; // made when a block is needed
+    u32 first_ = 0;                      // the block at the front of the coder
+    u32 next_ = 0;                       // the block to submit next
+    u64 expected_ = UINT64_MAX;          // where a sequential reader continues
+    u32 unsummed_ = 0;                   // blocks that are not summed yet
+    u32 sum_ = 0; // of the others: each as if the rest of the original were zeros
+};
+
+} // namespace quarnex

@@ -1,0 +1,45 @@
+#include "pipeline/memory_needs.h"
+
+#include "pipeline/codec_table.h"
+#include "pipeline/file_reader.h"
+#include "pipeline/file_writer.h"
+
+#include <algorithm>
+
+namespace quarnex {
+namespace {
+
+/// The ring, the threads and names; for each block of the ring and each thread.
+constexpr u64 small_things = 4096;
+
+/// Bytes of the blocks in a ring of `capacity` blocks that are coded by `codec`, each with its
+/// input and its output, and of the codecs at work.
+u64 coder_memory(const codec_entry& codec, const codec_parameters& parameters, u64 length,
+                 u32 threads, u64 capacity)
+{
+    const u64 buffers = 2 * (length + std::max(in_slack, out_slack) + small_things);
+    const u64 working =
+        codec.memory(parameters, static_cast<u32>(std::min<u64>(length, UINT32_MAX)));
+    return capacity * buffers + std::max(threads, 1U) * (working + small_things);
+}
+
+} // namespace
+
+u64 reader_memory(const file_parameters& parameters, u64 length, u32 threads)
+{
+    const codec_parameters& codec = parameters.codec;
+    // Without a known method all blocks are stored.
+    const codec_entry& entry =
+        *decoder_table[is_method(codec.method) ? codec.method : first_method];
+    return coder_memory(entry, codec, length, threads, reader_capacity(threads));
+}
+
+u64 writer_memory(const file_parameters& parameters, u64 length, u32 threads)
+{
+    const codec_parameters& codec = parameters.codec;
+    // One more block is being filled.
+    return coder_memory(*encoder_table[codec.method], codec, length, threads,
+                        writer_capacity(threads) + 1);
+}
+
+} // namespace quarnex

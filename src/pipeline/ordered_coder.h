@@ -1,0 +1,101 @@
+// pipeline/ordered_coder.h - codes blocks in parallel and returns them in order
+//
+//     submit() --> ring of blocks: [ finished | being coded | waiting ] --> front(), pop()
+//
+// The caller's thread does all input and output.  Workers take the blocks of the ring in order;
+// without workers submit() codes the block itself.
+#pragma once
+
+#include "common/object_array.h"
+#include "common/platform/thread.h"
+#include "pipeline/block_coder.h"
+#include "pipeline/notices.h"
+
+namespace quarnex {
+
+/// A block on its way through an ordered_coder.
+struct ordered_block {
+    block_job job;
+    /// Whether coding also sums the original: before the filter, or after it is undone.
+    bool is_summed = false;
+    /// The record in the file when there is nothing to encode: the block is only decoded to check
+    /// it.
+    block_buffer raw_record;
+    u32 raw_size = 0;
+    /// status::done, or why the block can't be had.  Set by the caller, who then skips coding, or
+    /// by coding.
+    notice fault{.what = status::done};
+    bool is_reported = false; // for the caller
+    u32 length = 0;           // of the original, for the caller
+
+    // Set by coding.
+    write_job finished;
+    block_result result;
+    u32 sum = 0; // CRC-32 of the original
+};
+
+/// Sets the fault of a decoded block that is short or whose payload has an inexact end.
+void find_fault(ordered_block& decoded);
+
+class ordered_coder {
+  public:
+    /// A coder with `threads` threads and a ring of `blocks` blocks, 1 or more.
+    ordered_coder(const allocator& source, u32 threads, u32 blocks);
+    ordered_coder(const ordered_coder&) = delete;
+    ordered_coder& operator=(const ordered_coder&) = delete;
+    /// Drops all blocks and ends the threads.
+    ~ordered_coder();
+
+    /// Makes the ring and starts the threads.  Called once.
+    [[nodiscard]] status start();
+
+    u32 size() const { return static_cast<u32>(tail_ - head_); }
+    bool full() const { return size() == capacity; }
+
+    /// Returns the next free block of the ring, emptied, to be filled in for submit().  Requires
+    /// !full().
+    ordered_block& next();
+    /// Submits next() to be coded.
+    void submit();
+    /// Appends next() as it is, with its outcome: coding is skipped.
+    void submit_finished();
+
+    /// Waits for the oldest block and returns it.  Requires a size() of 1 or more.
+    ordered_block& front();
+    /// Removes front().  It must be finished.
+    void pop();
+    /// Removes all blocks; those that are not started are dropped without being coded.
+    void drop_all();
+
+    const u32 thread_count;
+    const u32 capacity;
+    buffer_pool buffers;
+
+  private:
+    struct slot {
+        ordered_block block;
+        bool is_finished = false; // guarded by mutex_ while the block is in the ring
+    };
+
+    slot& slot_of(u64 number) { return ring_[number % capacity]; }
+    void append(bool is_finished);
+    void run_worker();
+    void end_threads();
+
+    const allocator& source_;
+    object_array<slot> ring_;
+    object_array<system_thread> threads_;
+    scratch memory_; // without threads
+
+    // Numbers of blocks since the start.  The caller's thread alone changes head_ and tail_.
+    u64 head_ = 0;
+    u64 tail_ = 0;
+    guard_mutex mutex_;
+    guard_condition work_;                      // a block was submitted, or the end
+    guard_condition finished_;                  // a block is finished
+    u64 submitted_ GUARDED_BY(mutex_) = 0;      // tail_, as the workers see it
+    u64 next_to_code_ GUARDED_BY(mutex_) = 0;   // up to submitted_
+    bool is_ending_ GUARDED_BY(mutex_) = false; // threads end
+};
+
+} // namespace quarnex
