@@ -320,8 +320,9 @@ class _RawWriter(io.RawIOBase):
         super().__init__()
         self._position = 0
         self._size = size
-        self._failure: Optional[BaseException] = None
-        self._is_discarded = False
+        self.failure: Optional[BaseException] = None
+        self.is_discarded = False
+        self.has_start = False
         self._replacing: Optional[ReplacingFile] = None
         self._output: Optional[Output] = None
         options = calls.options(threads, flags, memory_limit)
@@ -355,13 +356,13 @@ class _RawWriter(io.RawIOBase):
 
     def discard(self) -> None:
         """Makes close() remove the file.  Until then all that is written is ignored."""
-        self._is_discarded = True
+        self.is_discarded = True
 
     def close(self) -> None:
         if self.closed:
             return
         try:
-            if not self._is_discarded and self._failure is None:
+            if not self.is_discarded and self.failure is None:
                 self._finish()
         finally:
             try:
@@ -385,6 +386,10 @@ class _RawWriter(io.RawIOBase):
         self._check_open()
         return True
 
+    def seekable(self) -> bool:
+        self._check_open()
+        return self.has_start
+
     def tell(self) -> int:
         self._check_open()
         return self._position
@@ -392,18 +397,18 @@ class _RawWriter(io.RawIOBase):
     def write(self, data: ReadableBuffer) -> int:
         self._check_open()
         with View(data) as view:
-            if self._is_discarded:
+            if self.is_discarded:
                 return view.size
-            if self._failure is not None:
-                raise self._failure
+            if self.failure is not None:
+                raise self.failure
             if self._size is not None and self._position + view.size > self._size:
-                self._failure = ValueError(f"more bytes are written than size={self._size}")
-                raise self._failure
+                self.failure = ValueError(f"more bytes are written than size={self._size}")
+                raise self.failure
             if view.size:
                 try:
                     self._handle.call(lib.qrx_writer_write, view.address, view.size)
                 except BaseException as error:
-                    self._failure = error
+                    self.failure = error
                     raise
             self._position += view.size
             return view.size
@@ -437,6 +442,13 @@ class QrxWriter(io.BufferedWriter):
             self.raw.discard()
             self.close()
 
+    def close(self) -> None:
+        """Completes the file.  Raises the exception of a write again, if one failed."""
+        if not self.closed:
+            super().close()
+            if self.raw.failure is not None and not self.raw.is_discarded:
+                raise self.raw.failure
+
     def __enter__(self) -> QrxWriter:
         super().__enter__()
         return self
@@ -459,6 +471,13 @@ class QrxWriter(io.BufferedWriter):
 class _TextWriter(io.TextIOWrapper):
     """Text that is written to a .qrx file, and discarded with it."""
 
+    def __init__(self, file: QrxWriter, encoding: Optional[str], errors: Optional[str],
+                 newline: Optional[str]) -> None:
+        # The byte-order mark of UTF-16 is written only at a position that is known to be the start.
+        file.raw.has_start = True
+        super().__init__(file, encoding, errors, newline)
+        file.raw.has_start = False
+
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None:
         if kind is not None:
@@ -467,7 +486,11 @@ class _TextWriter(io.TextIOWrapper):
             self.close()
 
     def __del__(self) -> None:
-        if not self.closed:
+        try:
+            is_open = not self.closed
+        except ValueError:  # __init__() failed
+            return
+        if is_open:
             self._discard()
             warnings.warn("a text file was not closed and is discarded", ResourceWarning,
                           stacklevel=2)
@@ -541,20 +564,20 @@ def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 
         raise ValueError("encoding, errors and newline are for text modes only")
     if mode[0] == "r":
         reader = _open_reader(file, threads, memory_limit, progress, keep_damaged, on_damage)
-        return _as_text(reader, io.TextIOWrapper, encoding, errors, newline) if is_text else reader
+        if not is_text:
+            return reader
+        try:
+            return io.TextIOWrapper(reader, encoding, errors, newline)
+        except BaseException:  # such as an unknown encoding
+            reader.close()
+            raise
     params = make_params(method, level, context_bits, filter, hash_bits, chain_bits, block_mib)
     writer = QrxWriter(_RawWriter(file, params, Calls(progress), threads, SEAL if seal else 0,
                                   memory_limit, size))
-    return _as_text(writer, _TextWriter, encoding, errors, newline) if is_text else writer
-
-
-def _as_text(file: Union[QrxFile, QrxWriter], wrapper: Type[io.TextIOWrapper],
-             encoding: Optional[str], errors: Optional[str],
-             newline: Optional[str]) -> io.TextIOWrapper:
+    if not is_text:
+        return writer
     try:
-        return wrapper(file, encoding, errors, newline)
-    except BaseException:  # such as an unknown encoding
-        if isinstance(file, QrxWriter):
-            file.discard()
-        file.close()
+        return _TextWriter(writer, encoding, errors, newline)
+    except BaseException:
+        writer.discard()
         raise

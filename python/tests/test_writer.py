@@ -135,13 +135,22 @@ class Discarding(InFolder):
                               progress=progress) as file:
                     file.write(ORIGINAL)
             file = qrx.open(self.path(), "wb", block_mib=1, level=1, progress=progress)
-            with self.assertRaises(LookupError):
-                file.write(ORIGINAL)
-                file.close()
-            if not file.closed:
+            for call in (lambda: file.write(ORIGINAL), lambda: file.write(b"more" * MIB),
+                         file.close):
                 with self.assertRaises(LookupError):
-                    file.close()
+                    call()
             self.assertTrue(file.closed)
+            file.close()
+
+    def test_exception_in_progress_of_close(self) -> None:
+        def progress(done: int, total: int) -> None:
+            raise LookupError("from progress")
+
+        file = qrx.open(self.path(), "wb", progress=progress)
+        file.write(b"little")
+        with self.assertRaises(LookupError):
+            file.close()
+        self.assertTrue(file.closed)
 
     def test_unknown_encoding(self) -> None:
         with self.assertRaises(LookupError):
