@@ -7,8 +7,9 @@ new function objects: their types stay unknown to other users of pythonapi.
 from __future__ import annotations
 
 import ctypes
+import mmap
 import sys
-from ctypes import POINTER, c_char_p, c_int, c_ssize_t, c_void_p, py_object
+from ctypes import POINTER, c_char_p, c_int, c_size_t, c_ssize_t, c_void_p, py_object
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, List, Optional, Type
 
@@ -16,6 +17,9 @@ if TYPE_CHECKING:
     from _typeshed import ReadableBuffer
 
 _WRITABLE = 1  # PyBUF_WRITABLE
+
+_HUGE_PAGES = 14  # MADV_HUGEPAGE of Linux
+_HUGE_SIZE = 4 << 20  # bytes from which on huge pages are asked for
 
 
 class _PyBuffer(ctypes.Structure):
@@ -52,6 +56,19 @@ _resize_bytes = _python_function("_PyBytes_Resize", c_int, [POINTER(c_void_p), c
 _release_object = _python_function("Py_DecRef", None, [c_void_p])
 
 
+def _system_advice() -> Any:
+    """Returns madvise() of Linux, or None."""
+    if sys.platform != "linux":
+        return None
+    function = getattr(ctypes.CDLL(None), "madvise", None)
+    if function is not None:
+        function.argtypes = [c_void_p, c_size_t, c_int]
+    return function
+
+
+_advise = _system_advice()
+
+
 class View:
     """The memory of an object with contiguous buffer, which stays in place during a with block."""
 
@@ -81,6 +98,10 @@ class NewBytes:
             raise MemoryError(f"{size} bytes don't fit in a bytes object")
         self._object = c_void_p(_new_bytes(None, size))
         self.address: int = _bytes_address(self._object)
+        if _advise is not None and size >= _HUGE_SIZE:
+            # Most of the time of a fast decoder would go into page faults of new memory.
+            start = -(-self.address // mmap.PAGESIZE) * mmap.PAGESIZE
+            _advise(start, (self.address + size - start) // mmap.PAGESIZE * mmap.PAGESIZE, _HUGE_PAGES)
 
     def finish(self, size: int) -> bytes:
         """Returns the object, cut to `size` bytes."""
