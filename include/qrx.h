@@ -225,7 +225,7 @@ typedef struct qrx_block_info {
 QRX_API qrx_status qrx_reader_open(qrx_reader** reader, const char* name,
                                    const qrx_options* options);
 
-/* Opens a file behind callbacks.  `source->context` must outlive the reader. */
+/* Opens a file that callbacks read.  `source->context` must outlive the reader. */
 QRX_API qrx_status qrx_reader_open_source(qrx_reader** reader, const qrx_source* source,
                                           const qrx_options* options);
 

@@ -83,10 +83,7 @@ void* handle_services::allocate(void* self, usize size, memory_kind kind)
     // Reserved addresses take no memory until they are used.
     if (kind == memory_kind::reserved)
         return system_allocator.allocate(system_allocator.context, size, kind);
-    if (handle.used_.fetch_add(size) + size > handle.memory_limit()) {
-        handle.used_ -= size;
-        return nullptr;
-    }
+    if (!handle.reserve(size)) return nullptr;
     void* memory = nullptr;
     if (source.allocate == nullptr) {
         memory = system_allocator.allocate(system_allocator.context, size, kind);
@@ -96,6 +93,15 @@ void* handle_services::allocate(void* self, usize size, memory_kind kind)
     }
     if (memory == nullptr) handle.used_ -= size;
     return memory;
+}
+
+bool handle_services::reserve(u64 size)
+{
+    u64 used = used_;
+    do {
+        if (used > memory_limit() || size > memory_limit() - used) return false;
+    } while (!used_.compare_exchange_weak(used, used + size));
+    return true;
 }
 
 void handle_services::release(void* self, void* memory, usize size, memory_kind kind)

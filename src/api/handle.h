@@ -70,9 +70,13 @@ class handle_services {
     const allocator& memory() const { return memory_; }
     /// Passes on to the caller's callbacks.
     listener watcher();
+    /// Counts `size` bytes that were allocated elsewhere.
+    void count(u64 size) { used_ += size; }
     qrx_status report(const notice& found) { return to_qrx(watcher().report(found)); }
 
   private:
+    /// Counts `size` bytes unless that exceeds the memory limit.
+    bool reserve(u64 size);
     static void* allocate(void* self, usize size, memory_kind kind);
     static void release(void* self, void* memory, usize size, memory_kind kind);
     static void tell(void* self, const notice& found);
@@ -91,7 +95,10 @@ template <class Handle, class... Arguments>
     void* const memory = source.allocate != nullptr
                              ? source.allocate(source.context, sizeof(Handle))
                              : std::malloc(sizeof(Handle));
-    return memory != nullptr ? new (memory) Handle(options, arguments...) : nullptr;
+    if (memory == nullptr) return nullptr;
+    Handle* const handle = new (memory) Handle(options, arguments...);
+    handle->services.count(sizeof(Handle));
+    return handle;
 }
 
 template <class Handle>

@@ -152,10 +152,11 @@ qrx_status qrx_reader_block(qrx_reader* reader, uint64_t block, void* dest, size
     const record_index& index = reader->reader->index();
     if (block >= index.layout().block_count || dest == nullptr) return QRX_BAD_ARGUMENT;
     const u32 number = static_cast<u32>(block);
-    const usize length = index.length_of(number);
+    const u64 length = index.length_of(number);
     if (length > capacity) return QRX_BUFFER_TOO_SMALL;
     return to_qrx(
-        reader->reader->read(index.offset_of(number), static_cast<u8*>(dest), length, *size));
+        reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
+                                       static_cast<usize>(length), *size));
 }
 
 qrx_status qrx_reader_payload(qrx_reader* reader, uint64_t block, void* dest, size_t capacity,

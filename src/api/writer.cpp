@@ -3,6 +3,7 @@
 #include "common/pending_file.h"
 #include "pipeline/file_writer.h"
 
+#include <cerrno>
 #include <optional>
 
 using namespace quarnex;
@@ -81,8 +82,8 @@ qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_para
     result = made->open({write_file, made}, parameters, unknown_size);
     if (result == QRX_OK) {
         const int error = made->file.create(name);
-        if (error != 0)
-            result = made->services.report({.what = status::destination_uncreated, .cause = error});
+        const status failure = error == ENOMEM ? status::no_memory : status::destination_uncreated;
+        if (error != 0) result = made->services.report({.what = failure, .cause = error});
     }
     return hand_out(made, writer, result);
 }

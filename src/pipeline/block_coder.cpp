@@ -78,10 +78,10 @@ block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
             result = decode_payload(job);
         else if (codec.out_len != 0)
             std::memcpy(codec.out_buf, codec.in_buf, codec.out_len);
+        if (result.status != block_status::done) return result;
         job.in_alloc.reset();
     }
-    if (result.status == block_status::done)
-        run_filter(job.filter_flags, {codec.out_buf, codec.out_len}, filter_use::undo);
+    run_filter(job.filter_flags, {codec.out_buf, codec.out_len}, filter_use::undo);
     return result;
 }
 

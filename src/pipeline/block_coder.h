@@ -38,7 +38,7 @@ codec_result decode(const codec_job& job);
 /// unless the job has an `out_buf` that receives them.  If the decoder produces fewer bytes, the
 /// rest is filled with zeros before the filter is undone.
 ///
-/// Frees the input, if the job owns it, as soon as the codec has read it.
+/// Frees the input, if the job owns it, as soon as the codec has read it; not on failure.
 block_result code_block(buffer_pool& buffers, scratch& memory, block_job& job, write_job& finished);
 
 /// Writes a finished block to its file: a record is appended as record number `sequence`, decoded

@@ -37,6 +37,9 @@ class buffer_pool {
     /// exhausted.  The buffer must be released before the pool is destroyed.
     [[nodiscard]] block_buffer take(usize size);
 
+    /// Frees all idle buffers.
+    void free_idle();
+
     /// Returns the number of idle buffers.
     usize idle() const;
 
@@ -49,8 +52,6 @@ class buffer_pool {
     owned_array<u8> allocate(usize size) const;
     /// Returns an idle buffer that suits `size`, or null.
     block_buffer take_idle(usize size);
-    /// Frees all idle buffers.
-    void free_idle();
 
     const allocator& source_;
     const usize idle_limit_;

@@ -51,13 +51,13 @@ status file_reader::open(u64 memory_limit)
         reader_memory(layout.parameters, length, threads_) + index_.memory_needed(file_);
     if (needed > memory_limit)
         return watcher_.report({.what = status::over_limit, .wanted = needed, .got = memory_limit});
-    const status read = index_.read_records(source_, file_, {});
-    forget_sums();
-    return read;
+    unsummed_ = layout.block_count;
+    return index_.read_records(source_, file_, watcher_, {});
 }
 
 void file_reader::forget_sums()
 {
+    index_.forget_sums();
     sum_ = 0;
     unsummed_ = index_.layout().block_count;
 }
@@ -65,7 +65,10 @@ void file_reader::forget_sums()
 status file_reader::read(u64 offset, u8* dest, usize size, usize& got)
 {
     got = 0;
-    if (original_size() == 0) return check_seal();
+    if (original_size() == 0) {
+        const status result = check_seal();
+        return keeps_damaged_ ? status::done : result;
+    }
     if (offset >= original_size()) return status::done;
     const u64 end = offset + std::min<u64>(size, original_size() - offset);
     u64 valid = offset;
@@ -79,8 +82,7 @@ status file_reader::read_all(u8* dest, usize& got)
 {
     const status result = read(0, dest, static_cast<usize>(original_size()), got);
     if (result != status::done || index_.layout_fault() == status::done) return result;
-    coder_.reset();
-    const status read = index_.read_records(source_, file_, watcher_); // reports the faults
+    const status read = index_.read_records(source_, file_, watcher_, watcher_);
     if (read != status::done) return read;
     return keeps_damaged_ ? status::done : index_.layout_fault();
 }
@@ -103,7 +105,7 @@ status file_reader::read_payload(u32 block, u8* dest)
 status file_reader::test()
 {
     if (coder_) coder_->drop_all();
-    const status read = index_.read_records(source_, file_, watcher_);
+    const status read = index_.read_records(source_, file_, watcher_, watcher_);
     if (read != status::done) return read;
     forget_sums();
     status first = index_.layout_fault();
@@ -114,8 +116,7 @@ status file_reader::test()
     for (u32 begin = index_.skip_to(0, true), end = 0; index_.find(begin) != nullptr;
          begin = index_.skip_to(end, true)) {
         end = index_.skip_to(begin, false);
-        const u64 last = end - 1;
-        const u64 end_offset = index_.offset_of(end - 1) + index_.length_of(static_cast<u32>(last));
+        const u64 end_offset = index_.offset_of(end - 1) + index_.length_of(end - 1);
         u64 valid = 0;
         const status tested =
             run({index_.offset_of(begin), end_offset, nullptr, true}, valid, true);
@@ -213,7 +214,6 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
     job.mode = direction::decompress;
     job.set_parameters(index_.layout().parameters);
     job.block_index = block;
-    job.codec.out_len = index_.length_of(block);
     next.fault.block = block;
     const block_place* const place = index_.find(block);
     if (place == nullptr) {
@@ -223,6 +223,7 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
                               : status::block_missing;
         return;
     }
+    job.codec.out_len = static_cast<u32>(index_.length_of(block));
     next.fault.offset = place->offset;
     next.fault.what = read_into(next, *place);
     if (next.fault.what != status::done) return;

@@ -119,6 +119,7 @@ void file_writer::submit_block()
 
 status file_writer::write_raw(const u8* payload, usize size, usize length, const u32* sum)
 {
+    lent_ = 0;
     if (failure_ != status::done) return failure_;
     const bool is_bad =
         is_ended_ || filled_ != 0 || length == 0 || length > block_size() || size > length ||

@@ -18,7 +18,15 @@ void code(buffer_pool& buffers, scratch& memory, ordered_block& block)
         if (block.is_summed) block.sum = crc32(0, original, job.codec.in_len);
         run_filter(job.filter_flags, {original, job.codec.in_len}, filter_use::apply);
     }
+    u8* const dest = job.codec.out_buf;
     block.result = code_block(buffers, memory, job, block.finished);
+    if (block.result.status == block_status::uncoded) {
+        // Idle buffers can hold the memory that the codec lacks.
+        block.finished = {};
+        job.codec.out_buf = dest;
+        buffers.free_idle();
+        block.result = code_block(buffers, memory, job, block.finished);
+    }
     if (block.result.status != block_status::done)
         block.fault.what = status::no_memory;
     else if (!compresses && block.is_summed)

@@ -40,7 +40,10 @@ status record_index::read_header(const byte_source& file, const listener& watche
     if (size != bytes.size())
         return watcher.report({.what = status::truncated, .wanted = bytes.size(), .got = size});
     const auto described = lay_out(header);
-    if (!described) return watcher.report({.what = status::corrupt});
+    // Block numbers have 32 bits; lay_out() clamps their count.
+    if (!described ||
+        count_blocks(header.original_size, described->parameters.block_size()) > UINT32_MAX)
+        return watcher.report({.what = status::corrupt});
     layout_ = *described;
     return status::done;
 }
@@ -51,10 +54,14 @@ u32 record_index::max_places(const byte_source& file) const
     return static_cast<u32>(std::min<u64>(layout_.record_count(), room_for + max_displacement));
 }
 
-u32 record_index::length_of(u32 block) const
+u64 record_index::length_of(u32 block) const
 {
-    const u64 size = layout_.original_size;
-    return static_cast<u32>(block_length(size, layout_.parameters.block_size(), block));
+    return block_length(layout_.original_size, layout_.parameters.block_size(), block);
+}
+
+void record_index::forget_sums()
+{
+    for (u32 block = 0; block < place_count_; ++block) places_[block].is_summed = false;
 }
 
 const block_place* record_index::find(u32 block) const
@@ -67,46 +74,44 @@ block_place* record_index::find(u32 block)
     return const_cast<block_place*>(std::as_const(*this).find(block));
 }
 
-void record_index::note(const listener& watcher, const notice& fault)
+void record_index::note(const listener& damage_watcher, const notice& fault)
 {
     if (layout_fault_ == status::done) layout_fault_ = fault.what;
-    watcher.report(fault);
+    is_cut_ = is_cut_ || fault.what == status::corrupt || fault.what == status::truncated;
+    damage_watcher.report(fault);
 }
 
 status record_index::read_records(const allocator& source, const byte_source& file,
-                                  const listener& watcher)
+                                  const listener& watcher, const listener& damage_watcher)
 {
-    found_ = stored_ = 0;
-    seal_.reset();
-    layout_fault_ = status::done;
-    places_.reset();
-    place_count_ = max_places(file);
-    places_ = make_zeroed_array<block_place>(source, place_count_);
-    if (!places_) return watcher.report({.what = status::no_memory});
+    if (!places_) {
+        places_ = make_zeroed_array<block_place>(source, max_places(file));
+        if (!places_) return watcher.report({.what = status::no_memory});
+        place_count_ = max_places(file);
+    }
+    is_cut_ = false;
     u64 position = file_header_bytes;
-    for (u32 sequence = 0; sequence < layout_.record_count() && layout_fault_ != status::corrupt &&
-                           layout_fault_ != status::truncated;
-         ++sequence) {
-        const status read = read_record(file, watcher, sequence, position);
+    for (u32 sequence = 0; sequence < layout_.record_count() && !is_cut_; ++sequence) {
+        const status read = read_record(file, watcher, damage_watcher, sequence, position);
         if (read != status::done) return read;
     }
-    if (layout_fault_ == status::done || layout_fault_ == status::block_repeated) {
-        const status read = read_end(file, watcher, position);
+    if (!is_cut_) {
+        const status read = read_end(file, watcher, damage_watcher, position);
         if (read != status::done) return read;
     }
-    if (found_ != layout_.record_count()) report_missing(watcher);
+    if (found_ != layout_.record_count()) report_missing(damage_watcher);
     return status::done;
 }
 
-status record_index::read_record(const byte_source& file, const listener& watcher, u32 sequence,
-                                 u64& position)
+status record_index::read_record(const byte_source& file, const listener& watcher,
+                                 const listener& damage_watcher, u32 sequence, u64& position)
 {
     notice fault{.what = status::truncated, .offset = position};
     const u64 left = file.size - position;
     if (left < record_head_bytes) {
         fault.wanted = record_head_bytes;
         fault.got = left;
-        note(watcher, fault);
+        note(damage_watcher, fault);
         return status::done;
     }
     std::array<u8, record_head_bytes> bytes;
@@ -116,22 +121,23 @@ status record_index::read_record(const byte_source& file, const listener& watche
     const auto extent = find_block(layout_, head, sequence);
     if (!extent) {
         fault.what = status::corrupt;
-        note(watcher, fault);
+        note(damage_watcher, fault);
         return status::done;
     }
     fault.block = extent->index;
     if (head.size > left - record_head_bytes) {
         fault.wanted = head.size;
         fault.got = left - record_head_bytes;
-        note(watcher, fault);
+        note(damage_watcher, fault);
         return status::done;
     }
     block_place& place = places_[extent->index];
-    if (place.is_found()) {
+    const u64 payload_offset = position + record_head_bytes;
+    if (place.is_found() && place.offset != payload_offset) {
         fault.what = status::block_repeated;
-        note(watcher, fault);
-    } else {
-        place = {position + record_head_bytes, head.size, false};
+        note(damage_watcher, fault);
+    } else if (!place.is_found()) {
+        place = {payload_offset, head.size, false};
         ++found_;
         stored_ += head.size == extent->length ? 1 : 0;
     }
@@ -139,7 +145,8 @@ status record_index::read_record(const byte_source& file, const listener& watche
     return status::done;
 }
 
-status record_index::read_end(const byte_source& file, const listener& watcher, u64 position)
+status record_index::read_end(const byte_source& file, const listener& watcher,
+                              const listener& damage_watcher, u64 position)
 {
     const u64 left = file.size - position;
     if (left == seal_bytes) {
@@ -148,7 +155,7 @@ status record_index::read_end(const byte_source& file, const listener& watcher, 
         if (read != status::done) return read;
         seal_ = load_u32(bytes.data());
     } else if (left != 0) {
-        note(watcher, {.what = status::trailing_bytes, .offset = position, .got = left});
+        note(damage_watcher, {.what = status::trailing_bytes, .offset = position, .got = left});
     }
     return status::done;
 }
@@ -159,13 +166,13 @@ u32 record_index::skip_to(u32 block, bool is_found) const
     return block;
 }
 
-void record_index::report_missing(const listener& watcher)
+void record_index::report_missing(const listener& damage_watcher)
 {
     const u32 count = layout_.record_count();
     for (u32 block = skip_to(0, false); block < count;) {
         u32 end = skip_to(block, true);
         if (end == place_count_) end = count; // no block from there on has a place
-        note(watcher, {.what = status::block_missing, .block = block, .wanted = end - block});
+        note(damage_watcher, {.what = status::block_missing, .block = block, .wanted = end - block});
         block = skip_to(end, false);
     }
 }

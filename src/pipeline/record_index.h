@@ -33,10 +33,13 @@ class record_index {
         return sizeof(block_place) * u64{max_places(file)};
     }
 
-    /// Reads the heads of all records and the seal, and forgets what was read before.  Damage is
-    /// reported and noted in layout_fault(), but is not a failure: what was found can be used.
+    /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
+    /// noted in layout_fault(), but is not a failure: what was found can be used.  A second call
+    /// only reports the damage once more.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
-                                      const listener& watcher);
+                                      const listener& watcher, const listener& damage_watcher);
+    /// Sets is_summed of all blocks to false.
+    void forget_sums();
 
     const file_layout& layout() const { return layout_; }
     u32 found() const { return found_; }
@@ -47,8 +50,9 @@ class record_index {
     status layout_fault() const { return layout_fault_; }
 
     u64 offset_of(u32 block) const { return block * layout_.parameters.block_size(); }
-    /// Length of a block in bytes; 0 for the only one of an empty file.
-    u32 length_of(u32 block) const;
+    /// Length of a block in bytes; 0 for the only one of an empty file.  A block that has a record
+    /// has at most INT32_MAX bytes.
+    u64 length_of(u32 block) const;
     /// Index of the first block from `block` on that has a record (`is_found`) or has none; the
     /// number of blocks that can have one if there is no such block.
     u32 skip_to(u32 block, bool is_found) const;
@@ -59,13 +63,14 @@ class record_index {
   private:
     u32 max_places(const byte_source& file) const;
     /// Reads the record at `position` and moves past it, unless that is impossible.
-    [[nodiscard]] status read_record(const byte_source& file, const listener& watcher, u32 sequence,
-                                     u64& position);
-    [[nodiscard]] status read_end(const byte_source& file, const listener& watcher, u64 position);
+    [[nodiscard]] status read_record(const byte_source& file, const listener& watcher,
+                                     const listener& damage_watcher, u32 sequence, u64& position);
+    [[nodiscard]] status read_end(const byte_source& file, const listener& watcher,
+                                  const listener& damage_watcher, u64 position);
     /// Reports each run of missing blocks as one fault, with the number of blocks as `wanted`.
-    void report_missing(const listener& watcher);
+    void report_missing(const listener& damage_watcher);
     /// Reports a fault of the layout.
-    void note(const listener& watcher, const notice& fault);
+    void note(const listener& damage_watcher, const notice& fault);
 
     file_layout layout_{};
     owned_array<block_place> places_;
@@ -74,6 +79,7 @@ class record_index {
     u32 stored_ = 0;
     std::optional<u32> seal_;
     status layout_fault_ = status::done;
+    bool is_cut_ = false; // no further record can be found
 };
 
 } // namespace quarnex
