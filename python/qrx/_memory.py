@@ -101,7 +101,8 @@ class NewBytes:
         if _advise is not None and size >= _HUGE_SIZE:
             # Most of the time of a fast decoder would go into page faults of new memory.
             start = -(-self.address // mmap.PAGESIZE) * mmap.PAGESIZE
-            _advise(start, (self.address + size - start) // mmap.PAGESIZE * mmap.PAGESIZE, _HUGE_PAGES)
+            whole = (self.address + size - start) // mmap.PAGESIZE * mmap.PAGESIZE
+            _advise(start, whole, _HUGE_PAGES)
 
     def finish(self, size: int) -> bytes:
         """Returns the object, cut to `size` bytes."""
