@@ -38,7 +38,7 @@ constexpr u32 shift_by(u64 bytes)
 
 u32 crc32(u32 sum, const u8* data, usize size)
 {
-    return libdeflate_crc32(sum, data, size);
+    return size != 0 ? libdeflate_crc32(sum, data, size) : sum; // null has a sum of its own there
 }
 
 u32 combine_crc32(u32 first, u32 second, u64 second_size)

@@ -35,6 +35,8 @@ TEST(api_general, checksums_continue_and_combine)
     const u32 second = qrx_crc32(0, data.data() + 100, data.size() - 100);
     EXPECT_EQ(qrx_crc32(first, data.data() + 100, data.size() - 100), whole);
     EXPECT_EQ(qrx_crc32_combine(first, second, data.size() - 100), whole);
+    EXPECT_EQ(qrx_crc32(first, nullptr, 0), first);
+    EXPECT_EQ(qrx_crc32(first, data.data(), 0), first);
 }
 
 } // namespace
