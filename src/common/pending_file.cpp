@@ -44,7 +44,7 @@ void pending_file::discard()
 
 int pending_file::create(const char* name)
 {
-    if (!can_be_replaced(name)) return EEXIST;
+    if (const int unfit = check_replaceable(name); unfit != 0) return unfit;
     const usize size = std::strlen(name) + 1;
     const usize directory_bytes = directory_bytes_of(name);
     name_ = make_array<char>(source_, size);

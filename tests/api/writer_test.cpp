@@ -159,7 +159,45 @@ TEST(api_writer, what_is_no_file_is_not_replaced)
     EXPECT_EQ(options.events[0].system_error, EEXIST);
     EXPECT_EQ(options.events[1].system_error, ENOENT);
     EXPECT_EQ(files_in(dir), 0U);
+    EXPECT_EQ(qrx_writer_open(&writer, "", nullptr, &options), QRX_OPEN_FAILED);
+    EXPECT_EQ(options.events.back().system_error, ENOENT);
 }
+
+#ifndef _WIN32
+TEST(api_writer, names_that_no_file_can_have_are_refused_at_once)
+{
+    const temp_dir dir;
+    recorded_options options;
+    qrx_writer* writer = nullptr;
+    const std::string too_long = dir / std::string(300, 'a');
+    EXPECT_EQ(qrx_writer_open(&writer, too_long.c_str(), nullptr, &options), QRX_OPEN_FAILED);
+    EXPECT_EQ(options.events.back().system_error, ENAMETOOLONG);
+    EXPECT_EQ(files_in(dir), 0U);
+}
+
+TEST(api_writer, a_link_is_replaced_unless_it_leads_to_what_is_no_file)
+{
+    const temp_dir dir;
+    write_file(dir / "file", to_bytes("old"));
+    for (const char* const target : {"/dev/null", ".", "file", "missing"}) {
+        const std::string link = dir / "link";
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(target, link);
+        const bool is_file = std::string_view(target) == "file";
+        const bool is_allowed = is_file || std::string_view(target) == "missing";
+        qrx_writer* opened = nullptr;
+        EXPECT_EQ(qrx_writer_open(&opened, link.c_str(), nullptr, nullptr),
+                  is_allowed ? QRX_OK : QRX_OPEN_FAILED);
+        const writer_ptr writer(opened);
+        if (is_allowed) {
+            EXPECT_EQ(qrx_writer_finish(opened), QRX_OK);
+        }
+        EXPECT_EQ(std::filesystem::is_symlink(link), !is_allowed);
+    }
+    EXPECT_EQ(read_file(dir / "file"), to_bytes("old"));
+    EXPECT_EQ(files_in(dir), 2U);
+}
+#endif
 
 TEST(api_writer, a_sink_that_fails_fails_the_writer)
 {

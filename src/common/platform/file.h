@@ -61,8 +61,10 @@ class system_file {
     int descriptor_ = no_file;
 };
 
-/// True if rename_file() may replace what has this name: nothing, a regular file or a link.
-bool can_be_replaced(const char* name);
+/// Tests whether rename_file() may give a file this name: it belongs to nothing, to a regular file
+/// or to a link to one of these.  Returns 0; EEXIST for a directory, a device or a link to one; or
+/// another errno if no file can have the name.
+[[nodiscard]] int check_replaceable(const char* name);
 /// Renames a file; replaces an existing one in one step.
 [[nodiscard]] int rename_file(const char* name, const char* new_name);
 void remove_file(const char* name);

@@ -101,10 +101,12 @@ int system_file::close()
     return ::close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
 }
 
-bool can_be_replaced(const char* name)
+int check_replaceable(const char* name)
 {
     struct stat status {};
-    return lstat(name, &status) != 0 || S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
+    // Follows links: replacing /dev/stdout, for one, would break the system.
+    if (stat(name, &status) == 0) return S_ISREG(status.st_mode) ? 0 : EEXIST;
+    return errno == ENOENT && name[0] != 0 ? 0 : errno;
 }
 
 int rename_file(const char* name, const char* new_name)

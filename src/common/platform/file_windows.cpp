@@ -89,10 +89,13 @@ int system_file::close()
     return _close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
 }
 
-bool can_be_replaced(const char* name)
+int check_replaceable(const char* name)
 {
+    if (name[0] == 0) return ENOENT;
     const DWORD attributes = GetFileAttributesA(name);
-    return attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    const bool is_directory =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return is_directory ? EEXIST : 0;
 }
 
 int rename_file(const char* name, const char* new_name)
