@@ -43,6 +43,7 @@ status file_writer::open(u64 memory_limit)
 
 status file_writer::write(const u8* src, usize size)
 {
+    if (failure_ == status::done && size > left()) return status::bad_argument;
     while (size != 0) {
         u8* dest = nullptr;
         usize room = 0;
@@ -60,14 +61,9 @@ status file_writer::lend(u8*& dest, usize& room)
 {
     lent_ = 0;
     if (failure_ != status::done) return failure_;
-    if (is_ended_) return status::bad_argument;
+    if (left() == 0) return status::bad_argument;
     if (const status started = start_block(); started != status::done) return started;
-    lent_ = static_cast<u32>(block_size()) - filled_;
-    if (declared_size_ != unknown_size) {
-        const u64 left = declared_size_ - original_size_ - filled_;
-        if (left == 0) return status::bad_argument;
-        lent_ = static_cast<u32>(std::min<u64>(lent_, left));
-    }
+    lent_ = static_cast<u32>(std::min(block_size() - filled_, left()));
     dest = filling_.get() + filled_;
     room = lent_;
     return status::done;
@@ -87,8 +83,7 @@ status file_writer::advance(usize size)
 status file_writer::start_block()
 {
     if (filling_) return status::done;
-    const u64 left = declared_size_ - original_size_;
-    const usize length = static_cast<usize>(std::min(block_size(), left));
+    const usize length = static_cast<usize>(std::min(block_size(), left()));
     filling_ = coder_.buffers.take(length + in_slack);
     return filling_ ? status::done : fail({.what = status::no_memory, .block = submitted_});
 }
@@ -107,6 +102,7 @@ void file_writer::submit_block()
     ordered_block& next = coder_.next();
     next.job.mode = direction::compress;
     next.job.set_parameters(parameters_);
+    next.fault.block = submitted_;
     next.job.block_index = submitted_++;
     next.job.codec.in_buf = filling_.get();
     next.job.codec.in_len = filled_;
@@ -134,8 +130,7 @@ status file_writer::write_raw(const u8* payload, usize size, usize length, const
     lent_ = 0;
     if (failure_ != status::done) return failure_;
     const bool is_bad =
-        is_ended_ || filled_ != 0 || length == 0 || length > block_size() || size > length ||
-        (declared_size_ != unknown_size && length > declared_size_ - original_size_);
+        filled_ != 0 || length == 0 || length > block_size() || size > length || length > left();
     if (is_bad) return status::bad_argument;
     if (const status room = make_room(); room != status::done) return room;
     filling_.reset(); // lent, and not filled

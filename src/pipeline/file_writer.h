@@ -34,7 +34,9 @@ class file_writer {
     /// with status::over_limit if the writer can need more than `memory_limit` bytes.
     [[nodiscard]] status open(u64 memory_limit);
 
-    /// Appends bytes of the original.  After a failure every call returns it again.
+    /// Appends bytes of the original: all of them, or none if they are more than are left.  After a
+    /// failure every call returns it again; a call that is refused as status::bad_argument changes
+    /// nothing.
     [[nodiscard]] status write(const u8* src, usize size);
     /// Returns where the next bytes of the original can be put, and how many; see advance().
     [[nodiscard]] status lend(u8*& dest, usize& room);
@@ -50,6 +52,8 @@ class file_writer {
 
   private:
     u64 block_size() const { return parameters_.block_size(); }
+    /// How many more bytes of the original are accepted.
+    u64 left() const { return is_ended_ ? 0 : declared_size_ - original_size_ - filled_; }
     status fail(const notice& fault);
     status fail_to_write(u64 offset, int error);
     /// Starts a block unless one is being filled.

@@ -92,6 +92,24 @@ TEST(api_writer, a_declared_size_is_kept)
     EXPECT_EQ(empty.content, compressed({}, params));
 }
 
+TEST(api_writer, more_than_the_declared_size_is_refused_whole)
+{
+    const bytes data = sample_data(2, 0);
+    const qrx_params params = params_of(1, 0);
+    memory_file file;
+    const writer_ptr writer = open_sink(file, params, nullptr, 1000);
+    EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 1001), QRX_BAD_ARGUMENT);
+    EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 400), QRX_OK);
+    EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 601), QRX_BAD_ARGUMENT);
+    EXPECT_EQ(qrx_writer_write(writer.get(), data.data() + 400, 600), QRX_OK);
+    void* dest = nullptr;
+    usize room = 0;
+    EXPECT_EQ(qrx_writer_buffer(writer.get(), &dest, &room), QRX_BAD_ARGUMENT);
+    EXPECT_EQ(qrx_writer_advance(writer.get(), mib - 1000), QRX_BAD_ARGUMENT) << "nothing is lent";
+    EXPECT_EQ(qrx_writer_finish(writer.get()), QRX_OK);
+    EXPECT_EQ(file.content, compressed(slice(data, 0, 1000), params));
+}
+
 TEST(api_writer, a_file_gets_its_name_when_it_is_finished)
 {
     const temp_dir dir;
