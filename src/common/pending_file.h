@@ -16,8 +16,8 @@ class pending_file {
     /// Removes the file unless it was committed.
     ~pending_file();
 
-    /// Creates the file.  Returns errno, EEXIST if `name` is a directory, a device or a link to one.
-    /// Called once.
+    /// Creates the file.  Returns errno, EEXIST if `name` is a directory, a device or a link to
+    /// one. Called once.
     [[nodiscard]] int create(const char* name);
     /// Flushes the content to the device, closes the file and gives it its name.  Returns errno;
     /// the file is removed on failure.
