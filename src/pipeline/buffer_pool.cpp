@@ -21,8 +21,8 @@ void return_buffer::operator()(u8* buffer) const
     pool->put_back(buffer, capacity);
 }
 
-buffer_pool::buffer_pool(const allocator& source, usize idle_limit)
-    : source_(source), idle_limit_(std::min(idle_limit, max_idle))
+buffer_pool::buffer_pool(const allocator& source, usize idle_limit, usize total_limit)
+    : source_(source), idle_limit_(std::min(idle_limit, max_idle)), total_limit_(total_limit)
 {
 }
 
@@ -38,13 +38,15 @@ owned_array<u8> buffer_pool::allocate(usize size) const
 
 block_buffer buffer_pool::take(usize size)
 {
-    if (size >= min_pooled_bytes) {
-        if (block_buffer idle = take_idle(size)) return idle;
-    }
+    if (block_buffer idle = take_idle(size)) return idle;
     owned_array<u8> fresh = allocate(size);
     if (!fresh) {
         free_idle();
         fresh = allocate(size);
+    }
+    if (!fresh) {
+        scoped_lock lock(mutex_);
+        --used_count_;
     }
     return block_buffer(fresh.release(), return_buffer{this, size});
 }
@@ -53,12 +55,14 @@ block_buffer buffer_pool::take_idle(usize size)
 {
     owned_array<u8> evicted; // freed outside the lock
     scoped_lock lock(mutex_);
+    ++used_count_;
+    const bool is_pooled = size >= min_pooled_bytes;
     const auto begin = idle_.begin();
     const auto end = begin + static_cast<std::ptrdiff_t>(idle_count_);
     const auto found = std::find_if(begin, end, [&](const owned_array<u8>& buffer) {
         // Reject buffers more than twice as large as needed: they would waste memory.
         const usize capacity = buffer.get_deleter().size;
-        return capacity >= size && capacity / 2 <= size;
+        return is_pooled && capacity >= size && capacity / 2 <= size;
     });
     if (found != end) {
         const usize capacity = found->get_deleter().size;
@@ -67,7 +71,9 @@ block_buffer buffer_pool::take_idle(usize size)
         return taken;
     }
     // The pool is full and nothing fits: evict the oldest to make room for the new size.
-    if (idle_count_ == idle_limit_ && idle_count_ != 0) {
+    const bool is_full =
+        (is_pooled && idle_count_ == idle_limit_) || idle_count_ + used_count_ > total_limit_;
+    if (is_full && idle_count_ != 0) {
         evicted = std::move(*begin);
         std::move(begin + 1, end, begin);
         --idle_count_;
@@ -84,9 +90,10 @@ void buffer_pool::free_idle()
 void buffer_pool::put_back(u8* buffer, usize capacity)
 {
     owned_array<u8> returned = own(buffer, capacity); // freed outside the lock
-    if (capacity < min_pooled_bytes) return;
     scoped_lock lock(mutex_);
-    if (idle_count_ < idle_limit_) idle_[idle_count_++] = std::move(returned);
+    const bool has_room = idle_count_ < idle_limit_ && idle_count_ + used_count_ <= total_limit_;
+    --used_count_;
+    if (capacity >= min_pooled_bytes && has_room) idle_[idle_count_++] = std::move(returned);
 }
 
 usize buffer_pool::idle() const

@@ -30,8 +30,9 @@ class buffer_pool {
     /// Upper bound for the idle buffers of any pool.
     static constexpr usize max_idle = 40;
 
-    /// Keeps up to `idle_limit` (at most max_idle) idle buffers.
-    buffer_pool(const allocator& source, usize idle_limit);
+    /// Keeps up to `idle_limit` (at most max_idle) idle buffers, and no idle ones beyond
+    /// `total_limit` buffers, idle and in use.
+    buffer_pool(const allocator& source, usize idle_limit, usize total_limit = SIZE_MAX);
 
     /// Returns a buffer of at least `size` bytes with undefined content, or null when memory is
     /// exhausted.  The buffer must be released before the pool is destroyed.
@@ -50,14 +51,17 @@ class buffer_pool {
     /// Takes ownership of a buffer that was handed out; `capacity` is its allocated size.
     owned_array<u8> own(u8* buffer, usize capacity) const;
     owned_array<u8> allocate(usize size) const;
-    /// Returns an idle buffer that suits `size`, or null.
+    /// Returns an idle buffer that suits `size`.  If there is none, makes room for a fresh one and
+    /// returns null.  Counts either as in use.
     block_buffer take_idle(usize size);
 
     const allocator& source_;
     const usize idle_limit_;
+    const usize total_limit_;
     mutable guard_mutex mutex_;
     std::array<owned_array<u8>, max_idle> idle_ GUARDED_BY(mutex_); // oldest first
     usize idle_count_ GUARDED_BY(mutex_) = 0;
+    usize used_count_ GUARDED_BY(mutex_) = 0; // buffers in use
 };
 
 } // namespace quarnex

@@ -1,5 +1,8 @@
 #include "api/api_fixture.h"
 
+#include <atomic>
+#include <cstdlib>
+
 namespace quarnex::test {
 namespace {
 

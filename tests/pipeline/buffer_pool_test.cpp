@@ -114,6 +114,31 @@ TEST(buffer_pool, the_oldest_is_evicted_when_sizes_change)
     EXPECT_EQ(pool.take(300 * kib).get(), newer_address);
 }
 
+TEST(buffer_pool, idle_buffers_and_those_in_use_stay_within_the_total)
+{
+    buffer_pool pool(system_allocator, 4, 3);
+    block_buffer first = pool.take(300 * kib);
+    block_buffer second = pool.take(300 * kib);
+    first.reset();
+    second.reset();
+    EXPECT_EQ(pool.idle(), 2U);
+    first = pool.take(mib);
+    EXPECT_EQ(pool.idle(), 2U);
+    second = pool.take(mib);
+    EXPECT_EQ(pool.idle(), 1U);
+    block_buffer third = pool.take(100);
+    EXPECT_EQ(pool.idle(), 0U) << "small buffers count";
+    block_buffer fourth = pool.take(mib);
+    fourth.reset();
+    EXPECT_EQ(pool.idle(), 0U) << "there were more in use";
+    second.reset();
+    EXPECT_EQ(pool.idle(), 1U);
+    EXPECT_EQ(pool.take(SIZE_MAX / 4 * 3), nullptr) << "is not counted";
+    second = pool.take(mib);
+    second.reset();
+    EXPECT_EQ(pool.idle(), 1U);
+}
+
 TEST(buffer_pool, idle_buffers_are_freed_when_memory_is_short)
 {
     buffer_pool pool(system_allocator, 3);
