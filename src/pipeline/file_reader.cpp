@@ -47,8 +47,9 @@ status file_reader::open(u64 memory_limit)
     if (const status read = index_.read_header(file_, watcher_); read != status::done) return read;
     const file_layout& layout = index_.layout();
     const u64 length = std::min(layout.parameters.block_size(), layout.original_size);
+    const u32 threads = useful_threads(threads_, layout.block_count);
     const u64 needed =
-        reader_memory(layout.parameters, length, threads_) + index_.memory_needed(file_);
+        reader_memory(layout.parameters, length, threads) + index_.memory_needed(file_);
     if (needed > memory_limit)
         return watcher_.report({.what = status::over_limit, .wanted = needed, .got = memory_limit});
     unsummed_ = layout.block_count;
@@ -129,8 +130,7 @@ status file_reader::test()
 status file_reader::run(const request& wanted, u64& done, bool skips_damage)
 {
     if (!coder_) {
-        const u32 blocks = index_.layout().block_count;
-        const u32 threads = blocks <= 1 ? 0 : std::min(threads_, blocks);
+        const u32 threads = useful_threads(threads_, index_.layout().block_count);
         coder_.emplace(source_, threads, reader_capacity(threads));
         const status started = coder_->start();
         if (started != status::done) {

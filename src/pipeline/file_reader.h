@@ -23,8 +23,9 @@ class file_reader {
     file_reader(const file_reader&) = delete;
     file_reader& operator=(const file_reader&) = delete;
 
-    /// Reads the header and the record heads and starts the threads.  Called once, first.  Fails
-    /// with status::over_limit if the reader can need more than `memory_limit` bytes.
+    /// Reads the header and the record heads.  Threads start when the first block is needed.
+    /// Called once, first.  Fails with status::over_limit if the reader can need more than
+    /// `memory_limit` bytes.
     [[nodiscard]] status open(u64 memory_limit);
 
     const record_index& index() const { return index_; }

@@ -14,7 +14,9 @@ file_writer::file_writer(const allocator& source, const byte_sink& file, const l
                          const file_parameters& parameters, u32 threads, bool seals,
                          u64 original_size)
     : file_(file), watcher_(watcher), parameters_(parameters), seals_(seals),
-      declared_size_(original_size), coder_(source, threads, writer_capacity(threads))
+      declared_size_(original_size),
+      threads_(useful_threads(threads, count_blocks(original_size, block_size()))),
+      coder_(source, threads_, writer_capacity(threads_))
 {
 }
 
@@ -33,7 +35,7 @@ status file_writer::fail_to_write(u64 offset, int error)
 status file_writer::open(u64 memory_limit)
 {
     const u64 length = std::min(block_size(), declared_size_);
-    const u64 needed = writer_memory(parameters_, length, coder_.thread_count);
+    const u64 needed = writer_memory(parameters_, length, threads_);
     if (needed > memory_limit)
         return fail({.what = status::over_limit, .wanted = needed, .got = memory_limit});
     if (const status started = coder_.start(); started != status::done)

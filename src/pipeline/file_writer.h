@@ -73,6 +73,7 @@ class file_writer {
     const file_parameters parameters_;
     const bool seals_;
     const u64 declared_size_;
+    const u32 threads_; // those that can have work
     ordered_coder coder_;
 
     block_buffer filling_;  // the block that is being filled

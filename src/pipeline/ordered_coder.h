@@ -11,6 +11,8 @@
 #include "pipeline/block_coder.h"
 #include "pipeline/notices.h"
 
+#include <algorithm>
+
 namespace quarnex {
 
 /// A block on its way through an ordered_coder.
@@ -36,6 +38,12 @@ struct ordered_block {
 
 /// Sets the fault of a decoded block that is short or whose payload has an inexact end.
 void find_fault(ordered_block& decoded);
+
+/// Of `threads` threads, how many can have work in a file of `blocks` blocks.
+constexpr u32 useful_threads(u32 threads, u64 blocks)
+{
+    return blocks <= 1 ? 0 : static_cast<u32>(std::min<u64>(threads, blocks));
+}
 
 class ordered_coder {
   public:

@@ -233,10 +233,73 @@ TEST(api_buffers, a_memory_limit_is_checked_first)
         qrx_compress(&params, &options, data.data(), data.size(), dest.data(), dest.size(), &size),
         QRX_OVER_LIMIT);
     EXPECT_EQ(options.found(), std::vector{QRX_OVER_LIMIT});
+    recorded_options single(4); // one block has no work for threads
+    single.memory_limit = qrx_compress_memory(&params, 0);
+    EXPECT_EQ(qrx_compress(&params, &single, data.data(), 1000, dest.data(), dest.size(), &size),
+              QRX_OK);
+    single.memory_limit = qrx_decompress_memory(&params, 0);
+    restored(slice(dest, 0, size), 1000, single);
     options.memory_limit = 1000;
     restored(image, data.size(), options, QRX_OVER_LIMIT);
     options.memory_limit = qrx_decompress_memory(&params, 1) + 3 * 16;
     EXPECT_EQ(restored(image, data.size(), options), data);
+}
+
+/// An allocator that counts.
+struct counted_memory {
+    qrx_allocator allocator()
+    {
+        return {[](void* self, usize size) {
+                    static_cast<counted_memory*>(self)->add(size);
+                    return std::malloc(size);
+                },
+                [](void* self, void* memory, usize size) {
+                    static_cast<counted_memory*>(self)->used -= size;
+                    std::free(memory);
+                },
+                this};
+    }
+
+    void add(usize size)
+    {
+        const usize now = used += size;
+        for (usize known = peak; known < now && !peak.compare_exchange_weak(known, now);) continue;
+    }
+
+    std::atomic<usize> used{0};
+    std::atomic<usize> peak{0};
+};
+
+TEST(api_buffers, memory_stays_within_the_bound_when_payloads_differ)
+{
+    constexpr u32 blocks = 30;
+    const bytes noise = find_shape("random").make(mib, 1);
+    bytes data(blocks * mib);
+    for (usize block = 0; block < blocks; ++block)
+        std::copy_n(noise.begin(), block * 7 % 10 * 100000,
+                    data.begin() + static_cast<std::ptrdiff_t>(block * mib));
+    const qrx_params params = params_of(1, 0);
+    bytes image(qrx_compress_bound(&params, data.size()));
+    for (const u32 threads : {0U, 1U, 2U, 3U}) {
+        counted_memory memory;
+        recorded_options options(threads);
+        options.allocator = memory.allocator();
+        usize size = 0;
+        ASSERT_EQ(qrx_compress(&params, &options, data.data(), data.size(), image.data(),
+                               image.size(), &size),
+                  QRX_OK);
+        EXPECT_LE(memory.peak, qrx_compress_memory(&params, threads)) << threads;
+        EXPECT_EQ(memory.used, 0U);
+        memory.peak = 0;
+        {
+            const bytes exact = slice(image, 0, size);
+            const reader_ptr reader = open_image(exact, &options);
+            for (usize offset = 0; offset < data.size(); offset += 300000)
+                ASSERT_EQ(read_range(reader.get(), offset, 300000), slice(data, offset, 300000));
+        }
+        EXPECT_LE(memory.peak, qrx_decompress_memory(&params, threads) + blocks * 16) << threads;
+        EXPECT_EQ(memory.used, 0U);
+    }
 }
 
 TEST(api_buffers, bad_arguments_are_refused)
