@@ -31,13 +31,16 @@ template <class Struct>
     return true;
 }
 
-/// Fills in a caller's structure as far as it goes.
+/// Fills in a caller's structure as far as it goes.  Fields that only the caller's version has
+/// become zero.
 template <class Struct>
 [[nodiscard]] bool write_struct(const Struct& known, Struct* given)
 {
     if (given == nullptr || given->struct_size < sizeof given->struct_size) return false;
     const usize size = given->struct_size;
     std::memcpy(given, &known, size < sizeof(Struct) ? size : sizeof(Struct));
+    if (size > sizeof(Struct))
+        std::memset(reinterpret_cast<u8*>(given) + sizeof(Struct), 0, size - sizeof(Struct));
     given->struct_size = size;
     return true;
 }

@@ -154,8 +154,11 @@ qrx_status qrx_reader_block(qrx_reader* reader, uint64_t block, void* dest, size
     const u32 number = static_cast<u32>(block);
     const u64 length = index.length_of(number);
     if (length > capacity) return QRX_BUFFER_TOO_SMALL;
-    return to_qrx(reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
-                                       static_cast<usize>(length), *size));
+    usize got = 0;
+    const status read = reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
+                                             static_cast<usize>(length), got);
+    if (read == status::done) *size = got;
+    return to_qrx(read);
 }
 
 qrx_status qrx_reader_payload(qrx_reader* reader, uint64_t block, void* dest, size_t capacity,

@@ -153,6 +153,20 @@ TEST(api_reader, information_comes_from_header_and_record_heads)
     EXPECT_EQ(qrx_reader_block_info(reader.get(), 2, &none), QRX_BAD_ARGUMENT);
 }
 
+TEST(api_reader, fields_of_a_newer_header_become_zero)
+{
+    const bytes image = compressed(sample_data(0), params_of(1, 0));
+    const reader_ptr reader = open_image(image);
+    struct {
+        qrx_info known;
+        u64 added = 7;
+    } newer{};
+    newer.known.struct_size = sizeof newer;
+    EXPECT_EQ(qrx_reader_info(reader.get(), &newer.known), QRX_OK);
+    EXPECT_EQ(newer.known.struct_size, sizeof newer);
+    EXPECT_EQ(newer.added, 0U);
+}
+
 TEST(api_reader, an_empty_file_has_no_blocks)
 {
     const bytes image = compressed({}, params_of(3, 3), QRX_SEAL);
@@ -408,6 +422,10 @@ TEST(api_reader, a_source_behind_callbacks_can_fail)
         EXPECT_EQ(read_range(opened, mib, 10, QRX_TRUNCATED).size(), 0U);
         EXPECT_EQ(options.events.back().wanted, place.payload_size);
         EXPECT_EQ(options.events.back().got, 10U);
+        bytes block(mib);
+        usize length = 1234;
+        EXPECT_EQ(qrx_reader_block(opened, 1, block.data(), block.size(), &length), QRX_TRUNCATED);
+        EXPECT_EQ(length, 1234U) << "unchanged on failure";
         input.end = UINT64_MAX;
         EXPECT_EQ(read_range(opened, 0, data.size()), data) << "a failed read can be repeated";
         EXPECT_EQ(qrx_reader_test(opened), QRX_OK);
