@@ -12,6 +12,8 @@
  * The library never prints, never ends the process and keeps no state outside its handles.  A
  * handle is used by one thread at a time; different handles are independent.  All callbacks run on
  * the thread that called the library, except those of the allocator, which any thread may call.
+ * A callback must return (no exception, no longjmp) and must not use the handle whose call it
+ * belongs to.  File names go to the system as they are: on Windows in its ANSI code page.
  *
  * Every function that can fail returns a qrx_status.  Output arguments that it doesn't mention are
  * unchanged on failure.  A structure that may grow starts with its size, which the caller sets to
@@ -90,6 +92,7 @@ typedef struct qrx_params {
     uint32_t chain_bits;   /* log2 of the candidates per hash value, 1 to 8; 0: by level */
     uint32_t block_mib;    /* block size in MiB, 1 to 2047; 0: 32.  At most 16 at levels 4 to 7,
                               where larger values mean 16 */
+    uint32_t reserved;     /* 0 */
 } qrx_params;
 
 /* Replaces the fields that mean a default by the values that are used, which a file's header also
@@ -141,16 +144,21 @@ typedef struct qrx_event {
 
 typedef struct qrx_options {
     size_t struct_size;
-    uint32_t threads; /* that code blocks, 0 to QRX_MAX_THREADS; 0: the calling thread does */
+    uint32_t threads; /* that code blocks, 0 to QRX_MAX_THREADS; 0: the calling thread does.  No
+                         more are started than a file has blocks, none for a single block */
     uint32_t flags;   /* QRX_SEAL, QRX_KEEP_DAMAGED */
     /* Bytes that the handle may allocate; 0: any.  Checked before anything large is allocated:
      * needing more is QRX_OVER_LIMIT. */
     uint64_t memory_limit;
-    qrx_allocator allocator; /* all null: the C library's */
+    /* All null: the C library's.  Not used for the stacks of threads, nor for the range of
+     * addresses that level 9 reserves, and fills up to what the memory limit counts for it. */
+    qrx_allocator allocator;
     /* Called after each block with the bytes of the original that are done, and their total (0 if
      * unknown).  Any result but 0 cancels: the call returns QRX_CANCELLED. */
     int (*progress)(void* context, uint64_t done, uint64_t total);
-    /* Called for each failure and for all damage found. */
+    /* Called for all damage found and for each failure but these: an argument is refused, the
+     * buffer for a block or payload is too small, the call is cancelled, there is no memory for the
+     * handle itself. */
     void (*event)(void* context, const qrx_event* event);
     void* context; /* of progress() and event() */
 } qrx_options;
@@ -209,6 +217,7 @@ typedef struct qrx_info {
     /* What the layout of the file shows: QRX_OK, QRX_TRUNCATED, QRX_CORRUPT, QRX_BLOCK_MISSING,
      * QRX_BLOCK_REPEATED or QRX_TRAILING_BYTES. */
     qrx_status layout;
+    uint32_t reserved; /* 0 */
 } qrx_info;
 
 typedef struct qrx_block_info {
@@ -242,8 +251,8 @@ QRX_API qrx_status qrx_reader_block_info(const qrx_reader* reader, uint64_t bloc
 /* Reads up to `size` bytes of the original from `offset` on.  `*got` receives the number of bytes
  * delivered: less than `size` at the end of the original, or if the call fails; those delivered
  * before the damage are valid.  With threads, following blocks are decoded ahead as long as calls
- * continue where the last one ended.  Once every byte of a sealed file has been read, the call that
- * read the last one checks the seal. */
+ * continue where the last one ended.  Once every block of a sealed file has been decoded, the call
+ * that came to the last of them checks the seal.  After a failure the call can be repeated. */
 QRX_API qrx_status qrx_reader_read(qrx_reader* reader, uint64_t offset, void* dest, size_t size,
                                    size_t* got);
 
@@ -280,9 +289,10 @@ typedef struct qrx_sink {
 
 #define QRX_UNKNOWN_SIZE UINT64_MAX
 
-/* Creates a file by name.  It appears under its name, and replaces an existing file, in
- * qrx_writer_finish(); until then it has a temporary name in the same directory.  `params` may be
- * null: the defaults.  On failure `*writer` is null. */
+/* Creates a file by name.  It appears under its name, and replaces an existing file or link, in
+ * qrx_writer_finish(); until then it has a temporary name in the same directory.  Fails if the name
+ * is that of a directory or a device, or leads to one.  `params` may be null: the defaults.  On
+ * failure `*writer` is null. */
 QRX_API qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_params* params,
                                    const qrx_options* options);
 
@@ -294,7 +304,8 @@ QRX_API qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sin
                                         uint64_t original_size, const qrx_params* params,
                                         const qrx_options* options);
 
-/* Appends `size` bytes of the original. */
+/* Appends `size` bytes of the original.  After any failure of a writer but QRX_BAD_ARGUMENT, which
+ * changes nothing, all further calls fail, and it can only be closed. */
 QRX_API qrx_status qrx_writer_write(qrx_writer* writer, const void* src, size_t size);
 
 /* Lends the writer's own block buffer, to fill it without a copy: `*dest` receives where the next

@@ -96,6 +96,7 @@ class Params(SizedStructure):
         ("hash_bits", c_uint32),
         ("chain_bits", c_uint32),
         ("block_mib", c_uint32),
+        ("reserved", c_uint32),
     ]
 
 
@@ -170,6 +171,7 @@ class RawInfo(SizedStructure):
         ("is_sealed", c_uint32),
         ("seal", c_uint32),
         ("layout", c_int),
+        ("reserved", c_uint32),
     ]
 
 

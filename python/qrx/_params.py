@@ -39,7 +39,7 @@ def settle(params: Params) -> Params:
     status = Status(lib.qrx_params_settle(ctypes.byref(settled)))
     if status == Status.BAD_ARGUMENT:
         fields = ", ".join(f"{field[0]}={getattr(params, field[0])}"
-                           for field in params._fields_[1:])
+                           for field in params._fields_[1:-1])
         raise ValueError(f"a parameter is out of range: {fields}")
     if status != Status.OK:
         raise make_error(status)

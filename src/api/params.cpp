@@ -29,7 +29,8 @@ bool are_valid(const qrx_params& params)
                             params.hash_bits <= max_hash_bits &&
                             params.chain_bits <= max_chain_bits;
     return is_cell && are_tables && params.context_bits <= max_context_bits &&
-           params.filter <= QRX_FILTER_DELTA && params.block_mib <= max_block_mib;
+           params.filter <= QRX_FILTER_DELTA && params.block_mib <= max_block_mib &&
+           params.reserved == 0;
 }
 
 void write_parameters(const file_parameters& parameters, qrx_params& params)

@@ -59,8 +59,16 @@ TEST(api_params, values_out_of_range_are_refused)
     EXPECT_EQ(settled([](qrx_params& p) { p.chain_bits = 9; }), QRX_BAD_ARGUMENT);
     EXPECT_EQ(settled([](qrx_params& p) { p.block_mib = 2048; }), QRX_BAD_ARGUMENT);
     EXPECT_EQ(settled([](qrx_params& p) { p.block_mib = 2047; }), QRX_OK);
+    EXPECT_EQ(settled([](qrx_params& p) { p.reserved = 1; }), QRX_BAD_ARGUMENT);
     EXPECT_EQ(qrx_params_settle(nullptr), QRX_BAD_ARGUMENT);
 }
+
+// A field that is added later must not lie in what is padding now: its bytes are undefined in
+// programs that know nothing of it, and the size of the structure would stay the same.
+static_assert(sizeof(qrx_params) == offsetof(qrx_params, reserved) + sizeof(u32));
+static_assert(sizeof(qrx_info) == offsetof(qrx_info, reserved) + sizeof(u32));
+static_assert(sizeof(qrx_block_info) == offsetof(qrx_block_info, is_found) + sizeof(u32));
+static_assert(sizeof(qrx_event) == offsetof(qrx_event, got) + sizeof(u64));
 
 TEST(api_params, structures_of_other_sizes_are_understood)
 {
