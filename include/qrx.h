@@ -17,7 +17,8 @@
  * unchanged on failure.  A structure that may grow starts with its size, which the caller sets to
  * sizeof; all its other fields mean the default when they are zero:
  *
- *     qrx_params params = {sizeof params};
+ *     qrx_params params = {.struct_size = sizeof params};         C, and C++ from C++20 on
+ *     qrx_params params{}; params.struct_size = sizeof params;    C++
  */
 #ifndef QRX_H
 #define QRX_H
@@ -225,7 +226,7 @@ typedef struct qrx_block_info {
 QRX_API qrx_status qrx_reader_open(qrx_reader** reader, const char* name,
                                    const qrx_options* options);
 
-/* Opens a file behind callbacks.  `source->context` must outlive the reader. */
+/* Opens a file that callbacks read.  `source->context` must outlive the reader. */
 QRX_API qrx_status qrx_reader_open_source(qrx_reader** reader, const qrx_source* source,
                                           const qrx_options* options);
 

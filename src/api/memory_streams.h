@@ -33,14 +33,14 @@ struct memory_sink {
         return {[](void* context, u64 offset, const u8* src, usize length) {
                     return static_cast<memory_sink*>(context)->write(offset, src, length);
                 },
-                this};
+                this, data, capacity};
     }
 
   private:
     int write(u64 offset, const u8* src, usize length)
     {
         if (offset > capacity || length > capacity - offset) return sink_is_full;
-        std::memcpy(data + offset, src, length);
+        if (src != data + offset) std::memcpy(data + offset, src, length);
         size = std::max(size, static_cast<usize>(offset) + length);
         return 0;
     }

@@ -154,8 +154,7 @@ qrx_status qrx_reader_block(qrx_reader* reader, uint64_t block, void* dest, size
     const u32 number = static_cast<u32>(block);
     const u64 length = index.length_of(number);
     if (length > capacity) return QRX_BUFFER_TOO_SMALL;
-    return to_qrx(
-        reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
+    return to_qrx(reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
                                        static_cast<usize>(length), *size));
 }
 

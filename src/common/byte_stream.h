@@ -23,6 +23,9 @@ struct byte_sink {
     /// Writes `size` bytes at `offset`.  Returns 0, an error number or sink_is_full.
     int (*write)(void* context, u64 offset, const u8* src, usize size);
     void* context;
+    /// Where the content goes, if that is memory: what is already in its place need not be copied.
+    u8* image = nullptr;
+    usize capacity = 0; // of the image, in bytes
 };
 
 } // namespace quarnex

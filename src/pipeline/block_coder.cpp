@@ -35,15 +35,17 @@ write_job describe_block(const block_job& job)
 block_result encode_block(buffer_pool& buffers, block_job& job, write_job& record)
 {
     codec_job& codec = job.codec;
-    record.buf = buffers.take(record_head_bytes + codec.in_len + out_slack);
-    if (!record.buf) return {block_status::no_buffer};
-    codec.out_buf = record.buf.get() + record_head_bytes;
+    if (codec.out_buf == nullptr) {
+        record.buf = buffers.take(record_head_bytes + codec.in_len + out_slack);
+        if (!record.buf) return {block_status::no_buffer};
+        codec.out_buf = record.buf.get() + record_head_bytes;
+    }
 
     codec_result coded;
     if (codec.in_len != 0) coded = encode(codec);
     if (coded.status != codec_status::done) return {block_status::uncoded, coded.status};
     job.in_alloc.reset();
-    pack_record_head(record.buf.get(), {coded.length, 0});
+    pack_record_head(codec.out_buf - record_head_bytes, {coded.length, 0});
     record.size = static_cast<u32>(record_head_bytes) + coded.length;
     return {.produced = coded.length};
 }

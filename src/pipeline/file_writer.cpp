@@ -111,10 +111,22 @@ void file_writer::submit_block()
     next.job.codec.in_buf = filling_.get();
     next.job.codec.in_len = filled_;
     next.job.in_alloc = std::move(filling_);
+    next.job.codec.out_buf = find_place();
     next.is_summed = seals_;
     next.length = filled_;
     original_size_ += std::exchange(filled_, 0);
     coder_.submit();
+}
+
+/// Returns where the payload of the block that is being filled goes if the file is in memory, its
+/// place is known and has room for the encoder; otherwise null.
+u8* file_writer::find_place() const
+{
+    const usize needed = record_head_bytes + filled_ + out_slack;
+    if (file_.image == nullptr || coder_.size() != 0 || position_ > file_.capacity ||
+        file_.capacity - position_ < needed)
+        return nullptr;
+    return file_.image + position_ + record_head_bytes;
 }
 
 status file_writer::write_raw(const u8* payload, usize size, usize length, const u32* sum)
@@ -169,7 +181,8 @@ status file_writer::write_front()
     find_fault(coded);
     if (coded.fault.what != status::done) return fail(coded.fault);
     const bool is_raw = coded.raw_record != nullptr;
-    const u8* const record = is_raw ? coded.raw_record.get() : coded.finished.buf.get();
+    const u8* const record =
+        is_raw ? coded.raw_record.get() : coded.job.codec.out_buf - record_head_bytes;
     const status written = write_bytes(record, is_raw ? coded.raw_size : coded.finished.size);
     if (written != status::done) return written;
     if (seals_) sum_ = combine_crc32(sum_, coded.sum, coded.length);

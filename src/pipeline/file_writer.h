@@ -55,6 +55,7 @@ class file_writer {
     /// Starts a block unless one is being filled.
     status start_block();
     void submit_block();
+    u8* find_place() const;
     [[nodiscard]] bool fill_raw(ordered_block& next, const u8* payload, u32 size, u32 length);
     /// Makes room in the ring for one block.
     status make_room();

@@ -77,7 +77,7 @@ class ordered_coder {
         bool is_finished = false; // guarded by mutex_ while the block is in the ring
     };
 
-    slot& slot_of(u64 number) { return ring_[number % capacity]; }
+    slot& slot_of(u64 number) { return ring_[static_cast<usize>(number % capacity)]; }
     void append(bool is_finished);
     void run_worker();
     void end_threads();

@@ -172,7 +172,8 @@ void record_index::report_missing(const listener& damage_watcher)
     for (u32 block = skip_to(0, false); block < count;) {
         u32 end = skip_to(block, true);
         if (end == place_count_) end = count; // no block from there on has a place
-        note(damage_watcher, {.what = status::block_missing, .block = block, .wanted = end - block});
+        note(damage_watcher,
+             {.what = status::block_missing, .block = block, .wanted = end - block});
         block = skip_to(end, false);
     }
 }

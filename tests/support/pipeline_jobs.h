@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pipeline/engine.h"
+#include "support/mib.h"
 #include "support/shapes.h"
 
 #include <algorithm>
@@ -9,8 +10,6 @@
 #include <string>
 
 namespace quarnex::test {
-
-inline constexpr usize mib = usize{1} << 20;
 
 /// Method 1 at level 0, in blocks of 1 MiB.
 inline constexpr file_parameters quick_parameters{

@@ -1,6 +1,7 @@
 // support/program_fixture.h - runs the program in a new directory
 #pragma once
 
+#include "support/mib.h"
 #include "support/program.h"
 #include "support/qrx_file.h"
 #include "support/system_differences.h"
@@ -61,8 +62,6 @@ inline void expect_fatal_error(const program_result& result, const std::string& 
 
 /// The error text for opening a directory as a file.
 inline const std::string is_a_directory = std::strerror(errno_of_directory);
-
-inline constexpr usize mib = usize{1} << 20;
 
 inline bytes random_data(usize size, u64 seed = 1)
 {

@@ -1,6 +1,10 @@
 #include "common/platform/cpu.h"
 
-#include <thread>
+#ifdef _WIN32
+#include <pthread.h>
+#else
+#include <unistd.h>
+#endif
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -8,10 +12,16 @@
 
 namespace quarnex {
 
+// std::thread::hardware_concurrency() does the same, but would make C programs that link the static
+// library depend on the C++ library.
 u32 processor_count()
 {
-    const u32 count = std::thread::hardware_concurrency();
-    return count != 0 ? count : 1;
+#ifdef _WIN32
+    const long count = pthread_num_processors_np();
+#else
+    const long count = sysconf(_SC_NPROCESSORS_ONLN);
+#endif
+    return count > 0 ? static_cast<u32>(count) : 1;
 }
 
 u32 second_level_cache_kib()

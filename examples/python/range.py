@@ -1,0 +1,27 @@
+#!/usr/bin/env python3
+"""Prints a range of the original of a .qrx file; only the blocks that hold it are decoded.
+
+Usage: range.py FILE OFFSET SIZE
+"""
+
+import sys
+
+import qrx
+
+
+def main() -> None:
+    if len(sys.argv) != 4:
+        sys.exit(__doc__)
+    name, offset, size = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+    with qrx.open(name) as file:
+        file.seek(offset)
+        while size > 0:
+            piece = file.read(min(size, 1 << 20))
+            if not piece:  # the end of the original
+                break
+            sys.stdout.buffer.write(piece)
+            size -= len(piece)
+
+
+if __name__ == "__main__":
+    main()

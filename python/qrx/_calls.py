@@ -1,0 +1,218 @@
+"""Calls into the library: the callbacks they make, their failures, and handles.
+
+A callback must not let an exception escape into C.  It leaves the exception in the Calls object
+and returns an error number, so that the library ends the call, after which the exception is raised
+again.  The same holds for Ctrl-C: Python would raise KeyboardInterrupt at the first instruction of
+a callback, where nothing can catch it, so a handler of our own keeps it for later while the
+library runs.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import errno
+import importlib
+import os
+import signal
+import threading
+import weakref
+from types import FrameType, TracebackType
+from typing import Any, Callable, Container, List, Optional, Tuple, Type
+
+from ._errors import DAMAGE, Damage, FileName, damage_of, make_error
+from ._library import EVENT, PROGRESS, Options, Status
+
+try:  # the part in C, without the conversion of arguments to enumerations: 10 us less for each call
+    _handlers: Any = importlib.import_module("_signal")
+except ImportError:
+    _handlers = signal
+_SIGINT = int(signal.SIGINT)
+
+Progress = Callable[[int, Optional[int]], object]
+OnDamage = Callable[[Damage], object]
+
+
+class Calls:
+    """The state of the calls of one handle: what its callbacks saw and raised."""
+
+    def __init__(self, progress: Optional[Progress] = None,
+                 on_damage: Optional[OnDamage] = None, name: FileName = None) -> None:
+        self.progress = progress
+        self.on_damage = on_damage
+        self.name = name
+        self.events: List[Damage] = []
+        self.error: Optional[BaseException] = None
+        self.interrupted = False
+        self.in_callback = False
+        self._previous_handler: Any = None
+
+    def __enter__(self) -> None:
+        """Begins a call."""
+        self.events.clear()
+        self.error = None
+        self.interrupted = False
+        self._previous_handler = None
+        if threading.get_ident() == threading.main_thread().ident:
+            handler = _handlers.getsignal(_SIGINT)
+            if handler is signal.default_int_handler or isinstance(handler, _Interrupt):
+                self._previous_handler = handler
+                try:
+                    _handlers.signal(_SIGINT, _Interrupt(self))
+                except ValueError:  # not the main interpreter
+                    self._previous_handler = None
+
+    def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
+                 traceback: Optional[TracebackType]) -> None:
+        """Ends a call.  Raises KeyboardInterrupt if Ctrl-C came meanwhile."""
+        if self._previous_handler is not None:
+            handler, self._previous_handler = self._previous_handler, None
+            _handlers.signal(_SIGINT, handler)
+            if self.interrupted and self.error is None:
+                self.error = KeyboardInterrupt()
+
+    def check(self, status: int, accept: Container[int] = ()) -> Status:
+        """Raises what a callback raised, or else what the status means unless it is accepted."""
+        if self.error is not None:
+            error, self.error = self.error, None
+            try:
+                raise error
+            finally:
+                del error  # it refers to this frame
+        result = Status(status)
+        if result != Status.OK and result not in accept:
+            raise make_error(result, self.events, self.name)
+        return result
+
+    def callback(self, function: Callable[..., int]) -> Callable[..., int]:
+        """Wraps a function for the library to call."""
+
+        def call(*arguments: Any) -> int:
+            if self.error is not None:  # the call is failing already
+                return errno.ECANCELED
+            try:
+                self.in_callback = True
+                if self.interrupted:
+                    raise KeyboardInterrupt
+                return function(*arguments)
+            except BaseException as error:
+                self.error = error
+                return getattr(error, "errno", None) or errno.ECANCELED
+            finally:
+                self.in_callback = False
+
+        return call
+
+    def options(self, threads: int = 0, flags: int = 0, memory_limit: int = 0) -> Options:
+        """Returns options that lead to this object.  They keep it alive."""
+        return Options(
+            threads=in_range("threads", threads, 2**32),
+            flags=flags,
+            memory_limit=in_range("memory_limit", memory_limit, 2**64),
+            progress=PROGRESS(self.callback(self._on_progress)),
+            event=EVENT(self.callback(self._on_event)),
+        )
+
+    def _on_progress(self, _context: int, done: int, total: int) -> int:
+        if self.progress is None:
+            return 0
+        return errno.ECANCELED if self.progress(done, total or None) is False else 0
+
+    def _on_event(self, _context: int, event: Any) -> int:
+        damage = damage_of(event.contents)
+        self.events.append(damage)
+        if self.on_damage is not None and damage.what in DAMAGE:
+            self.on_damage(damage)
+        return 0
+
+
+class _Interrupt:
+    """A handler of SIGINT for the time of one call."""
+
+    def __init__(self, calls: Calls) -> None:
+        self._calls = calls
+
+    def __call__(self, _number: int, _frame: Optional[FrameType]) -> None:
+        self._calls.interrupted = True
+        if self._calls.in_callback:  # user code, which may be waiting for something
+            raise KeyboardInterrupt
+
+
+class Handle:
+    """A handle of the library, with a lock: the library wants one thread at a time.
+
+    It is closed once: by close(), when its owner is collected, or at the end of the program, unless
+    a call is still running then in another thread.  A process that was forked off never closes it.
+    """
+
+    def __init__(self, calls: Calls, close: Callable[[ctypes.c_void_p], None],
+                 keep: Tuple[Any, ...]) -> None:
+        self.calls = calls
+        self._close = close
+        self._keep = keep  # what the library refers to
+        self._pointer: Optional[ctypes.c_void_p] = None
+        self._lock = threading.RLock()
+        self._is_busy = False
+        self._process = os.getpid()
+
+    def open(self, function: Callable[..., int], *arguments: Any) -> None:
+        """Calls a function that makes the handle."""
+        pointer = ctypes.c_void_p()
+        with self.calls:
+            status = function(ctypes.byref(pointer), *arguments)
+        if pointer:
+            self._pointer = pointer
+        try:
+            self.calls.check(status)
+        except BaseException:
+            self.close()
+            raise
+
+    def close_with(self, owner: object) -> None:
+        """Closes the handle at the latest when `owner` is collected."""
+        weakref.finalize(owner, self._close_if_idle)
+
+    @property
+    def is_open(self) -> bool:
+        """False once the handle is closed."""
+        return self._pointer is not None
+
+    def call(self, function: Callable[..., int], *arguments: Any,
+             accept: Container[int] = ()) -> Status:
+        """Calls a function of the library with the handle, and raises what it reports."""
+        with self._lock:
+            if self._is_busy:
+                raise RuntimeError("a callback can't use the object whose call it belongs to")
+            if self._pointer is None:
+                raise ValueError("I/O operation on closed file")
+            self._is_busy = True
+            try:
+                with self.calls:
+                    status = function(self._pointer, *arguments)
+            finally:
+                self._is_busy = False
+            return self.calls.check(status, accept)
+
+    def close(self) -> None:
+        """Closes the handle, if it is open, once no other thread is in a call."""
+        with self._lock:
+            if self._is_busy:
+                raise RuntimeError("a callback can't close the object whose call it belongs to")
+            pointer, self._pointer = self._pointer, None
+            if pointer is not None and os.getpid() == self._process:
+                self._close(pointer)
+            self._keep = ()
+
+    def _close_if_idle(self) -> None:
+        if self._lock.acquire(blocking=False):
+            try:
+                if not self._is_busy:
+                    self.close()
+            finally:
+                self._lock.release()
+
+
+def in_range(name: str, value: int, end: int) -> int:
+    """Returns a value from 0 to `end` - 1.  Larger numbers would be cut without an error by C."""
+    if not 0 <= value < end:
+        raise ValueError(f"{name} is out of range: {value}")
+    return value

@@ -1,0 +1,135 @@
+"""Exceptions, and the records of damage that they carry."""
+
+from __future__ import annotations
+
+import errno
+import os
+from dataclasses import dataclass
+from typing import Dict, Iterable, Optional, Type, Union
+
+from ._library import NO_BLOCK, Event, Status, lib
+
+FileName = Union[str, bytes, None]
+
+
+@dataclass(frozen=True)
+class Damage:
+    """A fault in a .qrx file, or a failure of the system, and its place."""
+
+    what: Status
+    block: Optional[int]
+    """Index of the block, or None if the fault belongs to no block."""
+    offset: int
+    """Of the record or of the bytes concerned, in the .qrx file."""
+    wanted: int
+    """Number of bytes that should be there; 0 if that says nothing."""
+    got: int
+    """Number of bytes that are there."""
+    message: str
+    """A sentence in English, without a full stop."""
+    system_error: int = 0
+    """Error number of the system, or 0."""
+
+
+class QrxError(Exception):
+    """A failure that the library reports.  ``status`` says which one."""
+
+    status: Status
+    damage: Optional[Damage]
+    """Where the fault is, if the library says so."""
+
+    def __init__(self, message: str, status: Status = Status.CORRUPT,
+                 damage: Optional[Damage] = None) -> None:
+        super().__init__(message)
+        self.status = status
+        self.damage = damage
+
+
+class NotQrxError(QrxError):
+    """The file is not a .qrx file."""
+
+
+class TruncatedError(QrxError):
+    """The file ends too early."""
+
+
+class CorruptError(QrxError):
+    """The header, a record or the content of a block is damaged."""
+
+
+class ChecksumError(QrxError):
+    """The content doesn't match the checksum at the end of the file."""
+
+
+class OverLimitError(QrxError):
+    """More memory is needed than ``memory_limit`` allows."""
+
+
+class CancelledError(QrxError):
+    """The progress function returned False."""
+
+
+_CLASSES: Dict[Status, Type[QrxError]] = {
+    Status.NOT_QRX: NotQrxError,
+    Status.TRUNCATED: TruncatedError,
+    Status.CORRUPT: CorruptError,
+    Status.CHECKSUM_MISMATCH: ChecksumError,
+    Status.OVER_LIMIT: OverLimitError,
+    Status.CANCELLED: CancelledError,
+    Status.BLOCK_SHORT: CorruptError,
+    Status.INEXACT_END: CorruptError,
+    Status.BLOCK_MISSING: CorruptError,
+    Status.BLOCK_REPEATED: CorruptError,
+    Status.TRAILING_BYTES: CorruptError,
+}
+
+_SYSTEM_FAILURES = {Status.OPEN_FAILED, Status.READ_FAILED, Status.WRITE_FAILED}
+
+# Statuses that describe the content of a file, and not the circumstances of the call.
+DAMAGE = frozenset({
+    Status.TRUNCATED,
+    Status.CORRUPT,
+    Status.CHECKSUM_MISMATCH,
+    Status.BLOCK_SHORT,
+    Status.INEXACT_END,
+    Status.BLOCK_MISSING,
+    Status.BLOCK_REPEATED,
+    Status.TRAILING_BYTES,
+})
+
+
+def status_text(status: int) -> str:
+    """Returns the library's sentence for a status."""
+    text: bytes = lib.qrx_status_text(status)
+    return text.decode("utf-8", "replace")
+
+
+def damage_of(event: Event) -> Damage:
+    """Copies an event, which the library only lends."""
+    what = Status(event.what)
+    block = None if event.block == NO_BLOCK else int(event.block)
+    message = status_text(what)
+    if what in DAMAGE:
+        place = f"at byte {event.offset} of the file"
+        message += f" ({place})" if block is None else f" (block {block}, {place})"
+    return Damage(what, block, event.offset, event.wanted, event.got, message,
+                  event.system_error)
+
+
+def make_error(status: Status, events: Iterable[Damage] = (),
+               name: FileName = None) -> BaseException:
+    """Returns the exception for the status of a call during which `events` were reported."""
+    damage = next((event for event in events if event.what == status), None)
+    message = damage.message if damage else status_text(status)
+    if status in _SYSTEM_FAILURES:
+        number = damage.system_error if damage else 0
+        if number:
+            return OSError(number, os.strerror(number), name)
+        return OSError(errno.EIO, message, name)
+    if status == Status.NO_MEMORY:
+        return MemoryError(message)
+    if status == Status.BAD_ARGUMENT:
+        return ValueError(message)
+    if name is not None:
+        message = f"{os.fsdecode(name)}: {message}"
+    return _CLASSES.get(status, QrxError)(message, status, damage)

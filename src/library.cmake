@@ -1,0 +1,37 @@
+# libqrx, shared (qrx) and static (qrx_static).  Neither needs the C++ library: C programs link them with
+# a C compiler.
+set(qrx_map ${CMAKE_CURRENT_SOURCE_DIR}/api/qrx.map)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${qrx_map})
+file(STRINGS ${qrx_map} qrx_functions REGEX "^ +qrx_[a-z0-9_]+;$")
+list(TRANSFORM qrx_functions REPLACE "[ ;]" "")
+set(qrx_functions ${qrx_functions} PARENT_SCOPE) # installing also needs them
+
+set(qrx_objects $<TARGET_OBJECTS:quarnex_core> $<TARGET_OBJECTS:quarnex_api>)
+add_library(qrx SHARED ${qrx_objects})
+add_library(qrx_static STATIC ${qrx_objects})
+add_library(qrx::qrx ALIAS qrx)
+add_library(qrx::qrx_static ALIAS qrx_static)
+foreach(library qrx qrx_static)
+  add_dependencies(${library} quarnex_core quarnex_api)
+  target_include_directories(${library} INTERFACE ${PROJECT_SOURCE_DIR}/include)
+  set_target_properties(${library} PROPERTIES
+    OUTPUT_NAME qrx LINKER_LANGUAGE CXX
+    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR} LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  target_link_libraries(${library} PRIVATE Divsufsort::Divsufsort Deflate::Deflate Threads::Threads)
+endforeach()
+
+if(WIN32)
+  # libqrx-0.dll: the number is that of the interface, as in libqrx.so.0.
+  set(qrx_def ${CMAKE_CURRENT_BINARY_DIR}/qrx.def)
+  list(JOIN qrx_functions "\n" exports)
+  file(CONFIGURE OUTPUT ${qrx_def} CONTENT "EXPORTS\n@exports@\n" @ONLY)
+  target_sources(qrx PRIVATE ${qrx_def})
+  set_target_properties(qrx PROPERTIES RUNTIME_OUTPUT_NAME qrx-0)
+else()
+  # --as-needed drops what the compiler adds for C++, as long as nothing uses it.
+  target_link_options(qrx PRIVATE -static-libgcc
+    LINKER:--as-needed,-z,defs,--no-undefined-version,--version-script=${qrx_map})
+  set_target_properties(qrx PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION 0 LINK_DEPENDS ${qrx_map})
+endif()
