@@ -56,7 +56,7 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
 block_result decode_payload(buffer_pool& buffers, block_job& job, write_job& data)
 {
     codec_job& codec = job.codec;
-    data.buf = buffers.take(codec.out_len + out_slack);
+    data.buf = buffers.take(codec.out_len);
     if (!data.buf) return {block_status::no_buffer};
     codec.out_buf = data.buf.get();
     const codec_result decoded = run_codec(*decoder_table[codec.parameters.method], codec);
