@@ -381,7 +381,7 @@ TEST_P(interface_allocations, fail_in_a_block_of_every_method_and_kind_of_level)
 
 TEST_P(interface_allocations, fail_in_several_blocks)
 {
-    const bytes content(2 * block_size + 5, 'a');
+    const bytes content(block_size + 5, 'a');
     ASSERT_NO_FATAL_FAILURE(check_all_calls({1, 0, content}));
     ASSERT_NO_FATAL_FAILURE(check_all_calls({4, 3, content}));
 }

@@ -248,7 +248,7 @@ struct stingy_memory {
 bytes uneven_content()
 {
     bytes content;
-    const usize random_sizes[]{300, 700, 400, 900, 270, 600};
+    const usize random_sizes[]{300, 700, 400, 900};
     for (u32 i = 0; i < std::size(random_sizes); ++i) {
         const usize size = random_sizes[i] << 10;
         const bytes part = find_shape("random").make(size, i);
@@ -261,8 +261,8 @@ bytes uneven_content()
 TEST(hostile_limits, of_just_the_memory_that_is_needed_suffice)
 {
     const bytes content = uneven_content();
-    for (const u32 threads : {0U, 1U, 3U}) {
-        for (const u32 method : {1U, 4U, 5U}) {
+    for (const u32 threads : {0U, 2U}) {
+        for (const u32 method : {1U, 4U}) {
             SCOPED_TRACE(threads * 10 + method);
             const qrx_params params = params_of_cell(method, 1);
             stingy_memory memory;
