@@ -38,6 +38,7 @@ owned_array<u8> buffer_pool::allocate(usize size) const
 
 block_buffer buffer_pool::take(usize size)
 {
+    size = std::max<usize>(size, 1); // as make_array() allocates
     if (block_buffer idle = take_idle(size)) return idle;
     owned_array<u8> fresh = allocate(size);
     if (!fresh) {
