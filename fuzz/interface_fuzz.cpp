@@ -238,9 +238,10 @@ std::vector<bytes> make_seeds()
             for (const char* const name : {"text", "records"}) {
                 control = static_cast<u8>(control + 21);
                 const bytes content = test::find_shape(name).make(900, level);
-                seeds.push_back(test::joined({params_input(method, level, (level + method) % 3),
-                                              {control, level, 0, 0x11},
-                                              content}));
+                seeds.push_back(test::joined(
+                    {params_input(method, level, static_cast<u8>((level + method) % 3)),
+                     {control, level, 0, 0x11},
+                     content}));
             }
         }
     }

@@ -8,13 +8,15 @@ import io
 import os
 import sys
 import tempfile
-from typing import Any, Optional, Union
+from typing import IO, Any, Optional, Union
 
 from ._calls import Calls
 from ._library import READ, WRITE, Sink, Source
 
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+File = Union[Path, IO[bytes]]
 
+BUFFER_SIZE = 1 << 17  # bytes that cross to and from the library at once, if calls are smaller
 _PIECE = 1 << 20  # bytes written at once
 
 # The library takes names as the C library does.  On Windows that excludes most characters.

@@ -31,9 +31,9 @@ codec_result decode(const codec_job& job);
 /// Encodes or decodes the block of `job`, as job.mode says.  The codec takes its working memory
 /// from `memory`.
 ///
-/// When compressing, `finished` receives the block's record, with displacement 0, unless the job has
-/// an `out_buf` for the payload: the head then goes before it.  The block is stored if the encoder's
-/// output is not shorter than the block.
+/// When compressing, `finished` receives the block's record, with displacement 0, unless the job
+/// has an `out_buf` for the payload: the head then goes before it.  The block is stored if the
+/// encoder's output is not shorter than the block.
 ///
 /// When decompressing, the filter is undone and `finished` receives the block's `out_len` bytes,
 /// unless the job has an `out_buf` that receives them.  If the decoder produces fewer bytes, the
