@@ -272,8 +272,9 @@ outcome write_to_sink(refusing_memory& memory, const sample& given, u32 threads)
     const qrx_sink sink{sizeof sink,
                         [](void* context, uint64_t offset, const void* src, size_t size) {
                             bytes& to = *static_cast<bytes*>(context);
-                            to.resize(std::max<usize>(to.size(), offset + size));
-                            std::memcpy(&to[offset], src, size);
+                            const usize start = static_cast<usize>(offset);
+                            to.resize(std::max(to.size(), start + size));
+                            std::memcpy(&to[start], src, size);
                             return 0;
                         },
                         &image};

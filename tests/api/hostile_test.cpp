@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
+#include <new>
 
 namespace quarnex::test {
 namespace {
@@ -222,25 +223,36 @@ TEST(hostile_seal, of_an_empty_file_is_kept_only_as_an_event)
 
 /// An allocator that counts, and aligns to no more than what is promised.
 struct stingy_memory {
-    static constexpr usize offset = alignof(std::max_align_t);
+    static constexpr usize promised = alignof(std::max_align_t);
+    static constexpr usize page = 4096;
 
     u64 limit = UINT64_MAX;
     std::atomic<u64> used{0};
 
-    qrx_allocator get()
+    qrx_allocator get() { return {allocate, release, this}; }
+
+  private:
+    /// Precedes the caller's bytes.
+    struct alignas(promised) origin {
+        void* memory;
+    };
+
+    static void* allocate(void* context, size_t size)
     {
-        return {[](void* context, size_t size) -> void* {
-                    auto& self = *static_cast<stingy_memory*>(context);
-                    EXPECT_LE(self.used += size, self.limit);
-                    auto* const start = static_cast<u8*>(
-                        std::aligned_alloc(256, (offset + size + 255) / 256 * 256));
-                    return start + offset;
-                },
-                [](void* context, void* memory, size_t size) {
-                    static_cast<stingy_memory*>(context)->used -= size;
-                    std::free(static_cast<u8*>(memory) - offset);
-                },
-                this};
+        auto& self = *static_cast<stingy_memory*>(context);
+        EXPECT_LE(self.used += size, self.limit);
+        void* memory = std::malloc(2 * page + size);
+        usize room = page + sizeof(origin);
+        void* start = memory;
+        if (std::align(page, sizeof(origin), start, room) == nullptr) std::abort();
+        origin* const before = new (start) origin{memory};
+        return before + 1; // a multiple of sizeof(origin), and of no more
+    }
+
+    static void release(void* context, void* memory, size_t size)
+    {
+        static_cast<stingy_memory*>(context)->used -= size;
+        std::free((static_cast<origin*>(memory) - 1)->memory);
     }
 };
 

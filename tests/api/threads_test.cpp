@@ -134,8 +134,9 @@ qrx_sink sink_to(bytes& image)
     return {sizeof(qrx_sink),
             [](void* context, uint64_t offset, const void* src, size_t size) {
                 bytes& to = *static_cast<bytes*>(context);
-                to.resize(std::max<usize>(to.size(), offset + size));
-                std::copy_n(static_cast<const u8*>(src), size, &to[offset]);
+                const usize start = static_cast<usize>(offset);
+                to.resize(std::max(to.size(), start + size));
+                std::copy_n(static_cast<const u8*>(src), size, &to[start]);
                 return 0;
             },
             &image};
