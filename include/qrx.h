@@ -61,7 +61,7 @@ typedef enum qrx_status {
     QRX_TRUNCATED = 8,          /* the file ends too early */
     QRX_CORRUPT = 9,            /* the header or a record head is invalid */
     QRX_CHECKSUM_MISMATCH = 10, /* the content doesn't match the seal */
-    QRX_OVER_LIMIT = 11,        /* the memory limit is too low for the call */
+    QRX_OVER_LIMIT = 11,        /* the memory limit is too low */
     QRX_CANCELLED = 12,         /* cancelled by the progress callback */
     QRX_BUFFER_TOO_SMALL = 13,  /* the destination is too small */
     QRX_BLOCK_SHORT = 14,       /* a block decodes to fewer bytes than its length */
