@@ -78,10 +78,7 @@ struct callbacks {
         return made;
     }
 
-    qrx_source source()
-    {
-        return {sizeof(qrx_source), read, image.size(), this};
-    }
+    qrx_source source() { return {sizeof(qrx_source), read, image.size(), this}; }
 
   private:
     static int read(void* context, uint64_t offset, void* dest, size_t size, size_t* got)
@@ -282,9 +279,8 @@ class session {
         require(result == (place.is_found != 0 ? QRX_OK : QRX_BLOCK_MISSING),
                 "a block that is found has a payload");
         if (result != QRX_OK) return;
-        require(size == place.payload_size &&
-                    std::equal(dest.data(), dest.data() + size,
-                               events_.image.data() + place.offset),
+        require(size == place.payload_size && std::equal(dest.data(), dest.data() + size,
+                                                         events_.image.data() + place.offset),
                 "the payload is that of the file");
     }
 
@@ -355,10 +351,9 @@ qrx_reader* open_reader(u8 control, callbacks& events, const qrx_options& option
 {
     qrx_reader* reader = nullptr;
     const qrx_source source = events.source();
-    result = (control & by_callbacks) != 0
-                 ? qrx_reader_open_source(&reader, &source, &options)
-                 : qrx_reader_open_memory(&reader, events.image.data(), events.image.size(),
-                                          &options);
+    result = (control & by_callbacks) != 0 ? qrx_reader_open_source(&reader, &source, &options)
+                                           : qrx_reader_open_memory(&reader, events.image.data(),
+                                                                    events.image.size(), &options);
     require((reader != nullptr) == (result == QRX_OK), "a reader is opened, or null");
     require(is_status(result), "opening returns a status");
     return reader;
@@ -381,10 +376,10 @@ void restore(const bytes& image, const expectation& expected, qrx_options option
 {
     guarded_buffer dest(expected.length());
     usize size = SIZE_MAX;
-    const qrx_status result = qrx_decompress(&options, image.data(), image.size(), dest.data(),
-                                             dest.size(), &size);
-    require(size <= dest.size() && std::equal(dest.data(), dest.data() + size,
-                                              expected.content.data()),
+    const qrx_status result =
+        qrx_decompress(&options, image.data(), image.size(), dest.data(), dest.size(), &size);
+    require(size <= dest.size() &&
+                std::equal(dest.data(), dest.data() + size, expected.content.data()),
             "qrx_decompress() delivers the content");
     if (options.progress != nullptr) return;
     const qrx_status content = expected.content_status();
