@@ -1,4 +1,4 @@
-// api/api_fixture.h - C++ clothes for calls of the C interface in tests
+// api/api_fixture.h - C++ wrappers of the C interface for tests
 #pragma once
 
 #include "qrx.h"
@@ -136,7 +136,7 @@ inline qrx_block_info block_info_of(const qrx_reader* reader, u64 block)
     return info;
 }
 
-/// A growing file in memory behind qrx_sink; rejects writes out of order.
+/// A qrx_sink that writes a growing file in memory; rejects writes out of order.
 struct memory_file {
     qrx_sink sink()
     {

@@ -92,7 +92,7 @@ u64 system_file::size() const
 
 int system_file::flush()
 {
-    return fsync(descriptor_) == 0 || errno == EINVAL ? 0 : errno; // EINVAL: nothing to flush to
+    return fsync(descriptor_) == 0 || errno == EINVAL ? 0 : errno; // EINVAL: can't be flushed
 }
 
 int system_file::close()
