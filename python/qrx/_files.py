@@ -1,4 +1,4 @@
-"""Files: reading at any position, writing, information and test."""
+"""Files: reading any range, writing, information and test."""
 
 from __future__ import annotations
 
@@ -29,14 +29,14 @@ if TYPE_CHECKING:
 
 File = Union[Path, IO[bytes]]
 
-_BUFFER_SIZE = 1 << 17  # bytes that cross to and from the library at once, if calls are smaller
+_BUFFER_SIZE = 1 << 17  # buffer size of file objects, in bytes
 
 # -------------------------------------------------------------------------------------- information
 
 
 @dataclass(frozen=True)
 class Info:
-    """What the header and the layout of a .qrx file say."""
+    """What the header and the record heads of a .qrx file say."""
 
     size: int
     """Of the original, in bytes."""
@@ -54,15 +54,15 @@ class Info:
     blocks: int
     """Number of blocks of the original; 0 if it is empty."""
     blocks_found: int
-    """Number of blocks that the file has."""
+    """Number of blocks that have a record."""
     stored_blocks: int
-    """Number of those that are kept uncompressed."""
+    """Number of those that are not compressed."""
     sealed: bool
-    """Whether the file ends with a checksum of the original."""
+    """Whether the file ends with a CRC-32 of the original."""
     seal: Optional[int]
-    """The checksum, a CRC-32."""
+    """That CRC-32, or None."""
     layout: Status
-    """OK, or what is wrong: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES."""
+    """OK, or the first fault: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES."""
 
 
 @dataclass(frozen=True)
@@ -71,11 +71,11 @@ class BlockInfo:
 
     index: int
     original_offset: int
-    """Of the block in the original."""
+    """Offset of the block in the original."""
     length: int
     """Of the block, in bytes."""
     offset: Optional[int]
-    """Of the payload in the .qrx file; None if the file has no record of the block."""
+    """Offset of the payload in the .qrx file; None if the file has no record of the block."""
     payload_size: Optional[int]
     """Of the payload, in bytes; None if the file has no record of the block."""
     stored: bool
@@ -102,7 +102,7 @@ def _make_info(raw: RawInfo, params: Params) -> Info:
 
 
 class _RawReader(io.RawIOBase):
-    """A reader of the library as an unbuffered file."""
+    """A reader of the library as an unbuffered file object."""
 
     mode = "rb"
 
@@ -186,7 +186,7 @@ class _RawReader(io.RawIOBase):
                 done += got
 
     def _read(self, dest: Optional[int], size: int) -> int:
-        """Reads until damage, which the next call reports, since it can't read any farther."""
+        """Reads up to damage, which the next call raises because it reads no byte."""
         self._check_open()
         if self._position >= self.info.size or size == 0:
             return 0
@@ -199,7 +199,7 @@ class _RawReader(io.RawIOBase):
         return got.value
 
     def block_info(self, index: int) -> BlockInfo:
-        """Returns what the file says of one block."""
+        """Describes one block."""
         raw = RawBlockInfo()
         self._handle.call(lib.qrx_reader_block_info, index, byref(raw))
         found = bool(raw.is_found)
@@ -223,10 +223,9 @@ class _RawReader(io.RawIOBase):
 class QrxFile(io.BufferedReader):
     """The original of a .qrx file, open for reading: a binary file object that can seek.
 
-    Any part can be read without the rest: only the blocks that hold it are decoded.  Damage raises
-    an exception when the position comes to it; what precedes it is read without one.  The call that
-    reads the last byte of a sealed file raises ChecksumError if the file was read as a whole and
-    doesn't match its checksum.
+    Only the blocks that contain the bytes read are decoded.  Damage raises an exception when the
+    position reaches it; the bytes before it can be read.  The call after which every block of a
+    sealed file has been read raises ChecksumError if the content doesn't match the seal.
     """
 
     raw: _RawReader
@@ -243,7 +242,7 @@ class QrxFile(io.BufferedReader):
 
     @property
     def info(self) -> Info:
-        """What the header and the layout of the file say."""
+        """What the header and the record heads of the file say."""
         return self.raw.info
 
     @property
@@ -276,7 +275,7 @@ def _open_reader(file: File, threads: int, memory_limit: int, progress: Optional
 
 
 def info(file: File) -> Info:
-    """Returns what the header and the layout of a .qrx file say.
+    """Returns what the header and the record heads of a .qrx file say.
 
     `file` is a path or a binary file object that can seek, as for open().
     """
@@ -295,23 +294,23 @@ def blocks(file: File) -> Iterator[BlockInfo]:
 
 def test(file: File, *, threads: int = 0, memory_limit: int = 0,
          progress: Optional[Progress] = None) -> List[Damage]:
-    """Decodes a .qrx file, checks all that can be checked, and returns the faults found.
+    """Decodes a .qrx file, checks everything that can be checked, and returns the faults found.
 
-    The result is empty if the file is sound.  Raises an exception only if that can't be said: the
-    file can't be opened or read, it has no header of a .qrx file, memory is missing, or `progress`
-    cancels.  The arguments are those of open().
+    The result is empty if the file is intact.  Raises an exception only if the test can't be done:
+    the file can't be opened or read, its header isn't that of a .qrx file, memory is exhausted, or
+    `progress` cancels.  The arguments are those of open().
     """
     with _open_reader(file, threads, memory_limit, progress) as reader:
         return reader.raw.test()
 
 
-test.__test__ = False  # type: ignore[attr-defined]  # pytest would take it for a test
+test.__test__ = False  # type: ignore[attr-defined]  # or pytest would collect it
 
 # ------------------------------------------------------------------------------------------ writing
 
 
 class _RawWriter(io.RawIOBase):
-    """A writer of the library as an unbuffered file."""
+    """A writer of the library as an unbuffered file object."""
 
     mode = "wb"
 
@@ -355,7 +354,7 @@ class _RawWriter(io.RawIOBase):
             raise
 
     def discard(self) -> None:
-        """Makes close() remove the file.  Until then all that is written is ignored."""
+        """Makes close() remove the file, and ignores further writes."""
         self.is_discarded = True
 
     def close(self) -> None:
@@ -419,10 +418,10 @@ class _RawWriter(io.RawIOBase):
 
 
 class QrxWriter(io.BufferedWriter):
-    """A .qrx file that is being written: a binary file object.
+    """A .qrx file open for writing: a binary file object.
 
-    close() completes it.  A file with a path appears, or replaces another one, only then.  Nothing
-    appears if discard() is called, if a with block ends by an exception, or if the object is
+    close() completes it.  Only then a file opened by path appears or replaces another one.  It is
+    removed instead after discard(), if the with block ends by an exception, or if the object is
     collected before close().
     """
 
@@ -435,15 +434,15 @@ class QrxWriter(io.BufferedWriter):
     def discard(self) -> None:
         """Closes the file without completing it.
 
-        With a path, nothing remains.  A file object keeps what was written to it, which is no
-        valid .qrx file.
+        A file opened by path is removed.  A file object keeps what was written to it, which isn't
+        a valid .qrx file.
         """
         if not self.closed:
             self.raw.discard()
             self.close()
 
     def close(self) -> None:
-        """Completes the file.  Raises the exception of a write again, if one failed."""
+        """Completes the file.  If a write failed, raises its exception again."""
         if not self.closed:
             super().close()
             if self.raw.failure is not None and not self.raw.is_discarded:
@@ -469,11 +468,11 @@ class QrxWriter(io.BufferedWriter):
 
 
 class _TextWriter(io.TextIOWrapper):
-    """Text that is written to a .qrx file, and discarded with it."""
+    """Text written to a .qrx file, which is discarded if this is not closed."""
 
     def __init__(self, file: QrxWriter, encoding: Optional[str], errors: Optional[str],
                  newline: Optional[str]) -> None:
-        # The byte-order mark of UTF-16 is written only at a position that is known to be the start.
+        # TextIOWrapper writes the byte-order mark of UTF-16 only if tell() works and returns 0.
         file.raw.has_start = True
         super().__init__(file, encoding, errors, newline)
         file.raw.has_start = False
@@ -537,21 +536,20 @@ def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 
     """Opens a .qrx file and returns a file object of its original.
 
     file: a path, or a binary file object.  A file object is used from its current position, to its
-        end when reading; it is not closed, and nothing else may use it meanwhile.
+        end when reading.  It is not closed, and must not be used otherwise meanwhile.
     mode: "r" or "rb" to read, "w" or "wb" to write, "rt" or "wt" for text.
 
-    threads: number of threads that code blocks; 0: the calling thread does.
-    memory_limit: bytes that the library may allocate; 0: any.
+    threads: worker threads, at most MAX_THREADS; 0: the calling thread does the work.
+    memory_limit: bytes that the library may allocate; 0: unlimited.
     progress: called as progress(done, total) after each block, with bytes of the original; total is
         None if it is unknown.  It cancels the call by returning False or by raising an exception.
 
     When reading:
-    keep_damaged: deliver what can be decoded, with zeros for the rest, where damage would raise an
-        exception otherwise.
-    on_damage: called with a Damage for each fault that is found.
+    keep_damaged: replaces what can't be decoded with zeros, instead of raising an exception.
+    on_damage: called with a Damage for each fault found.
 
     When writing:
-    size: number of bytes that will be written.  Necessary for a file object that can't seek.
+    size: size of the original in bytes.  Required for a file object that can't seek.
     method, level, context_bits, filter, hash_bits, chain_bits, block_mib, seal: as for compress().
 
     For text:
