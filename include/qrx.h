@@ -293,8 +293,7 @@ QRX_API void qrx_reader_close(qrx_reader* reader);
 typedef struct qrx_writer qrx_writer;
 
 /* Positioned output.  Writes are sequential, from offset 0 on.  If the size of the original is
- * unknown at the start, they begin at offset 32, and the 32 bytes of the header are written last.
- */
+ * unknown at the start, they begin at offset 32, and the header, 32 bytes, is written last. */
 typedef struct qrx_sink {
     size_t struct_size;
     /* Writes `size` bytes at `offset`.  Returns 0, or an error number for
