@@ -38,10 +38,10 @@ using bytes = owned_array<u8>;
 using input = std::span<const u8>;
 using output = std::span<u8>;
 
-/// Returns a zeroed buffer of `size` bytes plus the largest slack of any codec, in large pages.
+/// Returns a zeroed buffer of `size` bytes plus the slack of encoders, in large pages.
 bytes make_buffer(usize size)
 {
-    size += std::max({in_slack, out_slack, payload_slack});
+    size += std::max(in_slack, out_slack);
     bytes buffer = make_array<u8>(system_allocator, size, memory_kind::large_pages);
     if (!buffer) throw std::bad_alloc();
     std::memset(buffer.get(), 0, size);
@@ -245,7 +245,6 @@ const payload& payload_of(const sample& file, const contender& racer)
     const usize room = racer.bound(file.size);
     latest = {&file, &racer, make_buffer(room), 0};
     latest.size = racer.encode(file.text(), {latest.data.get(), room});
-    std::memset(latest.data.get() + latest.size, 0, payload_slack);
     return latest;
 }
 

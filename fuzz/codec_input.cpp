@@ -16,12 +16,12 @@ constexpr u8 hash_bits_choices = 9; // larger tables would only be slower
 constexpr i32 min_chain_bits = 1;
 constexpr u8 chain_bits_choices = 8;
 
-bytes with_slack(std::span<const u8> content, u32 slack)
+bytes with_slack(std::span<const u8> content)
 {
     bytes buffer;
-    buffer.reserve(content.size() + slack);
+    buffer.reserve(content.size() + in_slack);
     buffer.assign(content.begin(), content.end());
-    buffer.resize(content.size() + slack);
+    buffer.insert(buffer.end(), in_slack, 0);
     return buffer;
 }
 
@@ -73,7 +73,7 @@ void for_each_cell_and_shape(
 
 coded encode(const codec_parameters& parameters, std::span<const u8> block)
 {
-    const bytes in = with_slack(block, in_slack);
+    const bytes in = with_slack(block);
     bytes out(block.size() + out_slack);
     codec_job job;
     job.parameters = parameters;
@@ -87,8 +87,8 @@ coded encode(const codec_parameters& parameters, std::span<const u8> block)
 coded decode(const codec_entry& decoder, const codec_parameters& parameters,
              std::span<const u8> payload, u32 out_len, u8 fill)
 {
-    const bytes in = with_slack(payload, payload_slack);
-    bytes out(usize{out_len} + out_slack, fill);
+    const bytes in(payload.begin(), payload.end());
+    bytes out(out_len, fill);
     codec_job job;
     job.parameters = parameters;
     job.in_buf = in.data();

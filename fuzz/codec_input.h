@@ -23,7 +23,7 @@ bytes start_input(const codec_parameters& parameters);
 void for_each_cell_and_shape(
     usize block_size, const std::function<void(const codec_parameters&, const bytes&)>& visit);
 
-/// The result of a codec and the output buffer including its slack.
+/// The result of a codec and its whole output buffer.
 struct coded {
     codec_result result;
     bytes out;
@@ -32,7 +32,8 @@ struct coded {
 /// Encodes a block of at least 1 byte.  All buffers are separate heap blocks that end with their
 /// slack.
 coded encode(const codec_parameters& parameters, std::span<const u8> block);
-/// Decodes a payload.  The output buffer is first filled with `fill`.
+/// Decodes a payload between heap blocks of its exact size and of `out_len` bytes.  The output
+/// buffer is first filled with `fill`.
 coded decode(const codec_entry& decoder, const codec_parameters& parameters,
              std::span<const u8> payload, u32 out_len, u8 fill);
 

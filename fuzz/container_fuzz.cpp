@@ -5,6 +5,7 @@
 // Source and destination are files in memory, opened by their names under /proc.
 #include "codec_input.h"
 #include "format/container.h"
+#include "memory_file.h"
 #include "pipeline/drivers.h"
 #include "support/event_recorder.h"
 #include "support/qrx_file.h"
@@ -13,7 +14,6 @@
 #include <csignal>
 #include <cstring>
 #include <string>
-#include <sys/mman.h>
 #include <sys/resource.h>
 
 namespace quarnex::fuzz {
@@ -30,30 +30,6 @@ constexpr u8 any_size = 0;
 constexpr u8 any_block_mb = 1;
 constexpr u8 both_bounded = 2;
 constexpr u8 with_workers = 4;
-
-/// An anonymous file in memory.
-class memory_file {
-  public:
-    memory_file() : fd_(memfd_create("fuzz", MFD_CLOEXEC))
-    {
-        require(fd_ >= 0, "memfd_create() succeeds");
-    }
-    memory_file(const memory_file&) = delete;
-    memory_file& operator=(const memory_file&) = delete;
-    ~memory_file() { close(fd_); }
-
-    void fill(std::span<const u8> content)
-    {
-        require(ftruncate(fd_, 0) == 0 && pwrite(fd_, content.data(), content.size(), 0) ==
-                                              static_cast<ssize_t>(content.size()),
-                "a memory file can be filled");
-    }
-    u64 size() const { return static_cast<u64>(lseek(fd_, 0, SEEK_END)); }
-    std::string name() const { return "/proc/self/fd/" + std::to_string(fd_); }
-
-  private:
-    const int fd_;
-};
 
 /// State that all runs share.
 struct workshop {

@@ -89,7 +89,7 @@ struct callbacks {
         const bool fails = self.read_period != 0 && ++self.reads % self.read_period == 0;
         self.failed_reads += fails ? 1 : 0;
         *got = fails ? size / 2 : size;
-        std::memcpy(dest, self.image.data() + offset, *got);
+        std::copy_n(self.image.data() + offset, *got, static_cast<u8*>(dest));
         return fails && self.failed_reads % 2 == 0 ? 5 : 0; // else: a short read
     }
 };

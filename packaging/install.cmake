@@ -37,7 +37,5 @@ endif()
 # The Python package, not installed by default: each Python has its own directory for packages; this is
 # Debian's.
 set(QUARNEX_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where Python looks for packages")
-if(EXISTS ${PROJECT_SOURCE_DIR}/python/qrx)
-  install(DIRECTORY python/qrx DESTINATION ${QUARNEX_PYTHON_DIR} COMPONENT python EXCLUDE_FROM_ALL
-    PATTERN __pycache__ EXCLUDE)
-endif()
+install(DIRECTORY python/qrx DESTINATION ${QUARNEX_PYTHON_DIR} COMPONENT python EXCLUDE_FROM_ALL
+  PATTERN __pycache__ EXCLUDE)

@@ -26,9 +26,11 @@ from ._errors import (
     QrxError,
     TruncatedError,
 )
-from ._files import BlockInfo, Info, QrxFile, QrxWriter, blocks, info, open, test
+from ._files import blocks, info, open, test
 from ._library import MAX_THREADS, Status, lib
+from ._reader import BlockInfo, Info, QrxFile
 from ._version import __version__
+from ._writer import QrxWriter
 
 __all__ = [
     "MAX_THREADS", "BlockInfo", "CancelledError", "ChecksumError", "Codec", "CorruptError",

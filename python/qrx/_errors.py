@@ -83,6 +83,9 @@ _CLASSES: Dict[Status, Type[QrxError]] = {
     Status.TRAILING_BYTES: CorruptError,
 }
 
+for _class in {QrxError, *_CLASSES.values()}:
+    _class.__module__ = "qrx"  # where users import it from; tracebacks name it
+
 _SYSTEM_FAILURES = {Status.OPEN_FAILED, Status.READ_FAILED, Status.WRITE_FAILED}
 
 # Statuses that report damage to a file, as opposed to failures of the call.

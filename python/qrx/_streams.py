@@ -8,13 +8,15 @@ import io
 import os
 import sys
 import tempfile
-from typing import Any, Optional, Union
+from typing import IO, Any, Optional, Union
 
 from ._calls import Calls
 from ._library import READ, WRITE, Sink, Source
 
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+File = Union[Path, IO[bytes]]
 
+BUFFER_SIZE = 1 << 17  # buffer size of file objects, in bytes
 _PIECE = 1 << 20  # bytes written at once
 
 # The library passes names to the C library, which limits them to the ANSI code page on Windows.

@@ -13,6 +13,11 @@ import qrx
 MIB = 1 << 20
 HEADER_SIZE = 32
 
+# Programs that tests start run in other folders.
+os.environ["PYTHONPATH"] = os.path.dirname(os.path.dirname(os.path.abspath(qrx.__file__)))
+if os.path.exists(os.environ.get("QRX_LIBRARY", "")):
+    os.environ["QRX_LIBRARY"] = os.path.abspath(os.environ["QRX_LIBRARY"])
+
 
 @functools.lru_cache(maxsize=None)
 def text(size: int, seed: int = 1) -> bytes:

@@ -67,6 +67,14 @@ class Reading(InFolder):
         with self.assertRaises(BufferError):
             self.file.raw.readinto(b"constant")
 
+    def test_only_the_buffer_is_written(self) -> None:
+        for size in (SIZE, MIB, 2 * MIB, 1000):
+            for threads in (0, 2):
+                buffer = bytearray(b"+" * (size + 10_000))
+                with qrx.open(self.path(), threads=threads) as file:
+                    self.assertEqual(file.raw.readinto(memoryview(buffer)[:size]), size)
+                self.assertEqual(buffer, ORIGINAL[:size] + b"+" * 10_000)
+
     def test_lines(self) -> None:
         self.assertEqual(list(self.file), ORIGINAL.splitlines(keepends=True))
         self.file.seek(0)
@@ -277,7 +285,10 @@ class Damaged(InFolder):
                     while file.read(1000):
                         pass
                 self.assertEqual(caught.exception.status, qrx.Status.BLOCK_SHORT)
-                self.assertGreater(len(file.damage), 0)
+                with self.assertRaises(qrx.CorruptError):
+                    file.read(1000)
+                self.assertEqual([(fault.what, fault.block) for fault in file.damage],
+                                 [(qrx.Status.BLOCK_SHORT, 1)])
 
     def test_bytes_before_damage_are_delivered(self) -> None:
         with qrx.open(self.path(content=with_short_block(image(), 1))) as file:

@@ -15,7 +15,7 @@ inline byte_source source_of(const u8* image, u64 size)
         static int read(void* context, u64 offset, u8* dest, usize size, usize& got)
         {
             got = size; // callers never read past byte_source::size
-            std::memcpy(dest, static_cast<const u8*>(context) + offset, size);
+            if (size != 0) std::memcpy(dest, static_cast<const u8*>(context) + offset, size);
             return 0;
         }
     };

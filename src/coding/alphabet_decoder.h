@@ -4,18 +4,12 @@
 #pragma once
 
 #include "coding/codec.h"
+#include "coding/last_match.h"
 #include "coding/main_alphabet.h"
-#include "coding/min_match.h"
-#include "common/copy.h"
 
-#include <algorithm>
 #include <cassert>
 
 namespace quarnex {
-
-/// Bytes past the block that decode_alphabet() may write.
-inline constexpr u32 alphabet_overrun = max_match_overrun(4) + 1 + copy_match_overrun;
-static_assert(alphabet_overrun <= out_slack);
 
 /// Decodes the rest of a value after its slot.
 template <class Source>
@@ -32,18 +26,18 @@ template <class Source>
 ///     take_length()       decodes a slot, 0 to 63
 ///     take_distance()     decodes a slot, 0 to 63
 ///     take_extra(count)   decodes the extra bits of the slot before, 1 to 30
-///     set_context(byte)   passes the last byte of the token
-///     ok()                returns false if the token is damaged or reads past the stream's end
+///     set_context(byte)   passes the last byte of the token, except at the block's end
+///     ok()                returns false if the token is damaged or reads past the stream's end;
+///                         called after each token
 ///     ended()             returns true if the stream is consumed and ends as an encoder ends it
 ///
 /// Decoding stops at the block's end, or before the first token that reaches back past the block's
-/// start or isn't ok.  The last match is cut one byte past the farthest end that an encoder's match
-/// can have, so that its end shows whether it was one.  Writes up to alphabet_overrun bytes past
-/// the block.
+/// start or isn't ok.
 template <u32 MinMatch, class Source>
 codec_result decode_alphabet(Source source, u8* const block, const u32 size)
 {
     assert(size >= alphabet_raw_bytes);
+    const u32 copy_end = whole_copy_end(size);
     u32 pos = alphabet_raw_bytes;
     while (pos < size) {
         const u32 symbol = source.take_main();
@@ -58,14 +52,18 @@ codec_result decode_alphabet(Source source, u8* const block, const u32 size)
             const u32 offset = take_value(source, source.take_distance());
             if (offset >= pos) return {.length = pos};
             const u32 dist = offset + 1;
-            const u32 room = size + (max_match_overrun(MinMatch) + 1) - pos;
-            const auto len = static_cast<u32>(std::min<u64>(coded_len, room));
-            copy_match(block + pos, dist, len);
-            end = pos + len;
-            // The copy's last stores may still be in flight.  If the match doesn't overlap itself,
-            // its source holds the same byte, which can be loaded at once.
-            const u32 same_end = end - (dist < len ? 0 : dist);
-            source.set_context(block[same_end - 1]);
+            if (pos + coded_len <= copy_end) [[likely]] {
+                const auto len = static_cast<u32>(coded_len);
+                copy_match(block + pos, dist, len);
+                end = pos + len;
+                // The copy's last stores may still be in flight.  If the match doesn't overlap
+                // itself, its source holds the same byte, which can be loaded at once.
+                const u32 same_end = end - (dist < len ? 0 : dist);
+                source.set_context(block[same_end - 1]);
+            } else {
+                end = copy_last_match<MinMatch>(block, size, pos, dist, coded_len);
+                if (end < size) source.set_context(block[end - 1]);
+            }
         }
         if (!source.ok()) return {.length = pos};
         pos = end;

@@ -55,8 +55,14 @@ class bit_reader {
         return bits;
     }
 
+    /// Returns the next byte to load: consumed_end() or up to 7 bytes after it.
+    const u8* next_load() const { return in_; }
+
     /// Returns the end of the last byte of which a bit has been consumed.
     const u8* consumed_end() const { return in_ - held_ / 8; }
+
+    /// Continues with the same bytes at another place, given that of consumed_end().
+    void move_to(const u8* consumed) { in_ = consumed + held_ / 8; }
 
     /// Returns true if the last consumed bit is in the last byte before `end` and the rest of that
     /// byte is zero, as bit_writer pads it.

@@ -12,13 +12,14 @@ struct scratch; // common/scratch.h
 
 inline constexpr u32 page_size = 4096;
 
-/// Zeroed bytes after an input block: encoders read a few bytes past the block.
+// Only encoders touch bytes past the end of their buffers.  Decoders read nothing past a payload
+// and write nothing past a block, so that neighbouring blocks can be decoded at the same time.
+
+/// Zeroed bytes after an encoder's input: it reads a few bytes past the block.
 inline constexpr u32 in_slack = page_size + 1;
-/// Writable bytes after an output block: an encoder checks its output size after each token, so it
-/// may write one token too many; decoders copy whole words.
+/// Writable bytes after an encoder's output, past the length of the block: it checks its output
+/// size after each token, so it may write one token too many.
 inline constexpr u32 out_slack = page_size;
-/// Zeroed bytes after a payload: decoders load whole words and check for the end only periodically.
-inline constexpr u32 payload_slack = page_size + 1025;
 
 /// What a codec needs to know of a file, the same for all its blocks.
 struct codec_parameters {
@@ -32,10 +33,10 @@ struct codec_parameters {
 /// One block for a codec.
 struct codec_job {
     codec_parameters parameters{};
-    const u8* in_buf = nullptr; // input, followed by in_slack or payload_slack zeros
+    const u8* in_buf = nullptr; // input; when encoding, followed by in_slack zeros
     u32 in_len = 0;        // bytes at in_buf: the block's when encoding, the payload's otherwise
-    u8* out_buf = nullptr; // output, followed by out_slack writable bytes
-    u32 out_len = 0;       // when decoding: the exact length of the block
+    u8* out_buf = nullptr; // output; when encoding, of in_len + out_slack bytes
+    u32 out_len = 0;       // when decoding: the exact length of the block, all that is written
     scratch* memory = nullptr; // of the worker, for all memory of the codec
 };
 

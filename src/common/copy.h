@@ -1,13 +1,15 @@
 // common/copy.h - copies in whole words, for literals and matches
 //
 // Sizes are constants, so that each copy compiles to a load and a store.  Matches are copied in
-// words of 16 bytes and so past their end, into slack that callers provide.  An overlapping match
-// (a distance below 16) is first widened to a period of 16 bytes or more; the byte-wise loop that
-// this replaces has a store-to-load dependency for every byte.
+// words of 16 bytes and so past their end, where callers leave room; copy_match_within() copies the
+// matches that have none.  An overlapping match (a distance below 16) is first widened to a period
+// of 16 bytes or more; the byte-wise loop that this replaces has a store-to-load dependency for
+// every byte.
 #pragma once
 
 #include "common/bytes.h"
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 
@@ -75,7 +77,7 @@ inline u32 widen_pattern(u8* dest, u32 dist)
 /// copy: a distance shorter than the length repeats bytes.  Requires `dist` of 1 or more, and as
 /// many bytes before `dest`.  Writes up to copy_match_overrun bytes past the end; at least 16 bytes
 /// even for a length of 0.
-inline void copy_match(u8* dest, u32 dist, usize len)
+[[gnu::always_inline]] inline void copy_match(u8* dest, u32 dist, usize len)
 {
     u8* const end = dest + len;
     if (dist < 16) {
@@ -88,6 +90,19 @@ inline void copy_match(u8* dest, u32 dist, usize len)
         copy_16(dest, dest - dist);
         dest += 16;
     } while (dest < end);
+}
+
+/// copy_match() that writes only the first `room` bytes at `dest`; `len` is at most `room`.  Out of
+/// line: for the last matches of a block.
+[[gnu::noinline]] inline void copy_match_within(u8* dest, u32 dist, usize len, usize room)
+{
+    assert(len <= room);
+    usize done = 0;
+    if (room > copy_match_overrun) {
+        done = std::min(len, room - copy_match_overrun);
+        copy_match(dest, dist, done);
+    }
+    for (u8* at = dest + done; at != dest + len; ++at) *at = *(at - dist);
 }
 
 } // namespace quarnex

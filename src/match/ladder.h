@@ -3,7 +3,7 @@
 // A method defines its encoders, each a search with a token writer, and lists them by level.
 #pragma once
 
-#include "coding/codec.h"
+#include "coding/codec_state.h"
 #include "common/scratch.h"
 #include "match/concepts.h"
 #include "match/cost_parse.h"
@@ -79,7 +79,7 @@ u64 search_memory(const codec_parameters& parameters, u32 len);
 template <class State>
 u64 search_and_state_memory(const codec_parameters& parameters, u32 len)
 {
-    return search_memory(parameters, len) + sizeof(State);
+    return search_memory(parameters, len) + state_size<State>;
 }
 
 } // namespace quarnex

@@ -17,11 +17,12 @@
 // bits, before any field is extracted: in mixed data this is the branch that is mispredicted, so it
 // must resolve early.
 //
-// The slack of both buffers exceeds what one group can read or write past the end, so both cursors
-// are tested once a group; only escaped tokens (a length above 62 + MinMatch or a distance of five
-// bytes) are checked against the remaining room.  A corrupt stream ends there, or at the first
-// distance that reaches before the block.
+// Both cursors are tested once a group, for what one group can read and write at most; only escaped
+// tokens (a length above 62 + MinMatch or a distance of five bytes) are checked against the
+// remaining room.  The group that doesn't fit, those after it and corrupt ones are left to
+// m1_last_groups, which decodes one item at a time and makes all the checks.
 #include "coding/decoder_forms.h"
+#include "coding/payload_tail.h"
 #include "common/copy.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_format.h"
@@ -52,9 +53,8 @@ constexpr u32 m1_long_run = m1_flags_per_word; // and in groups with a longer ru
 constexpr u32 m1_lookahead_bytes = 16;         // bound of what load_ahead() reads past a token
 constexpr u32 m1_group_reads =
     m1_control_bytes + m1_flags_per_word * m1_token_max_bytes + m1_long_run + m1_lookahead_bytes;
-static_assert(m1_group_reads <= payload_slack);
 constexpr u32 m1_group_writes = m1_flags_per_word * m1_plain_max_len + m1_plain_copy + m1_long_run;
-static_assert(m1_group_writes <= out_slack && copy_match_overrun <= m1_long_run);
+static_assert(copy_match_overrun <= m1_long_run);
 
 // The fields of near tokens by their two lowest bits: short, medium, short.
 constexpr bit_field m1_short_dist(1, m1_short_dist_bits);
@@ -121,6 +121,7 @@ struct m1_item {
     u64 len;
     u32 dist;  // 0: the end token
     u32 bytes; // in the stream
+    bool escaped = false;
 };
 constexpr m1_item m1_literal{1, 1, 1}; // of any distance but 0
 
@@ -131,7 +132,8 @@ inline m1_item m1_get_long(const u8* in, u32 min_match)
     m1_integer excess{0, 0};
     if (escape == m1_long_escape) excess = m1_get_integer(in + 1);
     const m1_integer dist = m1_get_integer(in + 1 + excess.bytes);
-    return {u64{escape} + excess.value + min_match, dist.value, 1 + excess.bytes + dist.bytes};
+    return {u64{escape} + excess.value + min_match, dist.value, 1 + excess.bytes + dist.bytes,
+            m1_is_escaped(load_u16(in))};
 }
 
 /// Reads a token of any form.
@@ -163,71 +165,136 @@ struct m1_group {
     usize pos;
 };
 
-/// Returns whether a payload that fills its block ends with it, as encoders end it.  `group` is the
-/// last one that starts in the block; its distances have been checked.
-///
-/// A second pass over the items of at most two groups: the loops of the decoder neither count the
-/// bytes of single items nor stop at the end of the block.
-bool m1_ends_exactly(const codec_job& job, m1_group group, u32 min_match)
-{
-    assert(group.pos <= job.out_len && group.in <= job.in_buf + job.in_len);
-    const u8* const in_end = job.in_buf + job.in_len;
-    const u8* in = group.in;
-    u64 pos = group.pos;
-    while (in < in_end) {
-        u32 flags = load_u32(in);
-        in += m1_control_bytes;
-        for (u32 flag = 0; flag < m1_flags_per_word; ++flag) {
-            if (in >= in_end) return false;
-            const bool is_match = flags >> 31 != 0;
-            flags <<= 1;
-            const m1_item item = is_match ? m1_get_token(in, min_match) : m1_literal;
-            if (item.dist == 0) return m1_is_last_token(in, in_end, flag, flags);
-            if (pos >= job.out_len) return false; // the stream of a longer block
-            pos += item.len;
-            if (pos > u64{job.out_len} + max_match_overrun(min_match)) return false;
-            in += item.bytes;
-        }
+/// Decodes the end of a stream one item at a time.
+class m1_last_groups {
+  public:
+    m1_last_groups(const codec_job& job, u32 min_match)
+        : tail_(job), block_(job.out_buf), size_(job.out_len), min_match_(min_match)
+    {
     }
-    return false;
-}
 
-/// Returns the result of a decoder that stopped with its cursors at `in` and `pos`, in `group` or
-/// at its end.  Out of line: the decoding loops share it.
-[[gnu::noinline]] codec_result m1_result(const codec_job& job, const u8* in, usize pos,
-                                         m1_group group, u32 min_match)
+    /// Decodes the groups from `group` on.  Stops after a group that ends past the payload or the
+    /// block, at the end token and at a corrupt token.
+    codec_result decode(m1_group group)
+    {
+        at_ = group;
+        bool whole = true;
+        while (whole && at_.in < tail_.end() && at_.pos < size_) {
+            at_.in = tail_.settle(at_.in);
+            group = at_;
+            whole = decode_group();
+        }
+        // A group that is cut off doesn't count: its last items are made of zeros.
+        if (at_.in > tail_.end()) at_ = group;
+        if (at_.pos < size_) return {.length = static_cast<u32>(at_.pos)};
+        return {.length = static_cast<u32>(size_), .exact_end = ends_exactly(group)};
+    }
+
+  private:
+    /// Decodes a control word and its items, those past the block's end too, but writes only in the
+    /// block.  Returns false at the end token and at a corrupt token.
+    bool decode_group()
+    {
+        u32 flags = load_u32(at_.in);
+        at_.in += m1_control_bytes;
+        for (u32 count = m1_flags_per_word; count != 0; --count, flags <<= 1) {
+            if (flags >> 31 == 0) {
+                if (at_.pos < size_) block_[at_.pos] = *at_.in;
+                ++at_.pos;
+                ++at_.in;
+            } else if (!decode_match()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// Returns false, with the cursors unchanged, if the distance is 0 or reaches before the block,
+    /// or if the token is escaped and the match starts past the block's end.
+    bool decode_match()
+    {
+        const m1_item item = m1_get_token(at_.in, min_match_);
+        if (item.dist == 0 || item.dist > at_.pos) return false;
+        usize len = static_cast<usize>(item.len);
+        if (at_.pos < size_) {
+            const usize room = size_ - at_.pos;
+            const auto inside = static_cast<usize>(std::min<u64>(item.len, room));
+            copy_match_within(block_ + at_.pos, item.dist, inside, room);
+            if (item.escaped) len = inside;
+        } else if (item.escaped) {
+            return false;
+        }
+        at_.pos += len;
+        at_.in += item.bytes;
+        return true;
+    }
+
+    /// Returns whether a payload that fills its block ends with it, as encoders end it.  `group` is
+    /// the last one that starts in the block; its distances have been checked.
+    ///
+    /// A second pass over the items of at most two groups.
+    bool ends_exactly(m1_group group)
+    {
+        assert(group.pos <= size_ && group.in <= tail_.end());
+        u64 pos = group.pos;
+        for (const u8* in = group.in; in < tail_.end();) {
+            in = tail_.settle(in);
+            const u8* const in_end = tail_.end();
+            u32 flags = load_u32(in);
+            in += m1_control_bytes;
+            for (u32 flag = 0; flag < m1_flags_per_word; ++flag) {
+                if (in >= in_end) return false;
+                const bool is_match = flags >> 31 != 0;
+                flags <<= 1;
+                const m1_item item = is_match ? m1_get_token(in, min_match_) : m1_literal;
+                if (item.dist == 0) return m1_is_last_token(in, in_end, flag, flags);
+                if (pos >= size_) return false; // the stream of a longer block
+                pos += item.len;
+                if (pos > u64{size_} + max_match_overrun(min_match_)) return false;
+                in += item.bytes;
+            }
+        }
+        return false;
+    }
+
+    payload_tail<m1_group_reads> tail_;
+    u8* const block_;
+    const usize size_; // of the block
+    const u32 min_match_;
+    m1_group at_{};
+};
+
+/// Decodes the rest of a block, from `group` on.  Out of line: the decoding loops share it.
+[[gnu::noinline]] codec_result m1_decode_rest(const codec_job& job, m1_group group, u32 min_match)
 {
-    // A group that is cut off doesn't count: its last items are made of zeros.
-    if (in > job.in_buf + job.in_len) pos = group.pos;
-    if (pos < job.out_len) return {.length = static_cast<u32>(pos)};
-    return {.length = job.out_len, .exact_end = m1_ends_exactly(job, group, min_match)};
+    return m1_last_groups(job, min_match).decode(group);
 }
 
-/// A stream while it is decoded.
+/// A stream while its groups are decoded that fit in both buffers.
 template <u32 MinMatch, class Bits>
 struct m1_decoding {
     const u8* in;
-    u8* const begin;
-    const usize size; // of the block
-    usize pos = 0;    // in the block
+    u8* const begin;   // of the block
+    const usize limit; // last position in the block where a group can start
+    usize pos = 1;     // in the block
 
     /// Decodes the block of a job.  The result is shorter than the block if the stream is corrupt.
     [[gnu::always_inline]] static codec_result decode(const codec_job& job)
     {
         if (job.in_len == 0 || job.out_len == 0) return {};
-        const u8* const in_end = job.in_buf + job.in_len;
-        m1_decoding stream{job.in_buf, job.out_buf, job.out_len};
-        stream.begin[stream.pos++] = *stream.in++;
-        m1_group group{stream.in, stream.pos};
-        while (stream.in < in_end && stream.pos < stream.size) {
-            group = {stream.in, stream.pos};
-            if (!stream.decode_group()) break;
+        *job.out_buf = *job.in_buf;
+        m1_group group{job.in_buf + 1, 1};
+        if (job.in_len >= m1_group_reads && job.out_len >= m1_group_writes) {
+            const u8* const in_limit = job.in_buf + (job.in_len - m1_group_reads);
+            m1_decoding stream{group.in, job.out_buf, job.out_len - m1_group_writes};
+            while (stream.in <= in_limit && stream.pos <= stream.limit && stream.decode_group())
+                group = {stream.in, stream.pos};
         }
-        return m1_result(job, stream.in, stream.pos, group, MinMatch);
+        return m1_decode_rest(job, group, MinMatch);
     }
 
-    /// Decodes a control word and its items.  Returns false at the end token and at a corrupt
-    /// token, with both cursors there.
+    /// Decodes a control word and its items.  Returns false, with the cursors anywhere in it, at a
+    /// match that passes `limit`, the end token and a corrupt token.
     [[gnu::always_inline]] bool decode_group()
     {
         const u32 control = load_u32(in);
@@ -250,7 +317,7 @@ struct m1_decoding {
             usize next_flag = clear_lowest(flags);
             u64 next = load_ahead(next_flag);
             while (!m1_is_long(token)) {
-                if (!decode_near(token, flag)) return stop(flag);
+                if (!decode_near(token, flag)) return false;
                 copy_literals<Literals>(flag);
                 token = next >> 8 * (token & m1_medium_tag);
                 flag = next_flag;
@@ -259,13 +326,13 @@ struct m1_decoding {
                 next = load_ahead(next_flag);
             }
             if (m1_is_escaped(token)) [[unlikely]] {
-                if (!decode_escaped(flag)) return stop(flag);
+                if (!decode_escaped(flag)) return false;
                 token = load_u64(in + next_flag);
             } else {
                 const m1_long_dist dist = m1_get_long_dist(token);
                 // After a misprediction the next token is on the critical path: compute it first.
                 const u64 following = computed_here(next >> 8 * dist.more);
-                if (!decode_plain(token, dist, flag)) return stop(flag);
+                if (!decode_plain(token, dist, flag)) return false;
                 token = following;
             }
             copy_literals<Literals>(flag);
@@ -287,14 +354,6 @@ struct m1_decoding {
         return load_u64(in + (m1_short_bytes - 1) + next_flag);
     }
 
-    /// Moves both cursors to the item of `flag`, where the stream ends.
-    [[gnu::always_inline]] bool stop(usize flag)
-    {
-        in += flag;
-        pos += flag;
-        return false;
-    }
-
     [[gnu::always_inline]] bool end_group()
     {
         in += m1_end_flag;
@@ -305,7 +364,7 @@ struct m1_decoding {
     template <u32 Literals>
     [[gnu::always_inline]] void copy_literals(usize flag)
     {
-        assert(pos + flag + 1 + Literals <= size + out_slack);
+        assert(pos + flag + 1 + Literals <= limit + m1_group_writes);
         u8* const dest = begin + pos + flag + 1;
         const u8* const source = in + flag + 1;
         copy_16(dest, source);
@@ -313,12 +372,12 @@ struct m1_decoding {
     }
 
     // Matches.  Each function returns false, with both cursors unchanged, if the distance is 0 or
-    // reaches before the block; decode_escaped() also if the match starts past the block's end.
+    // reaches before the block; decode_escaped() also if the match ends past `limit`.
 
     [[gnu::always_inline]] bool decode_near(u64 token, usize flag)
     {
         const usize at = pos + flag;
-        assert(at + m1_near_copy <= size + out_slack);
+        assert(at + m1_near_copy <= limit + m1_group_writes);
         const auto word = static_cast<usize>(token);
         const usize form = word & m1_long_tag;
         const usize offset = Bits::extract(word, m1_near_dist[form]);
@@ -337,7 +396,7 @@ struct m1_decoding {
     [[gnu::always_inline]] bool decode_plain(u64 token, m1_long_dist dist, usize flag)
     {
         const usize at = pos + flag;
-        assert(at + m1_plain_copy <= size + out_slack);
+        assert(at + m1_plain_copy <= limit + m1_group_writes);
         if (dist.value - 1 >= at) [[unlikely]] // or the distance is 0
             return false;
         const usize len = static_cast<usize>(token >> 2 & m1_long_escape) + MinMatch;
@@ -360,11 +419,9 @@ struct m1_decoding {
             from += integer.bytes;
         }
         const m1_integer dist = m1_get_integer(from);
-        if (dist.value == 0 || dist.value > at || at >= size) return false;
-        // Clips a match that passes the end of the block.
-        const auto inside = static_cast<usize>(std::min<u64>(len, size - at));
-        copy_match(begin + at, dist.value, inside);
-        pos += inside - 1;
+        if (dist.value == 0 || dist.value > at || at + len > limit) return false;
+        copy_match(begin + at, dist.value, static_cast<usize>(len));
+        pos += static_cast<usize>(len) - 1;
         in = from + dist.bytes - flag - 1;
         return true;
     }

@@ -114,7 +114,7 @@ struct m1_integer {
 };
 
 /// Reads an integer.  Loads 8 bytes.
-inline m1_integer m1_get_integer(const u8* in)
+[[gnu::always_inline]] inline m1_integer m1_get_integer(const u8* in)
 {
     const u64 word = load_u64(in);
     const auto first = static_cast<u8>(word);

@@ -7,14 +7,15 @@
 // field.  Here two readers take turns.  decode_ordinary() decodes the bulk of a stream: one pass is
 // a match together with the literals before it, up to three, without a branch on their number, on
 // the length of the match's code or on its class.  Whatever is rare, unusual or corrupt, and the
-// end of the stream, is left to decode_token(), which decodes one token of any kind and makes all
-// the checks.
+// ends of the stream and of the block, is left to decode_token(), which decodes one token of any
+// kind and makes all the checks.
 //
 // The latency of a pass is that of its dependency chain: window, literals, token code, class, width
 // of the extra bits, next window.  The window is not loaded from the address where the last token
 // ended, which would add a load latency to the chain; it is shifted, and filled up from the word
 // that follows it, which was loaded at the start of the pass.
 #include "coding/decoder_forms.h"
+#include "coding/payload_tail.h"
 #include "common/copy.h"
 #include "method2/m2_codec.h"
 #include "method2/m2_format.h"
@@ -56,6 +57,12 @@ struct m2_bits {
     {
         return load_u64_high_first(in + 8 + bit / 8) << bit % 8;
     }
+    /// Returns the eight bits from `bit` on.  Reads no further byte.
+    u8 byte_at(u64 bit) const
+    {
+        const u32 pair = u32{in[bit / 8]} << 8 | in[(bit + 7) / 8];
+        return static_cast<u8>(pair >> (8 - bit % 8));
+    }
     /// Returns the 64 bits from `bit` on.
     u64 all_from(u64 bit) const
     {
@@ -64,11 +71,12 @@ struct m2_bits {
 };
 constexpr u32 m2_valid_bits = 57;
 
-/// Upper bound of the bytes read past the end of a stream, by a token that starts there: the
-/// longest gamma code, a class, extra bits, and the word loaded at these.
-constexpr u32 m2_decoder_reads_past =
-    (m2_max_gamma_bits + m2_class_bits + m2_max_extra_bits + 7) / 8 + 8;
-static_assert(m2_decoder_reads_past <= payload_slack);
+/// Upper bound of the bytes read by a token, except those of a literal run: the longest gamma code,
+/// a class, extra bits, and the word loaded at these.
+constexpr u32 m2_token_reads = (m2_max_gamma_bits + m2_class_bits + m2_max_extra_bits + 7) / 8 + 8;
+/// Bytes read by a pass over ordinary tokens, from the first one on.
+constexpr u32 m2_pass_reads = 2 * 8;
+static_assert(m2_valid_bits <= 8 * m2_pass_reads && m2_pass_reads <= m2_token_reads);
 
 /// Returned by take_gamma() for a value of 2^32 or more, which no encoder writes.
 constexpr u64 m2_invalid_gamma = 0;
@@ -134,8 +142,9 @@ constexpr std::array<i32, 128> m2_length_offset = [] {
 
 /// Matches up to this length are copied as one word of this size.
 constexpr u32 m2_word_match = 32;
+static_assert(copy_match_overrun <= m2_word_match);
 constexpr u32 m2_pass_writes = m2_fused_literals + m2_word_match;
-static_assert(m2_pass_writes <= out_slack && m2_max_literals <= m2_pass_writes);
+static_assert(m2_max_literals <= m2_pass_writes);
 
 /// Writes the bytes of the first `Count` tokens of a window as if all were literals.
 template <u32 Count>
@@ -144,28 +153,6 @@ template <u32 Count>
     for (u32 i = 0; i < Count; ++i) {
         dest[i] = static_cast<u8>(window >> (64 - (i + 1) * m2_literal_bits));
     }
-}
-
-/// Returns whether the payload of a job ends at `at` with the end token and the zero bits that fill
-/// up its byte.
-bool m2_ends_exactly(const codec_job& job, m2_cursors at)
-{
-    const u64 left = u64{job.in_len - 1} * 8 - at.bit;
-    constexpr u32 end_bits = m2_gamma_bits(m2_end_code);
-    if (left < end_bits || left >= end_bits + 8) return false;
-    const u64 last = m2_bits{job.in_buf + 1}.from(at.bit) >> (64 - left);
-    return last == u64{m2_end_code} << (left - end_bits);
-}
-
-/// Returns the result of a decoder that stopped at `at`.  Out of line: all instances share it.
-[[gnu::noinline]] codec_result m2_result(const codec_job& job, m2_cursors at)
-{
-    if (at.pos < job.out_len) return {.length = static_cast<u32>(at.pos)};
-    assert(at.bit <= u64{job.in_len - 1} * 8);
-    const bool exact =
-        at.pos - job.out_len <= max_match_overrun(static_min_match(job.parameters.level)) &&
-        m2_ends_exactly(job, at);
-    return {.length = job.out_len, .exact_end = exact};
 }
 
 /// A stream while it is decoded.
@@ -184,26 +171,59 @@ struct m2_decoding {
         const m2_decoding stream{
             {job.in_buf + 1}, u64{job.in_len - 1} * 8, job.out_buf, job.out_len};
         m2_cursors at{0, 1};
-        while (at.pos < stream.size && at.bit != m2_stopped) {
+        while (at.pos < stream.size && at.bit < stream.bit_limit()) {
             at = stream.decode_ordinary(at);
-            if (at.pos < stream.size) at = stream.decode_token(at);
+            if (at.pos < stream.size && at.bit < stream.bit_limit()) at = stream.decode_token(at);
         }
-        return m2_result(job, at);
+        return stream.decode_rest(job, at);
     }
 
   private:
+    /// Returns the bit up to which a token can start whose reads are all in the payload.
+    [[gnu::always_inline]] u64 bit_limit() const
+    {
+        return bit_count - std::min<u64>(bit_count, 8 * m2_token_reads);
+    }
+
+    /// Decodes the tokens from `at` on, which is a stop, past the block or at bit_limit() or later.
+    [[gnu::noinline]] codec_result decode_rest(const codec_job& job, m2_cursors at) const
+    {
+        if (at.bit == m2_stopped || at.bit < bit_limit())
+            return {.length = static_cast<u32>(std::min<u64>(at.pos, size))};
+        payload_tail<m2_token_reads> tail(job);
+        const u64 skipped = at.bit / 8;
+        const m2_decoding rest{
+            {tail.enter(bits.in + skipped)}, bit_count - 8 * skipped, block, size};
+        at.bit %= 8;
+        while (at.pos < size && at.bit != m2_stopped) at = rest.decode_token(at);
+        if (at.pos < size) return {.length = static_cast<u32>(at.pos)};
+        return {.length = static_cast<u32>(size), .exact_end = rest.ends_exactly(at)};
+    }
+
+    /// Returns whether the block ends at `at` as an encoder's can, and the stream with the end
+    /// token and the zero bits that fill up its byte.
+    bool ends_exactly(m2_cursors at) const
+    {
+        assert(at.pos >= size && at.bit <= bit_count);
+        if (at.pos - size > max_match_overrun(MinMatch)) return false;
+        const u64 left = bit_count - at.bit;
+        constexpr u32 end_bits = m2_gamma_bits(m2_end_code);
+        if (left < end_bits || left >= end_bits + 8) return false;
+        const u64 last = bits.from(at.bit) >> (64 - left);
+        return last == u64{m2_end_code} << (left - end_bits);
+    }
+
     /// Decodes literals and matches from `at` on, up to another token, a corrupt one, one with more
     /// bits than a window, or the last ones of the stream or of the block.  Returns where it
     /// stopped.
     [[gnu::always_inline]] m2_cursors decode_ordinary(m2_cursors at) const
     {
-        assert(at.bit <= bit_count && at.pos < size);
+        assert(at.bit < bit_limit() && at.pos < size);
         u64 bit = at.bit;
         auto pos = static_cast<usize>(at.pos);
         u64 window = bits.all_from(bit);
-        const u64 bit_end = bit_count - std::min<u64>(bit_count, m2_valid_bits - 1);
-        // All literals of a pass are in the block, so only a match can pass its end.
-        const usize pos_end = size - std::min<usize>(size, m2_max_literals - 1);
+        const u64 bit_end = bit_count - 8 * m2_pass_reads;
+        const usize pos_end = size - std::min<usize>(size, m2_pass_writes - 1);
         while (pos < pos_end && bit < bit_end) {
             const u64 following = bits.next_from(bit);
             u8* const dest = block + pos;
@@ -263,10 +283,11 @@ struct m2_decoding {
         return Bits::leading_zeros((~window & m2_literal_flags(m2_max_literals)) | end);
     }
 
-    /// Copies a match, clipped at the end of the block.  Returns false if the token is no match.
+    /// Copies a match.  Returns false if the token is no match, or a match too close to the end of
+    /// the block.
     [[gnu::always_inline]] bool copy_ordinary(usize pos, usize dist, usize len) const
     {
-        assert(pos < size);
+        assert(pos + m2_word_match <= size);
         u8* const dest = block + pos;
         if (dist >= 16 && len <= m2_word_match) [[likely]] {
             const u8* const source = dest - dist;
@@ -274,8 +295,8 @@ struct m2_decoding {
             copy_16(dest + 16, source + 16);
             return true;
         }
-        if (len >= usize{m2_no_length}) return false;
-        copy_match(dest, static_cast<u32>(dist), room_for(pos, len));
+        if (len >= usize{m2_no_length} || len > size - pos - copy_match_overrun) return false;
+        copy_match(dest, static_cast<u32>(dist), len);
         return true;
     }
 
@@ -314,7 +335,7 @@ struct m2_decoding {
         const auto c = static_cast<usize>(reader.take(m2_class_bits));
         const u64 dist = reader.take(m2_extra_bits[c]) + m2_dist_base[c] + 1;
         if (dist > pos) return m2_no_bytes;
-        copy_match(block + pos, static_cast<u32>(dist), room_for(pos, len));
+        copy_match_within(block + pos, static_cast<u32>(dist), room_for(pos, len), size - pos);
         return len;
     }
 
@@ -338,9 +359,10 @@ struct m2_decoding {
         const u64 run = reader.bit;
         reader.bit += 8 * u64{count};
         if (reader.bit > bit_count) return m2_no_bytes;
-        for (usize done = 0; done < count; done += m2_valid_bits / 8) {
+        usize done = 0;
+        for (; done + 8 <= count; done += m2_valid_bits / 8)
             store_u64_high_first(block + pos + done, bits.from(run + 8 * done));
-        }
+        for (; done < count; ++done) block[pos + done] = bits.byte_at(run + 8 * done);
         if (count < wanted) discard_rest(reader);
         return count;
     }

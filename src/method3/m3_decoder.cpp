@@ -1,28 +1,31 @@
 // method3/m3_decoder.cpp - the decoder of method 3
 //
 // A symbol is one table look-up by the next ten bits, or a walk over the lengths of longer codes.
-// The payload's end is checked once a token, as its slack exceeds what a token can read.  Decoding
-// of a damaged stream stops at the first token that reads past the payload or reaches back past the
-// block's start.
+// The payload's end is checked once a token.  Decoding of a damaged stream stops at the first token
+// that reads past the payload or reaches back past the block's start.
 #include "coding/alphabet_decoder.h"
 #include "coding/bit_reader.h"
 #include "coding/min_match.h"
+#include "coding/payload_tail.h"
 #include "method3/m3_codec.h"
 #include "method3/m3_model.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(alphabet_raw_bytes + m3_token_max_bytes + bit_reader_overread <= payload_slack);
+/// Upper bound of the bytes read from one check of the payload's end to the next.
+constexpr u32 m3_token_reads = alphabet_raw_bytes + m3_token_max_bytes + bit_reader_overread;
 
+using m3_payload_tail = payload_tail<m3_token_reads>;
 using m3_decoder_models = m3_models<m3_decoder_tables>;
 
 /// The entropy decoder: symbols by their codes, extra bits verbatim.
 class m3_symbol_reader {
   public:
     /// Starts after the raw byte.
-    m3_symbol_reader(const codec_job& job, m3_decoder_models& models)
-        : models_(models), bits_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
+    m3_symbol_reader(const codec_job& job, m3_decoder_models& models, m3_payload_tail& tail)
+        : models_(models), tail_(tail), bits_(tail.settle(job.in_buf + alphabet_raw_bytes)),
+          limit_(tail.limit())
     {
     }
 
@@ -39,10 +42,20 @@ class m3_symbol_reader {
         return bits_.take(count);
     }
     void set_context(u8 /*byte*/) {}
-    bool ok() const { return bits_.consumed_end() <= end_ && models_.ok(); }
-    bool ended() const { return bits_.ends_at(end_) && models_.ok(); }
+    bool ok() { return (bits_.next_load() <= limit_ || in_payload()) && models_.ok(); }
+    bool ended() const { return bits_.ends_at(tail_.end()) && models_.ok(); }
 
   private:
+    /// Enters the tail at its start.  Returns false if the token is past the payload's end.
+    bool in_payload()
+    {
+        if (bits_.consumed_end() <= limit_) return true;
+        if (tail_.entered()) return false;
+        bits_.move_to(tail_.settle(bits_.consumed_end()));
+        limit_ = tail_.limit();
+        return true;
+    }
+
     template <class Model>
     u32 take_slot(Model& model)
     {
@@ -69,8 +82,9 @@ class m3_symbol_reader {
     }
 
     m3_decoder_models& models_;
+    m3_payload_tail& tail_;
     bit_reader bits_;
-    const u8* end_;
+    const u8* limit_; // of the tail
 };
 
 codec_result m3_decode_block(const codec_job& job, void* /*state*/)
@@ -79,7 +93,8 @@ codec_result m3_decode_block(const codec_job& job, void* /*state*/)
     if (job.in_len == 0 || job.out_len == 0) return {.exact_end = job.in_len == job.out_len};
     *job.out_buf = *job.in_buf;
     m3_decoder_models models(job.out_len);
-    const m3_symbol_reader reader(job, models);
+    m3_payload_tail tail(job);
+    const m3_symbol_reader reader(job, models, tail);
     return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });

@@ -1,26 +1,30 @@
 // method4/m4_decoder.cpp - the decoder of method 4
 //
-// A symbol takes a division and a short search.  The payload's end is checked once a token, as its
-// slack exceeds what a token can read.  Decoding of a damaged stream stops at the first token that
-// reads past the payload, reaches back past the block's start or has an impossible symbol.
+// A symbol takes a division and a short search.  The payload's end is checked once a token.
+// Decoding of a damaged stream stops at the first token that reads past the payload, reaches back
+// past the block's start or has an impossible symbol.
 #include "coding/alphabet_decoder.h"
 #include "coding/min_match.h"
+#include "coding/payload_tail.h"
 #include "method4/m4_codec.h"
 #include "method4/m4_coder.h"
 
 namespace quarnex {
 namespace {
 
-static_assert(alphabet_raw_bytes + range_start_bytes + m4_token_max_bytes <= payload_slack);
+/// Upper bound of the bytes read from one check of the payload's end to the next.
+constexpr u32 m4_token_reads = alphabet_raw_bytes + range_start_bytes + m4_token_max_bytes;
+
+using m4_payload_tail = payload_tail<m4_token_reads>;
 
 /// The entropy decoder: symbols by their models, extra bits with equal probabilities.
 class m4_symbol_reader {
   public:
     /// Starts after the raw byte.
-    m4_symbol_reader(const codec_job& job, m4_dec_state& models)
-        : models_(models), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
-          coder_(start_range_decoder(job.in_buf + alphabet_raw_bytes)),
-          begin_(job.in_buf + alphabet_raw_bytes), end_(job.in_buf + job.in_len)
+    m4_symbol_reader(const codec_job& job, m4_dec_state& models, m4_payload_tail& tail)
+        : models_(models), tail_(tail), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
+          coder_(start_range_decoder(tail.settle(job.in_buf + alphabet_raw_bytes))),
+          begin_(job.in_buf + alphabet_raw_bytes), limit_(tail.limit())
     {
         set_context(*job.in_buf);
     }
@@ -30,10 +34,19 @@ class m4_symbol_reader {
     u32 take_distance() { return take<m4_slot_step>(models_.distance); }
     u32 take_extra(u32 count) { return m4_decode_direct(coder_, count, damaged_); }
     void set_context(u8 byte) { context_ = byte & mask_; }
-    bool ok() const { return coder_.in <= end_ && !damaged_; }
-    bool ended() const { return ends_at(coder_, begin_, end_) && !damaged_; }
+    bool ok() { return (coder_.in <= limit_ || enter_tail()) && !damaged_; }
+    bool ended() const { return ends_at(coder_, begin_, tail_.end()) && !damaged_; }
 
   private:
+    /// Continues in the tail.  Returns false if the token reads past the tail's end.
+    bool enter_tail()
+    {
+        if (tail_.entered()) return false;
+        coder_.in = tail_.settle(coder_.in);
+        limit_ = tail_.limit();
+        return true;
+    }
+
     template <u32 Step, class Model>
     [[gnu::always_inline]] u32 take(Model& model)
     {
@@ -47,11 +60,12 @@ class m4_symbol_reader {
     }
 
     m4_dec_state& models_;
+    m4_payload_tail& tail_;
     u32 mask_;
     u32 context_;
     range_decoder coder_;
     const u8* begin_; // of the range coder's bytes
-    const u8* end_;   // of the payload
+    const u8* limit_; // of the tail
     bool damaged_ = false;
 };
 
@@ -62,7 +76,8 @@ codec_result m4_decode_block(const codec_job& job, void* state)
     *job.out_buf = *job.in_buf;
     m4_dec_state& models = *static_cast<m4_dec_state*>(state);
     models.start(job.out_len);
-    const m4_symbol_reader reader(job, models);
+    m4_payload_tail tail(job);
+    const m4_symbol_reader reader(job, models, tail);
     return with_min_match(job.parameters.level, [&](auto min_match) {
         return decode_alphabet<min_match>(reader, job.out_buf, job.out_len);
     });

@@ -4,10 +4,11 @@
 // Flags and length prefixes are predictable and decoded with branches; literals, slots and distance
 // bits are not and are decoded in branch-free chains (m5_coder.h).
 //
-// Both buffer ends are checked once a token: the slack of the payload exceeds what a token can
-// read, and a match is cut to the room left.  Decoding of a damaged stream stops at the first token
-// that reads past the payload, reaches back past the block's start or has an impossible length.
-#include "common/copy.h"
+// Both buffer ends are checked once a token, and a match is cut to the room left.  Decoding of a
+// damaged stream stops at the first token that reads past the payload, reaches back past the
+// block's start or has an impossible length.
+#include "coding/last_match.h"
+#include "coding/payload_tail.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_coder.h"
 
@@ -16,17 +17,21 @@
 namespace quarnex {
 namespace {
 
-static_assert(m5_raw_bytes + range_start_bytes + m5_token_max_bytes <= payload_slack);
-static_assert(max_match_overrun(4) + 1 + copy_match_overrun <= out_slack);
+/// Upper bound of the bytes read from one check of the payload's end to the next.
+constexpr u32 m5_token_reads = m5_raw_bytes + range_start_bytes + m5_token_max_bytes;
+
+using m5_payload_tail = payload_tail<m5_token_reads>;
 
 /// The decoder of one stream.
 template <u32 MinMatch>
 class m5_decoding {
   public:
     /// Starts after the raw bytes, which are in the block already.
-    m5_decoding(const codec_job& job, m5_model& model)
-        : model_(model), begin_(job.out_buf), limit_(job.out_len + max_match_overrun(MinMatch) + 1),
-          coder_(start_range_decoder(job.in_buf + m5_raw_bytes))
+    m5_decoding(const codec_job& job, m5_model& model, m5_payload_tail& tail)
+        : model_(model), tail_(tail), begin_(job.out_buf), size_(job.out_len),
+          copy_end_(whole_copy_end(job.out_len)),
+          coder_(start_range_decoder(tail.settle(job.in_buf + m5_raw_bytes))),
+          in_limit_(tail.limit())
     {
         history_ = m5_history_at(begin_ + pos_);
     }
@@ -35,14 +40,14 @@ class m5_decoding {
     bool starts() const { return coder_.code < coder_.range; }
     /// Returns the position in the block.
     u32 pos() const { return pos_; }
-    /// Returns the position in the payload.
-    const u8* in() const { return coder_.in; }
+    /// Returns false if the last token reads past the payload.
+    bool in_payload() { return coder_.in <= in_limit_ || enter_tail(); }
     /// Returns true if the last token ended where an encoder's can, the payload is consumed and
     /// ends as an encoder ends it.
     bool ended(const codec_job& job) const
     {
-        return pos_ != limit_ &&
-               ends_at(coder_, job.in_buf + m5_raw_bytes, job.in_buf + job.in_len);
+        return pos_ - size_ <= max_match_overrun(MinMatch) &&
+               ends_at(coder_, job.in_buf + m5_raw_bytes, tail_.end());
     }
 
     /// Decodes a token.  Returns false, with the position unchanged, at damage.
@@ -55,6 +60,15 @@ class m5_decoding {
     }
 
   private:
+    /// Continues in the tail.  Returns false if the token reads past the tail's end.
+    bool enter_tail()
+    {
+        if (tail_.entered()) return false;
+        coder_.in = tail_.settle(coder_.in);
+        in_limit_ = tail_.limit();
+        return true;
+    }
+
     [[gnu::always_inline]] void take_literal()
     {
         constexpr u32 top = m5_nibble_bits - 1;
@@ -90,15 +104,19 @@ class m5_decoding {
         const u32 offset = take_offset(model_.dist_slot[m5_length_class(length_value)]);
         if (offset >= pos_) return false;
         const u64 coded_len = u64{length_value} - m5_min_length_value + MinMatch;
-        const auto len = static_cast<u32>(std::min<u64>(coded_len, limit_ - pos_));
         const u32 dist = offset + 1;
+        if (pos_ + coded_len > copy_end_) [[unlikely]] {
+            pos_ = copy_last_match<MinMatch>(begin_, size_, pos_, dist, coded_len);
+            if (pos_ < size_) history_ = m5_history_at(begin_ + pos_);
+            return true;
+        }
+        const auto len = static_cast<u32>(coded_len);
         copy_match(begin_ + pos_, dist, len);
         pos_ += len;
         // The copy's last stores may still be in flight.  If the match doesn't overlap itself, its
-        // source holds the same bytes, which can be loaded at once.  (There are two bytes before
-        // `same` even if the last match is cut to its first byte.)
+        // source holds the same bytes, which can be loaded at once.
         const u32 same = pos_ - (dist < len ? 0 : dist);
-        history_ = m5_history_at(begin_ + std::max(same, m5_raw_bytes));
+        history_ = m5_history_at(begin_ + same);
         return true;
     }
 
@@ -134,9 +152,12 @@ class m5_decoding {
     }
 
     m5_model& model_;
+    m5_payload_tail& tail_;
     u8* const begin_;
-    const u32 limit_; // where matches are cut: one byte past the farthest end of an encoder's
+    const u32 size_;     // of the block
+    const u32 copy_end_; // of matches in it
     range_decoder coder_;
+    const u8* in_limit_; // of the tail
     u32 pos_ = m5_raw_bytes;
     u32 history_ = 0; // the last bytes, the latest lowest; twelve bits are used
 };
@@ -149,13 +170,13 @@ codec_result m5_decode(const codec_job& job, m5_model& model)
     if (raw < m5_raw_bytes) { // not a stream, unless it is the empty one of an empty block
         return {.length = raw, .exact_end = job.in_len == 0 && job.out_len == 0};
     }
-    m5_decoding<MinMatch> stream(job, model);
+    m5_payload_tail tail(job);
+    m5_decoding<MinMatch> stream(job, model, tail);
     if (!stream.starts()) return {.length = raw};
-    // A token that reads past the payload doesn't count: its last bits come from the slack.
-    const u8* const in_end = job.in_buf + job.in_len;
+    // A token that reads past the payload doesn't count: its last bits are not in the stream.
     while (stream.pos() < job.out_len) {
         const u32 done = stream.pos();
-        if (!stream.take_token() || stream.in() > in_end) return {.length = done};
+        if (!stream.take_token() || !stream.in_payload()) return {.length = done};
     }
     return {.length = job.out_len, .exact_end = stream.ended(job)};
 }

@@ -72,7 +72,7 @@ block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
         codec.out_buf = data.buf.get();
     } else {
         if (codec.out_buf == nullptr) {
-            data.buf = buffers.take(codec.out_len + out_slack);
+            data.buf = buffers.take(codec.out_len);
             codec.out_buf = data.buf.get();
             if (!data.buf) return {block_status::no_buffer};
         }

@@ -38,6 +38,7 @@ owned_array<u8> buffer_pool::allocate(usize size) const
 
 block_buffer buffer_pool::take(usize size)
 {
+    size = std::max<usize>(size, 1); // as make_array() allocates
     if (size >= min_pooled_bytes) {
         if (block_buffer idle = take_idle(size)) return idle;
     }

@@ -3,7 +3,6 @@
 #include "pipeline/driver_file.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace quarnex {
@@ -39,12 +38,12 @@ status decompression::read_header()
     return status::done;
 }
 
-/// Reads a payload into a new buffer and zeroes the slack after it.
+/// Reads a payload into a new buffer.
 status decompression::read_payload(block_job& job, u32 size)
 {
     read_result got{static_cast<usize>(std::min<u64>(size, source_left())), 0};
     if (size <= source_left()) { // a larger size is damage: allocate nothing
-        job.in_alloc = file.pipeline().buffers.take(usize{size} + payload_slack);
+        job.in_alloc = file.pipeline().buffers.take(size);
         if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
         got = file.source().read(job.in_alloc.get(), size);
     }
@@ -56,7 +55,6 @@ status decompression::read_payload(block_job& job, u32 size)
                           .got = got.count},
                          got.error != 0 ? status::read_failed : status::truncated);
     consumed += size;
-    std::memset(job.in_alloc.get() + size, 0, payload_slack);
     job.codec.in_buf = job.in_alloc.get();
     job.codec.in_len = size;
     return status::done;

@@ -91,15 +91,8 @@ status file_reader::read_payload(u32 block, u8* dest)
 {
     const block_place* const place = index_.find(block);
     notice fault{.what = status::block_missing, .block = block};
-    if (place == nullptr) return watcher_.report(fault);
-    usize got = 0;
-    fault.cause = file_.read(file_.context, place->offset, dest, place->size, got);
-    if (fault.cause == 0 && got == place->size) return status::done;
-    fault.what = fault.cause != 0 ? status::read_failed : status::truncated;
-    fault.offset = place->offset;
-    fault.wanted = place->size;
-    fault.got = got;
-    return watcher_.report(fault);
+    if (place != nullptr) fault.what = read_bytes(*place, dest, fault);
+    return fault.what == status::done ? status::done : watcher_.report(fault);
 }
 
 status file_reader::test()
@@ -236,18 +229,26 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
 status file_reader::read_into(ordered_block& next, const block_place& place)
 {
     codec_job& codec = next.job.codec;
-    next.job.in_alloc = coder_->buffers.take(usize{place.size} + payload_slack);
-    if (!next.job.in_alloc) return status::no_memory;
-    u8* const payload = next.job.in_alloc.get();
-    usize got = 0;
-    next.fault.cause = file_.read(file_.context, place.offset, payload, place.size, got);
-    codec.in_buf = payload;
     codec.in_len = place.size;
-    std::memset(payload + got, 0, place.size - got + payload_slack);
-    if (next.fault.cause != 0) return status::read_failed;
+    if (file_.image != nullptr) {
+        codec.in_buf = file_.image + place.offset;
+        return status::done;
+    }
+    next.job.in_alloc = coder_->buffers.take(place.size);
+    if (!next.job.in_alloc) return status::no_memory;
+    codec.in_buf = next.job.in_alloc.get();
+    return read_bytes(place, next.job.in_alloc.get(), next.fault);
+}
+
+status file_reader::read_bytes(const block_place& place, u8* dest, notice& fault) const
+{
+    usize got = 0;
+    fault.offset = place.offset;
+    fault.cause = file_.read(file_.context, place.offset, dest, place.size, got);
+    if (fault.cause != 0) return status::read_failed;
     if (got == place.size) return status::done;
-    next.fault.wanted = place.size;
-    next.fault.got = got;
+    fault.wanted = place.size;
+    fault.got = got;
     return status::truncated; // the file has become shorter
 }
 

@@ -68,6 +68,7 @@ class file_reader {
     /// Prepares a block for decoding, or sets its fault if that is impossible.
     void fill(ordered_block& next, u32 block, const request& wanted);
     status read_into(ordered_block& next, const block_place& place);
+    status read_bytes(const block_place& place, u8* dest, notice& fault) const;
     /// Checks a decoded block and reports its fault once.
     status judge(ordered_block& loaded);
     status add_sum(u32 block, u32 sum);

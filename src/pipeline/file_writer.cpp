@@ -160,12 +160,11 @@ bool file_writer::fill_raw(ordered_block& next, const u8* payload, u32 size, u32
     next.result.produced = length;
     next.fault.block = submitted_;
     next.raw_size = static_cast<u32>(record_head_bytes) + size;
-    next.raw_record = coder_.buffers.take(next.raw_size + payload_slack);
+    next.raw_record = coder_.buffers.take(next.raw_size);
     if (!next.raw_record) return false;
     u8* const payload_copy = next.raw_record.get() + record_head_bytes;
     pack_record_head(next.raw_record.get(), {size, 0});
     std::memcpy(payload_copy, payload, size);
-    std::memset(payload_copy + size, 0, payload_slack);
     next.job.mode = direction::decompress;
     next.job.set_parameters(parameters_);
     next.job.block_index = submitted_;

@@ -136,7 +136,7 @@ inline qrx_block_info block_info_of(const qrx_reader* reader, u64 block)
     return info;
 }
 
-/// A qrx_sink that writes a growing file in memory; rejects writes out of order.
+/// A growing file in memory with a qrx_sink; rejects writes out of order.
 struct memory_file {
     qrx_sink sink()
     {

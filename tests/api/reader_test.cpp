@@ -384,7 +384,7 @@ struct fragile_source {
     }
 };
 
-TEST(api_reader, reads_by_callbacks_can_fail)
+TEST(api_reader, a_source_of_callbacks_can_fail)
 {
     const bytes data = sample_data(2);
     const bytes image = compressed(data, params_of(1, 0));

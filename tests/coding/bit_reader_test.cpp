@@ -66,6 +66,29 @@ void expect_all_bits(Fill fill)
     }
 }
 
+TEST(bit_reader, continues_at_another_place_with_the_same_bits)
+{
+    const bytes in = test::find_shape("random").make(40, 1);
+    const bytes copy(in.begin() + 3, in.end());
+    for (u32 at = 24; at <= 150; ++at) {
+        bit_reader whole(in.data());
+        for (u32 bit = 0; bit < at; ++bit) {
+            whole.need(1);
+            whole.drop(1);
+        }
+        bit_reader moved = whole;
+        const auto place = moved.consumed_end() - in.data();
+        EXPECT_GE(moved.next_load(), moved.consumed_end());
+        moved.move_to(copy.data() + place - 3);
+        EXPECT_EQ(moved.consumed_end(), copy.data() + place - 3);
+        for (u32 taken = 0; taken < 100; taken += 20) {
+            whole.refill();
+            moved.refill();
+            ASSERT_EQ(moved.take(20), whole.take(20)) << at;
+        }
+    }
+}
+
 TEST(bit_reader, ends_at_the_last_byte_of_which_bits_are_consumed_if_the_rest_is_zero)
 {
     for (u32 count = 1; count <= 24; ++count) {

@@ -14,7 +14,7 @@ using test::coded;
 using test::plain_range_coder;
 using test::random_source;
 using test::stream_room;
-using test::with_slack;
+using test::with_zeros;
 using test::written;
 
 // Starts and ends
@@ -197,7 +197,7 @@ TEST(ends_at, is_true_where_the_encoder_flushed_only)
             for (const u32 value : values) encode_direct(encoder, value, 10);
         });
         const auto ends = [&](const bytes& changed, usize size) {
-            const bytes readable = with_slack(changed);
+            const bytes readable = with_zeros(changed);
             range_decoder decoder = start_range_decoder(readable.data());
             for (u32 i = 0; i < count; ++i) decode_direct(decoder, 10);
             return ends_at(decoder, readable.data(), readable.data() + size);
@@ -220,7 +220,7 @@ TEST(direct_bits, a_group_of_22_bits_worked_by_hand)
     // range = FFFFFFFF >> 22 = 3FF; low = 2AAAAA * 3FF = AA7FFD56; two bytes are shifted out.
     const bytes stream = coded([](auto& encoder) { encode_direct(encoder, 0x2AAAAA, 22); });
     EXPECT_EQ(stream, (bytes{0x00, 0xAA, 0x7F, 0xFD, 0x56, 0x00, 0x00}));
-    const bytes readable = with_slack(stream);
+    const bytes readable = with_zeros(stream);
     range_decoder decoder = start_range_decoder(readable.data());
     EXPECT_EQ(decoder.code, 0xAA7FFD56U);
     EXPECT_EQ(decode_direct(decoder, 22), 0x2AAAAAU);
@@ -245,7 +245,7 @@ TEST(direct_bits, groups_of_1_to_24_bits_come_back)
         const bytes stream = coded([&](auto& encoder) {
             for (const u32 value : values) encode_direct(encoder, value, count);
         });
-        const bytes readable = with_slack(stream);
+        const bytes readable = with_zeros(stream);
         range_decoder decoder = start_range_decoder(readable.data());
         for (const u32 value : values) ASSERT_EQ(decode_direct(decoder, count), value) << count;
         EXPECT_EQ(decoder.in, readable.data() + stream.size());

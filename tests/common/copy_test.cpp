@@ -61,6 +61,25 @@ TEST(copy, match_writes_nothing_past_its_overrun)
     }
 }
 
+TEST(copy, match_within_a_room_writes_nothing_past_it)
+{
+    for (u32 dist = 1; dist <= 40; ++dist) {
+        for (usize len = 0; len <= 100; ++len) {
+            for (usize limit = len; limit <= len + 2 * copy_match_overrun; ++limit) {
+                bytes memory = canvas();
+                copy_match_within(&memory[history], dist, len, limit);
+                const bytes expected = copied_one_by_one(dist, len);
+                ASSERT_TRUE(
+                    std::equal(memory.begin(), memory.begin() + end_of(len), expected.begin()))
+                    << "distance " << dist << ", length " << len << ", room " << limit;
+                ASSERT_TRUE(std::all_of(memory.begin() + end_of(limit), memory.end(),
+                                        [](u8 byte) { return byte == 0xEE; }))
+                    << "distance " << dist << ", length " << len << ", room " << limit;
+            }
+        }
+    }
+}
+
 TEST(copy, widened_pattern_repeats_at_the_smallest_multiple_from_16_on)
 {
     static constexpr std::array<u32, 16> wide{0,  16, 16, 18, 16, 20, 18, 21,

@@ -144,7 +144,7 @@ TEST(m1_decoder, decodes_the_example_of_the_format_page)
 
 TEST(m1_decoder, ignores_a_long_match_after_the_end_of_the_block)
 {
-    // A block of two bytes: a match of 7, then one of 2 GiB, which no slack would hold.
+    // A block of two bytes: a match of 7, then one of 2 GiB.
     const bytes stream{'A',  0,    0,    0,    0xE0, 0x00, 0xC0, 0xFF,
                        0xF0, 0xFF, 0xFF, 0xFF, 0x7F, 0x01, 0xEB, 0x00};
     EXPECT_EQ(decode(stream, 2, low), bytes_of("AA"));

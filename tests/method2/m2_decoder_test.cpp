@@ -27,7 +27,7 @@ codec_parameters parameters_at(u32 level)
 }
 
 /// Decodes a payload that other bytes follow into a buffer that is not zero.  Nothing past the
-/// slack of the buffer may change.
+/// block may change.
 bytes decode_among_others(const codec_entry& decoder, bytes payload, usize length, u32 level)
 {
     constexpr u8 other = 0xA5;
@@ -35,14 +35,15 @@ bytes decode_among_others(const codec_entry& decoder, bytes payload, usize lengt
     job.parameters = parameters_at(level);
     job.in_len = static_cast<u32>(payload.size());
     job.out_len = static_cast<u32>(length);
-    payload.resize(payload.size() + payload_slack, other);
-    bytes out(length + 2 * out_slack, other);
+    constexpr usize others = 4096;
+    payload.resize(payload.size() + others, other);
+    bytes out(length + others, other);
     job.in_buf = payload.data();
     job.out_buf = out.data();
     scratch memory(system_allocator);
     job.memory = &memory;
     const u32 length_made = decoder.run(job, decoder.init(job)).length;
-    EXPECT_EQ(std::count(out.end() - out_slack, out.end(), other), i64{out_slack});
+    EXPECT_EQ(std::count(out.end() - others, out.end(), other), i64{others});
     EXPECT_LE(length_made, length);
     out.resize(length_made);
     return out;

@@ -14,7 +14,7 @@ using test::coded;
 using test::m4_plain_coder;
 using test::m4_plain_model;
 using test::random_source;
-using test::with_slack;
+using test::with_zeros;
 using test::written;
 
 // Symbols by hand
@@ -107,7 +107,7 @@ TEST(m4_direct, a_value_of_25_bits_starts_with_its_lowest_24)
     // FFFFFFFF >> 24 = FF; low = ABCDEF * FF = AB222111, and three bytes leave; the range
     // FF000000 >> 1 = 7F800000 is added to 11000000.
     EXPECT_EQ(stream, (bytes{0x00, 0xAB, 0x22, 0x21, 0x90, 0x80, 0x00, 0x00}));
-    const bytes readable = with_slack(stream);
+    const bytes readable = with_zeros(stream);
     range_decoder decoder = start_range_decoder(readable.data());
     bool damaged = false;
     EXPECT_EQ(m4_decode_direct(decoder, 25, damaged), value);
@@ -130,7 +130,7 @@ TEST(m4_direct, values_of_1_to_30_bits_match_the_plain_form_and_come_back)
         });
         plain.flush();
         EXPECT_EQ(stream, plain.out) << count;
-        const bytes readable = with_slack(stream);
+        const bytes readable = with_zeros(stream);
         range_decoder decoder = start_range_decoder(readable.data());
         bool damaged = false;
         for (const u32 value : values)
@@ -212,7 +212,7 @@ TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         plain.flush();
         ASSERT_EQ(stream, plain.out) << seed;
 
-        const bytes readable = with_slack(stream);
+        const bytes readable = with_zeros(stream);
         range_decoder decoder = start_range_decoder(readable.data());
         bool damaged = false;
         for (const item& next : items) {

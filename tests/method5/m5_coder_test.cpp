@@ -14,7 +14,7 @@ using test::coded;
 using test::m5_plain_coder;
 using test::m5_plain_pair;
 using test::random_source;
-using test::with_slack;
+using test::with_zeros;
 using test::written;
 
 void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
@@ -89,7 +89,7 @@ TEST(m5_tree, bits_come_from_the_top_and_pair_0_is_never_touched)
         coded([&](auto& encoder) { m5_encode_tree(encoder, encoding.data(), 5, 3); });
     expect_path_of_101(encoding);
     tree_of_3_bits decoding;
-    const bytes readable = with_slack(stream);
+    const bytes readable = with_zeros(stream);
     range_decoder decoder = start_range_decoder(readable.data());
     EXPECT_EQ(m5_decode_tree(decoder, decoding.data(), 3), 5U);
     expect_path_of_101(decoding);
@@ -108,7 +108,7 @@ TEST(m5_tree, values_of_all_widths_come_back)
             for (const u32 value : values) m5_encode_tree(encoder, encoding.data(), value, width);
         });
         std::vector<m5_prob_pair> decoding(1U << width);
-        const bytes readable = with_slack(stream);
+        const bytes readable = with_zeros(stream);
         range_decoder decoder = start_range_decoder(readable.data());
         for (const u32 value : values) {
             ASSERT_EQ(m5_decode_tree(decoder, decoding.data(), width), value) << width;
@@ -261,7 +261,7 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
         ASSERT_EQ(stream, plain.out) << seed;
 
         std::array<m5_prob_pair, mixture_pairs> decoding;
-        const bytes readable = with_slack(stream);
+        const bytes readable = with_zeros(stream);
         range_decoder decoder = start_range_decoder(readable.data());
         for (const step& next : steps) {
             const u32 value = next.count != 0 ? decode_direct(decoder, next.count)

@@ -51,7 +51,7 @@ inline block_job job_to_decode(buffer_pool& buffers, const bytes& payload, u32 o
     job.codec.in_len = static_cast<u32>(payload.size());
     job.codec.out_len = out_len;
     job.block_count = 1;
-    job.in_alloc = fill_buffer(buffers, payload, payload_slack);
+    job.in_alloc = fill_buffer(buffers, payload, 0);
     job.codec.in_buf = job.in_alloc.get();
     return job;
 }

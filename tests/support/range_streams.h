@@ -27,7 +27,7 @@ bytes coded(Code code)
 }
 
 /// Returns a stream followed by the zeros that a decoder may read past its end.
-inline bytes with_slack(bytes stream)
+inline bytes with_zeros(bytes stream)
 {
     stream.resize(stream.size() + 8);
     return stream;

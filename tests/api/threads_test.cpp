@@ -1,0 +1,360 @@
+// Handles on several threads, cancellation at every moment, and handles that are closed early.
+#include "qrx.h"
+#include "support/process_entries.h"
+#include "support/shapes.h"
+#include "support/temp_dir.h"
+#include "support/waiting.h"
+
+#include <atomic>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace quarnex::test {
+namespace {
+
+constexpr usize block_size = usize{1} << 20;
+constexpr u32 blocks = 4;
+
+struct close_handle {
+    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
+    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
+    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
+};
+template <class Handle>
+using owned = std::unique_ptr<Handle, close_handle>;
+
+/// Options whose progress callback cancels at one call.
+struct cancelling_options : qrx_options {
+    explicit cancelling_options(u32 thread_count) : qrx_options{}
+    {
+        struct_size = sizeof(qrx_options);
+        threads = thread_count;
+        flags = QRX_SEAL;
+        progress = [](void* self_context, uint64_t, uint64_t) {
+            auto& self = *static_cast<cancelling_options*>(self_context);
+            EXPECT_TRUE(self.owner == std::this_thread::get_id());
+            return ++self.calls == self.cancelled_call ? 1 : 0;
+        };
+        event = [](void* self_context, const qrx_event*) {
+            auto& self = *static_cast<cancelling_options*>(self_context);
+            EXPECT_TRUE(self.owner == std::this_thread::get_id());
+            ++self.events;
+        };
+        context = this;
+    }
+    cancelling_options(const cancelling_options&) = delete;
+    cancelling_options& operator=(const cancelling_options&) = delete;
+
+    /// Cancels at call number `call` from now.
+    void cancel_at(u32 call)
+    {
+        calls = 0;
+        cancelled_call = call;
+    }
+
+    const std::thread::id owner = std::this_thread::get_id(); // callbacks run there
+    u32 calls = 0;
+    u32 cancelled_call = 0; // 0: none
+    u32 events = 0;
+};
+
+qrx_params params_of_cell(u32 method, u32 level)
+{
+    qrx_params params{};
+    params.struct_size = sizeof params;
+    params.method = method;
+    params.level = level;
+    params.hash_bits = 12;
+    params.block_mib = 1;
+    return params;
+}
+
+/// Blocks that differ and are coded fast: a text, then zeros.
+bytes make_content(u32 count, u64 seed)
+{
+    bytes content(count * block_size - 100);
+    for (u32 i = 0; i < count; ++i) {
+        const bytes text = find_shape("text").make(50000, seed * 100 + i);
+        std::copy(text.begin(), text.end(),
+                  content.begin() + static_cast<std::ptrdiff_t>(i * block_size));
+    }
+    return content;
+}
+
+bytes compressed(const qrx_params& params, const bytes& content, qrx_options& options,
+                 qrx_status expected = QRX_OK)
+{
+    bytes image(qrx_compress_bound(&params, content.size()));
+    usize size = 0;
+    EXPECT_EQ(qrx_compress(&params, &options, content.data(), content.size(), image.data(),
+                           image.size(), &size),
+              expected);
+    image.resize(size);
+    return image;
+}
+
+bytes restored(const bytes& image, usize length, qrx_options& options, qrx_status expected = QRX_OK)
+{
+    bytes content(length);
+    usize size = 0;
+    EXPECT_EQ(
+        qrx_decompress(&options, image.data(), image.size(), content.data(), content.size(), &size),
+        expected);
+    content.resize(size);
+    return content;
+}
+
+owned<qrx_reader> open_image(const bytes& image, qrx_options& options)
+{
+    qrx_reader* reader = nullptr;
+    EXPECT_EQ(qrx_reader_open_memory(&reader, image.data(), image.size(), &options), QRX_OK);
+    return owned<qrx_reader>(reader);
+}
+
+bytes read_range(qrx_reader* reader, u64 offset, usize size, qrx_status expected = QRX_OK)
+{
+    bytes data(size);
+    usize got = 0;
+    EXPECT_EQ(qrx_reader_read(reader, offset, data.data(), size, &got), expected);
+    data.resize(got);
+    return data;
+}
+
+bool is_part(const bytes& part, const bytes& content, usize offset = 0)
+{
+    return part.size() <= content.size() - offset &&
+           std::equal(part.begin(), part.end(),
+                      content.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+/// A sink that appends to an image; a late header replaces the start.
+qrx_sink sink_to(bytes& image)
+{
+    return {sizeof(qrx_sink),
+            [](void* context, uint64_t offset, const void* src, size_t size) {
+                bytes& to = *static_cast<bytes*>(context);
+                to.resize(std::max<usize>(to.size(), offset + size));
+                std::copy_n(static_cast<const u8*>(src), size, &to[offset]);
+                return 0;
+            },
+            &image};
+}
+
+class interface_threads : public testing::TestWithParam<u32> {
+  protected:
+    const time_guard guard{100};
+    const qrx_params params = params_of_cell(1, 1);
+    const bytes content = make_content(blocks, 1);
+    cancelling_options options{GetParam()};
+    const bytes image = compressed(params, content, options);
+};
+
+INSTANTIATE_TEST_SUITE_P(, interface_threads, testing::Values(0, 3), [](const auto& tested) {
+    return std::to_string(tested.param) + "_threads";
+});
+
+TEST_P(interface_threads, serve_a_call_after_a_cancelled_compression)
+{
+    for (u32 call = 1; call <= blocks; ++call) {
+        options.cancel_at(call);
+        EXPECT_TRUE(compressed(params, content, options, QRX_CANCELLED).empty());
+        EXPECT_EQ(options.calls, call) << "nothing is done after it";
+    }
+    options.cancel_at(blocks + 1);
+    EXPECT_TRUE(compressed(params, content, options) == image);
+    EXPECT_EQ(options.calls, blocks);
+}
+
+TEST_P(interface_threads, deliver_what_was_restored_before_a_cancellation)
+{
+    for (u32 call = 1; call <= blocks; ++call) {
+        options.cancel_at(call);
+        const bytes part = restored(image, content.size(), options, QRX_CANCELLED);
+        EXPECT_EQ(part.size(), std::min(call * block_size, content.size()));
+        EXPECT_TRUE(is_part(part, content));
+        EXPECT_EQ(options.calls, call);
+    }
+    options.cancel_at(0);
+    EXPECT_TRUE(restored(image, content.size(), options) == content);
+}
+
+TEST_P(interface_threads, read_after_a_cancelled_read)
+{
+    const auto reader = open_image(image, options);
+    random_source random(1);
+    for (u32 round = 0; round < 6; ++round) {
+        const usize offset = random.below(2) == 0 ? 0 : random.below(2 * block_size);
+        options.cancel_at(1 + random.below(blocks - 2));
+        const bytes part = read_range(reader.get(), offset, content.size(), QRX_CANCELLED);
+        EXPECT_TRUE(is_part(part, content, offset));
+        options.cancel_at(0);
+        if (random.below(2) == 0) { // continue, and decode ahead
+            const usize next = offset + part.size();
+            EXPECT_TRUE(is_part(read_range(reader.get(), next, 10), content, next));
+        }
+        const usize other = random.below(static_cast<u32>(content.size() - 100000));
+        EXPECT_TRUE(is_part(read_range(reader.get(), other, 100000), content, other));
+    }
+    EXPECT_TRUE(read_range(reader.get(), 0, content.size()) == content);
+    EXPECT_EQ(options.events, 0U);
+}
+
+TEST_P(interface_threads, test_after_a_cancelled_test)
+{
+    const auto reader = open_image(image, options);
+    for (u32 call = 1; call <= blocks; ++call) {
+        options.cancel_at(call);
+        EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CANCELLED);
+        EXPECT_EQ(options.calls, call);
+        options.cancel_at(0);
+        EXPECT_TRUE(is_part(read_range(reader.get(), 1000, block_size), content, 1000));
+    }
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_OK);
+    EXPECT_EQ(options.events, 0U);
+}
+
+TEST_P(interface_threads, find_a_wrong_seal_after_cancelled_reads)
+{
+    bytes damaged = image;
+    damaged.back() ^= 1;
+    const auto reader = open_image(damaged, options);
+    for (u32 call = 1; call < blocks; ++call) {
+        options.cancel_at(call);
+        EXPECT_TRUE(is_part(read_range(reader.get(), 0, content.size(), QRX_CANCELLED), content));
+    }
+    options.cancel_at(0);
+    EXPECT_TRUE(read_range(reader.get(), 0, content.size(), QRX_CHECKSUM_MISMATCH) == content);
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CHECKSUM_MISMATCH);
+    EXPECT_EQ(options.events, 2U);
+}
+
+TEST_P(interface_threads, keep_a_cancelled_writer_cancelled)
+{
+    for (u32 call = 1; call <= blocks; ++call) {
+        bytes written;
+        const qrx_sink sink = sink_to(written);
+        qrx_writer* opened = nullptr;
+        options.cancel_at(call);
+        ASSERT_EQ(qrx_writer_open_sink(&opened, &sink, QRX_UNKNOWN_SIZE, &params, &options),
+                  QRX_OK);
+        const owned<qrx_writer> writer(opened);
+        qrx_status result = QRX_OK;
+        for (usize done = 0; done < content.size() && result == QRX_OK; done += 300000)
+            result = qrx_writer_write(opened, &content[done],
+                                      std::min<usize>(300000, content.size() - done));
+        EXPECT_TRUE(result == QRX_OK || result == QRX_CANCELLED);
+        EXPECT_EQ(qrx_writer_finish(opened), QRX_CANCELLED);
+        EXPECT_NE(qrx_writer_finish(opened), QRX_OK);
+        EXPECT_NE(qrx_writer_write(opened, content.data(), 1), QRX_OK);
+        EXPECT_EQ(options.calls, call);
+    }
+}
+
+TEST_P(interface_threads, end_when_a_reader_is_closed_early)
+{
+    const usize threads = running_threads();
+    for (u32 block = 0; block < blocks; ++block) {
+        const auto reader = open_image(image, options);
+        const usize offset = block * block_size;
+        read_range(reader.get(), offset, 10);
+        // A second read in sequence decodes ahead.
+        EXPECT_TRUE(is_part(read_range(reader.get(), offset + 10, 10), content, offset + 10));
+    }
+    EXPECT_TRUE(becomes_true([&] { return running_threads() == threads; }));
+}
+
+TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
+{
+    const temp_dir dir;
+    const std::string name = dir / "out.qrx";
+    for (const bool existed : {false, true}) {
+        if (existed) write_file(name, to_bytes("old"));
+        for (u32 pieces = 0; pieces <= blocks; ++pieces) {
+            options.cancel_at(pieces);
+            qrx_writer* writer = nullptr;
+            ASSERT_EQ(qrx_writer_open(&writer, name.c_str(), &params, &options), QRX_OK);
+            for (u32 i = 0; i < pieces; ++i) qrx_writer_write(writer, content.data(), block_size);
+            if (pieces % 2 == 1) {
+                EXPECT_EQ(qrx_writer_finish(writer), QRX_CANCELLED);
+            }
+            qrx_writer_close(writer);
+            if (existed) {
+                EXPECT_TRUE(read_file(name) == to_bytes("old"));
+                std::filesystem::remove(name);
+            }
+            EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+            if (existed) write_file(name, to_bytes("old"));
+        }
+    }
+}
+
+/// Compresses, restores, reads and writes with handles of its own, all of several threads.
+void use_all_handles(u32 seed)
+{
+    const u32 threads = seed % 3;
+    const qrx_params params = params_of_cell(1 + seed % 5, seed % 3);
+    const bytes content = make_content(2, seed);
+    cancelling_options options(threads);
+    const bytes image = compressed(params, content, options);
+    EXPECT_TRUE(restored(image, content.size(), options) == content);
+
+    bytes written;
+    const qrx_sink sink = sink_to(written);
+    qrx_writer* opened = nullptr;
+    ASSERT_EQ(qrx_writer_open_sink(&opened, &sink, content.size(), &params, &options), QRX_OK);
+    const owned<qrx_writer> writer(opened);
+    const auto reader = open_image(image, options);
+    random_source random(seed);
+    for (usize done = 0; done < content.size();) {
+        const usize size = std::min<usize>(random.below(900000), content.size() - done);
+        const bytes piece = read_range(reader.get(), done, size);
+        ASSERT_EQ(qrx_writer_write(opened, piece.data(), piece.size()), QRX_OK);
+        done += size;
+    }
+    EXPECT_EQ(qrx_writer_finish(opened), QRX_OK);
+    EXPECT_TRUE(written == image);
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_OK);
+
+    qrx_codec* made = nullptr;
+    ASSERT_EQ(qrx_codec_new(&made, &params, &options), QRX_OK);
+    const owned<qrx_codec> codec(made);
+    bytes payload(block_size + QRX_CODEC_SLACK);
+    bytes block(block_size);
+    usize size = 0;
+    EXPECT_EQ(
+        qrx_codec_compress(made, content.data(), block_size, payload.data(), payload.size(), &size),
+        QRX_OK);
+    EXPECT_EQ(qrx_codec_decompress(made, payload.data(), size, block.data(), block_size), QRX_OK);
+    EXPECT_TRUE(is_part(block, content));
+    EXPECT_EQ(options.events, 0U);
+}
+
+TEST(interface_threads_of_the_caller, use_handles_of_their_own_at_once)
+{
+    const time_guard guard(100);
+    std::vector<std::thread> callers;
+    for (u32 caller = 0; caller < 4; ++caller)
+        callers.emplace_back([caller] { use_all_handles(caller); });
+    for (std::thread& caller : callers) caller.join();
+}
+
+TEST(interface_threads_of_the_caller, take_turns_with_a_handle)
+{
+    const time_guard guard(100);
+    const qrx_params params = params_of_cell(2, 1);
+    const bytes content = make_content(blocks, 3);
+    qrx_options options{};
+    options.struct_size = sizeof options;
+    options.threads = 2;
+    const bytes image = compressed(params, content, options);
+    const auto reader = open_image(image, options);
+    for (u32 turn = 0; turn < blocks; ++turn) {
+        std::thread([&, offset = turn * usize{900000}] {
+            EXPECT_TRUE(is_part(read_range(reader.get(), offset, 900000), content, offset));
+        }).join();
+    }
+}
+
+} // namespace
+} // namespace quarnex::test
