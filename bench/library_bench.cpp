@@ -4,13 +4,13 @@
 //
 // The files are concatenated, up to 16 MiB, as one block.  For each cell:
 //
-//     codec     the codec itself, in and out of buffers with slack
+//     codec     the codec alone, from and to buffers with slack
 //     buffers   qrx_compress() and qrx_decompress() without threads
 //     sealed    the same with a seal
-//     lent      qrx_codec_compress() out of the codec's own buffer
-//     reader    qrx_reader_read() of 64 KiB at a time, blocks of 1 MiB, with 0 to 2 threads
-//     random    qrx_reader_read() of 64 KiB at random places of that file; the time of one read
-//     block     one block of that file
+//     lent      qrx_codec_compress() from the codec's own buffer
+//     read      qrx_reader_read() of 64 KiB at a time, blocks of 1 MiB, with 0 to 2 threads
+//     random    qrx_reader_read() of 64 KiB at random offsets of that file; the time of one read
+//     block     opening that file and reading its first block
 //
 // "min" is the fastest of the repetitions.
 #include "common/owned_array.h"

@@ -1,4 +1,4 @@
-/* buffer.c - compresses and restores one buffer
+/* buffer.c - compresses and decompresses one buffer
  *
  *     cc buffer.c -lqrx && ./a.out FILE
  */
@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* Returns the content of a file, to be freed, or null. */
+/* Returns the content of a file, which the caller frees; null on failure. */
 static unsigned char* load(const char* name, size_t* size)
 {
     unsigned char* data = NULL;
@@ -28,10 +28,10 @@ static unsigned char* load(const char* name, size_t* size)
     return data;
 }
 
-/* Compresses `size` bytes, restores them and compares. */
+/* Compresses `size` bytes, decompresses the result and compares. */
 static qrx_status round_trip(const unsigned char* data, size_t size)
 {
-    qrx_params params = {.struct_size = sizeof params}; /* the rest: the defaults */
+    qrx_params params = {.struct_size = sizeof params}; /* all else: the defaults */
     qrx_options options = {.struct_size = sizeof options};
     const size_t bound = qrx_compress_bound(&params, size);
     unsigned char* image = malloc(bound);
@@ -41,7 +41,7 @@ static qrx_status round_trip(const unsigned char* data, size_t size)
     qrx_status status = QRX_NO_MEMORY;
 
     options.threads = 2;
-    options.flags = QRX_SEAL; /* ends with a checksum of the original */
+    options.flags = QRX_SEAL; /* ends the image with a CRC-32 of the original */
     if (image != NULL && restored != NULL)
         status = qrx_compress(&params, &options, data, size, image, bound, &image_size);
     if (status == QRX_OK)

@@ -1,8 +1,8 @@
-/* progress.c - compresses one file and shows how far it is
+/* progress.c - compresses one file and shows the progress
  *
  *     cc progress.c -lqrx && ./a.out FILE FILE.qrx
  *
- * The result appears under its name when it is complete; after a failure there is none.
+ * The result gets its name when it is complete; a failure leaves no file.
  */
 #include <qrx.h>
 
@@ -13,17 +13,17 @@ struct job {
     uint64_t size;
 };
 
-/* Called after each block.  Any result but 0 would cancel. */
+/* Called after each block.  A result other than 0 would cancel. */
 static int show_progress(void* context, uint64_t done, uint64_t total)
 {
     const struct job* job = context;
-    (void)total; /* unknown: the writer is not told */
+    (void)total; /* 0: unknown to the writer */
     if (job->size != 0)
         fprintf(stderr, "\r%s: %3.0f %%", job->name, 100.0 * (double)done / (double)job->size);
     return 0;
 }
 
-/* Called for each failure. */
+/* Called with the details of a failure. */
 static void show_event(void* context, const qrx_event* event)
 {
     const struct job* job = context;
@@ -31,7 +31,7 @@ static void show_event(void* context, const qrx_event* event)
             event->system_error);
 }
 
-/* Reads the file straight into the writer's buffers. */
+/* Reads the file straight into the writer's block buffer. */
 static qrx_status copy(FILE* source, qrx_writer* writer)
 {
     for (;;) {

@@ -1,4 +1,4 @@
-// range.cpp - prints a range of bytes out of a large file
+// range.cpp - prints a range of the original of a .qrx file
 //
 //     c++ range.cpp -lqrx && ./a.out FILE.qrx OFFSET SIZE
 //

@@ -2,9 +2,9 @@
 //
 //     c++ tar_member.cpp -lqrx && ./a.out ARCHIVE.tar.qrx MEMBER
 //
-// Reads the headers of the archive one by one and skips what lies between them: a block without a
-// header of interest is not even decoded.  Understands plain ustar and GNU archives with names of
-// up to 100 characters.
+// Reads the headers of the archive one by one and skips the content between them: blocks without a
+// header or the member aren't decoded.  Understands ustar and GNU archives with names of up to 100
+// characters.
 #include <qrx.h>
 
 #include <algorithm>
@@ -38,7 +38,7 @@ reader_ptr open(const std::string& name)
     return reader_ptr(reader);
 }
 
-/// Reads a record; returns false at the end of the file.
+/// Reads a record.  Returns false at the end of the file.
 bool read(qrx_reader* reader, std::uint64_t offset, record& dest)
 {
     std::size_t got = 0;
@@ -69,7 +69,7 @@ void print(qrx_reader* reader, std::uint64_t offset, std::uint64_t size)
     }
 }
 
-/// Prints the first member with a name.  Returns false if there is none.
+/// Prints the first member called `name`.  Returns false if there is none.
 bool print_member(qrx_reader* reader, const std::string& name)
 {
     record header{};

@@ -1,4 +1,4 @@
-// fuzz/api_input.h - what the targets of the C interface share
+// fuzz/api_input.h - helpers shared by the fuzz targets of the C interface
 #pragma once
 
 #include "fuzz_target.h"
@@ -13,7 +13,7 @@ namespace quarnex::fuzz {
 
 inline constexpr usize mib = usize{1} << 20;
 
-/// Returns a structure of the interface with its size and zeros.
+/// Returns a structure of the interface with its size set and all else zero.
 template <class Struct>
 Struct sized()
 {
@@ -22,12 +22,12 @@ Struct sized()
     return made;
 }
 
-/// Takes numbers from the front of an input; zeros follow its end.
+/// Takes numbers from the start of an input; zeros past its end.
 class input_bytes {
   public:
     explicit input_bytes(std::span<const u8> input) : left_(input) {}
 
-    /// Returns a number of `size` bytes, little-endian.
+    /// Takes `size` bytes as a little-endian number.
     u32 take(usize size = 1)
     {
         u32 number = 0;
@@ -37,7 +37,7 @@ class input_bytes {
         }
         return number;
     }
-    /// Returns the next `size` bytes, or all that are left.
+    /// Takes the next `size` bytes, or all that are left.
     std::span<const u8> take_bytes(usize size)
     {
         const std::span<const u8> taken = left_.first(std::min(size, left_.size()));

@@ -25,7 +25,7 @@ constexpr u8 keeps_damaged = 8;
 constexpr u32 threads_shift = 4; // 2 bits
 constexpr u8 is_limited = 64;    // to the memory that a reader says it needs
 
-// The faults byte: the number of the read or of the progress call that fails, and each multiple.
+// The faults byte: two periods of 4 bits; every n-th read fails, every m-th progress call cancels.
 constexpr u8 read_faults_mask = 15;
 constexpr u32 cancels_shift = 4;
 
@@ -47,10 +47,10 @@ void bound_sizes(u8 control, bytes& image)
     image[block_mib_offset + 1] = 0;
 }
 
-/// What the callbacks of a reader see, and when they fail.
+/// The callbacks of a reader: what they record, and when they fail.
 struct callbacks {
     const bytes& image;
-    u32 read_period = 0;   // each read whose number is a multiple of it fails; 0: none
+    u32 read_period = 0;   // every read_period-th read fails; 0: none
     u32 cancel_period = 0; // likewise
     u32 reads = 0;
     u32 progress_calls = 0;
@@ -90,7 +90,7 @@ struct callbacks {
         self.failed_reads += fails ? 1 : 0;
         *got = fails ? size / 2 : size;
         std::copy_n(self.image.data() + offset, *got, static_cast<u8*>(dest));
-        return fails && self.failed_reads % 2 == 0 ? 5 : 0; // or just short
+        return fails && self.failed_reads % 2 == 0 ? 5 : 0; // else: a short read
     }
 };
 
@@ -119,9 +119,9 @@ qrx_info info_of(const owned_reader& reader)
 /// What an image contains, as plain readers see it.
 struct expectation {
     qrx_info info{};
-    bool has_content = false;       // else the original is too large
+    bool has_content = false;       // false if the original is too large
     bytes content;                  // with zeros for damage
-    std::vector<qrx_status> blocks; // of reading each block
+    std::vector<qrx_status> blocks; // results of reading each block
 
     explicit expectation(const bytes& image)
     {
@@ -172,7 +172,7 @@ struct expectation {
     }
 };
 
-/// A buffer between two guards.
+/// A buffer between two guard areas.
 class guarded_buffer {
   public:
     explicit guarded_buffer(usize size) : bytes_(size + 2 * guard, fill), size_(size) {}
@@ -371,7 +371,7 @@ u64 needed_memory(const bytes& image, u32 threads)
     return result == QRX_OVER_LIMIT ? events.wanted : 0;
 }
 
-/// Restores the image by one call.
+/// Decompresses the image in one call.
 void restore(const bytes& image, const expectation& expected, qrx_options options)
 {
     guarded_buffer dest(expected.length());

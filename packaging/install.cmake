@@ -34,8 +34,8 @@ if(QUARNEX_LIBRARY)
   include(packaging/library/install.cmake)
 endif()
 
-# The Python package loads the shared library.  Only installed if asked for: each Python has its own
-# directory for packages; this is Debian's.
+# The Python package, not installed by default: each Python has its own directory for packages; this is
+# Debian's.
 set(QUARNEX_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where Python looks for packages")
 install(DIRECTORY python/qrx DESTINATION ${QUARNEX_PYTHON_DIR} COMPONENT python EXCLUDE_FROM_ALL
   PATTERN __pycache__ EXCLUDE)

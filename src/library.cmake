@@ -1,5 +1,5 @@
-# libqrx, shared (qrx) and static (qrx_static).  Neither needs the C++ library: C programs link them with
-# a C compiler.
+# libqrx, shared (qrx) and static (qrx_static).  Neither needs the C++ runtime, so C programs can be linked
+# by a C compiler.
 set(qrx_map ${CMAKE_CURRENT_SOURCE_DIR}/api/qrx.map)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${qrx_map})
 file(STRINGS ${qrx_map} qrx_functions REGEX "^ +qrx_[a-z0-9_]+;$")
@@ -22,14 +22,14 @@ foreach(library qrx qrx_static)
 endforeach()
 
 if(WIN32)
-  # libqrx-0.dll: the number is that of the interface, as in libqrx.so.0.
+  # libqrx-0.dll: 0 is the version of the binary interface, as in libqrx.so.0.
   set(qrx_def ${CMAKE_CURRENT_BINARY_DIR}/qrx.def)
   list(JOIN qrx_functions "\n" exports)
   file(CONFIGURE OUTPUT ${qrx_def} CONTENT "EXPORTS\n@exports@\n" @ONLY)
   target_sources(qrx PRIVATE ${qrx_def})
   set_target_properties(qrx PROPERTIES RUNTIME_OUTPUT_NAME qrx-0)
 else()
-  # --as-needed drops what the compiler adds for C++, as long as nothing uses it.
+  # --as-needed drops the C++ runtime, which the compiler adds, as long as nothing uses it.
   target_link_options(qrx PRIVATE -static-libgcc
     LINKER:--as-needed,-z,defs,--no-undefined-version,--version-script=${qrx_map})
   set_target_properties(qrx PROPERTIES

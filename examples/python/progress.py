@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compresses a file and shows how far it is.  Ctrl-C ends it, and leaves no file.
+"""Compresses a file and shows the progress.  Ctrl-C cancels and leaves no file.
 
 Usage: progress.py SOURCE DEST.qrx [THREADS]
 """
@@ -13,7 +13,7 @@ import qrx
 
 
 class Meter:
-    """Writes the percentage and the speed on standard error."""
+    """Writes the percentage and the speed to standard error."""
 
     def __init__(self, total: int) -> None:
         self._total = total

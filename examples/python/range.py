@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints a range of the original of a .qrx file; only the blocks that hold it are decoded.
+"""Prints a range of the original of a .qrx file; decodes only the blocks that contain it.
 
 Usage: range.py FILE OFFSET SIZE
 """

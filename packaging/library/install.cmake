@@ -1,5 +1,5 @@
-# Installation rules of the library: component `runtime` is what programs need that use it, `development`
-# what is needed to build them.
+# Installation rules of the library.  Programs that use it need component `runtime` to run and `development`
+# to build.
 include(CMakePackageConfigHelpers)
 set(made ${CMAKE_BINARY_DIR}/library)
 file(MAKE_DIRECTORY ${made})
@@ -28,7 +28,7 @@ write_basic_package_version_file(${made}/qrxConfigVersion.cmake COMPATIBILITY Sa
 install(FILES ${made}/qrxConfig.cmake ${made}/qrxConfigVersion.cmake
   DESTINATION ${cmake_package} COMPONENT development)
 
-# pkg-config: written when installing, since the prefix can be chosen then, and moved on Windows.
+# pkg-config: written at install time, when the prefix is known.  On Windows it is relative to the file.
 set(prefix @prefix@)
 set(libdir ${CMAKE_INSTALL_LIBDIR})
 set(includedir ${CMAKE_INSTALL_INCLUDEDIR})

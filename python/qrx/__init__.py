@@ -1,16 +1,17 @@
-"""Compresses and restores .qrx files, in files, buffers and blocks.
+"""Compress and decompress .qrx files, buffers and single blocks.
 
     compress(), decompress()    whole buffers
-    open()                      a file object that reads (at any position) or writes a .qrx file
-    info(), blocks(), test()    what a file is and whether it is sound
-    Codec                       single blocks, for formats of your own
+    open()                      a file object that reads (any range) or writes a .qrx file
+    info(), blocks(), test()    describe a file, and check it for damage
+    Codec                       single blocks, for other container formats
 
-The package calls the shared library libqrx through ctypes.  It looks for the library where the
-environment variable QRX_LIBRARY says, then beside the package, then where the system looks.
+The package calls the shared library libqrx through ctypes.  It looks for the library at
+the path in the environment variable QRX_LIBRARY, then in its own directory, then where the system
+searches.
 
 Functions release the GIL while the library works, so threads run in parallel.  An object may be
 used by several threads; their calls take turns.  Callbacks run on the thread that made the call.
-An exception that a callback raises ends the call and reaches its caller unchanged.
+An exception raised by a callback ends the call and propagates unchanged.
 """
 
 from ._buffers import compress, decompress

@@ -20,24 +20,25 @@ def compress(data: ReadableBuffer, *, method: int = 3, level: int = 3, context_b
              filter: Optional[str] = None, hash_bits: int = 0, chain_bits: int = 0,
              block_mib: int = 0, threads: int = 0, seal: bool = True, memory_limit: int = 0,
              progress: Optional[Progress] = None, for_name: Optional[Name] = None) -> bytes:
-    """Compresses a buffer into the image of a .qrx file.
+    """Compresses a buffer and returns an image: the content of a .qrx file.
 
-    `data` is any object with a contiguous buffer: bytes, bytearray, memoryview, mmap, a NumPy
-    array.  It is not copied, and must not change meanwhile.
+    `data` is any object that exports a contiguous buffer: bytes, bytearray, memoryview, mmap, a
+    NumPy array.  It is not copied, and must not change during the call.
 
-    method: 1 to 5, the entropy coder, from the fastest to the smallest result.
-    level: 0 to 9, the effort of the search for matches.
+    method: 1 to 5, the entropy coder, from the fastest to the strongest.
+    level: 0 to 9, the match finder, from the fastest to optimal parsing.
     context_bits: 0 to 8, the literal context bits of method 4.
-    filter: None, "x86" for x86 machine code, "delta" for records of three bytes.
-    hash_bits, chain_bits: sizes of the search tables, as powers of two; 0: by level.
-    block_mib: size of a block in MiB, up to 2047; 0: 32.  At most 16 at levels 4 to 7.
-    threads: number of threads that code blocks; 0: the calling thread does.
-    seal: whether the result ends with a checksum of the original.
-    memory_limit: bytes that the library may allocate, in addition to the result; 0: any.
+    filter: None, "x86" for x86 machine code, "delta" for three-byte records.
+    hash_bits: log2 of the hash table's entries, 10 to 30; 0: by level.
+    chain_bits: log2 of the candidates per hash value, 1 to 8; 0: by level.
+    block_mib: block size in MiB, 1 to 2047; 0: 32.  Capped at 16 at levels 4 to 7.
+    threads: worker threads, at most MAX_THREADS; 0: the calling thread does the work.
+    seal: ends the result with a CRC-32 of the original.
+    memory_limit: bytes that the library may allocate in addition to the result; 0: unlimited.
     progress: called as progress(done, total) after each block, with bytes of the original.  It
         cancels the call by returning False or by raising an exception.
-    for_name: a file name; sets context_bits and filter by its extension and the content, where
-        they are not given.
+    for_name: a file name; detects context_bits and filter from it and the content, unless they
+        are given.
     """
     params = make_params(method, level, context_bits, filter, hash_bits, chain_bits, block_mib)
     calls = Calls(progress)
@@ -60,16 +61,14 @@ def compress(data: ReadableBuffer, *, method: int = 3, level: int = 3, context_b
 def decompress(data: ReadableBuffer, *, threads: int = 0, memory_limit: int = 0,
                keep_damaged: bool = False, progress: Optional[Progress] = None,
                on_damage: Optional[OnDamage] = None) -> bytes:
-    """Restores the image of a .qrx file, and checks all that can be checked.
+    """Decompresses an image, and makes all checks of test().
 
-    `data` is any object with a contiguous buffer, as for compress().
+    `data` is any object that exports a contiguous buffer, as for compress().
 
-    threads: number of threads that decode blocks; 0: the calling thread does.
-    memory_limit: bytes that the library may allocate, in addition to the result; 0: any.
-    keep_damaged: return what can be decoded, with zeros for the rest, where damage would raise
-        an exception otherwise.
+    threads, memory_limit: as for compress().
+    keep_damaged: replaces what can't be decoded with zeros, instead of raising an exception.
     progress: called as progress(done, total) after each block, as for compress().
-    on_damage: called with a Damage for each fault that is found.
+    on_damage: called with a Damage for each fault found.
     """
     calls = Calls(progress, on_damage)
     options = calls.options(threads, KEEP_DAMAGED if keep_damaged else 0, memory_limit)
@@ -88,7 +87,7 @@ def decompress(data: ReadableBuffer, *, threads: int = 0, memory_limit: int = 0,
 
 
 def _new_original(image: View, size: int) -> NewBytes:
-    """Makes room for the original.  If that fails, the header may be damaged."""
+    """Allocates the result.  Without memory, raises the fault of the layout if there is one."""
     try:
         return NewBytes(size)
     except MemoryError:

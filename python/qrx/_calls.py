@@ -1,10 +1,9 @@
-"""Calls into the library: the callbacks they make, their failures, and handles.
+"""Calls into the library: their callbacks, failures and handles.
 
-A callback must not let an exception escape into C.  It leaves the exception in the Calls object
-and returns an error number, so that the library ends the call, after which the exception is raised
-again.  The same holds for Ctrl-C: Python would raise KeyboardInterrupt at the first instruction of
-a callback, where nothing can catch it, so a handler of our own keeps it for later while the
-library runs.
+A callback must not let an exception escape into C.  It stores the exception in the Calls object and
+returns an error number, so that the library ends the call; then the exception is raised again.  For
+Ctrl-C, Python would raise KeyboardInterrupt at the first instruction of a callback, where nothing
+can catch it, so our own handler defers it while the library runs.
 """
 
 from __future__ import annotations
@@ -22,7 +21,7 @@ from typing import Any, Callable, Container, List, Optional, Tuple, Type
 from ._errors import DAMAGE, Damage, FileName, damage_of, make_error
 from ._library import EVENT, PROGRESS, Options, Status
 
-try:  # the part in C, without the conversion of arguments to enumerations: 10 us less for each call
+try:  # the C part, which doesn't convert arguments to enumerations: saves 10 us a call
     _handlers: Any = importlib.import_module("_signal")
 except ImportError:
     _handlers = signal
@@ -33,7 +32,7 @@ OnDamage = Callable[[Damage], object]
 
 
 class Calls:
-    """The state of the calls of one handle: what its callbacks saw and raised."""
+    """State of the calls of one handle: the events and exceptions of its callbacks."""
 
     def __init__(self, progress: Optional[Progress] = None,
                  on_damage: Optional[OnDamage] = None, name: FileName = None) -> None:
@@ -63,7 +62,7 @@ class Calls:
 
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None:
-        """Ends a call.  Raises KeyboardInterrupt if Ctrl-C came meanwhile."""
+        """Ends a call.  Stores a KeyboardInterrupt if Ctrl-C came meanwhile."""
         if self._previous_handler is not None:
             handler, self._previous_handler = self._previous_handler, None
             _handlers.signal(_SIGINT, handler)
@@ -71,7 +70,7 @@ class Calls:
                 self.error = KeyboardInterrupt()
 
     def check(self, status: int, accept: Container[int] = ()) -> Status:
-        """Raises what a callback raised, or else what the status means unless it is accepted."""
+        """Raises the exception of a callback, or that of the status unless it is in `accept`."""
         if self.error is not None:
             error, self.error = self.error, None
             try:
@@ -103,7 +102,7 @@ class Calls:
         return call
 
     def options(self, threads: int = 0, flags: int = 0, memory_limit: int = 0) -> Options:
-        """Returns options that lead to this object.  They keep it alive."""
+        """Returns options with the callbacks of this object, which they keep alive."""
         return Options(
             threads=in_range("threads", threads, 2**32),
             flags=flags,
@@ -126,7 +125,7 @@ class Calls:
 
 
 class _Interrupt:
-    """A handler of SIGINT for the time of one call."""
+    """A SIGINT handler for the duration of one call."""
 
     def __init__(self, calls: Calls) -> None:
         self._calls = calls
@@ -138,24 +137,24 @@ class _Interrupt:
 
 
 class Handle:
-    """A handle of the library, with a lock: the library wants one thread at a time.
+    """A handle of the library, with a lock: only one thread at a time may use it.
 
-    It is closed once: by close(), when its owner is collected, or at the end of the program, unless
-    a call is still running then in another thread.  A process that was forked off never closes it.
+    It is closed once: by close(), when its owner is collected, or at exit, unless another thread is
+    still in a call then.  A forked child never closes it.
     """
 
     def __init__(self, calls: Calls, close: Callable[[ctypes.c_void_p], None],
                  keep: Tuple[Any, ...]) -> None:
         self.calls = calls
         self._close = close
-        self._keep = keep  # what the library refers to
+        self._keep = keep  # objects that the library refers to
         self._pointer: Optional[ctypes.c_void_p] = None
         self._lock = threading.RLock()
         self._is_busy = False
         self._process = os.getpid()
 
     def open(self, function: Callable[..., int], *arguments: Any) -> None:
-        """Calls a function that makes the handle."""
+        """Calls a function that creates the handle."""
         pointer = ctypes.c_void_p()
         with self.calls:
             status = function(ctypes.byref(pointer), *arguments)
@@ -168,7 +167,7 @@ class Handle:
             raise
 
     def close_with(self, owner: object) -> None:
-        """Closes the handle at the latest when `owner` is collected."""
+        """Closes the handle when `owner` is collected, if it is still open."""
         weakref.finalize(owner, self._close_if_idle)
 
     @property
@@ -178,7 +177,7 @@ class Handle:
 
     def call(self, function: Callable[..., int], *arguments: Any,
              accept: Container[int] = ()) -> Status:
-        """Calls a function of the library with the handle, and raises what it reports."""
+        """Calls a function of the library with the handle, and raises its failures."""
         with self._lock:
             if self._is_busy:
                 raise RuntimeError("a callback can't use the object whose call it belongs to")
@@ -212,7 +211,7 @@ class Handle:
 
 
 def in_range(name: str, value: int, end: int) -> int:
-    """Returns a value from 0 to `end` - 1.  Larger numbers would be cut without an error by C."""
+    """Returns a value from 0 to `end` - 1.  ctypes would truncate others silently."""
     if not 0 <= value < end:
         raise ValueError(f"{name} is out of range: {value}")
     return value

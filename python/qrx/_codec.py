@@ -1,4 +1,4 @@
-"""Single blocks, for formats of one's own."""
+"""Single blocks, for other container formats."""
 
 from __future__ import annotations
 
@@ -16,10 +16,11 @@ if TYPE_CHECKING:
 
 
 class Codec:
-    """Compresses and restores single blocks, and keeps its tables from one to the next.
+    """Compresses and decompresses single blocks, and reuses its memory from block to block.
 
-    The parameters are those of compress().  A payload says neither its length nor its parameters:
-    to restore it, make a codec with the same parameters and pass the length of the block.
+    The parameters are those of compress().  A payload contains neither its parameters nor the
+    length of its block: decompress it with a codec that has the same parameters, and pass the
+    length.
     """
 
     def __init__(self, *, method: int = 3, level: int = 3, context_bits: int = 0,
@@ -35,14 +36,14 @@ class Codec:
 
     @property
     def block_size(self) -> int:
-        """The number of bytes that a block may have."""
+        """Maximum length of a block, in bytes."""
         return self._block_size
 
     def compress(self, block: ReadableBuffer) -> bytes:
         """Returns the payload of a block of 1 byte to block_size bytes.
 
-        It has at most as many bytes as the block.  If it has as many, it is stored: the (filtered)
-        block itself.
+        It is at most as long as the block.  If it is as long, the block is stored: the payload is
+        the (filtered) block itself.
         """
         with View(block) as source:
             if not 1 <= source.size <= self._block_size:
@@ -55,10 +56,10 @@ class Codec:
                 return payload.finish(size.value)
 
     def decompress(self, payload: ReadableBuffer, length: int) -> bytes:
-        """Restores a block of exactly `length` bytes.
+        """Decompresses a block, which has exactly `length` bytes.
 
-        Raises CorruptError if the payload is damaged; a damaged payload can also give wrong bytes
-        unnoticed.
+        Raises CorruptError if the payload is found to be damaged; damage can also go unnoticed and
+        give wrong bytes.
         """
         if not 1 <= length <= self._block_size:
             raise ValueError(f"a block has 1 to {self._block_size} bytes, not {length}")

@@ -1,4 +1,4 @@
-"""Exceptions, and the records of damage that they carry."""
+"""Exceptions, and the faults that they carry."""
 
 from __future__ import annotations
 
@@ -14,29 +14,29 @@ FileName = Union[str, bytes, None]
 
 @dataclass(frozen=True)
 class Damage:
-    """A fault in a .qrx file, or a failure of the system, and its place."""
+    """A fault in a .qrx file or a failure, and its place."""
 
     what: Status
     block: Optional[int]
-    """Index of the block, or None if the fault belongs to no block."""
+    """Index of the block, or None if the fault isn't in a block."""
     offset: int
-    """Of the record or of the bytes concerned, in the .qrx file."""
+    """Offset of the record or bytes in question, in the .qrx file."""
     wanted: int
-    """Number of bytes that should be there; 0 if that says nothing."""
+    """Number of bytes expected, or 0; for some statuses another number: see qrx_event in qrx.h."""
     got: int
-    """Number of bytes that are there."""
+    """Number of bytes found, or 0; likewise."""
     message: str
-    """A sentence in English, without a full stop."""
+    """A description in English, without a full stop."""
     system_error: int = 0
     """Error number of the system, or 0."""
 
 
 class QrxError(Exception):
-    """A failure that the library reports.  ``status`` says which one."""
+    """A failure reported by the library; ``status`` says which."""
 
     status: Status
     damage: Optional[Damage]
-    """Where the fault is, if the library says so."""
+    """Where the fault is, if known."""
 
     def __init__(self, message: str, status: Status = Status.CORRUPT,
                  damage: Optional[Damage] = None) -> None:
@@ -58,11 +58,11 @@ class CorruptError(QrxError):
 
 
 class ChecksumError(QrxError):
-    """The content doesn't match the checksum at the end of the file."""
+    """The content doesn't match the seal, the checksum at the end of the file."""
 
 
 class OverLimitError(QrxError):
-    """More memory is needed than ``memory_limit`` allows."""
+    """``memory_limit`` is too low."""
 
 
 class CancelledError(QrxError):
@@ -88,7 +88,7 @@ for _class in {QrxError, *_CLASSES.values()}:
 
 _SYSTEM_FAILURES = {Status.OPEN_FAILED, Status.READ_FAILED, Status.WRITE_FAILED}
 
-# Statuses that describe the content of a file, and not the circumstances of the call.
+# Statuses that report damage to a file, as opposed to failures of the call.
 DAMAGE = frozenset({
     Status.TRUNCATED,
     Status.CORRUPT,
@@ -102,13 +102,13 @@ DAMAGE = frozenset({
 
 
 def status_text(status: int) -> str:
-    """Returns the library's sentence for a status."""
+    """Returns the library's description of a status."""
     text: bytes = lib.qrx_status_text(status)
     return text.decode("utf-8", "replace")
 
 
 def damage_of(event: Event) -> Damage:
-    """Copies an event, which the library only lends."""
+    """Copies an event, which is valid only during the callback."""
     what = Status(event.what)
     block = None if event.block == NO_BLOCK else int(event.block)
     message = status_text(what)

@@ -15,7 +15,7 @@ from ._writer import QrxWriter, RawWriter, TextWriter
 
 
 def info(file: File) -> Info:
-    """Returns what the header and the layout of a .qrx file say.
+    """Returns what the header and the record heads of a .qrx file say.
 
     `file` is a path or a binary file object that can seek, as for open().
     """
@@ -34,17 +34,17 @@ def blocks(file: File) -> Iterator[BlockInfo]:
 
 def test(file: File, *, threads: int = 0, memory_limit: int = 0,
          progress: Optional[Progress] = None) -> List[Damage]:
-    """Decodes a .qrx file, checks all that can be checked, and returns the faults found.
+    """Decodes a .qrx file, checks everything that can be checked, and returns the faults found.
 
-    The result is empty if the file is sound.  Raises an exception only if that can't be said: the
-    file can't be opened or read, it has no header of a .qrx file, memory is missing, or `progress`
-    cancels.  The arguments are those of open().
+    The result is empty if the file is intact.  Raises an exception only if the test can't be done:
+    the file can't be opened or read, its header isn't that of a .qrx file, memory is exhausted, or
+    `progress` cancels.  The arguments are those of open().
     """
     with open_reader(file, threads, memory_limit, progress) as reader:
         return reader.raw.test()
 
 
-test.__test__ = False  # type: ignore[attr-defined]  # pytest would take it for a test
+test.__test__ = False  # type: ignore[attr-defined]  # or pytest would collect it
 
 
 @overload
@@ -80,21 +80,20 @@ def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 
     """Opens a .qrx file and returns a file object of its original.
 
     file: a path, or a binary file object.  A file object is used from its current position, to its
-        end when reading; it is not closed, and nothing else may use it meanwhile.
+        end when reading.  It is not closed, and must not be used otherwise meanwhile.
     mode: "r" or "rb" to read, "w" or "wb" to write, "rt" or "wt" for text.
 
-    threads: number of threads that code blocks; 0: the calling thread does.
-    memory_limit: bytes that the library may allocate; 0: any.
+    threads: worker threads, at most MAX_THREADS; 0: the calling thread does the work.
+    memory_limit: bytes that the library may allocate; 0: unlimited.
     progress: called as progress(done, total) after each block, with bytes of the original; total is
         None if it is unknown.  It cancels the call by returning False or by raising an exception.
 
     When reading:
-    keep_damaged: deliver what can be decoded, with zeros for the rest, where damage would raise an
-        exception otherwise.
-    on_damage: called with a Damage for each fault that is found.
+    keep_damaged: replaces what can't be decoded with zeros, instead of raising an exception.
+    on_damage: called with a Damage for each fault found.
 
     When writing:
-    size: number of bytes that will be written.  Necessary for a file object that can't seek.
+    size: size of the original in bytes.  Required for a file object that can't seek.
     method, level, context_bits, filter, hash_bits, chain_bits, block_mib, seal: as for compress().
 
     For text:

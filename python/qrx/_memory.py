@@ -1,7 +1,7 @@
 """Memory shared with the library without copies: views of buffers, and new bytes objects.
 
-Both use the C interface of CPython.  The functions come from pythonapi by subscript, which makes
-new function objects: their types stay unknown to other users of pythonapi.
+Both use the C interface of CPython.  Its functions are taken from pythonapi by subscript, which
+makes new function objects, so setting their types doesn't affect other users of pythonapi.
 """
 
 from __future__ import annotations
@@ -19,7 +19,7 @@ if TYPE_CHECKING:
 _WRITABLE = 1  # PyBUF_WRITABLE
 
 _HUGE_PAGES = 14  # MADV_HUGEPAGE of Linux
-_HUGE_SIZE = 4 << 20  # bytes from which on huge pages are asked for
+_HUGE_SIZE = 4 << 20  # results of at least this many bytes get huge pages
 
 
 class _PyBuffer(ctypes.Structure):
@@ -57,7 +57,7 @@ _release_object = _python_function("Py_DecRef", None, [c_void_p])
 
 
 def _system_advice() -> Any:
-    """Returns madvise() of Linux, or None."""
+    """Returns madvise() on Linux, otherwise None."""
     if sys.platform != "linux":
         return None
     function = getattr(ctypes.CDLL(None), "madvise", None)
@@ -70,7 +70,7 @@ _advise = _system_advice()
 
 
 class View:
-    """The memory of an object with contiguous buffer, which stays in place during a with block."""
+    """The memory of an object with a contiguous buffer, which stays in place in a with block."""
 
     __slots__ = ("_buffer", "address", "size")
 
@@ -94,18 +94,18 @@ class NewBytes:
     __slots__ = ("_object", "address")
 
     def __init__(self, size: int) -> None:
-        if size > sys.maxsize - 64:  # the head of the object counts as well
+        if size > sys.maxsize - 64:  # leaves room for the object's header
             raise MemoryError(f"{size} bytes don't fit in a bytes object")
         self._object = c_void_p(_new_bytes(None, size))
         self.address: int = _bytes_address(self._object)
         if _advise is not None and size >= _HUGE_SIZE:
-            # Most of the time of a fast decoder would go into page faults of new memory.
+            # Page faults in new memory would take longer than a fast decoder.
             start = -(-self.address // mmap.PAGESIZE) * mmap.PAGESIZE
             whole = (self.address + size - start) // mmap.PAGESIZE * mmap.PAGESIZE
             _advise(start, whole, _HUGE_PAGES)
 
     def finish(self, size: int) -> bytes:
-        """Returns the object, cut to `size` bytes."""
+        """Returns the object, truncated to `size` bytes."""
         _resize_bytes(self._object, size)
         result: bytes = ctypes.cast(self._object, py_object).value
         return result
@@ -116,5 +116,5 @@ class NewBytes:
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None:
         if self._object:
-            _release_object(self._object)  # the result has a reference of its own
+            _release_object(self._object)  # the result holds its own reference
             self._object = c_void_p()

@@ -15,7 +15,7 @@ Name = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 FILTERS: Dict[Optional[str], int] = {None: FILTER_NONE, "x86": FILTER_X86, "delta": FILTER_DELTA}
 _FILTER_NAMES = {number: name for name, number in FILTERS.items()}
 
-_SAMPLE_SIZE = 1 << 20  # bytes at the start of a file that can say something about its type
+_SAMPLE_SIZE = 1 << 20  # bytes at the start of a file that the detection of its type uses
 
 
 def make_params(method: int, level: int, context_bits: int, filter: Optional[str],
@@ -34,7 +34,7 @@ def make_params(method: int, level: int, context_bits: int, filter: Optional[str
 
 
 def settle(params: Params) -> Params:
-    """Returns a copy without default values.  Raises ValueError if a field is out of range."""
+    """Returns a copy with the values in effect.  Raises ValueError if a field is out of range."""
     settled = Params.from_buffer_copy(params)
     status = Status(lib.qrx_params_settle(ctypes.byref(settled)))
     if status == Status.BAD_ARGUMENT:
@@ -47,7 +47,7 @@ def settle(params: Params) -> Params:
 
 
 def use_type(params: Params, address: Optional[int], size: int, name: Name) -> None:
-    """Sets the context bits and the filter that are not set, by content and name of a file."""
+    """Sets context bits and filter, unless set, by the content and name of a file."""
     chosen = params.filter
     status = lib.qrx_params_for_type(ctypes.byref(params), address, min(size, _SAMPLE_SIZE),
                                      os.fsencode(name))

@@ -1,4 +1,4 @@
-"""Reading .qrx files at any position."""
+"""Reading any range of .qrx files."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ if TYPE_CHECKING:
 
 @dataclass(frozen=True)
 class Info:
-    """What the header and the layout of a .qrx file say."""
+    """What the header and the record heads of a .qrx file say."""
 
     size: int
     """Of the original, in bytes."""
@@ -40,15 +40,15 @@ class Info:
     blocks: int
     """Number of blocks of the original; 0 if it is empty."""
     blocks_found: int
-    """Number of blocks that the file has."""
+    """Number of blocks that have a record."""
     stored_blocks: int
-    """Number of those that are kept uncompressed."""
+    """Number of those that are not compressed."""
     sealed: bool
-    """Whether the file ends with a checksum of the original."""
+    """Whether the file ends with a CRC-32 of the original."""
     seal: Optional[int]
-    """The checksum, a CRC-32."""
+    """That CRC-32, or None."""
     layout: Status
-    """OK, or what is wrong: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES."""
+    """OK, or the first fault: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES."""
 
 
 @dataclass(frozen=True)
@@ -57,11 +57,11 @@ class BlockInfo:
 
     index: int
     original_offset: int
-    """Of the block in the original."""
+    """Offset of the block in the original."""
     length: int
     """Of the block, in bytes."""
     offset: Optional[int]
-    """Of the payload in the .qrx file; None if the file has no record of the block."""
+    """Offset of the payload in the .qrx file; None if the file has no record of the block."""
     payload_size: Optional[int]
     """Of the payload, in bytes; None if the file has no record of the block."""
     stored: bool
@@ -85,7 +85,7 @@ def _make_info(raw: RawInfo, params: Params) -> Info:
 
 
 class RawReader(io.RawIOBase):
-    """A reader of the library as an unbuffered file."""
+    """A reader of the library as an unbuffered file object."""
 
     mode = "rb"
 
@@ -169,7 +169,7 @@ class RawReader(io.RawIOBase):
                 done += got
 
     def _read(self, dest: Optional[int], size: int) -> int:
-        """Reads until damage, which the next call reports, since it can't read any farther."""
+        """Reads up to damage, which the next call raises because it reads no byte."""
         self._check_open()
         if self._position >= self.info.size or size == 0:
             return 0
@@ -182,7 +182,7 @@ class RawReader(io.RawIOBase):
         return got.value
 
     def block_info(self, index: int) -> BlockInfo:
-        """Returns what the file says of one block."""
+        """Describes one block."""
         raw = RawBlockInfo()
         self._handle.call(lib.qrx_reader_block_info, index, byref(raw))
         found = bool(raw.is_found)
@@ -206,10 +206,9 @@ class RawReader(io.RawIOBase):
 class QrxFile(io.BufferedReader):
     """The original of a .qrx file, open for reading: a binary file object that can seek.
 
-    Any part can be read without the rest: only the blocks that hold it are decoded.  Damage raises
-    an exception when the position comes to it; what precedes it is read without one.  The call that
-    reads the last byte of a sealed file raises ChecksumError if the file was read as a whole and
-    doesn't match its checksum.
+    Only the blocks that contain the bytes read are decoded.  Damage raises an exception when the
+    position reaches it; the bytes before it can be read.  The call after which every block of a
+    sealed file has been read raises ChecksumError if the content doesn't match the seal.
     """
 
     raw: RawReader
@@ -226,7 +225,7 @@ class QrxFile(io.BufferedReader):
 
     @property
     def info(self) -> Info:
-        """What the header and the layout of the file say."""
+        """What the header and the record heads of the file say."""
         return self.raw.info
 
     @property

@@ -16,10 +16,10 @@ from ._library import READ, WRITE, Sink, Source
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 File = Union[Path, IO[bytes]]
 
-BUFFER_SIZE = 1 << 17  # bytes that cross to and from the library at once, if calls are smaller
+BUFFER_SIZE = 1 << 17  # buffer size of file objects, in bytes
 _PIECE = 1 << 20  # bytes written at once
 
-# The library takes names as the C library does.  On Windows that excludes most characters.
+# The library passes names to the C library, which limits them to the ANSI code page on Windows.
 names_pass_through = sys.platform != "win32"
 
 
@@ -33,12 +33,12 @@ def is_path(file: object) -> bool:
 
 
 def name_of(file: Any) -> Any:
-    """Returns the path, or the name of a file object, which may be anything or None."""
+    """Returns the path, or the name of a file object: any object or None."""
     return os.fspath(file) if is_path(file) else getattr(file, "name", None)
 
 
 def c_name(path: Path) -> bytes:
-    """Returns a path for the library."""
+    """Returns a path as the library takes it."""
     name = os.fsencode(path)
     if b"\0" in name:
         raise ValueError("embedded null character")
@@ -65,7 +65,7 @@ def make_source(file: Any, calls: Calls) -> Source:
 
 
 def _read_fully(file: Any, dest: int, room: int) -> int:
-    """Reads to an address until `room` bytes or the end of the file are there."""
+    """Reads `room` bytes to an address, or fewer at the end of the file."""
     done = 0
     if not hasattr(file, "readinto"):
         while done < room:
@@ -91,7 +91,7 @@ def _read_fully(file: Any, dest: int, room: int) -> int:
 
 
 class Output:
-    """A file object that is written: from its current position, with gaps if it can seek."""
+    """A file object written from its current position on; out of order if it can seek."""
 
     def __init__(self, file: Any) -> None:
         self.file = file
@@ -101,11 +101,11 @@ class Output:
         self._end = self._start
 
     def write(self, offset: int, source: int, size: int) -> None:
-        """Writes bytes at an offset from where the output began."""
+        """Writes bytes at an offset from the start of the output."""
         if self._start + offset != self._position:
             self._position = self.file.seek(self._start + offset)
         for done in range(0, size, _PIECE):
-            # A copy, because the file object may keep what it gets.
+            # A copy, because the file object may keep a reference.
             self._write_fully(ctypes.string_at(source + done, min(_PIECE, size - done)))
         self._end = max(self._end, self._position)
 
@@ -121,7 +121,7 @@ class Output:
             rest = rest[count:]
 
     def complete(self) -> None:
-        """Moves to the end of what was written."""
+        """Moves to the end of the output."""
         if self._position != self._end:
             self.file.seek(self._end)
 
@@ -145,7 +145,7 @@ def make_sink(output: Output, calls: Calls) -> Sink:
 
 
 class ReplacingFile:
-    """A file that appears under its name when it is complete, as the library writes files."""
+    """A file that gets its name when it is complete, as files written by the library do."""
 
     def __init__(self, path: Path) -> None:
         self._path = os.fsdecode(path)
@@ -164,7 +164,7 @@ class ReplacingFile:
             self.discard()
 
     def discard(self) -> None:
-        """Removes the file, unless it is complete."""
+        """Removes the file unless it is complete."""
         if self.file is not None:
             try:
                 self.file.close()

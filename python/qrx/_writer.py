@@ -21,7 +21,7 @@ if TYPE_CHECKING:
 
 
 class RawWriter(io.RawIOBase):
-    """A writer of the library as an unbuffered file."""
+    """A writer of the library as an unbuffered file object."""
 
     mode = "wb"
 
@@ -65,7 +65,7 @@ class RawWriter(io.RawIOBase):
             raise
 
     def discard(self) -> None:
-        """Makes close() remove the file.  Until then all that is written is ignored."""
+        """Makes close() remove the file, and ignores further writes."""
         self.is_discarded = True
 
     def close(self) -> None:
@@ -129,10 +129,10 @@ class RawWriter(io.RawIOBase):
 
 
 class QrxWriter(io.BufferedWriter):
-    """A .qrx file that is being written: a binary file object.
+    """A .qrx file open for writing: a binary file object.
 
-    close() completes it.  A file with a path appears, or replaces another one, only then.  Nothing
-    appears if discard() is called, if a with block ends by an exception, or if the object is
+    close() completes it.  Only then a file opened by path appears or replaces another one.  It is
+    removed instead after discard(), if the with block ends by an exception, or if the object is
     collected before close().
     """
 
@@ -145,15 +145,15 @@ class QrxWriter(io.BufferedWriter):
     def discard(self) -> None:
         """Closes the file without completing it.
 
-        With a path, nothing remains.  A file object keeps what was written to it, which is no
-        valid .qrx file.
+        A file opened by path is removed.  A file object keeps what was written to it, which isn't
+        a valid .qrx file.
         """
         if not self.closed:
             self.raw.discard()
             self.close()
 
     def close(self) -> None:
-        """Completes the file.  Raises the exception of a write again, if one failed."""
+        """Completes the file.  If a write failed, raises its exception again."""
         if not self.closed:
             super().close()
             if self.raw.failure is not None and not self.raw.is_discarded:
@@ -179,11 +179,11 @@ class QrxWriter(io.BufferedWriter):
 
 
 class TextWriter(io.TextIOWrapper):
-    """Text that is written to a .qrx file, and discarded with it."""
+    """Text written to a .qrx file, which is discarded if this is not closed."""
 
     def __init__(self, file: QrxWriter, encoding: Optional[str], errors: Optional[str],
                  newline: Optional[str]) -> None:
-        # The byte-order mark of UTF-16 is written only at a position that is known to be the start.
+        # TextIOWrapper writes the byte-order mark of UTF-16 only if tell() works and returns 0.
         file.raw.has_start = True
         super().__init__(file, encoding, errors, newline)
         file.raw.has_start = False

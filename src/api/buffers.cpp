@@ -30,7 +30,7 @@ size_t qrx_compress_bound(const qrx_params* params, size_t size)
     file_parameters parameters;
     if (!read_parameters(params, parameters)) return 0;
     const u64 blocks = std::max<u64>(count_blocks(size, parameters.block_size()), 1);
-    // With room for the slack of the last block, no block needs a buffer of its own.
+    // Room for the slack of the last block lets every block be encoded straight into the image.
     const u64 overhead = file_header_bytes + blocks * record_head_bytes + out_slack + seal_bytes;
     return overhead > SIZE_MAX - size ? 0 : static_cast<size_t>(size + overhead);
 }

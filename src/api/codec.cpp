@@ -18,7 +18,8 @@ struct qrx_codec {
     {
     }
 
-    /// Makes `buffer` hold at least `size` bytes; its content is lost if it grows.
+    /// Grows `buffer` to at least `size` bytes, which discards its content.  Returns false without
+    /// memory.
     bool grow_buffer(usize size)
     {
         if (buffer && buffer.get_deleter().size >= size) return true;

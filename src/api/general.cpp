@@ -17,41 +17,41 @@ const char* qrx_status_text(qrx_status status)
     case QRX_OK:
         return "success";
     case QRX_BAD_ARGUMENT:
-        return "an argument is out of range";
+        return "an argument is invalid, or a call comes at the wrong time";
     case QRX_NO_MEMORY:
-        return "memory is exhausted";
+        return "out of memory";
     case QRX_NO_THREAD:
-        return "the system starts no further thread";
+        return "a thread can't be started";
     case QRX_OPEN_FAILED:
         return "a file can't be opened or created";
     case QRX_READ_FAILED:
-        return "a read error occurred";
+        return "read error";
     case QRX_WRITE_FAILED:
-        return "a write error occurred";
+        return "write error";
     case QRX_NOT_QRX:
-        return "this is not a .qrx file";
+        return "not a .qrx file";
     case QRX_TRUNCATED:
         return "the file ends too early";
     case QRX_CORRUPT:
         return "the header or a record head is invalid";
     case QRX_CHECKSUM_MISMATCH:
-        return "the content doesn't match its checksum";
+        return "the content doesn't match the seal";
     case QRX_OVER_LIMIT:
-        return "more memory is needed than the limit allows";
+        return "the memory limit is too low";
     case QRX_CANCELLED:
-        return "the operation was cancelled";
+        return "cancelled";
     case QRX_BUFFER_TOO_SMALL:
-        return "the destination buffer is too small";
+        return "the destination is too small";
     case QRX_BLOCK_SHORT:
         return "a block decodes to too few bytes";
     case QRX_INEXACT_END:
-        return "a block's payload doesn't end where its content ends";
+        return "a payload doesn't end exactly where its block ends";
     case QRX_BLOCK_MISSING:
         return "a block has no record";
     case QRX_BLOCK_REPEATED:
         return "a block has more than one record";
     case QRX_TRAILING_BYTES:
-        return "unknown bytes follow the last record";
+        return "bytes other than a seal follow the last record";
     }
     return "unknown status";
 }

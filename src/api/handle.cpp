@@ -80,7 +80,7 @@ void* handle_services::allocate(void* self, usize size, memory_kind kind)
 {
     auto& handle = *static_cast<handle_services*>(self);
     const qrx_allocator& source = handle.options_.allocator;
-    // Reserved addresses take no memory until they are used.
+    // Address space isn't memory, and a caller's allocator can't reserve it.
     if (kind == memory_kind::reserved)
         return system_allocator.allocate(system_allocator.context, size, kind);
     if (!handle.reserve(size)) return nullptr;

@@ -1,4 +1,5 @@
-// api/handle.h - what the handles of the C interface have in common
+// api/handle.h - structures, options, memory and callbacks, shared by all handles of the C
+// interface
 #pragma once
 
 #include "common/allocator.h"
@@ -13,9 +14,9 @@
 
 namespace quarnex {
 
-/// Copies a structure whose first field is its size, as the caller's version of the header has it.
-/// Fields that the caller's version lacks become zero.  Returns false if the size is impossible or
-/// if fields are set that this version lacks.
+/// Copies a structure from a caller whose version of the header may be older or newer.  Fields that
+/// the caller's version lacks become zero.  Returns false if the size is invalid, or if fields are
+/// set that this version lacks.
 template <class Struct>
 [[nodiscard]] bool read_struct(const Struct* given, Struct& known)
 {
@@ -31,8 +32,8 @@ template <class Struct>
     return true;
 }
 
-/// Fills in a caller's structure as far as it goes.  Fields that only the caller's version has
-/// become zero.
+/// Copies to a caller's structure as many fields as it has; fields that only the caller's version
+/// has become zero.  Returns false if its size is invalid.
 template <class Struct>
 [[nodiscard]] bool write_struct(const Struct& known, Struct* given)
 {
@@ -45,10 +46,10 @@ template <class Struct>
     return true;
 }
 
-/// Copies and tests options; null means the defaults.
+/// Copies and checks options; null means the defaults.
 [[nodiscard]] bool read_options(const qrx_options* given, qrx_options& options);
 
-/// Copies and settles parameters; null means the defaults.
+/// Copies, checks and settles parameters; null means the defaults.
 [[nodiscard]] bool read_parameters(const qrx_params* given, file_parameters& parameters);
 
 /// Fills in a caller's parameters.
@@ -56,7 +57,7 @@ template <class Struct>
 
 qrx_status to_qrx(status result);
 
-/// The options of a handle, and what they stand for inside: memory and callbacks.
+/// The options of a handle, as an allocator and a listener for the engine.
 class handle_services {
   public:
     explicit handle_services(const qrx_options& options);
@@ -69,16 +70,16 @@ class handle_services {
     {
         return options_.memory_limit != 0 ? options_.memory_limit : UINT64_MAX;
     }
-    /// Allocates from the caller's allocator, up to the memory limit.
+    /// An allocator that takes memory from the caller's, up to the memory limit.
     const allocator& memory() const { return memory_; }
-    /// Passes on to the caller's callbacks.
+    /// A listener that calls the caller's callbacks.
     listener watcher();
-    /// Counts `size` bytes that were allocated elsewhere.
+    /// Counts `size` bytes that were allocated without memory().
     void count(u64 size) { used_ += size; }
     qrx_status report(const notice& found) { return to_qrx(watcher().report(found)); }
 
   private:
-    /// Counts `size` bytes unless that exceeds the memory limit.
+    /// Counts `size` bytes; returns false if that would exceed the memory limit.
     bool reserve(u64 size);
     static void* allocate(void* self, usize size, memory_kind kind);
     static void release(void* self, void* memory, usize size, memory_kind kind);
@@ -87,10 +88,10 @@ class handle_services {
 
     const qrx_options options_;
     const allocator memory_;
-    std::atomic<u64> used_{0}; // bytes
+    std::atomic<u64> used_{0}; // bytes allocated
 };
 
-/// Makes a Handle from options, in memory from their allocator; null without memory.
+/// Constructs a Handle in memory from the options' allocator; null without memory.
 template <class Handle, class... Arguments>
 [[nodiscard]] Handle* make_handle(const qrx_options& options, const Arguments&... arguments)
 {

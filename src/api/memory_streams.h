@@ -1,4 +1,4 @@
-// api/memory_streams.h - buffers of the caller as source and sink
+// api/memory_streams.h - the caller's buffers as source and sink
 #pragma once
 
 #include "common/byte_stream.h"
@@ -14,7 +14,7 @@ inline byte_source source_of(const u8* image, u64 size)
     struct memory {
         static int read(void* context, u64 offset, u8* dest, usize size, usize& got)
         {
-            got = size; // file_reader knows the size
+            got = size; // callers never read past byte_source::size
             if (size != 0) std::memcpy(dest, static_cast<const u8*>(context) + offset, size);
             return 0;
         }

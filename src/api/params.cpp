@@ -17,8 +17,8 @@ constexpr u32 min_hash_bits = 10;
 constexpr u32 max_hash_bits = 30;
 constexpr u32 max_chain_bits = 8;
 constexpr u32 max_block_mib = 2047;
-/// The hash tables of levels 0 and 1 are those for a second-level cache of this size, which most
-/// processors have, whatever the machine: the same parameters give the same file everywhere.
+/// Hash tables of levels 0 and 1 are sized for a second-level cache of this size on every machine,
+/// so the same parameters give the same file everywhere.
 constexpr u32 assumed_cache_kib = 1024;
 
 bool are_valid(const qrx_params& params)

@@ -1,4 +1,4 @@
-// api/reader.cpp - qrx_reader: a .qrx file that is open for reading
+// api/reader.cpp - qrx_reader: a .qrx file open for reading
 #include "api/handle.h"
 #include "api/memory_streams.h"
 #include "common/platform/file.h"
@@ -45,7 +45,7 @@ int read_callbacks(void* context, u64 offset, u8* dest, usize size, usize& got)
     return error;
 }
 
-/// Makes a handle; `*reader` is null on failure.
+/// Makes a handle, `*made`.  Sets `*reader` to null.
 qrx_status make_reader(qrx_reader** reader, const qrx_options* options, qrx_reader** made)
 {
     if (reader == nullptr) return QRX_BAD_ARGUMENT;

@@ -1,4 +1,4 @@
-// api/writer.cpp - qrx_writer: a .qrx file that is being written
+// api/writer.cpp - qrx_writer: a .qrx file open for writing
 #include "api/handle.h"
 #include "common/pending_file.h"
 #include "pipeline/file_writer.h"
@@ -21,7 +21,7 @@ struct qrx_writer {
     }
 
     handle_services services;
-    pending_file file; // for a writer by name
+    pending_file file; // of qrx_writer_open()
     u64 position = 0;  // in `file`
     bool has_name = false;
     bool is_finished = false;
@@ -48,7 +48,7 @@ int write_callbacks(void* context, u64 offset, const u8* src, usize size)
     return sink.write(sink.context, offset, src, size);
 }
 
-/// Makes a handle and reads the parameters; `*writer` is null on failure.
+/// Reads the parameters and makes a handle, `*made`.  Sets `*writer` to null.
 qrx_status make_writer(qrx_writer** writer, const qrx_params* params, const qrx_options* options,
                        qrx_writer** made, file_parameters& parameters)
 {
@@ -78,7 +78,7 @@ qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_para
     if (result != QRX_OK) return result;
     if (name == nullptr) return hand_out(made, writer, QRX_BAD_ARGUMENT);
     made->has_name = true;
-    // The file comes last, so that nothing is touched if the memory limit is too low.
+    // The file is created last: nothing is touched if the memory limit is too low.
     result = made->open({write_file, made}, parameters, unknown_size);
     if (result == QRX_OK) {
         const int error = made->file.create(name);

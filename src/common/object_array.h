@@ -1,4 +1,4 @@
-// common/object_array.h - a fixed number of objects with constructors and destructors
+// common/object_array.h - an array of objects that can be neither moved nor copied
 #pragma once
 
 #include "common/owned_array.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex {
 
-/// Objects that are made in place and neither moved nor copied, in memory from an allocator.
+/// Objects constructed in place, in memory from an allocator.
 template <class T>
 class object_array {
   public:
@@ -19,7 +19,7 @@ class object_array {
         while (size_ != 0) (*this)[--size_].~T();
     }
 
-    /// Makes `count` objects by T().  Returns false without memory.  Called once.
+    /// Constructs `count` objects by T().  Returns false without memory.  Called once.
     [[nodiscard]] bool make(const allocator& source, u32 count)
     {
         memory_ = make_array<storage>(source, count);

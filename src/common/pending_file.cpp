@@ -6,8 +6,8 @@
 namespace quarnex {
 namespace {
 
-// The temporary name is short, so that a long final name leaves room for it.  The digits are
-// counted up until the name is free.
+// Independent of the final name, which may already be as long as the file system allows.  The
+// hexadecimal digits are counted up until the name is free.
 constexpr const char* temporary_name = ".qrx-0000.tmp";
 constexpr usize digits_offset = 5;
 constexpr usize digit_count = 4;
@@ -54,7 +54,7 @@ int pending_file::create(const char* name)
         std::memcpy(name_.get(), name, size);
         error = create_temporary(name, directory_bytes);
     }
-    if (error != 0) temporary_.reset(); // there is nothing to remove
+    if (error != 0) temporary_.reset(); // no file to remove
     return error;
 }
 
@@ -78,7 +78,7 @@ int pending_file::commit()
     int error = file.flush();
     if (const int closed = file.close(); error == 0) error = closed;
     if (error == 0) error = rename_file(temporary_.get(), name_.get());
-    if (error == 0) temporary_.reset(); // it has its name
+    if (error == 0) temporary_.reset(); // renamed
     discard();
     return error;
 }

@@ -6,8 +6,8 @@
 
 namespace quarnex {
 
-/// Written under a temporary name in the directory of its final name; commit() renames it.  Whoever
-/// opens the final name finds the old file or the complete new one.
+/// Written under a temporary name in the directory of its final name; commit() renames it
+/// atomically, so the final name always refers to the old file or to the complete new one.
 class pending_file {
   public:
     explicit pending_file(const allocator& source) : source_(source) {}
@@ -16,11 +16,11 @@ class pending_file {
     /// Removes the file unless it was committed.
     ~pending_file();
 
-    /// Creates the file.  Returns errno, EEXIST if `name` is a directory, a device or a link to
-    /// one. Called once.
+    /// Creates the file.  Returns 0 or errno: EEXIST if `name` is a directory, a device or a link
+    /// to one.  Called once.
     [[nodiscard]] int create(const char* name);
-    /// Flushes the content to the device, closes the file and gives it its name.  Returns errno;
-    /// the file is removed on failure.
+    /// Flushes the content to the device, closes the file and renames it.  Returns 0 or errno; the
+    /// file is removed on failure.
     [[nodiscard]] int commit();
 
     /// The open file.

@@ -1,7 +1,7 @@
-// format/checksum.h - CRC-32 of the original, and the seal that ends a file with it
+// format/checksum.h - CRC-32 of the original, for the seal at the end of a file
 //
-// The polynomial and conventions of gzip and PNG.  Blocks are summed independently and their sums
-// combined, so the order in which they are coded doesn't matter.
+// Polynomial and conventions of gzip and PNG.  The CRC-32s (sums) of blocks are computed
+// independently and combined, so blocks can be coded in any order.
 #pragma once
 
 #include "common/types.h"
@@ -9,16 +9,16 @@
 namespace quarnex {
 
 /// Size of the seal: the CRC-32 of the original, little-endian, after the last record.  Readers
-/// that know no seals stop at fewer than five bytes, and ignore it.
+/// that don't know seals ignore it: they stop where fewer than five bytes are left.
 inline constexpr usize seal_bytes = 4;
 
-/// Returns the CRC-32 of `size` bytes, continued from `sum`, which is 0 at the start.
+/// Updates a running CRC-32, which starts at 0, with `size` bytes and returns it.
 u32 crc32(u32 sum, const u8* data, usize size);
 
-/// Returns the CRC-32 of two pieces in a row from their sums, in O(log second_size) steps.
+/// Returns the CRC-32 of two pieces concatenated, from the CRC-32 of each, in O(log second_size).
 ///
-/// Appending n zero bits multiplies a sum, as a polynomial over GF(2), by x^n modulo the
-/// generator; sums are linear otherwise (as in zlib's crc32_combine() by Adler).
+/// Shifts the first CRC-32, a polynomial over GF(2), by multiplying it by x^(8 * second_size)
+/// modulo the generator, then adds the second (as in zlib's crc32_combine() by Adler).
 u32 combine_crc32(u32 first, u32 second, u64 second_size);
 
 } // namespace quarnex

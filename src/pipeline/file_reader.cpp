@@ -9,7 +9,7 @@
 namespace quarnex {
 namespace {
 
-/// True for faults of the file, as opposed to those of the system.
+/// True for damage to the file, as opposed to failures of the system or of the call.
 bool is_damage(status fault)
 {
     switch (fault) {
@@ -140,7 +140,7 @@ status file_reader::run(const request& wanted, u64& done, bool skips_damage)
             fault = watcher_.report_progress(done, original_size());
         }
         if (fault != status::done) {
-            coder_->drop_all(); // blocks can be on their way to `dest`
+            coder_->drop_all(); // workers may be decoding into `dest`
             return fault;
         }
     }
@@ -169,7 +169,7 @@ status file_reader::run_block(u32 block, const request& wanted, u64& done, bool 
         loaded.is_summed = false;
         fault = add_sum(block, loaded.sum);
     }
-    if (is_direct) { // later calls can't use it
+    if (is_direct) { // the block is in the caller's memory: later calls can't use it
         coder_->pop();
         ++first_;
     }

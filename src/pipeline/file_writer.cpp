@@ -116,8 +116,8 @@ void file_writer::submit_block()
     coder_.submit();
 }
 
-/// Returns where the payload of the block that is being filled goes if the file is in memory, its
-/// place is known and has room for the encoder; otherwise null.
+/// Returns where to encode the block being filled, directly into a file in memory; null if the file
+/// isn't in memory, earlier blocks are unwritten, or the encoder's slack doesn't fit.
 u8* file_writer::find_place() const
 {
     const usize needed = record_head_bytes + filled_ + out_slack;
@@ -135,7 +135,7 @@ status file_writer::write_raw(const u8* payload, usize size, usize length, const
         filled_ != 0 || length == 0 || length > block_size() || size > length || length > left();
     if (is_bad) return status::bad_argument;
     if (const status room = make_room(); room != status::done) return room;
-    filling_.reset(); // lent, and not filled
+    filling_.reset(); // lent, but not filled
     ordered_block& next = coder_.next();
     next.is_summed = seals_ && sum == nullptr;
     if (sum != nullptr) next.sum = *sum;

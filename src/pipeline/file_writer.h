@@ -14,8 +14,8 @@ namespace quarnex {
 
 inline constexpr u64 unknown_size = UINT64_MAX;
 
-/// Blocks that a writer with `threads` threads has in memory besides the one that is being filled:
-/// two for each thread, so that a slow block doesn't stop the others.
+/// Number of blocks that a writer with `threads` threads holds besides the one being filled: two
+/// for each thread, so that a slow block doesn't stall the others.
 constexpr u32 writer_capacity(u32 threads)
 {
     return threads == 0 ? 1 : 2 * threads;
@@ -23,31 +23,31 @@ constexpr u32 writer_capacity(u32 threads)
 
 class file_writer {
   public:
-    /// A writer of `original_size` bytes, or unknown_size, with settled parameters.  `source` and
-    /// what `file` points to must outlive it.
+    /// A writer with settled parameters; `original_size` may be unknown_size.  `source` and what
+    /// `file` points to must outlive it.
     file_writer(const allocator& source, const byte_sink& file, const listener& watcher,
                 const file_parameters& parameters, u32 threads, bool seals, u64 original_size);
     file_writer(const file_writer&) = delete;
     file_writer& operator=(const file_writer&) = delete;
 
     /// Starts the threads, and writes the header if the size is known.  Called once, first.  Fails
-    /// with status::over_limit if the writer can need more than `memory_limit` bytes.
+    /// with status::over_limit if the writer may need more than `memory_limit` bytes.
     [[nodiscard]] status open(u64 memory_limit);
 
-    /// Appends bytes of the original: all of them, or none if they are more than are left.  After a
-    /// failure every call returns it again; a call that is refused as status::bad_argument changes
-    /// nothing.
+    /// Appends bytes of the original: all of them, or none if they exceed the declared size.  After
+    /// a failure, every call returns it again; status::bad_argument changes nothing.
     [[nodiscard]] status write(const u8* src, usize size);
-    /// Returns where the next bytes of the original can be put, and how many; see advance().
+    /// Lends the address for the next bytes of the original; `room` receives how many fit.  See
+    /// advance().
     [[nodiscard]] status lend(u8*& dest, usize& room);
-    /// Appends the first `size` bytes that were put at lend()'s `dest`.
+    /// Appends the first `size` bytes at the address from lend().
     [[nodiscard]] status advance(usize size);
 
-    /// Appends a block of `length` bytes by its payload; only at a block border.  `sum` is the
-    /// CRC-32 of the block, or null: then the payload is decoded if the file is sealed.
+    /// Appends a coded block of `length` bytes; only at a block boundary.  `sum` is the CRC-32 of
+    /// the block; if it is null, the payload of a sealed file is decoded to compute it.
     [[nodiscard]] status write_raw(const u8* payload, usize size, usize length, const u32* sum);
 
-    /// Writes everything that is left, the seal, and the header if the size was unknown.
+    /// Writes the remaining blocks, the seal, and the header if the size was unknown.
     [[nodiscard]] status finish();
 
   private:
@@ -76,13 +76,13 @@ class file_writer {
     const u32 threads_; // those that can have work
     ordered_coder coder_;
 
-    block_buffer filling_;  // the block that is being filled
+    block_buffer filling_;  // the block being filled
     u32 filled_ = 0;        // bytes in it
-    u32 lent_ = 0;          // bytes of it that lend() offered
-    u64 original_size_ = 0; // bytes in the submitted blocks
-    u32 submitted_ = 0;     // blocks
+    u32 lent_ = 0;          // bytes after those that lend() offered
+    u64 original_size_ = 0; // bytes in submitted blocks
+    u32 submitted_ = 0;     // number of submitted blocks
     bool is_ended_ = false; // by a raw block shorter than the block size, or by finish()
-    u64 written_size_ = 0;  // bytes of the original in the written blocks
+    u64 written_size_ = 0;  // bytes of the original in written blocks
     u64 position_ = file_header_bytes;
     u32 sum_ = 0; // of the written blocks
     status failure_ = status::done;

@@ -9,11 +9,10 @@
 namespace quarnex {
 namespace {
 
-/// The ring, the threads and names; for each block of the ring and each thread.
+/// Allowance, for each block of the ring and each thread, for the ring, the threads and names.
 constexpr u64 small_things = 4096;
 
-/// Bytes of the blocks in a ring of `capacity` blocks that are coded by `codec`, each with its
-/// input and its output, and of the codecs at work.
+/// Bytes of a ring of `capacity` blocks, each with input and output, and of the codecs at work.
 u64 coder_memory(const codec_entry& codec, const codec_parameters& parameters, u64 length,
                  u32 threads, u64 capacity)
 {

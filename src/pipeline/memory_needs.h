@@ -1,11 +1,11 @@
-// pipeline/memory_needs.h - upper bounds of the memory of file_reader and file_writer
+// pipeline/memory_needs.h - upper bounds on the memory of file_reader and file_writer
 #pragma once
 
 #include "format/file_parameters.h"
 
 namespace quarnex {
 
-/// Bytes for blocks of up to `length` bytes, with `threads` threads, besides a reader's index.
+/// Bytes for blocks of up to `length` bytes with `threads` threads, not counting a reader's index.
 u64 reader_memory(const file_parameters& parameters, u64 length, u32 threads);
 u64 writer_memory(const file_parameters& parameters, u64 length, u32 threads);
 

@@ -1,6 +1,6 @@
 // pipeline/notices.h - what file_reader and file_writer report
 //
-// All reports come from the thread that calls the reader or the writer, in the order of the file.
+// All reports are made on the thread that calls the reader or writer, in file order.
 #pragma once
 
 #include "common/types.h"
@@ -10,21 +10,21 @@ namespace quarnex {
 
 inline constexpr u64 no_block = UINT64_MAX;
 
-/// A failure, or damage found.
+/// A failure or damage.
 struct notice {
     status what;
     u64 block = no_block;
     u64 offset = 0; // in the .qrx file
-    u64 wanted = 0;
+    u64 wanted = 0; // with `got`: as in qrx_event of qrx.h
     u64 got = 0;
-    int cause = 0; // errno or the value of a callback
+    int cause = 0; // errno, or the error number of a callback
 };
 
 /// Callbacks of a reader or writer; each may be null.
 struct listener {
     void (*tell)(void* context, const notice& found) = nullptr;
-    /// `done` of `total` bytes of the original are complete; total is 0 if it is unknown.
-    /// Returning false cancels.
+    /// `done` is the offset reached in the original, `total` its size (0 if unknown).  Returns
+    /// false to cancel.
     bool (*advance)(void* context, u64 done, u64 total) = nullptr;
     void* context = nullptr;
 
@@ -34,7 +34,7 @@ struct listener {
         if (tell != nullptr) tell(context, found);
         return found.what;
     }
-    /// Reports progress; returns status::cancelled if that cancels.
+    /// Reports progress; returns status::cancelled if the callback cancels.
     status report_progress(u64 done, u64 total) const
     {
         return advance == nullptr || advance(context, done, total) ? status::done

@@ -8,7 +8,7 @@
 namespace quarnex {
 namespace {
 
-/// Filters and encodes a block, or decodes it, and sums the original.
+/// Filters and encodes a block, or decodes it, and computes the sum of the original.
 void code(buffer_pool& buffers, scratch& memory, ordered_block& block)
 {
     block_job& job = block.job;
@@ -21,7 +21,7 @@ void code(buffer_pool& buffers, scratch& memory, ordered_block& block)
     u8* const dest = job.codec.out_buf;
     block.result = code_block(buffers, memory, job, block.finished);
     if (block.result.status == block_status::uncoded) {
-        // Idle buffers can hold the memory that the codec lacks.
+        // No memory for the codec: free the idle buffers and try again.
         block.finished = {};
         job.codec.out_buf = dest;
         buffers.free_idle();

@@ -15,20 +15,20 @@
 
 namespace quarnex {
 
-/// A block on its way through an ordered_coder.
+/// A block in the ring of an ordered_coder.
 struct ordered_block {
     block_job job;
-    /// Whether coding also sums the original: before the filter, or after it is undone.
+    /// True if coding also computes the CRC-32 of the original: before the filter is applied, or
+    /// after it is undone.
     bool is_summed = false;
-    /// The record in the file when there is nothing to encode: the block is only decoded to check
-    /// it.
+    /// Record of a raw block, which is written as it is: coding only decodes it for its sum.
     block_buffer raw_record;
     u32 raw_size = 0;
-    /// status::done, or why the block can't be had.  Set by the caller, who then skips coding, or
-    /// by coding.
+    /// status::done, or why the block is not available.  Set by the caller, who then uses
+    /// submit_finished(), or by coding.
     notice fault{.what = status::done};
-    bool is_reported = false; // for the caller
-    u32 length = 0;           // of the original, for the caller
+    bool is_reported = false; // used by the caller only
+    u32 length = 0;           // of the block, in bytes; used by the caller only
 
     // Set by coding.
     write_job finished;
@@ -36,7 +36,7 @@ struct ordered_block {
     u32 sum = 0; // CRC-32 of the original
 };
 
-/// Sets the fault of a decoded block that is short or whose payload has an inexact end.
+/// Sets the fault of a decoded block that is short or whose payload ends inexactly.
 void find_fault(ordered_block& decoded);
 
 /// Of `threads` threads, how many can have work in a file of `blocks` blocks.
@@ -51,7 +51,7 @@ class ordered_coder {
     ordered_coder(const allocator& source, u32 threads, u32 blocks);
     ordered_coder(const ordered_coder&) = delete;
     ordered_coder& operator=(const ordered_coder&) = delete;
-    /// Drops all blocks and ends the threads.
+    /// Drops all blocks and joins the threads.
     ~ordered_coder();
 
     /// Makes the ring and starts the threads.  Called once.
@@ -63,16 +63,16 @@ class ordered_coder {
     /// Returns the next free block of the ring, emptied, to be filled in for submit().  Requires
     /// !full().
     ordered_block& next();
-    /// Submits next() to be coded.
+    /// Submits the block from next() for coding.
     void submit();
-    /// Appends next() as it is, with its outcome: coding is skipped.
+    /// Appends the block from next() without coding it; the caller has set its outcome.
     void submit_finished();
 
     /// Waits for the oldest block and returns it.  Requires a size() of 1 or more.
     ordered_block& front();
-    /// Removes front().  It must be finished.
+    /// Removes the oldest block, which must be finished.
     void pop();
-    /// Removes all blocks; those that are not started are dropped without being coded.
+    /// Removes all blocks, after waiting for those that are being coded; the rest isn't coded.
     void drop_all();
 
     const u32 thread_count;
@@ -93,17 +93,17 @@ class ordered_coder {
     const allocator& source_;
     object_array<slot> ring_;
     object_array<system_thread> threads_;
-    scratch memory_; // without threads
+    scratch memory_; // of the caller's thread, if there are no workers
 
-    // Numbers of blocks since the start.  The caller's thread alone changes head_ and tail_.
+    // Blocks counted since the start.  Only the caller's thread changes head_ and tail_.
     u64 head_ = 0;
     u64 tail_ = 0;
     guard_mutex mutex_;
-    guard_condition work_;                      // a block was submitted, or the end
+    guard_condition work_;                      // a block was submitted, or is_ending_
     guard_condition finished_;                  // a block is finished
     u64 submitted_ GUARDED_BY(mutex_) = 0;      // tail_, as the workers see it
-    u64 next_to_code_ GUARDED_BY(mutex_) = 0;   // up to submitted_
-    bool is_ending_ GUARDED_BY(mutex_) = false; // threads end
+    u64 next_to_code_ GUARDED_BY(mutex_) = 0;   // at most submitted_
+    bool is_ending_ GUARDED_BY(mutex_) = false; // threads exit
 };
 
 } // namespace quarnex

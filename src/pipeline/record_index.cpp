@@ -9,10 +9,10 @@
 namespace quarnex {
 namespace {
 
-/// How far ahead of its record a block can be.
+/// Largest difference between the number of a block and that of its record.
 constexpr u64 max_displacement = 127;
 
-/// Reads exactly `size` bytes that the file should have.
+/// Reads exactly `size` bytes; fewer are reported as truncation.
 status read_exactly(const byte_source& file, const listener& watcher, u64 offset, u8* dest,
                     usize size)
 {
@@ -35,7 +35,7 @@ status record_index::read_header(const byte_source& file, const listener& watche
     const status read = read_exactly(file, watcher, 0, bytes.data(), size);
     if (read != status::done) return read;
     file_header header{};
-    // A file of a few bytes is truncated only if it starts like a .qrx file.
+    // A file shorter than a header is truncated if it starts like a .qrx file, otherwise not one.
     if (!unpack_file_header(bytes, header)) return watcher.report({.what = status::not_qrx});
     if (size != bytes.size())
         return watcher.report({.what = status::truncated, .wanted = bytes.size(), .got = size});
@@ -171,7 +171,7 @@ void record_index::report_missing(const listener& damage_watcher)
     const u32 count = layout_.record_count();
     for (u32 block = skip_to(0, false); block < count;) {
         u32 end = skip_to(block, true);
-        if (end == place_count_) end = count; // no block from there on has a place
+        if (end == place_count_) end = count; // blocks from there on can't have a record
         note(damage_watcher,
              {.what = status::block_missing, .block = block, .wanted = end - block});
         block = skip_to(end, false);

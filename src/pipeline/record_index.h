@@ -1,7 +1,7 @@
-// pipeline/record_index.h - where the record of each block lies in a file
+// pipeline/record_index.h - offset and size of each block's payload in a file
 //
-// The heads of all records are read and checked once: five bytes for each block.  Then blocks can
-// be read in any order.
+// The heads of all records, five bytes each, are read and checked once.  Then blocks can be read in
+// any order.
 #pragma once
 
 #include "common/byte_stream.h"
@@ -13,11 +13,11 @@
 
 namespace quarnex {
 
-/// The payload of a block.
+/// Where the payload of a block is.
 struct block_place {
     u64 offset = 0; // in the file; 0 if the block has no record
     u32 size = 0;
-    bool is_summed = false; // for the owner of the index
+    bool is_summed = false; // used by the owner of the index only
 
     bool is_found() const { return offset != 0; }
 };
@@ -34,8 +34,8 @@ class record_index {
     }
 
     /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
-    /// noted in layout_fault(), but is not a failure: what was found can be used.  A second call
-    /// only reports the damage once more.
+    /// noted in layout_fault(), but is not a failure: the blocks found can be read.  A second call
+    /// only reports the damage again.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
     /// Sets is_summed of all blocks to false.
@@ -50,26 +50,27 @@ class record_index {
     status layout_fault() const { return layout_fault_; }
 
     u64 offset_of(u32 block) const { return block * layout_.parameters.block_size(); }
-    /// Length of a block in bytes; 0 for the only one of an empty file.  A block that has a record
-    /// has at most INT32_MAX bytes.
+    /// Length of a block in bytes; 0 for the only block of an empty file.  At most INT32_MAX for a
+    /// block that has a record.
     u64 length_of(u32 block) const;
-    /// Index of the first block from `block` on that has a record (`is_found`) or has none; the
-    /// number of blocks that can have one if there is no such block.
+    /// Returns the first block from `block` on that has a record (if `is_found`) or has none (if
+    /// not); without one, the number of blocks that can have a record.
     u32 skip_to(u32 block, bool is_found) const;
-    /// The place of a block, or null if it has none.
+    /// Returns the place of a block, or null if it has no record.
     block_place* find(u32 block);
     const block_place* find(u32 block) const;
 
   private:
     u32 max_places(const byte_source& file) const;
-    /// Reads the record at `position` and moves past it, unless that is impossible.
+    /// Reads the record head at `position` and moves past the record; stays there if it is invalid
+    /// or cut.
     [[nodiscard]] status read_record(const byte_source& file, const listener& watcher,
                                      const listener& damage_watcher, u32 sequence, u64& position);
     [[nodiscard]] status read_end(const byte_source& file, const listener& watcher,
                                   const listener& damage_watcher, u64 position);
-    /// Reports each run of missing blocks as one fault, with the number of blocks as `wanted`.
+    /// Reports each run of missing blocks as one fault; `wanted` is its length in blocks.
     void report_missing(const listener& damage_watcher);
-    /// Reports a fault of the layout.
+    /// Reports a fault of the layout, and keeps the first one.
     void note(const listener& damage_watcher, const notice& fault);
 
     file_layout layout_{};

@@ -19,14 +19,14 @@ enum class status : u8 {
     corrupt,               // the source's header and records are inconsistent
     stopped,               // an earlier file failed
     cancelled,             // by the observer
-    bad_argument,          // an argument is out of range, or a call comes at the wrong time
-    over_limit,            // more memory is needed than is allowed
-    too_small,             // the destination has too little room
-    block_short,           // a block decodes to fewer bytes than it has
-    inexact_end,           // a payload does not end where its block ends
+    bad_argument,          // an argument is invalid, or a call comes at the wrong time
+    over_limit,            // the memory limit is too low
+    too_small,             // the destination is too small
+    block_short,           // a block decodes to fewer bytes than its length
+    inexact_end,           // a payload doesn't end exactly where its block ends
     block_missing,         // a block has no record
     block_repeated,        // a block has more than one record
-    trailing_bytes,        // bytes that are no seal follow the last record
+    trailing_bytes,        // bytes other than a seal follow the last record
     checksum_mismatch,     // the original doesn't match the seal
 };
 

@@ -1,4 +1,4 @@
-// api/api_fixture.h - C++ clothes for calls of the C interface in tests
+// api/api_fixture.h - C++ wrappers of the C interface for tests
 #pragma once
 
 #include "qrx.h"
@@ -74,7 +74,7 @@ using reader_ptr = std::unique_ptr<qrx_reader, close_reader>;
 using writer_ptr = std::unique_ptr<qrx_writer, close_writer>;
 using codec_ptr = std::unique_ptr<qrx_codec, free_codec>;
 
-/// Data of `blocks` blocks of 1 MiB and some bytes more, compressible and different in each.
+/// Returns `blocks` blocks of 1 MiB and some more bytes: compressible, and different in each block.
 inline bytes sample_data(u32 blocks, usize more = 12345)
 {
     bytes data = find_shape("text").make(blocks * mib + more, 7);
@@ -93,7 +93,7 @@ inline bytes compressed(const bytes& data, const qrx_params& params, u32 flags =
     return image;
 }
 
-/// Opens an image, which must stay where it is.
+/// Opens an image, which must outlive the reader.
 inline reader_ptr open_image(const bytes& image, const qrx_options* options = nullptr)
 {
     qrx_reader* reader = nullptr;

@@ -6,7 +6,7 @@
 namespace quarnex::test {
 namespace {
 
-/// Restores an image to a buffer of exactly its size; expects a status.
+/// Decompresses an image to a buffer of exactly the original size; expects a status.
 bytes restored(const bytes& image, usize capacity, qrx_options& options,
                qrx_status expected = QRX_OK)
 {
@@ -19,7 +19,7 @@ bytes restored(const bytes& image, usize capacity, qrx_options& options,
     return data;
 }
 
-TEST(api_buffers, every_cell_restores_with_any_number_of_threads)
+TEST(api_buffers, every_cell_round_trips_with_any_number_of_threads)
 {
     const bytes data = find_shape("mixture").make(70000, 3);
     for (u32 method = 1; method <= 5; ++method) {
@@ -92,7 +92,7 @@ TEST(api_buffers, the_bound_holds_for_data_that_does_not_compress)
     EXPECT_EQ(qrx_compress_bound(&bad, 1), 0U);
 }
 
-TEST(api_buffers, the_exact_room_is_enough)
+TEST(api_buffers, the_exact_capacity_is_enough)
 {
     const bytes data = sample_data(2);
     const qrx_params params = params_of(2, 1);
@@ -108,7 +108,7 @@ TEST(api_buffers, the_exact_room_is_enough)
     }
 }
 
-TEST(api_buffers, a_destination_without_room_is_refused)
+TEST(api_buffers, a_destination_that_is_too_small_is_refused)
 {
     const bytes data = sample_data(1);
     const qrx_params params = params_of(1, 0);
@@ -143,7 +143,7 @@ TEST(api_buffers, the_size_of_the_original_comes_from_the_header)
     EXPECT_EQ(qrx_decompressed_size(nullptr, 0, &size), QRX_BAD_ARGUMENT);
 }
 
-TEST(api_buffers, damage_ends_what_is_valid)
+TEST(api_buffers, damage_ends_the_valid_bytes)
 {
     const bytes data = sample_data(3);
     const bytes image = compressed(data, params_of(5, 3), QRX_SEAL);
@@ -171,7 +171,7 @@ TEST(api_buffers, damage_ends_what_is_valid)
     EXPECT_EQ(keeping.events.size(), 1U);
 }
 
-TEST(api_buffers, bytes_after_the_end_are_reported)
+TEST(api_buffers, trailing_bytes_are_reported)
 {
     const bytes data = sample_data(0);
     const bytes image = compressed(data, params_of(3, 3));

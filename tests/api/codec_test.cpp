@@ -12,7 +12,7 @@ codec_ptr make_codec(const qrx_params& params)
     return codec_ptr(codec);
 }
 
-/// Compresses a block; the payload ends exactly after its slack.
+/// Compresses a block into a buffer of the minimum capacity.
 bytes payload_of(qrx_codec* codec, const void* block, usize length)
 {
     bytes payload(length + QRX_CODEC_SLACK);
@@ -24,7 +24,7 @@ bytes payload_of(qrx_codec* codec, const void* block, usize length)
     return payload;
 }
 
-TEST(api_codec, blocks_restore_in_every_cell)
+TEST(api_codec, blocks_round_trip_in_every_cell)
 {
     const bytes data = find_shape("mixture").make(60000, 9);
     for (u32 method = 1; method <= 5; ++method) {

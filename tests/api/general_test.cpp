@@ -14,14 +14,14 @@ TEST(api_general, version_is_that_of_the_header)
     EXPECT_EQ(qrx_version(), expected);
 }
 
-TEST(api_general, each_status_has_a_sentence_of_its_own)
+TEST(api_general, each_status_has_its_own_text)
 {
-    std::set<std::string> sentences;
+    std::set<std::string> texts;
     for (int status = QRX_OK; status <= QRX_TRAILING_BYTES; ++status) {
-        const std::string sentence = qrx_status_text(static_cast<qrx_status>(status));
-        EXPECT_TRUE(sentences.insert(sentence).second) << sentence;
-        EXPECT_NE(sentence, "unknown status");
-        EXPECT_NE(sentence.back(), '.');
+        const std::string text = qrx_status_text(static_cast<qrx_status>(status));
+        EXPECT_TRUE(texts.insert(text).second) << text;
+        EXPECT_NE(text, "unknown status");
+        EXPECT_NE(text.back(), '.');
     }
     constexpr auto unknown = static_cast<qrx_status>(QRX_TRAILING_BYTES + 1);
     EXPECT_STREQ(qrx_status_text(unknown), "unknown status");

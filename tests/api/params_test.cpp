@@ -36,7 +36,7 @@ TEST(api_params, table_sizes_of_fast_levels_are_the_same_on_every_machine)
     }
 }
 
-TEST(api_params, blocks_of_levels_4_to_7_have_16_mib_at_most)
+TEST(api_params, blocks_are_capped_at_16_mib_at_levels_4_to_7)
 {
     for (u32 level = 0; level <= 9; ++level) {
         qrx_params params = params_of(2, level);

@@ -6,7 +6,7 @@
 namespace quarnex::test {
 namespace {
 
-/// An image of `blocks` blocks whose records are in the order of `order`.
+/// Returns an image of `blocks` blocks with records in the order of `order`.
 bytes reordered(const bytes& image, const std::vector<u32>& order)
 {
     const reader_ptr reader = open_image(image);
@@ -21,7 +21,7 @@ bytes reordered(const bytes& image, const std::vector<u32>& order)
     return shuffled;
 }
 
-/// The image without a block's record; the displacements are those of the rest.
+/// Returns an image without the record of a block; other records keep their blocks.
 bytes without_block(const bytes& image, u32 missing, u32 blocks)
 {
     std::vector<u32> order;
@@ -48,7 +48,7 @@ TEST(api_reader, any_range_can_be_read)
     }
 }
 
-TEST(api_reader, sequential_pieces_make_the_whole_and_check_the_seal)
+TEST(api_reader, sequential_reads_give_the_original_and_check_the_seal)
 {
     const bytes data = sample_data(3);
     bytes image = compressed(data, params_of(2, 1), QRX_SEAL);
@@ -228,7 +228,7 @@ TEST(api_reader, files_open_by_name)
     EXPECT_EQ(qrx_reader_open(nullptr, "a", &options), QRX_BAD_ARGUMENT);
 }
 
-TEST(api_reader, what_is_no_qrx_file_does_not_open)
+TEST(api_reader, other_files_do_not_open)
 {
     const bytes good = compressed(sample_data(0), params_of(1, 0));
     bytes bad_level = good;
@@ -252,7 +252,7 @@ TEST(api_reader, what_is_no_qrx_file_does_not_open)
     }
 }
 
-TEST(api_reader, a_file_cut_anywhere_gives_what_is_left)
+TEST(api_reader, a_truncated_file_gives_the_blocks_left)
 {
     const bytes data = sample_data(2);
     const bytes image = compressed(data, params_of(2, 0), QRX_SEAL);
@@ -326,7 +326,7 @@ TEST(api_reader, a_corrupt_record_head_ends_what_is_found)
     EXPECT_EQ(options.events[1].wanted, 2U);
 }
 
-TEST(api_reader, a_test_names_every_damaged_block)
+TEST(api_reader, a_test_reports_every_damaged_block)
 {
     const bytes data = sample_data(5);
     bytes image = compressed(data, params_of(5, 1), QRX_SEAL);
@@ -355,7 +355,7 @@ TEST(api_reader, a_test_names_every_damaged_block)
     }
 }
 
-TEST(api_reader, damage_is_kept_on_request)
+TEST(api_reader, damaged_blocks_are_kept_on_request)
 {
     const bytes data = sample_data(3);
     bytes image = compressed(data, params_of(1, 0));

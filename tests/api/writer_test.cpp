@@ -76,7 +76,7 @@ TEST(api_writer, the_lent_buffer_takes_the_same_bytes)
     }
 }
 
-TEST(api_writer, a_declared_size_is_kept)
+TEST(api_writer, the_declared_size_is_enforced)
 {
     const bytes data = sample_data(0, 1000);
     const qrx_params params = params_of(1, 0);
@@ -164,7 +164,7 @@ TEST(api_writer, several_writers_share_a_directory)
     EXPECT_EQ(files_in(dir), 5U);
 }
 
-TEST(api_writer, what_is_no_file_is_not_replaced)
+TEST(api_writer, only_files_are_replaced)
 {
     const temp_dir dir;
     recorded_options options;
@@ -217,7 +217,7 @@ TEST(api_writer, a_link_is_replaced_unless_it_leads_to_what_is_no_file)
 }
 #endif
 
-TEST(api_writer, a_sink_that_fails_fails_the_writer)
+TEST(api_writer, a_failing_sink_fails_the_writer)
 {
     const bytes data = sample_data(2);
     const qrx_params params = params_of(1, 0);

@@ -12,7 +12,7 @@
 
 namespace quarnex {
 
-// std::thread::hardware_concurrency() does the same, but would make C programs that link the static
+// Same as std::thread::hardware_concurrency(), which would make C programs that link the static
 // library depend on the C++ library.
 u32 processor_count()
 {

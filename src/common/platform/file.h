@@ -43,7 +43,8 @@ class system_file {
 
     /// Reads `size` bytes, or fewer at the end of the file.
     [[nodiscard]] read_result read(u8* dest, usize size);
-    /// Reads `size` bytes at `offset`, or fewer at the end of the file.  Can move the position.
+    /// Reads `size` bytes at `offset`, or fewer at the end of the file.  Moves the position on some
+    /// systems.
     [[nodiscard]] read_result read_at(u64 offset, u8* dest, usize size);
     /// Writes `size` bytes.
     [[nodiscard]] int write(const u8* src, usize size);
@@ -51,7 +52,7 @@ class system_file {
     [[nodiscard]] int seek(u64 offset);
     /// Size in bytes; 0 if it is unknown.
     u64 size() const;
-    /// Waits until the content is on the device.
+    /// Writes cached content to the device and waits for that.
     [[nodiscard]] int flush();
     /// Closes the file, if one is open.  Reports delayed write errors.
     [[nodiscard]] int close();
@@ -61,11 +62,11 @@ class system_file {
     int descriptor_ = no_file;
 };
 
-/// Tests whether rename_file() may give a file this name: it belongs to nothing, to a regular file
-/// or to a link to one of these.  Returns 0; EEXIST for a directory, a device or a link to one; or
-/// another errno if no file can have the name.
+/// Tests whether rename_file() may give a file this name: nothing, a regular file, or a link to one
+/// of these has it.  Returns 0; EEXIST for a directory, a device or a link to one; or another errno
+/// if no file can have the name.
 [[nodiscard]] int check_replaceable(const char* name);
-/// Renames a file; replaces an existing one in one step.
+/// Renames a file, atomically replacing an existing one.
 [[nodiscard]] int rename_file(const char* name, const char* new_name);
 void remove_file(const char* name);
 

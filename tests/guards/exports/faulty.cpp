@@ -8,7 +8,13 @@ extern "C" {
 const char* qrx_plain();
 const char* qrx_surplus();
 
-const char* qrx_plain() { return unique_text.c_str(); }
+const char* qrx_plain()
+{
+    return unique_text.c_str();
+}
 
-const char* qrx_surplus() { return (unique_text += '.').c_str(); }
+const char* qrx_surplus()
+{
+    return (unique_text += '.').c_str();
+}
 }
