@@ -71,7 +71,12 @@ own_apt() {
     quietly "$root/build/logs/apt-$type-update" "${apt[@]}" update
 }
 
-build_packages=(g++ cmake ninja-build libdeflate-dev libdivsufsort-dev)
+# The library that computes checksums on this machine: packages to run and to build with
+case $(dpkg --print-architecture 2>/dev/null) in
+amd64 | arm64) checksum_packages=(libisal2 libisal-dev) ;;
+*) checksum_packages=(libdeflate0 libdeflate-dev) ;;
+esac
+build_packages=(g++ cmake ninja-build libdivsufsort-dev "${checksum_packages[@]}")
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev

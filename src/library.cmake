@@ -18,7 +18,7 @@ foreach(library qrx qrx_static)
     OUTPUT_NAME qrx LINKER_LANGUAGE CXX
     ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR} LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
     RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
-  target_link_libraries(${library} PRIVATE Divsufsort::Divsufsort Deflate::Deflate Threads::Threads)
+  target_link_libraries(${library} PRIVATE Divsufsort::Divsufsort ${QUARNEX_CHECKSUMS} Threads::Threads)
 endforeach()
 
 if(WIN32)

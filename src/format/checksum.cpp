@@ -1,6 +1,10 @@
 #include "format/checksum.h"
 
+#ifdef QUARNEX_ISAL
+#include <isa-l/crc.h>
+#else
 #include <libdeflate.h>
+#endif
 
 namespace quarnex {
 namespace {
@@ -38,7 +42,12 @@ constexpr u32 shift_by(u64 bytes)
 
 u32 crc32(u32 sum, const u8* data, usize size)
 {
-    return size != 0 ? libdeflate_crc32(sum, data, size) : sum; // null has a sum of its own there
+    if (size == 0) return sum; // data can be null
+#ifdef QUARNEX_ISAL
+    return crc32_gzip_refl(sum, data, size);
+#else
+    return libdeflate_crc32(sum, data, size);
+#endif
 }
 
 u32 combine_crc32(u32 first, u32 second, u64 second_size)
