@@ -5,6 +5,7 @@
 #include "support/temp_dir.h"
 #include "support/waiting.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -49,7 +50,7 @@ class refusing_memory {
         if (++self.calls_ == self.refused_call_) return nullptr;
         void* const memory = std::malloc(size);
         if (memory == nullptr) std::abort();
-        std::memset(memory, 0xA5, size); // nobody can rely on zeros
+        std::memset(memory, 0xA5, std::min<usize>(size, 4096)); // nobody can rely on zeros
         self.live_[memory] = size;
         return memory;
     }

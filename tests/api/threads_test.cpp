@@ -5,6 +5,7 @@
 #include "support/temp_dir.h"
 #include "support/waiting.h"
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
