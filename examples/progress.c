@@ -8,54 +8,57 @@
 
 #include <stdio.h>
 
-struct job {
-    const char* name;
-    uint64_t size;
-};
-
 /* Called after each block.  A result other than 0 would cancel. */
 static int show_progress(void* context, uint64_t done, uint64_t total)
 {
-    const struct job* job = context;
-    (void)total; /* 0: unknown to the writer */
-    if (job->size != 0)
-        fprintf(stderr, "\r%s: %3.0f %%", job->name, 100.0 * (double)done / (double)job->size);
+    const char* name = context;
+    if (total != 0) fprintf(stderr, "\r%s: %3.0f %%", name, 100.0 * (double)done / (double)total);
     return 0;
 }
 
 /* Called with the details of a failure. */
 static void show_event(void* context, const qrx_event* event)
 {
-    const struct job* job = context;
-    fprintf(stderr, "\n%s: %s (error %d)\n", job->name, qrx_status_text(event->what),
+    const char* name = context;
+    fprintf(stderr, "\n%s: %s (error %d)\n", name, qrx_status_text(event->what),
             event->system_error);
 }
 
 /* Reads the file straight into the writer's block buffer. */
-static qrx_status copy(FILE* source, qrx_writer* writer)
+static qrx_status copy(FILE* source, uint64_t size, qrx_writer* writer)
 {
-    for (;;) {
+    while (size != 0) {
         void* dest = NULL;
         size_t room = 0;
         size_t got;
         qrx_status status = qrx_writer_buffer(writer, &dest, &room);
         if (status != QRX_OK) return status;
         got = fread(dest, 1, room, source);
+        if (got == 0) return QRX_READ_FAILED; /* an error, or the file has become shorter */
         status = qrx_writer_advance(writer, got);
         if (status != QRX_OK) return status;
-        if (got < room) return ferror(source) ? QRX_READ_FAILED : QRX_OK;
+        size -= got;
     }
+    return QRX_OK;
 }
 
-static qrx_status compress(FILE* source, struct job* job, const char* dest)
+/* Returns the size of a file; 0 if it is unknown. */
+static uint64_t size_of(FILE* file)
+{
+    long size = -1;
+    if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
+    rewind(file);
+    return size > 0 ? (uint64_t)size : 0;
+}
+
+static qrx_status compress(FILE* source, char* name, const char* dest)
 {
     qrx_params params = {.struct_size = sizeof params};
     qrx_options options = {.struct_size = sizeof options};
+    const uint64_t size = size_of(source);
     qrx_writer* writer = NULL;
     qrx_status status;
 
-    if (fseek(source, 0, SEEK_END) == 0 && ftell(source) > 0) job->size = (uint64_t)ftell(source);
-    rewind(source);
     params.method = 4;
     params.level = 2;
     params.block_mib = 4;
@@ -63,9 +66,9 @@ static qrx_status compress(FILE* source, struct job* job, const char* dest)
     options.flags = QRX_SEAL;
     options.progress = show_progress;
     options.event = show_event;
-    options.context = job;
-    status = qrx_writer_open(&writer, dest, &params, &options);
-    if (status == QRX_OK) status = copy(source, writer);
+    options.context = name;
+    status = qrx_writer_open(&writer, dest, size, &params, &options);
+    if (status == QRX_OK) status = copy(source, size, writer);
     if (status == QRX_OK) status = qrx_writer_finish(writer);
     qrx_writer_close(writer);
     return status;
@@ -73,15 +76,13 @@ static qrx_status compress(FILE* source, struct job* job, const char* dest)
 
 int main(int argc, char** argv)
 {
-    struct job job = {NULL, 0};
-    qrx_status status = QRX_OPEN_FAILED;
+    qrx_status status;
     FILE* source = argc == 3 ? fopen(argv[1], "rb") : NULL;
     if (source == NULL) {
         fprintf(stderr, "usage: progress FILE FILE.qrx\n");
         return 1;
     }
-    job.name = argv[1];
-    status = compress(source, &job, argv[2]);
+    status = compress(source, argv[1], argv[2]);
     fclose(source);
     fprintf(stderr, "\n%s: %s\n", argv[1], qrx_status_text(status));
     return status != QRX_OK;

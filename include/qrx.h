@@ -53,24 +53,25 @@ QRX_API const char* qrx_version(void);
 
 typedef enum qrx_status {
     QRX_OK = 0,
-    QRX_BAD_ARGUMENT = 1,       /* an argument is invalid, or a call comes at the wrong time */
-    QRX_NO_MEMORY = 2,          /* out of memory */
-    QRX_NO_THREAD = 3,          /* a thread can't be started */
-    QRX_OPEN_FAILED = 4,        /* a file can't be opened or created */
-    QRX_READ_FAILED = 5,        /* the system or the source reports a read error */
-    QRX_WRITE_FAILED = 6,       /* the system or the sink reports a write error */
-    QRX_NOT_QRX = 7,            /* not a .qrx file */
-    QRX_TRUNCATED = 8,          /* the file ends too early */
-    QRX_CORRUPT = 9,            /* the header or a record head is invalid */
-    QRX_CHECKSUM_MISMATCH = 10, /* the content doesn't match the seal */
-    QRX_OVER_LIMIT = 11,        /* the memory limit is too low */
-    QRX_CANCELLED = 12,         /* cancelled by the progress callback */
-    QRX_BUFFER_TOO_SMALL = 13,  /* the destination is too small */
-    QRX_BLOCK_SHORT = 14,       /* a block decodes to fewer bytes than its length */
-    QRX_INEXACT_END = 15,       /* a payload doesn't end exactly where its block ends */
-    QRX_BLOCK_MISSING = 16,     /* a block has no record */
-    QRX_BLOCK_REPEATED = 17,    /* a block has more than one record */
-    QRX_TRAILING_BYTES = 18     /* bytes other than a seal follow the last record */
+    QRX_BAD_ARGUMENT = 1,          /* an argument is invalid, or a call comes at the wrong time */
+    QRX_NO_MEMORY = 2,             /* out of memory */
+    QRX_NO_THREAD = 3,             /* a thread can't be started */
+    QRX_OPEN_FAILED = 4,           /* a file can't be opened or created */
+    QRX_READ_FAILED = 5,           /* the system or the source reports a read error */
+    QRX_WRITE_FAILED = 6,          /* the system or the sink reports a write error */
+    QRX_NOT_QRX = 7,               /* not a .qrx file */
+    QRX_TRUNCATED = 8,             /* the file ends too early */
+    QRX_CORRUPT = 9,               /* the header or a record head is invalid */
+    QRX_CHECKSUM_MISMATCH = 10,    /* the content doesn't match the seal */
+    QRX_OVER_LIMIT = 11,           /* the memory limit is too low */
+    QRX_CANCELLED = 12,            /* cancelled by the progress callback */
+    QRX_BUFFER_TOO_SMALL = 13,     /* the destination is too small */
+    QRX_BLOCK_SHORT = 14,          /* a block decodes to fewer bytes than its length */
+    QRX_INEXACT_END = 15,          /* a payload doesn't end exactly where its block ends */
+    QRX_BLOCK_MISSING = 16,        /* a block has no record */
+    QRX_BLOCK_REPEATED = 17,       /* a block has more than one record */
+    QRX_TRAILING_BYTES = 18,       /* bytes other than a seal follow the last record */
+    QRX_STATUS_IS_INT = 0x7FFFFFFF /* no status: gives the type the size of int */
 } qrx_status;
 
 /* Returns a description of a status in English, without a full stop.  Never null, whatever the
@@ -266,8 +267,9 @@ QRX_API qrx_status qrx_reader_block_info(const qrx_reader* reader, uint64_t bloc
                                          qrx_block_info* info);
 
 /* Reads `size` bytes of the original at `offset`, or fewer at its end.  `*got` receives the number
- * of valid bytes at `dest`, also on failure: those before the fault.  A failed call can be repeated.
- * With threads, blocks are decoded ahead while each call starts where the previous one ended.
+ * of valid bytes at `dest`, also on failure: those before the fault.  A failed call can be
+ * repeated. With threads, blocks are decoded ahead while each call starts where the previous one
+ * ended.
  *
  * Once every block of a sealed file has been read from, in any order, the call that completes the
  * set checks the seal.  On QRX_CHECKSUM_MISMATCH, `*got` counts all bytes delivered, and any bytes
@@ -314,15 +316,17 @@ typedef struct qrx_sink {
 
 /* Creates a file, under a temporary name in the directory of `name`.  qrx_writer_finish() renames
  * it to `name`, which atomically replaces an existing file or link.  Fails with QRX_OPEN_FAILED if
- * `name` is a directory or a device, or a link to one.  On failure `*writer` is null, here and in
- * the next function. */
-QRX_API qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_params* params,
-                                   const qrx_options* options);
+ * `name` is a directory or a device, or a link to one.
+ *
+ * `original_size` is the size of the original, or QRX_UNKNOWN_SIZE.  If it is known, appending more
+ * bytes fails with QRX_BAD_ARGUMENT, and so does qrx_writer_finish() after fewer; a small original
+ * then takes less memory, and progress() knows the total.  On failure `*writer` is null, here and
+ * in the next function. */
+QRX_API qrx_status qrx_writer_open(qrx_writer** writer, const char* name, uint64_t original_size,
+                                   const qrx_params* params, const qrx_options* options);
 
-/* Writes a file through a callback.  `sink->context` must outlive the writer.  `original_size` is
- * the size of the original, or QRX_UNKNOWN_SIZE.  If it is known, all writes are sequential, so the
- * sink may be a pipe.  Appending more bytes then fails with QRX_BAD_ARGUMENT, and so does
- * qrx_writer_finish() after fewer. */
+/* Writes a file through a callback.  `sink->context` must outlive the writer.  If `original_size`
+ * is known, all writes are sequential, so the sink may be a pipe. */
 QRX_API qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sink,
                                         uint64_t original_size, const qrx_params* params,
                                         const qrx_options* options);

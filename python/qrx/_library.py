@@ -244,7 +244,7 @@ FUNCTIONS: Dict[str, Tuple[Any, Sequence[Any]]] = {
     "qrx_reader_payload": (c_int, [_HANDLE, c_uint64, c_void_p, c_size_t, _SIZE]),
     "qrx_reader_test": (c_int, [_HANDLE]),
     "qrx_reader_close": (None, [_HANDLE]),
-    "qrx_writer_open": (c_int, [_NEW_HANDLE, c_char_p, _PARAMS, _OPTIONS]),
+    "qrx_writer_open": (c_int, [_NEW_HANDLE, c_char_p, c_uint64, _PARAMS, _OPTIONS]),
     "qrx_writer_open_sink": (c_int, [_NEW_HANDLE, POINTER(Sink), c_uint64, _PARAMS, _OPTIONS]),
     "qrx_writer_write": (c_int, [_HANDLE, c_void_p, c_size_t]),
     "qrx_writer_buffer": (c_int, [_HANDLE, POINTER(c_void_p), _SIZE]),

@@ -35,6 +35,7 @@ class RawWriter(io.RawIOBase):
         self.has_start = False
         self._replacing: Optional[ReplacingFile] = None
         self._output: Optional[Output] = None
+        original_size = UNKNOWN_SIZE if size is None else size
         options = calls.options(threads, flags, memory_limit)
         self.name = name_of(file)
         if is_path(file):
@@ -43,8 +44,8 @@ class RawWriter(io.RawIOBase):
             if is_path(file) and _streams.names_pass_through:
                 self._handle = Handle(calls, lib.qrx_writer_close, (options,))
                 self._handle.close_with(self)
-                self._handle.open(lib.qrx_writer_open, c_name(self.name), byref(params),
-                                  byref(options))
+                self._handle.open(lib.qrx_writer_open, c_name(self.name), original_size,
+                                  byref(params), byref(options))
                 return
             if is_path(file):
                 self._replacing = ReplacingFile(self.name)
@@ -56,9 +57,8 @@ class RawWriter(io.RawIOBase):
             sink = make_sink(self._output, calls)
             self._handle = Handle(calls, lib.qrx_writer_close, (options, sink))
             self._handle.close_with(self)
-            self._handle.open(lib.qrx_writer_open_sink, byref(sink),
-                              UNKNOWN_SIZE if size is None else size, byref(params),
-                              byref(options))
+            self._handle.open(lib.qrx_writer_open_sink, byref(sink), original_size,
+                              byref(params), byref(options))
         except BaseException:
             self.discard()
             self.close()

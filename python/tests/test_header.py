@@ -54,7 +54,7 @@ class Header(unittest.TestCase):
 
     def test_status_values(self) -> None:
         body = re.search(r"typedef enum qrx_status \{(.*?)\}", self.header, re.DOTALL).group(1)
-        values = {name: int(value) for name, value in re.findall(r"QRX_(\w+) = (\d+)", body)}
+        values = {name: int(value) for name, value in re.findall(r"QRX_(\w+) = (\d+)\b", body)}
         self.assertGreater(len(values), 15)
         self.assertEqual(values, {status.name: status.value for status in _library.Status})
 

@@ -18,6 +18,7 @@ qrx_status compress(const file_parameters& parameters, const qrx_options& option
     file_writer writer(services.memory(), dest.sink(), services.watcher(), parameters,
                        options.threads, services.has_flag(QRX_SEAL), size);
     status result = writer.open(services.memory_limit());
+    if (result == status::done) result = writer.begin();
     if (result == status::done) result = writer.write(src, size);
     if (result == status::done) result = writer.finish();
     return to_qrx(result);

@@ -2,7 +2,9 @@
 
 #include "pipeline/parameters.h"
 
+#include <array>
 #include <cstdlib>
+#include <utility>
 
 namespace quarnex {
 
@@ -17,52 +19,41 @@ bool read_options(const qrx_options* given, qrx_options& options)
            (options.flags & ~(QRX_SEAL | QRX_KEEP_DAMAGED)) == 0;
 }
 
+/// By status.
+constexpr std::array qrx_statuses{
+    std::pair{status::done, QRX_OK},
+    std::pair{status::no_memory, QRX_NO_MEMORY},
+    std::pair{status::no_thread, QRX_NO_THREAD},
+    std::pair{status::source_unopened, QRX_OPEN_FAILED},
+    std::pair{status::read_failed, QRX_READ_FAILED},
+    std::pair{status::destination_uncreated, QRX_OPEN_FAILED},
+    std::pair{status::write_failed, QRX_WRITE_FAILED},
+    std::pair{status::too_many_files, QRX_OPEN_FAILED},
+    std::pair{status::not_qrx, QRX_NOT_QRX},
+    std::pair{status::truncated, QRX_TRUNCATED},
+    std::pair{status::corrupt, QRX_CORRUPT},
+    std::pair{status::stopped, QRX_CANCELLED},
+    std::pair{status::cancelled, QRX_CANCELLED},
+    std::pair{status::bad_argument, QRX_BAD_ARGUMENT},
+    std::pair{status::over_limit, QRX_OVER_LIMIT},
+    std::pair{status::too_small, QRX_BUFFER_TOO_SMALL},
+    std::pair{status::block_short, QRX_BLOCK_SHORT},
+    std::pair{status::inexact_end, QRX_INEXACT_END},
+    std::pair{status::block_missing, QRX_BLOCK_MISSING},
+    std::pair{status::block_repeated, QRX_BLOCK_REPEATED},
+    std::pair{status::trailing_bytes, QRX_TRAILING_BYTES},
+    std::pair{status::checksum_mismatch, QRX_CHECKSUM_MISMATCH},
+};
+static_assert([] {
+    for (usize i = 0; i < qrx_statuses.size(); ++i) {
+        if (qrx_statuses[i].first != static_cast<status>(i)) return false;
+    }
+    return qrx_statuses.back().first == last_status;
+}());
+
 qrx_status to_qrx(status result)
 {
-    switch (result) {
-    case status::done:
-        return QRX_OK;
-    case status::no_memory:
-        return QRX_NO_MEMORY;
-    case status::no_thread:
-        return QRX_NO_THREAD;
-    case status::source_unopened:
-    case status::destination_uncreated:
-    case status::too_many_files:
-        return QRX_OPEN_FAILED;
-    case status::read_failed:
-        return QRX_READ_FAILED;
-    case status::write_failed:
-        return QRX_WRITE_FAILED;
-    case status::not_qrx:
-        return QRX_NOT_QRX;
-    case status::truncated:
-        return QRX_TRUNCATED;
-    case status::corrupt:
-        return QRX_CORRUPT;
-    case status::stopped:
-    case status::cancelled:
-        return QRX_CANCELLED;
-    case status::bad_argument:
-        return QRX_BAD_ARGUMENT;
-    case status::over_limit:
-        return QRX_OVER_LIMIT;
-    case status::too_small:
-        return QRX_BUFFER_TOO_SMALL;
-    case status::block_short:
-        return QRX_BLOCK_SHORT;
-    case status::inexact_end:
-        return QRX_INEXACT_END;
-    case status::block_missing:
-        return QRX_BLOCK_MISSING;
-    case status::block_repeated:
-        return QRX_BLOCK_REPEATED;
-    case status::trailing_bytes:
-        return QRX_TRAILING_BYTES;
-    case status::checksum_mismatch:
-        return QRX_CHECKSUM_MISMATCH;
-    }
-    return QRX_BAD_ARGUMENT;
+    return qrx_statuses[static_cast<usize>(result)].second;
 }
 
 handle_services::handle_services(const qrx_options& options)

@@ -20,6 +20,14 @@ struct qrx_writer {
         return to_qrx(writer->open(services.memory_limit()));
     }
 
+    qrx_status create(const char* name)
+    {
+        has_name = true;
+        const int error = file.create(name);
+        const status failure = error == ENOMEM ? status::no_memory : status::destination_uncreated;
+        return error == 0 ? QRX_OK : services.report({.what = failure, .cause = error});
+    }
+
     handle_services services;
     pending_file file; // of qrx_writer_open()
     u64 position = 0;  // in `file`
@@ -69,22 +77,17 @@ bool is_open(const qrx_writer* writer)
 
 } // namespace
 
-qrx_status qrx_writer_open(qrx_writer** writer, const char* name, const qrx_params* params,
-                           const qrx_options* options)
+qrx_status qrx_writer_open(qrx_writer** writer, const char* name, uint64_t original_size,
+                           const qrx_params* params, const qrx_options* options)
 {
     qrx_writer* made = nullptr;
     file_parameters parameters;
     qrx_status result = make_writer(writer, params, options, &made, parameters);
     if (result != QRX_OK) return result;
     if (name == nullptr) return hand_out(made, writer, QRX_BAD_ARGUMENT);
-    made->has_name = true;
-    // The file is created last: nothing is touched if the memory limit is too low.
-    result = made->open({write_file, made}, parameters, unknown_size);
-    if (result == QRX_OK) {
-        const int error = made->file.create(name);
-        const status failure = error == ENOMEM ? status::no_memory : status::destination_uncreated;
-        if (error != 0) result = made->services.report({.what = failure, .cause = error});
-    }
+    result = made->open({write_file, made}, parameters, original_size);
+    if (result == QRX_OK) result = made->create(name); // after all that can fail without it
+    if (result == QRX_OK) result = to_qrx(made->writer->begin());
     return hand_out(made, writer, result);
 }
 
@@ -97,8 +100,9 @@ qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sink, uint6
     if (result != QRX_OK) return result;
     if (!read_struct(sink, made->callbacks) || made->callbacks.write == nullptr)
         return hand_out(made, writer, QRX_BAD_ARGUMENT);
-    return hand_out(made, writer,
-                    made->open({write_callbacks, &made->callbacks}, parameters, original_size));
+    qrx_status opened = made->open({write_callbacks, &made->callbacks}, parameters, original_size);
+    if (opened == QRX_OK) opened = to_qrx(made->writer->begin());
+    return hand_out(made, writer, opened);
 }
 
 qrx_status qrx_writer_write(qrx_writer* writer, const void* src, size_t size)
@@ -133,7 +137,11 @@ qrx_status qrx_writer_finish(qrx_writer* writer)
     if (!is_open(writer)) return QRX_BAD_ARGUMENT;
     writer->is_finished = true;
     const qrx_status result = to_qrx(writer->writer->finish());
-    if (result != QRX_OK || !writer->has_name) return result;
+    if (!writer->has_name) return result;
+    if (result != QRX_OK) {
+        writer->file.discard();
+        return result;
+    }
     const int error = writer->file.commit();
     if (error == 0) return QRX_OK;
     return writer->services.report({.what = status::write_failed, .cause = error});

@@ -22,13 +22,14 @@ class pending_file {
     /// Flushes the content to the device, closes the file and renames it.  Returns 0 or errno; the
     /// file is removed on failure.
     [[nodiscard]] int commit();
+    /// Closes and removes the file, unless it was committed.
+    void discard();
 
     /// The open file.
     system_file file;
 
   private:
     int create_temporary(const char* name, usize directory_bytes);
-    void discard();
 
     const allocator& source_;
     owned_array<char> name_;

@@ -40,6 +40,11 @@ status file_writer::open(u64 memory_limit)
         return fail({.what = status::over_limit, .wanted = needed, .got = memory_limit});
     if (const status started = coder_.start(); started != status::done)
         return fail({.what = started});
+    return status::done;
+}
+
+status file_writer::begin()
+{
     return declared_size_ != unknown_size ? write_header() : status::done;
 }
 

@@ -30,9 +30,11 @@ class file_writer {
     file_writer(const file_writer&) = delete;
     file_writer& operator=(const file_writer&) = delete;
 
-    /// Starts the threads, and writes the header if the size is known.  Called once, first.  Fails
-    /// with status::over_limit if the writer may need more than `memory_limit` bytes.
+    /// Starts the threads.  Called once, first.  Fails with status::over_limit if the writer may
+    /// need more than `memory_limit` bytes.
     [[nodiscard]] status open(u64 memory_limit);
+    /// Writes the header if the size is known.  Called once, second.
+    [[nodiscard]] status begin();
 
     /// Appends bytes of the original: all of them, or none if they exceed the declared size.  After
     /// a failure, every call returns it again; status::bad_argument changes nothing.

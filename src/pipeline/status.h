@@ -29,5 +29,6 @@ enum class status : u8 {
     trailing_bytes,        // bytes other than a seal follow the last record
     checksum_mismatch,     // the original doesn't match the seal
 };
+inline constexpr status last_status = status::checksum_mismatch;
 
 } // namespace quarnex

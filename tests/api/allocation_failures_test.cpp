@@ -297,7 +297,8 @@ outcome write_to_file(refusing_memory& memory, const sample& given, u32 threads,
     run_options options(memory, threads);
     const std::string name = dir / "out.qrx";
     qrx_writer* opened = nullptr;
-    qrx_status result = qrx_writer_open(&opened, name.c_str(), &given.params, &options);
+    qrx_status result =
+        qrx_writer_open(&opened, name.c_str(), QRX_UNKNOWN_SIZE, &given.params, &options);
     EXPECT_EQ(opened != nullptr, result == QRX_OK);
     if (result == QRX_OK) result = write_all(opened, given);
     qrx_writer_close(opened);

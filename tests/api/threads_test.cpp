@@ -275,7 +275,8 @@ TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
         for (u32 pieces = 0; pieces <= blocks; ++pieces) {
             options.cancel_at(pieces);
             qrx_writer* writer = nullptr;
-            ASSERT_EQ(qrx_writer_open(&writer, name.c_str(), &params, &options), QRX_OK);
+            ASSERT_EQ(qrx_writer_open(&writer, name.c_str(), QRX_UNKNOWN_SIZE, &params, &options),
+                      QRX_OK);
             for (u32 i = 0; i < pieces; ++i) qrx_writer_write(writer, content.data(), block_size);
             if (pieces % 2 == 1) {
                 EXPECT_EQ(qrx_writer_finish(writer), QRX_CANCELLED);

@@ -118,7 +118,7 @@ TEST(api_writer, a_file_gets_its_name_when_it_is_finished)
     const qrx_params params = params_of(1, 0);
     write_file(name, to_bytes("old"));
     qrx_writer* opened = nullptr;
-    ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), &params, nullptr), QRX_OK);
+    ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), QRX_UNKNOWN_SIZE, &params, nullptr), QRX_OK);
     writer_ptr writer(opened);
     ASSERT_EQ(qrx_writer_write(opened, data.data(), data.size()), QRX_OK);
     EXPECT_EQ(read_file(name), to_bytes("old"));
@@ -138,13 +138,44 @@ TEST(api_writer, without_finish_nothing_remains)
         options.cancel_at = 1;
         qrx_writer* opened = nullptr;
         const qrx_params params = params_of(1, 0);
-        ASSERT_EQ(qrx_writer_open(&opened, (dir / "a").c_str(), &params, &options), QRX_OK);
+        ASSERT_EQ(
+            qrx_writer_open(&opened, (dir / "a").c_str(), QRX_UNKNOWN_SIZE, &params, &options),
+            QRX_OK);
         const writer_ptr writer(opened);
         const qrx_status written = qrx_writer_write(opened, data.data(), data.size());
         const qrx_status finished = qrx_writer_finish(opened);
         EXPECT_TRUE(written == QRX_CANCELLED || written == QRX_OK);
         EXPECT_EQ(finished, QRX_CANCELLED);
     }
+    EXPECT_EQ(files_in(dir), 0U);
+}
+
+TEST(api_writer, a_file_of_known_size_needs_little_memory_and_has_a_total)
+{
+    const temp_dir dir;
+    const bytes data = sample_data(0, 5000);
+    const qrx_params params = params_of(2, 0);
+    recorded_options options;
+    options.memory_limit = 3 * mib;
+    qrx_writer* opened = nullptr;
+    const std::string name = dir / "a";
+    ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), data.size(), &params, &options), QRX_OK);
+    const writer_ptr writer(opened);
+    ASSERT_EQ(qrx_writer_write(opened, data.data(), data.size()), QRX_OK);
+    ASSERT_EQ(qrx_writer_finish(opened), QRX_OK);
+    EXPECT_EQ(options.total, data.size());
+    EXPECT_EQ(read_file(name), compressed(data, params));
+}
+
+TEST(api_writer, a_failed_finish_leaves_no_file)
+{
+    const temp_dir dir;
+    qrx_writer* opened = nullptr;
+    ASSERT_EQ(qrx_writer_open(&opened, (dir / "a").c_str(), 1000, nullptr, nullptr), QRX_OK);
+    const writer_ptr writer(opened);
+    ASSERT_EQ(qrx_writer_write(opened, "abc", 3), QRX_OK);
+    EXPECT_EQ(files_in(dir), 1U);
+    EXPECT_EQ(qrx_writer_finish(opened), QRX_BAD_ARGUMENT);
     EXPECT_EQ(files_in(dir), 0U);
 }
 
@@ -155,7 +186,8 @@ TEST(api_writer, several_writers_share_a_directory)
     for (u32 i = 0; i < 5; ++i) {
         qrx_writer* opened = nullptr;
         const std::string name = dir / ("file" + std::to_string(i));
-        ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), nullptr, nullptr), QRX_OK);
+        ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), QRX_UNKNOWN_SIZE, nullptr, nullptr),
+                  QRX_OK);
         writers.emplace_back(opened);
         EXPECT_EQ(qrx_writer_write(opened, "abc", i % 4), QRX_OK);
     }
@@ -169,15 +201,17 @@ TEST(api_writer, only_files_are_replaced)
     const temp_dir dir;
     recorded_options options;
     qrx_writer* writer = nullptr;
-    EXPECT_EQ(qrx_writer_open(&writer, dir.path().c_str(), nullptr, &options), QRX_OPEN_FAILED);
-    EXPECT_EQ(writer, nullptr);
-    EXPECT_EQ(qrx_writer_open(&writer, (dir / "none/a").c_str(), nullptr, &options),
+    EXPECT_EQ(qrx_writer_open(&writer, dir.path().c_str(), QRX_UNKNOWN_SIZE, nullptr, &options),
               QRX_OPEN_FAILED);
+    EXPECT_EQ(writer, nullptr);
+    EXPECT_EQ(
+        qrx_writer_open(&writer, (dir / "none/a").c_str(), QRX_UNKNOWN_SIZE, nullptr, &options),
+        QRX_OPEN_FAILED);
     ASSERT_EQ(options.events.size(), 2U);
     EXPECT_EQ(options.events[0].system_error, EEXIST);
     EXPECT_EQ(options.events[1].system_error, ENOENT);
     EXPECT_EQ(files_in(dir), 0U);
-    EXPECT_EQ(qrx_writer_open(&writer, "", nullptr, &options), QRX_OPEN_FAILED);
+    EXPECT_EQ(qrx_writer_open(&writer, "", QRX_UNKNOWN_SIZE, nullptr, &options), QRX_OPEN_FAILED);
     EXPECT_EQ(options.events.back().system_error, ENOENT);
 }
 
@@ -188,7 +222,8 @@ TEST(api_writer, names_that_no_file_can_have_are_refused_at_once)
     recorded_options options;
     qrx_writer* writer = nullptr;
     const std::string too_long = dir / std::string(300, 'a');
-    EXPECT_EQ(qrx_writer_open(&writer, too_long.c_str(), nullptr, &options), QRX_OPEN_FAILED);
+    EXPECT_EQ(qrx_writer_open(&writer, too_long.c_str(), QRX_UNKNOWN_SIZE, nullptr, &options),
+              QRX_OPEN_FAILED);
     EXPECT_EQ(options.events.back().system_error, ENAMETOOLONG);
     EXPECT_EQ(files_in(dir), 0U);
 }
@@ -204,7 +239,7 @@ TEST(api_writer, a_link_is_replaced_unless_it_leads_to_what_is_no_file)
         const bool is_file = std::string_view(target) == "file";
         const bool is_allowed = is_file || std::string_view(target) == "missing";
         qrx_writer* opened = nullptr;
-        EXPECT_EQ(qrx_writer_open(&opened, link.c_str(), nullptr, nullptr),
+        EXPECT_EQ(qrx_writer_open(&opened, link.c_str(), QRX_UNKNOWN_SIZE, nullptr, nullptr),
                   is_allowed ? QRX_OK : QRX_OPEN_FAILED);
         const writer_ptr writer(opened);
         if (is_allowed) {
@@ -354,7 +389,8 @@ TEST(api_writer, bad_arguments_are_refused)
     EXPECT_EQ(qrx_writer_open_sink(nullptr, &sink, 0, nullptr, nullptr), QRX_BAD_ARGUMENT);
     sink.write = nullptr;
     EXPECT_EQ(qrx_writer_open_sink(&writer, &sink, 0, nullptr, nullptr), QRX_BAD_ARGUMENT);
-    EXPECT_EQ(qrx_writer_open(&writer, nullptr, nullptr, nullptr), QRX_BAD_ARGUMENT);
+    EXPECT_EQ(qrx_writer_open(&writer, nullptr, QRX_UNKNOWN_SIZE, nullptr, nullptr),
+              QRX_BAD_ARGUMENT);
     EXPECT_EQ(qrx_writer_write(nullptr, "a", 1), QRX_BAD_ARGUMENT);
     EXPECT_EQ(qrx_writer_finish(nullptr), QRX_BAD_ARGUMENT);
     qrx_writer_close(nullptr);

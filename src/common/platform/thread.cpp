@@ -1,12 +1,34 @@
 #include "common/platform/thread.h"
 
+#include <csignal>
+
 namespace quarnex {
+
+namespace {
+
+/// Creates a thread that handles no signals: those of the process belong to the caller's threads.
+int create_thread(pthread_t& thread, void* (*body)(void*), void* context)
+{
+#ifdef _WIN32
+    return pthread_create(&thread, nullptr, body, context);
+#else
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    const int error = pthread_create(&thread, nullptr, body, context);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return error;
+#endif
+}
+
+} // namespace
 
 bool system_thread::start(void (*body)(void* context), void* context)
 {
     body_ = body;
     context_ = context;
-    started_ = pthread_create(&thread_, nullptr, run, this) == 0;
+    started_ = create_thread(thread_, run, this) == 0;
     return started_;
 }
 
