@@ -1,10 +1,20 @@
 #include "common/platform/thread.h"
 
+#include "support/scoped_limits.h"
+
 #include <csignal>
 #include <gtest/gtest.h>
 
 namespace quarnex::test {
 namespace {
+
+TEST(system_thread, a_failed_start_is_reported)
+{
+    const short_of_threads limit;
+    system_thread thread;
+    EXPECT_FALSE(thread.start([](void*) {}, nullptr));
+    EXPECT_FALSE(thread.started());
+}
 
 TEST(system_thread, handles_no_signals_of_the_process)
 {
