@@ -163,7 +163,7 @@ class RawReader(io.RawIOBase):
             done = 0
             while True:
                 room = self.info.size - self._position
-                got = self._read(result.address + done, room) if room > 0 else 0
+                got = self._read(result.address + done, max(room, 0))
                 if got == 0:
                     return result.finish(done)
                 done += got
@@ -171,7 +171,8 @@ class RawReader(io.RawIOBase):
     def _read(self, dest: Optional[int], size: int) -> int:
         """Reads up to damage, which the next call raises because it reads no byte."""
         self._check_open()
-        if self._position >= self.info.size or size == 0:
+        # Reading an empty file checks its seal.
+        if self.info.size != 0 and (self._position >= self.info.size or size == 0):
             return 0
         got = c_size_t()
         status = self._handle.call(lib.qrx_reader_read, self._position, dest, size, byref(got),

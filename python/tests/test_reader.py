@@ -309,6 +309,16 @@ class Damaged(InFolder):
         self.assertEqual(data[2 * MIB:], ORIGINAL[2 * MIB:])
         self.assertIn(qrx.Status.BLOCK_SHORT, [damage.what for damage in seen])
 
+    def test_wrong_seal_of_an_empty_file(self) -> None:
+        sealed = bytearray(qrx.compress(b""))
+        with qrx.open(self.path(content=sealed)) as file:
+            self.assertEqual(file.read(), b"")
+        sealed[-1] ^= 1
+        path = self.path(content=sealed)
+        for size in (-1, 1):
+            with qrx.open(path) as file, self.assertRaises(qrx.ChecksumError):
+                file.read(size)
+
     def test_checksum(self) -> None:
         data = bytearray(qrx.compress(noise(300_000)))
         data[5000] ^= 1
