@@ -182,7 +182,7 @@ struct m2_decoding {
     /// Returns the bit up to which a token can start whose reads are all in the payload.
     [[gnu::always_inline]] u64 bit_limit() const
     {
-        return bit_count - std::min<u64>(bit_count, 8 * m2_token_reads);
+        return bit_count - std::min<u64>(bit_count, u64{8} * m2_token_reads);
     }
 
     /// Decodes the tokens from `at` on, which is a stop, past the block or at bit_limit() or later.
@@ -222,7 +222,7 @@ struct m2_decoding {
         u64 bit = at.bit;
         auto pos = static_cast<usize>(at.pos);
         u64 window = bits.all_from(bit);
-        const u64 bit_end = bit_count - 8 * m2_pass_reads;
+        const u64 bit_end = bit_count - u64{8} * m2_pass_reads;
         const usize pos_end = size - std::min<usize>(size, m2_pass_writes - 1);
         while (pos < pos_end && bit < bit_end) {
             const u64 following = bits.next_from(bit);

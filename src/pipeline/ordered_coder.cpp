@@ -50,8 +50,8 @@ void find_fault(ordered_block& decoded)
 }
 
 ordered_coder::ordered_coder(const allocator& source, u32 threads, u32 blocks)
-    : thread_count(threads), capacity(blocks), buffers(source, blocks + 1, 2 * blocks),
-      source_(source), memory_(source)
+    : thread_count(threads), capacity(blocks),
+      buffers(source, usize{blocks} + 1, 2 * usize{blocks}), source_(source), memory_(source)
 {
 }
 
