@@ -68,7 +68,7 @@ void expect_all_bits(Fill fill)
 
 TEST(bit_reader, continues_at_another_place_with_the_same_bits)
 {
-    const bytes in = test::find_shape("random").make(40, 1);
+    const bytes in = test::find_shape("random").make(48, 1);
     const bytes copy(in.begin() + 3, in.end());
     for (u32 at = 24; at <= 150; ++at) {
         bit_reader whole(in.data());
