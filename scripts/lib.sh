@@ -110,7 +110,7 @@ run_tests() {
 
 check_format() {
     say "checking the format of all sources"
-    find "$root"/{src,tests,fuzz,bench} \( -name '*.h' -o -name '*.cpp' \) -print0 |
+    find "$root"/{include,src,examples,tests,fuzz,bench} \( -name "*.[ch]" -o -name "*.cpp" \) -print0 |
         xargs -0 clang-format --dry-run --Werror || fail "run clang-format -i on these files"
 }
 

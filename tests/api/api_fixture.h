@@ -128,12 +128,27 @@ inline qrx_info info_of(const qrx_reader* reader)
     return info;
 }
 
-inline qrx_block_info block_info_of(const qrx_reader* reader, u64 block)
+/// qrx_block_info of an image in memory.
+struct block_in_image {
+    usize original_offset;
+    usize length;
+    usize offset;
+    usize payload_size;
+    u32 is_stored;
+    u32 is_found;
+};
+
+inline block_in_image block_info_of(const qrx_reader* reader, u64 block)
 {
     qrx_block_info info{};
     info.struct_size = sizeof info;
     EXPECT_EQ(qrx_reader_block_info(reader, block, &info), QRX_OK);
-    return info;
+    return {static_cast<usize>(info.original_offset),
+            static_cast<usize>(info.length),
+            static_cast<usize>(info.offset),
+            static_cast<usize>(info.payload_size),
+            info.is_stored,
+            info.is_found};
 }
 
 /// A growing file in memory with a qrx_sink; rejects writes out of order.

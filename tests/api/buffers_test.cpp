@@ -149,7 +149,7 @@ TEST(api_buffers, damage_ends_the_valid_bytes)
     const bytes image = compressed(data, params_of(5, 3), QRX_SEAL);
     const reader_ptr reader = open_image(image);
     bytes damaged = image;
-    const qrx_block_info place = block_info_of(reader.get(), 2);
+    const block_in_image place = block_info_of(reader.get(), 2);
     damaged[place.offset + place.payload_size / 2] ^= 0x10;
     for (const u32 threads : {0U, 2U}) {
         recorded_options options(threads);

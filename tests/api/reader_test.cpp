@@ -12,7 +12,7 @@ bytes reordered(const bytes& image, const std::vector<u32>& order)
     const reader_ptr reader = open_image(image);
     bytes shuffled = slice(image, 0, 32);
     for (usize record = 0; record < order.size(); ++record) {
-        const qrx_block_info place = block_info_of(reader.get(), order[record]);
+        const block_in_image place = block_info_of(reader.get(), order[record]);
         bytes bytes_of_record = slice(image, place.offset - 5, 5 + place.payload_size);
         bytes_of_record[4] =
             displacement_of(static_cast<i32>(order[record]) - static_cast<i32>(record));
@@ -141,7 +141,7 @@ TEST(api_reader, information_comes_from_header_and_record_heads)
     EXPECT_EQ(found.hash_bits, params.hash_bits);
     EXPECT_EQ(found.chain_bits, params.chain_bits);
     EXPECT_EQ(found.block_mib, 1U);
-    const qrx_block_info stored = block_info_of(reader.get(), 1);
+    const block_in_image stored = block_info_of(reader.get(), 1);
     EXPECT_EQ(stored.original_offset, mib);
     EXPECT_EQ(stored.length, 1000U);
     EXPECT_EQ(stored.payload_size, 1000U);
@@ -192,8 +192,8 @@ TEST(api_reader, whole_blocks_and_payloads)
     const reader_ptr reader = open_image(image, &options);
     bytes block(mib);
     usize size = 0;
-    for (const u64 index : {1U, 0U, 2U}) {
-        const qrx_block_info place = block_info_of(reader.get(), index);
+    for (const u32 index : {1U, 0U, 2U}) {
+        const block_in_image place = block_info_of(reader.get(), index);
         EXPECT_EQ(qrx_reader_block(reader.get(), index, block.data(), place.length - 1, &size),
                   QRX_BUFFER_TOO_SMALL);
         ASSERT_EQ(qrx_reader_block(reader.get(), index, block.data(), place.length, &size), QRX_OK);
@@ -258,9 +258,8 @@ TEST(api_reader, a_truncated_file_gives_the_blocks_left)
     const bytes image = compressed(data, params_of(2, 0), QRX_SEAL);
     const reader_ptr whole = open_image(image);
     for (const usize size :
-         {usize{32}, usize{36}, usize{37}, usize{1000},
-          static_cast<usize>(block_info_of(whole.get(), 1).offset - 5),
-          static_cast<usize>(block_info_of(whole.get(), 1).offset), image.size() - 5}) {
+         {usize{32}, usize{36}, usize{37}, usize{1000}, block_info_of(whole.get(), 1).offset - 5,
+          block_info_of(whole.get(), 1).offset, image.size() - 5}) {
         const bytes cut = slice(image, 0, size);
         recorded_options options(size % 2);
         const reader_ptr reader = open_image(cut, &options);
@@ -268,7 +267,7 @@ TEST(api_reader, a_truncated_file_gives_the_blocks_left)
         EXPECT_EQ(info.layout, QRX_TRUNCATED);
         EXPECT_EQ(info.is_sealed, 0U);
         EXPECT_TRUE(options.events.empty()) << "opening reports nothing";
-        const usize valid = info.blocks_found * mib;
+        const usize valid = static_cast<usize>(info.blocks_found) * mib;
         EXPECT_EQ(read_range(reader.get(), 0, data.size(), QRX_TRUNCATED), slice(data, 0, valid));
         EXPECT_EQ(qrx_reader_test(reader.get()), QRX_TRUNCATED);
         EXPECT_EQ(options.events.back().what, QRX_BLOCK_MISSING);
@@ -311,7 +310,7 @@ TEST(api_reader, a_corrupt_record_head_ends_what_is_found)
     usize head = 0;
     {
         const reader_ptr reader = open_image(image);
-        head = static_cast<usize>(block_info_of(reader.get(), 2).offset - 5);
+        head = block_info_of(reader.get(), 2).offset - 5;
     }
     image[head + 3] = 0x80; // 2 GiB
     recorded_options options(1);
@@ -333,7 +332,7 @@ TEST(api_reader, a_test_reports_every_damaged_block)
     {
         const reader_ptr reader = open_image(image);
         for (const u64 block : {1U, 4U}) {
-            const qrx_block_info place = block_info_of(reader.get(), block);
+            const block_in_image place = block_info_of(reader.get(), block);
             image[place.offset + 100] ^= 0xFF;
         }
     }
@@ -409,7 +408,7 @@ TEST(api_reader, a_source_of_callbacks_can_fail)
         qrx_reader* opened = nullptr;
         ASSERT_EQ(qrx_reader_open_source(&opened, &source, &options), QRX_OK);
         const reader_ptr reader(opened);
-        const qrx_block_info place = block_info_of(opened, 1);
+        const block_in_image place = block_info_of(opened, 1);
         input.failing_offset = place.offset + 1;
         EXPECT_EQ(read_range(opened, 0, data.size(), QRX_READ_FAILED), slice(data, 0, mib));
         ASSERT_EQ(options.events.size(), 1U);

@@ -37,8 +37,7 @@ int main(void)
 {
     static char text[2000];
     size_t i;
-    for (i = 0; i < sizeof text; ++i)
-        text[i] = "quarnex"[i % 7];
+    for (i = 0; i < sizeof text; ++i) text[i] = "quarnex"[i % 7];
     if (qrx_crc32(0, "123456789", 9) != 0xCBF43926) {
         fputs("a wrong CRC-32\n", stderr);
         return 1;
