@@ -107,18 +107,6 @@ bytes seed_of(u8 control, const test::qrx_file& file)
     return seed;
 }
 
-/// Returns three blocks out of order; the last one is short and stored.
-test::qrx_file shuffled_file()
-{
-    constexpr u32 rest = 40;
-    test::qrx_file file;
-    file.header.original_size = 2 * mib + rest;
-    file.records = {{test::displacement_of(1), test::m1_run_payload('b', mib)},
-                    {test::displacement_of(-1), test::m1_run_payload('a', mib)},
-                    {test::displacement_of(0), bytes(rest, 'c')}};
-    return file;
-}
-
 } // namespace
 
 std::vector<bytes> make_seeds()
@@ -126,8 +114,8 @@ std::vector<bytes> make_seeds()
     constexpr usize block_size = 700;
     std::vector<bytes> seeds;
     for (const u8 control : {any_size, any_block_mb, both_bounded}) {
-        seeds.push_back(seed_of(control, shuffled_file()));
-        seeds.push_back(seed_of(control | with_workers, shuffled_file()));
+        seeds.push_back(seed_of(control, test::shuffled_file()));
+        seeds.push_back(seed_of(control | with_workers, test::shuffled_file()));
     }
     seeds.push_back(seed_of(both_bounded, {{}, {{}}})); // an empty file
     for_each_cell_and_shape(block_size,

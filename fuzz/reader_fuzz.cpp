@@ -450,22 +450,10 @@ bytes seed_of(u8 control, u8 faults, const bytes& image)
     return test::joined({{control, faults}, some_calls(), image});
 }
 
-/// Returns three blocks out of order; the last one is short and stored.
-test::qrx_file shuffled_file()
-{
-    constexpr u32 rest = 40;
-    test::qrx_file file;
-    file.header.original_size = 2 * mib + rest;
-    file.records = {{test::displacement_of(1), test::m1_run_payload('b', mib)},
-                    {test::displacement_of(-1), test::m1_run_payload('a', mib)},
-                    {test::displacement_of(0), bytes(rest, 'c')}};
-    return file;
-}
-
 /// Returns files of several blocks with each kind of fault of the layout.
 std::vector<bytes> several_blocks()
 {
-    test::qrx_file file = shuffled_file();
+    test::qrx_file file = test::shuffled_file();
     std::vector<bytes> images{test::build_qrx(file)};
     images.push_back(test::joined({images[0], {1, 2, 3, 4}})); // a wrong seal
     images.push_back(test::joined({images[0], {1, 2, 3}}));

@@ -1,5 +1,7 @@
 #include "support/qrx_file.h"
 
+#include "support/mib.h"
+
 #include <algorithm>
 
 namespace quarnex::test {
@@ -114,6 +116,17 @@ bytes m1_run_payload(u8 value, u32 length)
     append(payload, length - 1 - (63 + 4), 4);
     payload.insert(payload.end(), {1, 0xEB, 0});
     return payload;
+}
+
+qrx_file shuffled_file()
+{
+    constexpr u32 rest = 40;
+    qrx_file file;
+    file.header.original_size = 2 * mib + rest;
+    file.records = {{displacement_of(1), m1_run_payload('b', mib)},
+                    {displacement_of(-1), m1_run_payload('a', mib)},
+                    {displacement_of(0), bytes(rest, 'c')}};
+    return file;
 }
 
 } // namespace quarnex::test
