@@ -453,7 +453,7 @@ bytes seed_of(u8 control, u8 faults, const bytes& image)
 /// Returns files of several blocks with each kind of fault of the layout.
 std::vector<bytes> several_blocks()
 {
-    test::qrx_file file = test::shuffled_file();
+    test::qrx_file file = test::swapped_file();
     std::vector<bytes> images{test::build_qrx(file)};
     images.push_back(test::joined({images[0], {1, 2, 3, 4}})); // a wrong seal
     images.push_back(test::joined({images[0], {1, 2, 3}}));

@@ -118,7 +118,7 @@ bytes m1_run_payload(u8 value, u32 length)
     return payload;
 }
 
-qrx_file shuffled_file()
+qrx_file swapped_file()
 {
     constexpr u32 rest = 40;
     qrx_file file;

@@ -46,7 +46,7 @@ std::optional<std::vector<bytes>> payloads_in_order(const qrx_file& file);
 /// Returns a payload of method 1, levels 0 to 7, for a block of `length` (68 or more) equal bytes.
 bytes m1_run_payload(u8 value, u32 length);
 
-/// Returns a file of three blocks of 1 MiB out of order; the last one is short and stored.
-qrx_file shuffled_file();
+/// Returns a file of three blocks, the first two 1 MiB and swapped, the last short and stored.
+qrx_file swapped_file();
 
 } // namespace quarnex::test
