@@ -4,11 +4,11 @@ include(CMakePackageConfigHelpers)
 set(made ${CMAKE_BINARY_DIR}/library)
 file(MAKE_DIRECTORY ${made})
 
-install(TARGETS qrx
+install(TARGETS libqrx
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   RUNTIME COMPONENT runtime
   ARCHIVE COMPONENT development)
-install(TARGETS qrx_static COMPONENT development)
+install(TARGETS libqrx_static COMPONENT development)
 install(FILES include/qrx.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 # find_package(qrx)

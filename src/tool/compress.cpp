@@ -1,0 +1,287 @@
+// Compresses files and standard input.
+#include "tool/commands.h"
+#include "tool/compare.h"
+#include "tool/json.h"
+#include "tool/targets.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace tool {
+namespace {
+
+/// Bytes by which the type of a file is detected.
+constexpr size_t sample_bytes = size_t{1} << 20;
+
+class compression {
+  public:
+    compression(const session& run, const work_item& item) : run_(run), item_(item) {}
+
+    int run()
+    {
+        const auto started = std::chrono::steady_clock::now();
+        int status = open_source();
+        if (status == exit_good) status = open_target();
+        if (status == exit_good) status = compress();
+        run_.progress.end();
+        if (status == exit_good) status = finish();
+        if (status != exit_good) return status;
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+        report(seconds.count());
+        return run_.settings.removes_source ? remove_source(run_, item_.source, source_.traits())
+                                            : exit_good;
+    }
+
+  private:
+    bool is_stdout() const { return item_.target.empty(); }
+    const path& target_name() const
+    {
+        static const path standard_output = "-";
+        return is_stdout() ? standard_output : item_.target;
+    }
+    bool verifies() const { return run_.settings.verifies || run_.settings.removes_source; }
+
+    int fail(const path& name, const std::string& text, int status = exit_failed) const
+    {
+        run_.progress.end();
+        run_.messages.error(name, text);
+        return status;
+    }
+
+    int open_source()
+    {
+        const bool is_stdin = is_stdio(item_.source);
+        const int error = is_stdin ? source_.open_stdin() : source_.open(item_.source);
+        if (error != 0) return fail(item_.source, system_error_text(error));
+        const bool is_allowed = is_stdin || source_.traits().is_regular || run_.settings.force ||
+                                run_.settings.to_stdout;
+        if (!is_allowed) return fail(item_.source, "not a regular file, skipped");
+        return run_.settings.removes_source ? check_removal() : exit_good;
+    }
+
+    /// Removing a link or one of several names wouldn't remove the file.
+    int check_removal() const
+    {
+        if (is_stdio(item_.source)) return fail(item_.source, "--rm needs a file name");
+        file_traits unfollowed;
+        traits_of(item_.source, false, unfollowed);
+        if (unfollowed.is_link) return fail(item_.source, "is a link, not removed: skipped");
+        if (unfollowed.links > 1 && !run_.settings.force)
+            return fail(item_.source, "has other names (hard links), skipped");
+        return exit_good;
+    }
+
+    int open_target()
+    {
+        if (is_stdout()) {
+            if (stdout_is_terminal() && !run_.settings.force)
+                return fail("-", "compressed data isn't written to a terminal (-f forces it)");
+            const int error = standard_output_.open_stdout();
+            return error == 0 ? exit_good : fail("-", system_error_text(error));
+        }
+        if (!make_directory_of(run_, item_.target) ||
+            !may_create(run_, item_.target, &source_.traits(), replaces_))
+            return exit_failed;
+        const int error = file_.create(item_.target);
+        return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
+    }
+
+    /// Reads the start of the source.  A source of unknown size is read up to a whole block: its
+    /// size is known if it ends there.
+    int read_start()
+    {
+        const uint64_t block = uint64_t{params_.block_mib} << 20;
+        const uint64_t wanted =
+            source_.is_seekable() ? std::min<uint64_t>(source_.size(), sample_bytes) : block + 1;
+        start_.reset(new char[static_cast<size_t>(wanted)]);
+        const int error = source_.read(start_.get(), static_cast<size_t>(wanted), start_size_);
+        if (error != 0) return fail(item_.source, system_error_text(error));
+        if (source_.is_seekable())
+            size_ = source_.size();
+        else
+            size_ = start_size_ < wanted ? start_size_ : QRX_UNKNOWN_SIZE;
+        return exit_good;
+    }
+
+    int compress()
+    {
+        params_ = run_.settings.params;
+        if (qrx_params_settle(&params_) != QRX_OK) return exit_internal;
+        const uint32_t threads = choose_threads(run_, item_.source, params_, qrx_compress_memory);
+        const int status = read_start();
+        if (status != exit_good) return status;
+        const std::string name = is_stdio(item_.source) ? "" : to_text(item_.source.filename());
+        qrx_params_for_type(&params_, start_.get(), std::min(start_size_, sample_bytes),
+                            name.c_str());
+        run_.progress.start(item_.source, size_ == QRX_UNKNOWN_SIZE ? 0 : size_);
+        watcher_.progress = &run_.progress;
+        return open_writer(threads);
+    }
+
+    /// An output that can't go back gets the size first, if it is known, or is spooled.
+    int open_writer(uint32_t threads)
+    {
+        output_ = is_stdout() ? &standard_output_ : &file_;
+        if (is_stdout() && (verifies() || (size_ == QRX_UNKNOWN_SIZE && !output_->is_seekable()))) {
+            const int error = file_.create_temporary();
+            if (error != 0) return fail("-", "temporary file: " + system_error_text(error));
+            output_ = &file_;
+        }
+        qrx_options library =
+            library_options(watcher_, threads, run_.settings.seals ? QRX_SEAL : 0);
+        library.memory_limit = run_.settings.memory_limit;
+        counter_ = {output_, &run_.progress};
+        qrx_sink sink{};
+        sink.struct_size = sizeof sink;
+        sink.write = write_counted;
+        sink.context = &counter_;
+        qrx_writer* made = nullptr;
+        const qrx_status result = qrx_writer_open_sink(&made, &sink, size_, &params_, &library);
+        writer_.reset(made);
+        return result == QRX_OK ? write_all() : fail_library(result);
+    }
+
+    int fail_library(qrx_status result) const
+    {
+        const bool concerns_target = result == QRX_WRITE_FAILED;
+        return fail(concerns_target ? target_name() : item_.source, failure_text(result, watcher_),
+                    exit_status_of(result));
+    }
+
+    int write_all()
+    {
+        qrx_status result = qrx_writer_write(writer_.get(), start_.get(), start_size_);
+        start_.reset();
+        uint64_t done = start_size_;
+        while (result == QRX_OK && done < size_) {
+            void* buffer = nullptr;
+            size_t room = 0;
+            result = qrx_writer_buffer(writer_.get(), &buffer, &room);
+            if (result != QRX_OK) break;
+            size_t got = 0;
+            const size_t wanted = static_cast<size_t>(std::min<uint64_t>(room, size_ - done));
+            const int error = source_.read(buffer, wanted, got);
+            if (error != 0) return fail(item_.source, system_error_text(error));
+            if (got == 0) break;
+            result = qrx_writer_advance(writer_.get(), got);
+            done += got;
+        }
+        if (result != QRX_OK) return fail_library(result);
+        if (size_ != QRX_UNKNOWN_SIZE && done < size_)
+            return fail(item_.source, "shrank while it was read");
+        result = qrx_writer_finish(writer_.get());
+        writer_.reset();
+        size_ = done;
+        return result == QRX_OK ? exit_good : fail_library(result);
+    }
+
+    int finish()
+    {
+        if (verifies()) {
+            const int status = verify();
+            if (status != exit_good) return status;
+        }
+        if (is_stdout()) return finish_stdout();
+        if (!is_stdio(item_.source)) file_.take_traits(source_.traits());
+        const int error = file_.finish(replaces_, run_.settings.syncs || verifies());
+        return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
+    }
+
+    int verify()
+    {
+        const qrx_source written = source_of(*output_, counter_.end);
+        observer watcher;
+        watcher.progress = &run_.progress;
+        run_.progress.start(target_name(), size_);
+        const qrx_options library = library_options(
+            watcher, choose_threads(run_, target_name(), params_, qrx_decompress_memory), 0);
+        qrx_reader* made = nullptr;
+        const qrx_status result = qrx_reader_open_source(&made, &written, &library);
+        const reader_ptr reader(made);
+        if (result != QRX_OK)
+            return fail(target_name(), "verification: " + failure_text(result, watcher),
+                        exit_status_of(result));
+        if (source_.is_seekable())
+            return compare_with_original(run_, target_name(), made, watcher, source_);
+        const qrx_status tested = qrx_reader_test(made);
+        return tested == QRX_OK
+                   ? exit_good
+                   : fail(target_name(), "verification: " + failure_text(tested, watcher),
+                          exit_status_of(tested));
+    }
+
+    /// Copies a spooled output to standard output.
+    int finish_stdout()
+    {
+        if (output_ == &file_) {
+            std::vector<char> part(sample_bytes);
+            for (uint64_t done = 0; done < counter_.end;) {
+                size_t got = 0;
+                int error = file_.read_at(done, part.data(), part.size(), got);
+                if (error == 0) error = standard_output_.write_at(done, part.data(), got);
+                if (error != 0) return fail("-", system_error_text(error));
+                done += got;
+            }
+        }
+        const int error = standard_output_.finish(false, false);
+        return error == 0 ? exit_good : fail("-", system_error_text(error));
+    }
+
+    void report(double seconds) const
+    {
+        const uint64_t compressed = counter_.end;
+        if (run_.settings.json) {
+            print_json({{"command", "compress"},
+                        {"name", json_name(item_.source)},
+                        {"output", is_stdout() ? "-" : json_name(item_.target)},
+                        {"original_size", size_},
+                        {"compressed_size", compressed},
+                        {"ratio", json_ratio(compressed, size_)},
+                        {"method", params_.method},
+                        {"level", params_.level},
+                        {"verified", verifies()},
+                        {"seconds", seconds}});
+        }
+        run_.messages.note(item_.source, sizes_text(size_, compressed, seconds));
+    }
+
+    /// The output, and how far it has been written.
+    struct counted_output {
+        output_file* file = nullptr;
+        progress_line* progress = nullptr;
+        uint64_t end = 0;
+    };
+
+    static int write_counted(void* context, uint64_t offset, const void* src, size_t size)
+    {
+        auto& counter = *static_cast<counted_output*>(context);
+        counter.end = std::max<uint64_t>(counter.end, offset + size);
+        counter.progress->set_compressed(counter.end);
+        return counter.file->write_at(offset, src, size);
+    }
+
+    const session& run_;
+    const work_item& item_;
+    input_file source_;
+    output_file standard_output_;
+    output_file file_; // the target, or a spool
+    output_file* output_ = nullptr;
+    counted_output counter_;
+    observer watcher_;
+    writer_ptr writer_;
+    qrx_params params_{};
+    bool replaces_ = false;
+    uint64_t size_ = 0;
+    std::unique_ptr<char[]> start_;
+    size_t start_size_ = 0;
+};
+
+} // namespace
+
+int run_compress(const session& run)
+{
+    return for_each_item(run, renaming::add_suffix,
+                         [&](const work_item& item) { return compression(run, item).run(); });
+}
+
+} // namespace tool

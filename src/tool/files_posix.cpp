@@ -1,0 +1,463 @@
+#include "tool/files.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tool {
+namespace {
+
+/// Largest number of bytes of one system call.
+constexpr size_t max_transfer = size_t{1} << 30;
+
+/// Wanted capacity of a pipe: fewer changes between its two processes.
+constexpr int pipe_bytes = 1 << 20;
+
+/// The temporary name of the file being written, which interruption removes; empty for none.
+char interrupted_name[PATH_MAX];
+std::atomic<bool> has_interrupted_name{false};
+
+void on_interruption(int number)
+{
+    if (has_interrupted_name) unlink(interrupted_name);
+    signal(number, SIG_DFL);
+    raise(number);
+}
+
+void set_interrupted_name(const std::string& name)
+{
+    has_interrupted_name = false;
+    if (name.empty() || name.size() >= sizeof interrupted_name) return;
+    std::memcpy(interrupted_name, name.c_str(), name.size() + 1);
+    has_interrupted_name = true;
+}
+
+file_traits traits_from(const struct stat& found)
+{
+    file_traits traits;
+    traits.device = found.st_dev;
+    traits.number = found.st_ino;
+    traits.size = static_cast<uint64_t>(found.st_size);
+    traits.links = found.st_nlink;
+    traits.mode = found.st_mode & 07777;
+    traits.owner = found.st_uid;
+    traits.group = found.st_gid;
+    traits.read_seconds = found.st_atim.tv_sec;
+    traits.read_nanoseconds = found.st_atim.tv_nsec;
+    traits.write_seconds = found.st_mtim.tv_sec;
+    traits.write_nanoseconds = found.st_mtim.tv_nsec;
+    traits.is_regular = S_ISREG(found.st_mode);
+    traits.is_directory = S_ISDIR(found.st_mode);
+    traits.is_link = S_ISLNK(found.st_mode);
+    return traits;
+}
+
+path directory_of(const path& name)
+{
+    return name.has_parent_path() ? name.parent_path() : path(".");
+}
+
+/// Reads until `size` bytes or the end of the file.
+template <class ReadSome>
+int read_fully(ReadSome read_some, char* dest, size_t size, size_t& got)
+{
+    got = 0;
+    while (got < size) {
+        const ssize_t count = read_some(dest + got, std::min(size - got, max_transfer));
+        if (count == 0) return 0;
+        if (count > 0)
+            got += static_cast<size_t>(count);
+        else if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+}
+
+int read_range(int handle, uint64_t offset, void* dest, size_t size, size_t& got)
+{
+    const auto read_some = [&](char* to, size_t count) {
+        return pread(handle, to, count, static_cast<off_t>(offset + got));
+    };
+    return read_fully(read_some, static_cast<char*>(dest), size, got);
+}
+
+int rename_without_replacing(const char* from, const char* to)
+{
+#ifdef RENAME_NOREPLACE
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+#endif
+    if (link(from, to) != 0) return errno;
+    unlink(from);
+    return 0;
+}
+
+} // namespace
+
+int traits_of(const path& name, bool follows_links, file_traits& traits)
+{
+    struct stat found {};
+    const int flags = follows_links ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (fstatat(AT_FDCWD, name.c_str(), &found, flags) != 0) return errno;
+    traits = traits_from(found);
+    return 0;
+}
+
+input_file::input_file(input_file&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+input_file& input_file::operator=(input_file&& other) noexcept
+{
+    std::swap(handle_, other.handle_);
+    std::swap(is_owned_, other.is_owned_);
+    is_seekable_ = other.is_seekable_;
+    start_ = other.start_;
+    size_ = other.size_;
+    traits_ = other.traits_;
+    return *this;
+}
+
+input_file::~input_file()
+{
+    if (is_owned_) close(static_cast<int>(handle_));
+}
+
+int input_file::open(const path& name)
+{
+    // Opening a named pipe doesn't wait for a writer; reading it does.
+    const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (handle < 0) return errno;
+    handle_ = handle;
+    is_owned_ = true;
+    struct stat found {};
+    if (fstat(handle, &found) != 0) return errno;
+    traits_ = traits_from(found);
+    is_seekable_ = traits_.is_regular;
+    size_ = traits_.is_regular ? traits_.size : 0;
+    return traits_.is_directory ? EISDIR : 0;
+}
+
+int input_file::open_stdin()
+{
+    struct stat found {};
+    if (fstat(STDIN_FILENO, &found) != 0) return errno;
+    handle_ = STDIN_FILENO;
+    traits_ = traits_from(found);
+    const off_t position = lseek(STDIN_FILENO, 0, SEEK_CUR);
+    is_seekable_ = traits_.is_regular && position >= 0;
+    if (is_seekable_) {
+        start_ = static_cast<uint64_t>(position);
+        size_ = traits_.size - std::min(start_, traits_.size);
+    } else {
+#ifdef F_SETPIPE_SZ
+        fcntl(STDIN_FILENO, F_SETPIPE_SZ, pipe_bytes); // only a speed-up
+#endif
+    }
+    return traits_.is_directory ? EISDIR : 0;
+}
+
+int input_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) const
+{
+    return read_range(static_cast<int>(handle_), start_ + offset, dest, size, got);
+}
+
+int input_file::read(void* dest, size_t size, size_t& got)
+{
+    const auto read_some = [&](char* to, size_t count) {
+        return ::read(static_cast<int>(handle_), to, count);
+    };
+    return read_fully(read_some, static_cast<char*>(dest), size, got);
+}
+
+struct output_file::state {
+    enum class naming {
+        nameless,  // the file has no name yet
+        temporary, // it has a temporary one
+        final      // standard output, or it has its name
+    };
+
+    int handle = -1;
+    naming kind = naming::final;
+    std::string name;
+    std::string temporary_name;
+    bool is_stdout = false;
+    bool is_seekable = true;
+    bool has_mode = false;
+    uint64_t start = 0;    // offset 0 of standard output
+    uint64_t position = 0; // of standard output that isn't seekable
+    uint64_t end = 0;
+
+    int write(uint64_t offset, const char* src, size_t size) const;
+    int create_named();
+    int give_name(bool replaces);
+    int name_nameless(bool replaces);
+    void discard();
+};
+
+output_file::output_file() : state_(std::make_unique<state>()) {}
+
+output_file::~output_file()
+{
+    state_->discard();
+}
+
+void output_file::state::discard()
+{
+    if (kind == naming::temporary) unlink(temporary_name.c_str());
+    set_interrupted_name({});
+    if (handle >= 0 && !is_stdout) close(handle);
+    handle = -1;
+    kind = naming::final;
+}
+
+/// Creates a file of a temporary name beside `name`.
+int output_file::state::create_named()
+{
+    const path final_name(name);
+    const std::string base = final_name.filename().string().substr(0, 200);
+    temporary_name = (directory_of(final_name) / ("." + base + ".XXXXXX")).string();
+    handle = mkostemp(temporary_name.data(), O_CLOEXEC);
+    if (handle < 0) return errno;
+    kind = naming::temporary;
+    set_interrupted_name(temporary_name);
+    return 0;
+}
+
+int output_file::create(const path& name)
+{
+    state_->name = name.string();
+#ifdef O_TMPFILE
+    state_->handle = open(directory_of(name).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (state_->handle >= 0) {
+        state_->kind = state::naming::nameless;
+        return 0;
+    }
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
+#endif
+    return state_->create_named(); // the file system can't create files without a name
+}
+
+int output_file::create_temporary()
+{
+    const char* directory = std::getenv("TMPDIR");
+    if (directory == nullptr || *directory == 0) directory = "/tmp";
+    const int error = create(path(directory) / "qrx");
+    if (error != 0) return error;
+    if (state_->kind == state::naming::temporary) {
+        unlink(state_->temporary_name.c_str());
+        set_interrupted_name({});
+        state_->kind = state::naming::nameless;
+    }
+    return 0;
+}
+
+int output_file::open_stdout()
+{
+    struct stat found {};
+    if (fstat(STDOUT_FILENO, &found) != 0) return errno;
+    state_->handle = STDOUT_FILENO;
+    state_->is_stdout = true;
+    const off_t position = lseek(STDOUT_FILENO, 0, SEEK_CUR);
+    const bool appends = (fcntl(STDOUT_FILENO, F_GETFL) & O_APPEND) != 0;
+    state_->is_seekable = S_ISREG(found.st_mode) && position >= 0 && !appends;
+    if (state_->is_seekable) state_->start = static_cast<uint64_t>(position);
+#ifdef F_SETPIPE_SZ
+    if (S_ISFIFO(found.st_mode)) fcntl(STDOUT_FILENO, F_SETPIPE_SZ, pipe_bytes);
+#endif
+    return 0;
+}
+
+bool output_file::is_seekable() const
+{
+    return state_->is_seekable;
+}
+
+int output_file::state::write(uint64_t offset, const char* src, size_t size) const
+{
+    while (size != 0) {
+        const size_t part = std::min(size, max_transfer);
+        const ssize_t count = is_seekable
+                                  ? pwrite(handle, src, part, static_cast<off_t>(start + offset))
+                                  : ::write(handle, src, part);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return errno;
+        src += count;
+        offset += static_cast<uint64_t>(count);
+        size -= static_cast<size_t>(count);
+    }
+    return 0;
+}
+
+int output_file::write_at(uint64_t offset, const void* src, size_t size)
+{
+    if (!state_->is_seekable && offset != state_->position) return ESPIPE;
+    const int error = state_->write(offset, static_cast<const char*>(src), size);
+    if (error != 0) return error;
+    state_->position = offset + size;
+    state_->end = std::max(state_->end, state_->position);
+    return 0;
+}
+
+int output_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) const
+{
+    return read_range(state_->handle, offset, dest, size, got);
+}
+
+void output_file::take_traits(const file_traits& traits)
+{
+    if (state_->is_stdout) return;
+    // Only root may give files away; then special bits would be a risk.
+    const bool has_owner = fchown(state_->handle, traits.owner, traits.group) == 0;
+    const uint32_t mode = has_owner ? traits.mode : traits.mode & 0777;
+    state_->has_mode = fchmod(state_->handle, static_cast<mode_t>(mode)) == 0;
+    const timespec times[2] = {
+        {static_cast<time_t>(traits.read_seconds), static_cast<long>(traits.read_nanoseconds)},
+        {static_cast<time_t>(traits.write_seconds), static_cast<long>(traits.write_nanoseconds)}};
+    futimens(state_->handle, times);
+}
+
+/// Links a file without a name to its name, through a temporary one if it replaces a file.
+int output_file::state::name_nameless(bool replaces)
+{
+    const std::string link_name = "/proc/self/fd/" + std::to_string(handle);
+    const auto link_to = [&](const std::string& to) {
+        const int made =
+            linkat(AT_FDCWD, link_name.c_str(), AT_FDCWD, to.c_str(), AT_SYMLINK_FOLLOW);
+        return made == 0 ? 0 : errno;
+    };
+    const int error = link_to(name);
+    if (error != EEXIST || !replaces) return error;
+    const path final_name(name);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const std::string number = std::to_string(getpid()) + "-" + std::to_string(attempt);
+        temporary_name = (directory_of(final_name) / (".qrx-" + number)).string();
+        set_interrupted_name(temporary_name);
+        const int linked = link_to(temporary_name);
+        if (linked == EEXIST) continue;
+        if (linked != 0) return linked;
+        kind = naming::temporary;
+        return rename(temporary_name.c_str(), name.c_str()) == 0 ? 0 : errno;
+    }
+    return EEXIST;
+}
+
+int output_file::state::give_name(bool replaces)
+{
+    if (kind == naming::nameless) return name_nameless(replaces);
+    if (!replaces) return rename_without_replacing(temporary_name.c_str(), name.c_str());
+    return rename(temporary_name.c_str(), name.c_str()) == 0 ? 0 : errno;
+}
+
+int output_file::finish(bool replaces, bool syncs)
+{
+    state& file = *state_;
+    if (file.is_stdout) {
+        if (!file.is_seekable) return 0;
+        // What the next process writes there comes after it.
+        const auto end = static_cast<off_t>(file.start + file.end);
+        return lseek(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
+    }
+    if (!file.has_mode) {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(file.handle, 0666 & ~mask) != 0) return errno;
+    }
+    if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
+    const int error = file.give_name(replaces);
+    if (error != 0) return error;
+    set_interrupted_name({});
+    file.kind = state::naming::final;
+    const int closed = close(file.handle);
+    file.handle = -1;
+    if (closed != 0 && errno != EINTR) return errno;
+    if (syncs) sync_directory_of(file.name);
+    return 0;
+}
+
+int remove_file(const path& name)
+{
+    return unlink(name.c_str()) == 0 ? 0 : errno;
+}
+
+void sync_directory_of(const path& name)
+{
+    const int handle = open(directory_of(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0) return;
+    fsync(handle);
+    close(handle);
+}
+
+bool stdin_is_terminal()
+{
+    return isatty(STDIN_FILENO) != 0;
+}
+bool stdout_is_terminal()
+{
+    return isatty(STDOUT_FILENO) != 0;
+}
+bool stderr_is_terminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+unsigned terminal_columns()
+{
+    winsize size{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+    return size.ws_col;
+}
+
+bool ask_on_terminal(const std::string& question)
+{
+    if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
+    std::fprintf(stderr, "%s", question.c_str());
+    int answer = std::getchar();
+    for (int rest = answer; rest != '\n' && rest != EOF;) rest = std::getchar();
+    return answer == 'y' || answer == 'Y';
+}
+
+void prepare_process()
+{
+    signal(SIGXFSZ, SIG_IGN); // writing fails with EFBIG
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+        struct sigaction action {};
+        sigaction(number, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue; // nohup
+        action.sa_handler = on_interruption;
+        sigaction(number, &action, nullptr);
+    }
+    // A file must not get the number of a standard stream that is closed.
+    for (int handle = open("/dev/null", O_RDWR); handle >= 0; handle = open("/dev/null", O_RDWR)) {
+        if (handle > STDERR_FILENO) {
+            close(handle);
+            return;
+        }
+    }
+}
+
+path to_path(const std::string& word)
+{
+    return path(word);
+}
+std::string to_text(const path& name)
+{
+    return name.string();
+}
+
+std::vector<std::string> command_line_words(int argc, char** argv)
+{
+    return {argv, argv + argc};
+}
+
+} // namespace tool

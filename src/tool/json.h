@@ -1,0 +1,24 @@
+// tool/json.h - JSON on standard output: one object per line and file
+#pragma once
+
+#include "tool/library.h"
+
+#include <nlohmann/json.hpp>
+
+namespace tool {
+
+using json = nlohmann::ordered_json;
+
+/// Prints an object as one line of ASCII.
+void print_json(const json& object);
+
+/// Returns a file name; bytes that aren't UTF-8 become replacement characters when it is printed.
+std::string json_name(const path& name);
+
+/// Describes a fault: what, and where in the original.
+json json_fault(const qrx_event& fault, const qrx_info& info);
+
+/// Returns compressed / original; null for an empty original.
+json json_ratio(uint64_t compressed, uint64_t original);
+
+} // namespace tool

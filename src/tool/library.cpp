@@ -1,0 +1,262 @@
+#include "tool/library.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+
+namespace tool {
+namespace {
+
+/// Standard input that is no longer than this stays in memory.
+constexpr size_t max_in_memory = size_t{16} << 20;
+
+constexpr size_t copy_bytes = size_t{1} << 20;
+
+int read_input(void* context, uint64_t offset, void* dest, size_t size, size_t* got)
+{
+    return static_cast<const input_file*>(context)->read_at(offset, dest, size, *got);
+}
+
+int read_output(void* context, uint64_t offset, void* dest, size_t size, size_t* got)
+{
+    return static_cast<const output_file*>(context)->read_at(offset, dest, size, *got);
+}
+
+int read_memory(void* context, uint64_t offset, void* dest, size_t size, size_t* got)
+{
+    const auto& memory = *static_cast<const std::vector<char>*>(context);
+    const size_t start = static_cast<size_t>(std::min<uint64_t>(offset, memory.size()));
+    *got = std::min(size, memory.size() - start);
+    std::copy_n(memory.data() + start, *got, static_cast<char*>(dest));
+    return 0;
+}
+
+int write_output(void* context, uint64_t offset, const void* src, size_t size)
+{
+    return static_cast<output_file*>(context)->write_at(offset, src, size);
+}
+
+/// Returns the number of threads for a reader.  With a memory limit it depends on the parameters of
+/// the file, which are read for that.
+uint32_t reader_threads(const session& run, const path& name, const qrx_source& source,
+                        uint32_t flags)
+{
+    qrx_params known{};
+    known.struct_size = sizeof known;
+    if (run.settings.memory_limit != 0) {
+        observer unused;
+        const qrx_options look = library_options(unused, 0, flags);
+        qrx_reader* made = nullptr;
+        if (qrx_reader_open_source(&made, &source, &look) != QRX_OK) return 0;
+        const reader_ptr first(made);
+        qrx_reader_params(made, &known);
+    }
+    return choose_threads(run, name, known, qrx_decompress_memory);
+}
+
+} // namespace
+
+int exit_status_of(qrx_status result)
+{
+    switch (result) {
+    case QRX_OK:
+        return exit_good;
+    case QRX_NOT_QRX:
+    case QRX_TRUNCATED:
+    case QRX_CORRUPT:
+    case QRX_CHECKSUM_MISMATCH:
+    case QRX_BLOCK_SHORT:
+    case QRX_INEXACT_END:
+    case QRX_BLOCK_MISSING:
+    case QRX_BLOCK_REPEATED:
+    case QRX_TRAILING_BYTES:
+        return exit_damaged;
+    case QRX_BAD_ARGUMENT:
+    case QRX_BUFFER_TOO_SMALL:
+        return exit_internal;
+    default:
+        return exit_failed;
+    }
+}
+
+qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)
+{
+    qrx_options made{};
+    made.struct_size = sizeof made;
+    made.threads = threads;
+    made.flags = flags;
+    made.context = &watcher;
+    made.event = [](void* context, const qrx_event* event) {
+        static_cast<observer*>(context)->events.push_back(*event);
+    };
+    made.progress = [](void* context, uint64_t done, uint64_t) {
+        progress_line* progress = static_cast<observer*>(context)->progress;
+        if (progress != nullptr) progress->advance(done);
+        return 0;
+    };
+    return made;
+}
+
+byte_range range_of(const qrx_event& fault, const qrx_info& info)
+{
+    if (fault.block == QRX_NO_BLOCK) return {0, 0};
+    const uint64_t blocks =
+        fault.what == QRX_BLOCK_MISSING ? std::max<uint64_t>(fault.wanted, 1) : 1;
+    const uint64_t first = fault.block * info.block_size;
+    return {first, std::min(first + blocks * info.block_size, info.original_size)};
+}
+
+std::string fault_text(const qrx_event& fault, const qrx_info& info)
+{
+    std::string text = qrx_status_text(fault.what);
+    if (fault.system_error != 0) text += ": " + system_error_text(fault.system_error);
+    if (fault.block == QRX_NO_BLOCK) {
+        if (fault.offset != 0) text += " at offset " + std::to_string(fault.offset);
+        return text;
+    }
+    std::string place = "block " + std::to_string(fault.block);
+    if (fault.what == QRX_BLOCK_MISSING && fault.wanted > 1)
+        place = "blocks " + std::to_string(fault.block) + " to " +
+                std::to_string(fault.block + fault.wanted - 1);
+    const byte_range range = range_of(fault, info);
+    if (range.first < range.last)
+        place += " (bytes " + std::to_string(range.first) + ":" + std::to_string(range.last) + ")";
+    return place + ": " + text;
+}
+
+std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info)
+{
+    if (watcher.events.empty() || watcher.events.back().what != result)
+        return qrx_status_text(result);
+    const qrx_event& last = watcher.events.back();
+    if (result == QRX_OVER_LIMIT)
+        return "needs " + size_text(last.wanted) + ", and the memory limit is " +
+               size_text(last.got);
+    // Reading and writing fail for a reason of the system, which says it all.
+    const bool is_system = last.system_error != 0 && last.block == QRX_NO_BLOCK;
+    return is_system ? system_error_text(last.system_error) : fault_text(last, info);
+}
+
+uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
+                        memory_function needed)
+{
+    const uint32_t wanted =
+        run.settings.threads != 0
+            ? run.settings.threads
+            : std::clamp(std::thread::hardware_concurrency(), 1U, QRX_MAX_THREADS);
+    uint32_t threads = wanted;
+    const uint64_t limit = run.settings.memory_limit;
+    while (limit != 0 && threads != 0 && needed(&params, threads) > limit) --threads;
+    if (threads != wanted)
+        run.messages.warn(name, "uses " + std::to_string(threads) + " of " +
+                                    std::to_string(wanted) +
+                                    " threads, to stay within the memory limit");
+    return threads;
+}
+
+qrx_source source_of(const input_file& file)
+{
+    qrx_source source{};
+    source.struct_size = sizeof source;
+    source.read = read_input;
+    source.size = file.size();
+    source.context = const_cast<input_file*>(&file);
+    return source;
+}
+
+qrx_source source_of(const output_file& file, uint64_t size)
+{
+    qrx_source source{};
+    source.struct_size = sizeof source;
+    source.read = read_output;
+    source.size = size;
+    source.context = const_cast<output_file*>(&file);
+    return source;
+}
+
+qrx_sink sink_of(output_file& file)
+{
+    qrx_sink sink{};
+    sink.struct_size = sizeof sink;
+    sink.write = write_output;
+    sink.context = &file;
+    return sink;
+}
+
+int compressed_input::open(const path& name)
+{
+    const int error = is_stdio(name) ? file_.open_stdin() : file_.open(name);
+    return error != 0 || file_.is_seekable() ? error : spool();
+}
+
+/// Copies an input that can't be read at any offset.
+int compressed_input::spool()
+{
+    memory_.resize(max_in_memory + 1);
+    size_t got = 0;
+    int error = file_.read(memory_.data(), memory_.size(), got);
+    if (error != 0) return error;
+    memory_.resize(got);
+    if (got <= max_in_memory) return 0;
+    spool_ = std::make_unique<output_file>();
+    error = spool_->create_temporary();
+    while (error == 0 && got != 0) {
+        error = spool_->write_at(spooled_, memory_.data(), got);
+        spooled_ += got;
+        memory_.resize(copy_bytes);
+        if (error == 0) error = file_.read(memory_.data(), memory_.size(), got);
+    }
+    memory_ = {};
+    return error;
+}
+
+uint64_t compressed_input::size() const
+{
+    if (spool_) return spooled_;
+    return file_.is_seekable() ? file_.size() : memory_.size();
+}
+
+qrx_source compressed_input::source() const
+{
+    if (spool_) return source_of(*spool_, spooled_);
+    if (file_.is_seekable()) return source_of(file_);
+    qrx_source source{};
+    source.struct_size = sizeof source;
+    source.read = read_memory;
+    source.size = memory_.size();
+    source.context = const_cast<std::vector<char>*>(&memory_);
+    return source;
+}
+
+int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_status* not_qrx)
+{
+    const int error = input.open(name);
+    if (error != 0) {
+        run.messages.error(name, system_error_text(error));
+        return exit_failed;
+    }
+    watcher.progress = &run.progress;
+    const qrx_source source = input.source();
+    qrx_reader* made = nullptr;
+    const uint32_t threads = reader_threads(run, name, source, flags);
+    qrx_options chosen = library_options(watcher, threads, flags);
+    chosen.memory_limit = run.settings.memory_limit;
+    const qrx_status result = qrx_reader_open_source(&made, &source, &chosen);
+    if (result == QRX_NOT_QRX && not_qrx != nullptr) {
+        *not_qrx = result;
+        return exit_damaged;
+    }
+    if (result != QRX_OK) {
+        run.progress.end();
+        run.messages.error(name, failure_text(result, watcher));
+        return exit_status_of(result);
+    }
+    reader.reset(made);
+    info.struct_size = sizeof info;
+    params.struct_size = sizeof params;
+    qrx_reader_info(made, &info);
+    qrx_reader_params(made, &params);
+    return exit_good;
+}
+
+} // namespace tool

@@ -1,0 +1,96 @@
+// tool/library.h - handles, streams and events of qrx.h for the commands
+#pragma once
+
+#include "tool/console.h"
+#include "tool/files.h"
+#include "tool/progress.h"
+
+#include <memory>
+
+namespace tool {
+
+/// What all commands get.
+struct session {
+    const options& settings;
+    console& messages;
+    progress_line& progress;
+};
+
+struct close_handle {
+    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
+    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
+    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
+};
+using reader_ptr = std::unique_ptr<qrx_reader, close_handle>;
+using writer_ptr = std::unique_ptr<qrx_writer, close_handle>;
+using codec_ptr = std::unique_ptr<qrx_codec, close_handle>;
+
+/// Returns the exit status for a result of the library.
+int exit_status_of(qrx_status result);
+
+/// The events of a handle, and what its progress is reported to.
+struct observer {
+    std::vector<qrx_event> events;
+    progress_line* progress = nullptr;
+};
+
+/// Returns options that record events and progress in `watcher`, which must outlive the handle.
+qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags);
+
+/// Returns the bytes of the original that a fault concerns; empty if it concerns no block.
+byte_range range_of(const qrx_event& fault, const qrx_info& info);
+
+/// Describes a fault: "block 3 (bytes 100663296:134217728): a block has no record".  The sizes in
+/// `info` are 0 if they are unknown.
+std::string fault_text(const qrx_event& fault, const qrx_info& info);
+
+/// Describes a failure of a library call by its last event, if it had one.
+std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info = {});
+
+/// Returns the number of threads: as many as wanted, or fewer to stay within the memory limit, with
+/// a warning.  `needed` gives the memory for a number of threads.  0 threads still code, on the
+/// caller's.
+using memory_function = uint64_t (*)(const qrx_params* params, uint32_t threads);
+uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
+                        memory_function needed);
+
+/// Positioned input of the library from a file.
+qrx_source source_of(const input_file& file);
+/// Reads back an output.
+qrx_source source_of(const output_file& file, uint64_t size);
+/// Positioned output of the library to a file.
+qrx_sink sink_of(output_file& file);
+
+/// A compressed input: a file, or standard input, which is copied to memory or a temporary file if
+/// it can't be read at any offset.
+class compressed_input {
+  public:
+    /// Opens `name`, "-" for standard input.  Returns an errno value.
+    int open(const path& name);
+    const input_file& file() const { return file_; }
+    uint64_t size() const;
+    qrx_source source() const;
+
+  private:
+    int spool();
+
+    input_file file_;
+    std::vector<char> memory_; // of standard input, while it is short
+    std::unique_ptr<output_file> spool_;
+    uint64_t spooled_ = 0;
+};
+
+/// A compressed file open for reading.
+struct open_reader {
+    compressed_input input;
+    observer watcher;
+    reader_ptr reader;
+    qrx_info info{};
+    qrx_params params{};
+
+    /// Opens a file; reports failures and returns the exit status.  If `not_qrx` isn't null, it
+    /// receives QRX_NOT_QRX instead of a message for a file that isn't a .qrx file.
+    int open(const session& run, const path& name, uint32_t flags, qrx_status* not_qrx = nullptr);
+};
+
+} // namespace tool

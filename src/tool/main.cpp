@@ -1,0 +1,68 @@
+// tool/main.cpp - the qrx program
+#include "tool/commands.h"
+
+#include <exception>
+#include <new>
+
+namespace tool {
+namespace {
+
+int run_command(const session& run)
+{
+    switch (run.settings.what) {
+    case command::compress:
+        return run_compress(run);
+    case command::decompress:
+    case command::test:
+        return run_decompress(run);
+    case command::list:
+        return run_list(run);
+    case command::info:
+        return run_info(run);
+    case command::verify:
+        return run_verify(run);
+    case command::cat:
+        return run_cat(run);
+    case command::recover:
+        return run_recover(run);
+    case command::split:
+        return run_split(run);
+    case command::join:
+        return run_join(run);
+    case command::bench:
+        return run_bench(run);
+    }
+    return exit_internal;
+}
+
+int run(const std::vector<std::string>& words)
+{
+    int status = exit_good;
+    const auto settings = read_command_line(words, status);
+    if (settings) {
+        console messages(settings->verbosity);
+        progress_line progress(!settings->is_quiet());
+        status = run_command({*settings, messages, progress});
+    }
+    const int error = close_output();
+    if (error == 0) return status;
+    console(0).error("standard output: " + system_error_text(error));
+    return status > exit_failed ? status : exit_failed;
+}
+
+} // namespace
+} // namespace tool
+
+int main(int argc, char** argv)
+{
+    try {
+        tool::prepare_process();
+        return tool::run(tool::command_line_words(argc, argv));
+    } catch (const std::bad_alloc&) {
+        tool::console(0).error("out of memory");
+        return tool::exit_failed;
+    } catch (const std::exception& error) {
+        tool::console(0).error(std::string("internal error: ") + error.what());
+        return tool::exit_internal;
+    }
+}

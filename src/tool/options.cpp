@@ -1,0 +1,446 @@
+#include "tool/options.h"
+
+#include "tool/console.h"
+#include "tool/files.h"
+#include "tool/presets.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+struct command_entry {
+    const char* word;
+    command what;
+    const char* summary;
+};
+
+constexpr std::array commands{
+    command_entry{"test", command::test, "check files completely"},
+    command_entry{"list", command::list, "sizes, ratios and parameters of files"},
+    command_entry{"info", command::info, "everything about files, with a map of their blocks"},
+    command_entry{"verify", command::verify, "compare files with their originals"},
+    command_entry{"cat", command::cat, "write files or ranges of them to standard output"},
+    command_entry{"recover", command::recover, "save what can be read of damaged files"},
+    command_entry{"split", command::split, "divide a file into pieces at block borders"},
+    command_entry{"join", command::join, "make one file from pieces"},
+    command_entry{"bench", command::bench, "measure methods and levels on your files"},
+};
+
+const command_entry* find_command(const std::string& word)
+{
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&](const command_entry& entry) { return word == entry.word; });
+    return found != commands.end() ? found : nullptr;
+}
+
+bool is_digit(char character)
+{
+    return character >= '0' && character <= '9';
+}
+
+/// Turns the digits of a word like "-9", "-33" or "-c9" into an option of their own: CLI11 knows
+/// one-letter options only.  Letters whose option has a value end the search.
+void add_expanded(const std::string& word, std::vector<std::string>& words)
+{
+    const auto is_end = [](char character) {
+        return is_digit(character) || std::string_view("bCoT").find(character) != std::string::npos;
+    };
+    const auto first = std::find_if(word.begin(), word.end(), is_end);
+    if (word.size() < 2 || word[0] != '-' || word[1] == '-' || first == word.end() ||
+        !is_digit(*first)) {
+        words.push_back(word);
+        return;
+    }
+    const auto last = std::find_if_not(first, word.end(), is_digit);
+    if (first - word.begin() > 1) words.emplace_back(word.begin(), first);
+    words.push_back("--level=" + std::string(first, last));
+    if (last != word.end()) add_expanded("-" + std::string(last, word.end()), words);
+}
+
+std::vector<std::string> expand(const std::vector<std::string>& words)
+{
+    std::vector<std::string> expanded;
+    for (size_t index = 0; index < words.size(); ++index) {
+        if (words[index] == "--") {
+            expanded.insert(expanded.end(), words.begin() + static_cast<ptrdiff_t>(index),
+                            words.end());
+            break;
+        }
+        add_expanded(words[index], expanded);
+    }
+    return expanded;
+}
+
+/// Reads a number of bytes: digits, and K, M, G or T for powers of 1024.
+uint64_t read_size(const std::string& text)
+{
+    constexpr std::string_view units = "KMGT";
+    size_t used = 0;
+    uint64_t value = 0;
+    if (!text.empty() && is_digit(text[0])) {
+        try {
+            value = std::stoull(text, &used);
+        } catch (const std::out_of_range&) {
+            used = 0;
+        }
+    }
+    unsigned shift = 0;
+    std::string unit = text.substr(used);
+    if (!unit.empty()) {
+        const auto found = units.find(static_cast<char>(std::toupper(unit[0])));
+        if (found != std::string_view::npos) shift = 10 * (static_cast<unsigned>(found) + 1);
+        if (unit.size() > 1 && unit.substr(1) != "B" && unit.substr(1) != "iB") shift = 0;
+        unit = shift != 0 ? "" : unit;
+    }
+    if (used == 0 || !unit.empty() || value > (UINT64_MAX >> shift))
+        throw CLI::ValidationError("'" + text + "' is not a size such as 4096, 64K or 2G");
+    return value << shift;
+}
+
+/// Reads "A:B", "A:", ":B" (bytes A up to but not including B) or "A+N" (N bytes from A on).
+byte_range read_range(const std::string& text)
+{
+    byte_range range;
+    const size_t mark = text.find_first_of(":+");
+    if (mark == std::string::npos)
+        throw CLI::ValidationError("'" + text + "' is not a range such as 1000:2000 or 4M+64K");
+    const std::string first = text.substr(0, mark);
+    const std::string last = text.substr(mark + 1);
+    if (!first.empty()) range.first = read_size(first);
+    if (text[mark] == '+') {
+        const uint64_t size = read_size(last);
+        range.last = size > UINT64_MAX - range.first ? UINT64_MAX : range.first + size;
+    } else if (!last.empty()) {
+        range.last = read_size(last);
+    }
+    if (range.last < range.first)
+        throw CLI::ValidationError("the range " + text + " ends before it starts");
+    return range;
+}
+
+/// Reads a cell (two digits) or, if `allows_preset`, a preset.
+int read_cell(const std::string& text, bool allows_preset)
+{
+    const bool is_number = !text.empty() && std::all_of(text.begin(), text.end(), is_digit);
+    const int number = is_number && text.size() <= 2 ? std::stoi(text) : 0;
+    if (text.size() == 2 && number >= 10 && number <= 59) return number;
+    if (allows_preset && text.size() == 1 && number != 0)
+        return preset_cells[static_cast<size_t>(number)];
+    throw CLI::ValidationError("-" + text + ": not " +
+                               (allows_preset ? "a preset (1 to 9) or " : "") +
+                               "a method (1 to 5) and a level (0 to 9)");
+}
+
+std::string preset_help()
+{
+    std::string text = "Presets:";
+    for (size_t preset = 1; preset < preset_cells.size(); ++preset)
+        text += " -" + std::to_string(preset) + " = -" + std::to_string(preset_cells[preset]) +
+                (preset == default_preset ? " (default)" : "") +
+                (preset + 1 < preset_cells.size() ? "," : "");
+    return text;
+}
+
+std::string command_help()
+{
+    std::string text = "Commands (qrx COMMAND -h explains one):\n";
+    for (const command_entry& entry : commands) {
+        std::string line = "  " + std::string(entry.word);
+        line.resize(12, ' ');
+        text += line + entry.summary + "\n";
+    }
+    return text + "\n" + preset_help();
+}
+
+/// Declares options.  Those of one command are declared by one function.
+class command_line {
+  public:
+    command_line(options& settings, CLI::App& app) : settings_(settings), app_(app) {}
+
+    void add_names(const char* label, const char* text, bool is_required)
+    {
+        auto* names = app_.add_option_function<std::vector<std::string>>(
+            label,
+            [this](const std::vector<std::string>& words) {
+                for (const std::string& word : words) settings_.names.push_back(to_path(word));
+            },
+            text);
+        names->type_name("");
+        if (is_required) names->required();
+    }
+
+    void add_common()
+    {
+        add_flag("-q,--quiet", "no warnings", [this] { settings_.verbosity = -1; });
+        add_flag("-v,--verbose", "say more", [this] { settings_.verbosity = 1; });
+        app_.add_flag("--json", settings_.json, "print one JSON object per file");
+    }
+
+    void add_resources()
+    {
+        add_number("-T,--threads", settings_.threads, "worker threads; 0: one per processor", 0,
+                   QRX_MAX_THREADS);
+        add_size("--memory-limit", settings_.memory_limit,
+                 "use fewer threads rather than more memory, such as 500M");
+    }
+
+    void add_outputs()
+    {
+        add_path("-o,--output", settings_.output, "write to this file");
+        add_path("-C,--directory", settings_.directory, "write into this directory");
+        app_.add_flag("-f,--force", settings_.force, "overwrite files");
+        add_flag("--no-sync", "leave flushing to the system", [this] { settings_.syncs = false; });
+    }
+
+    void add_cell()
+    {
+        app_.add_option_function<std::string>(
+                "--level",
+                [this](const std::string& text) {
+                    const int cell = read_cell(text, true);
+                    settings_.params.method = static_cast<uint32_t>(cell / 10);
+                    settings_.params.level = static_cast<uint32_t>(cell % 10);
+                },
+                "-1 (fast) to -9 (small), or two digits: method and level")
+            ->type_name("N");
+        add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
+                   1, 2047);
+        add_flag("--no-seal", "write no checksum", [this] { settings_.seals = false; });
+    }
+
+    void add_main()
+    {
+        add_names("FILE", "without files, or with -, standard input", false);
+        add_flag("-d,--decompress", "decompress", [this] { settings_.what = command::decompress; });
+        add_flag("-t,--test", "check files", [this] { settings_.what = command::test; });
+        add_flag("-l,--list", "list files", [this] { settings_.what = command::list; });
+        add_flag("-z,--compress", "compress (default)",
+                 [this] { settings_.what = command::compress; });
+        app_.add_flag("-c,--stdout", settings_.to_stdout, "write to standard output");
+        add_outputs();
+        add_flag("-k,--keep", "keep sources (default)",
+                 [this] { settings_.removes_source = false; });
+        add_flag("--rm", "remove sources after their outputs are verified and flushed",
+                 [this] { settings_.removes_source = true; });
+        app_.add_flag("-r,--recursive", settings_.recursive, "include directories");
+        add_cell();
+        app_.add_flag("--verify", settings_.verifies, "compare each output with its source");
+        add_resources();
+        add_common();
+    }
+
+    void add_command()
+    {
+        switch (settings_.what) {
+        case command::test:
+            add_names("FILE", "files to check", false);
+            add_resources();
+            break;
+        case command::list:
+        case command::info:
+            add_names("FILE", "files to describe", true);
+            break;
+        case command::verify:
+            add_names("FILE", "compressed files; originals are beside them", true);
+            add_path("--against", settings_.output, "the original of the only file");
+            add_resources();
+            break;
+        case command::cat:
+            add_names("FILE", "compressed files", true);
+            add_range();
+            add_resources();
+            break;
+        case command::recover:
+            add_names("FILE", "damaged files", true);
+            add_outputs();
+            add_resources();
+            break;
+        case command::split:
+            add_names("FILE", "compressed file", true);
+            add_outputs();
+            add_pieces();
+            break;
+        case command::join:
+            add_names("PIECE", "pieces in order", true);
+            add_outputs();
+            break;
+        case command::bench:
+            add_bench();
+            break;
+        default:
+            break;
+        }
+        add_common();
+    }
+
+    void check() const
+    {
+        const auto refuse = [](bool is_wrong, const char* text) {
+            if (is_wrong) throw CLI::ValidationError(text);
+        };
+        refuse(!settings_.output.empty() && settings_.names.size() > 1 &&
+                   settings_.what != command::join,
+               "-o and --against take one input file");
+        refuse(settings_.to_stdout && !settings_.output.empty(), "-c and -o exclude each other");
+        refuse(settings_.to_stdout && settings_.removes_source, "-c and --rm exclude each other");
+        refuse(settings_.to_stdout && settings_.names.size() > 1 &&
+                   settings_.what == command::compress,
+               "-c compresses one file at a time");
+        refuse(settings_.to_stdout && settings_.json && settings_.what == command::compress,
+               "-c and --json both write to standard output");
+        refuse(settings_.what == command::join && settings_.output.empty(), "join needs -o FILE");
+    }
+
+  private:
+    template <class Action>
+    void add_flag(const char* names, const char* text, Action action)
+    {
+        app_.add_flag_callback(names, action, text)->trigger_on_parse();
+    }
+
+    void add_number(const char* names, uint32_t& value, const char* text, uint32_t low,
+                    uint32_t high)
+    {
+        app_.add_option(names, value, text)->check(CLI::Range(low, high))->type_name("N");
+    }
+
+    void add_size(const char* names, uint64_t& value, const char* text)
+    {
+        app_.add_option_function<std::string>(
+                names, [&value](const std::string& word) { value = read_size(word); }, text)
+            ->type_name("SIZE");
+    }
+
+    void add_path(const char* names, path& value, const char* text)
+    {
+        app_.add_option_function<std::string>(
+                names, [&value](const std::string& word) { value = to_path(word); }, text)
+            ->type_name("NAME");
+    }
+
+    void add_range()
+    {
+        app_.add_option_function<std::string>(
+                "--range", [this](const std::string& word) { settings_.range = read_range(word); },
+                "bytes A up to but not including B (A:B), or N bytes from A on (A+N)")
+            ->type_name("A:B");
+    }
+
+    void add_pieces()
+    {
+        const auto count = [this](const char* names, uint64_t& value, const char* text) {
+            return app_.add_option(names, value, text)
+                ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}))
+                ->type_name("N");
+        };
+        auto* pieces = count("-n,--pieces", settings_.piece_count, "number of pieces");
+        count("--blocks", settings_.piece_blocks, "blocks per piece")->excludes(pieces);
+        add_flag("--no-seal", "write no checksums: nothing is decoded",
+                 [this] { settings_.seals = false; });
+    }
+
+    void add_bench()
+    {
+        add_names("FILE", "files to measure with", true);
+        app_.add_option_function<std::vector<std::string>>(
+                "--cells",
+                [this](const std::vector<std::string>& words) {
+                    for (const std::string& word : words)
+                        settings_.cells.push_back(read_cell(word, false));
+                },
+                "methods and levels, two digits each (default: all)")
+            ->delimiter(',')
+            ->type_name("ML,...");
+        add_path("--plot", settings_.plot, "draw speeds and ratios (SVG)");
+        app_.add_option("--seconds", settings_.min_seconds, "least time of a measurement")
+            ->check(CLI::Range(0.0, 3600.0))
+            ->type_name("S");
+        add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
+                   1, 2047);
+        add_resources();
+    }
+
+    options& settings_;
+    CLI::App& app_;
+};
+
+/// Sets what the program's name selects.
+void apply_name(const std::string& word, options& settings)
+{
+    const std::string name = path(word).stem().string();
+    if (name != "unqrx" && name != "qrxcat") return;
+    settings.what = command::decompress;
+    settings.to_stdout = settings.force = name == "qrxcat";
+}
+
+int print_text(const std::string& text)
+{
+    print_line(text);
+    return exit_good;
+}
+
+/// Returns CLI11's message as one line without a final full stop.
+std::string message_of(const CLI::ParseError& error)
+{
+    std::string text = error.what();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    while (!text.empty() && (text.back() == '.' || text.back() == ' ')) text.pop_back();
+    return printable(std::string_view(text));
+}
+
+} // namespace
+
+std::optional<options> read_command_line(const std::vector<std::string>& words, int& status)
+{
+    options settings;
+    settings.params.struct_size = sizeof settings.params;
+    settings.params.method = preset_cells[default_preset] / 10;
+    settings.params.level = preset_cells[default_preset] % 10;
+    std::vector<std::string> rest(words.begin() + (words.empty() ? 0 : 1), words.end());
+    if (!words.empty()) apply_name(words[0], settings);
+    const command_entry* entry =
+        rest.empty() || settings.what != command::compress ? nullptr : find_command(rest[0]);
+    CLI::App app(entry != nullptr ? entry->summary : "Compresses files to .qrx files, and back.",
+                 entry != nullptr ? "qrx " + std::string(entry->word) : "qrx");
+    app.allow_windows_style_options(false);
+    bool wants_version = false;
+    command_line line(settings, app);
+    if (entry != nullptr) {
+        settings.what = entry->what;
+        rest.erase(rest.begin());
+        line.add_command();
+    } else {
+        line.add_main();
+        app.add_flag("-V,--version", wants_version, "print the version");
+        app.footer(command_help());
+    }
+    app.set_help_flag("-h,--help", "print this help");
+    for (CLI::Option* option : app.get_options())
+        if (option->get_items_expected_max() == 1)
+            option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    std::vector<std::string> arguments = expand(rest);
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+        if (wants_version) {
+            status = print_text("qrx " + std::string(qrx_version()));
+            return {};
+        }
+        line.check();
+    } catch (const CLI::CallForHelp&) {
+        status = print_text(app.help());
+        return {};
+    } catch (const CLI::ParseError& error) {
+        console(0).error(message_of(error) + " (" + app.get_name() + " -h prints help)");
+        status = exit_failed;
+        return {};
+    }
+    return settings;
+}
+
+} // namespace tool

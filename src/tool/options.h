@@ -1,0 +1,91 @@
+// tool/options.h - the command line of qrx
+#pragma once
+
+#include "qrx.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+using path = std::filesystem::path;
+
+/// Exit statuses; the status of several files is the largest one.
+enum exit_status : int {
+    exit_good = 0,
+    exit_failed = 1,   // the environment or the usage: a file can't be read, an option is unknown
+    exit_damaged = 2,  // a file is damaged or not a .qrx file
+    exit_internal = 3, // a defect of the program
+};
+
+enum class command {
+    compress,
+    decompress,
+    test,
+    list,
+    info,
+    verify,
+    cat,
+    recover,
+    split,
+    join,
+    bench
+};
+
+/// A range of bytes, `first` up to but not including `last`.
+struct byte_range {
+    uint64_t first = 0;
+    uint64_t last = UINT64_MAX;
+};
+
+struct options {
+    command what = command::compress;
+    std::vector<path> names; // operands; "-" is standard input or output
+
+    // where to
+    bool to_stdout = false;
+    path output;    // the output file; empty: by the name of the input
+    path directory; // where outputs go; empty: beside their inputs
+    bool recursive = false;
+    bool force = false;
+    bool removes_source = false;
+    bool syncs = true; // flushes output to the disk before it gets its name
+
+    // how
+    qrx_params params{};
+    uint32_t threads = 0; // 0: as many as processors
+    uint64_t memory_limit = 0;
+    bool seals = true;
+    bool verifies = false;
+
+    // messages
+    int verbosity = 0; // -1 quiet, 1 verbose
+    bool json = false;
+
+    // single commands
+    byte_range range;          // cat
+    uint64_t piece_blocks = 0; // split: blocks of a piece; 0: by piece_count
+    uint64_t piece_count = 0;  // split
+    std::vector<int> cells;    // bench: two digits each; empty: all
+    path plot;                 // bench: SVG file
+    double min_seconds = 0.5;  // bench: time spent on each measurement
+
+    bool is_quiet() const { return verbosity < 0; }
+    bool is_verbose() const { return verbosity > 0; }
+};
+
+/// Reads the command line.  `words` starts with the program's name, which can select a command
+/// (unqrx, qrxcat).  Prints help, version and errors itself; then there are no options, and
+/// `status` is the exit status.
+std::optional<options> read_command_line(const std::vector<std::string>& words, int& status);
+
+/// Returns "-" for standard streams.
+inline bool is_stdio(const path& name)
+{
+    return name == "-";
+}
+
+} // namespace tool

@@ -1,0 +1,86 @@
+#include "tool/progress.h"
+
+#include "tool/console.h"
+#include "tool/files.h"
+
+#include <array>
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+constexpr double first_seconds = 0.5;
+constexpr double interval_seconds = 0.2;
+
+/// Returns a duration such as "0:07" or "1:02:03".
+std::string duration_text(double seconds)
+{
+    const auto whole = static_cast<unsigned long>(seconds + 0.5);
+    std::array<char, 40> text;
+    if (whole >= 3600)
+        std::snprintf(text.data(), text.size(), "%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60,
+                      whole % 60);
+    else
+        std::snprintf(text.data(), text.size(), "%lu:%02lu", whole / 60, whole % 60);
+    return text.data();
+}
+
+} // namespace
+
+progress_line::progress_line(bool is_wanted) : is_wanted_(is_wanted && stderr_is_terminal()) {}
+
+void progress_line::start(const path& name, uint64_t total)
+{
+    end();
+    name_ = printable(name);
+    total_ = total;
+    done_ = 0;
+    compressed_ = 0;
+    started_ = clock::now();
+    shown_ = started_;
+}
+
+void progress_line::advance(uint64_t done)
+{
+    done_ = done;
+    if (!is_wanted_) return;
+    const auto now = clock::now();
+    const std::chrono::duration<double> all = now - started_;
+    const std::chrono::duration<double> since = now - shown_;
+    if (all.count() < first_seconds || since.count() < interval_seconds) return;
+    shown_ = now;
+    show(all.count());
+}
+
+void progress_line::show(double seconds)
+{
+    std::array<char, 160> numbers;
+    const double done = static_cast<double>(done_);
+    const double ratio = done_ != 0 ? static_cast<double>(compressed_) / done : 0;
+    std::snprintf(numbers.data(), numbers.size(), "  %s  %.0f MB/s  ratio %.3f",
+                  size_text(done_).c_str(), done / seconds / 1e6, ratio);
+    std::string text = numbers.data();
+    if (total_ != 0 && done_ != 0) {
+        const double left = seconds * static_cast<double>(total_ - std::min(done_, total_)) / done;
+        std::snprintf(numbers.data(), numbers.size(), "  %.0f %%  %s left",
+                      100 * done / static_cast<double>(total_), duration_text(left).c_str());
+        text = numbers.data() + text;
+    }
+    const size_t room = terminal_columns() - 1;
+    const size_t for_name = text.size() < room ? room - text.size() : 0;
+    const std::string name =
+        name_.size() <= for_name ? name_ : "..." + name_.substr(name_.size() - for_name / 2);
+    std::fprintf(stderr, "\r\x1b[K%s", (name + text).substr(0, room).c_str());
+    std::fflush(stderr);
+    is_shown_ = true;
+}
+
+void progress_line::end()
+{
+    if (!is_shown_) return;
+    std::fputs("\r\x1b[K", stderr);
+    std::fflush(stderr);
+    is_shown_ = false;
+}
+
+} // namespace tool

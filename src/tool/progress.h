@@ -1,0 +1,42 @@
+// tool/progress.h - the progress line on a terminal
+#pragma once
+
+#include "tool/options.h"
+
+#include <chrono>
+#include <string>
+
+namespace tool {
+
+/// One line on standard error that is rewritten a few times per second and erased at the end.
+/// Nothing is printed unless standard error is a terminal, and nothing in the first half second of
+/// a file.
+class progress_line {
+  public:
+    explicit progress_line(bool is_wanted);
+
+    /// Starts a file; `total` is the size of the original, 0 if unknown.
+    void start(const path& name, uint64_t total);
+    /// The original has been processed up to `done`.
+    void advance(uint64_t done);
+    /// Compressed bytes read or written so far, for the ratio.
+    void set_compressed(uint64_t bytes) { compressed_ = bytes; }
+    /// Erases the line.
+    void end();
+
+  private:
+    using clock = std::chrono::steady_clock;
+
+    void show(double seconds);
+
+    bool is_wanted_;
+    bool is_shown_ = false;
+    std::string name_;
+    uint64_t total_ = 0;
+    uint64_t done_ = 0;
+    uint64_t compressed_ = 0;
+    clock::time_point started_;
+    clock::time_point shown_;
+};
+
+} // namespace tool

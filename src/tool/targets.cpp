@@ -1,0 +1,204 @@
+#include "tool/targets.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+const path suffix = ".qrx";
+
+/// Returns the last component of an operand, also of "dir/", "." and "..".
+path last_component(const path& operand)
+{
+    path name = operand.lexically_normal();
+    if (!name.has_filename()) name = name.parent_path();
+    return name.filename();
+}
+
+class walker {
+  public:
+    walker(const session& run, renaming kind, const std::function<int(const work_item&)>& process)
+        : run_(run), kind_(kind), process_(process)
+    {
+    }
+
+    int status() const { return status_; }
+
+    void visit_operand(const path& operand)
+    {
+        file_traits traits;
+        if (!is_stdio(operand)) {
+            const int error = traits_of(operand, true, traits);
+            if (error != 0) {
+                fail(operand, system_error_text(error));
+                return;
+            }
+        }
+        if (!traits.is_directory)
+            visit_file(operand, operand.filename(), false);
+        else if (run_.settings.recursive)
+            visit_directory(operand);
+        else
+            fail(operand, "is a directory (-r includes directories)");
+    }
+
+  private:
+    void fail(const path& name, const std::string& text)
+    {
+        run_.progress.end();
+        run_.messages.error(name, text);
+        status_ = std::max<int>(status_, exit_failed);
+    }
+
+    void visit_directory(const path& operand)
+    {
+        std::error_code error;
+        fs::recursive_directory_iterator entry(operand, error);
+        if (error) fail(operand, error.message());
+        const path base = last_component(operand);
+        // A name like ".." would leave the output directory.
+        const path below = base == "." || base == ".." ? path() : base;
+        while (entry != fs::recursive_directory_iterator()) {
+            visit_entry(*entry, below / entry->path().lexically_relative(operand));
+            const path seen = entry->path();
+            entry.increment(error);
+            if (error) {
+                fail(seen, error.message());
+                return;
+            }
+        }
+    }
+
+    void visit_entry(const fs::directory_entry& entry, const path& relative)
+    {
+        std::error_code error;
+        const fs::file_status found = entry.symlink_status(error);
+        if (error) {
+            fail(entry.path(), error.message());
+        } else if (fs::is_regular_file(found)) {
+            visit_file(entry.path(), relative, true);
+        } else if (!fs::is_directory(found)) {
+            run_.messages.note(entry.path(), "not a regular file, skipped");
+        }
+    }
+
+    /// `relative` is the name below the output directory.
+    void visit_file(const path& source, const path& relative, bool was_found)
+    {
+        const options& settings = run_.settings;
+        work_item item{source, {}};
+        const bool is_nameless = is_stdio(source) && settings.output.empty();
+        if (!settings.output.empty())
+            item.target = is_stdio(settings.output) ? path() : settings.output;
+        else if (!settings.to_stdout && !is_nameless && settings.what != command::test) {
+            const path base = settings.directory.empty() ? source : settings.directory / relative;
+            if (!rename(base, item.target)) {
+                refuse_suffix(source, was_found);
+                return;
+            }
+        } else if (was_found && has_suffix(source) != (kind_ == renaming::remove_suffix)) {
+            return;
+        }
+        status_ = std::max(status_, process_(item));
+    }
+
+    bool rename(const path& base, path& target) const
+    {
+        const bool adds = kind_ == renaming::add_suffix;
+        target = base;
+        if (adds) {
+            target += suffix;
+            return !has_suffix(base) || run_.settings.force;
+        }
+        target.replace_extension();
+        return has_suffix(base);
+    }
+
+    void refuse_suffix(const path& source, bool was_found)
+    {
+        const bool adds = kind_ == renaming::add_suffix;
+        const char* text = adds ? "already ends in .qrx, skipped" : "doesn't end in .qrx, skipped";
+        if (was_found)
+            run_.messages.note(source, text);
+        else
+            fail(source, text);
+    }
+
+    const session& run_;
+    renaming kind_;
+    const std::function<int(const work_item&)>& process_;
+    int status_ = exit_good;
+};
+
+} // namespace
+
+bool has_suffix(const path& name)
+{
+    return name.has_stem() && name.extension() == suffix;
+}
+
+int for_each_item(const session& run, renaming kind,
+                  const std::function<int(const work_item&)>& process)
+{
+    walker walk(run, kind, process);
+    if (run.settings.names.empty()) walk.visit_operand("-");
+    for (const path& name : run.settings.names) walk.visit_operand(name);
+    return walk.status();
+}
+
+bool may_create(const session& run, const path& target, const file_traits* source, bool& replaces)
+{
+    file_traits existing;
+    replaces = false;
+    if (traits_of(target, false, existing) != 0) return true;
+    file_traits followed = existing;
+    traits_of(target, true, followed);
+    const char* reason = nullptr;
+    if (followed.is_directory)
+        reason = "is a directory";
+    else if (!followed.is_regular && !followed.is_link)
+        reason = "exists and is not a regular file";
+    else if (source != nullptr && followed.is_same_file(*source))
+        reason = "is the input file";
+    run.progress.end();
+    if (reason == nullptr && !run.settings.force &&
+        !ask_on_terminal("qrx: " + printable(target) + " exists; overwrite it (y or n)? "))
+        reason = "exists (-f overwrites)";
+    if (reason == nullptr) {
+        replaces = true;
+        return true;
+    }
+    run.messages.error(target, reason);
+    return false;
+}
+
+bool make_directory_of(const session& run, const path& target)
+{
+    if (run.settings.directory.empty() || !target.has_parent_path()) return true;
+    std::error_code error;
+    fs::create_directories(target.parent_path(), error);
+    if (!error) return true;
+    run.messages.error(target.parent_path(), error.message());
+    return false;
+}
+
+int remove_source(const session& run, const path& source, const file_traits& traits)
+{
+    file_traits now;
+    const int error = traits_of(source, true, now);
+    std::string reason;
+    if (error != 0)
+        reason = system_error_text(error);
+    else if (!now.is_same_version(traits))
+        reason = "changed in the meantime";
+    else if (const int removed = remove_file(source); removed != 0)
+        reason = system_error_text(removed);
+    if (reason.empty()) return exit_good;
+    run.messages.error(source, "not removed: " + reason);
+    return exit_failed;
+}
+
+} // namespace tool
