@@ -9,7 +9,7 @@
 namespace tool {
 
 /// Returns `text` so that a terminal can't misread it: control characters and bytes that aren't
-/// UTF-8 become \x1b or the like, a backslash before them too.
+/// UTF-8 become \x1b or the like.
 std::string printable(std::string_view text);
 
 /// Returns the name of a file for messages.

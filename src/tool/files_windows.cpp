@@ -1,0 +1,453 @@
+#include "tool/files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <utility>
+#include <windows.h>
+
+#include <shellapi.h>
+
+namespace tool {
+namespace {
+
+/// Times are counted in units of 100 ns from the year 1601.
+constexpr int64_t ticks_per_second = 10'000'000;
+constexpr int64_t unix_epoch_seconds = 11'644'473'600;
+
+/// Largest number of bytes of one call.
+constexpr size_t max_transfer = size_t{1} << 30;
+
+/// Returns the errno value for the last error of the system.
+int last_error()
+{
+    switch (GetLastError()) {
+    case ERROR_SUCCESS:
+        return 0;
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_BAD_NETPATH:
+        return ENOENT;
+    case ERROR_FILE_EXISTS:
+    case ERROR_ALREADY_EXISTS:
+        return EEXIST;
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+    case ERROR_WRITE_PROTECT:
+        return EACCES;
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+        return ENOSPC;
+    case ERROR_TOO_MANY_OPEN_FILES:
+        return EMFILE;
+    case ERROR_NOT_ENOUGH_MEMORY:
+    case ERROR_OUTOFMEMORY:
+        return ENOMEM;
+    default:
+        return EIO;
+    }
+}
+
+HANDLE system_handle(intptr_t handle)
+{
+    return reinterpret_cast<HANDLE>(_get_osfhandle(static_cast<int>(handle)));
+}
+
+void split_time(FILETIME time, int64_t& seconds, int64_t& nanoseconds)
+{
+    const int64_t ticks = int64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+    seconds = ticks / ticks_per_second - unix_epoch_seconds;
+    nanoseconds = ticks % ticks_per_second * 100;
+}
+
+LARGE_INTEGER join_time(int64_t seconds, int64_t nanoseconds)
+{
+    LARGE_INTEGER time;
+    time.QuadPart = (seconds + unix_epoch_seconds) * ticks_per_second + nanoseconds / 100;
+    return time;
+}
+
+int read_traits(HANDLE handle, file_traits& traits)
+{
+    traits = {};
+    if (GetFileType(handle) != FILE_TYPE_DISK) return 0; // a pipe, a console
+    BY_HANDLE_FILE_INFORMATION found{};
+    if (GetFileInformationByHandle(handle, &found) == 0) return last_error();
+    traits.device = found.dwVolumeSerialNumber;
+    traits.number = uint64_t{found.nFileIndexHigh} << 32 | found.nFileIndexLow;
+    traits.size = uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow;
+    traits.links = found.nNumberOfLinks;
+    traits.mode = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
+    split_time(found.ftLastAccessTime, traits.read_seconds, traits.read_nanoseconds);
+    split_time(found.ftLastWriteTime, traits.write_seconds, traits.write_nanoseconds);
+    traits.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    traits.is_link = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    traits.is_regular = !traits.is_directory && !traits.is_link;
+    return 0;
+}
+
+/// Reads until `size` bytes or the end of the file.
+int read_fully(int handle, void* dest, size_t size, size_t& got)
+{
+    got = 0;
+    while (got < size) {
+        const auto part = static_cast<unsigned>(std::min(size - got, max_transfer));
+        const int count = _read(handle, static_cast<char*>(dest) + got, part);
+        if (count < 0) return errno;
+        if (count == 0) return 0;
+        got += static_cast<size_t>(count);
+    }
+    return 0;
+}
+
+int read_range(intptr_t handle, uint64_t offset, void* dest, size_t size, size_t& got)
+{
+    got = 0;
+    if (_lseeki64(static_cast<int>(handle), static_cast<int64_t>(offset), SEEK_SET) < 0)
+        return errno;
+    return read_fully(static_cast<int>(handle), dest, size, got);
+}
+
+/// A file that is deleted when the process ends, whatever the reason, until this is cleared.
+bool set_deleted_at_end(HANDLE handle, bool is_deleted)
+{
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = is_deleted ? TRUE : FALSE;
+    return SetFileInformationByHandle(handle, FileDispositionInfo, &disposition,
+                                      sizeof disposition) != 0;
+}
+
+std::string to_utf8(const wchar_t* text, size_t size)
+{
+    const auto length = static_cast<int>(size);
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
+    std::string converted(static_cast<size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text, length, converted.data(), needed, nullptr, nullptr);
+    return converted;
+}
+
+/// Adds the files that match a word with wildcards, or the word itself: the shells don't do it.
+void add_matches(const std::wstring& word, std::vector<std::string>& words)
+{
+    const bool is_pattern = word.find_first_of(L"*?") != std::wstring::npos && word[0] != L'-';
+    WIN32_FIND_DATAW found;
+    const HANDLE search = is_pattern ? FindFirstFileW(word.c_str(), &found) : INVALID_HANDLE_VALUE;
+    const size_t count = words.size();
+    const path directory = path(word).parent_path();
+    if (search != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = found.cFileName;
+            if (name != L"." && name != L"..") words.push_back(to_text(directory / name));
+        } while (FindNextFileW(search, &found) != 0);
+        FindClose(search);
+    }
+    if (words.size() == count) words.push_back(to_utf8(word.data(), word.size()));
+}
+
+UINT console_code_page = 0; // before the program started
+
+void restore_code_page()
+{
+    SetConsoleOutputCP(console_code_page);
+}
+
+} // namespace
+
+int traits_of(const path& name, bool follows_links, file_traits& traits)
+{
+    const DWORD flags =
+        FILE_FLAG_BACKUP_SEMANTICS | (follows_links ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
+    const HANDLE handle = CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, flags, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) return last_error();
+    const int error = read_traits(handle, traits);
+    CloseHandle(handle);
+    return error;
+}
+
+input_file::input_file(input_file&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+input_file& input_file::operator=(input_file&& other) noexcept
+{
+    std::swap(handle_, other.handle_);
+    std::swap(is_owned_, other.is_owned_);
+    is_seekable_ = other.is_seekable_;
+    start_ = other.start_;
+    size_ = other.size_;
+    traits_ = other.traits_;
+    return *this;
+}
+
+input_file::~input_file()
+{
+    if (is_owned_) _close(static_cast<int>(handle_));
+}
+
+int input_file::open(const path& name)
+{
+    file_traits named;
+    if (traits_of(name, true, named) == 0 && named.is_directory) return EISDIR;
+    int handle = -1;
+    const int error =
+        _wsopen_s(&handle, name.c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT, _SH_DENYNO, 0);
+    if (error != 0) return error;
+    handle_ = handle;
+    is_owned_ = true;
+    const int unread = read_traits(system_handle(handle), traits_);
+    is_seekable_ = traits_.is_regular;
+    size_ = traits_.is_regular ? traits_.size : 0;
+    return unread;
+}
+
+int input_file::open_stdin()
+{
+    handle_ = _fileno(stdin);
+    if (handle_ < 0) return EBADF;
+    const int error = read_traits(system_handle(handle_), traits_);
+    if (error != 0) return error;
+    const int64_t position = traits_.is_regular ? _telli64(static_cast<int>(handle_)) : -1;
+    is_seekable_ = position >= 0;
+    if (is_seekable_) {
+        start_ = static_cast<uint64_t>(position);
+        size_ = traits_.size - std::min(start_, traits_.size);
+    }
+    return 0;
+}
+
+int input_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) const
+{
+    return read_range(handle_, start_ + offset, dest, size, got);
+}
+
+int input_file::read(void* dest, size_t size, size_t& got)
+{
+    return read_fully(static_cast<int>(handle_), dest, size, got);
+}
+
+struct output_file::state {
+    int handle = -1;
+    path name;
+    path temporary_name; // empty for standard output and after finish()
+    bool is_stdout = false;
+    bool is_seekable = true;
+    uint64_t start = 0;    // offset 0 of standard output
+    uint64_t position = 0; // of standard output that isn't seekable
+    uint64_t end = 0;
+
+    int create_beside(const path& final_name);
+    void discard();
+};
+
+output_file::output_file() : state_(std::make_unique<state>()) {}
+
+output_file::~output_file()
+{
+    state_->discard();
+}
+
+void output_file::state::discard()
+{
+    if (handle >= 0 && !is_stdout) _close(handle); // deletes it
+    handle = -1;
+    if (temporary_name.empty()) return;
+    SetFileAttributesW(temporary_name.c_str(), FILE_ATTRIBUTE_NORMAL);
+    DeleteFileW(temporary_name.c_str());
+    temporary_name.clear();
+}
+
+int output_file::state::create_beside(const path& final_name)
+{
+    name = final_name;
+    for (unsigned attempt = 0; attempt < 100; ++attempt) {
+        const std::wstring number =
+            std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(attempt);
+        temporary_name = name.parent_path() / (L".qrx-" + number);
+        const HANDLE made =
+            CreateFileW(temporary_name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
+                        FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (made == INVALID_HANDLE_VALUE) {
+            const int error = last_error();
+            if (error == EEXIST) continue;
+            temporary_name.clear();
+            return error;
+        }
+        set_deleted_at_end(made, true);
+        handle = _open_osfhandle(reinterpret_cast<intptr_t>(made), _O_BINARY);
+        return handle >= 0 ? 0 : EMFILE;
+    }
+    temporary_name.clear();
+    return EEXIST;
+}
+
+int output_file::create(const path& name)
+{
+    return state_->create_beside(name);
+}
+
+int output_file::create_temporary()
+{
+    std::error_code error;
+    const path directory = std::filesystem::temp_directory_path(error);
+    return error ? ENOENT : state_->create_beside(directory / "qrx");
+}
+
+int output_file::open_stdout()
+{
+    state_->handle = _fileno(stdout);
+    if (state_->handle < 0) return EBADF;
+    state_->is_stdout = true;
+    const bool is_disk = GetFileType(system_handle(state_->handle)) == FILE_TYPE_DISK;
+    const int64_t position = is_disk ? _telli64(state_->handle) : -1;
+    state_->is_seekable = position >= 0;
+    if (position >= 0) state_->start = static_cast<uint64_t>(position);
+    return 0;
+}
+
+bool output_file::is_seekable() const
+{
+    return state_->is_seekable;
+}
+
+int output_file::write_at(uint64_t offset, const void* src, size_t size)
+{
+    state& file = *state_;
+    if (!file.is_seekable && offset != file.position) return ESPIPE;
+    const auto place = static_cast<int64_t>(file.start + offset);
+    if (file.is_seekable && _lseeki64(file.handle, place, SEEK_SET) < 0) return errno;
+    for (size_t done = 0; done < size;) {
+        const auto part = static_cast<unsigned>(std::min(size - done, max_transfer));
+        const int count = _write(file.handle, static_cast<const char*>(src) + done, part);
+        if (count <= 0) return count < 0 ? errno : ENOSPC;
+        done += static_cast<size_t>(count);
+    }
+    file.position = offset + size;
+    file.end = std::max(file.end, file.position);
+    return 0;
+}
+
+int output_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) const
+{
+    return read_range(state_->handle, offset, dest, size, got);
+}
+
+void output_file::take_traits(const file_traits& traits)
+{
+    if (state_->is_stdout || !traits.is_regular) return;
+    FILE_BASIC_INFO info{};
+    info.LastAccessTime = join_time(traits.read_seconds, traits.read_nanoseconds);
+    info.LastWriteTime = join_time(traits.write_seconds, traits.write_nanoseconds);
+    const bool is_read_only = (traits.mode & 0222) == 0;
+    info.FileAttributes = is_read_only ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+    const HANDLE handle = system_handle(state_->handle);
+    set_deleted_at_end(handle, false); // a file to be deleted can't be read-only
+    SetFileInformationByHandle(handle, FileBasicInfo, &info, sizeof info);
+}
+
+int output_file::finish(bool replaces, bool syncs)
+{
+    state& file = *state_;
+    if (file.is_stdout) {
+        if (!file.is_seekable) return 0;
+        // What the next process writes there comes after it.
+        const auto end = static_cast<int64_t>(file.start + file.end);
+        return _lseeki64(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
+    }
+    if (syncs && _commit(file.handle) != 0) return errno;
+    set_deleted_at_end(system_handle(file.handle), false);
+    const int handle = std::exchange(file.handle, -1);
+    if (_close(handle) != 0) return errno;
+    if (replaces) SetFileAttributesW(file.name.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const DWORD flags =
+        (replaces ? MOVEFILE_REPLACE_EXISTING : 0U) | (syncs ? MOVEFILE_WRITE_THROUGH : 0U);
+    if (MoveFileExW(file.temporary_name.c_str(), file.name.c_str(), flags) == 0)
+        return last_error();
+    file.temporary_name.clear();
+    return 0;
+}
+
+int remove_file(const path& name)
+{
+    return DeleteFileW(name.c_str()) != 0 ? 0 : last_error();
+}
+
+void sync_directory_of(const path& /*name*/) {} // moving a file writes through
+
+bool stdin_is_terminal()
+{
+    return _isatty(_fileno(stdin)) != 0;
+}
+
+bool stdout_is_terminal()
+{
+    return _isatty(_fileno(stdout)) != 0;
+}
+
+bool stderr_is_terminal()
+{
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+unsigned terminal_columns()
+{
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info) == 0) return 80;
+    return static_cast<unsigned>(std::max(info.srWindow.Right - info.srWindow.Left + 1, 2));
+}
+
+bool ask_on_terminal(const std::string& question)
+{
+    if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
+    std::fprintf(stderr, "%s", question.c_str());
+    const int answer = std::getchar();
+    for (int rest = answer; rest != '\n' && rest != EOF;) rest = std::getchar();
+    return answer == 'y' || answer == 'Y';
+}
+
+void prepare_process()
+{
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+    console_code_page = GetConsoleOutputCP();
+    if (console_code_page == 0) return; // no console
+    SetConsoleOutputCP(CP_UTF8);
+    std::atexit(restore_code_page);
+    const HANDLE console = GetStdHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    if (GetConsoleMode(console, &mode) != 0)
+        SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+path to_path(const std::string& word)
+{
+    return path(std::u8string(word.begin(), word.end()));
+}
+
+std::string to_text(const path& name)
+{
+    return to_utf8(name.native().data(), name.native().size());
+}
+
+std::vector<std::string> command_line_words(int argc, char** argv)
+{
+    std::vector<std::string> words;
+    int count = 0;
+    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (wide == nullptr) return {argv, argv + argc};
+    for (int index = 0; index < count; ++index) add_matches(wide[index], words);
+    LocalFree(wide);
+    return words;
+}
+
+} // namespace tool
