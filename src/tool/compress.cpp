@@ -1,4 +1,5 @@
 // Compresses files and standard input.
+#include "tool/codecs.h"
 #include "tool/commands.h"
 #include "tool/compare.h"
 #include "tool/json.h"
@@ -15,7 +16,10 @@ constexpr size_t sample_bytes = size_t{1} << 20;
 
 class compression {
   public:
-    compression(const session& run, const work_item& item) : run_(run), item_(item) {}
+    compression(const session& run, const work_item& item, codec_cache& codecs)
+        : run_(run), item_(item), codecs_(codecs)
+    {
+    }
 
     int run()
     {
@@ -148,9 +152,30 @@ class compression {
                     exit_status_of(result));
     }
 
+    /// Compresses a small file with a codec that is kept from file to file.
+    qrx_status write_small(qrx_codec* codec)
+    {
+        const size_t capacity = start_size_ + QRX_CODEC_SLACK;
+        const std::unique_ptr<char[]> payload(new char[capacity]);
+        size_t size = 0;
+        const qrx_status result =
+            qrx_codec_compress(codec, start_.get(), start_size_, payload.get(), capacity, &size);
+        if (result != QRX_OK) return result;
+        const uint32_t crc = qrx_crc32(0, start_.get(), start_size_);
+        return qrx_writer_raw_block(writer_.get(), payload.get(), size, start_size_, &crc);
+    }
+
+    qrx_status write_start()
+    {
+        const bool is_small = start_size_ != 0 && start_size_ == size_ && size_ <= sample_bytes;
+        qrx_codec* codec = is_small ? codecs_.find(params_) : nullptr;
+        return codec != nullptr ? write_small(codec)
+                                : qrx_writer_write(writer_.get(), start_.get(), start_size_);
+    }
+
     int write_all()
     {
-        qrx_status result = qrx_writer_write(writer_.get(), start_.get(), start_size_);
+        qrx_status result = write_start();
         start_.reset();
         uint64_t done = start_size_;
         while (result == QRX_OK && done < size_) {
@@ -262,6 +287,7 @@ class compression {
 
     const session& run_;
     const work_item& item_;
+    codec_cache& codecs_;
     input_file source_;
     output_file standard_output_;
     output_file file_; // the target, or a spool
@@ -280,8 +306,10 @@ class compression {
 
 int run_compress(const session& run)
 {
-    return for_each_item(run, renaming::add_suffix,
-                         [&](const work_item& item) { return compression(run, item).run(); });
+    codec_cache codecs(run.settings.memory_limit);
+    return for_each_item(run, renaming::add_suffix, [&](const work_item& item) {
+        return compression(run, item, codecs).run();
+    });
 }
 
 } // namespace tool
