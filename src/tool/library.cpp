@@ -230,6 +230,10 @@ qrx_source compressed_input::source() const
 
 int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_status* not_qrx)
 {
+    if (is_stdio(name) && stdin_is_terminal() && !run.settings.force) {
+        run.messages.error(name, "compressed data isn't read from a terminal");
+        return exit_failed;
+    }
     const int error = input.open(name);
     if (error != 0) {
         run.messages.error(name, system_error_text(error));
