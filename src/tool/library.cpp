@@ -242,7 +242,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
     watcher.progress = &run.progress;
     const qrx_source source = input.source();
     qrx_reader* made = nullptr;
-    const uint32_t threads = reader_threads(run, name, source, flags);
+    threads = reader_threads(run, name, source, flags);
     qrx_options chosen = library_options(watcher, threads, flags);
     chosen.memory_limit = run.settings.memory_limit;
     const qrx_status result = qrx_reader_open_source(&made, &source, &chosen);

@@ -11,8 +11,8 @@ constexpr uint64_t max_block = uint64_t{2047} << 20;
 /// Bytes of a call with a memory limit.
 constexpr uint64_t small_part = uint64_t{1} << 20;
 
-/// Bytes of a call that decodes several blocks at a time.
-constexpr uint64_t large_part = uint64_t{64} << 20;
+/// Most bytes of a call that decodes several blocks.
+constexpr uint64_t large_part = uint64_t{1} << 30;
 
 class range_writer {
   public:
@@ -39,9 +39,20 @@ class range_writer {
     }
 
   private:
-    bool reaches_last_block() const
+    uint64_t next_border(uint64_t position) const
     {
-        return info_.block_count == 0 || range_.last > (info_.block_count - 1) * info_.block_size;
+        const uint64_t left = range_.last - position;
+        return position + std::min(left, info_.block_size - position % info_.block_size);
+    }
+
+    /// Whether the reader may decode ahead, up to a block more than it has threads.  Blocks after
+    /// the range aren't needed.
+    bool may_read_ahead(uint64_t position) const
+    {
+        const bool has_last_block =
+            info_.block_count == 0 || range_.last > (info_.block_count - 1) * info_.block_size;
+        return has_last_block ||
+               (range_.last - position) / info_.block_size > input_.threads + uint64_t{1};
     }
 
     /// Returns the number of bytes from `position` on to decode at a time.
@@ -50,22 +61,27 @@ class range_writer {
         const uint64_t left = range_.last - position;
         if (run_.settings.memory_limit != 0 || info_.block_size > max_block)
             return std::min(left, small_part);
-        // Whole blocks are decoded in place.
-        const uint64_t blocks =
-            reaches_last_block() ? 1 : std::max<uint64_t>(large_part / info_.block_size, 1);
-        return std::min(left, blocks * info_.block_size - position % info_.block_size);
+        // Whole blocks are decoded in place, and those of one call in parallel.
+        const uint64_t block = next_border(position) - position;
+        return may_read_ahead(position) ? block : std::min(left, std::max(block, large_part));
     }
 
     int write()
     {
-        const std::unique_ptr<char[]> buffer(new char[static_cast<size_t>(
-            std::max(part_at(range_.first), part_at(first_border())))]);
+        std::unique_ptr<char[]> buffer;
+        uint64_t room = 0;
         uint64_t position = range_.first;
         do { // once for an empty original too, whose seal is checked
-            if (!reaches_last_block()) stop_reading_ahead(position);
+            const uint64_t part = part_at(position);
+            if (part > room || !buffer) {
+                buffer.reset();
+                buffer.reset(new char[static_cast<size_t>(part)]);
+                room = part;
+            }
+            if (!may_read_ahead(position)) stop_reading_ahead(position);
             size_t got = 0;
             const qrx_status result = qrx_reader_read(input_.reader.get(), position, buffer.get(),
-                                                      static_cast<size_t>(part_at(position)), &got);
+                                                      static_cast<size_t>(part), &got);
             const int error = dest_.file.write_at(dest_.offset, buffer.get(), got);
             if (error != 0) return fail(dest_.name, system_error_text(error), exit_failed);
             dest_.offset += got;
@@ -75,16 +91,8 @@ class range_writer {
         return exit_good;
     }
 
-    /// Returns the first block border in the range, or its end.
-    uint64_t first_border() const
-    {
-        const uint64_t into_block = range_.first % info_.block_size;
-        const uint64_t left = range_.last - range_.first;
-        return range_.first + std::min(left, info_.block_size - into_block);
-    }
-
     /// A reader decodes ahead while each call starts where the previous one ended.  An empty call
-    /// elsewhere keeps it from decoding blocks after the range.
+    /// elsewhere prevents that for the next call.
     void stop_reading_ahead(uint64_t position)
     {
         size_t got = 0;
