@@ -90,8 +90,10 @@ class decompression {
         const int error = written.open(item_.target);
         if (error != 0) return fail(item_.target, system_error_text(error));
         run_.progress.start(item_.source, input_.info.original_size);
-        return compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher,
-                                     written);
+        const int status =
+            compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher, written);
+        run_.progress.end();
+        return status;
     }
 
     /// Copies an input that isn't a .qrx file.
