@@ -3,6 +3,7 @@
 #include "tool/compare.h"
 #include "tool/json.h"
 #include "tool/targets.h"
+#include "tool/write_range.h"
 
 #include <algorithm>
 #include <chrono>
@@ -26,9 +27,7 @@ class decompression {
         int status = input_.open(run_, item_.source, 0, passes_others ? &opened : nullptr);
         if (opened == QRX_NOT_QRX) return pass_through();
         if (status == exit_good) status = open_target();
-        if (status == exit_good) status = decompress();
-        run_.progress.end();
-        if (status == exit_good) status = finish();
+        if (status == exit_good) status = write();
         if (status != exit_good) return status;
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
         report(seconds.count());
@@ -63,34 +62,13 @@ class decompression {
         return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
     }
 
-    int decompress()
+    int write()
     {
-        const qrx_info& info = input_.info;
-        run_.progress.start(item_.source, info.original_size);
-        run_.progress.set_compressed(info.file_size);
-        // Whole blocks are decoded in place; smaller parts save memory.
-        const uint64_t part = run_.settings.memory_limit != 0 ? copy_bytes : info.block_size;
-        const auto size = static_cast<size_t>(std::min(part, info.original_size));
-        const std::unique_ptr<char[]> buffer(new char[size]);
-        for (uint64_t done = 0; done < info.original_size;) {
-            size_t got = 0;
-            const qrx_status result =
-                qrx_reader_read(input_.reader.get(), done, buffer.get(), size, &got);
-            const int error = target_.write_at(done, buffer.get(), got);
-            if (error != 0) return fail(target_name(), system_error_text(error));
-            if (result != QRX_OK) return fail_damaged(result);
-            done += got;
-        }
-        if (info.layout == QRX_OK) return exit_good;
-        return fail_damaged(info.layout);
-    }
-
-    int fail_damaged(qrx_status result) const
-    {
-        const int status = exit_status_of(result);
-        std::string text = failure_text(result, input_.watcher, input_.info);
-        if (status == exit_damaged && !is_stdout()) text += " (qrx recover saves the rest)";
-        return fail(item_.source, text, status);
+        destination dest{target_, target_name()};
+        const int status = write_range(run_, item_.source, input_, {}, dest);
+        // What is written to standard output stays there, even if it ends at damage.
+        if (status == exit_good || is_stdout()) return std::max(status, finish());
+        return status;
     }
 
     int finish()
@@ -112,8 +90,10 @@ class decompression {
         const int error = written.open(item_.target);
         if (error != 0) return fail(item_.target, system_error_text(error));
         run_.progress.start(item_.source, input_.info.original_size);
-        return compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher,
-                                     written);
+        const int status =
+            compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher, written);
+        run_.progress.end();
+        return status;
     }
 
     /// Copies an input that isn't a .qrx file.

@@ -16,7 +16,8 @@ std::string json_name(const path& name)
 
 json json_fault(const qrx_event& fault, const qrx_info& info)
 {
-    json object{{"what", qrx_status_text(fault.what)}, {"file_offset", fault.offset}};
+    json object{{"what", qrx_status_text(fault.what)}};
+    if (fault.offset != 0) object["file_offset"] = fault.offset;
     const byte_range range = range_of(fault, info);
     if (fault.block != QRX_NO_BLOCK) {
         object["block"] = fault.block;

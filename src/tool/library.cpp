@@ -230,6 +230,10 @@ qrx_source compressed_input::source() const
 
 int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_status* not_qrx)
 {
+    if (is_stdio(name) && stdin_is_terminal() && !run.settings.force) {
+        run.messages.error(name, "compressed data isn't read from a terminal");
+        return exit_failed;
+    }
     const int error = input.open(name);
     if (error != 0) {
         run.messages.error(name, system_error_text(error));
@@ -238,7 +242,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
     watcher.progress = &run.progress;
     const qrx_source source = input.source();
     qrx_reader* made = nullptr;
-    const uint32_t threads = reader_threads(run, name, source, flags);
+    threads = reader_threads(run, name, source, flags);
     qrx_options chosen = library_options(watcher, threads, flags);
     chosen.memory_limit = run.settings.memory_limit;
     const qrx_status result = qrx_reader_open_source(&made, &source, &chosen);

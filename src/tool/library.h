@@ -87,6 +87,7 @@ struct open_reader {
     reader_ptr reader;
     qrx_info info{};
     qrx_params params{};
+    uint32_t threads = 0; // of the reader, at most
 
     /// Opens a file; reports failures and returns the exit status.  If `not_qrx` isn't null, it
     /// receives QRX_NOT_QRX instead of a message for a file that isn't a .qrx file.

@@ -197,6 +197,11 @@ class command_line {
         add_flag("--no-sync", "leave flushing to the system", [this] { settings_.syncs = false; });
     }
 
+    void add_recursive()
+    {
+        app_.add_flag("-r,--recursive", settings_.recursive, "include directories");
+    }
+
     void add_cell()
     {
         app_.add_option_function<std::string>(
@@ -227,7 +232,7 @@ class command_line {
                  [this] { settings_.removes_source = false; });
         add_flag("--rm", "remove sources after their outputs are verified and flushed",
                  [this] { settings_.removes_source = true; });
-        app_.add_flag("-r,--recursive", settings_.recursive, "include directories");
+        add_recursive();
         add_cell();
         app_.add_flag("--verify", settings_.verifies, "compare each output with its source");
         add_resources();
@@ -239,19 +244,29 @@ class command_line {
         switch (settings_.what) {
         case command::test:
             add_names("FILE", "files to check", false);
+            add_recursive();
             add_resources();
             break;
         case command::list:
+            add_names("FILE", "without files, or with -, standard input", false);
+            add_recursive();
+            break;
         case command::info:
-            add_names("FILE", "files to describe", true);
+            add_names("FILE", "without files, or with -, standard input", false);
+            add_recursive();
+            app_.add_flag("--test", settings_.tests_blocks,
+                          "decode all blocks, and mark damaged ones in the map");
+            add_resources();
             break;
         case command::verify:
             add_names("FILE", "compressed files; originals are beside them", true);
-            add_path("--against", settings_.output, "the original of the only file");
+            add_path("--against", settings_.output,
+                     "the original of the only file; -: standard input");
+            add_recursive();
             add_resources();
             break;
         case command::cat:
-            add_names("FILE", "compressed files", true);
+            add_names("FILE", "without files, or with -, standard input", false);
             add_range();
             add_resources();
             break;
@@ -291,8 +306,11 @@ class command_line {
         refuse(settings_.to_stdout && settings_.names.size() > 1 &&
                    settings_.what == command::compress,
                "-c compresses one file at a time");
-        refuse(settings_.to_stdout && settings_.json && settings_.what == command::compress,
+        refuse(settings_.to_stdout && settings_.json &&
+                   (settings_.what == command::compress || settings_.what == command::decompress),
                "-c and --json both write to standard output");
+        refuse(settings_.json && settings_.what == command::cat,
+               "cat and --json both write to standard output");
         refuse(settings_.what == command::join && settings_.output.empty(), "join needs -o FILE");
     }
 

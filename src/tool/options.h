@@ -66,6 +66,7 @@ struct options {
     bool json = false;
 
     // single commands
+    bool tests_blocks = false; // info: decodes all blocks
     byte_range range;          // cat
     uint64_t piece_blocks = 0; // split: blocks of a piece; 0: by piece_count
     uint64_t piece_count = 0;  // split

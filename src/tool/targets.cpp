@@ -85,6 +85,20 @@ class walker {
         }
     }
 
+    /// Whether the command has a second file for each operand.
+    bool has_targets() const
+    {
+        switch (run_.settings.what) {
+        case command::test:
+        case command::list:
+        case command::info:
+        case command::cat:
+            return false;
+        default:
+            return true;
+        }
+    }
+
     /// `relative` is the name below the output directory.
     void visit_file(const path& source, const path& relative, bool was_found)
     {
@@ -93,7 +107,7 @@ class walker {
         const bool is_nameless = is_stdio(source) && settings.output.empty();
         if (!settings.output.empty())
             item.target = is_stdio(settings.output) ? path() : settings.output;
-        else if (!settings.to_stdout && !is_nameless && settings.what != command::test) {
+        else if (!settings.to_stdout && !is_nameless && has_targets()) {
             const path base = settings.directory.empty() ? source : settings.directory / relative;
             if (!rename(base, item.target)) {
                 refuse_suffix(source, was_found);

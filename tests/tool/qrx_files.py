@@ -1,0 +1,54 @@
+"""Takes .qrx files apart, and makes damaged ones."""
+
+import struct
+
+from qrx_tool import text
+
+HEADER = 32
+HEAD = 5
+
+
+def header(original_size, block_mib=1, method=3, level=3):
+    """Returns the header of a file."""
+    return struct.pack("<4sQ4B2BHII4x", b"\0QR0", original_size, method, level, 0, 0, 0, 0,
+                       block_mib, 23, 1)
+
+
+def record(payload, displacement=0):
+    return struct.pack("<IB", len(payload), displacement) + payload
+
+
+def records(image):
+    """Returns the offset and size of each record's payload, in the order of the file."""
+    found = []
+    position = HEADER
+    while len(image) - position >= HEAD:
+        size = struct.unpack_from("<I", image, position)[0]
+        found.append((position + HEAD, size))
+        position += HEAD + size
+    return found
+
+
+def with_size(image, original_size):
+    """Returns a file whose header claims another size of the original."""
+    return image[:4] + struct.pack("<Q", original_size) + image[12:]
+
+
+def with_garbage(image, *blocks):
+    """Returns a file in which the payloads of some records are overwritten."""
+    damaged = bytearray(image)
+    places = records(image)
+    for block in blocks:
+        offset, size = places[block]
+        damaged[offset:offset + size] = b"\xa5" * size
+    return bytes(damaged)
+
+
+def without_seal(image):
+    return image[:-4]
+
+
+def varied_text(size):
+    """Returns text of which no two blocks are alike; faster than text()."""
+    piece = text(min(size, 300007))
+    return (piece * (size // max(len(piece), 1) + 1))[:size]
