@@ -164,6 +164,8 @@ class benchmark {
             if (status != exit_good)
                 return fail(file.name, "cell " + std::to_string(cells_[index]) + ": " + error,
                             status);
+            run_.progress.end();
+            run_.messages.note(file.name, table_row(result, false));
             results.push_back(result);
         }
         totals_.push_back(sum_of(results));

@@ -47,8 +47,7 @@ qrx_params cell_params(int cell, const bench_plan& plan);
 uint64_t bench_memory(int cell, const bench_plan& plan, const std::vector<bench_file>& files);
 
 /// Measures a cell with a file.  Every decoded block is compared with its source.  Returns the exit
-/// status; on failure `error` describes it.  Shows on `progress` what it is doing, followed by
-/// `note`.
+/// status; on failure `error` describes it.
 int measure_cell(int cell, const bench_plan& plan, const bench_file& file, bench_result& result,
                  std::string& error);
 

@@ -355,6 +355,7 @@ class command_line {
                 },
                 "methods and levels, two digits each (default: all)")
             ->delimiter(',')
+            ->allow_extra_args(false)
             ->type_name("ML,...");
         add_path("--plot", settings_.plot, "draw speeds and ratios (SVG)");
         app_.add_option("--seconds", settings_.min_seconds,
