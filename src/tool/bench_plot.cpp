@@ -190,6 +190,8 @@ class panel {
         : frame_(frame), results_(results), speed_(speed), ratios_(ratio_axis(results))
     {
         std::vector<double> values;
+        values.reserve(results.size());
+        points_.reserve(results.size());
         for (const bench_result& each : results) values.push_back((each.*speed)());
         speeds_ = speed_axis(values);
         for (const bench_result& each : results)
