@@ -210,9 +210,7 @@ class benchmark {
     {
         const path& name = run_.settings.plot;
         if (name.empty()) return exit_good;
-        const std::string title = files_.size() == 1 ? printable(files_[0].name.filename())
-                                                     : std::to_string(files_.size()) + " files";
-        const std::string text = bench_svg(title, totals_);
+        const std::string text = bench_svg(files_text(files_), totals_);
         int error = plot_.write_at(0, text.data(), text.size());
         if (error == 0) error = plot_.finish(replaces_, run_.settings.syncs);
         return error == 0 ? exit_good : fail(name, system_error_text(error));

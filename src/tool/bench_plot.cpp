@@ -52,6 +52,14 @@ std::string fixed(double value, int digits)
     return text.data();
 }
 
+/// Returns a number with as many digits as it needs, at most 6.
+std::string shortest(double value)
+{
+    std::array<char, 64> text;
+    std::snprintf(text.data(), text.size(), "%g", value);
+    return text.data();
+}
+
 std::string attribute(const char* name, double value)
 {
     return std::string(" ") + name + "=\"" + fixed(value, 1) + "\"";
@@ -105,7 +113,8 @@ struct axis {
     std::vector<double> marks;
 };
 
-/// Returns a logarithmic axis for positive values, with marks at 1, 2 and 5 times powers of 10.
+/// Returns a logarithmic axis for positive values, with marks at powers of 10 and, if these are
+/// few, at 2 and 5 times them.
 axis speed_axis(const std::vector<double>& speeds)
 {
     const auto [least, most] = std::minmax_element(speeds.begin(), speeds.end());
@@ -115,7 +124,8 @@ axis speed_axis(const std::vector<double>& speeds)
     for (int power = first; power <= last; ++power)
         for (const double step : {1.0, 2.0, 5.0}) {
             const double mark = step * std::pow(10.0, power);
-            if (mark >= made.low && mark <= made.high) made.marks.push_back(mark);
+            const bool is_shown = step == 1.0 || last - first <= 4;
+            if (is_shown && mark >= made.low && mark <= made.high) made.marks.push_back(mark);
         }
     return made;
 }
@@ -128,7 +138,7 @@ axis ratio_axis(const std::vector<bench_result>& results)
     };
     const auto [least, most] = std::minmax_element(results.begin(), results.end(), is_smaller);
     const double margin = std::max((most->ratio() - least->ratio()) * 0.06, most->ratio() * 0.02);
-    axis made{least->ratio() - margin, most->ratio() + margin, {}};
+    axis made{std::max(least->ratio() - margin, 0.0), most->ratio() + margin, {}};
     const double range = made.high - made.low;
     double step = std::pow(10.0, std::floor(std::log10(range)));
     if (range / step < 2)
@@ -222,17 +232,17 @@ class panel {
         std::string made;
         for (const double mark : speeds_.marks) {
             const double x = x_of(mark);
-            const int digits = mark < 0.1 ? 3 : mark < 1 ? 1 : 0;
             made += line_element({x, frame_.top}, {x, frame_.bottom}, grid);
-            made += text_element({x, frame_.bottom + 16}, " text-anchor=\"middle\"",
-                                 fixed(mark, digits));
+            made +=
+                text_element({x, frame_.bottom + 16}, " text-anchor=\"middle\"", shortest(mark));
         }
         const double step = ratios_.marks.size() > 1 ? ratios_.marks[1] - ratios_.marks[0] : 1;
+        const int digits = std::clamp(static_cast<int>(std::ceil(-std::log10(step) - 0.01)), 2, 9);
         for (const double mark : ratios_.marks) {
             const double y = y_of(mark);
             made += line_element({frame_.left, y}, {frame_.right, y}, grid);
-            made += text_element({frame_.left - 6, y + 4}, " text-anchor=\"end\"",
-                                 fixed(mark, step < 0.00999 ? 3 : 2));
+            made +=
+                text_element({frame_.left - 6, y + 4}, " text-anchor=\"end\"", fixed(mark, digits));
         }
         const double middle = (frame_.left + frame_.right) / 2;
         made += "<rect" + attribute("x", frame_.left) + attribute("y", frame_.top) +

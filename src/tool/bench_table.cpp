@@ -16,12 +16,17 @@ std::string presets_of(int cell)
     return text;
 }
 
+std::string files_text(const std::vector<bench_file>& files)
+{
+    if (files.size() != 1) return std::to_string(files.size()) + " files";
+    return is_stdio(files[0].name) ? "standard input" : printable(files[0].name);
+}
+
 std::string table_head(const bench_plan& plan, const std::vector<bench_file>& files)
 {
     uint64_t size = 0;
     for (const bench_file& file : files) size += file.content.size();
-    std::string text =
-        files.size() == 1 ? printable(files[0].name) : std::to_string(files.size()) + " files";
+    std::string text = files_text(files);
     text += ", " + size_text(size) + ", " + std::to_string(plan.threads) +
             (plan.threads == 1 ? " thread" : " threads") + "\n\n";
     return text + "                    compress  decompress   compress  decompress\n"

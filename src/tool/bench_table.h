@@ -5,6 +5,9 @@
 
 namespace tool {
 
+/// Returns the name of the only file, or the number of files.
+std::string files_text(const std::vector<bench_file>& files);
+
 /// Returns what was measured, and the heads of the columns.
 std::string table_head(const bench_plan& plan, const std::vector<bench_file>& files);
 
