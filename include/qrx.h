@@ -125,9 +125,16 @@ QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t thread
  *
  * QRX_KEEP_DAMAGED, when decompressing: reports damage by event() instead of by status, and puts
  * zeros in place of what can't be decoded.  Has no effect on qrx_reader_payload() and
- * qrx_reader_test(). */
+ * qrx_reader_test().
+ *
+ * QRX_SEARCH, when opening a damaged file: searches for records after damage.  Without it, all
+ * blocks after an invalid record head are missing.  A record whose head is damaged is used if its
+ * extent is certain; its event(), QRX_CORRUPT, has the number of the block.  Searching reads the
+ * file from its end back to the damage.  It takes up to 2 MiB, and 64 bytes for each block, unless
+ * the blocks are so large that decoding takes more. */
 #define QRX_SEAL 1u
 #define QRX_KEEP_DAMAGED 2u
+#define QRX_SEARCH 4u
 
 /* Both functions must be thread-safe.  Level 9 doesn't use them for its match finder, which
  * reserves address space from the system. */
@@ -159,7 +166,7 @@ typedef struct qrx_options {
     size_t struct_size;
     uint32_t threads; /* worker threads, 0 to QRX_MAX_THREADS; 0: the calling thread codes.  No more
                          are started than the file has blocks, none for a single block */
-    uint32_t flags;   /* QRX_SEAL, QRX_KEEP_DAMAGED */
+    uint32_t flags;   /* QRX_SEAL, QRX_KEEP_DAMAGED, QRX_SEARCH */
     /* Maximum number of bytes that the handle may allocate; 0: unlimited.  A call that may need
      * more fails with QRX_OVER_LIMIT before it allocates anything large. */
     uint64_t memory_limit;

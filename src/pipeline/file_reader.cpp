@@ -36,9 +36,9 @@ void keep_first(status& first, status fault)
 } // namespace
 
 file_reader::file_reader(const allocator& source, const byte_source& file, const listener& watcher,
-                         u32 threads, bool keeps_damaged)
+                         u32 threads, damage_rules rules)
     : source_(source), file_(file), watcher_(watcher), threads_(threads),
-      keeps_damaged_(keeps_damaged)
+      keeps_damaged_(rules.keeps_damaged), index_(rules.searches)
 {
 }
 
@@ -49,7 +49,8 @@ status file_reader::open(u64 memory_limit)
     const u64 length = std::min(layout.parameters.block_size(), layout.original_size);
     const u32 threads = useful_threads(threads_, layout.block_count);
     const u64 needed =
-        reader_memory(layout.parameters, length, threads) + index_.memory_needed(file_);
+        index_.memory_needed(file_) + std::max(reader_memory(layout.parameters, length, threads),
+                                               index_.search_memory(file_)); // not at the same time
     if (needed > memory_limit)
         return watcher_.report({.what = status::over_limit, .wanted = needed, .got = memory_limit});
     unsummed_ = layout.block_count;
@@ -210,10 +211,7 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
     next.fault.block = block;
     const block_place* const place = index_.find(block);
     if (place == nullptr) {
-        const status layout = index_.layout_fault();
-        next.fault.what = layout == status::truncated || layout == status::corrupt
-                              ? layout
-                              : status::block_missing;
+        next.fault.what = index_.missing_fault();
         return;
     }
     job.codec.out_len = static_cast<u32>(index_.length_of(block));

@@ -19,7 +19,7 @@ class file_reader {
   public:
     /// A reader with `threads` threads.  `source` and what `file` points to must outlive it.
     file_reader(const allocator& source, const byte_source& file, const listener& watcher,
-                u32 threads, bool keeps_damaged);
+                u32 threads, damage_rules rules);
     file_reader(const file_reader&) = delete;
     file_reader& operator=(const file_reader&) = delete;
 
