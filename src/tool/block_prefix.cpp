@@ -8,19 +8,21 @@
 namespace tool {
 namespace {
 
-/// Bytes whose x86 filter may look at what follows.
-constexpr size_t filter_reach = 8;
+/// Bytes before the first difference that are not trusted.  The x86 filter looks at up to 8 bytes
+/// that follow.
+constexpr size_t margin_bytes = 16;
 
-enum class filling { zeros, ones, random };
+constexpr unsigned filling_count = 6;
 
-void fill(partial_payload& payload, filling kind)
+/// Fills the rest of a payload with zeros, ones, or random bytes.
+void fill(partial_payload& payload, unsigned filling)
 {
-    const auto rest = payload.bytes.begin() + static_cast<ptrdiff_t>(payload.known);
-    std::minstd_rand source;
-    std::generate(rest, payload.bytes.end(), [&] {
-        if (kind == filling::random) return static_cast<char>(source() >> 8U);
-        return kind == filling::ones ? '\xFF' : '\0';
-    });
+    std::minstd_rand source(filling);
+    std::generate(payload.bytes.begin() + static_cast<ptrdiff_t>(payload.known),
+                  payload.bytes.end(), [&] {
+                      const auto random = static_cast<char>(source() >> 8U);
+                      return filling == 0 ? '\0' : filling == 1 ? '\xFF' : random;
+                  });
 }
 
 bool is_damage(qrx_status result)
@@ -47,23 +49,23 @@ qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partia
     qrx_codec* made = nullptr;
     qrx_status result = qrx_codec_new(&made, &params, &library);
     const codec_ptr codec(made);
-    fill(payload, filling::zeros);
+    fill(payload, 0);
     if (result == QRX_OK) result = decode(made, payload, block);
     size_t same = block.size();
     std::vector<char> other(block.size());
-    for (const filling kind : {filling::ones, filling::random}) {
-        fill(payload, kind);
-        if (result == QRX_OK) result = decode(made, payload, other);
-        if (result != QRX_OK) return result;
+    for (unsigned filling = 1; result == QRX_OK && filling < filling_count; ++filling) {
+        fill(payload, filling);
+        result = decode(made, payload, other);
         const auto end = block.begin() + static_cast<ptrdiff_t>(same);
         same = static_cast<size_t>(std::mismatch(block.begin(), end, other.begin()).first -
                                    block.begin());
     }
-    if (params.filter != QRX_FILTER_NONE) same -= std::min(same, filter_reach);
+    if (result != QRX_OK) return result;
     // A decoder that stops leaves zeros, which the delta filter turns into repeated bytes.
     const bool is_stored = payload.bytes.size() == block.size();
     if (params.filter == QRX_FILTER_DELTA && !is_stored) same = 0;
     while (same != 0 && block[same - 1] == 0) --same;
+    if (same != block.size()) same -= std::min(same, margin_bytes);
     std::fill(block.begin() + static_cast<ptrdiff_t>(same), block.end(), '\0');
     certain = same;
     return QRX_OK;

@@ -14,9 +14,10 @@ struct partial_payload {
 /// Decodes as much of a block as its payload determines.  The missing part of the payload is filled
 /// in several ways; up to where the results first differ, they don't depend on it.
 ///
-/// Methods 3 to 5 compare the payload with thresholds, in order of its bits.  So if the smallest
-/// and the largest possible rest give the same byte, all do.  For methods 1 and 2 this is likely
-/// only.
+/// Decoders of methods 3 to 5 compare the payload with thresholds, so a token is certain if the
+/// smallest and the largest possible rest give the same one.  Different tokens can start with the
+/// same bytes, though, and methods 1 and 2 read bytes in another order.  Random rests and a margin
+/// make a wrong byte improbable.
 ///
 /// `block` has the length of the block, and receives zeros after the first `certain` bytes.
 qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partial_payload& payload,
