@@ -24,6 +24,11 @@ struct piece {
     uint64_t compressed_size = 0;
 };
 
+std::string counted(uint64_t count, const char* what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 class splitting {
   public:
     splitting(const session& run, const path& source) : run_(run), source_(source) {}
@@ -78,9 +83,8 @@ class splitting {
             size != 0 ? std::max<uint64_t>(blocks / size + (blocks % size != 0 ? 1 : 0), 1)
                       : std::min(wanted, most);
         if (size == 0 && count < settings.piece_count)
-            run_.messages.warn(source_, "has " + std::to_string(blocks) +
-                                            (blocks == 1 ? " block: 1 piece" : " blocks: ") +
-                                            (blocks == 1 ? "" : std::to_string(count) + " pieces"));
+            run_.messages.warn(source_,
+                               "has " + counted(blocks, "block") + ": " + counted(count, "piece"));
         for (uint64_t index = 0; index < count; ++index) {
             piece next{name_of({stem(), index + 1, count})};
             next.first_block = size != 0 ? index * size : share_of(index, count);
