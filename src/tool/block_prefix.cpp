@@ -14,6 +14,9 @@ constexpr size_t margin_bytes = 16;
 
 constexpr unsigned filling_count = 6;
 
+/// The last bytes of a payload can be redundant, but not more than these.
+constexpr size_t redundant_bytes = 16;
+
 /// Fills the rest of a payload with zeros, ones, or random bytes.
 void fill(partial_payload& payload, unsigned filling)
 {
@@ -61,6 +64,10 @@ qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partia
                                    block.begin());
     }
     if (result != QRX_OK) return result;
+    // If the decoder doesn't get to the rest, what is known of the payload is damaged.
+    const bool is_damaged =
+        same == block.size() && payload.bytes.size() - payload.known > redundant_bytes;
+    if (is_damaged) same = 0;
     // A decoder that stops leaves zeros, which the delta filter turns into repeated bytes.
     const bool is_stored = payload.bytes.size() == block.size();
     if (params.filter == QRX_FILTER_DELTA && !is_stored) same = 0;

@@ -101,7 +101,9 @@ class recovery {
     /// Finds the record at the cut of a file: the one after the last complete record.
     void find_cut()
     {
-        if (info().layout != QRX_TRUNCATED) return;
+        const bool is_cut_or_headless =
+            info().layout == QRX_TRUNCATED || info().layout == QRX_NOT_QRX;
+        if (!is_cut_or_headless) return;
         uint64_t end = header_bytes;
         for (uint64_t block = 0; block < info().block_count; ++block) {
             const qrx_block_info found = describe(block);
