@@ -92,6 +92,7 @@ status record_index::read_records(const allocator& source, const byte_source& fi
         if (!places_) return watcher.report({.what = status::no_memory});
         place_count_ = max_places(file);
     }
+    if (header_fault_ != status::done) note(damage_watcher, {.what = header_fault_});
     walk at{file, watcher, damage_watcher, is_first_call};
     status read = read_to(at, chain_ ? chain_->kept : layout_.record_count());
     if (read == status::done && at.fault.what != status::done && is_first_call && searches_)

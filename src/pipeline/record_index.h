@@ -28,6 +28,12 @@ class record_index {
 
     /// Reads a file's header.
     [[nodiscard]] status read_header(const byte_source& file, const listener& watcher);
+    /// Replaces a damaged header, whose `fault` the owner has reported.
+    void replace_header(const file_layout& layout, status fault)
+    {
+        layout_ = layout;
+        header_fault_ = fault;
+    }
 
     /// Bytes that read_records() allocates: 16 for each block, bounded by the size of the file.
     u64 memory_needed(const byte_source& file) const;
@@ -49,7 +55,7 @@ class record_index {
     u32 stored() const { return stored_; }
     const std::optional<u32>& seal() const { return seal_; }
     /// The first fault of the layout: done, truncated, corrupt, block_missing, block_repeated or
-    /// trailing_bytes.
+    /// trailing_bytes, or not_qrx if the header was replaced.
     status layout_fault() const { return layout_fault_; }
 
     u64 offset_of(u32 block) const { return block * layout_.parameters.block_size(); }
@@ -110,6 +116,7 @@ class record_index {
     u32 found_ = 0;
     u32 stored_ = 0;
     std::optional<u32> seal_;
+    status header_fault_ = status::done; // not_qrx or corrupt if the header was replaced
     status layout_fault_ = status::done;
     std::optional<record_chain> chain_; // after a damaged part
     block_place repeated_{};            // the last record whose block has another one

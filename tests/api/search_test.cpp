@@ -16,9 +16,12 @@ constexpr u32 whole_blocks = 6;
 
 /// A file of seven blocks, the last one short, and the extents of its records.
 struct sample_file {
-    explicit sample_file(u32 method = 2, u32 flags = 0)
-        : data(sample_data(whole_blocks)), image(compressed(data, params_of(method, 1), flags))
+    explicit sample_file(u32 method = 2, u32 flags = 0, u32 context_bits = 0)
+        : data(sample_data(whole_blocks))
     {
+        qrx_params params = params_of(method, 1);
+        params.context_bits = context_bits;
+        image = compressed(data, params, flags);
         const reader_ptr reader = open_image(image);
         for (u32 block = 0; block < blocks(); ++block) {
             const block_in_image place = block_info_of(reader.get(), block);
@@ -517,6 +520,151 @@ TEST(api_search, whole_images_are_restored)
               QRX_OK);
     EXPECT_EQ(restored, file.data);
     EXPECT_EQ(options.found(), std::vector{QRX_CORRUPT});
+}
+
+/// The info of a reader whose header was reconstructed.
+qrx_info reconstructed(const bytes& image, const sample_file& file, qrx_status fault, usize excess)
+{
+    recorded_options options(0, QRX_SEARCH);
+    const reader_ptr reader = open_image(image, &options);
+    if (!reader) return {};
+    const qrx_info info = info_of(reader.get());
+    EXPECT_EQ(options.found(), std::vector{fault});
+    EXPECT_EQ(options.events.at(0).offset, 0U);
+    EXPECT_EQ(info.layout, fault);
+    EXPECT_EQ(info.block_size, mib);
+    EXPECT_GE(info.original_size, file.data.size());
+    EXPECT_LE(info.original_size, file.data.size() + excess);
+    EXPECT_EQ(slice(read_range(reader.get(), 0, file.data.size()), 0, file.data.size()), file.data);
+    return info;
+}
+
+TEST(api_search, a_wrong_size_of_the_original_is_corrected)
+{
+    for (u32 method = 1; method <= 5; ++method) {
+        for (const u32 flags : {0U, QRX_SEAL}) {
+            const sample_file file(method, flags);
+            for (u32 bit = 20; bit < 64; bit += 3) {
+                SCOPED_TRACE(testing::Message() << "method " << method << " bit " << bit);
+                bytes image = file.image;
+                image[4 + bit / 8] ^= static_cast<u8>(1U << bit % 8);
+                reconstructed(image, file, QRX_CORRUPT, 0);
+            }
+        }
+    }
+}
+
+TEST(api_search, wrong_codec_parameters_are_corrected)
+{
+    for (u32 method = 1; method <= 5; ++method) {
+        for (const u32 context_bits : {0U, 5U}) {
+            if (context_bits != 0 && method != 4) continue;
+            const sample_file file(method, 0, context_bits);
+            for (const usize field : {usize{12}, usize{13}, usize{16}, usize{18}}) {
+                for (const u32 wrong : {0U, 1U, 2U, 3U, 4U, 5U, 9U, 77U}) {
+                    bytes image = file.image;
+                    const bool is_other_class = (image[13] > 7) != (wrong > 7);
+                    const bool changes_decoding =
+                        (field == 12 && image[field] != wrong) || (field == 13 && is_other_class) ||
+                        (field == 16 && method == 4 && image[field] != wrong) ||
+                        (field == 18 && image[field] != wrong);
+                    if (!changes_decoding) continue;
+                    SCOPED_TRACE(testing::Message()
+                                 << "method " << method << " byte " << field << " is " << wrong);
+                    image[field] = static_cast<u8>(wrong);
+                    reconstructed(image, file, QRX_CORRUPT, 0);
+                }
+            }
+        }
+    }
+}
+
+TEST(api_search, a_header_of_zeros_or_noise_is_reconstructed)
+{
+    for (u32 method = 1; method <= 5; ++method) {
+        for (const u32 context_bits : {0U, 5U}) {
+            if (context_bits != 0 && method != 4) continue;
+            const sample_file file(method, 0, context_bits);
+            for (const u32 pattern : {0U, 1U, 2U, 3U}) {
+                SCOPED_TRACE(testing::Message() << "method " << method << " pattern " << pattern);
+                // Only methods 1 and 2 have an end token.
+                reconstructed(overwritten(file.image, 0, header_bytes, pattern), file, QRX_NOT_QRX,
+                              method <= 2 ? 0 : 300);
+            }
+        }
+    }
+}
+
+TEST(api_search, a_lost_first_sector_loses_the_first_block)
+{
+    for (u32 method = 1; method <= 5; ++method) {
+        for (const u32 flags : {0U, QRX_SEAL}) {
+            const sample_file file(method, flags);
+            for (const usize sector : {usize{512}, usize{4096}}) {
+                for (const u32 pattern : {0U, 3U}) {
+                    SCOPED_TRACE(testing::Message() << "method " << method << " sector " << sector
+                                                    << " pattern " << pattern);
+                    const bytes image = overwritten(file.image, 0, sector, pattern);
+                    recorded_options options(0, QRX_SEARCH);
+                    const reader_ptr reader = open_image(image, &options);
+                    ASSERT_TRUE(reader);
+                    const usize whole = whole_blocks * mib;
+                    EXPECT_EQ(read_range(reader.get(), mib, whole - mib),
+                              slice(file.data, mib, whole - mib));
+                    const bytes rest = read_range(reader.get(), whole, mib);
+                    EXPECT_EQ(slice(rest, 0, file.data.size() - whole),
+                              slice(file.data, whole, mib));
+                    EXPECT_LE(rest.size(), file.data.size() - whole + (method <= 2 ? 0 : 300));
+                    EXPECT_EQ(info_of(reader.get()).is_sealed, flags);
+                }
+            }
+        }
+    }
+}
+
+TEST(api_search, the_header_of_a_single_block_is_reconstructed)
+{
+    const bytes data = sample_data(0, 300000);
+    for (u32 method = 1; method <= 5; ++method) {
+        const bytes good = compressed(data, params_of(method, 1));
+        for (const u32 pattern : {0U, 3U}) {
+            SCOPED_TRACE(testing::Message() << "method " << method << " pattern " << pattern);
+            const bytes image = overwritten(good, 0, header_bytes, pattern);
+            recorded_options options(0, QRX_SEARCH);
+            const reader_ptr reader = open_image(image, &options);
+            ASSERT_TRUE(reader);
+            const bytes restored = read_range(reader.get(), 0, 2 * data.size());
+            EXPECT_EQ(slice(restored, 0, data.size()), data);
+            EXPECT_LE(restored.size(), data.size() + (method <= 2 ? 0 : 300));
+        }
+    }
+}
+
+TEST(api_search, damaged_payloads_do_not_discredit_a_good_header)
+{
+    for (u32 method = 1; method <= 5; ++method) {
+        SCOPED_TRACE(method);
+        bytes image = compressed(sample_data(0, 300000), params_of(method, 1));
+        for (usize at = 200; at < image.size(); at += 997) image[at] ^= 0x55;
+        recorded_options options(0, QRX_SEARCH);
+        const reader_ptr reader = open_image(image, &options);
+        EXPECT_EQ(info_of(reader.get()).layout, QRX_OK);
+        EXPECT_EQ(info_of(reader.get()).original_size, 300000U);
+        EXPECT_TRUE(options.events.empty());
+    }
+}
+
+TEST(api_search, other_files_still_do_not_open)
+{
+    for (const bytes& image : {bytes(), bytes(31, 7), bytes(32, 0), bytes(100000, 0),
+                               sample_data(1), find_shape("random").make(3 * mib, 1)}) {
+        recorded_options options(0, QRX_SEARCH);
+        qrx_reader* reader = nullptr;
+        EXPECT_EQ(qrx_reader_open_memory(&reader, image.data(), image.size(), &options),
+                  QRX_NOT_QRX);
+        EXPECT_EQ(reader, nullptr);
+        EXPECT_EQ(options.found(), std::vector{QRX_NOT_QRX});
+    }
 }
 
 } // namespace
