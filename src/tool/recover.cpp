@@ -147,8 +147,11 @@ class recovery {
         const qrx_block_info place = describe(block);
         const byte_range extent{place.original_offset, place.original_offset + place.length};
         if (place.is_found == 0) {
+            if (block == cut_.block) {
+                note(QRX_TRUNCATED, block, cut_.offset);
+                return save_prefix(extent, cut_.offset, cut_.size);
+            }
             note_missing(block);
-            if (block == cut_.block) return save_prefix(extent, cut_.offset, cut_.size);
             lose(extent);
             return exit_good;
         }
@@ -304,9 +307,7 @@ class recovery {
             report_json(output);
         else
             report_lost();
-        for (const qrx_event& fault : faults)
-            if (fault.what != QRX_CHECKSUM_MISMATCH)
-                run_.messages.error(source_, fault_text(fault, info()));
+        report_faults();
         if (output.empty()) return;
         if (has_fault(QRX_CHECKSUM_MISMATCH))
             run_.messages.error(source_, "all blocks decode, but the content doesn't match the "
@@ -317,6 +318,20 @@ class recovery {
         run_.messages.note(source_, "recovered " +
                                         std::to_string(info().original_size - lost_bytes_) +
                                         " of " + std::to_string(info().original_size) + " bytes");
+    }
+
+    void report_faults() const
+    {
+        for (const qrx_event& fault : input_.watcher.events) {
+            const bool is_header = fault.what == QRX_NOT_QRX;
+            const std::string text =
+                is_header ? "the header is damaged, and was reconstructed from the records"
+                          : fault_text(fault, info());
+            if (is_good())
+                run_.messages.warn(source_, text);
+            else if (fault.what != QRX_CHECKSUM_MISMATCH)
+                run_.messages.error(source_, text);
+        }
     }
 
     /// Lists the lost ranges on standard output, unless the content goes there.
