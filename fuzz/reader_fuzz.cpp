@@ -23,7 +23,8 @@ constexpr u8 any_block = 2;    // nor its block size
 constexpr u8 by_callbacks = 4; // else from memory
 constexpr u8 keeps_damaged = 8;
 constexpr u32 threads_shift = 4; // 2 bits
-constexpr u8 is_limited = 64;    // to the memory that a reader says it needs
+constexpr u8 is_limited = 64;    // to the memory that a reader says it needs, unless it searches
+constexpr u8 searches = 128;     // for records after damage
 
 // The faults byte: two periods of 4 bits; every n-th read fails, every m-th progress call cancels.
 constexpr u8 read_faults_mask = 15;
@@ -123,10 +124,10 @@ struct expectation {
     bytes content;                  // with zeros for damage
     std::vector<qrx_status> blocks; // results of reading each block
 
-    explicit expectation(const bytes& image)
+    expectation(const bytes& image, u32 flags)
     {
-        const owned_reader strict = open_plain(image, 0);
-        const owned_reader lenient = open_plain(image, QRX_KEEP_DAMAGED);
+        const owned_reader strict = open_plain(image, flags);
+        const owned_reader lenient = open_plain(image, flags | QRX_KEEP_DAMAGED);
         info = info_of(strict);
         has_content = info.original_size <= max_data;
         if (!has_content) return;
@@ -401,23 +402,25 @@ void read_any(input_bytes input)
     bytes image(input.rest().begin(), input.rest().end());
     bound_sizes(control, image);
     const u32 threads = std::min(control >> threads_shift & 3U, 2U);
+    const u32 search = (control & searches) != 0 ? QRX_SEARCH : 0;
+    const bool has_limit = (control & is_limited) != 0 && search == 0;
     const u64 needed = needed_memory(image, threads);
 
     callbacks events{.image = image,
                      .read_period = (control & by_callbacks) != 0 ? faults & read_faults_mask : 0U,
                      .cancel_period = u32{faults} >> cancels_shift};
     if (needed > max_memory) return;
-    counting_allocator memory((control & is_limited) != 0 && needed != 0 ? needed : UINT64_MAX);
+    counting_allocator memory(has_limit && needed != 0 ? needed : UINT64_MAX);
     qrx_options options = events.options(memory.get());
     options.threads = threads;
-    options.flags = (control & keeps_damaged) != 0 ? QRX_KEEP_DAMAGED : 0;
-    options.memory_limit = (control & is_limited) != 0 ? needed : 0;
+    options.flags = search | ((control & keeps_damaged) != 0 ? QRX_KEEP_DAMAGED : 0);
+    options.memory_limit = has_limit ? needed : 0;
     qrx_status result = QRX_OK;
     qrx_reader* const reader = open_reader(control, events, options, result);
-    require((result == QRX_OK) == (needed != 0) || events.failed_reads != 0,
+    require(result == QRX_OK ? needed != 0 || search != 0 : needed == 0 || events.failed_reads != 0,
             "an image with a header opens");
     if (reader == nullptr) return;
-    const expectation expected(image);
+    const expectation expected(image, search);
     {
         session calls_of_reader(reader, expected, events, control);
         while (!call_input.empty()) calls_of_reader.call(call_input);
@@ -471,11 +474,26 @@ std::vector<bytes> several_blocks()
     return images;
 }
 
+/// Returns the files with a damaged record head, a damaged header, or both.
+std::vector<bytes> damaged_files()
+{
+    std::vector<bytes> images;
+    for (const usize offset : {usize{32}, usize{32 + 5 + 14}, usize{12}, usize{4}, usize{0}}) {
+        bytes image = test::build_qrx(test::swapped_file());
+        for (usize i = 0; i < (offset == 0 ? 100U : 5U); ++i) image.at(offset + i) ^= 0xFF;
+        images.push_back(image);
+    }
+    return images;
+}
+
 } // namespace
 
 std::vector<bytes> make_seeds()
 {
     std::vector<bytes> seeds;
+    for (const u8 flags : {u8{0}, by_callbacks, keeps_damaged})
+        for (const std::vector<bytes>& images : {damaged_files(), several_blocks()})
+            for (const bytes& image : images) seeds.push_back(seed_of(searches | flags, 0, image));
     const std::vector<bytes> files = several_blocks();
     for (u32 threads = 0; threads <= 2; ++threads) {
         for (const u8 flags : {u8{0}, by_callbacks, keeps_damaged, is_limited,

@@ -125,9 +125,18 @@ QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t thread
  *
  * QRX_KEEP_DAMAGED, when decompressing: reports damage by event() instead of by status, and puts
  * zeros in place of what can't be decoded.  Has no effect on qrx_reader_payload() and
- * qrx_reader_test(). */
+ * qrx_reader_test().
+ *
+ * QRX_SEARCH, when opening a damaged file: searches for records after damage.  Without it, all
+ * blocks after an invalid record head are missing.  A record whose head is damaged is used if its
+ * extent is known; its event(), QRX_CORRUPT, has the number of the block.  A damaged header is
+ * reconstructed from the records; event() and qrx_info.layout have QRX_NOT_QRX or QRX_CORRUPT then,
+ * and the filter and the last bytes of the original may be wrong.  Opening reads the file from its
+ * end back to the damage and decodes a few blocks.  That takes up to 64 bytes per block and 2 MiB,
+ * or, if the header is damaged, about 192 MiB. */
 #define QRX_SEAL 1u
 #define QRX_KEEP_DAMAGED 2u
+#define QRX_SEARCH 4u
 
 /* Both functions must be thread-safe.  Level 9 doesn't use them for its match finder, which
  * reserves address space from the system. */
@@ -159,7 +168,7 @@ typedef struct qrx_options {
     size_t struct_size;
     uint32_t threads; /* worker threads, 0 to QRX_MAX_THREADS; 0: the calling thread codes.  No more
                          are started than the file has blocks, none for a single block */
-    uint32_t flags;   /* QRX_SEAL, QRX_KEEP_DAMAGED */
+    uint32_t flags;   /* QRX_SEAL, QRX_KEEP_DAMAGED, QRX_SEARCH */
     /* Maximum number of bytes that the handle may allocate; 0: unlimited.  A call that may need
      * more fails with QRX_OVER_LIMIT before it allocates anything large. */
     uint64_t memory_limit;
@@ -230,7 +239,8 @@ typedef struct qrx_info {
     uint32_t is_sealed;     /* 1: the file ends with a seal */
     uint32_t seal;          /* CRC-32 of the original; 0 without a seal */
     /* The first fault that header and record heads show: QRX_TRUNCATED, QRX_CORRUPT,
-     * QRX_BLOCK_MISSING, QRX_BLOCK_REPEATED or QRX_TRAILING_BYTES.  QRX_OK if there is none. */
+     * QRX_BLOCK_MISSING, QRX_BLOCK_REPEATED or QRX_TRAILING_BYTES; with QRX_SEARCH also
+     * QRX_NOT_QRX.  QRX_OK if there is none. */
     qrx_status layout;
     uint32_t reserved; /* 0 */
 } qrx_info;
@@ -246,8 +256,8 @@ typedef struct qrx_block_info {
 } qrx_block_info;
 
 /* Opens a file by name, which is in the ANSI code page on Windows.  Only the header has to be
- * intact: missing or damaged records show in qrx_info.layout.  On failure `*reader` is null, here
- * and in the next two functions. */
+ * intact, and with QRX_SEARCH not even that: missing or damaged records show in qrx_info.layout.
+ * On failure `*reader` is null, here and in the next two functions. */
 QRX_API qrx_status qrx_reader_open(qrx_reader** reader, const char* name,
                                    const qrx_options* options);
 

@@ -50,7 +50,7 @@ test.__test__ = False  # type: ignore[attr-defined]  # or pytest would collect i
 @overload
 def open(file: File, mode: Literal["r", "rb"] = "rb", *, threads: int = 0, memory_limit: int = 0,
          progress: Optional[Progress] = None, keep_damaged: bool = False,
-         on_damage: Optional[OnDamage] = None) -> QrxFile: ...
+         on_damage: Optional[OnDamage] = None, search: bool = False) -> QrxFile: ...
 
 
 @overload
@@ -63,18 +63,18 @@ def open(file: File, mode: Literal["w", "wb"], *, threads: int = 0, memory_limit
 @overload
 def open(file: File, mode: Literal["rt", "wt"], *, threads: int = 0, memory_limit: int = 0,
          progress: Optional[Progress] = None, keep_damaged: bool = False,
-         on_damage: Optional[OnDamage] = None, size: Optional[int] = None, method: int = 3,
-         level: int = 3, context_bits: int = 0, filter: Optional[str] = None, hash_bits: int = 0,
-         chain_bits: int = 0, block_mib: int = 0, seal: bool = True,
+         on_damage: Optional[OnDamage] = None, search: bool = False, size: Optional[int] = None,
+         method: int = 3, level: int = 3, context_bits: int = 0, filter: Optional[str] = None,
+         hash_bits: int = 0, chain_bits: int = 0, block_mib: int = 0, seal: bool = True,
          encoding: Optional[str] = None, errors: Optional[str] = None,
          newline: Optional[str] = None) -> io.TextIOWrapper: ...
 
 
 def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 0,
          progress: Optional[Progress] = None, keep_damaged: bool = False,
-         on_damage: Optional[OnDamage] = None, size: Optional[int] = None, method: int = 3,
-         level: int = 3, context_bits: int = 0, filter: Optional[str] = None, hash_bits: int = 0,
-         chain_bits: int = 0, block_mib: int = 0, seal: bool = True,
+         on_damage: Optional[OnDamage] = None, search: bool = False, size: Optional[int] = None,
+         method: int = 3, level: int = 3, context_bits: int = 0, filter: Optional[str] = None,
+         hash_bits: int = 0, chain_bits: int = 0, block_mib: int = 0, seal: bool = True,
          encoding: Optional[str] = None, errors: Optional[str] = None,
          newline: Optional[str] = None) -> Union[QrxFile, QrxWriter, io.TextIOWrapper]:
     """Opens a .qrx file and returns a file object of its original.
@@ -91,6 +91,7 @@ def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 
     When reading:
     keep_damaged: replaces what can't be decoded with zeros, instead of raising an exception.
     on_damage: called with a Damage for each fault found.
+    search: searches for the records after damage.
 
     When writing:
     size: size of the original in bytes.  Required for a file object that can't seek.
@@ -105,7 +106,8 @@ def open(file: File, mode: str = "rb", *, threads: int = 0, memory_limit: int = 
     if not is_text and (encoding, errors, newline) != (None, None, None):
         raise ValueError("encoding, errors and newline are for text modes only")
     if mode[0] == "r":
-        reader = open_reader(file, threads, memory_limit, progress, keep_damaged, on_damage)
+        reader = open_reader(file, threads, memory_limit, progress, keep_damaged, on_damage,
+                             search)
         if not is_text:
             return reader
         try:

@@ -10,7 +10,7 @@ from typing import IO, TYPE_CHECKING, Dict, Iterator, List, Optional
 
 from ._calls import Calls, Handle, OnDamage, Progress
 from ._errors import DAMAGE, Damage, make_error
-from ._library import KEEP_DAMAGED, Params, RawBlockInfo, RawInfo, Status, lib
+from ._library import KEEP_DAMAGED, SEARCH, Params, RawBlockInfo, RawInfo, Status, lib
 from ._memory import NewBytes, View
 from ._params import filter_name
 from . import _streams
@@ -245,7 +245,8 @@ class QrxFile(io.BufferedReader):
 
 
 def open_reader(file: File, threads: int, memory_limit: int, progress: Optional[Progress],
-                keep_damaged: bool = False, on_damage: Optional[OnDamage] = None) -> QrxFile:
+                keep_damaged: bool = False, on_damage: Optional[OnDamage] = None,
+                search: bool = False) -> QrxFile:
     """Opens a file for reading; see open()."""
     damage: Dict[Damage, None] = {}  # an ordered set
 
@@ -256,5 +257,5 @@ def open_reader(file: File, threads: int, memory_limit: int, progress: Optional[
                 on_damage(fault)
 
     calls = Calls(progress, note)
-    flags = KEEP_DAMAGED if keep_damaged else 0
+    flags = (KEEP_DAMAGED if keep_damaged else 0) | (SEARCH if search else 0)
     return QrxFile(RawReader(file, calls, threads, flags, memory_limit), damage)

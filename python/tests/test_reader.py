@@ -309,6 +309,16 @@ class Damaged(InFolder):
         self.assertEqual(data[2 * MIB:], ORIGINAL[2 * MIB:])
         self.assertIn(qrx.Status.BLOCK_SHORT, [damage.what for damage in seen])
 
+    def test_search(self) -> None:
+        data = bytearray(image())
+        head = records(data)[1].offset
+        data[head:head + 5] = b"\xff" * 5
+        path = self.path(content=data)
+        with qrx.open(path) as file, self.assertRaises(qrx.CorruptError):
+            file.read()
+        with qrx.open(path, search=True) as file:
+            self.assertEqual(file.read(), ORIGINAL)
+
     def test_wrong_seal_of_an_empty_file(self) -> None:
         sealed = bytearray(qrx.compress(b""))
         with qrx.open(self.path(content=sealed)) as file:

@@ -53,7 +53,7 @@ qrx_status qrx_compress(const qrx_params* params, const qrx_options* options, co
 qrx_status qrx_decompressed_size(const void* src, size_t size, uint64_t* original_size)
 {
     if (src == nullptr || original_size == nullptr) return QRX_BAD_ARGUMENT;
-    record_index index;
+    record_index index(false);
     const status read = index.read_header(source_of(static_cast<const u8*>(src), size), {});
     if (read == status::done) *original_size = index.layout().original_size;
     return to_qrx(read);
@@ -69,7 +69,7 @@ qrx_status qrx_decompress(const qrx_options* options, const void* src, size_t si
     *dest_size = 0;
     handle_services services(known);
     file_reader reader(services.memory(), source_of(static_cast<const u8*>(src), size),
-                       services.watcher(), known.threads, services.has_flag(QRX_KEEP_DAMAGED));
+                       services.watcher(), known.threads, services.rules());
     const status opened = reader.open(services.memory_limit());
     if (opened != status::done) return to_qrx(opened);
     if (reader.original_size() > capacity) return services.report({.what = status::too_small});

@@ -16,7 +16,7 @@ bool read_options(const qrx_options* given, qrx_options& options)
     const bool has_allocate = options.allocator.allocate != nullptr;
     const bool has_release = options.allocator.release != nullptr;
     return options.threads <= QRX_MAX_THREADS && has_allocate == has_release &&
-           (options.flags & ~(QRX_SEAL | QRX_KEEP_DAMAGED)) == 0;
+           (options.flags & ~(QRX_SEAL | QRX_KEEP_DAMAGED | QRX_SEARCH)) == 0;
 }
 
 /// By status.

@@ -66,6 +66,7 @@ class handle_services {
 
     const qrx_options& options() const { return options_; }
     bool has_flag(u32 flag) const { return (options_.flags & flag) != 0; }
+    damage_rules rules() const { return {has_flag(QRX_KEEP_DAMAGED), has_flag(QRX_SEARCH)}; }
     u64 memory_limit() const
     {
         return options_.memory_limit != 0 ? options_.memory_limit : UINT64_MAX;

@@ -15,7 +15,7 @@ struct qrx_reader {
     qrx_status open(const byte_source& input)
     {
         reader.emplace(services.memory(), input, services.watcher(), services.options().threads,
-                       services.has_flag(QRX_KEEP_DAMAGED));
+                       services.rules());
         file_size = input.size;
         return to_qrx(reader->open(services.memory_limit()));
     }

@@ -43,6 +43,13 @@ std::array<u8, file_header_bytes> pack_file_header(const file_header& header)
 bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_header& header)
 {
     if (std::memcmp(&bytes[1], &magic[1], magic.size() - 1) != 0) return false;
+    header = unpack_fields(bytes);
+    return true;
+}
+
+file_header unpack_fields(const std::array<u8, file_header_bytes>& bytes)
+{
+    file_header header{};
     header.original_size = load_u64(&bytes[at_size]);
     header.parameters.codec.method = bytes[at_method];
     header.parameters.codec.level = bytes[at_level];
@@ -51,7 +58,7 @@ bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_hea
     header.parameters.block_mb = load_u16(&bytes[at_block_mb]);
     header.parameters.codec.hash_bits = static_cast<i32>(load_u32(&bytes[at_hash_bits]));
     header.parameters.codec.chain_bits = static_cast<i32>(load_u32(&bytes[at_chain_bits]));
-    return true;
+    return header;
 }
 
 void pack_record_head(u8* dest, const record_head& head)

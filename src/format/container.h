@@ -29,6 +29,9 @@ std::array<u8, file_header_bytes> pack_file_header(const file_header& header);
 /// Parses a header.  Returns false if the magic letters are missing; tests nothing else.
 bool unpack_file_header(const std::array<u8, file_header_bytes>& bytes, file_header& header);
 
+/// Parses the fields of a header, with or without the magic letters.
+file_header unpack_fields(const std::array<u8, file_header_bytes>& bytes);
+
 struct record_head {
     u32 size; // bytes of the payload
     u8 displacement;

@@ -1,6 +1,7 @@
 #include "pipeline/file_reader.h"
 
 #include "format/checksum.h"
+#include "pipeline/header_search.h"
 #include "pipeline/memory_needs.h"
 
 #include <algorithm>
@@ -36,24 +37,41 @@ void keep_first(status& first, status fault)
 } // namespace
 
 file_reader::file_reader(const allocator& source, const byte_source& file, const listener& watcher,
-                         u32 threads, bool keeps_damaged)
-    : source_(source), file_(file), watcher_(watcher), threads_(threads),
-      keeps_damaged_(keeps_damaged)
+                         u32 threads, damage_rules rules)
+    : source_(source), file_(file), watcher_(watcher), threads_(threads), rules_(rules),
+      index_(rules.searches)
 {
 }
 
 status file_reader::open(u64 memory_limit)
 {
-    if (const status read = index_.read_header(file_, watcher_); read != status::done) return read;
+    if (const status read = read_header(); read != status::done) return read;
     const file_layout& layout = index_.layout();
     const u64 length = std::min(layout.parameters.block_size(), layout.original_size);
     const u32 threads = useful_threads(threads_, layout.block_count);
     const u64 needed =
-        reader_memory(layout.parameters, length, threads) + index_.memory_needed(file_);
+        index_.memory_needed(file_) + std::max(reader_memory(layout.parameters, length, threads),
+                                               index_.search_memory(file_)); // not at the same time
     if (needed > memory_limit)
         return watcher_.report({.what = status::over_limit, .wanted = needed, .got = memory_limit});
     unsummed_ = layout.block_count;
     return index_.read_records(source_, file_, watcher_, {});
+}
+
+status file_reader::read_header()
+{
+    const status stated = index_.read_header(file_, watcher_);
+    const bool is_valid = stated == status::done;
+    const bool is_damaged = stated == status::not_qrx || stated == status::corrupt;
+    if (!rules_.searches || !(is_valid || is_damaged) || file_.size < file_header_bytes)
+        return stated;
+    std::optional<file_layout> found;
+    const status searched = find_layout(source_, file_, watcher_, is_valid, found);
+    if (searched != status::done) return searched;
+    if (!found) return stated;
+    const status fault = is_valid ? watcher_.report({.what = status::corrupt}) : stated;
+    index_.replace_header(*found, fault);
+    return status::done;
 }
 
 void file_reader::forget_sums()
@@ -68,15 +86,17 @@ status file_reader::read(u64 offset, u8* dest, usize size, usize& got)
     got = 0;
     if (original_size() == 0) {
         const status result = check_seal();
-        return keeps_damaged_ ? status::done : result;
+        return rules_.keeps_damaged ? status::done : result;
     }
     if (offset >= original_size()) return status::done;
     const u64 end = offset + std::min<u64>(size, original_size() - offset);
     u64 valid = offset;
-    const status result = run({offset, end, dest, offset == expected_}, valid, keeps_damaged_);
+    const status result =
+        run({offset, end, dest, offset == expected_}, valid, rules_.keeps_damaged);
     expected_ = valid;
     got = static_cast<usize>(valid - offset);
-    return result != status::done && keeps_damaged_ && is_damage(result) ? status::done : result;
+    return result != status::done && rules_.keeps_damaged && is_damage(result) ? status::done
+                                                                               : result;
 }
 
 status file_reader::read_all(u8* dest, usize& got)
@@ -85,7 +105,7 @@ status file_reader::read_all(u8* dest, usize& got)
     if (result != status::done || index_.layout_fault() == status::done) return result;
     const status read = index_.read_records(source_, file_, watcher_, watcher_);
     if (read != status::done) return read;
-    return keeps_damaged_ ? status::done : index_.layout_fault();
+    return rules_.keeps_damaged ? status::done : index_.layout_fault();
 }
 
 status file_reader::read_payload(u32 block, u8* dest)
@@ -210,10 +230,7 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
     next.fault.block = block;
     const block_place* const place = index_.find(block);
     if (place == nullptr) {
-        const status layout = index_.layout_fault();
-        next.fault.what = layout == status::truncated || layout == status::corrupt
-                              ? layout
-                              : status::block_missing;
+        next.fault.what = index_.missing_fault();
         return;
     }
     job.codec.out_len = static_cast<u32>(index_.length_of(block));

@@ -19,7 +19,7 @@ class file_reader {
   public:
     /// A reader with `threads` threads.  `source` and what `file` points to must outlive it.
     file_reader(const allocator& source, const byte_source& file, const listener& watcher,
-                u32 threads, bool keeps_damaged);
+                u32 threads, damage_rules rules);
     file_reader(const file_reader&) = delete;
     file_reader& operator=(const file_reader&) = delete;
 
@@ -59,6 +59,8 @@ class file_reader {
         u8* dest_of(u64 position) const { return dest + (position - offset); }
     };
 
+    /// Reads the header, or reconstructs a damaged one if the reader searches.
+    [[nodiscard]] status read_header();
     /// Loads the blocks of a request in order, up to the first fault that isn't skipped.  `done`
     /// receives the end of the valid bytes.
     status run(const request& wanted, u64& done, bool skips_damage);
@@ -80,7 +82,7 @@ class file_reader {
     const byte_source file_;
     const listener watcher_;
     const u32 threads_;
-    const bool keeps_damaged_;
+    const damage_rules rules_;
     record_index index_;
     std::optional<ordered_coder> coder_; // made when a block is needed
     u32 first_ = 0;                      // the block at the front of the coder

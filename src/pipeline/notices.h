@@ -20,6 +20,12 @@ struct notice {
     int cause = 0; // errno, or the error number of a callback
 };
 
+/// What a reader does about damage.
+struct damage_rules {
+    bool keeps_damaged = false; // reports it without failing, and puts zeros in its place
+    bool searches = false;      // searches for records after it
+};
+
 /// Callbacks of a reader or writer; each may be null.
 struct listener {
     void (*tell)(void* context, const notice& found) = nullptr;

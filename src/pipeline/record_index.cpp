@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "format/checksum.h"
+#include "pipeline/read_exactly.h"
 
 #include <algorithm>
 #include <utility>
@@ -11,20 +12,6 @@ namespace {
 
 /// Largest difference between the number of a block and that of its record.
 constexpr u64 max_displacement = 127;
-
-/// Reads exactly `size` bytes; fewer are reported as truncation.
-status read_exactly(const byte_source& file, const listener& watcher, u64 offset, u8* dest,
-                    usize size)
-{
-    usize got = 0;
-    const int error = file.read(file.context, offset, dest, size, got);
-    if (error == 0 && got == size) return status::done;
-    return watcher.report({.what = error != 0 ? status::read_failed : status::truncated,
-                           .offset = offset,
-                           .wanted = size,
-                           .got = got,
-                           .cause = error});
-}
 
 } // namespace
 
@@ -77,85 +64,173 @@ block_place* record_index::find(u32 block)
 void record_index::note(const listener& damage_watcher, const notice& fault)
 {
     if (layout_fault_ == status::done) layout_fault_ = fault.what;
-    is_cut_ = is_cut_ || fault.what == status::corrupt || fault.what == status::truncated;
     damage_watcher.report(fault);
+}
+
+u64 record_index::memory_needed(const byte_source& file) const
+{
+    return sizeof(block_place) * u64{max_places(file)};
+}
+
+u64 record_index::search_memory(const byte_source& file) const
+{
+    return searches_ ? chain_search_memory(layout_, file) : 0;
+}
+
+status record_index::missing_fault() const
+{
+    const bool is_cut = layout_fault_ == status::truncated || layout_fault_ == status::corrupt;
+    return is_cut && !chain_ ? layout_fault_ : status::block_missing;
 }
 
 status record_index::read_records(const allocator& source, const byte_source& file,
                                   const listener& watcher, const listener& damage_watcher)
 {
-    if (!places_) {
+    const bool is_first_call = !places_;
+    if (is_first_call) {
         places_ = make_zeroed_array<block_place>(source, max_places(file));
         if (!places_) return watcher.report({.what = status::no_memory});
         place_count_ = max_places(file);
     }
-    is_cut_ = false;
-    u64 position = file_header_bytes;
-    for (u32 sequence = 0; sequence < layout_.record_count() && !is_cut_; ++sequence) {
-        const status read = read_record(file, watcher, damage_watcher, sequence, position);
-        if (read != status::done) return read;
-    }
-    if (!is_cut_) {
-        const status read = read_end(file, watcher, damage_watcher, position);
-        if (read != status::done) return read;
-    }
+    if (header_fault_ != status::done) note(damage_watcher, {.what = header_fault_});
+    walk at{file, watcher, damage_watcher, is_first_call};
+    status read = read_to(at, chain_ ? chain_->kept : layout_.record_count());
+    if (read == status::done && at.fault.what != status::done && is_first_call && searches_)
+        read = search(source, at);
+    if (read == status::done && chain_) read = resume(at);
+    if (read == status::done && at.fault.what == status::done) read = read_end(at);
+    if (read != status::done) return read;
+    if (at.fault.what != status::done) note(damage_watcher, at.fault);
+    if (is_first_call && searches_) guess_lost_block();
+    if (guess_ && !has_lost_one()) note(damage_watcher, *guess_);
     if (found_ != layout_.record_count()) report_missing(damage_watcher);
     return status::done;
 }
 
-status record_index::read_record(const byte_source& file, const listener& watcher,
-                                 const listener& damage_watcher, u32 sequence, u64& position)
+status record_index::read_to(walk& at, u32 end)
 {
-    notice fault{.what = status::truncated, .offset = position};
-    const u64 left = file.size - position;
-    if (left < record_head_bytes) {
-        fault.wanted = record_head_bytes;
-        fault.got = left;
-        note(damage_watcher, fault);
-        return status::done;
+    while (at.trail.count < end && at.fault.what == status::done) {
+        const status read = read_record(at);
+        if (read != status::done) return read;
     }
-    std::array<u8, record_head_bytes> bytes;
-    const status read = read_exactly(file, watcher, position, bytes.data(), bytes.size());
-    if (read != status::done) return read;
-    const record_head head = unpack_record_head(bytes.data());
-    const auto extent = find_block(layout_, head, sequence);
-    if (!extent) {
-        fault.what = status::corrupt;
-        note(damage_watcher, fault);
-        return status::done;
-    }
-    fault.block = extent->index;
-    if (head.size > left - record_head_bytes) {
-        fault.wanted = head.size;
-        fault.got = left - record_head_bytes;
-        note(damage_watcher, fault);
-        return status::done;
-    }
-    block_place& place = places_[extent->index];
-    const u64 payload_offset = position + record_head_bytes;
-    if (place.is_found() && place.offset != payload_offset) {
-        fault.what = status::block_repeated;
-        note(damage_watcher, fault);
-    } else if (!place.is_found()) {
-        place = {payload_offset, head.size, false};
-        ++found_;
-        stored_ += head.size == extent->length ? 1 : 0;
-    }
-    position += record_head_bytes + head.size;
     return status::done;
 }
 
-status record_index::read_end(const byte_source& file, const listener& watcher,
-                              const listener& damage_watcher, u64 position)
+status record_index::read_record(walk& at)
 {
-    const u64 left = file.size - position;
+    const u64 position = at.position();
+    const u64 left = at.file.size - position;
+    at.fault = {.what = status::truncated, .offset = position};
+    if (left < record_head_bytes) {
+        at.fault.wanted = record_head_bytes;
+        at.fault.got = left;
+        return status::done;
+    }
+    std::array<u8, record_head_bytes> bytes;
+    const status read = read_exactly(at.file, at.watcher, position, bytes.data(), bytes.size());
+    if (read != status::done) return read;
+    const record_head head = unpack_record_head(bytes.data());
+    const auto extent = find_block(layout_, head, at.trail.count);
+    if (!extent || (searches_ && !is_plausible(layout_, head))) {
+        at.fault.what = status::corrupt;
+        return status::done;
+    }
+    at.fault.block = extent->index;
+    if (head.size > left - record_head_bytes) {
+        at.fault.wanted = head.size;
+        at.fault.got = left - record_head_bytes;
+        at.trail.is_confirmed = true;
+        return status::done;
+    }
+    at.fault.what = status::done;
+    add_record(at, head, extent->index);
+    at.trail.add(at.trail.count + 1, position + record_head_bytes + head.size);
+    return status::done;
+}
+
+void record_index::add_record(const walk& at, const record_head& head, u32 block)
+{
+    block_place& place = places_[block];
+    const block_place added{at.position() + record_head_bytes, head.size, false};
+    if (!place.is_found()) return place_record(block, added);
+    if (place.offset == added.offset) return;
+    note(at.damage_watcher,
+         {.what = status::block_repeated, .block = block, .offset = at.position()});
+    if (!searches_ || !at.is_first) return;
+    // One displacement is wrong, rather not one of 0: most are.
+    const bool is_natural = displaced_index(head.displacement, at.trail.count) == at.trail.count;
+    repeated_ = is_natural ? place : added;
+    ++repeated_count_;
+    if (!is_natural) return;
+    remove_record(block);
+    place_record(block, added);
+}
+
+void record_index::place_record(u32 block, const block_place& place)
+{
+    places_[block] = place;
+    ++found_;
+    stored_ += place.size == length_of(block) ? 1 : 0;
+}
+
+void record_index::remove_record(u32 block)
+{
+    --found_;
+    stored_ -= places_[block].size == length_of(block) ? 1 : 0;
+    places_[block] = {};
+}
+
+status record_index::search(const allocator& source, const walk& at)
+{
+    // An original with more blocks than places has an impossible size.
+    if (layout_.block_count == 0 || layout_.block_count > place_count_) return status::done;
+    const status searched = find_chain(source, at.file, layout_, at.trail, at.watcher, chain_);
+    if (searched != status::done || !chain_) return searched;
+    for (u32 block = 0; block < place_count_; ++block)
+        if (places_[block].offset > chain_->gap) remove_record(block);
+    if (repeated_.offset > chain_->gap) repeated_count_ = 0;
+    return status::done;
+}
+
+status record_index::resume(walk& at)
+{
+    notice damage{.what = status::corrupt, .offset = chain_->gap};
+    if (guess_ && has_lost_one()) damage.block = guess_->block;
+    note(at.damage_watcher, damage);
+    at.fault.what = status::done;
+    at.trail.add(layout_.record_count() - chain_->records, chain_->start);
+    return read_to(at, layout_.record_count());
+}
+
+void record_index::guess_lost_block()
+{
+    const u32 block = skip_to(0, false);
+    if (layout_.record_count() - found_ != 1 || block >= place_count_) return;
+    block_place place{};
+    if (has_lost_one()) {
+        place.offset = chain_->gap + record_head_bytes;
+        place.size = static_cast<u32>(chain_->start - place.offset);
+    } else if (repeated_count_ == 1) {
+        place = repeated_;
+    }
+    const u64 length = length_of(block);
+    const bool can_decode = place.size == length || is_method(layout_.parameters.codec.method);
+    if (place.size == 0 || place.size > length || length > INT32_MAX || !can_decode) return;
+    place_record(block, place);
+    guess_ = {.what = status::corrupt, .block = block, .offset = place.offset - record_head_bytes};
+}
+
+status record_index::read_end(const walk& at)
+{
+    const u64 position = at.position();
+    const u64 left = at.file.size - position;
     if (left == seal_bytes) {
         std::array<u8, seal_bytes> bytes;
-        const status read = read_exactly(file, watcher, position, bytes.data(), bytes.size());
+        const status read = read_exactly(at.file, at.watcher, position, bytes.data(), bytes.size());
         if (read != status::done) return read;
         seal_ = load_u32(bytes.data());
     } else if (left != 0) {
-        note(damage_watcher, {.what = status::trailing_bytes, .offset = position, .got = left});
+        note(at.damage_watcher, {.what = status::trailing_bytes, .offset = position, .got = left});
     }
     return status::done;
 }

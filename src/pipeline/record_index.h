@@ -1,13 +1,12 @@
 // pipeline/record_index.h - offset and size of each block's payload in a file
 //
 // The heads of all records, five bytes each, are read and checked once.  Then blocks can be read in
-// any order.
+// any order.  On request, records after a damaged part are searched for (record_search.h).
 #pragma once
 
 #include "common/byte_stream.h"
 #include "common/owned_array.h"
-#include "format/records.h"
-#include "pipeline/notices.h"
+#include "pipeline/record_search.h"
 
 #include <optional>
 
@@ -24,20 +23,30 @@ struct block_place {
 
 class record_index {
   public:
+    /// An index that, if `searches`, searches for records after damage.
+    explicit record_index(bool searches) : searches_(searches) {}
+
     /// Reads a file's header.
     [[nodiscard]] status read_header(const byte_source& file, const listener& watcher);
+    /// Replaces a damaged header, whose `fault` the owner has reported.
+    void replace_header(const file_layout& layout, status fault)
+    {
+        layout_ = layout;
+        header_fault_ = fault;
+    }
 
     /// Bytes that read_records() allocates: 16 for each block, bounded by the size of the file.
-    u64 memory_needed(const byte_source& file) const
-    {
-        return sizeof(block_place) * u64{max_places(file)};
-    }
+    u64 memory_needed(const byte_source& file) const;
+    /// Bytes that its first call allocates in addition, and frees again.
+    u64 search_memory(const byte_source& file) const;
 
     /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
     /// noted in layout_fault(), but is not a failure: the blocks found can be read.  A second call
     /// only reports the damage again.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
+    /// Why a block has no record.
+    status missing_fault() const;
     /// Sets is_summed of all blocks to false.
     void forget_sums();
 
@@ -46,7 +55,7 @@ class record_index {
     u32 stored() const { return stored_; }
     const std::optional<u32>& seal() const { return seal_; }
     /// The first fault of the layout: done, truncated, corrupt, block_missing, block_repeated or
-    /// trailing_bytes.
+    /// trailing_bytes, or not_qrx if the header was replaced.
     status layout_fault() const { return layout_fault_; }
 
     u64 offset_of(u32 block) const { return block * layout_.parameters.block_size(); }
@@ -61,26 +70,58 @@ class record_index {
     const block_place* find(u32 block) const;
 
   private:
+    /// A walk over the record heads.
+    struct walk {
+        const byte_source& file;
+        const listener& watcher;
+        const listener& damage_watcher;
+        const bool is_first;
+        record_trail trail{.heads = {file_header_bytes}};
+        notice fault{.what = status::done}; // of the head where the walk ended early
+
+        u64 position() const { return trail.head_of(trail.count); }
+    };
+
     u32 max_places(const byte_source& file) const;
-    /// Reads the record head at `position` and moves past the record; stays there if it is invalid
-    /// or cut.
-    [[nodiscard]] status read_record(const byte_source& file, const listener& watcher,
-                                     const listener& damage_watcher, u32 sequence, u64& position);
-    [[nodiscard]] status read_end(const byte_source& file, const listener& watcher,
-                                  const listener& damage_watcher, u64 position);
+    /// Reads the record heads up to number `end`, or to one that is invalid or cut.
+    [[nodiscard]] status read_to(walk& at, u32 end);
+    /// Reads the next record head and moves past the record; sets `at.fault` instead if it is
+    /// invalid or cut.
+    [[nodiscard]] status read_record(walk& at);
+    /// Adds the next record of a walk, for `block`.
+    void add_record(const walk& at, const record_head& head, u32 block);
+    void place_record(u32 block, const block_place& place);
+    void remove_record(u32 block);
+    [[nodiscard]] status read_end(const walk& at);
+
+    /// Searches for the chain of records after the head where a walk ended, and removes the records
+    /// that contradict it.
+    [[nodiscard]] status search(const allocator& source, const walk& at);
+    /// Continues a walk with the chain.
+    [[nodiscard]] status resume(walk& at);
+    /// True if the damaged part before the chain is one record.
+    bool has_lost_one() const { return chain_ && chain_->has_lost_one; }
+    /// If one block is missing and one record has no block, these belong together: a record whose
+    /// head is damaged but whose extent is known, or one of two records of the same block.
+    void guess_lost_block();
     /// Reports each run of missing blocks as one fault; `wanted` is its length in blocks.
     void report_missing(const listener& damage_watcher);
     /// Reports a fault of the layout, and keeps the first one.
     void note(const listener& damage_watcher, const notice& fault);
 
+    const bool searches_;
     file_layout layout_{};
     owned_array<block_place> places_;
     u32 place_count_ = 0;
     u32 found_ = 0;
     u32 stored_ = 0;
     std::optional<u32> seal_;
+    status header_fault_ = status::done; // not_qrx or corrupt if the header was replaced
     status layout_fault_ = status::done;
-    bool is_cut_ = false; // no further record can be found
+    std::optional<record_chain> chain_; // after a damaged part
+    block_place repeated_{};            // the last record whose block has another one
+    u32 repeated_count_ = 0;
+    std::optional<notice> guess_; // the block whose record was guessed, and the offset of that
 };
 
 } // namespace quarnex

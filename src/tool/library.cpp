@@ -239,8 +239,13 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
         run.messages.error(name, system_error_text(error));
         return exit_failed;
     }
+    return open_source(run, name, input.source(), flags, not_qrx);
+}
+
+int open_reader::open_source(const session& run, const path& name, const qrx_source& source,
+                             uint32_t flags, qrx_status* not_qrx)
+{
     watcher.progress = &run.progress;
-    const qrx_source source = input.source();
     qrx_reader* made = nullptr;
     threads = reader_threads(run, name, source, flags);
     qrx_options chosen = library_options(watcher, threads, flags);

@@ -92,6 +92,9 @@ struct open_reader {
     /// Opens a file; reports failures and returns the exit status.  If `not_qrx` isn't null, it
     /// receives QRX_NOT_QRX instead of a message for a file that isn't a .qrx file.
     int open(const session& run, const path& name, uint32_t flags, qrx_status* not_qrx = nullptr);
+    /// Does the same with `source`, which must outlive the reader; `name` is for messages.
+    int open_source(const session& run, const path& name, const qrx_source& source, uint32_t flags,
+                    qrx_status* not_qrx = nullptr);
 };
 
 } // namespace tool

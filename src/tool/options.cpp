@@ -279,10 +279,13 @@ class command_line {
             add_names("FILE", "compressed file", true);
             add_outputs();
             add_pieces();
+            add_resources();
             break;
         case command::join:
             add_names("PIECE", "pieces in order", true);
             add_outputs();
+            app_.add_flag("--verify", settings_.verifies, "decode the result before it is named");
+            add_resources();
             break;
         case command::bench:
             add_bench();
@@ -356,7 +359,7 @@ class command_line {
                 ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}))
                 ->type_name("N");
         };
-        auto* pieces = count("-n,--pieces", settings_.piece_count, "number of pieces");
+        auto* pieces = count("-n,--pieces", settings_.piece_count, "number of pieces (default 2)");
         count("--blocks", settings_.piece_blocks, "blocks per piece")->excludes(pieces);
         add_flag("--no-seal", "write no checksums: nothing is decoded",
                  [this] { settings_.seals = false; });

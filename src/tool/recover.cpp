@@ -1,11 +1,403 @@
+// Saves what can be read of damaged files.
+//
+// What is lost is zeros in the output.  A block that is damaged inside counts as lost, though its
+// bytes before the damage are right: what the decoder made of it stays in the output.  Of a block
+// that is cut, or partly unreadable, the start is recovered as far as it is certain.
+#include "tool/block_prefix.h"
 #include "tool/commands.h"
+#include "tool/json.h"
+#include "tool/targets.h"
+#include "tool/tolerant_source.h"
+
+#include <algorithm>
+#include <optional>
 
 namespace tool {
+namespace {
+
+constexpr uint64_t header_bytes = 32;
+constexpr size_t head_bytes = 5;
+constexpr size_t zero_bytes = size_t{1} << 16;
+
+/// A record that ends after the end of the file.
+struct cut_record {
+    uint64_t block = QRX_NO_BLOCK;
+    uint64_t offset = 0; // of the payload
+    uint64_t size = 0;   // of the payload
+};
+
+class recovery {
+  public:
+    recovery(const session& run, const path& source, const path& target)
+        : run_(run), source_(source), target_(target)
+    {
+    }
+
+    int run()
+    {
+        int status = open_source();
+        if (status == exit_good) status = open_target();
+        if (status == exit_good) status = copy();
+        run_.progress.end();
+        if (status != exit_good) return status;
+        if (saves_nothing()) {
+            report("");
+            return fail(source_, "nothing can be recovered", exit_damaged);
+        }
+        status = finish();
+        if (status == exit_good) report(target_);
+        return status == exit_good && !is_good() ? exit_damaged : status;
+    }
+
+  private:
+    int fail(const path& name, const std::string& text, int status = exit_failed) const
+    {
+        run_.progress.end();
+        run_.messages.error(name, text);
+        return status;
+    }
+
+    int fail(qrx_status result) const
+    {
+        return fail(source_, failure_text(result, input_.watcher, input_.info),
+                    exit_status_of(result));
+    }
+
+    const qrx_info& info() const { return input_.info; }
+
+    int open_source()
+    {
+        const int error = input_.input.open(source_);
+        if (error != 0) return fail(source_, system_error_text(error));
+        tolerant_.emplace(input_.input.source());
+        const int status =
+            input_.open_source(run_, source_, tolerant_->source(), QRX_KEEP_DAMAGED | QRX_SEARCH);
+        if (status == exit_good) find_cut();
+        return status;
+    }
+
+    int open_target()
+    {
+        if (is_stdio(target_)) {
+            if (run_.settings.json) return fail("-", "--json needs an output file");
+            const int error = output_.open_stdout();
+            return error == 0 ? exit_good : fail("-", system_error_text(error));
+        }
+        const file_traits& traits = input_.input.file().traits();
+        if (!make_directory_of(run_, target_) || !may_create(run_, target_, &traits, replaces_))
+            return exit_failed;
+        const int error = output_.create(target_);
+        return error == 0 ? exit_good : fail(target_, system_error_text(error));
+    }
+
+    qrx_block_info describe(uint64_t block) const
+    {
+        qrx_block_info found{};
+        found.struct_size = sizeof found;
+        qrx_reader_block_info(input_.reader.get(), block, &found);
+        return found;
+    }
+
+    /// Finds the record at the cut of a file: the one after the last complete record.
+    void find_cut()
+    {
+        const bool is_cut_or_headless =
+            info().layout == QRX_TRUNCATED || info().layout == QRX_NOT_QRX;
+        if (!is_cut_or_headless) return;
+        uint64_t end = header_bytes;
+        for (uint64_t block = 0; block < info().block_count; ++block) {
+            const qrx_block_info found = describe(block);
+            if (found.is_found != 0) end = std::max(end, found.offset + found.payload_size);
+        }
+        unsigned char head[head_bytes];
+        size_t got = 0;
+        const int error = tolerant_->read(end, reinterpret_cast<char*>(head), head_bytes, got);
+        if (error != 0 || got != head_bytes) return;
+        const uint64_t size =
+            head[0] | uint32_t{head[1]} << 8 | uint32_t{head[2]} << 16 | uint32_t{head[3]} << 24;
+        const uint64_t distance = head[4] >> 1;
+        const uint64_t block = info().blocks_found + ((head[4] & 1) != 0 ? -distance : distance);
+        if (block >= info().block_count) return;
+        const qrx_block_info expected = describe(block);
+        const bool is_cut = end + head_bytes + size > info().file_size;
+        if (expected.is_found == 0 && size <= expected.length && is_cut)
+            cut_ = {block, end + head_bytes, size};
+    }
+
+    int copy()
+    {
+        run_.progress.start(source_, info().original_size);
+        run_.progress.set_compressed(info().file_size);
+        const uint64_t length = std::min(info().block_size, info().original_size);
+        buffer_.resize(static_cast<size_t>(length));
+        if (info().block_count == 0) { // checks the seal
+            size_t got = 0;
+            const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
+            return result == QRX_OK ? exit_good : fail(result);
+        }
+        for (uint64_t block = 0; block < info().block_count; ++block) {
+            const int status = copy_block(block);
+            if (status != exit_good) return status;
+        }
+        return saves_nothing() ? exit_good : write_zeros(info().original_size);
+    }
+
+    int copy_block(uint64_t block)
+    {
+        const qrx_block_info place = describe(block);
+        const byte_range extent{place.original_offset, place.original_offset + place.length};
+        if (place.is_found == 0) {
+            if (block == cut_.block) {
+                note(QRX_TRUNCATED, block, cut_.offset);
+                return save_prefix(extent, cut_.offset, cut_.size);
+            }
+            note_missing(block);
+            lose(extent);
+            return exit_good;
+        }
+        const size_t events = input_.watcher.events.size();
+        size_t got = 0;
+        const qrx_status result =
+            qrx_reader_block(input_.reader.get(), block, buffer_.data(), buffer_.size(), &got);
+        if (result != QRX_OK) return fail(result);
+        const byte_range payload{place.offset, place.offset + place.payload_size};
+        const byte_range bad = tolerant_->first_unreadable(payload);
+        if (bad.first == bad.last) {
+            const auto& found = input_.watcher.events;
+            if (std::any_of(found.begin() + static_cast<ptrdiff_t>(events), found.end(),
+                            [&](const qrx_event& event) { return event.block == block; }))
+                lose(extent);
+            return write(extent, buffer_.data());
+        }
+        note(QRX_READ_FAILED, block, bad.first);
+        if (place.is_stored == 0 || input_.params.filter != QRX_FILTER_NONE)
+            return save_prefix(extent, place.offset, place.payload_size);
+        lose_unreadable(extent, payload);
+        return write(extent, buffer_.data());
+    }
+
+    /// Saves the start of a block whose payload is known up to the end of the file, or up to an
+    /// unreadable part.
+    int save_prefix(const byte_range& extent, uint64_t offset, uint64_t size)
+    {
+        partial_payload payload;
+        payload.bytes.resize(static_cast<size_t>(size));
+        const byte_range bad = tolerant_->first_unreadable({offset, offset + size});
+        const uint64_t end = std::min(bad.first, info().file_size);
+        const size_t wanted = static_cast<size_t>(end - std::min(offset, end));
+        const int error = tolerant_->read(offset, payload.bytes.data(), wanted, payload.known);
+        if (error != 0) return fail(source_, system_error_text(error));
+        std::vector<char> block(static_cast<size_t>(extent.last - extent.first));
+        size_t certain = 0;
+        const qrx_status result =
+            decode_prefix(input_.params, run_.settings.memory_limit, payload, block, certain);
+        if (result != QRX_OK) return fail(source_, qrx_status_text(result), exit_status_of(result));
+        lose({extent.first + certain, extent.last});
+        return write({extent.first, extent.first + certain}, block.data());
+    }
+
+    /// The payload of a stored block is the block: only what can't be read is lost.
+    void lose_unreadable(const byte_range& extent, const byte_range& payload)
+    {
+        for (uint64_t position = payload.first; position < payload.last;) {
+            const byte_range bad = tolerant_->first_unreadable({position, payload.last});
+            const uint64_t shift = extent.first - payload.first; // may wrap
+            if (bad.first < bad.last) lose({bad.first + shift, bad.last + shift});
+            position = bad.last;
+        }
+    }
+
+    void lose(const byte_range& range)
+    {
+        if (range.first >= range.last) return;
+        if (!lost_.empty() && lost_.back().last == range.first)
+            lost_.back().last = range.last;
+        else
+            lost_.push_back(range);
+        lost_bytes_ += range.last - range.first;
+    }
+
+    void note(qrx_status what, uint64_t block, uint64_t offset = 0)
+    {
+        qrx_event fault{};
+        fault.struct_size = sizeof fault;
+        fault.what = what;
+        fault.block = block;
+        fault.offset = offset;
+        input_.watcher.events.push_back(fault);
+    }
+
+    /// Notes a missing block; a run of them is one fault.
+    void note_missing(uint64_t block)
+    {
+        auto& faults = input_.watcher.events;
+        if (faults.empty() || faults.back().what != QRX_BLOCK_MISSING ||
+            faults.back().block + faults.back().wanted != block) {
+            note(QRX_BLOCK_MISSING, block);
+        }
+        ++faults.back().wanted;
+    }
+
+    /// Writes a part of the original.  What was skipped before it becomes zeros.
+    int write(const byte_range& range, const char* data)
+    {
+        const int status = leaves_holes() ? exit_good : write_zeros(range.first);
+        if (status != exit_good || range.first == range.last) return status;
+        const auto size = static_cast<size_t>(range.last - range.first);
+        const int error = output_.write_at(range.first, data, size);
+        if (error != 0) return fail(target_, system_error_text(error));
+        written_ = range.last;
+        return exit_good;
+    }
+
+    /// A file has zeros where nothing was written; standard output may have had other content.
+    bool leaves_holes() const { return !is_stdio(target_); }
+
+    /// Fills the output up to `end`, in a file by its last byte alone.
+    int write_zeros(uint64_t end)
+    {
+        static const std::vector<char> zeros(zero_bytes);
+        if (leaves_holes() && written_ < end) written_ = end - 1;
+        while (written_ < end) {
+            const size_t part =
+                static_cast<size_t>(std::min<uint64_t>(zeros.size(), end - written_));
+            const int error = output_.write_at(written_, zeros.data(), part);
+            if (error != 0) return fail(target_, system_error_text(error));
+            written_ += part;
+        }
+        return exit_good;
+    }
+
+    int finish()
+    {
+        if (is_stdio(target_)) {
+            const int error = output_.finish(false, false);
+            return error == 0 ? exit_good : fail("-", system_error_text(error));
+        }
+        if (!is_stdio(source_)) output_.take_traits(input_.input.file().traits());
+        const int error = output_.finish(replaces_, run_.settings.syncs);
+        return error == 0 ? exit_good : fail(target_, system_error_text(error));
+    }
+
+    bool saves_nothing() const { return lost_bytes_ != 0 && lost_bytes_ == info().original_size; }
+
+    bool has_fault(qrx_status what) const
+    {
+        const auto& faults = input_.watcher.events;
+        return std::any_of(faults.begin(), faults.end(),
+                           [&](const qrx_event& fault) { return fault.what == what; });
+    }
+
+    /// Damage without effect on the content is proven harmless by the seal only.
+    bool is_good() const
+    {
+        if (lost_bytes_ != 0 || has_fault(QRX_CHECKSUM_MISMATCH)) return false;
+        return info().is_sealed != 0 || (info().layout == QRX_OK && input_.watcher.events.empty() &&
+                                         !tolerant_->has_unreadable());
+    }
+
+    void report(const path& output)
+    {
+        auto& faults = input_.watcher.events;
+        if (info().layout != QRX_OK && !has_fault(info().layout)) {
+            note(info().layout, QRX_NO_BLOCK);
+            std::rotate(faults.begin(), faults.end() - 1, faults.end());
+        }
+        if (run_.settings.json)
+            report_json(output);
+        else
+            report_lost();
+        report_faults();
+        if (output.empty()) return;
+        if (has_fault(QRX_CHECKSUM_MISMATCH))
+            run_.messages.error(source_, "all blocks decode, but the content doesn't match the "
+                                         "seal: some bytes are wrong, position unknown");
+        else if (lost_bytes_ == 0 && !is_good())
+            run_.messages.error(source_, "all blocks decode, but there is no seal: whether the "
+                                         "content is right is unknown");
+        run_.messages.note(source_, "recovered " +
+                                        std::to_string(info().original_size - lost_bytes_) +
+                                        " of " + std::to_string(info().original_size) + " bytes");
+    }
+
+    void report_faults() const
+    {
+        for (const qrx_event& fault : input_.watcher.events) {
+            const bool is_header = fault.what == QRX_NOT_QRX;
+            const std::string text =
+                is_header ? "the header is damaged, and was reconstructed from the records"
+                          : fault_text(fault, info());
+            if (is_good())
+                run_.messages.warn(source_, text);
+            else if (fault.what != QRX_CHECKSUM_MISMATCH)
+                run_.messages.error(source_, text);
+        }
+    }
+
+    /// Lists the lost ranges on standard output, unless the content goes there.
+    void report_lost() const
+    {
+        for (const byte_range& range : lost_) {
+            const std::string text = "lost " + std::to_string(range.first) + ":" +
+                                     std::to_string(range.last) + " (" +
+                                     size_text(range.last - range.first) + ")";
+            if (is_stdio(target_))
+                run_.messages.error(source_, text);
+            else
+                print_line(printable(source_) + ": " + text);
+        }
+    }
+
+    void report_json(const path& output) const
+    {
+        json lost = json::array();
+        for (const byte_range& range : lost_)
+            lost.push_back({{"first", range.first}, {"last", range.last}});
+        json faults = json::array();
+        for (const qrx_event& fault : input_.watcher.events)
+            faults.push_back(json_fault(fault, info()));
+        print_json({{"command", "recover"},
+                    {"name", json_name(source_)},
+                    {"output", output.empty() ? json(nullptr) : json(json_name(output))},
+                    {"good", is_good()},
+                    {"sealed", info().is_sealed != 0},
+                    {"original_size", info().original_size},
+                    {"recovered", info().original_size - lost_bytes_},
+                    {"lost", std::move(lost)},
+                    {"faults", std::move(faults)}});
+    }
+
+    const session& run_;
+    const path source_;
+    const path target_; // "-" for standard output
+    std::optional<tolerant_source> tolerant_;
+    open_reader input_;
+    cut_record cut_;
+    output_file output_;
+    bool replaces_ = false;
+    std::vector<char> buffer_;
+    uint64_t written_ = 0; // end of what was written last
+    std::vector<byte_range> lost_;
+    uint64_t lost_bytes_ = 0;
+};
+
+path target_of(const options& settings, const path& source)
+{
+    if (!settings.output.empty()) return settings.output;
+    if (is_stdio(source)) return "-";
+    path target = settings.directory.empty() ? source : settings.directory / source.filename();
+    if (has_suffix(source)) return target.replace_extension();
+    return target += ".recovered";
+}
+
+} // namespace
 
 int run_recover(const session& run)
 {
-    run.messages.error("not implemented");
-    return exit_internal;
+    int status = exit_good;
+    for (const path& name : run.settings.names)
+        status = std::max(status, recovery(run, name, target_of(run.settings, name)).run());
+    return status;
 }
 
 } // namespace tool

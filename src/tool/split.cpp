@@ -1,11 +1,208 @@
+// Divides files into pieces at block borders.  Nothing is coded again.
+//
+// The seal of a piece needs the content of its blocks.  So a sealed file is decoded first, which
+// also checks it: no piece of a damaged file gets a valid seal.
 #include "tool/commands.h"
+#include "tool/json.h"
+#include "tool/piece_name.h"
+#include "tool/raw_output.h"
+#include "tool/targets.h"
+
+#include <algorithm>
 
 namespace tool {
+namespace {
+
+/// Without -n and --blocks.
+constexpr uint64_t default_pieces = 2;
+
+struct piece {
+    path name;
+    bool replaces = false;
+    uint64_t first_block = 0;
+    uint64_t last_block = 0; // the one after the last
+    uint64_t compressed_size = 0;
+};
+
+std::string counted(uint64_t count, const char* what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+class splitting {
+  public:
+    splitting(const session& run, const path& source) : run_(run), source_(source) {}
+
+    int run()
+    {
+        int status = open_for_copy(run_, source_, input_);
+        if (status == exit_good) status = plan();
+        if (status == exit_good && seals()) status = sum_blocks();
+        if (status == exit_good) status = write_all();
+        run_.progress.end();
+        if (status == exit_good) report();
+        return status;
+    }
+
+  private:
+    const qrx_info& info() const { return input_.info; }
+    bool seals() const { return info().is_sealed != 0 && run_.settings.seals; }
+    uint64_t offset_of(uint64_t block) const
+    {
+        return std::min(block * info().block_size, info().original_size);
+    }
+
+    int fail(const path& name, const std::string& text, int status = exit_failed) const
+    {
+        run_.progress.end();
+        run_.messages.error(name, text);
+        return status;
+    }
+
+    path stem() const
+    {
+        const options& settings = run_.settings;
+        path name = settings.output.empty() ? source_ : settings.output;
+        if (settings.output.empty() && !settings.directory.empty())
+            name = settings.directory / source_.filename();
+        return has_suffix(name) ? name.replace_extension() : name;
+    }
+
+    /// Chooses the pieces: as equal as possible, or of a given number of blocks.
+    int plan()
+    {
+        const options& settings = run_.settings;
+        const bool is_unnamed =
+            settings.output.empty() ? is_stdio(source_) : is_stdio(settings.output);
+        if (is_unnamed) return fail("-", "pieces need a name (-o NAME)");
+        const uint64_t blocks = info().block_count;
+        const uint64_t size = settings.piece_blocks;
+        const uint64_t wanted = settings.piece_count != 0 ? settings.piece_count : default_pieces;
+        const uint64_t most = std::max<uint64_t>(blocks, 1);
+        const uint64_t count =
+            size != 0 ? std::max<uint64_t>(blocks / size + (blocks % size != 0 ? 1 : 0), 1)
+                      : std::min(wanted, most);
+        if (size == 0 && count < settings.piece_count)
+            run_.messages.warn(source_,
+                               "has " + counted(blocks, "block") + ": " + counted(count, "piece"));
+        for (uint64_t index = 0; index < count; ++index) {
+            piece next{name_of({stem(), index + 1, count})};
+            next.first_block = size != 0 ? index * size : share_of(index, count);
+            next.last_block =
+                size != 0 ? std::min(next.first_block + size, blocks) : share_of(index + 1, count);
+            if (!make_directory_of(run_, next.name) ||
+                !may_create(run_, next.name, &input_.input.file().traits(), next.replaces))
+                return exit_failed;
+            pieces_.push_back(std::move(next));
+        }
+        return exit_good;
+    }
+
+    /// Returns the first block of a piece; the larger pieces come first.
+    uint64_t share_of(uint64_t index, uint64_t count) const
+    {
+        const uint64_t blocks = info().block_count;
+        return index * (blocks / count) + std::min(index, blocks % count);
+    }
+
+    /// Decodes all blocks and checks them.
+    int sum_blocks()
+    {
+        run_.progress.start(source_, info().original_size);
+        run_.progress.set_compressed(info().file_size);
+        std::vector<char> block(
+            static_cast<size_t>(std::min(info().block_size, info().original_size)));
+        for (uint64_t index = 0; index < info().block_count; ++index) {
+            size_t size = 0;
+            const qrx_status result =
+                qrx_reader_block(input_.reader.get(), index, block.data(), block.size(), &size);
+            if (result != QRX_OK) return fail_read(result);
+            sums_.push_back(qrx_crc32(0, block.data(), size));
+        }
+        if (info().block_count != 0) return exit_good;
+        size_t got = 0; // checks the seal of an empty file
+        const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
+        return result == QRX_OK ? exit_good : fail_read(result);
+    }
+
+    int fail_read(qrx_status result) const
+    {
+        const int status = exit_status_of(result);
+        std::string text = failure_text(result, input_.watcher, info());
+        if (status == exit_damaged) text += " (qrx recover saves the rest)";
+        return fail(source_, text, status);
+    }
+
+    int write_all()
+    {
+        run_.progress.start(source_, info().original_size);
+        for (size_t index = 0; index < pieces_.size(); ++index) {
+            const int status = write(pieces_[index]);
+            if (status == exit_good) continue;
+            if (index != 0)
+                run_.messages.error(source_, "only " + std::to_string(index) + " of " +
+                                                 std::to_string(pieces_.size()) +
+                                                 " pieces written, up to " +
+                                                 printable(pieces_[index - 1].name));
+            return status;
+        }
+        return exit_good;
+    }
+
+    int write(piece& part)
+    {
+        raw_output output(run_);
+        int status = output.create(part.name);
+        const uint64_t size = offset_of(part.last_block) - offset_of(part.first_block);
+        if (status == exit_good) status = output.start(input_.params, size, seals());
+        for (uint64_t block = part.first_block; block < part.last_block; ++block) {
+            if (status != exit_good) break;
+            const uint32_t* sum = seals() ? &sums_[static_cast<size_t>(block)] : nullptr;
+            status = output.copy(source_, input_, block, sum);
+            run_.progress.advance(offset_of(block + 1));
+        }
+        if (status == exit_good) status = output.end();
+        part.compressed_size = output.size();
+        if (status != exit_good) return status;
+        return output.finish(input_.input.file().traits(), part.replaces);
+    }
+
+    void report() const
+    {
+        json list = json::array();
+        for (const piece& part : pieces_) {
+            const uint64_t first = offset_of(part.first_block);
+            const uint64_t last = offset_of(part.last_block);
+            run_.messages.note(part.name,
+                               "bytes " + std::to_string(first) + ":" + std::to_string(last));
+            list.push_back({{"name", json_name(part.name)},
+                            {"first", first},
+                            {"last", last},
+                            {"compressed_size", part.compressed_size}});
+        }
+        if (!run_.settings.json) return;
+        print_json({{"command", "split"},
+                    {"name", json_name(source_)},
+                    {"original_size", info().original_size},
+                    {"sealed", seals()},
+                    {"pieces", std::move(list)}});
+    }
+
+    const session& run_;
+    const path& source_;
+    open_reader input_;
+    std::vector<piece> pieces_;
+    std::vector<uint32_t> sums_; // CRC-32 of each block
+};
+
+} // namespace
 
 int run_split(const session& run)
 {
-    run.messages.error("not implemented");
-    return exit_internal;
+    int status = exit_good;
+    for (const path& name : run.settings.names)
+        status = std::max(status, splitting(run, name).run());
+    return status;
 }
 
 } // namespace tool

@@ -321,7 +321,7 @@ TEST(api_buffers, bad_arguments_are_refused)
     recorded_options options(QRX_MAX_THREADS + 1);
     EXPECT_EQ(qrx_compress(&params, &options, data, 1, data, 100, &size), QRX_BAD_ARGUMENT);
     options.threads = 0;
-    options.flags = 4;
+    options.flags = 8;
     EXPECT_EQ(qrx_compress(&params, &options, data, 1, data, 100, &size), QRX_BAD_ARGUMENT);
     options.flags = 0;
     options.allocator.allocate = [](void*, usize) -> void* { return nullptr; };

@@ -1,0 +1,81 @@
+#include "tool/block_prefix.h"
+
+#include "tool/library.h"
+
+#include <algorithm>
+#include <random>
+
+namespace tool {
+namespace {
+
+/// Bytes before the first difference that are not trusted.  The x86 filter looks at up to 8 bytes
+/// that follow.
+constexpr size_t margin_bytes = 16;
+
+constexpr unsigned filling_count = 6;
+
+/// The last bytes of a payload can be redundant, but not more than these.
+constexpr size_t redundant_bytes = 16;
+
+/// Fills the rest of a payload with zeros, ones, or random bytes.
+void fill(partial_payload& payload, unsigned filling)
+{
+    std::minstd_rand source(filling);
+    std::generate(payload.bytes.begin() + static_cast<ptrdiff_t>(payload.known),
+                  payload.bytes.end(), [&] {
+                      const auto random = static_cast<char>(source() >> 8U);
+                      return filling == 0 ? '\0' : filling == 1 ? '\xFF' : random;
+                  });
+}
+
+bool is_damage(qrx_status result)
+{
+    return result == QRX_BLOCK_SHORT || result == QRX_INEXACT_END;
+}
+
+qrx_status decode(qrx_codec* codec, const partial_payload& payload, std::vector<char>& block)
+{
+    const qrx_status result = qrx_codec_decompress(
+        codec, payload.bytes.data(), payload.bytes.size(), block.data(), block.size());
+    return is_damage(result) ? QRX_OK : result;
+}
+
+} // namespace
+
+qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partial_payload& payload,
+                         std::vector<char>& block, size_t& certain)
+{
+    certain = 0;
+    observer watcher;
+    qrx_options library = library_options(watcher, 0, 0);
+    library.memory_limit = memory_limit;
+    qrx_codec* made = nullptr;
+    qrx_status result = qrx_codec_new(&made, &params, &library);
+    const codec_ptr codec(made);
+    fill(payload, 0);
+    if (result == QRX_OK) result = decode(made, payload, block);
+    size_t same = block.size();
+    std::vector<char> other(block.size());
+    for (unsigned filling = 1; result == QRX_OK && filling < filling_count; ++filling) {
+        fill(payload, filling);
+        result = decode(made, payload, other);
+        const auto end = block.begin() + static_cast<ptrdiff_t>(same);
+        same = static_cast<size_t>(std::mismatch(block.begin(), end, other.begin()).first -
+                                   block.begin());
+    }
+    if (result != QRX_OK) return result;
+    // If the decoder doesn't get to the rest, what is known of the payload is damaged.
+    const bool is_damaged =
+        same == block.size() && payload.bytes.size() - payload.known > redundant_bytes;
+    if (is_damaged) same = 0;
+    // A decoder that stops leaves zeros, which the delta filter turns into repeated bytes.
+    const bool is_stored = payload.bytes.size() == block.size();
+    if (params.filter == QRX_FILTER_DELTA && !is_stored) same = 0;
+    while (same != 0 && block[same - 1] == 0) --same;
+    if (same != block.size()) same -= std::min(same, margin_bytes);
+    std::fill(block.begin() + static_cast<ptrdiff_t>(same), block.end(), '\0');
+    certain = same;
+    return QRX_OK;
+}
+
+} // namespace tool
