@@ -27,8 +27,8 @@ _qrx_options()
     local resources='--threads -T --memory-limit' outputs='--output -o --directory -C --force -f --no-sync'
     case $1 in
     compress | decompress)
-        echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c $outputs --keep -k --rm \
-            --recursive -r --block-size -b --no-seal --verify $resources --version -V ;;
+        echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
+            --recursive -r --block-size -b --no-seal --verify "$resources" --version -V ;;
     test) echo "$resources" ;;
     verify) echo --against "$resources" ;;
     cat) echo --range "$resources" ;;
