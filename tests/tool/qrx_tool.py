@@ -1,0 +1,129 @@
+"""Runs qrx for the tests: programs, temporary directories and sample data.
+
+The environment variable QRX_PROGRAM is the path of qrx; unqrx and qrxcat are beside it.
+QUARNEX_PROGRAM is the path of quarnex.
+"""
+
+import os
+import pathlib
+import random
+import subprocess
+import tempfile
+import unittest
+
+QRX = os.path.abspath(os.environ.get("QRX_PROGRAM", "build/release/qrx"))
+UNQRX = os.path.join(os.path.dirname(QRX), "unqrx")
+QRXCAT = os.path.join(os.path.dirname(QRX), "qrxcat")
+QUARNEX = os.path.abspath(os.environ.get("QUARNEX_PROGRAM", "build/release/quarnex"))
+MIB = 1 << 20
+
+# The environment of all runs: messages of the system in English, qrx and its other names in PATH.
+ENVIRONMENT = dict(os.environ, LC_ALL="C.UTF-8",
+                   PATH=os.path.dirname(QRX) + os.pathsep + os.environ.get("PATH", ""))
+
+
+def run(*args, stdin=None, cwd=None, program=QRX, **options):
+    """Runs a program, qrx by default, and returns the CompletedProcess with output in bytes.
+
+    `stdin` is what the program reads: bytes, or a file; None for an empty input.
+    """
+    if stdin is None or isinstance(stdin, (bytes, bytearray)):
+        options["input"] = stdin or b""
+    else:
+        options["stdin"] = stdin
+    for stream in ("stdout", "stderr"):
+        options.setdefault(stream, subprocess.PIPE)
+    options.setdefault("env", ENVIRONMENT)
+    options.setdefault("timeout", 120)
+    return subprocess.run([program, *args], cwd=cwd, **options)
+
+
+def is_sanitized():
+    """Whether the program was built with a sanitizer, which needs terabytes of address space."""
+    with open(QRX, "rb") as program:
+        content = program.read()
+    return b"__asan_init" in content or b"__tsan_init" in content
+
+
+WORDS = [word.encode() for word in
+         """the of and to in is that it for as with on are be this by not or from have which one
+         block file size record level method output input name line error byte value length state
+         return const struct static void int while if else for break""".split()]
+
+
+def text(size, seed=1):
+    """Returns `size` bytes of lines of words, which compress to about a quarter."""
+    source = random.Random(seed)
+    parts = []
+    total = 0
+    while total < size:
+        line = b" ".join(source.choices(WORDS, k=12)) + b" %d\n" % source.randrange(1000)
+        parts.append(line)
+        total += len(line)
+    return b"".join(parts)[:size]
+
+
+def long_text(size, seed=1):
+    """Returns `size` bytes of text that repeats after 256 KiB; faster than text()."""
+    piece = text(min(size, 256 << 10), seed)
+    return (piece * (size // max(len(piece), 1) + 1))[:size]
+
+
+def random_bytes(size, seed=1):
+    """Returns `size` bytes that can't be compressed."""
+    return random.Random(seed).randbytes(size)
+
+
+class ToolTest(unittest.TestCase):
+    """A test with a fresh temporary directory, `self.dir`, in which the programs run."""
+
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory(prefix="qrx-test-")
+        self.addCleanup(temporary.cleanup)
+        self.dir = pathlib.Path(temporary.name).resolve()
+
+    def qrx(self, *args, stdin=b"", status=0, **options):
+        """Runs qrx in self.dir and checks its exit status."""
+        done = run(*args, stdin=stdin, cwd=options.pop("cwd", self.dir), **options)
+        self.assertEqual(done.returncode, status, self.describe(args, done))
+        return done
+
+    def shell(self, command, status=0, stdin=b""):
+        """Runs a command of bash in self.dir, with qrx in PATH, and checks its exit status."""
+        done = run("-c", "set -o pipefail; " + command, stdin=stdin, cwd=self.dir,
+                   program="/bin/bash")
+        self.assertEqual(done.returncode, status, self.describe(command, done))
+        return done
+
+    @staticmethod
+    def describe(command, done):
+        return f"{command}\n{done.stdout[-2000:] if done.stdout else b''}\n{done.stderr}"
+
+    def put(self, name, content):
+        """Creates a file below self.dir, and its directories; returns its path."""
+        name = self.dir / os.fsdecode(name)
+        name.parent.mkdir(parents=True, exist_ok=True)
+        name.write_bytes(content)
+        return name
+
+    def get(self, name):
+        """Returns the content of a file below self.dir."""
+        return (self.dir / os.fsdecode(name)).read_bytes()
+
+    def files(self):
+        """Returns the sorted names of all files in self.dir and below, hidden ones too."""
+        return sorted(str(found.relative_to(self.dir)) for found in self.dir.rglob("*")
+                      if not found.is_dir() or found.is_symlink())
+
+    def make_tree(self, files):
+        """Creates files from a dictionary of names and contents."""
+        for name, content in files.items():
+            self.put(name, content)
+
+    def compressed(self, content, *args):
+        """Returns what qrx makes of `content`."""
+        return self.qrx("-c", "-q", *args, stdin=content).stdout
+
+    def original(self, content):
+        """Returns what qrx -d makes of `content`."""
+        return self.qrx("-dc", stdin=content).stdout
