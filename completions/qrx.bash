@@ -29,7 +29,7 @@ _qrx_options()
     compress | decompress)
         echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
             --recursive -r --block-size -b --no-seal --verify "$resources" --version -V ;;
-    test) echo "$resources" ;;
+    test) echo --recursive -r "$resources" ;;
     verify) echo --against "$resources" ;;
     cat) echo --range "$resources" ;;
     recover) echo "$outputs $resources" ;;

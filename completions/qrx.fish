@@ -53,7 +53,7 @@ complete $main -s l -l list -d 'list files'
 complete $main -s c -l stdout -d 'write to standard output'
 complete $main -s k -l keep -d 'keep sources'
 complete $main -l rm -d 'remove sources after their outputs are verified and flushed'
-complete $main -s r -l recursive -d 'include directories'
+complete $all -n '__qrx_uses main test' -s r -l recursive -d 'include directories'
 complete $main -l verify -d 'compare each output with its source'
 complete $main -s V -l version -d 'print the version'
 for preset in (seq 9)
