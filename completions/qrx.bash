@@ -30,12 +30,14 @@ _qrx_options()
         echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
             --recursive -r --block-size -b --no-seal --verify "$resources" --version -V ;;
     test) echo --recursive -r "$resources" ;;
-    verify) echo --against "$resources" ;;
+    list) echo --recursive -r ;;
+    info) echo --recursive -r --test "$resources" ;;
+    verify) echo --recursive -r --against "$resources" ;;
     cat) echo --range "$resources" ;;
     recover) echo "$outputs $resources" ;;
     split) echo "$outputs" --pieces -n --blocks --no-seal ;;
     join) echo "$outputs" ;;
-    bench) echo --cells --plot --seconds --block-size -b "$resources" ;;
+    bench) echo --force -f --cells --plot --seconds --block-size -b "$resources" ;;
     esac
     echo --quiet -q --verbose -v --json --help -h
 }

@@ -35,14 +35,14 @@ complete $all -l json -d 'print one JSON object per file'
 complete $all -s h -l help -d 'print help'
 complete $all -n __qrx_reads_packed -f -a '(__qrx_packed_files)'
 
-set -l resources $all -n '__qrx_uses main test verify cat recover bench'
+set -l resources $all -n '__qrx_uses main test info verify cat recover bench'
 complete $resources -s T -l threads -x -d 'worker threads; 0: one per processor'
 complete $resources -l memory-limit -x -d 'use fewer threads rather than more memory'
 
 set -l outputs $all -n '__qrx_uses main recover split join'
 complete $outputs -s o -l output -r -d 'write to this file'
 complete $outputs -s C -l directory -x -a '(__fish_complete_directories)' -d 'write into this directory'
-complete $outputs -s f -l force -d 'overwrite files'
+complete $all -n '__qrx_uses main recover split join bench' -s f -l force -d 'overwrite files'
 complete $outputs -l no-sync -d 'leave flushing to the system'
 
 set -l main $all -n '__qrx_uses main'
@@ -53,7 +53,7 @@ complete $main -s l -l list -d 'list files'
 complete $main -s c -l stdout -d 'write to standard output'
 complete $main -s k -l keep -d 'keep sources'
 complete $main -l rm -d 'remove sources after their outputs are verified and flushed'
-complete $all -n '__qrx_uses main test' -s r -l recursive -d 'include directories'
+complete $all -n '__qrx_uses main test list info verify' -s r -l recursive -d 'include directories'
 complete $main -l verify -d 'compare each output with its source'
 complete $main -s V -l version -d 'print the version'
 for preset in (seq 9)
@@ -62,6 +62,7 @@ end
 complete $all -n '__qrx_uses main split' -l no-seal -d 'write no checksum'
 complete $all -n '__qrx_uses main bench' -s b -l block-size -x -d 'block size in MiB, 1 to 2047'
 
+complete -c qrx -n '__qrx_uses info' -l test -d 'decode all blocks'
 complete -c qrx -n '__qrx_uses verify' -l against -r -d 'the original'
 complete -c qrx -n '__qrx_uses cat' -l range -x -d 'bytes A:B or A+N of the original'
 complete -c qrx -n '__qrx_uses split' -s n -l pieces -x -d 'number of pieces'
