@@ -1,15 +1,23 @@
-# find_library_target(NAME HEADER LIBRARY): the body of a find module.  Finds a header and a library and defines
-# the imported target NAME::NAME.
+# find_library_target(NAME HEADER [LIBRARY]): the body of a find module.  Finds a header, and a library unless the
+# header is all there is, and defines the imported target NAME::NAME.
 include(FindPackageHandleStandardArgs)
-macro(find_library_target name header library)
+macro(find_library_target name header)
+  set(${name}_FILES ${name}_INCLUDE_DIR)
   find_path(${name}_INCLUDE_DIR ${header})
-  find_library(${name}_LIBRARY ${library})
-  find_package_handle_standard_args(${name} REQUIRED_VARS ${name}_LIBRARY ${name}_INCLUDE_DIR)
+  if(${ARGC} GREATER 2)
+    list(PREPEND ${name}_FILES ${name}_LIBRARY)
+    find_library(${name}_LIBRARY ${ARGV2})
+  endif()
+  find_package_handle_standard_args(${name} REQUIRED_VARS ${${name}_FILES})
   if(${name}_FOUND AND NOT TARGET ${name}::${name})
-    add_library(${name}::${name} UNKNOWN IMPORTED)
-    set_target_properties(${name}::${name} PROPERTIES
-      IMPORTED_LOCATION "${${name}_LIBRARY}"
+    if(${ARGC} GREATER 2)
+      add_library(${name}::${name} UNKNOWN IMPORTED)
+      set_property(TARGET ${name}::${name} PROPERTY IMPORTED_LOCATION "${${name}_LIBRARY}")
+    else()
+      add_library(${name}::${name} INTERFACE IMPORTED)
+    endif()
+    set_property(TARGET ${name}::${name} PROPERTY
       INTERFACE_INCLUDE_DIRECTORIES "${${name}_INCLUDE_DIR}")
   endif()
-  mark_as_advanced(${name}_INCLUDE_DIR ${name}_LIBRARY)
+  mark_as_advanced(${${name}_FILES})
 endmacro()

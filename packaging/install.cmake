@@ -1,33 +1,50 @@
 # Installation rules, also used for the packages.
 include(GNUInstallDirs)
 
-install(TARGETS quarnex RUNTIME COMPONENT program)
-# Created by the build: a link to the program, or a copy of it on Windows.
-install(PROGRAMS ${CMAKE_BINARY_DIR}/un$<TARGET_FILE_NAME:quarnex>
-  DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT program)
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE
-  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT program PATTERN docs/man EXCLUDE)
-
-# Shells look up completions by command name, so the second name gets a link.
-function(install_completions source directory suffix)
-  set(link ${CMAKE_BINARY_DIR}/completions/unquarnex${suffix})
-  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions)
-  file(CREATE_LINK quarnex${suffix} ${link} SYMBOLIC)
-  set(dest ${CMAKE_INSTALL_DATADIR}/${directory})
-  install(FILES ${source} DESTINATION ${dest} COMPONENT program RENAME quarnex${suffix})
-  install(FILES ${link} DESTINATION ${dest} COMPONENT program)
-endfunction()
-
 # Debian's zsh reads completions from packages in vendor-completions.
 set(QUARNEX_ZSH_DIR zsh/site-functions CACHE STRING "Where zsh looks for completions, below share")
+
+# install_completions(COMPONENT SOURCE DIRECTORY SUFFIX NAME OTHER...): shells look up completions by command
+# name, so other names get links.
+function(install_completions component source directory suffix name)
+  set(dest ${CMAKE_INSTALL_DATADIR}/${directory})
+  install(FILES ${source} DESTINATION ${dest} COMPONENT ${component} RENAME ${name}${suffix})
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions)
+  foreach(other ${ARGN})
+    set(link ${CMAKE_BINARY_DIR}/completions/${other}${suffix})
+    file(CREATE_LINK ${name}${suffix} ${link} SYMBOLIC)
+    install(FILES ${link} DESTINATION ${dest} COMPONENT ${component})
+  endforeach()
+endfunction()
+
+# install_program(COMPONENT NAME OTHER...): a program, its other names, manual pages and completions.
+function(install_program component name)
+  install(TARGETS ${name} RUNTIME COMPONENT ${component})
+  foreach(other ${ARGN}) # created by the build: links to the program, or copies of it on Windows
+    install(PROGRAMS ${CMAKE_BINARY_DIR}/${other}${CMAKE_EXECUTABLE_SUFFIX}
+      DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component})
+  endforeach()
+  if(WIN32)
+    return()
+  endif()
+  foreach(page ${name} ${ARGN})
+    install(FILES docs/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+  endforeach()
+  install_completions(${component} completions/${name}.bash bash-completion/completions "" ${name} ${ARGN})
+  install_completions(${component} completions/${name}.fish fish/vendor_completions.d .fish ${name} ${ARGN})
+  install(FILES completions/_${name} DESTINATION ${CMAKE_INSTALL_DATADIR}/${QUARNEX_ZSH_DIR}
+    COMPONENT ${component})
+endfunction()
+
+install_program(tool qrx unqrx qrxcat)
+install_program(program quarnex unquarnex)
+
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool PATTERN docs/man EXCLUDE)
 if(NOT WIN32)
-  install(FILES docs/man/quarnex.1 docs/man/unquarnex.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT program)
-  install_completions(completions/quarnex.bash bash-completion/completions "")
-  install_completions(completions/quarnex.fish fish/vendor_completions.d .fish)
-  install(FILES completions/_quarnex DESTINATION ${CMAKE_INSTALL_DATADIR}/${QUARNEX_ZSH_DIR}
-    COMPONENT program)
+  install(FILES packaging/magic/qrx DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic COMPONENT tool)
+  install(FILES packaging/mime/qrx.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages COMPONENT tool)
 endif()
 
 if(QUARNEX_LIBRARY)

@@ -76,11 +76,12 @@ case $(dpkg --print-architecture 2>/dev/null) in
 amd64 | arm64) checksum_packages=(libisal2 libisal-dev) ;;
 *) checksum_packages=(libdeflate0 libdeflate-dev) ;;
 esac
-build_packages=(g++ cmake ninja-build libdivsufsort-dev "${checksum_packages[@]}")
+build_packages=(g++ cmake ninja-build libcli11-dev libdivsufsort-dev nlohmann-json3-dev "${checksum_packages[@]}")
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
-               zlib1g-dev libzstd-dev python3-numpy python3-pandas python3-jsonschema)
+               zlib1g-dev libzstd-dev python3-numpy python3-pandas
+               python3-jsonschema file jq parallel xz-utils zstd)
 
 # build PRESET [TARGET...]
 build() {
