@@ -124,9 +124,15 @@ int rename_without_replacing(const char* from, const char* to)
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return errno;
 #endif
-    if (link(from, to) != 0) return errno;
-    unlink(from);
-    return 0;
+    if (link(from, to) == 0) {
+        unlink(from);
+        return 0;
+    }
+    if (errno != EPERM && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
+    // Without hard links, looking first is the best that can be done.
+    struct stat existing {};
+    if (lstat(to, &existing) == 0) return EEXIST;
+    return rename(from, to) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -409,7 +415,8 @@ int output_file::finish(bool replaces, bool syncs)
     if (!file.has_mode) {
         const mode_t mask = umask(0);
         umask(mask);
-        if (fchmod(file.handle, 0666 & ~mask) != 0) return errno;
+        // Some file systems have modes of their own.
+        file.has_mode = fchmod(file.handle, 0666 & ~mask) == 0;
     }
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
     const int error = file.give_name(replaces);
