@@ -80,7 +80,7 @@ build_packages=(g++ cmake ninja-build libdivsufsort-dev "${checksum_packages[@]}
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
-               zlib1g-dev libzstd-dev python3-numpy python3-pandas)
+               zlib1g-dev libzstd-dev python3-numpy python3-pandas strace)
 
 # build PRESET [TARGET...]
 build() {
