@@ -81,7 +81,7 @@ clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
                zlib1g-dev libzstd-dev python3-numpy python3-pandas
-               python3-jsonschema file jq parallel xz-utils zstd)
+               python3-jsonschema file jq parallel strace xz-utils zstd)
 
 # build PRESET [TARGET...]
 build() {

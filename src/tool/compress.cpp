@@ -55,11 +55,13 @@ class compression {
     int open_source()
     {
         const bool is_stdin = is_stdio(item_.source);
+        file_traits named;
+        // Before it is opened: that could wait for the other end of a named pipe.
+        if (!is_stdin && !run_.settings.force && !run_.settings.to_stdout &&
+            traits_of(item_.source, true, named) == 0 && !named.is_regular)
+            return fail(item_.source, "not a regular file, skipped");
         const int error = is_stdin ? source_.open_stdin() : source_.open(item_.source);
         if (error != 0) return fail(item_.source, system_error_text(error));
-        const bool is_allowed = is_stdin || source_.traits().is_regular || run_.settings.force ||
-                                run_.settings.to_stdout;
-        if (!is_allowed) return fail(item_.source, "not a regular file, skipped");
         return run_.settings.removes_source ? check_removal() : exit_good;
     }
 
@@ -67,6 +69,7 @@ class compression {
     int check_removal() const
     {
         if (is_stdio(item_.source)) return fail(item_.source, "--rm needs a file name");
+        if (is_stdout()) return fail(item_.source, "--rm needs an output file");
         file_traits unfollowed;
         traits_of(item_.source, false, unfollowed);
         if (unfollowed.is_link) return fail(item_.source, "is a link, not removed: skipped");
@@ -78,6 +81,8 @@ class compression {
     int open_target()
     {
         if (is_stdout()) {
+            if (run_.settings.json)
+                return fail("-", "--json needs standard output for itself (-o FILE)");
             if (stdout_is_terminal() && !run_.settings.force)
                 return fail("-", "compressed data isn't written to a terminal (-f forces it)");
             const int error = standard_output_.open_stdout();
@@ -148,7 +153,10 @@ class compression {
     int fail_library(qrx_status result) const
     {
         const bool concerns_target = result == QRX_WRITE_FAILED;
-        return fail(concerns_target ? target_name() : item_.source, failure_text(result, watcher_),
+        const bool is_spool = is_stdout() && output_ == &file_;
+        return fail(concerns_target ? target_name() : item_.source,
+                    (concerns_target && is_spool ? "temporary file: " : "") +
+                        failure_text(result, watcher_),
                     exit_status_of(result));
     }
 
@@ -207,7 +215,8 @@ class compression {
             if (status != exit_good) return status;
         }
         if (is_stdout()) return finish_stdout();
-        if (!is_stdio(item_.source)) file_.take_traits(source_.traits());
+        if (!is_stdio(item_.source) && source_.traits().is_regular)
+            file_.take_traits(source_.traits());
         const int error = file_.finish(replaces_, run_.settings.syncs || verifies());
         return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
     }

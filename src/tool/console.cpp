@@ -135,7 +135,8 @@ void print_line(std::string_view line)
 
 int close_output()
 {
-    if (std::fflush(stdout) != 0 && output_error == 0) output_error = errno;
+    // Some file systems report write errors when a file is closed.
+    if (std::fclose(stdout) != 0 && output_error == 0) output_error = errno;
     return output_error;
 }
 

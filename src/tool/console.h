@@ -48,7 +48,7 @@ class console {
 /// Prints a line on standard output.  A write error is remembered for close_output().
 void print_line(std::string_view line);
 
-/// Flushes standard output; returns an errno value, 0 if everything was written.
+/// Closes standard output; returns an errno value, 0 if everything was written.
 int close_output();
 
 } // namespace tool

@@ -60,7 +60,8 @@ class input_file {
 
     const file_traits& traits() const { return traits_; }
     /// A regular file, which has a size and can be read at any offset.  Offsets count from the
-    /// position at which standard input was when the program started.
+    /// position at which standard input was when the program started.  False for a size of 0: files
+    /// in /proc claim that, and have to be read to the end.
     bool is_seekable() const { return is_seekable_; }
     uint64_t size() const { return size_; }
 
@@ -103,7 +104,7 @@ class output_file {
     /// Reads what was written, for files that were created.
     int read_at(uint64_t offset, void* dest, size_t size, size_t& got) const;
 
-    /// Gives the file mode, owner (if permitted) and times of its source.
+    /// Gives the file permissions, owner and group (if allowed) and times of its source.
     void take_traits(const file_traits& traits);
     /// Gives the file its name: replaces an existing one only if `replaces`, and fails with EEXIST
     /// otherwise.  With `syncs`, content and name are on the disk before it returns.

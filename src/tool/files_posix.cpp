@@ -41,6 +41,9 @@ void set_interrupted_name(const std::string& name)
     has_interrupted_name = true;
 }
 
+/// Names for temporary files are tried until one is free; a collision is an accident.
+constexpr int max_name_attempts = 100;
+
 file_traits traits_from(const struct stat& found)
 {
     file_traits traits;
@@ -64,6 +67,31 @@ file_traits traits_from(const struct stat& found)
 path directory_of(const path& name)
 {
     return name.has_parent_path() ? name.parent_path() : path(".");
+}
+
+/// Returns a name for a temporary file in the directory of `name`, a different one each time.
+std::string temporary_name_beside(const path& name)
+{
+    static unsigned calls = 0;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::string base = ".qrx-" + std::to_string(getpid()) + "-" +
+                             std::to_string(now.tv_nsec) + "-" + std::to_string(calls++);
+    return (directory_of(name) / base).string();
+}
+
+/// The name by which the kernel knows an open file.
+std::string name_of_handle(int handle)
+{
+    return "/proc/self/fd/" + std::to_string(handle);
+}
+
+/// Restricts permissions for a file that couldn't get the group of its source: members of either
+/// group get only what both the group and all others had.
+uint32_t mode_without_group(uint32_t mode)
+{
+    const uint32_t shared = mode >> 3 & mode & 7;
+    return (mode & 0700) | shared << 3 | shared;
 }
 
 /// Reads until `size` bytes or the end of the file.
@@ -96,9 +124,15 @@ int rename_without_replacing(const char* from, const char* to)
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return errno;
 #endif
-    if (link(from, to) != 0) return errno;
-    unlink(from);
-    return 0;
+    if (link(from, to) == 0) {
+        unlink(from);
+        return 0;
+    }
+    if (errno != EPERM && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
+    // Without hard links, looking first is the best that can be done.
+    struct stat existing {};
+    if (lstat(to, &existing) == 0) return EEXIST;
+    return rename(from, to) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -135,7 +169,7 @@ input_file::~input_file()
 
 int input_file::open(const path& name)
 {
-    // Opening a named pipe doesn't wait for a writer; reading it does.
+    // Opening a named pipe waits for a writer.
     const int handle = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     if (handle < 0) return errno;
     handle_ = handle;
@@ -143,8 +177,8 @@ int input_file::open(const path& name)
     struct stat found {};
     if (fstat(handle, &found) != 0) return errno;
     traits_ = traits_from(found);
-    is_seekable_ = traits_.is_regular;
     size_ = traits_.is_regular ? traits_.size : 0;
+    is_seekable_ = size_ != 0;
     return traits_.is_directory ? EISDIR : 0;
 }
 
@@ -155,10 +189,10 @@ int input_file::open_stdin()
     handle_ = STDIN_FILENO;
     traits_ = traits_from(found);
     const off_t position = lseek(STDIN_FILENO, 0, SEEK_CUR);
-    is_seekable_ = traits_.is_regular && position >= 0;
-    if (is_seekable_) {
+    if (traits_.is_regular && position >= 0) {
         start_ = static_cast<uint64_t>(position);
         size_ = traits_.size - std::min(start_, traits_.size);
+        is_seekable_ = size_ != 0;
     } else {
 #ifdef F_SETPIPE_SZ
         fcntl(STDIN_FILENO, F_SETPIPE_SZ, pipe_bytes); // only a speed-up
@@ -215,7 +249,7 @@ output_file::~output_file()
 void output_file::state::discard()
 {
     if (kind == naming::temporary) unlink(temporary_name.c_str());
-    set_interrupted_name({});
+    if (!temporary_name.empty()) set_interrupted_name({});
     if (handle >= 0 && !is_stdout) close(handle);
     handle = -1;
     kind = naming::final;
@@ -224,14 +258,17 @@ void output_file::state::discard()
 /// Creates a file of a temporary name beside `name`.
 int output_file::state::create_named()
 {
-    const path final_name(name);
-    const std::string base = final_name.filename().string().substr(0, 200);
-    temporary_name = (directory_of(final_name) / ("." + base + ".XXXXXX")).string();
-    handle = mkostemp(temporary_name.data(), O_CLOEXEC);
-    if (handle < 0) return errno;
-    kind = naming::temporary;
-    set_interrupted_name(temporary_name);
-    return 0;
+    for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
+        temporary_name = temporary_name_beside(name);
+        set_interrupted_name(temporary_name); // first, so that no moment is left without
+        handle = open(temporary_name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (handle >= 0) {
+            kind = naming::temporary;
+            return 0;
+        }
+        if (errno != EEXIST) return errno;
+    }
+    return EEXIST;
 }
 
 int output_file::create(const path& name)
@@ -239,13 +276,17 @@ int output_file::create(const path& name)
     state_->name = name.string();
 #ifdef O_TMPFILE
     state_->handle = open(directory_of(name).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (state_->handle >= 0) {
+    if (state_->handle < 0) {
+        if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
+    } else if (access(name_of_handle(state_->handle).c_str(), F_OK) == 0) {
         state_->kind = state::naming::nameless;
         return 0;
+    } else {
+        close(state_->handle);
     }
-    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) return errno;
 #endif
-    return state_->create_named(); // the file system can't create files without a name
+    // The file system can't create files without a name, or there is no /proc to name them later.
+    return state_->create_named();
 }
 
 int output_file::create_temporary()
@@ -317,20 +358,25 @@ int output_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) 
 void output_file::take_traits(const file_traits& traits)
 {
     if (state_->is_stdout) return;
-    // Only root may give files away; then special bits would be a risk.
-    const bool has_owner = fchown(state_->handle, traits.owner, traits.group) == 0;
-    const uint32_t mode = has_owner ? traits.mode : traits.mode & 0777;
-    state_->has_mode = fchmod(state_->handle, static_cast<mode_t>(mode)) == 0;
+    const int handle = state_->handle;
+    constexpr auto same_owner = static_cast<uid_t>(-1);
+    // Only root may give files away; a group has to be one of the user's.
+    const bool has_group = fchown(handle, traits.owner, traits.group) == 0 ||
+                           fchown(handle, same_owner, traits.group) == 0;
+    // Without the special bits: a restored program must not get rights by accident.
+    const uint32_t mode = traits.mode & 0777;
+    const uint32_t allowed = has_group ? mode : mode_without_group(mode);
+    state_->has_mode = fchmod(handle, static_cast<mode_t>(allowed)) == 0;
     const timespec times[2] = {
         {static_cast<time_t>(traits.read_seconds), static_cast<long>(traits.read_nanoseconds)},
         {static_cast<time_t>(traits.write_seconds), static_cast<long>(traits.write_nanoseconds)}};
-    futimens(state_->handle, times);
+    futimens(handle, times);
 }
 
 /// Links a file without a name to its name, through a temporary one if it replaces a file.
 int output_file::state::name_nameless(bool replaces)
 {
-    const std::string link_name = "/proc/self/fd/" + std::to_string(handle);
+    const std::string link_name = name_of_handle(handle);
     const auto link_to = [&](const std::string& to) {
         const int made =
             linkat(AT_FDCWD, link_name.c_str(), AT_FDCWD, to.c_str(), AT_SYMLINK_FOLLOW);
@@ -338,10 +384,8 @@ int output_file::state::name_nameless(bool replaces)
     };
     const int error = link_to(name);
     if (error != EEXIST || !replaces) return error;
-    const path final_name(name);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::string number = std::to_string(getpid()) + "-" + std::to_string(attempt);
-        temporary_name = (directory_of(final_name) / (".qrx-" + number)).string();
+    for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
+        temporary_name = temporary_name_beside(name);
         set_interrupted_name(temporary_name);
         const int linked = link_to(temporary_name);
         if (linked == EEXIST) continue;
@@ -371,7 +415,8 @@ int output_file::finish(bool replaces, bool syncs)
     if (!file.has_mode) {
         const mode_t mask = umask(0);
         umask(mask);
-        if (fchmod(file.handle, 0666 & ~mask) != 0) return errno;
+        // Some file systems have modes of their own.
+        file.has_mode = fchmod(file.handle, 0666 & ~mask) == 0;
     }
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
     const int error = file.give_name(replaces);
@@ -422,10 +467,27 @@ bool ask_on_terminal(const std::string& question)
 {
     if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
     std::fprintf(stderr, "%s", question.c_str());
-    int answer = std::getchar();
-    for (int rest = answer; rest != '\n' && rest != EOF;) rest = std::getchar();
+    const int answer = std::getchar();
+    int last = answer;
+    while (last != '\n' && last != EOF) last = std::getchar();
+    if (last == EOF) std::fputc('\n', stderr);
     return answer == 'y' || answer == 'Y';
 }
+
+namespace {
+
+/// Occupies the numbers of standard streams that are closed, which no file must get.  Their use
+/// fails as that of closed streams does.
+void occupy_closed_streams()
+{
+    for (const int handle : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(handle, F_GETFD) >= 0) continue;
+        const int opened = open("/dev/null", handle == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        if (opened > STDERR_FILENO) close(opened);
+    }
+}
+
+} // namespace
 
 void prepare_process()
 {
@@ -437,13 +499,7 @@ void prepare_process()
         action.sa_handler = on_interruption;
         sigaction(number, &action, nullptr);
     }
-    // A file must not get the number of a standard stream that is closed.
-    for (int handle = open("/dev/null", O_RDWR); handle >= 0; handle = open("/dev/null", O_RDWR)) {
-        if (handle > STDERR_FILENO) {
-            close(handle);
-            return;
-        }
-    }
+    occupy_closed_streams();
 }
 
 path to_path(const std::string& word)

@@ -5,12 +5,26 @@
 
 #include <array>
 #include <cstdio>
+#include <string_view>
 
 namespace tool {
 namespace {
 
 constexpr double first_seconds = 0.5;
 constexpr double interval_seconds = 0.2;
+
+/// Returns `name`, or "..." and its end from the start of a character on, or nothing, in at most
+/// `room` bytes.
+std::string shortened(std::string_view name, size_t room)
+{
+    constexpr std::string_view dots = "...";
+    if (name.size() <= room) return std::string(name);
+    if (room < 2 * dots.size()) return {};
+    name.remove_prefix(name.size() - (room - dots.size()));
+    while (!name.empty() && (static_cast<unsigned char>(name[0]) & 0xC0U) == 0x80)
+        name.remove_prefix(1);
+    return std::string(dots).append(name);
+}
 
 /// Returns a duration such as "0:07" or "1:02:03".
 std::string duration_text(double seconds)
@@ -68,9 +82,7 @@ void progress_line::show(double seconds)
     }
     const size_t room = terminal_columns() - 1;
     const size_t for_name = text.size() < room ? room - text.size() : 0;
-    const std::string name =
-        name_.size() <= for_name ? name_ : "..." + name_.substr(name_.size() - for_name / 2);
-    print(name + text);
+    print(shortened(name_, for_name) + text);
 }
 
 void progress_line::status(const std::string& text)

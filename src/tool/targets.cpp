@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
+#include <set>
+#include <system_error>
 
 namespace tool {
 namespace {
@@ -16,6 +19,13 @@ path last_component(const path& operand)
     path name = operand.lexically_normal();
     if (!name.has_filename()) name = name.parent_path();
     return name.filename();
+}
+
+/// Returns the directory below the output directory for the files of an operand.
+path name_below_output(const path& operand)
+{
+    const path base = last_component(operand);
+    return base == "." || base == ".." ? path() : base; // ".." would leave the output directory
 }
 
 class walker {
@@ -39,10 +49,10 @@ class walker {
         }
         if (!traits.is_directory)
             visit_file(operand, operand.filename(), false);
-        else if (run_.settings.recursive)
-            visit_directory(operand);
+        else if (const char* reason = refusal_of_directories())
+            fail(operand, reason);
         else
-            fail(operand, "is a directory (-r includes directories)");
+            visit_directory(operand, name_below_output(operand));
     }
 
   private:
@@ -53,23 +63,31 @@ class walker {
         status_ = std::max<int>(status_, exit_failed);
     }
 
-    void visit_directory(const path& operand)
+    /// Returns why a directory can't be processed; null if it can.
+    const char* refusal_of_directories() const
+    {
+        const options& settings = run_.settings;
+        const bool has_output = !settings.output.empty();
+        if (!settings.recursive) return "is a directory (-r includes directories)";
+        if (kind_ == renaming::add_suffix && (settings.to_stdout || has_output))
+            return "is a directory (-c and -o compress one file)";
+        return has_output && !is_stdio(settings.output) ? "is a directory (-o takes one file)"
+                                                        : nullptr;
+    }
+
+    /// Processes what is in a directory, in the order of names.  It is listed first, since outputs
+    /// may appear in it.
+    void visit_directory(const path& directory, const path& relative)
     {
         std::error_code error;
-        fs::recursive_directory_iterator entry(operand, error);
-        if (error) fail(operand, error.message());
-        const path base = last_component(operand);
-        // A name like ".." would leave the output directory.
-        const path below = base == "." || base == ".." ? path() : base;
-        while (entry != fs::recursive_directory_iterator()) {
-            visit_entry(*entry, below / entry->path().lexically_relative(operand));
-            const path seen = entry->path();
-            entry.increment(error);
-            if (error) {
-                fail(seen, error.message());
-                return;
-            }
-        }
+        std::vector<fs::directory_entry> entries;
+        for (fs::directory_iterator entry(directory, error);
+             !error && entry != fs::directory_iterator(); entry.increment(error))
+            entries.push_back(*entry);
+        if (error) fail(directory, error.message());
+        std::sort(entries.begin(), entries.end());
+        for (const fs::directory_entry& entry : entries)
+            visit_entry(entry, relative / entry.path().filename());
     }
 
     void visit_entry(const fs::directory_entry& entry, const path& relative)
@@ -80,7 +98,9 @@ class walker {
             fail(entry.path(), error.message());
         } else if (fs::is_regular_file(found)) {
             visit_file(entry.path(), relative, true);
-        } else if (!fs::is_directory(found)) {
+        } else if (fs::is_directory(found)) {
+            visit_directory(entry.path(), relative);
+        } else {
             run_.messages.note(entry.path(), "not a regular file, skipped");
         }
     }
@@ -109,23 +129,44 @@ class walker {
             item.target = is_stdio(settings.output) ? path() : settings.output;
         else if (!settings.to_stdout && !is_nameless && has_targets()) {
             const path base = settings.directory.empty() ? source : settings.directory / relative;
-            if (!rename(base, item.target)) {
+            if (!rename(base, was_found, item.target)) {
                 refuse_suffix(source, was_found);
+                return;
+            }
+            if (is_taken(item.target)) {
+                fail(source, "has the same output as another file: " + printable(item.target));
                 return;
             }
         } else if (was_found && has_suffix(source) != (kind_ == renaming::remove_suffix)) {
             return;
         }
-        status_ = std::max(status_, process_(item));
+        process(item);
     }
 
-    bool rename(const path& base, path& target) const
+    void process(const work_item& item)
+    {
+        try {
+            status_ = std::max(status_, process_(item));
+        } catch (const std::bad_alloc&) {
+            fail(item.source, "out of memory");
+        }
+    }
+
+    /// Whether an earlier file has this target: in another directory (-C), files of several
+    /// directories meet.
+    bool is_taken(const path& target)
+    {
+        return !run_.settings.directory.empty() &&
+               !targets_.insert(target.lexically_normal()).second;
+    }
+
+    bool rename(const path& base, bool was_found, path& target) const
     {
         const bool adds = kind_ == renaming::add_suffix;
         target = base;
         if (adds) {
             target += suffix;
-            return !has_suffix(base) || run_.settings.force;
+            return !has_suffix(base) || (run_.settings.force && !was_found);
         }
         target.replace_extension();
         return has_suffix(base);
@@ -144,6 +185,7 @@ class walker {
     const session& run_;
     renaming kind_;
     const std::function<int(const work_item&)>& process_;
+    std::set<path> targets_; // with -C
     int status_ = exit_good;
 };
 
@@ -167,7 +209,13 @@ bool may_create(const session& run, const path& target, const file_traits* sourc
 {
     file_traits existing;
     replaces = false;
-    if (traits_of(target, false, existing) != 0) return true;
+    const int error = traits_of(target, false, existing);
+    if (error == ENOENT) return true;
+    if (error != 0) {
+        run.progress.end();
+        run.messages.error(target, system_error_text(error));
+        return false;
+    }
     file_traits followed = existing;
     traits_of(target, true, followed);
     const char* reason = nullptr;
