@@ -51,6 +51,7 @@ class header_search {
     /// True if the records found don't fit the header, which is valid.
     [[nodiscard]] status compare(const file_layout& layout, bool& is_contradicted);
     [[nodiscard]] status find(bool is_valid, std::optional<file_layout>& found);
+    bool lacks_memory() const { return lacks_memory_; }
 
   private:
     /// Walks over all heads from `position` on; `count` receives their number, 0 if they don't lead
@@ -109,6 +110,7 @@ class header_search {
     owned_array<u8> block_;
     u64 block_room_ = 0;
     u64 trial_bytes_ = 0;
+    bool lacks_memory_ = false; // for a trial: its failure means nothing
 };
 
 status header_search::walk(u64 position, u32 number, u32& count)
@@ -174,6 +176,7 @@ status header_search::load(const record_extent& record)
         payload_.reset();
         payload_ = make_array<u8>(source_, record.size);
         payload_room_ = payload_ ? record.size : 0;
+        lacks_memory_ |= !payload_;
         if (!payload_) return status::done; // trials fail
     }
     payload_size_ = record.size;
@@ -189,6 +192,7 @@ codec_result header_search::trial(const codec_parameters& parameters, u64 length
         block_.reset();
         block_ = make_array<u8>(source_, static_cast<usize>(length));
         block_room_ = block_ ? length : 0;
+        lacks_memory_ |= !block_;
         if (!block_) return {};
     }
     codec_job job;
@@ -200,6 +204,7 @@ codec_result header_search::trial(const codec_parameters& parameters, u64 length
     job.memory = &memory_;
     const codec_result result = decode(job);
     trial_bytes_ += payload_size_ + result.length;
+    lacks_memory_ |= result.status != codec_status::done;
     return result;
 }
 
@@ -395,7 +400,7 @@ status find_layout(const allocator& source, const byte_source& file, const liste
     bool is_contradicted = true;
     if (is_valid && searched == status::done)
         searched = search.compare(*lay_out(stated), is_contradicted);
-    if (searched != status::done || !is_contradicted) return searched;
+    if (searched != status::done || !is_contradicted || search.lacks_memory()) return searched;
     return search.find(is_valid, found);
 }
 

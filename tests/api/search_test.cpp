@@ -3,6 +3,7 @@
 #include "api/api_fixture.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <numeric>
 
 namespace quarnex::test {
@@ -542,9 +543,9 @@ qrx_info reconstructed(const bytes& image, const sample_file& file, qrx_status f
 TEST(api_search, a_wrong_size_of_the_original_is_corrected)
 {
     for (u32 method = 1; method <= 5; ++method) {
-        for (const u32 flags : {0U, QRX_SEAL}) {
+        for (const u32 flags : {method % 2 != 0 ? QRX_SEAL : 0U}) {
             const sample_file file(method, flags);
-            for (u32 bit = 20; bit < 64; bit += 3) {
+            for (const u32 bit : {20U, 22U, 23U, 31U, 32U, 47U, 63U}) {
                 SCOPED_TRACE(testing::Message() << "method " << method << " bit " << bit);
                 bytes image = file.image;
                 image[4 + bit / 8] ^= static_cast<u8>(1U << bit % 8);
@@ -561,7 +562,7 @@ TEST(api_search, wrong_codec_parameters_are_corrected)
             if (context_bits != 0 && method != 4) continue;
             const sample_file file(method, 0, context_bits);
             for (const usize field : {usize{12}, usize{13}, usize{16}, usize{18}}) {
-                for (const u32 wrong : {0U, 1U, 2U, 3U, 4U, 5U, 9U, 77U}) {
+                for (const u32 wrong : {0U, 1U, 3U, 4U, 9U, 77U}) {
                     bytes image = file.image;
                     const bool is_other_class = (image[13] > 7) != (wrong > 7);
                     const bool changes_decoding =
@@ -598,7 +599,7 @@ TEST(api_search, a_header_of_zeros_or_noise_is_reconstructed)
 TEST(api_search, a_lost_first_sector_loses_the_first_block)
 {
     for (u32 method = 1; method <= 5; ++method) {
-        for (const u32 flags : {0U, QRX_SEAL}) {
+        for (const u32 flags : {method % 2 != 0 ? QRX_SEAL : 0U}) {
             const sample_file file(method, flags);
             for (const usize sector : {usize{512}, usize{4096}}) {
                 for (const u32 pattern : {0U, 3U}) {
@@ -652,6 +653,33 @@ TEST(api_search, damaged_payloads_do_not_discredit_a_good_header)
         EXPECT_EQ(info_of(reader.get()).original_size, 300000U);
         EXPECT_TRUE(options.events.empty());
     }
+}
+
+TEST(api_search, a_lack_of_memory_does_not_discredit_a_good_header)
+{
+    struct failing_memory {
+        u32 calls = 0;
+        u32 failing = 0;
+    };
+    const sample_file file(4);
+    u32 failures = 0;
+    for (u32 failing = 1; failing < 12; ++failing) {
+        failing_memory memory{0, failing};
+        recorded_options options(0, QRX_SEARCH);
+        options.allocator = {[](void* self, size_t size) -> void* {
+                                 auto& state = *static_cast<failing_memory*>(self);
+                                 return ++state.calls == state.failing ? nullptr : malloc(size);
+                             },
+                             [](void*, void* block, size_t) { free(block); }, &memory};
+        qrx_reader* opened = nullptr;
+        const qrx_status result =
+            qrx_reader_open_memory(&opened, file.image.data(), file.image.size(), &options);
+        const reader_ptr reader(opened);
+        failures += result != QRX_OK ? 1 : 0;
+        EXPECT_TRUE(result == QRX_OK || result == QRX_NO_MEMORY) << failing;
+        EXPECT_TRUE(opened == nullptr || info_of(opened).layout == QRX_OK) << failing;
+    }
+    EXPECT_GE(failures, 2U) << "the handle and the index";
 }
 
 TEST(api_search, other_files_still_do_not_open)
