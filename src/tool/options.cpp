@@ -355,14 +355,22 @@ class command_line {
                 },
                 "methods and levels, two digits each (default: all)")
             ->delimiter(',')
+            ->allow_extra_args(false)
             ->type_name("ML,...");
         add_path("--plot", settings_.plot, "draw speeds and ratios (SVG)");
-        app_.add_option("--seconds", settings_.min_seconds, "least time of a measurement")
+        app_.add_option("--seconds", settings_.min_seconds,
+                        "repeat each measurement for this long (default 0.5)")
             ->check(CLI::Range(0.0, 3600.0))
             ->type_name("S");
+        app_.add_flag("-f,--force", settings_.force, "overwrite files");
         add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
                    1, 2047);
-        add_resources();
+        settings_.threads = 1; // the speed of one core can be compared between machines
+        add_number("-T,--threads", settings_.threads,
+                   "worker threads, which share the blocks (default 1); 0: one per processor", 0,
+                   QRX_MAX_THREADS);
+        add_size("--memory-limit", settings_.memory_limit,
+                 "refuse to use more memory, files included, such as 500M");
     }
 
     options& settings_;

@@ -71,7 +71,7 @@ struct options {
     uint64_t piece_count = 0;  // split
     std::vector<int> cells;    // bench: two digits each; empty: all
     path plot;                 // bench: SVG file
-    double min_seconds = 0.5;  // bench: time spent on each measurement
+    double min_seconds = 0.5;  // bench: time spent on repetitions of each measurement
 
     bool is_quiet() const { return verbosity < 0; }
     bool is_verbose() const { return verbosity > 0; }

@@ -70,7 +70,17 @@ void progress_line::show(double seconds)
     const size_t for_name = text.size() < room ? room - text.size() : 0;
     const std::string name =
         name_.size() <= for_name ? name_ : "..." + name_.substr(name_.size() - for_name / 2);
-    std::fprintf(stderr, "\r\x1b[K%s", (name + text).substr(0, room).c_str());
+    print(name + text);
+}
+
+void progress_line::status(const std::string& text)
+{
+    if (is_wanted_) print(text);
+}
+
+void progress_line::print(const std::string& text)
+{
+    std::fprintf(stderr, "\r\x1b[K%s", text.substr(0, terminal_columns() - 1).c_str());
     std::fflush(stderr);
     is_shown_ = true;
 }

@@ -21,6 +21,8 @@ class progress_line {
     void advance(uint64_t done);
     /// Compressed bytes read or written so far, for the ratio.
     void set_compressed(uint64_t bytes) { compressed_ = bytes; }
+    /// Shows a text at once, instead of the figures of a file.
+    void status(const std::string& text);
     /// Erases the line.
     void end();
 
@@ -28,6 +30,7 @@ class progress_line {
     using clock = std::chrono::steady_clock;
 
     void show(double seconds);
+    void print(const std::string& text);
 
     bool is_wanted_;
     bool is_shown_ = false;

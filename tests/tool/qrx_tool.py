@@ -4,11 +4,16 @@ The environment variable QRX_PROGRAM is the path of qrx; unqrx and qrxcat are be
 QUARNEX_PROGRAM is the path of quarnex.
 """
 
+import array
+import fcntl
 import os
 import pathlib
 import random
+import shutil
 import subprocess
 import tempfile
+import termios
+import time
 import unittest
 
 QRX = os.path.abspath(os.environ.get("QRX_PROGRAM", "build/release/qrx"))
@@ -127,3 +132,90 @@ class ToolTest(unittest.TestCase):
     def original(self, content):
         """Returns what qrx -d makes of `content`."""
         return self.qrx("-dc", stdin=content).stdout
+
+    def start(self, *args, **options):
+        """Starts qrx in self.dir without waiting for it; it is killed at the end of the test."""
+        options.setdefault("cwd", self.dir)
+        for stream in ("stdin", "stdout", "stderr"):
+            options.setdefault(stream, subprocess.PIPE)
+        process = subprocess.Popen([options.pop("program", QRX), *args],
+                                   env=ENVIRONMENT, **options)
+        self.addCleanup(stop, process)
+        return process
+
+    def unprivileged(self):
+        """Returns options of subprocess that give up root's rights, which ignore modes."""
+        if os.geteuid() != 0:
+            return {}
+        os.chmod(self.dir, 0o777)
+        options = {"user": 65534, "group": 65534, "extra_groups": []}
+        try:
+            subprocess.run([QRX, "-V"], cwd="/", capture_output=True, check=True, **options)
+        except (OSError, subprocess.CalledProcessError) as error:
+            self.skipTest(f"other users can't run {QRX}: {error}")
+        return options
+
+    def nameless_files_refused(self):
+        """Returns the start of a command that runs a program without a list of open files in
+        /proc, so that outputs need a temporary name from the start."""
+        hide = 'mount -t tmpfs none /proc/$$/fd && exec "$@"'
+        flags = "-m" if os.geteuid() == 0 else "-Urm"
+        command = ["unshare", flags, "/bin/sh", "-c", hide, "sh"]
+        if shutil.which("unshare") is None or subprocess.run([*command, "true"],
+                                                             capture_output=True).returncode != 0:
+            self.skipTest("no rights to hide /proc from the program")
+        return command
+
+    def small_disk(self, kib):
+        """Mounts a file system of `kib` KiB as self.dir / "disk"."""
+        disk = self.dir / "disk"
+        disk.mkdir()
+        mount = ["mount", "-t", "tmpfs", "-o", f"size={kib}k", "none", str(disk)]
+        if os.geteuid() != 0 or subprocess.run(mount, capture_output=True).returncode != 0:
+            self.skipTest("no rights to mount a small file system")
+        self.addCleanup(subprocess.run, ["umount", str(disk)], check=True)
+        return disk
+
+
+def stop(process):
+    """Ends a process that a test has started."""
+    if process.poll() is None:
+        process.kill()
+    for stream in (process.stdin, process.stdout, process.stderr):
+        if stream is not None and not stream.closed:
+            try:
+                stream.close()
+            except BrokenPipeError:
+                pass
+    process.wait()
+
+
+def wait_until(condition, seconds=60):
+    """Waits until condition() is true."""
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError(condition)
+        time.sleep(0.002)
+
+
+def wait_until_drained(pipe):
+    """Waits until everything in a pipe has been read."""
+    waiting = array.array("i", [1])
+
+    def is_empty():
+        fcntl.ioctl(pipe, termios.FIONREAD, waiting)
+        return waiting[0] == 0
+
+    wait_until(is_empty)
+
+
+def has_open(process, name):
+    """Whether a process has a file open."""
+    directory = f"/proc/{process.pid}/fd"
+    try:
+        return any(os.path.samefile(os.path.join(directory, fd), name)
+                   for fd in os.listdir(directory)
+                   if os.path.exists(os.path.join(directory, fd)))
+    except OSError:
+        return False
