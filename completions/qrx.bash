@@ -35,8 +35,8 @@ _qrx_options()
     verify) echo --recursive -r --against "$resources" ;;
     cat) echo --range "$resources" ;;
     recover) echo "$outputs $resources" ;;
-    split) echo "$outputs" --pieces -n --blocks --no-seal ;;
-    join) echo "$outputs" ;;
+    split) echo "$outputs $resources" --pieces -n --blocks --no-seal ;;
+    join) echo "$outputs $resources" --verify ;;
     bench) echo --force -f --cells --plot --seconds --block-size -b "$resources" ;;
     esac
     echo --quiet -q --verbose -v --json --help -h

@@ -35,7 +35,7 @@ complete $all -l json -d 'print one JSON object per file'
 complete $all -s h -l help -d 'print help'
 complete $all -n __qrx_reads_packed -f -a '(__qrx_packed_files)'
 
-set -l resources $all -n '__qrx_uses main test info verify cat recover bench'
+set -l resources $all -n '__qrx_uses main test info verify cat recover split join bench'
 complete $resources -s T -l threads -x -d 'worker threads; 0: one per processor'
 complete $resources -l memory-limit -x -d 'use fewer threads rather than more memory'
 
@@ -54,7 +54,7 @@ complete $main -s c -l stdout -d 'write to standard output'
 complete $main -s k -l keep -d 'keep sources'
 complete $main -l rm -d 'remove sources after their outputs are verified and flushed'
 complete $all -n '__qrx_uses main test list info verify' -s r -l recursive -d 'include directories'
-complete $main -l verify -d 'compare each output with its source'
+complete $all -n '__qrx_uses main join' -l verify -d 'check each output'
 complete $main -s V -l version -d 'print the version'
 for preset in (seq 9)
     complete $main -s $preset -d 'preset, from 1 (fast) to 9 (small)'

@@ -11,19 +11,20 @@ namespace tool {
 /// over 31, 33 over 43, 37 over 47).
 ///
 /// Measured by `qrx bench` with text, tables, an image, a program, a database and XML: 82 MB in 7
-/// files, blocks of 32 MiB (16 in -6 and -7), one thread.  MB/s of the original; MiB of memory with
-/// one worker thread, and for each one more.
+/// files, blocks of 32 MiB (16 in -6 and -7), one thread, fastest repetitions in processor time.
+/// MB/s of the original; upper bounds in MiB on the memory of one worker thread, and of each one
+/// more.
 ///
 ///     preset  cell   ratio  compress  decompress   MiB to compress   to decompress
 ///                               MB/s        MB/s
-///       -1     11    .3237       670        3070       192 + 129        128 + 64
+///       -1     11    .3237       672        3080       192 + 129        128 + 64
 ///       -2     21    .3032       603        1780       192 + 129        128 + 64
 ///       -3     22    .2815       392        2170       193 + 129        128 + 64
 ///       -4     32    .2584       289         959       193 + 129        128 + 64
-///       -5     33    .2428       126         874       224 + 160        128 + 64
+///       -5     33    .2428       126         875       224 + 160        128 + 64
 ///       -6     36    .2242        55        1160       224 + 192         64 + 32
-///       -7     37    .2160        18         842       224 + 192         64 + 32
-///       -8     38    .1948       5.1         716       512 + 448        128 + 64
+///       -7     37    .2160        22        1110       224 + 192         64 + 32
+///       -8     38    .1948       5.1        1080       512 + 448        128 + 64
 ///       -9     58    .1820       4.2         110       512 + 448        128 + 64
 inline constexpr std::array<int, 10> preset_cells{0, 11, 21, 22, 32, 33, 36, 37, 38, 58};
 
