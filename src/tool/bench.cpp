@@ -179,7 +179,7 @@ class benchmark {
     static void print_now(const std::string& line)
     {
         print_line(line);
-        close_output();
+        flush_output();
     }
 
     void report() const

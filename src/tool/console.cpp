@@ -133,6 +133,11 @@ void print_line(std::string_view line)
     if (!written && output_error == 0) output_error = errno;
 }
 
+void flush_output()
+{
+    if (std::fflush(stdout) != 0 && output_error == 0) output_error = errno;
+}
+
 int close_output()
 {
     // Some file systems report write errors when a file is closed.

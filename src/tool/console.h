@@ -48,6 +48,9 @@ class console {
 /// Prints a line on standard output.  A write error is remembered for close_output().
 void print_line(std::string_view line);
 
+/// Shows the lines printed so far.
+void flush_output();
+
 /// Closes standard output; returns an errno value, 0 if everything was written.
 int close_output();
 
