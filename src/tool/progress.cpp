@@ -3,7 +3,9 @@
 #include "tool/console.h"
 #include "tool/files.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <string_view>
 
@@ -29,13 +31,14 @@ std::string shortened(std::string_view name, size_t room)
 /// Returns a duration such as "0:07" or "1:02:03".
 std::string duration_text(double seconds)
 {
-    const auto whole = static_cast<unsigned long>(seconds + 0.5);
+    constexpr double max_seconds = 100 * 3600; // a rate of almost 0 says nothing
+    const long whole = std::lround(std::min(seconds, max_seconds));
     std::array<char, 40> text;
     if (whole >= 3600)
-        std::snprintf(text.data(), text.size(), "%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60,
+        std::snprintf(text.data(), text.size(), "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60,
                       whole % 60);
     else
-        std::snprintf(text.data(), text.size(), "%lu:%02lu", whole / 60, whole % 60);
+        std::snprintf(text.data(), text.size(), "%ld:%02ld", whole / 60, whole % 60);
     return text.data();
 }
 
