@@ -77,21 +77,22 @@ class decompression {
             const int error = target_.finish(false, false);
             return error == 0 ? exit_good : fail("-", system_error_text(error));
         }
+        if (verifies()) {
+            const int status = verify();
+            if (status != exit_good) return status;
+        }
         if (!is_stdio(item_.source)) target_.take_traits(input_.input.file().traits());
         const int error = target_.finish(replaces_, run_.settings.syncs || verifies());
-        if (error != 0) return fail(item_.target, system_error_text(error));
-        return verifies() ? verify() : exit_good;
+        return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
     }
 
     /// Compares what is in the output file with the compressed one.
     int verify()
     {
-        input_file written;
-        const int error = written.open(item_.target);
-        if (error != 0) return fail(item_.target, system_error_text(error));
         run_.progress.start(item_.source, input_.info.original_size);
         const int status =
-            compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher, written);
+            compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher,
+                                  source_of(target_, input_.info.original_size));
         run_.progress.end();
         return status;
     }
@@ -155,6 +156,9 @@ void report_test(const session& run, const work_item& item, const open_reader& i
     }
     for (const qrx_event& fault : input.watcher.events)
         run.messages.error(item.source, fault_text(fault, info));
+    if (input.watcher.dropped != 0)
+        run.messages.error(item.source,
+                           "and " + std::to_string(input.watcher.dropped) + " more faults");
     if (result != QRX_OK && input.watcher.events.empty())
         run.messages.error(item.source, qrx_status_text(result));
     if (result == QRX_OK && !run.settings.json && !run.settings.is_quiet())
@@ -169,7 +173,7 @@ int test_item(const session& run, const work_item& item)
     if (status != exit_good) return status;
     run.progress.start(item.source, input.info.original_size);
     run.progress.set_compressed(input.info.file_size);
-    input.watcher.events.clear(); // the test reports faults of the layout again
+    input.watcher.forget(); // the test reports faults of the layout again
     const qrx_status result = qrx_reader_test(input.reader.get());
     run.progress.end();
     report_test(run, item, input, result);

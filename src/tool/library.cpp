@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <thread>
 
 namespace tool {
@@ -79,6 +80,25 @@ int exit_status_of(qrx_status result)
     }
 }
 
+void observer::record(const qrx_event& event) noexcept
+{
+    try {
+        if (events.size() < max_events) {
+            events.push_back(event);
+            return;
+        }
+    } catch (const std::bad_alloc&) { // counted below
+    }
+    ++dropped;
+    if (!events.empty()) events.back() = event;
+}
+
+void observer::forget()
+{
+    events.clear();
+    dropped = 0;
+}
+
 qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)
 {
     qrx_options made{};
@@ -87,7 +107,7 @@ qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)
     made.flags = flags;
     made.context = &watcher;
     made.event = [](void* context, const qrx_event* event) {
-        static_cast<observer*>(context)->events.push_back(*event);
+        static_cast<observer*>(context)->record(*event);
     };
     made.progress = [](void* context, uint64_t done, uint64_t) {
         progress_line* progress = static_cast<observer*>(context)->progress;

@@ -30,7 +30,16 @@ int exit_status_of(qrx_status result);
 
 /// The events of a handle, and what its progress is reported to.
 struct observer {
+    /// More events than these are only counted, but the last one is always kept: a hostile file can
+    /// cause one every five bytes.
+    static constexpr size_t max_events = 100'000;
+
+    /// Called by the library, which can't handle exceptions.
+    void record(const qrx_event& event) noexcept;
+    void forget();
+
     std::vector<qrx_event> events;
+    uint64_t dropped = 0;
     progress_line* progress = nullptr;
 };
 

@@ -312,6 +312,8 @@ class command_line {
         refuse(settings_.to_stdout && settings_.json &&
                    (settings_.what == command::compress || settings_.what == command::decompress),
                "-c and --json both write to standard output");
+        refuse(settings_.to_stdout && settings_.verifies && settings_.what == command::decompress,
+               "--verify needs an output file to read back");
         refuse(settings_.json && settings_.what == command::cat,
                "cat and --json both write to standard output");
         refuse(settings_.what == command::join && settings_.output.empty(), "join needs -o FILE");

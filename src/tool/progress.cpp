@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <new>
 #include <string_view>
 
 namespace tool {
@@ -57,7 +58,7 @@ void progress_line::start(const path& name, uint64_t total)
     shown_ = started_;
 }
 
-void progress_line::advance(uint64_t done)
+void progress_line::advance(uint64_t done) noexcept
 {
     done_ = done;
     if (!is_wanted_) return;
@@ -66,7 +67,10 @@ void progress_line::advance(uint64_t done)
     const std::chrono::duration<double> since = now - shown_;
     if (all.count() < first_seconds || since.count() < interval_seconds) return;
     shown_ = now;
-    show(all.count());
+    try {
+        show(all.count());
+    } catch (const std::bad_alloc&) { // not shown this time
+    }
 }
 
 void progress_line::show(double seconds)

@@ -17,8 +17,9 @@ class progress_line {
 
     /// Starts a file; `total` is the size of the original, 0 if unknown.
     void start(const path& name, uint64_t total);
-    /// The original has been processed up to `done`.
-    void advance(uint64_t done);
+    /// The original has been processed up to `done`.  Called by the library, which can't handle
+    /// exceptions.
+    void advance(uint64_t done) noexcept;
     /// Compressed bytes read or written so far, for the ratio.
     void set_compressed(uint64_t bytes) { compressed_ = bytes; }
     /// Shows a text at once, instead of the figures of a file.
