@@ -39,9 +39,9 @@ piece_name read_piece_name(const path& name)
     const std::string numbers = to_text(stem.extension());
     const size_t mark = numbers.find("of");
     if (mark == std::string::npos) return {};
-    const piece_name piece{stem.stem(), read_number(numbers.substr(1, mark - 1)),
-                           read_number(numbers.substr(mark + 2))};
-    if (piece.number == 0 || piece.number > piece.count) return {};
+    piece_name piece{stem.stem(), read_number(numbers.substr(1, mark - 1)),
+                     read_number(numbers.substr(mark + 2))};
+    if (piece.number > piece.count) piece.number = 0;
     return piece;
 }
 

@@ -10,6 +10,7 @@
 #include "tool/tolerant_source.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 
 namespace tool {
@@ -105,8 +106,10 @@ class recovery {
             info().layout == QRX_TRUNCATED || info().layout == QRX_NOT_QRX;
         if (!is_cut_or_headless) return;
         uint64_t end = header_bytes;
-        for (uint64_t block = 0; block < info().block_count; ++block) {
+        uint64_t left = info().blocks_found; // the header can claim billions of blocks
+        for (uint64_t block = 0; left != 0 && block < info().block_count; ++block) {
             const qrx_block_info found = describe(block);
+            left -= found.is_found;
             if (found.is_found != 0) end = std::max(end, found.offset + found.payload_size);
         }
         unsigned char head[head_bytes];
@@ -135,11 +138,22 @@ class recovery {
             const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
             return result == QRX_OK ? exit_good : fail(result);
         }
-        for (uint64_t block = 0; block < info().block_count; ++block) {
+        uint64_t left = info().blocks_found + (cut_.block != QRX_NO_BLOCK ? 1 : 0);
+        uint64_t block = 0;
+        for (; left != 0 && block < info().block_count; ++block) {
+            left -= describe(block).is_found != 0 || block == cut_.block ? 1 : 0;
             const int status = copy_block(block);
             if (status != exit_good) return status;
         }
-        return saves_nothing() ? exit_good : write_zeros(info().original_size);
+        if (block < info().block_count) lose_from(block);
+        return saves_nothing() ? exit_good : fill_end();
+    }
+
+    void lose_from(uint64_t block)
+    {
+        note(QRX_BLOCK_MISSING, block);
+        input_.watcher.events.back().wanted = info().block_count - block;
+        lose({describe(block).original_offset, info().original_size});
     }
 
     int copy_block(uint64_t block)
@@ -253,11 +267,9 @@ class recovery {
     /// A file has zeros where nothing was written; standard output may have had other content.
     bool leaves_holes() const { return !is_stdio(target_); }
 
-    /// Fills the output up to `end`, in a file by its last byte alone.
     int write_zeros(uint64_t end)
     {
         static const std::vector<char> zeros(zero_bytes);
-        if (leaves_holes() && written_ < end) written_ = end - 1;
         while (written_ < end) {
             const size_t part =
                 static_cast<size_t>(std::min<uint64_t>(zeros.size(), end - written_));
@@ -265,6 +277,21 @@ class recovery {
             if (error != 0) return fail(target_, system_error_text(error));
             written_ += part;
         }
+        return exit_good;
+    }
+
+    /// Gives the output the size of the original; in a file, writing the last byte does.
+    int fill_end()
+    {
+        const uint64_t size = info().original_size;
+        if (!leaves_holes() || written_ >= size) return write_zeros(size);
+        const char zero = 0;
+        const int error = output_.write_at(size - 1, &zero, 1);
+        if (error == EFBIG)
+            run_.messages.warn(target_, "can't have " + std::to_string(size) +
+                                            " bytes: the zeros at its end are left out");
+        else if (error != 0)
+            return fail(target_, system_error_text(error));
         return exit_good;
     }
 

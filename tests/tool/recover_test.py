@@ -183,6 +183,20 @@ class RecoverTest(ToolTest):
                 self.assertEqual(output, self.original)
                 self.assertTrue(found["good"])
 
+    def test_cut_file_with_a_wrong_size(self):
+        # The header claims 2^50 bytes: more than the system can store, or a sparse file.
+        # Methods 3 and 4 need the length of a block to decode it; method 5 doesn't.
+        compressed = self.files_of_methods[5]
+        damaged = compressed[:8] + bytes([0, 0, 4, 0]) + compressed[12:-100000]
+        self.put("x.qrx", damaged)
+        done = self.qrx("recover", "--json", "x.qrx", status=2)
+        found = json.loads(done.stdout)
+        (first, last), = self.check_lists(found)
+        self.assertEqual(last, found["original_size"])
+        self.assertGreater(first, (BLOCKS - 1) * MIB)
+        with open(self.dir / "x", "rb") as output:
+            self.assertEqual(output.read(first), self.original[:first])
+
     def test_swapped_parts(self):
         for method in (2, 3, 5):
             compressed = self.files_of_methods[method]
