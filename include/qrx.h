@@ -207,9 +207,9 @@ QRX_API qrx_status qrx_compress(const qrx_params* params, const qrx_options* opt
 QRX_API qrx_status qrx_decompressed_size(const void* src, size_t size, uint64_t* original_size);
 
 /* Decompresses an image.  Fails with QRX_BUFFER_TOO_SMALL if `capacity` is less than the size of
- * the original, and otherwise makes all checks of qrx_reader_test(), up to the first fault.
- * `*dest_size` receives the number of valid bytes at `dest`, also on failure: those before the
- * fault. */
+ * the original, and otherwise checks layout, blocks and seal as qrx_reader_test() does, up to the
+ * first fault.  `*dest_size` receives the number of valid bytes at `dest`, also on failure: those
+ * before the fault. */
 QRX_API qrx_status qrx_decompress(const qrx_options* options, const void* src, size_t size,
                                   void* dest, size_t capacity, size_t* dest_size);
 
@@ -300,7 +300,9 @@ QRX_API qrx_status qrx_reader_payload(qrx_reader* reader, uint64_t block, void* 
 
 /* Decodes the whole file and checks that the layout is valid, that each block has exactly one
  * record and decodes to its length, that each payload ends exactly where its block ends, and that
- * the seal matches.  Reports all faults to event() and returns the first. */
+ * the seal matches.  A sealed file must also be as this library writes it where other functions
+ * ignore differences, such as in reserved bytes.  Reports all faults to event() and returns the
+ * first. */
 QRX_API qrx_status qrx_reader_test(qrx_reader* reader);
 
 /* Closes and frees a reader; null is allowed. */

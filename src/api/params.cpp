@@ -12,10 +12,6 @@ namespace {
 
 constexpr u32 default_cell_method = 3;
 constexpr u32 default_cell_level = 3;
-constexpr u32 max_context_bits = 8;
-constexpr u32 min_hash_bits = 10;
-constexpr u32 max_hash_bits = 30;
-constexpr u32 max_chain_bits = 8;
 constexpr u32 max_block_mib = 2047;
 /// Hash tables of levels 0 and 1 are sized for a second-level cache of this size on every machine,
 /// so the same parameters give the same file everywhere.
@@ -25,10 +21,10 @@ bool are_valid(const qrx_params& params)
 {
     const bool is_cell = is_method(static_cast<u8>(params.method)) &&
                          params.method <= last_method && params.level <= last_level;
-    const bool are_tables = (params.hash_bits == 0 || params.hash_bits >= min_hash_bits) &&
-                            params.hash_bits <= max_hash_bits &&
-                            params.chain_bits <= max_chain_bits;
-    return is_cell && are_tables && params.context_bits <= max_context_bits &&
+    const bool are_tables = (params.hash_bits == 0 || params.hash_bits >= u32{min_hash_bits}) &&
+                            params.hash_bits <= u32{max_hash_bits} &&
+                            params.chain_bits <= u32{max_chain_bits};
+    return is_cell && are_tables && params.context_bits <= max_lit_ctx_bits &&
            params.filter <= QRX_FILTER_DELTA && params.block_mib <= max_block_mib &&
            params.reserved == 0;
 }
@@ -98,7 +94,7 @@ qrx_status qrx_params_for_type(qrx_params* params, const void* sample, size_t si
 {
     qrx_params known;
     if (!read_struct(params, known) || (sample == nullptr && size != 0)) return QRX_BAD_ARGUMENT;
-    if (known.context_bits > max_context_bits) return QRX_BAD_ARGUMENT;
+    if (known.context_bits > max_lit_ctx_bits) return QRX_BAD_ARGUMENT;
     file_parameters parameters;
     parameters.codec.lit_ctx_bits = static_cast<u8>(known.context_bits);
     classify_file({static_cast<const u8*>(sample), size}, name != nullptr ? name : "", parameters);

@@ -123,6 +123,8 @@ status file_reader::test()
     if (read != status::done) return read;
     forget_sums();
     status first = index_.layout_fault();
+    if (index_.seal() && !index_.is_canonical())
+        keep_first(first, watcher_.report({.what = status::corrupt}));
     if (index_.layout().block_count == 0) {
         keep_first(first, check_seal());
         return first;

@@ -1,5 +1,7 @@
 #include "pipeline/parameters.h"
 
+#include "format/filters.h"
+
 #include <algorithm>
 
 namespace quarnex {
@@ -27,13 +29,24 @@ void cap_block_size(file_parameters& parameters)
 
 void settle_parameters(file_parameters& parameters, const level_defaults& defaults)
 {
-    constexpr i32 min_hash_bits = 10;
     codec_parameters& codec = parameters.codec;
     codec.level = std::min(codec.level, last_level);
     cap_block_size(parameters);
     if (codec.chain_bits == 0) codec.chain_bits = defaults.chain_bits[codec.level];
     if (codec.hash_bits < min_hash_bits) codec.hash_bits = defaults.hash_bits[codec.level];
     parameters.filter_flags &= 0x7F;
+}
+
+bool are_settled(const file_parameters& parameters)
+{
+    const codec_parameters& codec = parameters.codec;
+    file_parameters capped = parameters;
+    cap_block_size(capped);
+    return is_method(codec.method) && codec.level <= last_level &&
+           codec.lit_ctx_bits <= max_lit_ctx_bits && codec.hash_bits >= min_hash_bits &&
+           codec.hash_bits <= max_hash_bits && codec.chain_bits >= 1 &&
+           codec.chain_bits <= max_chain_bits && parameters.filter_flags <= filter_delta &&
+           parameters.block_mb == capped.block_mb;
 }
 
 } // namespace quarnex

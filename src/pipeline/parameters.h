@@ -7,6 +7,11 @@
 
 namespace quarnex {
 
+inline constexpr i32 min_hash_bits = 10;
+inline constexpr i32 max_hash_bits = 30;
+inline constexpr i32 max_chain_bits = 8;
+inline constexpr u8 max_lit_ctx_bits = 8;
+
 /// Table sizes, indexed by level.
 struct level_defaults {
     std::array<i32, 10> hash_bits{12, 14, 18, 23, 24, 25, 25, 25, 26, 27};
@@ -23,5 +28,8 @@ void cap_block_size(file_parameters& parameters);
 /// Completes the parameters for compression: caps the level and the block size, and fills in table
 /// sizes that were not given.
 void settle_parameters(file_parameters& parameters, const level_defaults& defaults);
+
+/// Whether parameters are in range and complete, including those that decoders ignore.
+bool are_settled(const file_parameters& parameters);
 
 } // namespace quarnex

@@ -2,6 +2,7 @@
 
 #include "common/bytes.h"
 #include "format/checksum.h"
+#include "pipeline/parameters.h"
 #include "pipeline/read_exactly.h"
 
 #include <algorithm>
@@ -32,6 +33,7 @@ status record_index::read_header(const byte_source& file, const listener& watche
         count_blocks(header.original_size, described->parameters.block_size()) > UINT32_MAX)
         return watcher.report({.what = status::corrupt});
     layout_ = *described;
+    is_canonical_ = pack_file_header(header) == bytes && are_settled(header.parameters);
     return status::done;
 }
 
@@ -143,6 +145,8 @@ status record_index::read_record(walk& at)
         return status::done;
     }
     at.fault.what = status::done;
+    is_canonical_ =
+        is_canonical_ && head.displacement == displacement_byte(extent->index, at.trail.count);
     add_record(at, head, extent->index);
     at.trail.add(at.trail.count + 1, position + record_head_bytes + head.size);
     return status::done;

@@ -54,6 +54,9 @@ class record_index {
     u32 found() const { return found_; }
     u32 stored() const { return stored_; }
     const std::optional<u32>& seal() const { return seal_; }
+    /// Whether header and record heads are as writers of seals write them, also where readers
+    /// ignore differences.
+    bool is_canonical() const { return is_canonical_; }
     /// The first fault of the layout: done, truncated, corrupt, block_missing, block_repeated or
     /// trailing_bytes, or not_qrx if the header was replaced.
     status layout_fault() const { return layout_fault_; }
@@ -116,6 +119,7 @@ class record_index {
     u32 found_ = 0;
     u32 stored_ = 0;
     std::optional<u32> seal_;
+    bool is_canonical_ = true;
     status header_fault_ = status::done; // not_qrx or corrupt if the header was replaced
     status layout_fault_ = status::done;
     std::optional<record_chain> chain_; // after a damaged part
