@@ -227,7 +227,7 @@ class Sources(ToolTest):
         os.truncate(self.dir / "f", 5 * MIB + 1)
         _, errors = process.communicate()
         self.assertEqual(process.returncode, 1)
-        self.assertIn(b"f: shrank while it was read", errors)
+        self.assertIn(b"f: shrank while being read", errors)
 
     def test_source_that_grows(self):
         process, header = self.stalled()
