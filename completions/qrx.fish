@@ -1,7 +1,7 @@
 # fish completion for qrx, unqrx and qrxcat
 set -g __qrx_commands test list info verify cat recover split join bench
 
-# __qrx_uses COMMAND...: whether one of these is the command ("main" if there is none).
+# __qrx_uses COMMAND...: succeeds if one of these is the command ("main" stands for none).
 function __qrx_uses
     set -l words (commandline -opc)
     set -l command main
@@ -15,7 +15,7 @@ function __qrx_is_first
     string match -qr '(^|/)qrx$' -- (commandline -opc)[1]; and test (count (commandline -opc)) = 1
 end
 
-# Whether the operands are compressed files.
+# Succeeds if the operands are compressed files.
 function __qrx_reads_packed
     __qrx_uses test list info verify cat recover split join; and return
     __qrx_uses bench; and return 1
