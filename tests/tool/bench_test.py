@@ -263,7 +263,7 @@ class Failures(BenchTest):
         done = self.bench("e", "a", "--cells", "10", "--json")
         self.assertEqual(done.stderr, b"qrx: e: is empty, skipped\n")
         self.assertEqual([json.loads(line)["name"] for line in done.stdout.splitlines()], ["a"])
-        self.assertIn("there is nothing to measure", self.fails("-q", "e"))
+        self.assertIn("nothing to measure", self.fails("-q", "e"))
 
     def test_no_files(self):
         self.fails("--cells", "10")
