@@ -1,5 +1,5 @@
-# find_library_target(NAME HEADER [LIBRARY]): the body of a find module.  Finds a header, and a library unless the
-# header is all there is, and defines the imported target NAME::NAME.
+# find_library_target(NAME HEADER [LIBRARY]): the body of a find module.  Finds the header, and the library unless it
+# is header-only, and defines the imported target NAME::NAME.
 include(FindPackageHandleStandardArgs)
 macro(find_library_target name header)
   set(${name}_FILES ${name}_INCLUDE_DIR)

@@ -1,6 +1,6 @@
 # bash completion for qrx, unqrx and qrxcat
 
-# Prints the command that the words before the last one select.
+# Prints the command that the words before the cursor select.
 _qrx_command()
 {
     local word

@@ -23,7 +23,7 @@ constexpr u8 any_block = 2;    // nor its block size
 constexpr u8 by_callbacks = 4; // else from memory
 constexpr u8 keeps_damaged = 8;
 constexpr u32 threads_shift = 4; // 2 bits
-constexpr u8 is_limited = 64;    // to the memory that a reader says it needs, unless it searches
+constexpr u8 is_limited = 64;    // to the memory that a reader states, unless it searches
 constexpr u8 searches = 128;     // for records after damage
 
 // The faults byte: two periods of 4 bits; every n-th read fails, every m-th progress call cancels.

@@ -127,13 +127,13 @@ QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t thread
  * zeros in place of what can't be decoded.  Has no effect on qrx_reader_payload() and
  * qrx_reader_test().
  *
- * QRX_SEARCH, when opening a damaged file: searches for records after damage.  Without it, all
- * blocks after an invalid record head are missing.  A record whose head is damaged is used if its
- * extent is known; its event(), QRX_CORRUPT, has the number of the block.  A damaged header is
- * reconstructed from the records; event() and qrx_info.layout have QRX_NOT_QRX or QRX_CORRUPT then,
- * and the filter and the last bytes of the original may be wrong.  Opening reads the file from its
- * end back to the damage and decodes a few blocks.  That takes up to 64 bytes per block and 2 MiB,
- * or, if the header is damaged, about 192 MiB. */
+ * QRX_SEARCH, for opening damaged files: records after damage are searched for.  Without it, all
+ * blocks after an invalid record head count as missing.  A record with a damaged head is used if
+ * its extent is known; event() then gets QRX_CORRUPT with the number of its block.  A damaged
+ * header is reconstructed from the records; then event() and qrx_info.layout have QRX_NOT_QRX or
+ * QRX_CORRUPT, and the filter and the last bytes of the original may be wrong.  Opening reads the
+ * file from its end back to the damage and decodes a few blocks.  Memory for the search: up to 2
+ * MiB and 64 bytes per block, or about 192 MiB if the header is damaged. */
 #define QRX_SEAL 1u
 #define QRX_KEEP_DAMAGED 2u
 #define QRX_SEARCH 4u
@@ -256,7 +256,7 @@ typedef struct qrx_block_info {
 } qrx_block_info;
 
 /* Opens a file by name, which is in the ANSI code page on Windows.  Only the header has to be
- * intact, and with QRX_SEARCH not even that: missing or damaged records show in qrx_info.layout.
+ * intact, or not even that with QRX_SEARCH: missing or damaged records show in qrx_info.layout.
  * On failure `*reader` is null, here and in the next two functions. */
 QRX_API qrx_status qrx_reader_open(qrx_reader** reader, const char* name,
                                    const qrx_options* options);

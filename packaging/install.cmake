@@ -4,8 +4,8 @@ include(GNUInstallDirs)
 # Debian's zsh reads completions from packages in vendor-completions.
 set(QUARNEX_ZSH_DIR zsh/site-functions CACHE STRING "Where zsh looks for completions, below share")
 
-# install_completions(COMPONENT SOURCE DIRECTORY SUFFIX NAME OTHER...): shells look up completions by command
-# name, so other names get links.
+# install_completions(COMPONENT SOURCE DIRECTORY SUFFIX NAME OTHER...): installs completions as NAME, with links for
+# the other names, since shells look up completions by command name.
 function(install_completions component source directory suffix name)
   set(dest ${CMAKE_INSTALL_DATADIR}/${directory})
   install(FILES ${source} DESTINATION ${dest} COMPONENT ${component} RENAME ${name}${suffix})
@@ -17,7 +17,7 @@ function(install_completions component source directory suffix name)
   endforeach()
 endfunction()
 
-# install_program(COMPONENT NAME OTHER...): a program, its other names, manual pages and completions.
+# install_program(COMPONENT NAME OTHER...): installs a program, its other names, manual pages and completions.
 function(install_program component name)
   install(TARGETS ${name} RUNTIME COMPONENT ${component})
   foreach(other ${ARGN}) # created by the build: links to the program, or copies of it on Windows

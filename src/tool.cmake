@@ -1,5 +1,5 @@
-# The program qrx, a client of the library.  It is linked statically, so it runs without installation.  It
-# uses exceptions, as its libraries do.
+# The program qrx, a client of the library.  It links the library statically, so it runs without installation.
+# It uses exceptions, as its other libraries do.
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 add_executable(qrx ${tool_sources} ${tool_headers})

@@ -18,7 +18,7 @@ constexpr u32 mib = u32{1} << 20;
 /// Added to a length before its slot is taken (main_alphabet.h).
 constexpr u32 slot_margin = 256;
 static_assert(slot_count(1000) == value_slot(1000 + slot_margin) + 1);
-/// Largest block size tried unless the header states a larger one, and a usual smaller one.
+/// Largest block size tried unless the header states a larger one, and the usual sizes.
 constexpr u16 max_trial_mb = 64;
 constexpr u16 default_mb = 32;
 constexpr u16 usual_mb = 16;
@@ -26,11 +26,11 @@ constexpr u16 max_block_mb = 2047;
 constexpr u8 first_parse_level = 8; // levels 8 and 9 have a shorter minimum match
 constexpr u8 default_level = 3;
 constexpr u8 max_context_bits = 8;
-/// Method 3 is the one whose payloads most often seem to end exactly by chance: last.
+/// Method 3 comes last: its payloads most often seem to end exactly by chance.
 constexpr std::array<u8, last_method> methods_by_certainty{1, 2, 4, 5, 3};
 /// Records decoded to check parameters.
 constexpr u32 max_samples = 3;
-/// Bytes decoded by all trials, about: a bound on the time.
+/// Approximate limit on the bytes decoded by all trials, to bound the time.
 constexpr u64 max_trial_bytes = u64{4} << 30;
 
 struct record_extent {
@@ -48,7 +48,7 @@ class header_search {
     }
 
     [[nodiscard]] status find_records();
-    /// True if the records found don't fit the header, which is valid.
+    /// Sets `is_contradicted` if the records found don't fit the header, which is valid.
     [[nodiscard]] status compare(const file_layout& layout, bool& is_contradicted);
     [[nodiscard]] status find(bool is_valid, std::optional<file_layout>& found);
     bool lacks_memory() const { return lacks_memory_; }
@@ -59,7 +59,7 @@ class header_search {
     [[nodiscard]] status walk(u64 position, u32 number, u32& count);
     void keep_sample(const record_extent& record);
     [[nodiscard]] status load(const record_extent& record);
-    /// Decodes the loaded payload; an empty result without memory or time.
+    /// Decodes the loaded payload.  The result is empty if memory or the limit on trials runs out.
     codec_result trial(const codec_parameters& parameters, u64 length);
     bool is_exact(const codec_parameters& parameters, u64 length)
     {
@@ -67,12 +67,12 @@ class header_search {
     }
 
     [[nodiscard]] status find_parameters(bool usual_only, file_parameters& found, bool& is_found);
-    /// Returns the length from `min` to `max`, a multiple of `unit`, of the block with which the
-    /// loaded payload ends exactly; the longest in its range of lengths with the same slots.  0 if
-    /// there is none.
+    /// Returns a block length, a multiple of `unit` from `min` to `max`, at which the loaded
+    /// payload ends exactly: the longest of those with the same number of slots.  0 if there is
+    /// none.
     u64 find_length(const codec_parameters& parameters, u64 min, u64 max, u64 unit);
-    /// Return the block size with which the loaded payload ends exactly, 0 if there is none: among
-    /// those stated and usual, or any.
+    /// Return the block size at which the loaded payload ends exactly, 0 if there is none: one that
+    /// is stated or usual, or any.
     u16 usual_block_mb(const codec_parameters& parameters);
     u16 any_block_mb(const codec_parameters& parameters);
     /// Tries all codec parameters on the loaded payload.
@@ -110,7 +110,7 @@ class header_search {
     owned_array<u8> block_;
     u64 block_room_ = 0;
     u64 trial_bytes_ = 0;
-    bool lacks_memory_ = false; // for a trial: its failure means nothing
+    bool lacks_memory_ = false; // for a trial, whose failure then means nothing
 };
 
 status header_search::walk(u64 position, u32 number, u32& count)
@@ -154,7 +154,7 @@ status header_search::find_records()
     status read = walk(file_header_bytes, 0, count_);
     is_walked_ = count_ != 0;
     if (read != status::done || is_walked_ || file_.size <= file_header_bytes) return read;
-    // The first head is damaged as well: a layout that allows any chain of records.
+    // The first head is damaged as well: search with a layout that allows any chain of records.
     file_layout any;
     any.parameters.codec.method = first_method;
     any.parameters.block_mb = max_block_mb;
@@ -212,7 +212,8 @@ u64 header_search::find_length(const codec_parameters& parameters, u64 min, u64 
 {
     const bool has_slots = parameters.method == 3 || parameters.method == 4;
     for (u64 length = min; length <= max;) {
-        // Streams of methods 3 and 4 depend on the number of slots, so on a range of lengths.
+        // Streams of methods 3 and 4 depend on the number of slots, the same for a range of
+        // lengths.
         const u32 slot = value_slot(static_cast<u32>(length) + slot_margin);
         const u64 end = std::min<u64>(max, slot_base(slot + 1) - slot_margin - 1);
         const u64 decoded = trial(parameters, end).length;
@@ -303,7 +304,8 @@ status header_search::find_last_length(const file_parameters& parameters, u64& l
     if (read != status::done) return read;
     const u64 block_size = parameters.block_size();
     const u64 before = (count_ - 1) * block_size;
-    const u64 low_bits = stated_.original_size % block_size; // right if its high bytes are damaged
+    const u64 low_bits =
+        stated_.original_size % block_size; // right if only its high bytes are damaged
     for (const u64 tried : {stated_.original_size - before, low_bits}) {
         if (tried == 0 || tried > block_size) continue;
         length = tried;
@@ -364,7 +366,7 @@ status header_search::compare(const file_layout& layout, bool& is_contradicted)
 status header_search::find(bool is_valid, std::optional<file_layout>& found)
 {
     if (count_ == 0) return status::done;
-    // With the right number of blocks, the payloads are more probably damaged than the header.
+    // If the number of blocks is right, damaged payloads are more probable than a wrong header.
     const std::optional<file_layout> stated = is_valid ? lay_out(stated_) : std::nullopt;
     const bool is_probable = stated && stated->block_count == count_;
     file_parameters parameters;

@@ -20,10 +20,10 @@ struct notice {
     int cause = 0; // errno, or the error number of a callback
 };
 
-/// What a reader does about damage.
+/// How a reader handles damage.
 struct damage_rules {
-    bool keeps_damaged = false; // reports it without failing, and puts zeros in its place
-    bool searches = false;      // searches for records after it
+    bool keeps_damaged = false; // report damage without failing, and put zeros in its place
+    bool searches = false;      // search for records after damage
 };
 
 /// Callbacks of a reader or writer; each may be null.

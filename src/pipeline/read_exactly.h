@@ -1,4 +1,4 @@
-// pipeline/read_exactly.h - reads from a source, with a report of failures
+// pipeline/read_exactly.h - reads a number of bytes or reports the failure
 #pragma once
 
 #include "common/byte_stream.h"
@@ -6,7 +6,7 @@
 
 namespace quarnex {
 
-/// Reads exactly `size` bytes; fewer are reported as truncation.
+/// Reads exactly `size` bytes.  Reports read errors, and truncation if there are fewer.
 [[nodiscard]] inline status read_exactly(const byte_source& file, const listener& watcher,
                                          u64 offset, u8* dest, usize size)
 {

@@ -23,7 +23,8 @@ status record_index::read_header(const byte_source& file, const listener& watche
     const status read = read_exactly(file, watcher, 0, bytes.data(), size);
     if (read != status::done) return read;
     file_header header{};
-    // A file shorter than a header is truncated if it starts like a .qrx file, otherwise not one.
+    // A file shorter than a header is truncated if it starts like a .qrx file, otherwise not a .qrx
+    // file.
     if (!unpack_file_header(bytes, header)) return watcher.report({.what = status::not_qrx});
     if (size != bytes.size())
         return watcher.report({.what = status::truncated, .wanted = bytes.size(), .got = size});
@@ -161,7 +162,7 @@ void record_index::add_record(const walk& at, const record_head& head, u32 block
     note(at.damage_watcher,
          {.what = status::block_repeated, .block = block, .offset = at.position()});
     if (!searches_ || !at.is_first) return;
-    // One displacement is wrong, rather not one of 0: most are.
+    // One displacement is wrong: probably one other than 0, since most are 0.
     const bool is_natural = displaced_index(head.displacement, at.trail.count) == at.trail.count;
     repeated_ = is_natural ? place : added;
     ++repeated_count_;
@@ -186,7 +187,7 @@ void record_index::remove_record(u32 block)
 
 status record_index::search(const allocator& source, const walk& at)
 {
-    // An original with more blocks than places has an impossible size.
+    // More blocks than records fit into the file: the size of the original is impossible.
     if (layout_.block_count == 0 || layout_.block_count > place_count_) return status::done;
     const status searched = find_chain(source, at.file, layout_, at.trail, at.watcher, chain_);
     if (searched != status::done || !chain_) return searched;

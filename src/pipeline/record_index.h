@@ -23,7 +23,7 @@ struct block_place {
 
 class record_index {
   public:
-    /// An index that, if `searches`, searches for records after damage.
+    /// Creates an index.  If `searches`, records after damage are searched for.
     explicit record_index(bool searches) : searches_(searches) {}
 
     /// Reads a file's header.
@@ -35,9 +35,9 @@ class record_index {
         header_fault_ = fault;
     }
 
-    /// Bytes that read_records() allocates: 16 for each block, bounded by the size of the file.
+    /// Bytes that read_records() allocates: 16 per block, bounded by the size of the file.
     u64 memory_needed(const byte_source& file) const;
-    /// Bytes that its first call allocates in addition, and frees again.
+    /// Further bytes that its first call allocates and frees again.
     u64 search_memory(const byte_source& file) const;
 
     /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
@@ -45,7 +45,7 @@ class record_index {
     /// only reports the damage again.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
-    /// Why a block has no record.
+    /// Returns the fault to report for a block without a record.
     status missing_fault() const;
     /// Sets is_summed of all blocks to false.
     void forget_sums();
@@ -65,8 +65,8 @@ class record_index {
     /// Length of a block in bytes; 0 for the only block of an empty file.  At most INT32_MAX for a
     /// block that has a record.
     u64 length_of(u32 block) const;
-    /// Returns the first block from `block` on that has a record (if `is_found`) or has none (if
-    /// not); without one, the number of blocks that can have a record.
+    /// Returns the first block from `block` on that has a record (`is_found`) or has none
+    /// (`!is_found`); if there is no such block, the number of blocks that can have a record.
     u32 skip_to(u32 block, bool is_found) const;
     /// Returns the place of a block, or null if it has no record.
     block_place* find(u32 block);
@@ -86,10 +86,10 @@ class record_index {
     };
 
     u32 max_places(const byte_source& file) const;
-    /// Reads the record heads up to number `end`, or to one that is invalid or cut.
+    /// Reads the record heads up to number `end`, or to one that is invalid or truncated.
     [[nodiscard]] status read_to(walk& at, u32 end);
-    /// Reads the next record head and moves past the record; sets `at.fault` instead if it is
-    /// invalid or cut.
+    /// Reads the next record head and moves past the record, or sets `at.fault` if the head is
+    /// invalid or the record truncated.
     [[nodiscard]] status read_record(walk& at);
     /// Adds the next record of a walk, for `block`.
     void add_record(const walk& at, const record_head& head, u32 block);
@@ -104,8 +104,9 @@ class record_index {
     [[nodiscard]] status resume(walk& at);
     /// True if the damaged part before the chain is one record.
     bool has_lost_one() const { return chain_ && chain_->has_lost_one; }
-    /// If one block is missing and one record has no block, these belong together: a record whose
-    /// head is damaged but whose extent is known, or one of two records of the same block.
+    /// If exactly one block is missing and one record has no block, assigns the record to the
+    /// block: a record of known extent whose head is damaged, or one of two records of the same
+    /// block.
     void guess_lost_block();
     /// Reports each run of missing blocks as one fault; `wanted` is its length in blocks.
     void report_missing(const listener& damage_watcher);
@@ -123,9 +124,9 @@ class record_index {
     status header_fault_ = status::done; // not_qrx or corrupt if the header was replaced
     status layout_fault_ = status::done;
     std::optional<record_chain> chain_; // after a damaged part
-    block_place repeated_{};            // the last record whose block has another one
+    block_place repeated_{};            // the last record whose block already had one
     u32 repeated_count_ = 0;
-    std::optional<notice> guess_; // the block whose record was guessed, and the offset of that
+    std::optional<notice> guess_; // the block whose record was guessed, and the record's offset
 };
 
 } // namespace quarnex

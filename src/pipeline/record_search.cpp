@@ -14,15 +14,15 @@ namespace {
 
 /// Positions scanned at a time.
 constexpr usize window_bytes = usize{1} << 20;
-/// Bytes after the last position of a window that belong to its head.
+/// Bytes after a window that belong to a head at its last position.
 constexpr usize overlap = record_head_bytes - 1;
-/// Limits on the anchored positions: those in excess of the records of the file are false.
+/// Limits on the anchored positions.  Any beyond the number of records in the file are false.
 constexpr u64 spare_anchors = 1000;
 constexpr u64 max_anchors = u64{1} << 22;
 
 /// A position from which a chain leads to the end of the file.
 struct anchor {
-    u64 position = 0; // 0: a free place in the table
+    u64 position = 0; // 0: a free entry of the table
     u32 records = 0;  // from there to the end
     u32 left = 0;     // bytes after the last record, 0 to 4
 };
@@ -39,9 +39,9 @@ u64 table_size(u64 anchors)
     return std::bit_ceil(2 * anchors);
 }
 
-/// A hash table of anchors by position, with linear probing.  Long runs of occupied places occur in
-/// hostile files only; there, anchors past the limit get lost, so that a look-up takes constant
-/// time.
+/// A hash table of anchors by position, with linear probing.  Long runs of occupied entries occur
+/// only in hostile files.  The number of probes is limited, so a lookup takes constant time;
+/// anchors that would need more are dropped.
 class anchor_table {
   public:
     [[nodiscard]] bool allocate(const allocator& source, u64 limit)
@@ -71,7 +71,7 @@ class anchor_table {
   private:
     static constexpr usize max_probes = 128;
 
-    /// Returns the place of a position, its own or a free one; null if both are too far away.
+    /// Returns the entry of a position, or a free one for it; null if neither is within reach.
     anchor* place_of(u64 position) const
     {
         const usize first = static_cast<usize>(position * 0x9E3779B97F4A7C15 >> 32);
@@ -87,16 +87,16 @@ class anchor_table {
     u64 left_ = 0;
 };
 
-/// A chain and what speaks for it.
+/// A chain and the criteria by which it is ranked.
 struct candidate {
     record_chain chain;
-    u32 found = 0;             // records of trail and chain, and the one whose size is known
-    bool ends_well = false;    // nothing or a seal follows, not part of a seal
-    bool explains_all = false; // no bytes are between the records of trail and chain
+    u32 found = 0;             // records of trail and chain, including a lost one of known extent
+    bool ends_well = false;    // nothing or a whole seal follows
+    bool explains_all = false; // no bytes are left over between trail and chain
     bool is_natural = false;   // the first record's displacement is 0, the most frequent value
 
-    /// A longer chain counts more than a longer trail: a false head before it is improbable, while
-    /// the size of the trail's last record may be what is damaged.
+    /// A longer chain ranks above a longer trail: a false head that leads to the chain is
+    /// improbable, while the size of the trail's last record may be damaged.
     auto rank() const
     {
         return std::tuple(found, ends_well, explains_all, chain.records, is_natural);
@@ -126,7 +126,7 @@ class chain_search {
     void consider(const anchor& start, u8 displacement);
     /// Returns the number of records of the trail to keep before a chain.
     u32 kept_before(const anchor& start) const;
-    /// A record that extends from one position to another.
+    /// True if a record can extend from one position to another.
     bool can_extend(u64 from, u64 to) const
     {
         return to > from + record_head_bytes && to - from - record_head_bytes <= max_size_;
@@ -168,7 +168,7 @@ status chain_search::run(const allocator& source, const listener& watcher)
 
 void chain_search::add_ends()
 {
-    // No head fits into the last four bytes, so these positions can't mean a head.
+    // No head fits into the last four bytes, so these positions aren't mistaken for heads.
     for (u32 left = 0; left <= seal_bytes; ++left)
         if (file_.size > left) anchors_.add({file_.size - left, 0, left});
 }
@@ -199,7 +199,7 @@ u32 chain_search::kept_before(const anchor& start) const
     const u32 limit = layout_.record_count() - start.records;
     u32 kept = std::min(trail_.count, limit);
     while (kept > oldest && trail_.head_of(kept) > start.position) --kept;
-    // If no record is lost and yet bytes are left over, the last record before them is rather
+    // If bytes are left over although no record is lost, the last record before them is probably
     // longer than its head says, unless a plausible head follows it.
     const bool is_doubtful = kept == limit && kept == trail_.count && !trail_.is_confirmed;
     if (is_doubtful && kept > oldest && trail_.head_of(kept) != start.position &&
@@ -225,9 +225,9 @@ void chain_search::consider(const anchor& start, u8 displacement)
     if (made.found > trail_.count && made.rank() > best_.rank()) best_ = made;
 }
 
-/// If only the head of the last record is lost, that record extends to the end or to the seal.  The
-/// size that its head states is closer to the right one than to the other, unless the damage is
-/// such that it doesn't matter.
+/// If only the head of the last record is lost, that record extends to the end of the file or to
+/// the seal.  Of these two sizes, the one with fewer bits different from the size stated by the
+/// damaged head is taken.
 status find_last_record(const byte_source& file, const file_layout& layout,
                         const record_trail& trail, const listener& watcher,
                         std::optional<record_chain>& found)

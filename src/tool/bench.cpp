@@ -1,8 +1,8 @@
 // Measures cells with files in memory.
 //
-// All files are measured in one cell before the next, so rows of the table are complete as soon as
-// they appear: a run over all cells takes minutes, and an interrupted one leaves what it has found.
-// The front is known at the end only, so it follows as a list, fastest cell first.
+// All files are measured with one cell before the next, so each row of the table can be printed at
+// once: a run over all cells takes minutes, and an interrupted one leaves its results so far.  The
+// front is known only at the end, so it follows as a list, fastest cell first.
 #include "tool/bench_front.h"
 #include "tool/bench_json.h"
 #include "tool/bench_plot.h"
@@ -60,8 +60,8 @@ class benchmark {
         cells_.erase(std::unique(cells_.begin(), cells_.end()), cells_.end());
     }
 
-    /// Reads all files.  One that can't be read ends the run: figures for the others aren't what
-    /// was asked for, and would take minutes.
+    /// Reads all files.  One that can't be read ends the run, rather than minutes of measuring
+    /// without it.
     int read_files()
     {
         for (const path& name : run_.settings.names) {
@@ -75,7 +75,7 @@ class benchmark {
                 files_.push_back(std::move(file));
         }
         if (!files_.empty()) return exit_good;
-        run_.messages.error("all files are empty: there is nothing to measure");
+        run_.messages.error("all files are empty: nothing to measure");
         return exit_failed;
     }
 
@@ -86,7 +86,7 @@ class benchmark {
         if (opened != 0) return fail(file.name, system_error_text(opened));
         traits_.push_back(input.traits());
         if (is_over_limit(input.size())) return fail_limit(file.name, input.size());
-        // A file is read at once, a pipe piece by piece.
+        // A file is read in one call, a pipe piece by piece.
         const uint64_t wanted = input.is_seekable() ? input.size() : uint64_t{read_bytes};
         if (wanted > file.content.max_size()) return fail(file.name, "is too large for memory");
         const auto piece = static_cast<size_t>(wanted);
@@ -115,7 +115,7 @@ class benchmark {
                               ", and the memory limit is " + size_text(run_.settings.memory_limit));
     }
 
-    /// Refuses cells for which the memory limit is too low before anything is measured.
+    /// Refuses cells for which the memory limit is too low, before anything is measured.
     int check_memory() const
     {
         const uint64_t limit = run_.settings.memory_limit;
@@ -131,7 +131,7 @@ class benchmark {
         return exit_good;
     }
 
-    /// Creates the plot's file, so that a name that can't be used is noticed before minutes of
+    /// Creates the file of the plot, so that an unusable name is noticed before minutes of
     /// measuring.  The file gets its name at the end.
     int create_plot()
     {

@@ -1,7 +1,7 @@
-// Each thread has a codec of its own and takes the next block until none is left.  Only the calls
-// of the codec count as time: a repetition takes as long as the thread with the largest sum of
-// calls. Copying a block into the codec's buffer, where qrx reads files to, and comparing it
-// afterwards aren't included.
+// Each thread has a codec of its own and takes the next block until none is left.  Only the time
+// spent in the codec counts: that of a repetition is the largest sum of any thread.  Copying a
+// block into the codec's buffer, into which qrx would read the file, and comparing the result with
+// the original are excluded.
 #include "tool/bench_measure.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ constexpr uint64_t header_bytes = 32;
 constexpr uint64_t record_head_bytes = 5;
 constexpr uint64_t seal_bytes = 4;
 
-/// Bytes by which the type of a file is detected.
+/// Bytes at the start of a file that determine its type.
 constexpr size_t sample_bytes = size_t{1} << 20;
 
 using clock = std::chrono::steady_clock;
@@ -125,7 +125,7 @@ class measurement {
         blocks_.push_back(std::move(added));
     }
 
-    /// A block that can't be decoded right after it was encoded is a defect, not damage.
+    /// Failing to decode a block that was just encoded is a defect of the program, not damage.
     static int fail(qrx_status status, std::string& error)
     {
         const int known = exit_status_of(status);

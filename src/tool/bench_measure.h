@@ -1,4 +1,4 @@
-// tool/bench_measure.h - compresses and decompresses files in memory, and takes the time
+// tool/bench_measure.h - times compression and decompression of files in memory
 #pragma once
 
 #include "tool/library.h"
@@ -21,7 +21,7 @@ struct bench_plan {
     double min_seconds = 0; // spent on repetitions, for each file and direction
 };
 
-/// What a cell makes of a file, or of several.
+/// The results of a cell for a file, or for several.
 struct bench_result {
     int cell = 0; // method and level, two digits
     uint32_t block_mib = 0;
@@ -40,7 +40,7 @@ struct bench_result {
 /// Returns the sum of the results of one cell for several files.
 bench_result sum_of(const std::vector<bench_result>& results);
 
-/// Returns the parameters of a cell, with defaults replaced.
+/// Returns the parameters of a cell, with defaults filled in.
 qrx_params cell_params(int cell, const bench_plan& plan);
 
 /// Returns an upper bound on the memory of measuring a cell with `files`, their content included.

@@ -13,7 +13,7 @@ namespace {
 constexpr double width = 1000;
 constexpr double height = 600;
 
-/// Colours of the methods, which people with colour blindness can tell apart (Okabe and Ito 2008).
+/// Colours of the methods, distinguishable with colour blindness (Okabe and Ito 2008).
 constexpr std::array method_colours{"#0072b2", "#d55e00", "#009e73", "#cc79a7", "#e69f00"};
 
 struct point {
@@ -66,7 +66,7 @@ std::string attribute(const char* name, double value)
 }
 
 /// Returns UTF-8 text for the content of an element: markup is escaped, and the two characters that
-/// XML excludes but printable() lets pass become question marks.
+/// printable() allows but XML doesn't become question marks.
 std::string escaped(std::string_view text)
 {
     std::string made;
@@ -113,8 +113,8 @@ struct axis {
     std::vector<double> marks;
 };
 
-/// Returns a logarithmic axis for positive values, with marks at powers of 10 and, if these are
-/// few, at 2 and 5 times them.
+/// Returns a logarithmic axis for positive values, with marks at powers of 10 and, if they are few,
+/// at 2 and 5 times them.
 axis speed_axis(const std::vector<double>& speeds)
 {
     const auto [least, most] = std::minmax_element(speeds.begin(), speeds.end());
@@ -150,7 +150,7 @@ axis ratio_axis(const std::vector<bench_result>& results)
     return made;
 }
 
-/// Places the labels of points so that they cover neither points nor each other, if there is room.
+/// Places the labels of points so that, if there is room, they cover neither points nor each other.
 class label_placer {
   public:
     label_placer(const box& frame, const std::vector<point>& points) : frame_(frame)
@@ -276,7 +276,7 @@ class panel {
         return made;
     }
 
-    /// Labels of the front come first, so that they get the best places.
+    /// Labels points of the front first, so that they get the best places.
     std::string draw_labels() const
     {
         const std::vector<bool> on_front = front_of(results_, speed_);
@@ -316,7 +316,7 @@ std::string draw_legend(double y)
            text_element({x + 32, y + 4}, "", "front: no other cell is both faster and smaller");
 }
 
-/// Shortens a title to what fits the picture; never cuts a character of UTF-8 in two.
+/// Shortens a title to fit the picture, at the boundary of a UTF-8 character.
 std::string shortened(const std::string& text)
 {
     constexpr size_t max_bytes = 90;

@@ -5,8 +5,8 @@
 
 namespace tool {
 
-/// Returns an SVG document: a panel for each direction, with speed (logarithmic) and ratio of each
-/// result, and a line along the front.  `results` isn't empty.
+/// Returns an SVG document: a panel for each direction that plots speed (logarithmic) and ratio of
+/// each result, with a line along the front.  `results` must not be empty.
 std::string bench_svg(const std::string& title, const std::vector<bench_result>& results);
 
 } // namespace tool

@@ -8,7 +8,7 @@ namespace tool {
 /// Returns the name of the only file, or the number of files.
 std::string files_text(const std::vector<bench_file>& files);
 
-/// Returns what was measured, and the heads of the columns.
+/// Returns a line about what is measured, and the column heads.
 std::string table_head(const bench_plan& plan, const std::vector<bench_file>& files);
 
 /// Returns a row of the table.

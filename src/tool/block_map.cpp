@@ -10,7 +10,7 @@ namespace {
 constexpr uint64_t line_characters = 64;
 constexpr uint64_t max_lines = 64;
 
-/// Returns the blocks that faults concern, sorted.
+/// Returns the blocks that have faults, sorted.
 std::vector<uint64_t> damaged_blocks(const observer& watcher)
 {
     std::vector<uint64_t> blocks;
@@ -31,8 +31,8 @@ void append(std::vector<block_run>& runs, const block_run& next)
     runs.back().payload_size += next.payload_size;
 }
 
-/// Returns the most severe state of the blocks from `first` up to `last`.  `run` is the run of
-/// `first`, and becomes that of the block before `last`.
+/// Returns the most severe state of `run` and the following runs that start before block `last`.
+/// `run` becomes the last of these.
 block_state worst_state(std::vector<block_run>::const_iterator& run, uint64_t last)
 {
     block_state worst = run->state;

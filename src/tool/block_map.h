@@ -1,21 +1,21 @@
 // tool/block_map.h - the state of each block of a file, as runs and as a map of characters
 //
 // A damaged header can claim 2^32 blocks, of which nearly all are missing.  Time and memory depend
-// on the number of blocks that are there.
+// only on the number of blocks that have a record.
 #pragma once
 
 #include "tool/library.h"
 
 namespace tool {
 
-/// In the order of severity: a character of the map that stands for several blocks shows the last
-/// of their states.
+/// In increasing order of severity: a character of the map that stands for several blocks shows
+/// their most severe state.
 enum class block_state { compressed, stored, missing, damaged };
 
 const char* state_name(block_state state);
 char state_character(block_state state);
 
-/// Blocks in a row that have the same state.
+/// Consecutive blocks with the same state.
 struct block_run {
     uint64_t first = 0;
     uint64_t count = 0;
@@ -30,7 +30,7 @@ std::vector<block_run> block_runs(const open_reader& input);
 /// A map: one character for every `scale` blocks, 64 to a line.
 struct block_map {
     uint64_t scale = 1;
-    std::vector<std::string> lines; // a line that repeats the one before it is "*"
+    std::vector<std::string> lines; // "*" for a line equal to the previous one
 };
 
 block_map draw_map(const std::vector<block_run>& runs);

@@ -8,16 +8,16 @@
 namespace tool {
 namespace {
 
-/// Bytes before the first difference that are not trusted.  The x86 filter looks at up to 8 bytes
-/// that follow.
+/// Bytes before the first difference that are not trusted either.  The x86 filter looks up to 8
+/// bytes ahead.
 constexpr size_t margin_bytes = 16;
 
 constexpr unsigned filling_count = 6;
 
-/// The last bytes of a payload can be redundant, but not more than these.
+/// Upper bound on the redundant bytes at the end of a payload.
 constexpr size_t redundant_bytes = 16;
 
-/// Fills the rest of a payload with zeros, ones, or random bytes.
+/// Fills the unknown rest of a payload with 0x00, 0xFF or random bytes.
 void fill(partial_payload& payload, unsigned filling)
 {
     std::minstd_rand source(filling);
@@ -64,11 +64,11 @@ qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partia
                                    block.begin());
     }
     if (result != QRX_OK) return result;
-    // If the decoder doesn't get to the rest, what is known of the payload is damaged.
+    // A decoder that never gets to the unknown rest was misled: the known bytes are damaged.
     const bool is_damaged =
         same == block.size() && payload.bytes.size() - payload.known > redundant_bytes;
     if (is_damaged) same = 0;
-    // A decoder that stops leaves zeros, which the delta filter turns into repeated bytes.
+    // A decoder that stops early leaves zeros, which the delta filter turns into repeated bytes.
     const bool is_stored = payload.bytes.size() == block.size();
     if (params.filter == QRX_FILTER_DELTA && !is_stored) same = 0;
     while (same != 0 && block[same - 1] == 0) --same;

@@ -1,4 +1,4 @@
-// tool/block_prefix.h - the start of a block whose payload is known in part
+// tool/block_prefix.h - decodes the start of a block from the first bytes of its payload
 #pragma once
 
 #include "tool/options.h"
@@ -11,13 +11,13 @@ struct partial_payload {
     size_t known = 0;
 };
 
-/// Decodes as much of a block as its payload determines.  The missing part of the payload is filled
-/// in several ways; up to where the results first differ, they don't depend on it.
+/// Decodes as much of a block as the known bytes of its payload determine.  The unknown rest is
+/// filled in several ways: up to their first difference, the results don't depend on it.
 ///
 /// Decoders of methods 3 to 5 compare the payload with thresholds, so a token is certain if the
-/// smallest and the largest possible rest give the same one.  Different tokens can start with the
-/// same bytes, though, and methods 1 and 2 read bytes in another order.  Random rests and a margin
-/// make a wrong byte improbable.
+/// smallest rest (all 0x00) and the largest one (all 0xFF) give the same token.  Yet different
+/// tokens can produce the same first bytes, and methods 1 and 2 don't compare at all.  Random rests
+/// and a margin make a wrong byte improbable.
 ///
 /// `block` has the length of the block, and receives zeros after the first `certain` bytes.
 qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partial_payload& payload,

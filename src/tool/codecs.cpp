@@ -5,7 +5,7 @@
 namespace tool {
 namespace {
 
-/// Codecs kept at a time: each can hold large tables.
+/// Largest number of codecs kept: each can hold large tables.
 constexpr size_t max_codecs = 2;
 
 constexpr uint32_t method_with_context_bits = 4;
@@ -24,7 +24,7 @@ qrx_codec* codec_cache::find(const qrx_params& params)
         return are_same_blocks(known.params, params);
     });
     if (found != entries_.end()) {
-        std::rotate(entries_.begin(), found, found + 1); // the last used is the first
+        std::rotate(entries_.begin(), found, found + 1); // most recently used first
         return entries_[0].codec.get();
     }
     if (entries_.size() == (memory_limit_ != 0 ? 1 : max_codecs)) entries_.pop_back();

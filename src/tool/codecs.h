@@ -1,4 +1,4 @@
-// tool/codecs.h - codecs that are kept from file to file
+// tool/codecs.h - a cache of codecs, which are reused from file to file
 #pragma once
 
 #include "tool/library.h"
@@ -7,14 +7,14 @@
 
 namespace tool {
 
-/// A codec per set of parameters.  The tables of a match finder take tens of MiB, and a new table
-/// costs more than compressing a small file; a codec clears only what the last block has touched.
+/// A codec per set of parameters.  The tables of a match finder take tens of MiB, and clearing new
+/// ones takes longer than compressing a small file; a codec clears only what its last block
+/// touched.
 class codec_cache {
   public:
     explicit codec_cache(uint64_t memory_limit) : memory_limit_(memory_limit) {}
 
-    /// Returns a codec for blocks of `params`, which qrx_params_settle() has completed; null if
-    /// there is no memory for it.
+    /// Returns a codec for `params`, completed by qrx_params_settle(); null without memory.
     qrx_codec* find(const qrx_params& params);
 
   private:

@@ -11,7 +11,7 @@
 namespace tool {
 namespace {
 
-/// Bytes by which the type of a file is detected.
+/// Bytes at the start of a file that determine its type.
 constexpr size_t sample_bytes = size_t{1} << 20;
 
 class compression {
@@ -56,7 +56,7 @@ class compression {
     {
         const bool is_stdin = is_stdio(item_.source);
         file_traits named;
-        // Before it is opened: that could wait for the other end of a named pipe.
+        // Checked before opening, which would wait for the other end of a named pipe.
         if (!is_stdin && !run_.settings.force && !run_.settings.to_stdout &&
             traits_of(item_.source, true, named) == 0 && !named.is_regular)
             return fail(item_.source, "not a regular file, skipped");
@@ -65,16 +65,19 @@ class compression {
         return run_.settings.removes_source ? check_removal() : exit_good;
     }
 
-    /// Removing a link or one of several names wouldn't remove the file.
+    /// Refuses links: removing a symbolic link or one of several hard links doesn't remove the
+    /// file.
     int check_removal() const
     {
         if (is_stdio(item_.source)) return fail(item_.source, "--rm needs a file name");
         if (is_stdout()) return fail(item_.source, "--rm needs an output file");
         file_traits unfollowed;
         traits_of(item_.source, false, unfollowed);
-        if (unfollowed.is_link) return fail(item_.source, "is a link, not removed: skipped");
+        if (unfollowed.is_link)
+            return fail(item_.source, "is a symbolic link, skipped because of --rm");
         if (unfollowed.links > 1 && !run_.settings.force)
-            return fail(item_.source, "has other names (hard links), skipped");
+            return fail(item_.source,
+                        "has other hard links, skipped because of --rm (-f permits it)");
         return exit_good;
     }
 
@@ -95,8 +98,8 @@ class compression {
         return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
     }
 
-    /// Reads the start of the source.  A source of unknown size is read up to a whole block: its
-    /// size is known if it ends there.
+    /// Reads the start of the source.  Of a source of unknown size, up to one byte more than a
+    /// block is read: if fewer come, its size is known.
     int read_start()
     {
         const uint64_t block = uint64_t{params_.block_mib} << 20;
@@ -127,7 +130,8 @@ class compression {
         return open_writer(threads);
     }
 
-    /// An output that can't go back gets the size first, if it is known, or is spooled.
+    /// Standard output is spooled to a temporary file if it has to be read back, or if the size of
+    /// the source is unknown and can't be written into the header at the end.
     int open_writer(uint32_t threads)
     {
         output_ = is_stdout() ? &standard_output_ : &file_;
@@ -160,7 +164,7 @@ class compression {
                     exit_status_of(result));
     }
 
-    /// Compresses a small file with a codec that is kept from file to file.
+    /// Compresses a small file with a codec from the cache.
     qrx_status write_small(qrx_codec* codec)
     {
         const size_t capacity = start_size_ + QRX_CODEC_SLACK;
@@ -201,7 +205,7 @@ class compression {
         }
         if (result != QRX_OK) return fail_library(result);
         if (size_ != QRX_UNKNOWN_SIZE && done < size_)
-            return fail(item_.source, "shrank while it was read");
+            return fail(item_.source, "shrank while being read");
         result = qrx_writer_finish(writer_.get());
         writer_.reset();
         size_ = done;
@@ -279,7 +283,7 @@ class compression {
         run_.messages.note(item_.source, sizes_text(size_, compressed, seconds));
     }
 
-    /// The output, and how far it has been written.
+    /// The output and the end of what has been written to it.
     struct counted_output {
         output_file* file = nullptr;
         progress_line* progress = nullptr;

@@ -1,4 +1,4 @@
-// tool/console.h - messages on standard error, texts for standard output
+// tool/console.h - messages on standard error, text on standard output
 #pragma once
 
 #include "tool/options.h"
@@ -8,8 +8,8 @@
 
 namespace tool {
 
-/// Returns `text` so that a terminal can't misread it: control characters and bytes that aren't
-/// UTF-8 become \x1b or the like.
+/// Makes text safe for a terminal: control characters, marks that change the direction of text, and
+/// bytes that aren't UTF-8 are escaped, such as \x1b.
 std::string printable(std::string_view text);
 
 /// Returns the name of a file for messages.
@@ -48,7 +48,7 @@ class console {
 /// Prints a line on standard output.  A write error is remembered for close_output().
 void print_line(std::string_view line);
 
-/// Shows the lines printed so far.
+/// Flushes the lines printed so far.
 void flush_output();
 
 /// Closes standard output; returns an errno value, 0 if everything was written.

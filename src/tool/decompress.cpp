@@ -66,7 +66,7 @@ class decompression {
     {
         destination dest{target_, target_name()};
         const int status = write_range(run_, item_.source, input_, {}, dest);
-        // What is written to standard output stays there, even if it ends at damage.
+        // Standard output keeps the bytes before damage.
         if (status == exit_good || is_stdout()) return std::max(status, finish());
         return status;
     }
@@ -86,7 +86,7 @@ class decompression {
         return error == 0 ? exit_good : fail(item_.target, system_error_text(error));
     }
 
-    /// Compares what is in the output file with the compressed one.
+    /// Compares the output file with the compressed one.
     int verify()
     {
         run_.progress.start(item_.source, input_.info.original_size);

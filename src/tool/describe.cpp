@@ -9,7 +9,7 @@
 namespace tool {
 namespace {
 
-/// A hostile file can have a fault for each of its records.
+/// Faults printed without -v: a hostile file can have one per record.
 constexpr size_t max_messages = 10;
 
 template <size_t Count>

@@ -23,20 +23,20 @@ std::string ratio_text(uint64_t compressed, uint64_t original);
 /// Returns a CRC-32 as eight hexadecimal digits.
 std::string crc_text(uint32_t crc);
 
-/// Returns the name of an input for standard output.
+/// Returns the name of an input as shown on standard output.
 std::string shown_name(const path& name);
 
-/// Records the faults of the layout, which opening a file notes and doesn't report: the first one,
-/// and the blocks without a record.
+/// Adds the faults of the layout to the events of `input`, since opening a file doesn't report
+/// them: the first fault, and the blocks without a record.
 void add_layout_faults(open_reader& input);
 
-/// Prints the faults of a file on standard error.  Without -v, only the first ones and a count of
-/// the rest.
+/// Prints the faults of a file on standard error; without -v, only the first ones and the number of
+/// the others.
 void report_faults(const session& run, const path& name, const open_reader& input);
 
 json json_faults(const open_reader& input);
 
-/// Returns what all JSON objects that describe a file have in common.
+/// Returns the members that all JSON objects describing a file have.
 json json_description(const char* command, const path& name, const open_reader& input);
 
 } // namespace tool

@@ -13,7 +13,7 @@
 
 namespace tool {
 
-/// What an output takes over from its source.
+/// Attributes of a file; an output takes over mode, owner, group and times of its source.
 struct file_traits {
     uint64_t device = 0; // device and number identify the file
     uint64_t number = 0;
@@ -34,7 +34,7 @@ struct file_traits {
     {
         return device == other.device && number == other.number;
     }
-    /// The same file, unchanged.
+    /// True for the same file with the same size and time of change.
     bool is_same_version(const file_traits& other) const
     {
         return is_same_file(other) && size == other.size && write_seconds == other.write_seconds &&
@@ -59,9 +59,9 @@ class input_file {
     int open_stdin();
 
     const file_traits& traits() const { return traits_; }
-    /// A regular file, which has a size and can be read at any offset.  Offsets count from the
-    /// position at which standard input was when the program started.  False for a size of 0: files
-    /// in /proc claim that, and have to be read to the end.
+    /// True for a regular file, which has a size and can be read at any offset.  Offsets in
+    /// standard input count from its position at the start of the program.  False for a size of 0:
+    /// files in /proc claim it, and have to be read to find their end.
     bool is_seekable() const { return is_seekable_; }
     uint64_t size() const { return size_; }
 
@@ -89,14 +89,15 @@ class output_file {
     /// Removes the file unless finish() succeeded.
     ~output_file();
 
-    /// Creates a file that finish() will call `name`, in the same directory.  It can be read back.
+    /// Creates a file, in the directory of `name`, that finish() will give this name.  It can be
+    /// read back.
     int create(const path& name);
     /// Creates a file without a name, in the directory for temporary files.
     int create_temporary();
     /// Uses standard output.
     int open_stdout();
 
-    /// Whether write_at() can go back.  False for pipes, terminals and files open for appending.
+    /// True if write_at() can go back.  False for pipes, terminals and files open for appending.
     bool is_seekable() const;
 
     /// Writes all bytes at `offset`.  If the output isn't seekable, offsets must follow each other.
@@ -104,10 +105,10 @@ class output_file {
     /// Reads what was written, for files that were created.
     int read_at(uint64_t offset, void* dest, size_t size, size_t& got) const;
 
-    /// Gives the file permissions, owner and group (if allowed) and times of its source.
+    /// Gives the file the permissions and times of its source, and owner and group if allowed.
     void take_traits(const file_traits& traits);
     /// Gives the file its name: replaces an existing one only if `replaces`, and fails with EEXIST
-    /// otherwise.  With `syncs`, content and name are on the disk before it returns.
+    /// otherwise.  With `syncs`, content and name are on disk when it returns.
     int finish(bool replaces, bool syncs);
 
   private:
@@ -125,17 +126,17 @@ bool stdout_is_terminal();
 bool stderr_is_terminal();
 /// Columns of the terminal on standard error, 80 if unknown.
 unsigned terminal_columns();
-/// Asks on the terminal, and returns whether the answer is yes.  False without a terminal.
+/// Asks on the terminal.  Returns true if the answer is yes, false without a terminal.
 bool ask_on_terminal(const std::string& question);
 
-/// Prepares signals and standard streams: interruption removes temporary files, a file size limit
-/// is an error instead of a signal.
+/// Prepares signals and standard streams: interruption removes temporary files, and reaching the
+/// file size limit is an error instead of a signal.
 void prepare_process();
 
 /// Converts an operand of the command line, UTF-8 on Windows, to a file name, and back.
 path to_path(const std::string& word);
 std::string to_text(const path& name);
-/// The command line in UTF-8, which main() doesn't get on Windows.
+/// Returns the command line in UTF-8; on Windows, main() gets another encoding.
 std::vector<std::string> command_line_words(int argc, char** argv);
 
 } // namespace tool

@@ -19,10 +19,10 @@ namespace {
 /// Largest number of bytes of one system call.
 constexpr size_t max_transfer = size_t{1} << 30;
 
-/// Wanted capacity of a pipe: fewer changes between its two processes.
+/// Requested capacity of pipes: a large one means fewer context switches.
 constexpr int pipe_bytes = 1 << 20;
 
-/// The temporary name of the file being written, which interruption removes; empty for none.
+/// The temporary name of the file being written, removed on interruption; empty if there is none.
 char interrupted_name[PATH_MAX];
 std::atomic<bool> has_interrupted_name{false};
 
@@ -41,7 +41,7 @@ void set_interrupted_name(const std::string& name)
     has_interrupted_name = true;
 }
 
-/// Names for temporary files are tried until one is free; a collision is an accident.
+/// Largest number of temporary names tried: collisions are rare.
 constexpr int max_name_attempts = 100;
 
 file_traits traits_from(const struct stat& found)
@@ -80,14 +80,14 @@ std::string temporary_name_beside(const path& name)
     return (directory_of(name) / base).string();
 }
 
-/// The name by which the kernel knows an open file.
+/// Returns a name of an open file that works even if the file has none in a directory.
 std::string name_of_handle(int handle)
 {
     return "/proc/self/fd/" + std::to_string(handle);
 }
 
-/// Restricts permissions for a file that couldn't get the group of its source: members of either
-/// group get only what both the group and all others had.
+/// Returns the permissions for a file that couldn't get the group of its source: its group and all
+/// others get only those that both have for the source.
 uint32_t mode_without_group(uint32_t mode)
 {
     const uint32_t shared = mode >> 3 & mode & 7;
@@ -129,7 +129,7 @@ int rename_without_replacing(const char* from, const char* to)
         return 0;
     }
     if (errno != EPERM && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
-    // Without hard links, looking first is the best that can be done.
+    // Without hard links, the check and the renaming can't be one atomic step.
     struct stat existing {};
     if (lstat(to, &existing) == 0) return EEXIST;
     return rename(from, to) == 0 ? 0 : errno;
@@ -255,12 +255,13 @@ void output_file::state::discard()
     kind = naming::final;
 }
 
-/// Creates a file of a temporary name beside `name`.
+/// Creates a file with a temporary name in the directory of `name`.
 int output_file::state::create_named()
 {
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         temporary_name = temporary_name_beside(name);
-        set_interrupted_name(temporary_name); // first, so that no moment is left without
+        set_interrupted_name(
+            temporary_name); // before the file exists: interruption always removes it
         handle = open(temporary_name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (handle >= 0) {
             kind = naming::temporary;
@@ -360,10 +361,10 @@ void output_file::take_traits(const file_traits& traits)
     if (state_->is_stdout) return;
     const int handle = state_->handle;
     constexpr auto same_owner = static_cast<uid_t>(-1);
-    // Only root may give files away; a group has to be one of the user's.
+    // Only root may change the owner; others may only choose one of their groups.
     const bool has_group = fchown(handle, traits.owner, traits.group) == 0 ||
                            fchown(handle, same_owner, traits.group) == 0;
-    // Without the special bits: a restored program must not get rights by accident.
+    // Without setuid, setgid and sticky: a restored program must not gain rights by accident.
     const uint32_t mode = traits.mode & 0777;
     const uint32_t allowed = has_group ? mode : mode_without_group(mode);
     state_->has_mode = fchmod(handle, static_cast<mode_t>(allowed)) == 0;
@@ -373,7 +374,7 @@ void output_file::take_traits(const file_traits& traits)
     futimens(handle, times);
 }
 
-/// Links a file without a name to its name, through a temporary one if it replaces a file.
+/// Gives a nameless file its name, through a temporary one if it replaces a file.
 int output_file::state::name_nameless(bool replaces)
 {
     const std::string link_name = name_of_handle(handle);
@@ -408,14 +409,14 @@ int output_file::finish(bool replaces, bool syncs)
     state& file = *state_;
     if (file.is_stdout) {
         if (!file.is_seekable) return 0;
-        // What the next process writes there comes after it.
+        // The next process to write to it continues at the end.
         const auto end = static_cast<off_t>(file.start + file.end);
         return lseek(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
     }
     if (!file.has_mode) {
         const mode_t mask = umask(0);
         umask(mask);
-        // Some file systems have modes of their own.
+        // Some file systems don't support modes.
         file.has_mode = fchmod(file.handle, 0666 & ~mask) == 0;
     }
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
@@ -476,8 +477,8 @@ bool ask_on_terminal(const std::string& question)
 
 namespace {
 
-/// Occupies the numbers of standard streams that are closed, which no file must get.  Their use
-/// fails as that of closed streams does.
+/// Occupies the descriptors of closed standard streams, so that no file gets them.  Using them
+/// fails as with closed streams.
 void occupy_closed_streams()
 {
     for (const int handle : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -115,7 +115,7 @@ int read_range(intptr_t handle, uint64_t offset, void* dest, size_t size, size_t
     return read_fully(static_cast<int>(handle), dest, size, got);
 }
 
-/// A file that is deleted when the process ends, whatever the reason, until this is cleared.
+/// Sets or clears whether a file is deleted when the process ends, for whatever reason.
 bool set_deleted_at_end(HANDLE handle, bool is_deleted)
 {
     FILE_DISPOSITION_INFO disposition{};
@@ -133,7 +133,8 @@ std::string to_utf8(const wchar_t* text, size_t size)
     return converted;
 }
 
-/// Adds the files that match a word with wildcards, or the word itself: the shells don't do it.
+/// Adds the files that match a word with wildcards, or the word itself: Windows shells don't expand
+/// wildcards.
 void add_matches(const std::wstring& word, std::vector<std::string>& words)
 {
     const bool is_pattern = word.find_first_of(L"*?") != std::wstring::npos && word[0] != L'-';
@@ -360,7 +361,7 @@ int output_file::finish(bool replaces, bool syncs)
     state& file = *state_;
     if (file.is_stdout) {
         if (!file.is_seekable) return 0;
-        // What the next process writes there comes after it.
+        // The next process to write to it continues at the end.
         const auto end = static_cast<int64_t>(file.start + file.end);
         return _lseeki64(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
     }
@@ -382,7 +383,7 @@ int remove_file(const path& name)
     return DeleteFileW(name.c_str()) != 0 ? 0 : last_error();
 }
 
-void sync_directory_of(const path& /*name*/) {} // moving a file writes through
+void sync_directory_of(const path& /*name*/) {} // files are moved with write-through
 
 bool stdin_is_terminal()
 {

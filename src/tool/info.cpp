@@ -1,4 +1,4 @@
-// Describes files completely, with a map of their blocks.
+// Prints all details of files, with a map of their blocks.
 #include "tool/block_map.h"
 #include "tool/commands.h"
 #include "tool/describe.h"
@@ -131,9 +131,9 @@ class description {
         print_field("map", legend);
         if (map.scale > 1)
             print_field("", "one character for " + std::to_string(map.scale) +
-                                " blocks, by the worst of them");
+                                " blocks: their worst state");
         if (std::find(map.lines.begin(), map.lines.end(), "*") != map.lines.end())
-            print_field("", "* lines like the one before");
+            print_field("", "* repeats the line above");
         for (const std::string& line : map.lines) print_line(line);
     }
 

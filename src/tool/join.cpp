@@ -1,9 +1,9 @@
-// Makes one file from pieces.  Nothing is decoded unless the result is verified.
+// Joins pieces into one file.  Nothing is decoded unless the result is verified.
 //
-// The seal of the result follows from those of the pieces.  With shift(c, n), which is linear, the
-// CRC-32 of A and B together is shift(crc(A), size of B) ^ crc(B).  So a piece contributes its seal
-// if each of its blocks counts as 0, and the last one as the seal: for sizes a and b,
-// shift(shift(c, a) ^ 0, b) ^ seal = shift(c, a + b) ^ seal.
+// The seal of the result is computed from those of the pieces.  The CRC-32 of A followed by B is
+// shift(crc(A), size of B) ^ crc(B), and shift(c, n) is linear.  So the writer gets 0 as the CRC-32
+// of each block of a piece but the last, and the piece's seal as that of the last one: for two
+// blocks of sizes a and b, shift(shift(c, a) ^ 0, b) ^ seal = shift(c, a + b) ^ seal.
 #include "tool/commands.h"
 #include "tool/json.h"
 #include "tool/piece_name.h"
@@ -24,7 +24,7 @@ struct piece {
     uint64_t first_block = 0; // in the result
 };
 
-/// Returns what differs between parameters that a decoder needs; empty if nothing does.
+/// Describes the first difference in the parameters that a decoder needs; empty if there is none.
 std::string difference(const qrx_params& first, const qrx_params& other)
 {
     const auto compare = [](const char* what, uint32_t left, uint32_t right) {
@@ -71,7 +71,7 @@ class joining {
         return status;
     }
 
-    /// Pieces whose names have numbers are sorted by them, and must be complete.
+    /// Sorts pieces whose names have numbers, and checks that none is missing.
     int sort()
     {
         const auto has_parts = [](const piece& part) { return part.parts.number != 0; };
@@ -85,7 +85,7 @@ class joining {
             return left.parts.number < right.parts.number;
         };
         if (!std::is_sorted(pieces_.begin(), pieces_.end(), is_before))
-            run_.messages.note(target_, "pieces sorted by their numbers");
+            run_.messages.note(target_, "pieces sorted by number");
         std::stable_sort(pieces_.begin(), pieces_.end(), is_before);
         uint64_t number = 0;
         for (const piece& part : pieces_) {
@@ -101,7 +101,8 @@ class joining {
         return fail(name_of(missing), "is missing");
     }
 
-    /// Reads what all pieces say about themselves.
+    /// Reads headers, record heads and seals of all pieces, and checks that the pieces fit
+    /// together.
     int look_at_all()
     {
         const piece* model = nullptr; // the first piece with blocks
@@ -114,8 +115,8 @@ class joining {
             if (!text.empty())
                 return fail(part.name, "doesn't belong to " + printable(model->name) + ": " + text);
             if (size_ % part.info.block_size != 0)
-                return fail(part.name, "can't follow the pieces before it, whose size isn't a "
-                                       "multiple of the block size");
+                return fail(part.name, "can't follow the pieces before it: their total size "
+                                       "isn't a multiple of the block size");
             part.first_block = size_ / part.info.block_size;
             size_ += part.info.original_size;
             is_sealed_ = is_sealed_ && part.info.is_sealed != 0;
@@ -174,7 +175,7 @@ class joining {
         int status = open_for_copy(run_, part.name, input);
         if (status != exit_good) return status;
         if (!input.input.file().traits().is_same_version(part.traits))
-            return fail(part.name, "changed in the meantime");
+            return fail(part.name, "changed while qrx ran");
         const uint64_t count = part.info.block_count;
         for (uint64_t block = 0; status == exit_good && block < count; ++block) {
             const uint32_t sum = block + 1 == count ? part.info.seal : 0;
@@ -184,7 +185,7 @@ class joining {
         return status;
     }
 
-    /// Decodes what was written.
+    /// Decodes the output to check it.
     int verify()
     {
         run_.progress.start(target_, size_);

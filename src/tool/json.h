@@ -1,4 +1,4 @@
-// tool/json.h - JSON on standard output: one object per line and file
+// tool/json.h - JSON on standard output: one object per file, each on its own line
 #pragma once
 
 #include "tool/library.h"
@@ -12,7 +12,7 @@ using json = nlohmann::ordered_json;
 /// Prints an object as one line of ASCII.
 void print_json(const json& object);
 
-/// Returns a file name; bytes that aren't UTF-8 become replacement characters when it is printed.
+/// Returns the name of a file; bytes that aren't UTF-8 are printed as U+FFFD.
 std::string json_name(const path& name);
 
 /// Describes a fault: what, and where in the original.

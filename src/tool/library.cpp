@@ -8,7 +8,7 @@
 namespace tool {
 namespace {
 
-/// Standard input that is no longer than this stays in memory.
+/// Largest standard input that stays in memory.
 constexpr size_t max_in_memory = size_t{16} << 20;
 
 constexpr size_t copy_bytes = size_t{1} << 20;
@@ -38,7 +38,7 @@ int write_output(void* context, uint64_t offset, const void* src, size_t size)
 }
 
 /// Returns the number of threads for a reader.  With a memory limit it depends on the parameters of
-/// the file, which are read for that.
+/// the file, so they are read first.
 uint32_t reader_threads(const session& run, const path& name, const qrx_source& source,
                         uint32_t flags)
 {
@@ -152,7 +152,7 @@ std::string failure_text(qrx_status result, const observer& watcher, const qrx_i
     if (result == QRX_OVER_LIMIT)
         return "needs " + size_text(last.wanted) + ", and the memory limit is " +
                size_text(last.got);
-    // Reading and writing fail for a reason of the system, which says it all.
+    // For a failed read or write, the text of the system error is enough.
     const bool is_system = last.system_error != 0 && last.block == QRX_NO_BLOCK;
     return is_system ? system_error_text(last.system_error) : fault_text(last, info);
 }

@@ -9,7 +9,7 @@
 
 namespace tool {
 
-/// What all commands get.
+/// What every command gets.
 struct session {
     const options& settings;
     console& messages;
@@ -28,13 +28,13 @@ using codec_ptr = std::unique_ptr<qrx_codec, close_handle>;
 /// Returns the exit status for a result of the library.
 int exit_status_of(qrx_status result);
 
-/// The events of a handle, and what its progress is reported to.
+/// Collects the events of a handle, and passes on its progress.
 struct observer {
-    /// More events than these are only counted, but the last one is always kept: a hostile file can
-    /// cause one every five bytes.
+    /// Further events are only counted, since a hostile file can cause one every five bytes.  The
+    /// last event is always kept.
     static constexpr size_t max_events = 100'000;
 
-    /// Called by the library, which can't handle exceptions.
+    /// Called by the library, so it must not throw.
     void record(const qrx_event& event) noexcept;
     void forget();
 
@@ -53,12 +53,12 @@ byte_range range_of(const qrx_event& fault, const qrx_info& info);
 /// `info` are 0 if they are unknown.
 std::string fault_text(const qrx_event& fault, const qrx_info& info);
 
-/// Describes a failure of a library call by its last event, if it had one.
+/// Describes the failure of a library call, by its event if it reported one.
 std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info = {});
 
-/// Returns the number of threads: as many as wanted, or fewer to stay within the memory limit, with
-/// a warning.  `needed` gives the memory for a number of threads.  0 threads still code, on the
-/// caller's.
+/// Returns the number of threads: that wanted, or a lower one within the memory limit, with a
+/// warning.  `needed` returns the memory for a number of threads.  0: the caller's thread does the
+/// work.
 using memory_function = uint64_t (*)(const qrx_params* params, uint32_t threads);
 uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
                         memory_function needed);
@@ -70,8 +70,8 @@ qrx_source source_of(const output_file& file, uint64_t size);
 /// Positioned output of the library to a file.
 qrx_sink sink_of(output_file& file);
 
-/// A compressed input: a file, or standard input, which is copied to memory or a temporary file if
-/// it can't be read at any offset.
+/// A compressed input: a file or standard input.  If it can't be read at any offset, it is copied
+/// to memory or to a temporary file.
 class compressed_input {
   public:
     /// Opens `name`, "-" for standard input.  Returns an errno value.

@@ -1,4 +1,4 @@
-// Lists files: sizes, parameters and seal.  Reads nothing but the heads of their records.
+// Lists files: sizes, parameters and seal.  Reads only headers, record heads and seals.
 #include "tool/commands.h"
 #include "tool/describe.h"
 #include "tool/targets.h"
@@ -85,7 +85,7 @@ class table {
         print_line(text + "  " + line.name);
     }
 
-    /// Returns a text at the right end of a column, after at least one space.
+    /// Returns a text aligned to the right of a column, preceded by at least one space.
     static std::string field(const std::string& text, int width)
     {
         const auto size = static_cast<size_t>(width);

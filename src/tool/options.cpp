@@ -20,14 +20,14 @@ struct command_entry {
 };
 
 constexpr std::array commands{
-    command_entry{"test", command::test, "check files completely"},
-    command_entry{"list", command::list, "sizes, ratios and parameters of files"},
-    command_entry{"info", command::info, "everything about files, with a map of their blocks"},
+    command_entry{"test", command::test, "decode files completely to check them"},
+    command_entry{"list", command::list, "print sizes, ratios and parameters"},
+    command_entry{"info", command::info, "print all details, with a map of the blocks"},
     command_entry{"verify", command::verify, "compare files with their originals"},
-    command_entry{"cat", command::cat, "write files or ranges of them to standard output"},
-    command_entry{"recover", command::recover, "save what can be read of damaged files"},
-    command_entry{"split", command::split, "divide a file into pieces at block borders"},
-    command_entry{"join", command::join, "make one file from pieces"},
+    command_entry{"cat", command::cat, "write files, or a range of them, to standard output"},
+    command_entry{"recover", command::recover, "save what can be read from damaged files"},
+    command_entry{"split", command::split, "split files into pieces at block boundaries"},
+    command_entry{"join", command::join, "join pieces into one file"},
     command_entry{"bench", command::bench, "measure methods and levels on your files"},
 };
 
@@ -43,8 +43,8 @@ bool is_digit(char character)
     return character >= '0' && character <= '9';
 }
 
-/// Turns the digits of a word like "-9", "-33" or "-c9" into an option of their own: CLI11 knows
-/// one-letter options only.  Letters whose option has a value end the search.
+/// Makes the digits of a word like "-9", "-33" or "-c9" a separate --level option: short options of
+/// CLI11 have one character.  The search stops at a letter whose option takes a value.
 void add_expanded(const std::string& word, std::vector<std::string>& words)
 {
     const auto is_end = [](char character) {
@@ -102,7 +102,7 @@ uint64_t read_size(const std::string& text)
     return value << shift;
 }
 
-/// Reads "A:B", "A:", ":B" (bytes A up to but not including B) or "A+N" (N bytes from A on).
+/// Reads "A:B", "A:", ":B" (from byte A up to but not including B) or "A+N" (N bytes from A).
 byte_range read_range(const std::string& text)
 {
     byte_range range;
@@ -148,7 +148,7 @@ std::string preset_help()
 
 std::string command_help()
 {
-    std::string text = "Commands (qrx COMMAND -h explains one):\n";
+    std::string text = "Commands (qrx COMMAND -h prints their help):\n";
     for (const command_entry& entry : commands) {
         std::string line = "  " + std::string(entry.word);
         line.resize(12, ' ');
@@ -157,7 +157,7 @@ std::string command_help()
     return text + "\n" + preset_help();
 }
 
-/// Declares options.  Those of one command are declared by one function.
+/// Declares the options of the command line.
 class command_line {
   public:
     command_line(options& settings, CLI::App& app) : settings_(settings), app_(app) {}
@@ -176,8 +176,9 @@ class command_line {
 
     void add_common()
     {
-        add_flag("-q,--quiet", "no warnings", [this] { settings_.verbosity = -1; });
-        add_flag("-v,--verbose", "say more", [this] { settings_.verbosity = 1; });
+        add_flag("-q,--quiet", "print no warnings and no progress",
+                 [this] { settings_.verbosity = -1; });
+        add_flag("-v,--verbose", "print details of each file", [this] { settings_.verbosity = 1; });
         app_.add_flag("--json", settings_.json, "print one JSON object per file");
     }
 
@@ -186,20 +187,21 @@ class command_line {
         add_number("-T,--threads", settings_.threads, "worker threads; 0: one per processor", 0,
                    QRX_MAX_THREADS);
         add_size("--memory-limit", settings_.memory_limit,
-                 "use fewer threads rather than more memory, such as 500M");
+                 "limit memory, such as to 500M, by running fewer threads");
     }
 
     void add_outputs()
     {
         add_path("-o,--output", settings_.output, "write to this file");
         add_path("-C,--directory", settings_.directory, "write into this directory");
-        app_.add_flag("-f,--force", settings_.force, "overwrite files");
-        add_flag("--no-sync", "leave flushing to the system", [this] { settings_.syncs = false; });
+        app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
+        add_flag("--no-sync", "do not flush outputs to disk", [this] { settings_.syncs = false; });
     }
 
     void add_recursive()
     {
-        app_.add_flag("-r,--recursive", settings_.recursive, "include directories");
+        app_.add_flag("-r,--recursive", settings_.recursive,
+                      "include directories and all they contain");
     }
 
     void add_cell()
@@ -211,16 +213,16 @@ class command_line {
                     settings_.params.method = static_cast<uint32_t>(cell / 10);
                     settings_.params.level = static_cast<uint32_t>(cell % 10);
                 },
-                "-1 (fast) to -9 (small), or two digits: method and level")
+                "1 (fast) to 9 (small), or two digits, method and level; same as -5, -33")
             ->type_name("N");
         add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
                    1, 2047);
-        add_flag("--no-seal", "write no checksum", [this] { settings_.seals = false; });
+        add_flag("--no-seal", "write no checksum (seal)", [this] { settings_.seals = false; });
     }
 
     void add_main()
     {
-        add_names("FILE", "without files, or with -, standard input", false);
+        add_names("FILE", "standard input if omitted or -", false);
         add_flag("-d,--decompress", "decompress", [this] { settings_.what = command::decompress; });
         add_flag("-t,--test", "check files", [this] { settings_.what = command::test; });
         add_flag("-l,--list", "list files", [this] { settings_.what = command::list; });
@@ -230,7 +232,7 @@ class command_line {
         add_outputs();
         add_flag("-k,--keep", "keep sources (default)",
                  [this] { settings_.removes_source = false; });
-        add_flag("--rm", "remove sources after their outputs are verified and flushed",
+        add_flag("--rm", "remove each source after its output is verified and flushed",
                  [this] { settings_.removes_source = true; });
         add_recursive();
         add_cell();
@@ -243,30 +245,29 @@ class command_line {
     {
         switch (settings_.what) {
         case command::test:
-            add_names("FILE", "files to check", false);
+            add_names("FILE", "standard input if omitted or -", false);
             add_recursive();
             add_resources();
             break;
         case command::list:
-            add_names("FILE", "without files, or with -, standard input", false);
+            add_names("FILE", "standard input if omitted or -", false);
             add_recursive();
             break;
         case command::info:
-            add_names("FILE", "without files, or with -, standard input", false);
+            add_names("FILE", "standard input if omitted or -", false);
             add_recursive();
             app_.add_flag("--test", settings_.tests_blocks,
                           "decode all blocks, and mark damaged ones in the map");
             add_resources();
             break;
         case command::verify:
-            add_names("FILE", "compressed files; originals are beside them", true);
-            add_path("--against", settings_.output,
-                     "the original of the only file; -: standard input");
+            add_names("FILE", "compressed files, with their originals beside them", true);
+            add_path("--against", settings_.output, "original of the only file; -: standard input");
             add_recursive();
             add_resources();
             break;
         case command::cat:
-            add_names("FILE", "without files, or with -, standard input", false);
+            add_names("FILE", "standard input if omitted or -", false);
             add_range();
             add_resources();
             break;
@@ -276,7 +277,7 @@ class command_line {
             add_resources();
             break;
         case command::split:
-            add_names("FILE", "compressed file", true);
+            add_names("FILE", "compressed files", true);
             add_outputs();
             add_pieces();
             add_resources();
@@ -284,7 +285,7 @@ class command_line {
         case command::join:
             add_names("PIECE", "pieces in order", true);
             add_outputs();
-            app_.add_flag("--verify", settings_.verifies, "decode the result before it is named");
+            app_.add_flag("--verify", settings_.verifies, "decode the result to check it");
             add_resources();
             break;
         case command::bench:
@@ -350,7 +351,7 @@ class command_line {
     {
         app_.add_option_function<std::string>(
                 "--range", [this](const std::string& word) { settings_.range = read_range(word); },
-                "bytes A up to but not including B (A:B), or N bytes from A on (A+N)")
+                "from byte A up to but not including B; A+N: N bytes from A")
             ->type_name("A:B");
     }
 
@@ -363,7 +364,7 @@ class command_line {
         };
         auto* pieces = count("-n,--pieces", settings_.piece_count, "number of pieces (default 2)");
         count("--blocks", settings_.piece_blocks, "blocks per piece")->excludes(pieces);
-        add_flag("--no-seal", "write no checksums: nothing is decoded",
+        add_flag("--no-seal", "write no checksums, which saves decoding",
                  [this] { settings_.seals = false; });
     }
 
@@ -380,27 +381,26 @@ class command_line {
             ->delimiter(',')
             ->allow_extra_args(false)
             ->type_name("ML,...");
-        add_path("--plot", settings_.plot, "draw speeds and ratios (SVG)");
+        add_path("--plot", settings_.plot, "draw speeds and ratios to this file (SVG)");
         app_.add_option("--seconds", settings_.min_seconds,
                         "repeat each measurement for this long (default 0.5)")
             ->check(CLI::Range(0.0, 3600.0))
             ->type_name("S");
-        app_.add_flag("-f,--force", settings_.force, "overwrite files");
+        app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
         add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
                    1, 2047);
-        settings_.threads = 1; // the speed of one core can be compared between machines
+        settings_.threads = 1; // makes speeds comparable between machines
         add_number("-T,--threads", settings_.threads,
-                   "worker threads, which share the blocks (default 1); 0: one per processor", 0,
-                   QRX_MAX_THREADS);
+                   "worker threads (default 1); 0: one per processor", 0, QRX_MAX_THREADS);
         add_size("--memory-limit", settings_.memory_limit,
-                 "refuse to use more memory, files included, such as 500M");
+                 "fail if more memory than this is needed, files included");
     }
 
     options& settings_;
     CLI::App& app_;
 };
 
-/// Sets what the program's name selects.
+/// Applies the settings of a program name: unqrx or qrxcat.
 void apply_name(const std::string& word, options& settings)
 {
     const std::string name = path(word).stem().string();
@@ -436,7 +436,7 @@ std::optional<options> read_command_line(const std::vector<std::string>& words, 
     if (!words.empty()) apply_name(words[0], settings);
     const command_entry* entry =
         rest.empty() || settings.what != command::compress ? nullptr : find_command(rest[0]);
-    CLI::App app(entry != nullptr ? entry->summary : "Compresses files to .qrx files, and back.",
+    CLI::App app(entry != nullptr ? entry->summary : "compress and decompress files",
                  entry != nullptr ? "qrx " + std::string(entry->word) : "qrx");
     app.allow_windows_style_options(false);
     bool wants_version = false;

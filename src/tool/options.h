@@ -16,7 +16,7 @@ using path = std::filesystem::path;
 /// Exit statuses; the status of several files is the largest one.
 enum exit_status : int {
     exit_good = 0,
-    exit_failed = 1,   // the environment or the usage: a file can't be read, an option is unknown
+    exit_failed = 1,   // a system or usage error: a file can't be read, an option is unknown
     exit_damaged = 2,  // a file is damaged or not a .qrx file
     exit_internal = 3, // a defect of the program
 };
@@ -45,16 +45,16 @@ struct options {
     command what = command::compress;
     std::vector<path> names; // operands; "-" is standard input or output
 
-    // where to
+    // outputs
     bool to_stdout = false;
     path output;    // the output file; empty: by the name of the input
     path directory; // where outputs go; empty: beside their inputs
     bool recursive = false;
     bool force = false;
     bool removes_source = false;
-    bool syncs = true; // flushes output to the disk before it gets its name
+    bool syncs = true; // flush outputs to disk before they get their names
 
-    // how
+    // compression and resources
     qrx_params params{};
     uint32_t threads = 0; // 0: as many as processors
     uint64_t memory_limit = 0;
@@ -65,8 +65,8 @@ struct options {
     int verbosity = 0; // -1 quiet, 1 verbose
     bool json = false;
 
-    // single commands
-    bool tests_blocks = false; // info: decodes all blocks
+    // options of single commands
+    bool tests_blocks = false; // info: decode all blocks
     byte_range range;          // cat
     uint64_t piece_blocks = 0; // split: blocks of a piece; 0: by piece_count
     uint64_t piece_count = 0;  // split
@@ -79,11 +79,11 @@ struct options {
 };
 
 /// Reads the command line.  `words` starts with the program's name, which can select a command
-/// (unqrx, qrxcat).  Prints help, version and errors itself; then there are no options, and
-/// `status` is the exit status.
+/// (unqrx, qrxcat).  Help, version and errors are printed here: then nothing is returned, and
+/// `status` receives the exit status.
 std::optional<options> read_command_line(const std::vector<std::string>& words, int& status);
 
-/// Returns "-" for standard streams.
+/// True for "-", which stands for a standard stream.
 inline bool is_stdio(const path& name)
 {
     return name == "-";

@@ -8,10 +8,10 @@
 namespace tool {
 namespace {
 
-/// Digits that any number of pieces has at most.
+/// Largest number of digits of a number of pieces.
 constexpr size_t max_digits = 18;
 
-/// Reads a number from 1 on; 0 if `text` isn't one.
+/// Reads a number of at least 1; returns 0 if `text` isn't one.
 uint64_t read_number(const std::string& text)
 {
     const auto is_digit = [](char character) { return character >= '0' && character <= '9'; };

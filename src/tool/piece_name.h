@@ -7,7 +7,7 @@ namespace tool {
 
 struct piece_name {
     path stem;           // the file's name without ".qrx"
-    uint64_t number = 0; // from 1 on; 0 for a name that isn't one of a piece
+    uint64_t number = 0; // from 1 on; 0 if the name isn't that of a piece
     uint64_t count = 0;
 };
 

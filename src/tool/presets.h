@@ -5,10 +5,10 @@
 
 namespace tool {
 
-/// The cell (method and level) of each preset.  From each to the next, files get smaller and
-/// compression slower.  No cell is better in all of ratio, compression speed and decompression
-/// speed; where cells are close in the first two, the one that decompresses faster was chosen (22
-/// over 31, 33 over 43, 37 over 47).
+/// The cell (method and level) of each preset.  From one preset to the next, files get smaller and
+/// compression slower.  No other cell beats one of these in ratio, compression speed and
+/// decompression speed at once; of cells that are close in the first two, the one that decompresses
+/// faster was chosen (22 over 31, 33 over 43, 37 over 47).
 ///
 /// Measured by `qrx bench` with text, tables, an image, a program, a database and XML: 82 MB in 7
 /// files, blocks of 32 MiB (16 in -6 and -7), one thread, fastest repetitions in processor time.

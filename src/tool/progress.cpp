@@ -16,8 +16,8 @@ namespace {
 constexpr double first_seconds = 0.5;
 constexpr double interval_seconds = 0.2;
 
-/// Returns `name`, or "..." and its end from the start of a character on, or nothing, in at most
-/// `room` bytes.
+/// Shortens `name` to at most `room` bytes: "..." and its last characters, or nothing if even that
+/// doesn't fit.
 std::string shortened(std::string_view name, size_t room)
 {
     constexpr std::string_view dots = "...";
@@ -32,7 +32,7 @@ std::string shortened(std::string_view name, size_t room)
 /// Returns a duration such as "0:07" or "1:02:03".
 std::string duration_text(double seconds)
 {
-    constexpr double max_seconds = 100 * 3600; // a rate of almost 0 says nothing
+    constexpr double max_seconds = 100 * 3600; // a rate near 0 predicts nothing
     const long whole = std::lround(std::min(seconds, max_seconds));
     std::array<char, 40> text;
     if (whole >= 3600)

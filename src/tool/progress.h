@@ -17,8 +17,7 @@ class progress_line {
 
     /// Starts a file; `total` is the size of the original, 0 if unknown.
     void start(const path& name, uint64_t total);
-    /// The original has been processed up to `done`.  Called by the library, which can't handle
-    /// exceptions.
+    /// The original has been processed up to `done`.  Called by the library, so it must not throw.
     void advance(uint64_t done) noexcept;
     /// Compressed bytes read or written so far, for the ratio.
     void set_compressed(uint64_t bytes) { compressed_ = bytes; }

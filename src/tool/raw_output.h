@@ -1,4 +1,4 @@
-// tool/raw_output.h - a compressed file made of blocks of other ones, which are not coded again
+// tool/raw_output.h - writes a compressed file from blocks of others, which are copied as they are
 #pragma once
 
 #include "tool/library.h"
@@ -27,7 +27,7 @@ class raw_output {
     /// Gives the file its name, with traits of its source.
     int finish(const file_traits& traits, bool replaces);
 
-    /// The content, for verification.
+    /// Reads the output back, for verification.
     qrx_source content() const { return source_of(file_, size_); }
     uint64_t size() const { return size_; }
 

@@ -1,8 +1,9 @@
-// Saves what can be read of damaged files.
+// Saves what can be read from damaged files.
 //
-// What is lost is zeros in the output.  A block that is damaged inside counts as lost, though its
-// bytes before the damage are right: what the decoder made of it stays in the output.  Of a block
-// that is cut, or partly unreadable, the start is recovered as far as it is certain.
+// Lost bytes are zeros in the output, except in a block with a damaged payload: all of it counts as
+// lost, but the output keeps what the decoder produced, since the bytes before the damage are
+// right. If a payload is cut off or partly unreadable, the start of its block is recovered as far
+// as the known bytes determine it.
 #include "tool/block_prefix.h"
 #include "tool/commands.h"
 #include "tool/json.h"
@@ -20,7 +21,7 @@ constexpr uint64_t header_bytes = 32;
 constexpr size_t head_bytes = 5;
 constexpr size_t zero_bytes = size_t{1} << 16;
 
-/// A record that ends after the end of the file.
+/// A record of which the end of the file cuts off a part.
 struct cut_record {
     uint64_t block = QRX_NO_BLOCK;
     uint64_t offset = 0; // of the payload
@@ -99,7 +100,7 @@ class recovery {
         return found;
     }
 
-    /// Finds the record at the cut of a file: the one after the last complete record.
+    /// Finds the record that is cut off: the one after the last complete record.
     void find_cut()
     {
         const bool is_cut_or_headless =
@@ -190,8 +191,8 @@ class recovery {
         return write(extent, buffer_.data());
     }
 
-    /// Saves the start of a block whose payload is known up to the end of the file, or up to an
-    /// unreadable part.
+    /// Saves the start of a block of whose payload only the first bytes are known, up to the end of
+    /// the file or to an unreadable part.
     int save_prefix(const byte_range& extent, uint64_t offset, uint64_t size)
     {
         partial_payload payload;
@@ -210,7 +211,7 @@ class recovery {
         return write({extent.first, extent.first + certain}, block.data());
     }
 
-    /// The payload of a stored block is the block: only what can't be read is lost.
+    /// The payload of a stored block is the block itself: only its unreadable bytes are lost.
     void lose_unreadable(const byte_range& extent, const byte_range& payload)
     {
         for (uint64_t position = payload.first; position < payload.last;) {
@@ -241,7 +242,7 @@ class recovery {
         input_.watcher.events.push_back(fault);
     }
 
-    /// Notes a missing block; a run of them is one fault.
+    /// Notes a missing block.  Consecutive ones are one fault.
     void note_missing(uint64_t block)
     {
         auto& faults = input_.watcher.events;
@@ -252,7 +253,7 @@ class recovery {
         ++faults.back().wanted;
     }
 
-    /// Writes a part of the original.  What was skipped before it becomes zeros.
+    /// Writes a part of the original.  Skipped bytes before it become zeros.
     int write(const byte_range& range, const char* data)
     {
         const int status = leaves_holes() ? exit_good : write_zeros(range.first);
@@ -264,7 +265,8 @@ class recovery {
         return exit_good;
     }
 
-    /// A file has zeros where nothing was written; standard output may have had other content.
+    /// True for files, which have zeros where nothing was written.  Standard output may have held
+    /// other content there.
     bool leaves_holes() const { return !is_stdio(target_); }
 
     int write_zeros(uint64_t end)
@@ -280,7 +282,7 @@ class recovery {
         return exit_good;
     }
 
-    /// Gives the output the size of the original; in a file, writing the last byte does.
+    /// Extends the output to the size of the original; in a file, by writing the last byte.
     int fill_end()
     {
         const uint64_t size = info().original_size;
@@ -288,7 +290,7 @@ class recovery {
         const char zero = 0;
         const int error = output_.write_at(size - 1, &zero, 1);
         if (error == EFBIG)
-            run_.messages.warn(target_, "can't have " + std::to_string(size) +
+            run_.messages.warn(target_, "can't grow to " + std::to_string(size) +
                                             " bytes: the zeros at its end are left out");
         else if (error != 0)
             return fail(target_, system_error_text(error));
@@ -315,7 +317,7 @@ class recovery {
                            [&](const qrx_event& fault) { return fault.what == what; });
     }
 
-    /// Damage without effect on the content is proven harmless by the seal only.
+    /// True if the whole original was recovered.  If there is damage, only the seal proves that.
     bool is_good() const
     {
         if (lost_bytes_ != 0 || has_fault(QRX_CHECKSUM_MISMATCH)) return false;
@@ -340,8 +342,8 @@ class recovery {
             run_.messages.error(source_, "all blocks decode, but the content doesn't match the "
                                          "seal: some bytes are wrong, position unknown");
         else if (lost_bytes_ == 0 && !is_good())
-            run_.messages.error(source_, "all blocks decode, but there is no seal: whether the "
-                                         "content is right is unknown");
+            run_.messages.error(source_, "all blocks decode, but without a seal the content "
+                                         "can't be checked");
         run_.messages.note(source_, "recovered " +
                                         std::to_string(info().original_size - lost_bytes_) +
                                         " of " + std::to_string(info().original_size) + " bytes");
@@ -352,7 +354,7 @@ class recovery {
         for (const qrx_event& fault : input_.watcher.events) {
             const bool is_header = fault.what == QRX_NOT_QRX;
             const std::string text =
-                is_header ? "the header is damaged, and was reconstructed from the records"
+                is_header ? "the header is damaged; it was reconstructed from the records"
                           : fault_text(fault, info());
             if (is_good())
                 run_.messages.warn(source_, text);
@@ -403,7 +405,7 @@ class recovery {
     output_file output_;
     bool replaces_ = false;
     std::vector<char> buffer_;
-    uint64_t written_ = 0; // end of what was written last
+    uint64_t written_ = 0; // end of the last write
     std::vector<byte_range> lost_;
     uint64_t lost_bytes_ = 0;
 };

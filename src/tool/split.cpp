@@ -1,4 +1,4 @@
-// Divides files into pieces at block borders.  Nothing is coded again.
+// Splits files into pieces at block boundaries.  Blocks are copied as they are.
 //
 // The seal of a piece needs the content of its blocks.  So a sealed file is decoded first, which
 // also checks it: no piece of a damaged file gets a valid seal.
@@ -13,7 +13,7 @@
 namespace tool {
 namespace {
 
-/// Without -n and --blocks.
+/// Number of pieces without -n and --blocks.
 constexpr uint64_t default_pieces = 2;
 
 struct piece {
@@ -68,7 +68,7 @@ class splitting {
         return has_suffix(name) ? name.replace_extension() : name;
     }
 
-    /// Chooses the pieces: as equal as possible, or of a given number of blocks.
+    /// Plans the pieces: of equal size, give or take a block, or of a given number of blocks.
     int plan()
     {
         const options& settings = run_.settings;
@@ -105,7 +105,7 @@ class splitting {
         return index * (blocks / count) + std::min(index, blocks % count);
     }
 
-    /// Decodes all blocks and checks them.
+    /// Decodes all blocks, which checks them, and computes their CRC-32.
     int sum_blocks()
     {
         run_.progress.start(source_, info().original_size);

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 const path suffix = ".qrx";
 
-/// Returns the last component of an operand, also of "dir/", "." and "..".
+/// Returns the last component of an operand, which may be "dir/", "." or "..".
 path last_component(const path& operand)
 {
     path name = operand.lexically_normal();
@@ -63,20 +63,20 @@ class walker {
         status_ = std::max<int>(status_, exit_failed);
     }
 
-    /// Returns why a directory can't be processed; null if it can.
+    /// Returns why a directory can't be processed, or null if it can.
     const char* refusal_of_directories() const
     {
         const options& settings = run_.settings;
         const bool has_output = !settings.output.empty();
         if (!settings.recursive) return "is a directory (-r includes directories)";
         if (kind_ == renaming::add_suffix && (settings.to_stdout || has_output))
-            return "is a directory (-c and -o compress one file)";
+            return "is a directory (-c and -o take one file)";
         return has_output && !is_stdio(settings.output) ? "is a directory (-o takes one file)"
                                                         : nullptr;
     }
 
-    /// Processes what is in a directory, in the order of names.  It is listed first, since outputs
-    /// may appear in it.
+    /// Processes the entries of a directory, sorted by name.  They are listed first, since outputs
+    /// may be created among them.
     void visit_directory(const path& directory, const path& relative)
     {
         std::error_code error;
@@ -105,7 +105,7 @@ class walker {
         }
     }
 
-    /// Whether the command has a second file for each operand.
+    /// True if the command has a second file for each operand.
     bool has_targets() const
     {
         switch (run_.settings.what) {
@@ -134,7 +134,7 @@ class walker {
                 return;
             }
             if (is_taken(item.target)) {
-                fail(source, "has the same output as another file: " + printable(item.target));
+                fail(source, "has the same output as another source: " + printable(item.target));
                 return;
             }
         } else if (was_found && has_suffix(source) != (kind_ == renaming::remove_suffix)) {
@@ -152,8 +152,8 @@ class walker {
         }
     }
 
-    /// Whether an earlier file has this target: in another directory (-C), files of several
-    /// directories meet.
+    /// True if an earlier source has this target: -C collects sources of several directories in
+    /// one.
     bool is_taken(const path& target)
     {
         return !run_.settings.directory.empty() &&
@@ -222,7 +222,7 @@ bool may_create(const session& run, const path& target, const file_traits* sourc
     if (followed.is_directory)
         reason = "is a directory";
     else if (!followed.is_regular && !followed.is_link)
-        reason = "exists and is not a regular file";
+        reason = "exists and isn't a regular file";
     else if (source != nullptr && followed.is_same_file(*source))
         reason = "is the input file";
     run.progress.end();
@@ -255,7 +255,7 @@ int remove_source(const session& run, const path& source, const file_traits& tra
     if (error != 0)
         reason = system_error_text(error);
     else if (!now.is_same_version(traits))
-        reason = "changed in the meantime";
+        reason = "changed while qrx ran";
     else if (const int removed = remove_file(source); removed != 0)
         reason = system_error_text(removed);
     if (reason.empty()) return exit_good;

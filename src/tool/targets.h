@@ -13,29 +13,29 @@ struct work_item {
     path target; // empty for standard output
 };
 
-/// What the target of an operand is called.
+/// How the name of a target is made from that of its source.
 enum class renaming {
     add_suffix,   // compressing
     remove_suffix // decompressing
 };
 
-/// Whether a name ends in ".qrx".
+/// True if a name ends in ".qrx".
 bool has_suffix(const path& name);
 
-/// Processes all operands, with -r also the files in directories, and standard input if there are
-/// none.  Reports operands that can't be processed.  Returns the largest exit status.
+/// Processes all operands, with -r also the files in directories, or standard input if there are no
+/// operands.  Reports operands that can't be processed.  Returns the largest exit status.
 int for_each_item(const session& run, renaming kind,
                   const std::function<int(const work_item&)>& process);
 
-/// Returns whether an output may be created: there is no file of that name, or it may be
-/// overwritten.  `replaces` tells which.  Reports the reason if not.
+/// Returns true if an output may be created: no file has its name, or that file may be overwritten;
+/// then `replaces` is set.  Reports the reason if not.
 bool may_create(const session& run, const path& target, const file_traits* source, bool& replaces);
 
 /// Creates the directory of an output if -C or -r asks for one.  Reports failures.
 bool make_directory_of(const session& run, const path& target);
 
 /// Removes a source whose output is complete, unless it has changed since its `traits` were read.
-/// Reports the reason if it stays.
+/// Reports the reason if it isn't removed.
 int remove_source(const session& run, const path& source, const file_traits& traits);
 
 } // namespace tool

@@ -7,7 +7,7 @@
 namespace tool {
 namespace {
 
-/// Systems read whole pages, even from disks with smaller sectors.
+/// Unit of repeated reads: systems read whole pages, even from disks with smaller sectors.
 constexpr uint64_t page_bytes = 4096;
 
 int read_tolerant(void* context, uint64_t offset, void* dest, size_t size, size_t* got)

@@ -7,19 +7,19 @@
 
 namespace tool {
 
-/// An input whose unreadable parts are read as zeros.  A failed read is repeated page by page, and
-/// pages that fail are not read again: each attempt can take a dying disk seconds.
+/// An input whose unreadable parts are read as zeros.  A failed read is repeated page by page.
+/// Pages that fail are not tried again, since each attempt can take seconds on a failing disk.
 class tolerant_source {
   public:
-    /// `inner` is the file itself; its context must outlive this.
+    /// `inner` is the file itself; its context must outlive this object.
     explicit tolerant_source(const qrx_source& inner) : inner_(inner) {}
     tolerant_source(const tolerant_source&) = delete;
     tolerant_source& operator=(const tolerant_source&) = delete;
 
-    /// The input for the library; valid as long as this.
+    /// The input for the library; valid as long as this object.
     qrx_source source();
 
-    /// Reads like qrx_source::read.  Fails only without memory.
+    /// Reads like qrx_source::read.  Fails only if memory runs out.
     int read(uint64_t offset, char* dest, size_t size, size_t& got);
 
     /// Returns the first unreadable part within `range`, as far as it has been read; empty, at the

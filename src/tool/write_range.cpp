@@ -5,13 +5,13 @@
 namespace tool {
 namespace {
 
-/// Longer blocks, which damaged headers can claim, have no records.
+/// Damaged headers can claim longer blocks, but those have no records.
 constexpr uint64_t max_block = uint64_t{2047} << 20;
 
-/// Bytes of a call with a memory limit.
+/// Bytes per call with a memory limit.
 constexpr uint64_t small_part = uint64_t{1} << 20;
 
-/// Most bytes of a call that decodes several blocks.
+/// Largest number of bytes per call that decodes several blocks.
 constexpr uint64_t large_part = uint64_t{1} << 30;
 
 class range_writer {
@@ -45,8 +45,8 @@ class range_writer {
         return position + std::min(left, info_.block_size - position % info_.block_size);
     }
 
-    /// Whether the reader may decode ahead, up to a block more than it has threads.  Blocks after
-    /// the range aren't needed.
+    /// True if the reader may decode ahead, by up to one block more than it has threads: only while
+    /// all of these are in the range.
     bool may_read_ahead(uint64_t position) const
     {
         const bool has_last_block =

@@ -12,9 +12,9 @@ struct destination {
     uint64_t offset = 0;
 };
 
-/// Decodes the bytes `range` of the original, as far as it has them, and appends them to `dest`.
-/// Decodes no block outside the range; the faults of a file that is written whole include those of
-/// its layout.  Reports failures and returns the exit status; the bytes before damage are written.
+/// Decodes the part of `range` that the original has, and appends it to `dest`.  Decodes no block
+/// outside the range.  If the whole file is written, faults of its layout are reported too.  Bytes
+/// before damage are written.  Reports failures and returns the exit status.
 int write_range(const session& run, const path& name, open_reader& input, byte_range range,
                 destination& dest);
 

@@ -1,5 +1,4 @@
-// Damaged files that are opened with QRX_SEARCH: exactly the blocks that the damage touches are
-// lost.
+// Opens damaged files with QRX_SEARCH: only the blocks that the damage touches are lost.
 #include "api/api_fixture.h"
 
 #include <chrono>
@@ -33,7 +32,7 @@ struct sample_file {
 
     u32 blocks() const { return whole_blocks + 1; }
     usize payload_size(u32 block) const { return ends[block] - heads[block] - head_bytes; }
-    /// The blocks whose payloads are unchanged in an image of the same size.
+    /// Returns the blocks whose payloads are unchanged in an image of the same size.
     block_list unchanged(const bytes& damaged) const
     {
         block_list rest;
@@ -78,7 +77,7 @@ bytes overwritten(bytes image, usize begin, usize count, u32 pattern)
     return image;
 }
 
-/// Returns the blocks that can be read and are those of the original.
+/// Returns the blocks that can be read and are equal to the original.
 block_list intact_blocks(qrx_reader* reader, const bytes& data)
 {
     block_list intact;
@@ -170,7 +169,7 @@ TEST(api_search, the_damaged_head_is_reported_with_its_block)
     }
 }
 
-TEST(api_search, without_the_flag_a_damaged_head_ends_what_is_found)
+TEST(api_search, without_the_flag_no_record_after_a_damaged_head_is_found)
 {
     const sample_file file;
     const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
@@ -363,7 +362,7 @@ TEST(api_search, lost_bytes_across_records_lose_these_only)
 TEST(api_search, exchanged_pieces_lose_the_blocks_around_them)
 {
     const sample_file file(3);
-    // The end of record 1 and the start of record 2 change places.
+    // The end of record 1 and the start of record 2 are exchanged.
     const usize border = file.heads[2];
     const bytes image =
         joined({slice(file.image, 0, border - 2000), slice(file.image, border, 2000),
@@ -372,7 +371,7 @@ TEST(api_search, exchanged_pieces_lose_the_blocks_around_them)
     expect_intact(image, file.data, file.without({1, 2}));
 }
 
-/// Returns an image whose records are in the order of `order`.
+/// Returns an image with the records in the given order.
 bytes reordered(const sample_file& file, const block_list& order)
 {
     bytes image = slice(file.image, 0, header_bytes);
@@ -474,8 +473,8 @@ TEST(api_search, hostile_files_take_linear_time)
 
 TEST(api_search, records_at_positions_with_one_hash_take_linear_time)
 {
-    // Heads that all end at the end of the file, at positions with neighbouring places in the hash
-    // table of the search.
+    // All heads have records that end at the end of the file, and positions with neighbouring
+    // entries in the hash table of the search.
     constexpr usize size = 8 * mib;
     bytes image = hostile_image(size, 100000, {0xFF});
     usize last = 0;
@@ -523,7 +522,7 @@ TEST(api_search, whole_images_are_restored)
     EXPECT_EQ(options.found(), std::vector{QRX_CORRUPT});
 }
 
-/// The info of a reader whose header was reconstructed.
+/// Opens an image, expects its header to be reconstructed, and returns the info.
 qrx_info reconstructed(const bytes& image, const sample_file& file, qrx_status fault, usize excess)
 {
     recorded_options options(0, QRX_SEARCH);

@@ -16,7 +16,7 @@ ROW = re.compile(r"^([* ]) +(\d\d) +((?:-\d,?)*) *(\d\.\d{4}) +([\d.]+) +([\d.]+
 
 
 def dominates(other, one):
-    """Whether `other` is at least as fast and small as `one`, and better in one of them."""
+    """True if `other` is at least as fast and as small as `one`, and better in one of these."""
     return (other["compress_mb_s"] >= one["compress_mb_s"]
             and other["compressed_size"] <= one["compressed_size"]
             and (other["compress_mb_s"] > one["compress_mb_s"]
@@ -39,7 +39,7 @@ class BenchTest(ToolTest):
 
 class Figures(BenchTest):
     def test_sizes_are_those_of_files(self):
-        """Sizes include heads and seals; types are detected, blocks stored, as in compressing."""
+        """Sizes include heads and seals; types are detected and blocks stored as by compression."""
         contents = {"a.txt": text(1300000), "b.bmp": b"BM" + random_bytes(5000) + text(9000),
                     "tiny": b"x"}
         for name, content in contents.items():
@@ -263,7 +263,7 @@ class Failures(BenchTest):
         done = self.bench("e", "a", "--cells", "10", "--json")
         self.assertEqual(done.stderr, b"qrx: e: is empty, skipped\n")
         self.assertEqual([json.loads(line)["name"] for line in done.stdout.splitlines()], ["a"])
-        self.assertIn("there is nothing to measure", self.fails("-q", "e"))
+        self.assertIn("nothing to measure", self.fails("-q", "e"))
 
     def test_no_files(self):
         self.fails("--cells", "10")

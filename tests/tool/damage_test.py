@@ -1,4 +1,4 @@
-"""Damaged files: noticed, without an output file, and with the good bytes on standard output."""
+"""Damaged files are noticed, leave no output file, and send only correct bytes to standard output."""
 
 import random
 
@@ -9,7 +9,7 @@ CELLS = [f"-{method}{level}" for method in range(1, 6) for level in (0, 5, 9)]
 
 class Damage(ToolTest):
     def check_noticed(self, damaged, what):
-        """Test and decompression fail with 2 and a message, and leave no file."""
+        """Expects test and decompression to fail with status 2 and a message, and to leave no file."""
         self.put("bad.qrx", damaged)
         done = run("-t", "bad.qrx", cwd=self.dir)
         self.assertEqual(done.returncode, 2, what)

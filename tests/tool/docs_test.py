@@ -1,4 +1,4 @@
-"""The pages and completions agree with the program: presets, options, file(1)."""
+"""Documents, completions and the magic entry agree with the program."""
 
 import pathlib
 import re

@@ -1,4 +1,4 @@
-"""System calls that fail: strace makes them fail in the real program."""
+"""Failing system calls, injected by strace into the real program."""
 
 import shutil
 import subprocess
@@ -40,7 +40,7 @@ class Faults(ToolTest):
         return done.stderr
 
     def check_failure(self, *faults, message, words=("-b1", "--rm", "f"), **options):
-        """The run fails with one message and leaves nothing but the source."""
+        """Expects a run to fail with one message and to leave only the source."""
         errors = self.inject(*faults, words=words, status=1, **options)
         self.assertEqual(errors.count(b"\n"), 1, errors)
         self.assertIn(message, errors)

@@ -1,4 +1,4 @@
-"""What is left after signals: complete outputs or none, and the source as it was."""
+"""After a signal there is a complete output or none, and the source is unchanged."""
 
 import os
 import signal

@@ -1,4 +1,4 @@
-"""list, and its other name -l."""
+"""list and -l: the table of compressed files."""
 
 import os
 import zlib
@@ -146,7 +146,7 @@ class List(ToolTest):
         self.assertEqual(len(self.lines("-l", "name.bin")), 2)
 
     def test_payloads_are_not_read(self):
-        """A list of 200 GiB that are not on the disk takes no time."""
+        """Listing a sparse file of 200 GiB takes no time."""
         block = 2047 * MIB
         with open(self.dir / "sparse.qrx", "wb") as file:
             file.write(header(100 * block, block_mib=2047))

@@ -96,7 +96,7 @@ class Overwriting(ToolTest):
         (self.dir / "f.qrx").mkdir()
         self.assertIn(b"is a directory", self.qrx("-f", "f", status=1).stderr)
         os.mkfifo(self.dir / "pipe")
-        self.assertIn(b"not a regular file", self.qrx("-f", "-o", "pipe", "f", status=1).stderr)
+        self.assertIn(b"isn't a regular file", self.qrx("-f", "-o", "pipe", "f", status=1).stderr)
         self.assertTrue(stat.S_ISFIFO(os.stat(self.dir / "pipe").st_mode))
 
     def output_that_appears_meanwhile(self, *command):
@@ -227,7 +227,7 @@ class Sources(ToolTest):
         os.truncate(self.dir / "f", 5 * MIB + 1)
         _, errors = process.communicate()
         self.assertEqual(process.returncode, 1)
-        self.assertIn(b"f: shrank while it was read", errors)
+        self.assertIn(b"f: shrank while being read", errors)
 
     def test_source_that_grows(self):
         process, header = self.stalled()

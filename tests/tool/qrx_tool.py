@@ -22,10 +22,10 @@ QRXCAT = os.path.join(os.path.dirname(QRX), "qrxcat")
 QUARNEX = os.path.abspath(os.environ.get("QUARNEX_PROGRAM", "build/release/quarnex"))
 MIB = 1 << 20
 
-# Flushing to a disk takes most of the time of small files.
+# For small files, flushing to a disk takes most of the time.
 FAST_DIRECTORY = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
 
-# The environment of all runs: messages of the system in English, qrx and its other names in PATH.
+# The environment of all runs: system messages in English; qrx, unqrx and qrxcat in PATH.
 ENVIRONMENT = dict(os.environ, LC_ALL="C.UTF-8",
                    PATH=os.path.dirname(QRX) + os.pathsep + os.environ.get("PATH", ""))
 
@@ -47,7 +47,7 @@ def run(*args, stdin=None, cwd=None, program=QRX, **options):
 
 
 def is_sanitized():
-    """Whether the program was built with a sanitizer, which needs terabytes of address space."""
+    """True if the program was built with a sanitizer, which needs terabytes of address space."""
     with open(QRX, "rb") as program:
         content = program.read()
     return b"__asan_init" in content or b"__tsan_init" in content
@@ -129,11 +129,11 @@ class ToolTest(unittest.TestCase):
             self.put(name, content)
 
     def compressed(self, content, *args):
-        """Returns what qrx makes of `content`."""
+        """Returns `content` compressed by qrx."""
         return self.qrx("-c", "-q", *args, stdin=content).stdout
 
     def original(self, content):
-        """Returns what qrx -d makes of `content`."""
+        """Returns `content` decompressed by qrx -d."""
         return self.qrx("-dc", stdin=content).stdout
 
     def start(self, *args, **options):
@@ -147,7 +147,7 @@ class ToolTest(unittest.TestCase):
         return process
 
     def unprivileged(self):
-        """Returns options of subprocess that give up root's rights, which ignore modes."""
+        """Returns options of subprocess that give up root's rights, which override file modes."""
         if os.geteuid() != 0:
             return {}
         os.chmod(self.dir, 0o777)
@@ -214,7 +214,7 @@ def wait_until_drained(pipe):
 
 
 def has_open(process, name):
-    """Whether a process has a file open."""
+    """True if a process has a file open."""
     directory = f"/proc/{process.pid}/fd"
     try:
         return any(os.path.samefile(os.path.join(directory, fd), name)

@@ -1,4 +1,4 @@
-"""The tour of the README works as printed.
+"""The commands of the README print what it shows.
 
 Each block marked `sh` runs, in order and in one directory; a block marked `text` after it is its output.  Lines are
 compared in any order, because standard output and standard error are separate streams, and without numbers that depend

@@ -118,7 +118,7 @@ class RecoverTest(ToolTest):
                     self.assertGreaterEqual(first, block * MIB)
                     self.check_same_outside(output, [(first, last)])
                     self.assertEqual(output[first:], bytes(SIZE - first))
-                    # What is left of the block's payload is used.
+                    # The rest of the block's payload is used.
                     share = (cut - start) / (end - start)
                     length = min(MIB, SIZE - block * MIB)
                     self.assertGreater(first - block * MIB, (share - 0.02) * length)
@@ -146,7 +146,7 @@ class RecoverTest(ToolTest):
                     self.check(damaged, self.touched_by(records, place, end))
 
     def test_two_overwritten_sectors(self):
-        # Inside payloads: any number of them is independent.
+        # Inside payloads, each damage is independent of the others.
         for method in (4, 5):
             compressed = self.files_of_methods[method]
             records = records_of(compressed)
