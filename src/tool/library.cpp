@@ -46,7 +46,8 @@ uint32_t reader_threads(const session& run, const path& name, const qrx_source& 
     known.struct_size = sizeof known;
     if (run.settings.memory_limit != 0) {
         observer unused;
-        const qrx_options look = library_options(unused, 0, flags);
+        qrx_options look = library_options(unused, 0, flags);
+        look.memory_limit = run.settings.memory_limit;
         qrx_reader* made = nullptr;
         if (qrx_reader_open_source(&made, &source, &look) != QRX_OK) return 0;
         const reader_ptr first(made);
@@ -82,6 +83,7 @@ int exit_status_of(qrx_status result)
 
 void observer::record(const qrx_event& event) noexcept
 {
+    has_watched_fault |= event.block == watched_block;
     try {
         if (events.size() < max_events) {
             events.push_back(event);
@@ -97,6 +99,12 @@ void observer::forget()
 {
     events.clear();
     dropped = 0;
+}
+
+void observer::watch(uint64_t block)
+{
+    watched_block = block;
+    has_watched_fault = false;
 }
 
 qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)

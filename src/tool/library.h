@@ -37,9 +37,13 @@ struct observer {
     /// Called by the library, which can't handle exceptions.
     void record(const qrx_event& event) noexcept;
     void forget();
+    /// Notes from now on whether there is an event for `block`, even if it isn't kept.
+    void watch(uint64_t block);
 
     std::vector<qrx_event> events;
     uint64_t dropped = 0;
+    uint64_t watched_block = QRX_NO_BLOCK;
+    bool has_watched_fault = false;
     progress_line* progress = nullptr;
 };
 

@@ -123,16 +123,14 @@ class recovery {
         if (block >= info().block_count) return;
         const qrx_block_info expected = describe(block);
         const bool is_cut = end + head_bytes + size > info().file_size;
-        if (expected.is_found == 0 && size <= expected.length && is_cut)
-            cut_ = {block, end + head_bytes, size};
+        const bool is_possible = size <= expected.length && expected.length <= INT32_MAX;
+        if (expected.is_found == 0 && is_possible && is_cut) cut_ = {block, end + head_bytes, size};
     }
 
     int copy()
     {
         run_.progress.start(source_, info().original_size);
         run_.progress.set_compressed(info().file_size);
-        const uint64_t length = std::min(info().block_size, info().original_size);
-        buffer_.resize(static_cast<size_t>(length));
         if (info().block_count == 0) { // checks the seal
             size_t got = 0;
             const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
@@ -169,25 +167,33 @@ class recovery {
             lose(extent);
             return exit_good;
         }
-        const size_t events = input_.watcher.events.size();
+        reserve(static_cast<size_t>(place.length));
+        input_.watcher.watch(block);
         size_t got = 0;
         const qrx_status result =
-            qrx_reader_block(input_.reader.get(), block, buffer_.data(), buffer_.size(), &got);
+            qrx_reader_block(input_.reader.get(), block, buffer_.get(), room_, &got);
         if (result != QRX_OK) return fail(result);
         const byte_range payload{place.offset, place.offset + place.payload_size};
         const byte_range bad = tolerant_->first_unreadable(payload);
         if (bad.first == bad.last) {
-            const auto& found = input_.watcher.events;
-            if (std::any_of(found.begin() + static_cast<ptrdiff_t>(events), found.end(),
-                            [&](const qrx_event& event) { return event.block == block; }))
-                lose(extent);
-            return write(extent, buffer_.data());
+            if (input_.watcher.has_watched_fault) lose(extent);
+            return write(extent, buffer_.get());
         }
         note(QRX_READ_FAILED, block, bad.first);
         if (place.is_stored == 0 || input_.params.filter != QRX_FILTER_NONE)
             return save_prefix(extent, place.offset, place.payload_size);
         lose_unreadable(extent, payload);
-        return write(extent, buffer_.data());
+        return write(extent, buffer_.get());
+    }
+
+    /// Makes room for a block that has a record: a damaged header can claim blocks of any size.
+    void reserve(size_t length)
+    {
+        if (length <= room_) return;
+        room_ = 0;
+        buffer_.reset();
+        buffer_.reset(new char[length]);
+        room_ = length;
     }
 
     /// Saves the start of a block whose payload is known up to the end of the file, or up to an
@@ -402,8 +408,9 @@ class recovery {
     cut_record cut_;
     output_file output_;
     bool replaces_ = false;
-    std::vector<char> buffer_;
-    uint64_t written_ = 0; // end of what was written last
+    std::unique_ptr<char[]> buffer_; // of a block
+    size_t room_ = 0;                // of the buffer
+    uint64_t written_ = 0;           // end of what was written last
     std::vector<byte_range> lost_;
     uint64_t lost_bytes_ = 0;
 };
@@ -421,10 +428,9 @@ path target_of(const options& settings, const path& source)
 
 int run_recover(const session& run)
 {
-    int status = exit_good;
-    for (const path& name : run.settings.names)
-        status = std::max(status, recovery(run, name, target_of(run.settings, name)).run());
-    return status;
+    return for_each_operand(run, [&](const path& name) {
+        return recovery(run, name, target_of(run.settings, name)).run();
+    });
 }
 
 } // namespace tool
