@@ -48,7 +48,8 @@ bool is_digit(char character)
 void add_expanded(const std::string& word, std::vector<std::string>& words)
 {
     const auto is_end = [](char character) {
-        return is_digit(character) || std::string_view("bCoT").find(character) != std::string::npos;
+        return is_digit(character) ||
+               std::string_view("bCnoT").find(character) != std::string::npos;
     };
     const auto first = std::find_if(word.begin(), word.end(), is_end);
     if (word.size() < 2 || word[0] != '-' || word[1] == '-' || first == word.end() ||
@@ -305,6 +306,8 @@ class command_line {
                    settings_.what != command::join,
                "-o and --against take one input file");
         refuse(settings_.to_stdout && !settings_.output.empty(), "-c and -o exclude each other");
+        refuse(!settings_.directory.empty() && (settings_.to_stdout || !settings_.output.empty()),
+               "-C excludes -c and -o");
         refuse(settings_.to_stdout && settings_.removes_source, "-c and --rm exclude each other");
         refuse(settings_.to_stdout && settings_.names.size() > 1 &&
                    settings_.what == command::compress,
@@ -342,7 +345,13 @@ class command_line {
     void add_path(const char* names, path& value, const char* text)
     {
         app_.add_option_function<std::string>(
-                names, [&value](const std::string& word) { value = to_path(word); }, text)
+                names,
+                [&value, names](const std::string& word) {
+                    // The value of an unset variable of a script, rather than no option.
+                    if (word.empty()) throw CLI::ValidationError(names, "the name is empty");
+                    value = to_path(word);
+                },
+                text)
             ->type_name("NAME");
     }
 

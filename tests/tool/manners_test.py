@@ -289,6 +289,17 @@ class Sources(ToolTest):
         self.qrx("--rm", stdin=b"x", status=1)
         self.assertEqual(self.files(), ["f"])
 
+    def test_removal_of_a_compressed_file_needs_an_output_file(self):
+        self.put("f.qrx", self.compressed(b"content"))
+        for options in (["-o", "-"], ["-c"]):
+            self.assertEqual(self.qrx("-d", "--rm", *options, "f.qrx", status=1).stdout, b"")
+        self.assertEqual(self.files(), ["f.qrx"])
+
+    def test_verification_needs_an_output_file(self):
+        self.put("f.qrx", self.compressed(b"content"))
+        self.assertEqual(self.qrx("-d", "--verify", "-o", "-", "f.qrx", status=1).stdout, b"")
+        self.qrx("-d", "--verify", stdin=self.get("f.qrx"), status=1)
+
     def test_removal_of_an_empty_file(self):
         self.put("f", b"")
         self.qrx("--rm", "f")
@@ -358,6 +369,8 @@ class Messages(ToolTest):
 
     def test_json_and_data_are_kept_apart(self):
         done = self.qrx("--json", stdin=b"x", status=1)
+        self.assertEqual(done.stdout, b"")
+        done = self.qrx("-d", "--json", stdin=self.compressed(b"x"), status=1)
         self.assertEqual(done.stdout, b"")
         self.qrx("--json", "-o", "out", stdin=b"x")
         self.assertEqual(self.original(self.get("out")), b"x")
