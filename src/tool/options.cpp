@@ -43,14 +43,31 @@ bool is_digit(char character)
     return character >= '0' && character <= '9';
 }
 
+/// Letters of options that have a value.
+constexpr std::string_view value_letters = "bCnoT";
+
+bool has_value(char letter)
+{
+    return value_letters.find(letter) != std::string_view::npos;
+}
+
+/// Whether the value of the last option in a word is the next word.
+bool expects_value(const std::string& word)
+{
+    constexpr std::array<std::string_view, 13> options{
+        "--output",  "--directory",    "--level",   "--block-size", "--threads",
+        "--range",   "--memory-limit", "--against", "--pieces",     "--blocks",
+        "--seconds", "--cells",        "--plot"};
+    if (word.size() < 2 || word[0] != '-') return false;
+    if (word[1] == '-') return std::find(options.begin(), options.end(), word) != options.end();
+    return std::find_if(word.begin(), word.end(), has_value) == word.end() - 1;
+}
+
 /// Turns the digits of a word like "-9", "-33" or "-c9" into an option of their own: CLI11 knows
 /// one-letter options only.  Letters whose option has a value end the search.
 void add_expanded(const std::string& word, std::vector<std::string>& words)
 {
-    const auto is_end = [](char character) {
-        return is_digit(character) ||
-               std::string_view("bCnoT").find(character) != std::string::npos;
-    };
+    const auto is_end = [](char character) { return is_digit(character) || has_value(character); };
     const auto first = std::find_if(word.begin(), word.end(), is_end);
     if (word.size() < 2 || word[0] != '-' || word[1] == '-' || first == word.end() ||
         !is_digit(*first)) {
@@ -72,7 +89,10 @@ std::vector<std::string> expand(const std::vector<std::string>& words)
                             words.end());
             break;
         }
-        add_expanded(words[index], expanded);
+        if (index != 0 && expects_value(words[index - 1]))
+            expanded.push_back(words[index]);
+        else
+            add_expanded(words[index], expanded);
     }
     return expanded;
 }

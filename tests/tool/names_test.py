@@ -191,6 +191,14 @@ class Directories(ToolTest):
             self.assertIn(b"-C excludes", self.qrx("-C", "out", *options, "f", status=1).stderr)
         self.assertFalse((self.dir / "out").exists() or (self.dir / "other").exists())
 
+    def test_values_are_not_taken_for_presets(self):
+        self.put("f", b"content")
+        self.qrx("-o", "-9", "f")
+        self.qrx("-fC", "-33v", "f")
+        self.qrx("--output", "-1x", "f")
+        for name in ("-9", "-33v/f.qrx", "-1x"):
+            self.assertEqual(self.original(self.get(name)), b"content")
+
     def test_empty_name_is_refused(self):
         self.put("f", b"content")
         for option in ("-o", "-C"):
