@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <optional>
 
 namespace tool {
@@ -200,20 +201,34 @@ class recovery {
     /// unreadable part.
     int save_prefix(const byte_range& extent, uint64_t offset, uint64_t size)
     {
+        std::vector<char> block;
+        size_t certain = 0;
+        qrx_status result = QRX_NO_MEMORY;
+        try {
+            block.resize(static_cast<size_t>(extent.last - extent.first));
+            result = decode_start(offset, size, block, certain);
+        } catch (const std::bad_alloc&) { // other blocks can still be recovered
+        }
+        if (result != QRX_OK) {
+            certain = 0;
+            run_.messages.warn(source_, "the start of bytes " + std::to_string(extent.first) + ":" +
+                                            std::to_string(extent.last) +
+                                            " can't be saved: " + qrx_status_text(result));
+        }
+        lose({extent.first + certain, extent.last});
+        return write({extent.first, extent.first + certain}, block.data());
+    }
+
+    qrx_status decode_start(uint64_t offset, uint64_t size, std::vector<char>& block,
+                            size_t& certain)
+    {
         partial_payload payload;
         payload.bytes.resize(static_cast<size_t>(size));
         const byte_range bad = tolerant_->first_unreadable({offset, offset + size});
         const uint64_t end = std::min(bad.first, info().file_size);
         const size_t wanted = static_cast<size_t>(end - std::min(offset, end));
         const int error = tolerant_->read(offset, payload.bytes.data(), wanted, payload.known);
-        if (error != 0) return fail(source_, system_error_text(error));
-        std::vector<char> block(static_cast<size_t>(extent.last - extent.first));
-        size_t certain = 0;
-        const qrx_status result =
-            decode_prefix(input_.params, run_.settings.memory_limit, payload, block, certain);
-        if (result != QRX_OK) return fail(source_, qrx_status_text(result), exit_status_of(result));
-        lose({extent.first + certain, extent.last});
-        return write({extent.first, extent.first + certain}, block.data());
+        return error != 0 ? QRX_NO_MEMORY : decode_prefix(input_.params, payload, block, certain);
     }
 
     /// The payload of a stored block is the block: only what can't be read is lost.

@@ -312,6 +312,18 @@ class RecoverTest(ToolTest):
             recovered.seek(mib * MIB)
             self.assertEqual(recovered.read(), b"hello")
 
+    def test_cut_file_with_doubtful_parameters(self):
+        """What only encoders use may be damaged, and doesn't count against the memory limit."""
+        content = text(2 * MIB)
+        for bits, options in ((58, []), (1, ["--memory-limit", "20M"])):
+            image = self.compressed(content, "-39", "-b1")
+            image = image[:24] + struct.pack("<I", bits) + image[28:-100000]
+            self.put("f.qrx", image)
+            done = self.qrx("recover", "-f", "-T1", *options, "f.qrx", status=2)
+            self.assertNotIn(b"can't be saved", done.stderr)
+            saved = self.get("f")
+            self.assertEqual(saved[:MIB + 1000], content[:MIB + 1000])
+
     def test_empty_original(self):
         self.put("e.qrx", self.compressed(b""))
         self.qrx("recover", "e.qrx")
