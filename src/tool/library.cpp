@@ -176,9 +176,10 @@ uint32_t choose_threads(const session& run, const path& name, const qrx_params& 
     const uint64_t limit = run.settings.memory_limit;
     while (limit != 0 && threads != 0 && needed(&params, threads) > limit) --threads;
     if (threads != wanted)
-        run.messages.warn(name, "uses " + std::to_string(threads) + " of " +
-                                    std::to_string(wanted) +
-                                    " threads, to stay within the memory limit");
+        run.messages.warn(name, (threads != 0 ? "uses " + std::to_string(threads) + " of " +
+                                                    std::to_string(wanted) + " threads"
+                                              : std::string("uses no worker threads")) +
+                                    ", to stay within the memory limit");
     return threads;
 }
 
@@ -228,14 +229,21 @@ int compressed_input::spool()
     if (got <= max_in_memory) return 0;
     spool_ = std::make_unique<output_file>();
     error = spool_->create_temporary();
+    has_spool_error_ = error != 0;
     while (error == 0 && got != 0) {
         error = spool_->write_at(spooled_, memory_.data(), got);
+        has_spool_error_ = error != 0;
         spooled_ += got;
         memory_.resize(copy_bytes);
         if (error == 0) error = file_.read(memory_.data(), memory_.size(), got);
     }
     memory_ = {};
     return error;
+}
+
+std::string compressed_input::error_text(int error) const
+{
+    return (has_spool_error_ ? "temporary file: " : "") + system_error_text(error);
 }
 
 uint64_t compressed_input::size() const
@@ -264,7 +272,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
     }
     const int error = input.open(name);
     if (error != 0) {
-        run.messages.error(name, system_error_text(error));
+        run.messages.error(name, input.error_text(error));
         return exit_failed;
     }
     return open_source(run, name, input.source(), flags, not_qrx);

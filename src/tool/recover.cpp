@@ -70,7 +70,7 @@ class recovery {
     int open_source()
     {
         const int error = input_.input.open(source_);
-        if (error != 0) return fail(source_, system_error_text(error));
+        if (error != 0) return fail(source_, input_.input.error_text(error));
         tolerant_.emplace(input_.input.source());
         const int status =
             input_.open_source(run_, source_, tolerant_->source(), QRX_KEEP_DAMAGED | QRX_SEARCH);

@@ -159,6 +159,12 @@ class Space(ToolTest):
         self.assertEqual(done.stdout, b"")
         self.assertEqual(self.files(), [])
 
+    def test_temporary_file_of_compressed_input(self):
+        environment = dict(ENVIRONMENT, TMPDIR="/nonexistent")
+        for args in (["-d"], ["-t"], ["recover", "-o", "f", "-"]):
+            done = self.qrx(*args, stdin=bytes(17 * MIB), status=1, env=environment)
+            self.assertIn(b"temporary file: No such file", done.stderr)
+
     def test_read_only_directory(self):
         rights = self.unprivileged()
         self.put("d/f", b"x")
@@ -344,7 +350,7 @@ class Messages(ToolTest):
         content = long_text(5 * MIB)
         self.put("f", content)
         done = self.qrx("-T8", "-b1", "-30", "--memory-limit", "16M", "f")
-        self.assertRegex(done.stderr, rb"^qrx: f: uses [0-7] of 8 threads[^\n]*\n$")
+        self.assertRegex(done.stderr, rb"^qrx: f: uses ([1-7] of 8|no worker) threads[^\n]*\n$")
         self.assertEqual(self.original(self.get("f.qrx")), content)
         quiet = self.qrx("-qf", "-T8", "-b1", "-30", "--memory-limit", "16M", "f")
         self.assertEqual(quiet.stderr, b"")
