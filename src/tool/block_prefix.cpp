@@ -14,6 +14,8 @@ constexpr size_t margin_bytes = 16;
 
 constexpr unsigned filling_count = 6;
 
+constexpr uint32_t method_with_context_bits = 4;
+
 /// Upper bound on the redundant bytes at the end of a payload.
 constexpr size_t redundant_bytes = 16;
 
@@ -42,15 +44,17 @@ qrx_status decode(qrx_codec* codec, const partial_payload& payload, std::vector<
 
 } // namespace
 
-qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partial_payload& payload,
+qrx_status decode_prefix(const qrx_params& params, partial_payload& payload,
                          std::vector<char>& block, size_t& certain)
 {
     certain = 0;
-    observer watcher;
-    qrx_options library = library_options(watcher, 0, 0);
-    library.memory_limit = memory_limit;
+    // Decoders don't use these, so they may be damaged.
+    qrx_params needed = params;
+    needed.hash_bits = needed.chain_bits = 0;
+    if (needed.method != method_with_context_bits) needed.context_bits = 0;
+    // Without a memory limit, which would be compared with the needs of an encoder.
     qrx_codec* made = nullptr;
-    qrx_status result = qrx_codec_new(&made, &params, &library);
+    qrx_status result = qrx_codec_new(&made, &needed, nullptr);
     const codec_ptr codec(made);
     fill(payload, 0);
     if (result == QRX_OK) result = decode(made, payload, block);

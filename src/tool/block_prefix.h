@@ -20,7 +20,7 @@ struct partial_payload {
 /// and a margin make a wrong byte improbable.
 ///
 /// `block` has the length of the block, and receives zeros after the first `certain` bytes.
-qrx_status decode_prefix(const qrx_params& params, uint64_t memory_limit, partial_payload& payload,
+qrx_status decode_prefix(const qrx_params& params, partial_payload& payload,
                          std::vector<char>& block, size_t& certain);
 
 } // namespace tool

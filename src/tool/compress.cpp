@@ -24,6 +24,7 @@ class compression {
     int run()
     {
         const auto started = std::chrono::steady_clock::now();
+        if (!may_remove(run_, item_)) return exit_failed;
         int status = open_source();
         if (status == exit_good) status = open_target();
         if (status == exit_good) status = compress();
@@ -62,22 +63,6 @@ class compression {
             return fail(item_.source, "not a regular file, skipped");
         const int error = is_stdin ? source_.open_stdin() : source_.open(item_.source);
         if (error != 0) return fail(item_.source, system_error_text(error));
-        return run_.settings.removes_source ? check_removal() : exit_good;
-    }
-
-    /// Refuses links: removing a symbolic link or one of several hard links doesn't remove the
-    /// file.
-    int check_removal() const
-    {
-        if (is_stdio(item_.source)) return fail(item_.source, "--rm needs a file name");
-        if (is_stdout()) return fail(item_.source, "--rm needs an output file");
-        file_traits unfollowed;
-        traits_of(item_.source, false, unfollowed);
-        if (unfollowed.is_link)
-            return fail(item_.source, "is a symbolic link, skipped because of --rm");
-        if (unfollowed.links > 1 && !run_.settings.force)
-            return fail(item_.source,
-                        "has other hard links, skipped because of --rm (-f permits it)");
         return exit_good;
     }
 

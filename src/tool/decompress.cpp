@@ -20,9 +20,10 @@ class decompression {
     int run()
     {
         const auto started = std::chrono::steady_clock::now();
-        if (run_.settings.removes_source && is_stdio(item_.source))
-            return fail(item_.source, "--rm needs a file name");
-        const bool passes_others = run_.settings.force && run_.settings.to_stdout;
+        if (!may_remove(run_, item_) || !may_use_stdout()) return exit_failed;
+        // A file of this name that isn't a .qrx file is a damaged one.
+        const bool passes_others =
+            run_.settings.force && run_.settings.to_stdout && !has_suffix(item_.source);
         qrx_status opened = QRX_OK;
         int status = input_.open(run_, item_.source, 0, passes_others ? &opened : nullptr);
         if (opened == QRX_NOT_QRX) return pass_through();
@@ -46,6 +47,20 @@ class decompression {
         run_.progress.end();
         run_.messages.error(name, text);
         return status;
+    }
+
+    /// Standard output can't take the content and an object, and can't be read back.
+    bool may_use_stdout() const
+    {
+        if (!is_stdout()) return true;
+        const char* reason = nullptr;
+        if (run_.settings.json)
+            reason = "--json needs standard output for itself (-o FILE)";
+        else if (run_.settings.verifies)
+            reason = "--verify needs an output file to read back";
+        if (reason == nullptr) return true;
+        fail("-", reason);
+        return false;
     }
 
     int open_target()

@@ -46,7 +46,8 @@ uint32_t reader_threads(const session& run, const path& name, const qrx_source& 
     known.struct_size = sizeof known;
     if (run.settings.memory_limit != 0) {
         observer unused;
-        const qrx_options look = library_options(unused, 0, flags);
+        qrx_options look = library_options(unused, 0, flags);
+        look.memory_limit = run.settings.memory_limit;
         qrx_reader* made = nullptr;
         if (qrx_reader_open_source(&made, &source, &look) != QRX_OK) return 0;
         const reader_ptr first(made);
@@ -82,6 +83,7 @@ int exit_status_of(qrx_status result)
 
 void observer::record(const qrx_event& event) noexcept
 {
+    has_watched_fault |= event.block == watched_block;
     try {
         if (events.size() < max_events) {
             events.push_back(event);
@@ -97,6 +99,12 @@ void observer::forget()
 {
     events.clear();
     dropped = 0;
+}
+
+void observer::watch(uint64_t block)
+{
+    watched_block = block;
+    has_watched_fault = false;
 }
 
 qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)
@@ -168,9 +176,10 @@ uint32_t choose_threads(const session& run, const path& name, const qrx_params& 
     const uint64_t limit = run.settings.memory_limit;
     while (limit != 0 && threads != 0 && needed(&params, threads) > limit) --threads;
     if (threads != wanted)
-        run.messages.warn(name, "uses " + std::to_string(threads) + " of " +
-                                    std::to_string(wanted) +
-                                    " threads, to stay within the memory limit");
+        run.messages.warn(name, (threads != 0 ? "uses " + std::to_string(threads) + " of " +
+                                                    std::to_string(wanted) + " threads"
+                                              : std::string("uses no worker threads")) +
+                                    ", to stay within the memory limit");
     return threads;
 }
 
@@ -220,14 +229,21 @@ int compressed_input::spool()
     if (got <= max_in_memory) return 0;
     spool_ = std::make_unique<output_file>();
     error = spool_->create_temporary();
+    has_spool_error_ = error != 0;
     while (error == 0 && got != 0) {
         error = spool_->write_at(spooled_, memory_.data(), got);
+        has_spool_error_ = error != 0;
         spooled_ += got;
         memory_.resize(copy_bytes);
         if (error == 0) error = file_.read(memory_.data(), memory_.size(), got);
     }
     memory_ = {};
     return error;
+}
+
+std::string compressed_input::error_text(int error) const
+{
+    return (has_spool_error_ ? "temporary file: " : "") + system_error_text(error);
 }
 
 uint64_t compressed_input::size() const
@@ -256,7 +272,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
     }
     const int error = input.open(name);
     if (error != 0) {
-        run.messages.error(name, system_error_text(error));
+        run.messages.error(name, input.error_text(error));
         return exit_failed;
     }
     return open_source(run, name, input.source(), flags, not_qrx);

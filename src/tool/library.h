@@ -37,9 +37,13 @@ struct observer {
     /// Called by the library, so it must not throw.
     void record(const qrx_event& event) noexcept;
     void forget();
+    /// Notes from now on whether there is an event for `block`, even if it isn't kept.
+    void watch(uint64_t block);
 
     std::vector<qrx_event> events;
     uint64_t dropped = 0;
+    uint64_t watched_block = QRX_NO_BLOCK;
+    bool has_watched_fault = false;
     progress_line* progress = nullptr;
 };
 
@@ -76,6 +80,8 @@ class compressed_input {
   public:
     /// Opens `name`, "-" for standard input.  Returns an errno value.
     int open(const path& name);
+    /// Describes a failure of open(), which can be one of the temporary file.
+    std::string error_text(int error) const;
     const input_file& file() const { return file_; }
     uint64_t size() const;
     qrx_source source() const;
@@ -87,6 +93,7 @@ class compressed_input {
     std::vector<char> memory_; // of standard input, while it is short
     std::unique_ptr<output_file> spool_;
     uint64_t spooled_ = 0;
+    bool has_spool_error_ = false;
 };
 
 /// A compressed file open for reading.

@@ -43,13 +43,31 @@ bool is_digit(char character)
     return character >= '0' && character <= '9';
 }
 
+/// Letters of options that have a value.
+constexpr std::string_view value_letters = "bCnoT";
+
+bool has_value(char letter)
+{
+    return value_letters.find(letter) != std::string_view::npos;
+}
+
+/// Whether the value of the last option in a word is the next word.
+bool expects_value(const std::string& word)
+{
+    constexpr std::array<std::string_view, 13> options{
+        "--output",  "--directory",    "--level",   "--block-size", "--threads",
+        "--range",   "--memory-limit", "--against", "--pieces",     "--blocks",
+        "--seconds", "--cells",        "--plot"};
+    if (word.size() < 2 || word[0] != '-') return false;
+    if (word[1] == '-') return std::find(options.begin(), options.end(), word) != options.end();
+    return std::find_if(word.begin(), word.end(), has_value) == word.end() - 1;
+}
+
 /// Makes the digits of a word like "-9", "-33" or "-c9" a separate --level option: short options of
 /// CLI11 have one character.  The search stops at a letter whose option takes a value.
 void add_expanded(const std::string& word, std::vector<std::string>& words)
 {
-    const auto is_end = [](char character) {
-        return is_digit(character) || std::string_view("bCoT").find(character) != std::string::npos;
-    };
+    const auto is_end = [](char character) { return is_digit(character) || has_value(character); };
     const auto first = std::find_if(word.begin(), word.end(), is_end);
     if (word.size() < 2 || word[0] != '-' || word[1] == '-' || first == word.end() ||
         !is_digit(*first)) {
@@ -71,7 +89,10 @@ std::vector<std::string> expand(const std::vector<std::string>& words)
                             words.end());
             break;
         }
-        add_expanded(words[index], expanded);
+        if (index != 0 && expects_value(words[index - 1]))
+            expanded.push_back(words[index]);
+        else
+            add_expanded(words[index], expanded);
     }
     return expanded;
 }
@@ -306,6 +327,8 @@ class command_line {
                    settings_.what != command::join,
                "-o and --against take one input file");
         refuse(settings_.to_stdout && !settings_.output.empty(), "-c and -o exclude each other");
+        refuse(!settings_.directory.empty() && (settings_.to_stdout || !settings_.output.empty()),
+               "-C excludes -c and -o");
         refuse(settings_.to_stdout && settings_.removes_source, "-c and --rm exclude each other");
         refuse(settings_.to_stdout && settings_.names.size() > 1 &&
                    settings_.what == command::compress,
@@ -343,7 +366,13 @@ class command_line {
     void add_path(const char* names, path& value, const char* text)
     {
         app_.add_option_function<std::string>(
-                names, [&value](const std::string& word) { value = to_path(word); }, text)
+                names,
+                [&value, names](const std::string& word) {
+                    // The value of an unset variable of a script, rather than no option.
+                    if (word.empty()) throw CLI::ValidationError(names, "the name is empty");
+                    value = to_path(word);
+                },
+                text)
             ->type_name("NAME");
     }
 

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <optional>
 
 namespace tool {
@@ -70,7 +71,7 @@ class recovery {
     int open_source()
     {
         const int error = input_.input.open(source_);
-        if (error != 0) return fail(source_, system_error_text(error));
+        if (error != 0) return fail(source_, input_.input.error_text(error));
         tolerant_.emplace(input_.input.source());
         const int status =
             input_.open_source(run_, source_, tolerant_->source(), QRX_KEEP_DAMAGED | QRX_SEARCH);
@@ -124,16 +125,14 @@ class recovery {
         if (block >= info().block_count) return;
         const qrx_block_info expected = describe(block);
         const bool is_cut = end + head_bytes + size > info().file_size;
-        if (expected.is_found == 0 && size <= expected.length && is_cut)
-            cut_ = {block, end + head_bytes, size};
+        const bool is_possible = size <= expected.length && expected.length <= INT32_MAX;
+        if (expected.is_found == 0 && is_possible && is_cut) cut_ = {block, end + head_bytes, size};
     }
 
     int copy()
     {
         run_.progress.start(source_, info().original_size);
         run_.progress.set_compressed(info().file_size);
-        const uint64_t length = std::min(info().block_size, info().original_size);
-        buffer_.resize(static_cast<size_t>(length));
         if (info().block_count == 0) { // checks the seal
             size_t got = 0;
             const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
@@ -170,30 +169,59 @@ class recovery {
             lose(extent);
             return exit_good;
         }
-        const size_t events = input_.watcher.events.size();
+        reserve(static_cast<size_t>(place.length));
+        input_.watcher.watch(block);
         size_t got = 0;
         const qrx_status result =
-            qrx_reader_block(input_.reader.get(), block, buffer_.data(), buffer_.size(), &got);
+            qrx_reader_block(input_.reader.get(), block, buffer_.get(), room_, &got);
         if (result != QRX_OK) return fail(result);
         const byte_range payload{place.offset, place.offset + place.payload_size};
         const byte_range bad = tolerant_->first_unreadable(payload);
         if (bad.first == bad.last) {
-            const auto& found = input_.watcher.events;
-            if (std::any_of(found.begin() + static_cast<ptrdiff_t>(events), found.end(),
-                            [&](const qrx_event& event) { return event.block == block; }))
-                lose(extent);
-            return write(extent, buffer_.data());
+            if (input_.watcher.has_watched_fault) lose(extent);
+            return write(extent, buffer_.get());
         }
         note(QRX_READ_FAILED, block, bad.first);
         if (place.is_stored == 0 || input_.params.filter != QRX_FILTER_NONE)
             return save_prefix(extent, place.offset, place.payload_size);
         lose_unreadable(extent, payload);
-        return write(extent, buffer_.data());
+        return write(extent, buffer_.get());
+    }
+
+    /// Makes room for a block that has a record: a damaged header can claim blocks of any size.
+    void reserve(size_t length)
+    {
+        if (length <= room_) return;
+        room_ = 0;
+        buffer_.reset();
+        buffer_.reset(new char[length]);
+        room_ = length;
     }
 
     /// Saves the start of a block of whose payload only the first bytes are known, up to the end of
     /// the file or to an unreadable part.
     int save_prefix(const byte_range& extent, uint64_t offset, uint64_t size)
+    {
+        std::vector<char> block;
+        size_t certain = 0;
+        qrx_status result = QRX_NO_MEMORY;
+        try {
+            block.resize(static_cast<size_t>(extent.last - extent.first));
+            result = decode_start(offset, size, block, certain);
+        } catch (const std::bad_alloc&) { // other blocks can still be recovered
+        }
+        if (result != QRX_OK) {
+            certain = 0;
+            run_.messages.warn(source_, "the start of bytes " + std::to_string(extent.first) + ":" +
+                                            std::to_string(extent.last) +
+                                            " can't be saved: " + qrx_status_text(result));
+        }
+        lose({extent.first + certain, extent.last});
+        return write({extent.first, extent.first + certain}, block.data());
+    }
+
+    qrx_status decode_start(uint64_t offset, uint64_t size, std::vector<char>& block,
+                            size_t& certain)
     {
         partial_payload payload;
         payload.bytes.resize(static_cast<size_t>(size));
@@ -201,14 +229,7 @@ class recovery {
         const uint64_t end = std::min(bad.first, info().file_size);
         const size_t wanted = static_cast<size_t>(end - std::min(offset, end));
         const int error = tolerant_->read(offset, payload.bytes.data(), wanted, payload.known);
-        if (error != 0) return fail(source_, system_error_text(error));
-        std::vector<char> block(static_cast<size_t>(extent.last - extent.first));
-        size_t certain = 0;
-        const qrx_status result =
-            decode_prefix(input_.params, run_.settings.memory_limit, payload, block, certain);
-        if (result != QRX_OK) return fail(source_, qrx_status_text(result), exit_status_of(result));
-        lose({extent.first + certain, extent.last});
-        return write({extent.first, extent.first + certain}, block.data());
+        return error != 0 ? QRX_NO_MEMORY : decode_prefix(input_.params, payload, block, certain);
     }
 
     /// The payload of a stored block is the block itself: only its unreadable bytes are lost.
@@ -404,8 +425,9 @@ class recovery {
     cut_record cut_;
     output_file output_;
     bool replaces_ = false;
-    std::vector<char> buffer_;
-    uint64_t written_ = 0; // end of the last write
+    std::unique_ptr<char[]> buffer_; // of a block
+    size_t room_ = 0;                // of the buffer
+    uint64_t written_ = 0;           // end of the last write
     std::vector<byte_range> lost_;
     uint64_t lost_bytes_ = 0;
 };
@@ -423,10 +445,9 @@ path target_of(const options& settings, const path& source)
 
 int run_recover(const session& run)
 {
-    int status = exit_good;
-    for (const path& name : run.settings.names)
-        status = std::max(status, recovery(run, name, target_of(run.settings, name)).run());
-    return status;
+    return for_each_operand(run, [&](const path& name) {
+        return recovery(run, name, target_of(run.settings, name)).run();
+    });
 }
 
 } // namespace tool

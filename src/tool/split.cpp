@@ -199,10 +199,7 @@ class splitting {
 
 int run_split(const session& run)
 {
-    int status = exit_good;
-    for (const path& name : run.settings.names)
-        status = std::max(status, splitting(run, name).run());
-    return status;
+    return for_each_operand(run, [&](const path& name) { return splitting(run, name).run(); });
 }
 
 } // namespace tool

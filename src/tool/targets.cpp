@@ -205,6 +205,29 @@ int for_each_item(const session& run, renaming kind,
     return walk.status();
 }
 
+int for_each_operand(const session& run, const std::function<int(const path&)>& process)
+{
+    int status = exit_good;
+    std::set<path> names;
+    const auto fail = [&](const path& name, const char* text) {
+        run.progress.end();
+        run.messages.error(name, text);
+        status = std::max<int>(status, exit_failed);
+    };
+    for (const path& name : run.settings.names) {
+        if (!run.settings.directory.empty() && !names.insert(name.filename()).second) {
+            fail(name, "has the same output as another file");
+            continue;
+        }
+        try {
+            status = std::max(status, process(name));
+        } catch (const std::bad_alloc&) {
+            fail(name, "out of memory");
+        }
+    }
+    return status;
+}
+
 bool may_create(const session& run, const path& target, const file_traits* source, bool& replaces)
 {
     file_traits existing;
@@ -244,6 +267,29 @@ bool make_directory_of(const session& run, const path& target)
     fs::create_directories(target.parent_path(), error);
     if (!error) return true;
     run.messages.error(target.parent_path(), error.message());
+    return false;
+}
+
+bool may_remove(const session& run, const work_item& item)
+{
+    if (!run.settings.removes_source) return true;
+    file_traits found;
+    const char* reason = nullptr;
+    if (is_stdio(item.source))
+        reason = "--rm needs a file name";
+    else if (item.target.empty())
+        reason = "--rm needs an output file";
+    else if (traits_of(item.source, false, found) != 0)
+        return true;        // opening it reports the reason
+    else if (found.is_link) // removing a link or one of several names wouldn't remove the file
+        reason = "is a symbolic link, skipped because of --rm";
+    else if (!found.is_regular)
+        reason = "isn't a regular file, skipped because of --rm";
+    else if (found.links > 1 && !run.settings.force)
+        reason = "has other hard links, skipped because of --rm (-f permits it)";
+    if (reason == nullptr) return true;
+    run.progress.end();
+    run.messages.error(item.source, reason);
     return false;
 }
 

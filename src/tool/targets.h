@@ -27,12 +27,20 @@ bool has_suffix(const path& name);
 int for_each_item(const session& run, renaming kind,
                   const std::function<int(const work_item&)>& process);
 
+/// Processes all operands of a command without -r.  Reports those that would have the same outputs
+/// as an earlier one in another directory (-C).  Returns the largest exit status.
+int for_each_operand(const session& run, const std::function<int(const path&)>& process);
+
 /// Returns true if an output may be created: no file has its name, or that file may be overwritten;
 /// then `replaces` is set.  Reports the reason if not.
 bool may_create(const session& run, const path& target, const file_traits* source, bool& replaces);
 
 /// Creates the directory of an output if -C or -r asks for one.  Reports failures.
 bool make_directory_of(const session& run, const path& target);
+
+/// Returns whether --rm, if it is given, can remove a source: a file with one name, whose output is
+/// a file.  Reports the reason if not.
+bool may_remove(const session& run, const work_item& item);
 
 /// Removes a source whose output is complete, unless it has changed since its `traits` were read.
 /// Reports the reason if it isn't removed.

@@ -29,7 +29,7 @@ class verification {
     {
         const int error = original_.open(original_name_);
         if (error == 0) return exit_good;
-        run_.messages.error(original_name_, system_error_text(error));
+        run_.messages.error(original_name_, original_.error_text(error));
         return exit_failed;
     }
 

@@ -1,6 +1,5 @@
 """Tests of qrx bench: figures, front, table, JSON, plot and failures."""
 
-import json
 import os
 import re
 import signal
@@ -9,6 +8,7 @@ import time
 import unittest
 import xml.etree.ElementTree as ET
 
+from qrx_schema import json_objects
 from qrx_tool import QRX, ToolTest, random_bytes, run, text
 
 SVG = "{http://www.w3.org/2000/svg}"
@@ -29,7 +29,7 @@ class BenchTest(ToolTest):
 
     def objects(self, *args, **options):
         done = self.bench("--json", *args, **options)
-        return [json.loads(line) for line in done.stdout.splitlines()]
+        return json_objects(done.stdout)
 
     def rows(self, output):
         """Returns (mark, cell, presets, ratio) of each row of a table."""
@@ -50,7 +50,8 @@ class Figures(BenchTest):
             self.assertEqual(found["original_size"], len(contents[name]))
             self.assertEqual([cell["cell"] for cell in found["cells"]], cells)
             for cell in found["cells"]:
-                made = json.loads(self.qrx(f"-{cell['cell']}", "-b1", "-f", "--json", name).stdout)
+                made, = json_objects(
+                    self.qrx(f"-{cell['cell']}", "-b1", "-f", "--json", name).stdout)
                 self.assertEqual(cell["compressed_size"], made["compressed_size"], (name, cell))
                 self.assertEqual(cell["ratio"], made["ratio"])
                 self.assertEqual(made["compressed_size"], len(self.get(name + ".qrx")))
@@ -262,7 +263,7 @@ class Failures(BenchTest):
         self.put("e", b"")
         done = self.bench("e", "a", "--cells", "10", "--json")
         self.assertEqual(done.stderr, b"qrx: e: is empty, skipped\n")
-        self.assertEqual([json.loads(line)["name"] for line in done.stdout.splitlines()], ["a"])
+        self.assertEqual([each["name"] for each in json_objects(done.stdout)], ["a"])
         self.assertIn("nothing to measure", self.fails("-q", "e"))
 
     def test_no_files(self):

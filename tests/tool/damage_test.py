@@ -75,6 +75,12 @@ class Damage(ToolTest):
         for content in (b"", b"x", b"\x1f\x8b\x08" + bytes(100), bytes(1000), random_bytes(5000)):
             self.check_noticed(content, content[:10])
 
+    def test_damaged_header_is_not_another_format(self):
+        self.put("text", b"plain")
+        self.put("bad.qrx", b"X" * 5 + self.compressed(text(1000))[5:])
+        self.assertEqual(self.qrx("-dcf", "text").stdout, b"plain")
+        self.assertEqual(self.qrx("-dcf", "bad.qrx", status=2).stdout, b"")
+
     def test_swapped_and_repeated_parts(self):
         compressed = self.compressed(random_bytes(3 * MIB), "-b1")
         part = len(compressed) // 3

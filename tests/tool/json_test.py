@@ -78,8 +78,9 @@ class Json(ToolTest):
 
     def test_undocumented_fields_are_noticed(self):
         """The validator of the tests itself."""
-        good = {"command": "join", "output": "a", "pieces": 2, "original_size": 7}
-        for change in ({"other": 1}, {"pieces": 0}, {"pieces": "2"}, {"command": "unknown"}):
+        good = {"command": "join", "output": "a", "original_size": 7, "compressed_size": 5,
+                "sealed": True, "verified": False, "pieces": ["b"]}
+        for change in ({"other": 1}, {"pieces": []}, {"pieces": "b"}, {"command": "unknown"}):
             line = json.dumps({**good, **change}).encode() + b"\n"
             with self.assertRaises(qrx_schema.jsonschema.ValidationError):
                 json_objects(line)

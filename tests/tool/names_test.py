@@ -90,6 +90,14 @@ class Links(ToolTest):
         self.assertIn(b"hard links", self.qrx("--rm", "real", status=1).stderr)
         self.assertEqual(self.files(), ["link", "real", "second"])
 
+    def test_compressed_links_are_never_removed(self):
+        self.put("kept.qrx", self.compressed(b"content"))
+        os.symlink("kept.qrx", self.dir / "other.qrx")
+        self.assertIn(b"is a symbolic link", self.qrx("-d", "--rm", "other.qrx", status=1).stderr)
+        os.link(self.dir / "kept.qrx", self.dir / "second.qrx")
+        self.assertIn(b"hard links", self.qrx("-d", "--rm", "kept.qrx", status=1).stderr)
+        self.assertEqual(self.files(), ["kept.qrx", "link", "other.qrx", "real", "second.qrx"])
+
     def test_output_replaces_a_link_and_not_its_target(self):
         self.put("precious", b"precious")
         os.symlink("precious", self.dir / "real.qrx")
@@ -168,6 +176,34 @@ class Directories(ToolTest):
         self.assertIn(b"same output", done.stderr)
         self.assertEqual(self.original(self.get("out/a.qrx")), b"a")
         self.assertEqual(self.get("x/a"), b"other")
+
+    def test_files_that_meet_are_not_overwritten_by_other_commands(self):
+        self.make_tree({"x/f.qrx": self.compressed(b"first"), "y/f.qrx": self.compressed(b"other")})
+        for command in (["recover"], ["split", "-n1"]):
+            done = self.qrx(*command, "-f", "-C", "out", "x/f.qrx", "y/f.qrx", status=1)
+            self.assertIn(b"y/f.qrx: has the same output", done.stderr)
+        self.assertEqual(self.get("out/f"), b"first")
+        self.assertEqual(self.original(self.get("out/f.1of1.qrx")), b"first")
+
+    def test_directory_excludes_other_outputs(self):
+        self.put("f", b"content")
+        for options in (["-c"], ["-o", "other"]):
+            self.assertIn(b"-C excludes", self.qrx("-C", "out", *options, "f", status=1).stderr)
+        self.assertFalse((self.dir / "out").exists() or (self.dir / "other").exists())
+
+    def test_values_are_not_taken_for_presets(self):
+        self.put("f", b"content")
+        self.qrx("-o", "-9", "f")
+        self.qrx("-fC", "-33v", "f")
+        self.qrx("--output", "-1x", "f")
+        for name in ("-9", "-33v/f.qrx", "-1x"):
+            self.assertEqual(self.original(self.get(name)), b"content")
+
+    def test_empty_name_is_refused(self):
+        self.put("f", b"content")
+        for option in ("-o", "-C"):
+            self.assertIn(b"name is empty", self.qrx(option, "", "f", status=1).stderr)
+        self.assertFalse((self.dir / "f.qrx").exists())
 
     def test_one_output_for_a_directory_is_refused(self):
         self.qrx("-rc", "d", status=1)

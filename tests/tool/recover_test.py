@@ -1,13 +1,15 @@
 """Tests recover: damage loses only the blocks it touches."""
 
-import json
 import os
 import random
 import shutil
 import stat
+import struct
 import subprocess
 import unittest
 
+from qrx_files import header
+from qrx_schema import json_objects
 from qrx_tool import MIB, WORDS, ToolTest, is_sanitized, random_bytes, run, text
 
 BLOCKS = 6
@@ -48,7 +50,7 @@ class RecoverTest(ToolTest):
         self.put("x.qrx", damaged)
         done = run("recover", "--json", "-f", "--no-sync", *args, "x.qrx", cwd=self.dir)
         self.assertIn(done.returncode, (0, 2), done.stderr)
-        found = json.loads(done.stdout)
+        found = json_objects(done.stdout)[0]
         self.assertEqual(found["good"], done.returncode == 0)
         output = self.get("x")
         self.assertEqual(len(output), found["original_size"])
@@ -190,7 +192,7 @@ class RecoverTest(ToolTest):
         damaged = compressed[:8] + bytes([0, 0, 4, 0]) + compressed[12:-100000]
         self.put("x.qrx", damaged)
         done = self.qrx("recover", "--json", "x.qrx", status=2)
-        found = json.loads(done.stdout)
+        found = json_objects(done.stdout)[0]
         (first, last), = self.check_lists(found)
         self.assertEqual(last, found["original_size"])
         self.assertGreater(first, (BLOCKS - 1) * MIB)
@@ -301,6 +303,27 @@ class RecoverTest(ToolTest):
                 self.qrx("recover", name, status=2)
         self.assertEqual(self.files(), ["empty.qrx", "head.qrx", "junk.qrx"])
 
+    def test_headers_that_claim_huge_blocks(self):
+        mib = 65535
+        self.put("f.qrx", header(mib * MIB + 5, mib) + struct.pack("<IB", 5, 2) + b"hello")
+        done = self.qrx("recover", "f.qrx", status=2)
+        self.assertIn(b"lost 0:%d " % (mib * MIB), done.stdout)
+        with open(self.dir / "f", "rb") as recovered:
+            recovered.seek(mib * MIB)
+            self.assertEqual(recovered.read(), b"hello")
+
+    def test_cut_file_with_doubtful_parameters(self):
+        """What only encoders use may be damaged, and doesn't count against the memory limit."""
+        content = text(2 * MIB)
+        for bits, options in ((58, []), (1, ["--memory-limit", "20M"])):
+            image = self.compressed(content, "-39", "-b1")
+            image = image[:24] + struct.pack("<I", bits) + image[28:-100000]
+            self.put("f.qrx", image)
+            done = self.qrx("recover", "-f", "-T1", *options, "f.qrx", status=2)
+            self.assertNotIn(b"can't be saved", done.stderr)
+            saved = self.get("f")
+            self.assertEqual(saved[:MIB + 1000], content[:MIB + 1000])
+
     def test_empty_original(self):
         self.put("e.qrx", self.compressed(b""))
         self.qrx("recover", "e.qrx")
@@ -317,7 +340,7 @@ class RecoverTest(ToolTest):
             for cut in (400000, 300001, 250002):
                 self.put("x.qrx", compressed[:cut])
                 done = self.qrx("recover", "--json", "-f", "x.qrx", status=2)
-                lost, = json.loads(done.stdout)["lost"]
+                lost, = json_objects(done.stdout)[0]["lost"]
                 output = self.get("x")
                 self.assertEqual(output[:lost["first"]], data[:lost["first"]])
                 self.assertGreater(lost["first"], cut // 2)
@@ -372,7 +395,7 @@ ssize_t pread(int file, void* dest, size_t size, off_t offset)
         environment = dict(os.environ, LD_PRELOAD=str(self.dir / "shim.so"),
                            BAD_FIRST=str(first), BAD_LAST=str(last))
         done = self.qrx("recover", "--json", "-f", "x.qrx", status=2, env=environment)
-        found = json.loads(done.stdout)
+        found = json_objects(done.stdout)[0]
         lost = self.check_lists(found)
         output = self.get("x")
         position = 0

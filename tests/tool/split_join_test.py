@@ -1,11 +1,11 @@
 """Tests split and join, also with GNU Parallel."""
 
-import json
 import os
 import shutil
 import unittest
 import zlib
 
+from qrx_schema import json_objects
 from qrx_tool import MIB, QUARNEX, ToolTest, long_text, random_bytes, run
 
 SIZE = 5 * MIB + 1234
@@ -48,7 +48,7 @@ class SplitTest(ToolTest):
         return self.qrx("-dc", name).stdout
 
     def test_json(self):
-        made = json.loads(self.qrx("split", "--json", "-n", "4", "a.tar.qrx").stdout)
+        made = json_objects(self.qrx("split", "--json", "-n", "4", "a.tar.qrx").stdout)[0]
         self.assertEqual((made["command"], made["name"], made["original_size"], made["sealed"]),
                          ("split", "a.tar.qrx", SIZE, True))
         ranges = [(piece["first"], piece["last"]) for piece in made["pieces"]]
@@ -57,7 +57,7 @@ class SplitTest(ToolTest):
         for piece in made["pieces"]:
             self.assertEqual(piece["compressed_size"], len(self.get(piece["name"])))
         args = ("-f", "-o", "b.qrx", *self.names("of4.qrx"))
-        joined = json.loads(self.qrx("join", "--json", *args).stdout)
+        joined = json_objects(self.qrx("join", "--json", *args).stdout)[0]
         self.assertEqual(joined, {"command": "join", "output": "b.qrx", "original_size": SIZE,
                                   "compressed_size": len(self.sealed), "sealed": True,
                                   "verified": False, "pieces": self.names("of4.qrx")})
@@ -113,6 +113,10 @@ class SplitTest(ToolTest):
         done = self.qrx("split", "-n", "1000", "a.tar.qrx")
         self.assertEqual(done.stderr, b"qrx: a.tar.qrx: has 6 blocks: 6 pieces\n")
         self.assertEqual(len(self.names("of6.qrx")), 6)
+
+    def test_number_of_pieces_without_a_space(self):
+        self.qrx("split", "-n3", "a.tar.qrx")
+        self.assertEqual(len(self.names("of3.qrx")), 3)
 
     def test_names_sort(self):
         self.put("b", long_text(11 * MIB))
