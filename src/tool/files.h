@@ -1,4 +1,4 @@
-// tool/files.h - files, terminals and signals; implemented per system
+// tool/files.h - files; implemented per system
 //
 // Failures are errno values; 0 is success.  Outputs appear under their names when they are
 // complete: until then they have no name, or a temporary one that is removed when the program is
@@ -119,23 +119,8 @@ int remove_file(const path& name);
 /// Flushes a directory, so that a removal or a new name lasts.
 void sync_directory_of(const path& name);
 
-/// Standard streams.
-bool stdin_is_terminal();
-bool stdout_is_terminal();
-bool stderr_is_terminal();
-/// Columns of the terminal on standard error, 80 if unknown.
-unsigned terminal_columns();
-/// Asks on the terminal, and returns whether the answer is yes.  False without a terminal.
-bool ask_on_terminal(const std::string& question);
-
-/// Prepares signals and standard streams: interruption removes temporary files, a file size limit
-/// is an error instead of a signal.
-void prepare_process();
-
 /// Converts an operand of the command line, UTF-8 on Windows, to a file name, and back.
 path to_path(const std::string& word);
 std::string to_text(const path& name);
-/// The command line in UTF-8, which main() doesn't get on Windows.
-std::vector<std::string> command_line_words(int argc, char** argv);
 
 } // namespace tool

@@ -1,14 +1,12 @@
 #include "tool/files.h"
+#include "tool/process.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -21,25 +19,6 @@ constexpr size_t max_transfer = size_t{1} << 30;
 
 /// Wanted capacity of a pipe: fewer changes between its two processes.
 constexpr int pipe_bytes = 1 << 20;
-
-/// The temporary name of the file being written, which interruption removes; empty for none.
-char interrupted_name[PATH_MAX];
-std::atomic<bool> has_interrupted_name{false};
-
-void on_interruption(int number)
-{
-    if (has_interrupted_name) unlink(interrupted_name);
-    signal(number, SIG_DFL);
-    raise(number);
-}
-
-void set_interrupted_name(const std::string& name)
-{
-    has_interrupted_name = false;
-    if (name.empty() || name.size() >= sizeof interrupted_name) return;
-    std::memcpy(interrupted_name, name.c_str(), name.size() + 1);
-    has_interrupted_name = true;
-}
 
 /// Names for temporary files are tried until one is free; a collision is an accident.
 constexpr int max_name_attempts = 100;
@@ -249,7 +228,7 @@ output_file::~output_file()
 void output_file::state::discard()
 {
     if (kind == naming::temporary) unlink(temporary_name.c_str());
-    if (!temporary_name.empty()) set_interrupted_name({});
+    if (!temporary_name.empty()) remove_if_interrupted({});
     if (handle >= 0 && !is_stdout) close(handle);
     handle = -1;
     kind = naming::final;
@@ -260,7 +239,7 @@ int output_file::state::create_named()
 {
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         temporary_name = temporary_name_beside(name);
-        set_interrupted_name(temporary_name); // first, so that no moment is left without
+        remove_if_interrupted(temporary_name); // first, so that no moment is left without
         handle = open(temporary_name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (handle >= 0) {
             kind = naming::temporary;
@@ -297,7 +276,7 @@ int output_file::create_temporary()
     if (error != 0) return error;
     if (state_->kind == state::naming::temporary) {
         unlink(state_->temporary_name.c_str());
-        set_interrupted_name({});
+        remove_if_interrupted({});
         state_->kind = state::naming::nameless;
     }
     return 0;
@@ -386,7 +365,7 @@ int output_file::state::name_nameless(bool replaces)
     if (error != EEXIST || !replaces) return error;
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         temporary_name = temporary_name_beside(name);
-        set_interrupted_name(temporary_name);
+        remove_if_interrupted(temporary_name);
         const int linked = link_to(temporary_name);
         if (linked == EEXIST) continue;
         if (linked != 0) return linked;
@@ -421,7 +400,7 @@ int output_file::finish(bool replaces, bool syncs)
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
     const int error = file.give_name(replaces);
     if (error != 0) return error;
-    set_interrupted_name({});
+    remove_if_interrupted({});
     file.kind = state::naming::final;
     const int closed = close(file.handle);
     file.handle = -1;
@@ -443,65 +422,6 @@ void sync_directory_of(const path& name)
     close(handle);
 }
 
-bool stdin_is_terminal()
-{
-    return isatty(STDIN_FILENO) != 0;
-}
-bool stdout_is_terminal()
-{
-    return isatty(STDOUT_FILENO) != 0;
-}
-bool stderr_is_terminal()
-{
-    return isatty(STDERR_FILENO) != 0;
-}
-
-unsigned terminal_columns()
-{
-    winsize size{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-    return size.ws_col;
-}
-
-bool ask_on_terminal(const std::string& question)
-{
-    if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
-    std::fprintf(stderr, "%s", question.c_str());
-    const int answer = std::getchar();
-    int last = answer;
-    while (last != '\n' && last != EOF) last = std::getchar();
-    if (last == EOF) std::fputc('\n', stderr);
-    return answer == 'y' || answer == 'Y';
-}
-
-namespace {
-
-/// Occupies the numbers of standard streams that are closed, which no file must get.  Their use
-/// fails as that of closed streams does.
-void occupy_closed_streams()
-{
-    for (const int handle : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(handle, F_GETFD) >= 0) continue;
-        const int opened = open("/dev/null", handle == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-        if (opened > STDERR_FILENO) close(opened);
-    }
-}
-
-} // namespace
-
-void prepare_process()
-{
-    signal(SIGXFSZ, SIG_IGN); // writing fails with EFBIG
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
-        struct sigaction action {};
-        sigaction(number, nullptr, &action);
-        if (action.sa_handler == SIG_IGN) continue; // nohup
-        action.sa_handler = on_interruption;
-        sigaction(number, &action, nullptr);
-    }
-    occupy_closed_streams();
-}
-
 path to_path(const std::string& word)
 {
     return path(word);
@@ -509,11 +429,6 @@ path to_path(const std::string& word)
 std::string to_text(const path& name)
 {
     return name.string();
-}
-
-std::vector<std::string> command_line_words(int argc, char** argv)
-{
-    return {argv, argv + argc};
 }
 
 } // namespace tool

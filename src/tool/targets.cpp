@@ -1,5 +1,7 @@
 #include "tool/targets.h"
 
+#include "tool/process.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <new>
