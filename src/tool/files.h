@@ -61,7 +61,7 @@ class input_file {
     const file_traits& traits() const { return traits_; }
     /// A regular file, which has a size and can be read at any offset.  Offsets count from the
     /// position at which standard input was when the program started.  False for a size of 0: files
-    /// in /proc claim that, and have to be read to the end.
+    /// in /proc claim that, and have to be read to the end.  Windows has none, but the same rule.
     bool is_seekable() const { return is_seekable_; }
     uint64_t size() const { return size_; }
 

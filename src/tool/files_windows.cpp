@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
-#include <share.h>
 #include <utility>
+#include <vector>
 #include <windows.h>
 
 namespace tool {
@@ -19,7 +19,7 @@ constexpr int64_t ticks_per_second = 10'000'000;
 constexpr int64_t unix_epoch_seconds = 11'644'473'600;
 
 /// Largest number of bytes of one call.
-constexpr size_t max_transfer = size_t{1} << 30;
+constexpr size_t max_transfer = size_t{1} << 24;
 
 /// Returns the errno value for the last error of the system.
 int last_error()
@@ -72,6 +72,34 @@ LARGE_INTEGER join_time(int64_t seconds, int64_t nanoseconds)
     return time;
 }
 
+/// Returns a name for the system, which limits names to MAX_PATH characters (in directories, 12
+/// less) unless they are absolute and have a prefix.
+std::wstring system_name(const path& name)
+{
+    constexpr size_t max_unprefixed = MAX_PATH - 12 - 1;
+    std::vector<wchar_t> full(32768);
+    const DWORD length =
+        GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length <= max_unprefixed || length >= full.size()) return name.native();
+    const std::wstring absolute(full.data(), length);
+    if (absolute.compare(0, 2, L"\\\\") != 0) return L"\\\\?\\" + absolute;
+    const bool is_prefixed =
+        absolute.compare(2, 2, L"?\\") == 0 || absolute.compare(2, 2, L".\\") == 0;
+    return is_prefixed ? absolute : L"\\\\?\\UNC" + absolute.substr(1);
+}
+
+/// Whether a reparse point is a symbolic link or a mount point; others, such as those of cloud
+/// storage, are ordinary files.
+bool is_link_handle(HANDLE handle)
+{
+    FILE_ATTRIBUTE_TAG_INFO found{};
+    if (GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &found, sizeof found) == 0)
+        return false;
+    return (found.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (found.ReparseTag == IO_REPARSE_TAG_SYMLINK ||
+            found.ReparseTag == IO_REPARSE_TAG_MOUNT_POINT);
+}
+
 int read_traits(HANDLE handle, file_traits& traits)
 {
     traits = {};
@@ -85,8 +113,9 @@ int read_traits(HANDLE handle, file_traits& traits)
     traits.mode = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
     split_time(found.ftLastAccessTime, traits.read_seconds, traits.read_nanoseconds);
     split_time(found.ftLastWriteTime, traits.write_seconds, traits.write_nanoseconds);
-    traits.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    traits.is_link = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    traits.is_link = is_link_handle(handle);
+    traits.is_directory =
+        !traits.is_link && (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     traits.is_regular = !traits.is_directory && !traits.is_link;
     return 0;
 }
@@ -137,7 +166,7 @@ int traits_of(const path& name, bool follows_links, file_traits& traits)
 {
     const DWORD flags =
         FILE_FLAG_BACKUP_SEMANTICS | (follows_links ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
-    const HANDLE handle = CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES,
+    const HANDLE handle = CreateFileW(system_name(name).c_str(), FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, flags, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return last_error();
@@ -171,15 +200,21 @@ int input_file::open(const path& name)
 {
     file_traits named;
     if (traits_of(name, true, named) == 0 && named.is_directory) return EISDIR;
-    int handle = -1;
-    const int error =
-        _wsopen_s(&handle, name.c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT, _SH_DENYNO, 0);
-    if (error != 0) return error;
+    // Shared completely: --rm removes files that are still open.
+    const HANDLE opened = CreateFileW(system_name(name).c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) return last_error();
+    const int handle = _open_osfhandle(reinterpret_cast<intptr_t>(opened), _O_RDONLY | _O_BINARY);
+    if (handle < 0) {
+        CloseHandle(opened);
+        return EMFILE;
+    }
     handle_ = handle;
     is_owned_ = true;
     const int unread = read_traits(system_handle(handle), traits_);
-    is_seekable_ = traits_.is_regular;
     size_ = traits_.is_regular ? traits_.size : 0;
+    is_seekable_ = size_ != 0;
     return unread;
 }
 
@@ -187,13 +222,13 @@ int input_file::open_stdin()
 {
     handle_ = _fileno(stdin);
     if (handle_ < 0) return EBADF;
-    const int error = read_traits(system_handle(handle_), traits_);
-    if (error != 0) return error;
+    // A file that the system doesn't describe is read like a pipe.
+    if (read_traits(system_handle(handle_), traits_) != 0) traits_ = {};
     const int64_t position = traits_.is_regular ? _telli64(static_cast<int>(handle_)) : -1;
-    is_seekable_ = position >= 0;
-    if (is_seekable_) {
+    if (position >= 0) {
         start_ = static_cast<uint64_t>(position);
         size_ = traits_.size - std::min(start_, traits_.size);
+        is_seekable_ = size_ != 0;
     }
     return 0;
 }
@@ -210,8 +245,9 @@ int input_file::read(void* dest, size_t size, size_t& got)
 
 struct output_file::state {
     int handle = -1;
-    path name;
-    path temporary_name; // empty for standard output and after finish()
+    std::wstring name;           // as the system wants it, like the next
+    std::wstring temporary_name; // empty for standard output and after finish()
+    FILE_BASIC_INFO traits{};    // to be set by finish()
     bool is_stdout = false;
     bool is_seekable = true;
     uint64_t start = 0;    // offset 0 of standard output
@@ -219,6 +255,7 @@ struct output_file::state {
     uint64_t end = 0;
 
     int create_beside(const path& final_name);
+    int give_name(bool replaces, bool syncs);
     void discard();
 };
 
@@ -241,11 +278,11 @@ void output_file::state::discard()
 
 int output_file::state::create_beside(const path& final_name)
 {
-    name = final_name;
+    name = system_name(final_name);
     for (unsigned attempt = 0; attempt < 100; ++attempt) {
         const std::wstring number =
             std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(attempt);
-        temporary_name = name.parent_path() / (L".qrx-" + number);
+        temporary_name = system_name(final_name.parent_path() / (L".qrx-" + number));
         const HANDLE made =
             CreateFileW(temporary_name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
                         FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
@@ -258,7 +295,9 @@ int output_file::state::create_beside(const path& final_name)
         }
         set_deleted_at_end(made, true);
         handle = _open_osfhandle(reinterpret_cast<intptr_t>(made), _O_BINARY);
-        return handle >= 0 ? 0 : EMFILE;
+        if (handle >= 0) return 0;
+        CloseHandle(made);
+        return EMFILE;
     }
     temporary_name.clear();
     return EEXIST;
@@ -318,14 +357,35 @@ int output_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) 
 void output_file::take_traits(const file_traits& traits)
 {
     if (state_->is_stdout || !traits.is_regular) return;
-    FILE_BASIC_INFO info{};
+    FILE_BASIC_INFO& info = state_->traits;
     info.LastAccessTime = join_time(traits.read_seconds, traits.read_nanoseconds);
     info.LastWriteTime = join_time(traits.write_seconds, traits.write_nanoseconds);
     const bool is_read_only = (traits.mode & 0222) == 0;
     info.FileAttributes = is_read_only ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
-    const HANDLE handle = system_handle(state_->handle);
-    set_deleted_at_end(handle, false); // a file to be deleted can't be read-only
-    SetFileInformationByHandle(handle, FileBasicInfo, &info, sizeof info);
+}
+
+/// Gives the complete file its traits and its name.
+int output_file::state::give_name(bool replaces, bool syncs)
+{
+    const HANDLE system = system_handle(handle);
+    // A file that will be deleted can be neither renamed nor read-only.
+    set_deleted_at_end(system, false);
+    if (traits.FileAttributes != 0)
+        SetFileInformationByHandle(system, FileBasicInfo, &traits, sizeof traits);
+    if (_close(std::exchange(handle, -1)) != 0) return errno;
+    const DWORD replaced = replaces ? GetFileAttributesW(name.c_str()) : INVALID_FILE_ATTRIBUTES;
+    const bool was_read_only =
+        replaced != INVALID_FILE_ATTRIBUTES && (replaced & FILE_ATTRIBUTE_READONLY) != 0;
+    if (was_read_only) SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const DWORD flags =
+        (replaces ? MOVEFILE_REPLACE_EXISTING : 0U) | (syncs ? MOVEFILE_WRITE_THROUGH : 0U);
+    if (MoveFileExW(temporary_name.c_str(), name.c_str(), flags) == 0) {
+        const int error = last_error();
+        if (was_read_only) SetFileAttributesW(name.c_str(), replaced);
+        return error;
+    }
+    temporary_name.clear();
+    return 0;
 }
 
 int output_file::finish(bool replaces, bool syncs)
@@ -338,21 +398,22 @@ int output_file::finish(bool replaces, bool syncs)
         return _lseeki64(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
     }
     if (syncs && _commit(file.handle) != 0) return errno;
-    set_deleted_at_end(system_handle(file.handle), false);
-    const int handle = std::exchange(file.handle, -1);
-    if (_close(handle) != 0) return errno;
-    if (replaces) SetFileAttributesW(file.name.c_str(), FILE_ATTRIBUTE_NORMAL);
-    const DWORD flags =
-        (replaces ? MOVEFILE_REPLACE_EXISTING : 0U) | (syncs ? MOVEFILE_WRITE_THROUGH : 0U);
-    if (MoveFileExW(file.temporary_name.c_str(), file.name.c_str(), flags) == 0)
-        return last_error();
-    file.temporary_name.clear();
-    return 0;
+    return file.give_name(replaces, syncs);
 }
 
 int remove_file(const path& name)
 {
-    return DeleteFileW(name.c_str()) != 0 ? 0 : last_error();
+    const std::wstring file = system_name(name);
+    if (DeleteFileW(file.c_str()) != 0) return 0;
+    const int error = last_error();
+    // A read-only file can be removed elsewhere, where the directory decides.
+    const DWORD attributes = GetFileAttributesW(file.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_READONLY) == 0)
+        return error;
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (DeleteFileW(file.c_str()) != 0) return 0;
+    SetFileAttributesW(file.c_str(), attributes);
+    return error;
 }
 
 void sync_directory_of(const path& /*name*/) {} // moving a file writes through
