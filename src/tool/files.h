@@ -116,6 +116,8 @@ class output_file {
 };
 
 int remove_file(const path& name);
+/// Returns what two normalized names of the same file have in common: on Windows, case is ignored.
+path comparable_name(const path& name);
 /// Flushes a directory, so that a removal or a new name lasts.
 void sync_directory_of(const path& name);
 

@@ -414,6 +414,11 @@ int remove_file(const path& name)
     return unlink(name.c_str()) == 0 ? 0 : errno;
 }
 
+path comparable_name(const path& name)
+{
+    return name;
+}
+
 void sync_directory_of(const path& name)
 {
     const int handle = open(directory_of(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -416,6 +416,14 @@ int remove_file(const path& name)
     return error;
 }
 
+path comparable_name(const path& name)
+{
+    std::wstring upper = name.native();
+    const auto size = static_cast<int>(upper.size());
+    LCMapStringW(LOCALE_INVARIANT, LCMAP_UPPERCASE, name.c_str(), size, upper.data(), size);
+    return upper;
+}
+
 void sync_directory_of(const path& /*name*/) {} // moving a file writes through
 
 path to_path(const std::string& word)

@@ -68,6 +68,12 @@ class Names(ToolTest):
         self.qrx("-d", "-C", "back", absolute)
         self.assertEqual(self.get("back/f"), b"one")
 
+    def test_outputs_that_differ_by_case(self):
+        self.make_tree({"a/\u00c4.txt": b"one", "b/\u00e4.TXT": b"two"})
+        done = self.qrx("-f", "-C", "out", "a/\u00c4.txt", "b/\u00e4.TXT", status=1)
+        self.assertIn(b"has the same output as another file", done.stderr)
+        self.assertEqual(self.original(self.get("out/\u00c4.txt.qrx")), b"one")
+
     def test_names_longer_than_260(self):
         directory = "/".join(["d" * 100] * 4)
         self.put(directory + "/f", text(5000))
