@@ -68,6 +68,12 @@ def is_sanitized():
     return b"__asan_init" in content or b"__tsan_init" in content
 
 
+def is_32_bit():
+    """Whether the program, one for Linux, is a 32-bit program."""
+    with open(QRX, "rb") as program:
+        return program.read(5) == b"\x7fELF\x01"
+
+
 WORDS = [word.encode() for word in
          """the of and to in is that it for as with on are be this by not or from have which one
          block file size record level method output input name line error byte value length state

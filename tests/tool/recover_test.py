@@ -8,7 +8,7 @@ import stat
 import subprocess
 import unittest
 
-from qrx_tool import MIB, WORDS, ToolTest, is_sanitized, posix_only, random_bytes, run, text
+from qrx_tool import MIB, WORDS, ToolTest, is_32_bit, is_sanitized, posix_only, random_bytes, run, text
 
 BLOCKS = 6
 SIZE = (BLOCKS - 1) * MIB + 654321
@@ -354,7 +354,8 @@ ssize_t pread(int file, void* dest, size_t size, off_t offset)
     @posix_only("LD_PRELOAD makes reading fail")
     def test_read_errors(self):
         self.put("shim.c", self.SHIM.encode())
-        subprocess.run(["cc", "-shared", "-fPIC", "-o", "shim.so", "shim.c", "-ldl"],
+        bits = ["-m32"] if is_32_bit() else []
+        subprocess.run(["cc", *bits, "-shared", "-fPIC", "-o", "shim.so", "shim.c", "-ldl"],
                        cwd=self.dir, check=True)
         stored = run("-cq", "-b1", stdin=random_bytes(2 * MIB)).stdout
         cases = []
