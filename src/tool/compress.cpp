@@ -3,6 +3,7 @@
 #include "tool/commands.h"
 #include "tool/compare.h"
 #include "tool/json.h"
+#include "tool/process.h"
 #include "tool/targets.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// tool/files.h - files, terminals and signals; implemented per system
+// tool/files.h - files; implemented per system
 //
 // Failures are errno values; 0 is success.  Outputs appear under their names when they are
 // complete: until then they have no name, or a temporary one that is removed when the program is
@@ -117,26 +117,13 @@ class output_file {
 };
 
 int remove_file(const path& name);
+/// Returns what two normalized names of the same file have in common: on Windows, case is ignored.
+path comparable_name(const path& name);
 /// Flushes a directory, so that a removal or a new name lasts.
 void sync_directory_of(const path& name);
-
-/// Standard streams.
-bool stdin_is_terminal();
-bool stdout_is_terminal();
-bool stderr_is_terminal();
-/// Columns of the terminal on standard error, 80 if unknown.
-unsigned terminal_columns();
-/// Asks on the terminal.  Returns true if the answer is yes, false without a terminal.
-bool ask_on_terminal(const std::string& question);
-
-/// Prepares signals and standard streams: interruption removes temporary files, and reaching the
-/// file size limit is an error instead of a signal.
-void prepare_process();
 
 /// Converts an operand of the command line, UTF-8 on Windows, to a file name, and back.
 path to_path(const std::string& word);
 std::string to_text(const path& name);
-/// Returns the command line in UTF-8; on Windows, main() gets another encoding.
-std::vector<std::string> command_line_words(int argc, char** argv);
 
 } // namespace tool

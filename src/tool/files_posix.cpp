@@ -1,14 +1,12 @@
 #include "tool/files.h"
+#include "tool/process.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -21,25 +19,6 @@ constexpr size_t max_transfer = size_t{1} << 30;
 
 /// Requested capacity of pipes: a large one means fewer context switches.
 constexpr int pipe_bytes = 1 << 20;
-
-/// The temporary name of the file being written, removed on interruption; empty if there is none.
-char interrupted_name[PATH_MAX];
-std::atomic<bool> has_interrupted_name{false};
-
-void on_interruption(int number)
-{
-    if (has_interrupted_name) unlink(interrupted_name);
-    signal(number, SIG_DFL);
-    raise(number);
-}
-
-void set_interrupted_name(const std::string& name)
-{
-    has_interrupted_name = false;
-    if (name.empty() || name.size() >= sizeof interrupted_name) return;
-    std::memcpy(interrupted_name, name.c_str(), name.size() + 1);
-    has_interrupted_name = true;
-}
 
 /// Largest number of temporary names tried: collisions are rare.
 constexpr int max_name_attempts = 100;
@@ -249,7 +228,7 @@ output_file::~output_file()
 void output_file::state::discard()
 {
     if (kind == naming::temporary) unlink(temporary_name.c_str());
-    if (!temporary_name.empty()) set_interrupted_name({});
+    if (!temporary_name.empty()) remove_if_interrupted({});
     if (handle >= 0 && !is_stdout) close(handle);
     handle = -1;
     kind = naming::final;
@@ -260,8 +239,7 @@ int output_file::state::create_named()
 {
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         temporary_name = temporary_name_beside(name);
-        set_interrupted_name(
-            temporary_name); // before the file exists: interruption always removes it
+        remove_if_interrupted(temporary_name); // before the file exists: none is left over
         handle = open(temporary_name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (handle >= 0) {
             kind = naming::temporary;
@@ -298,7 +276,7 @@ int output_file::create_temporary()
     if (error != 0) return error;
     if (state_->kind == state::naming::temporary) {
         unlink(state_->temporary_name.c_str());
-        set_interrupted_name({});
+        remove_if_interrupted({});
         state_->kind = state::naming::nameless;
     }
     return 0;
@@ -387,7 +365,7 @@ int output_file::state::name_nameless(bool replaces)
     if (error != EEXIST || !replaces) return error;
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         temporary_name = temporary_name_beside(name);
-        set_interrupted_name(temporary_name);
+        remove_if_interrupted(temporary_name);
         const int linked = link_to(temporary_name);
         if (linked == EEXIST) continue;
         if (linked != 0) return linked;
@@ -422,7 +400,7 @@ int output_file::finish(bool replaces, bool syncs)
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
     const int error = file.give_name(replaces);
     if (error != 0) return error;
-    set_interrupted_name({});
+    remove_if_interrupted({});
     file.kind = state::naming::final;
     const int closed = close(file.handle);
     file.handle = -1;
@@ -436,71 +414,17 @@ int remove_file(const path& name)
     return unlink(name.c_str()) == 0 ? 0 : errno;
 }
 
+path comparable_name(const path& name)
+{
+    return name;
+}
+
 void sync_directory_of(const path& name)
 {
     const int handle = open(directory_of(name).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (handle < 0) return;
     fsync(handle);
     close(handle);
-}
-
-bool stdin_is_terminal()
-{
-    return isatty(STDIN_FILENO) != 0;
-}
-bool stdout_is_terminal()
-{
-    return isatty(STDOUT_FILENO) != 0;
-}
-bool stderr_is_terminal()
-{
-    return isatty(STDERR_FILENO) != 0;
-}
-
-unsigned terminal_columns()
-{
-    winsize size{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-    return size.ws_col;
-}
-
-bool ask_on_terminal(const std::string& question)
-{
-    if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
-    std::fprintf(stderr, "%s", question.c_str());
-    const int answer = std::getchar();
-    int last = answer;
-    while (last != '\n' && last != EOF) last = std::getchar();
-    if (last == EOF) std::fputc('\n', stderr);
-    return answer == 'y' || answer == 'Y';
-}
-
-namespace {
-
-/// Occupies the descriptors of closed standard streams, so that no file gets them.  Using them
-/// fails as with closed streams.
-void occupy_closed_streams()
-{
-    for (const int handle : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(handle, F_GETFD) >= 0) continue;
-        const int opened = open("/dev/null", handle == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-        if (opened > STDERR_FILENO) close(opened);
-    }
-}
-
-} // namespace
-
-void prepare_process()
-{
-    signal(SIGXFSZ, SIG_IGN); // writing fails with EFBIG
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
-        struct sigaction action {};
-        sigaction(number, nullptr, &action);
-        if (action.sa_handler == SIG_IGN) continue; // nohup
-        action.sa_handler = on_interruption;
-        sigaction(number, &action, nullptr);
-    }
-    occupy_closed_streams();
 }
 
 path to_path(const std::string& word)
@@ -510,11 +434,6 @@ path to_path(const std::string& word)
 std::string to_text(const path& name)
 {
     return name.string();
-}
-
-std::vector<std::string> command_line_words(int argc, char** argv)
-{
-    return {argv, argv + argc};
 }
 
 } // namespace tool

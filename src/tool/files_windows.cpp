@@ -7,11 +7,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
-#include <share.h>
 #include <utility>
+#include <vector>
 #include <windows.h>
-
-#include <shellapi.h>
 
 namespace tool {
 namespace {
@@ -21,7 +19,7 @@ constexpr int64_t ticks_per_second = 10'000'000;
 constexpr int64_t unix_epoch_seconds = 11'644'473'600;
 
 /// Largest number of bytes of one call.
-constexpr size_t max_transfer = size_t{1} << 30;
+constexpr size_t max_transfer = size_t{1} << 24;
 
 /// Returns the errno value for the last error of the system.
 int last_error()
@@ -74,6 +72,34 @@ LARGE_INTEGER join_time(int64_t seconds, int64_t nanoseconds)
     return time;
 }
 
+/// Returns a name for the system, which limits names to MAX_PATH characters (in directories, 12
+/// less) unless they are absolute and have a prefix.
+std::wstring system_name(const path& name)
+{
+    constexpr size_t max_unprefixed = MAX_PATH - 12 - 1;
+    std::vector<wchar_t> full(32768);
+    const DWORD length =
+        GetFullPathNameW(name.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length <= max_unprefixed || length >= full.size()) return name.native();
+    const std::wstring absolute(full.data(), length);
+    if (absolute.compare(0, 2, L"\\\\") != 0) return L"\\\\?\\" + absolute;
+    const bool is_prefixed =
+        absolute.compare(2, 2, L"?\\") == 0 || absolute.compare(2, 2, L".\\") == 0;
+    return is_prefixed ? absolute : L"\\\\?\\UNC" + absolute.substr(1);
+}
+
+/// Whether a reparse point is a symbolic link or a mount point; others, such as those of cloud
+/// storage, are ordinary files.
+bool is_link_handle(HANDLE handle)
+{
+    FILE_ATTRIBUTE_TAG_INFO found{};
+    if (GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &found, sizeof found) == 0)
+        return false;
+    return (found.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (found.ReparseTag == IO_REPARSE_TAG_SYMLINK ||
+            found.ReparseTag == IO_REPARSE_TAG_MOUNT_POINT);
+}
+
 int read_traits(HANDLE handle, file_traits& traits)
 {
     traits = {};
@@ -87,8 +113,9 @@ int read_traits(HANDLE handle, file_traits& traits)
     traits.mode = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0 ? 0444 : 0666;
     split_time(found.ftLastAccessTime, traits.read_seconds, traits.read_nanoseconds);
     split_time(found.ftLastWriteTime, traits.write_seconds, traits.write_nanoseconds);
-    traits.is_directory = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    traits.is_link = (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    traits.is_link = is_link_handle(handle);
+    traits.is_directory =
+        !traits.is_link && (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     traits.is_regular = !traits.is_directory && !traits.is_link;
     return 0;
 }
@@ -133,39 +160,13 @@ std::string to_utf8(const wchar_t* text, size_t size)
     return converted;
 }
 
-/// Adds the files that match a word with wildcards, or the word itself: Windows shells don't expand
-/// wildcards.
-void add_matches(const std::wstring& word, std::vector<std::string>& words)
-{
-    const bool is_pattern = word.find_first_of(L"*?") != std::wstring::npos && word[0] != L'-';
-    WIN32_FIND_DATAW found;
-    const HANDLE search = is_pattern ? FindFirstFileW(word.c_str(), &found) : INVALID_HANDLE_VALUE;
-    const size_t count = words.size();
-    const path directory = path(word).parent_path();
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = found.cFileName;
-            if (name != L"." && name != L"..") words.push_back(to_text(directory / name));
-        } while (FindNextFileW(search, &found) != 0);
-        FindClose(search);
-    }
-    if (words.size() == count) words.push_back(to_utf8(word.data(), word.size()));
-}
-
-UINT console_code_page = 0; // before the program started
-
-void restore_code_page()
-{
-    SetConsoleOutputCP(console_code_page);
-}
-
 } // namespace
 
 int traits_of(const path& name, bool follows_links, file_traits& traits)
 {
     const DWORD flags =
         FILE_FLAG_BACKUP_SEMANTICS | (follows_links ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
-    const HANDLE handle = CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES,
+    const HANDLE handle = CreateFileW(system_name(name).c_str(), FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, flags, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return last_error();
@@ -199,15 +200,21 @@ int input_file::open(const path& name)
 {
     file_traits named;
     if (traits_of(name, true, named) == 0 && named.is_directory) return EISDIR;
-    int handle = -1;
-    const int error =
-        _wsopen_s(&handle, name.c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT, _SH_DENYNO, 0);
-    if (error != 0) return error;
+    // Shared completely: --rm removes files that are still open.
+    const HANDLE opened = CreateFileW(system_name(name).c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) return last_error();
+    const int handle = _open_osfhandle(reinterpret_cast<intptr_t>(opened), _O_RDONLY | _O_BINARY);
+    if (handle < 0) {
+        CloseHandle(opened);
+        return EMFILE;
+    }
     handle_ = handle;
     is_owned_ = true;
     const int unread = read_traits(system_handle(handle), traits_);
-    is_seekable_ = traits_.is_regular;
     size_ = traits_.is_regular ? traits_.size : 0;
+    is_seekable_ = size_ != 0;
     return unread;
 }
 
@@ -215,13 +222,13 @@ int input_file::open_stdin()
 {
     handle_ = _fileno(stdin);
     if (handle_ < 0) return EBADF;
-    const int error = read_traits(system_handle(handle_), traits_);
-    if (error != 0) return error;
+    // A file that the system doesn't describe is read like a pipe.
+    if (read_traits(system_handle(handle_), traits_) != 0) traits_ = {};
     const int64_t position = traits_.is_regular ? _telli64(static_cast<int>(handle_)) : -1;
-    is_seekable_ = position >= 0;
-    if (is_seekable_) {
+    if (position >= 0) {
         start_ = static_cast<uint64_t>(position);
         size_ = traits_.size - std::min(start_, traits_.size);
+        is_seekable_ = size_ != 0;
     }
     return 0;
 }
@@ -238,8 +245,9 @@ int input_file::read(void* dest, size_t size, size_t& got)
 
 struct output_file::state {
     int handle = -1;
-    path name;
-    path temporary_name; // empty for standard output and after finish()
+    std::wstring name;           // as the system wants it, like the next
+    std::wstring temporary_name; // empty for standard output and after finish()
+    FILE_BASIC_INFO traits{};    // to be set by finish()
     bool is_stdout = false;
     bool is_seekable = true;
     uint64_t start = 0;    // offset 0 of standard output
@@ -247,6 +255,7 @@ struct output_file::state {
     uint64_t end = 0;
 
     int create_beside(const path& final_name);
+    int give_name(bool replaces, bool syncs);
     void discard();
 };
 
@@ -269,11 +278,11 @@ void output_file::state::discard()
 
 int output_file::state::create_beside(const path& final_name)
 {
-    name = final_name;
+    name = system_name(final_name);
     for (unsigned attempt = 0; attempt < 100; ++attempt) {
         const std::wstring number =
             std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(attempt);
-        temporary_name = name.parent_path() / (L".qrx-" + number);
+        temporary_name = system_name(final_name.parent_path() / (L".qrx-" + number));
         const HANDLE made =
             CreateFileW(temporary_name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
                         FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
@@ -286,7 +295,9 @@ int output_file::state::create_beside(const path& final_name)
         }
         set_deleted_at_end(made, true);
         handle = _open_osfhandle(reinterpret_cast<intptr_t>(made), _O_BINARY);
-        return handle >= 0 ? 0 : EMFILE;
+        if (handle >= 0) return 0;
+        CloseHandle(made);
+        return EMFILE;
     }
     temporary_name.clear();
     return EEXIST;
@@ -346,14 +357,35 @@ int output_file::read_at(uint64_t offset, void* dest, size_t size, size_t& got) 
 void output_file::take_traits(const file_traits& traits)
 {
     if (state_->is_stdout || !traits.is_regular) return;
-    FILE_BASIC_INFO info{};
+    FILE_BASIC_INFO& info = state_->traits;
     info.LastAccessTime = join_time(traits.read_seconds, traits.read_nanoseconds);
     info.LastWriteTime = join_time(traits.write_seconds, traits.write_nanoseconds);
     const bool is_read_only = (traits.mode & 0222) == 0;
     info.FileAttributes = is_read_only ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
-    const HANDLE handle = system_handle(state_->handle);
-    set_deleted_at_end(handle, false); // a file to be deleted can't be read-only
-    SetFileInformationByHandle(handle, FileBasicInfo, &info, sizeof info);
+}
+
+/// Gives the complete file its traits and its name.
+int output_file::state::give_name(bool replaces, bool syncs)
+{
+    const HANDLE system = system_handle(handle);
+    // A file that will be deleted can be neither renamed nor read-only.
+    set_deleted_at_end(system, false);
+    if (traits.FileAttributes != 0)
+        SetFileInformationByHandle(system, FileBasicInfo, &traits, sizeof traits);
+    if (_close(std::exchange(handle, -1)) != 0) return errno;
+    const DWORD replaced = replaces ? GetFileAttributesW(name.c_str()) : INVALID_FILE_ATTRIBUTES;
+    const bool was_read_only =
+        replaced != INVALID_FILE_ATTRIBUTES && (replaced & FILE_ATTRIBUTE_READONLY) != 0;
+    if (was_read_only) SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const DWORD flags =
+        (replaces ? MOVEFILE_REPLACE_EXISTING : 0U) | (syncs ? MOVEFILE_WRITE_THROUGH : 0U);
+    if (MoveFileExW(temporary_name.c_str(), name.c_str(), flags) == 0) {
+        const int error = last_error();
+        if (was_read_only) SetFileAttributesW(name.c_str(), replaced);
+        return error;
+    }
+    temporary_name.clear();
+    return 0;
 }
 
 int output_file::finish(bool replaces, bool syncs)
@@ -366,69 +398,33 @@ int output_file::finish(bool replaces, bool syncs)
         return _lseeki64(file.handle, end, SEEK_SET) >= 0 ? 0 : errno;
     }
     if (syncs && _commit(file.handle) != 0) return errno;
-    set_deleted_at_end(system_handle(file.handle), false);
-    const int handle = std::exchange(file.handle, -1);
-    if (_close(handle) != 0) return errno;
-    if (replaces) SetFileAttributesW(file.name.c_str(), FILE_ATTRIBUTE_NORMAL);
-    const DWORD flags =
-        (replaces ? MOVEFILE_REPLACE_EXISTING : 0U) | (syncs ? MOVEFILE_WRITE_THROUGH : 0U);
-    if (MoveFileExW(file.temporary_name.c_str(), file.name.c_str(), flags) == 0)
-        return last_error();
-    file.temporary_name.clear();
-    return 0;
+    return file.give_name(replaces, syncs);
 }
 
 int remove_file(const path& name)
 {
-    return DeleteFileW(name.c_str()) != 0 ? 0 : last_error();
+    const std::wstring file = system_name(name);
+    if (DeleteFileW(file.c_str()) != 0) return 0;
+    const int error = last_error();
+    // A read-only file can be removed elsewhere, where the directory decides.
+    const DWORD attributes = GetFileAttributesW(file.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_READONLY) == 0)
+        return error;
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (DeleteFileW(file.c_str()) != 0) return 0;
+    SetFileAttributesW(file.c_str(), attributes);
+    return error;
+}
+
+path comparable_name(const path& name)
+{
+    std::wstring upper = name.native();
+    const auto size = static_cast<int>(upper.size());
+    LCMapStringW(LOCALE_INVARIANT, LCMAP_UPPERCASE, name.c_str(), size, upper.data(), size);
+    return upper;
 }
 
 void sync_directory_of(const path& /*name*/) {} // files are moved with write-through
-
-bool stdin_is_terminal()
-{
-    return _isatty(_fileno(stdin)) != 0;
-}
-
-bool stdout_is_terminal()
-{
-    return _isatty(_fileno(stdout)) != 0;
-}
-
-bool stderr_is_terminal()
-{
-    return _isatty(_fileno(stderr)) != 0;
-}
-
-unsigned terminal_columns()
-{
-    CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info) == 0) return 80;
-    return static_cast<unsigned>(std::max(info.srWindow.Right - info.srWindow.Left + 1, 2));
-}
-
-bool ask_on_terminal(const std::string& question)
-{
-    if (!stdin_is_terminal() || !stderr_is_terminal()) return false;
-    std::fprintf(stderr, "%s", question.c_str());
-    const int answer = std::getchar();
-    for (int rest = answer; rest != '\n' && rest != EOF;) rest = std::getchar();
-    return answer == 'y' || answer == 'Y';
-}
-
-void prepare_process()
-{
-    _setmode(_fileno(stdin), _O_BINARY);
-    _setmode(_fileno(stdout), _O_BINARY);
-    console_code_page = GetConsoleOutputCP();
-    if (console_code_page == 0) return; // no console
-    SetConsoleOutputCP(CP_UTF8);
-    std::atexit(restore_code_page);
-    const HANDLE console = GetStdHandle(STD_ERROR_HANDLE);
-    DWORD mode = 0;
-    if (GetConsoleMode(console, &mode) != 0)
-        SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
-}
 
 path to_path(const std::string& word)
 {
@@ -438,17 +434,6 @@ path to_path(const std::string& word)
 std::string to_text(const path& name)
 {
     return to_utf8(name.native().data(), name.native().size());
-}
-
-std::vector<std::string> command_line_words(int argc, char** argv)
-{
-    std::vector<std::string> words;
-    int count = 0;
-    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
-    if (wide == nullptr) return {argv, argv + argc};
-    for (int index = 0; index < count; ++index) add_matches(wide[index], words);
-    LocalFree(wide);
-    return words;
 }
 
 } // namespace tool

@@ -7,6 +7,7 @@
 #include "tool/commands.h"
 #include "tool/json.h"
 #include "tool/piece_name.h"
+#include "tool/process.h"
 #include "tool/raw_output.h"
 #include "tool/targets.h"
 

@@ -1,5 +1,7 @@
 #include "tool/library.h"
 
+#include "tool/process.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <new>

@@ -1,5 +1,6 @@
 // tool/main.cpp - the qrx program
 #include "tool/commands.h"
+#include "tool/process.h"
 
 #include <exception>
 #include <new>

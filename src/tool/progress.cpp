@@ -1,7 +1,7 @@
 #include "tool/progress.h"
 
 #include "tool/console.h"
-#include "tool/files.h"
+#include "tool/process.h"
 
 #include <algorithm>
 #include <array>

@@ -1,5 +1,7 @@
 #include "tool/targets.h"
 
+#include "tool/process.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <new>
@@ -157,7 +159,7 @@ class walker {
     bool is_taken(const path& target)
     {
         return !run_.settings.directory.empty() &&
-               !targets_.insert(target.lexically_normal()).second;
+               !targets_.insert(comparable_name(target.lexically_normal())).second;
     }
 
     bool rename(const path& base, bool was_found, path& target) const

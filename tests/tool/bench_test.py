@@ -279,9 +279,9 @@ class Failures(BenchTest):
         self.put("a", text(2 << 20))
         self.assertRegex(self.fails("a", "--memory-limit", "1M"),
                          r"a: the files need at least 2\.0 MiB, and the memory limit is 1\.0 MiB\n")
-        self.assertRegex(self.fails("a", "--cells", "10,59", "--memory-limit", "60M", "-b1"),
-                         r"qrx: cell 59 needs .* MiB with the files, and the memory limit is 60")
-        self.bench("a", "--cells", "10", "--memory-limit", "60M", "-b1")
+        self.assertRegex(self.fails("a", "--cells", "10,59", "--memory-limit", "30M", "-b1"),
+                         r"qrx: cell 59 needs .* MiB with the files, and the memory limit is 30")
+        self.bench("a", "--cells", "10", "--memory-limit", "30M", "-b1")
         done = run("bench", "-", "--memory-limit", "1M", stdin=bytes(3 << 20), cwd=self.dir)
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"and the memory limit is 1.0 MiB", done.stderr)

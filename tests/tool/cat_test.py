@@ -4,7 +4,7 @@ import os
 import resource
 
 from qrx_files import records, varied_text, with_garbage, with_size, without_seal
-from qrx_tool import MIB, QUARNEX, ToolTest, random_bytes, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
 
 
 class Cat(ToolTest):
@@ -167,6 +167,7 @@ class Cat(ToolTest):
             self.assertEqual(done.stdout, b"good")
             self.assertTrue(done.stderr.startswith(f"qrx: {name}: ".encode()))
 
+    @posix_only("names are any bytes")
     def test_names_that_a_terminal_misreads(self):
         self.put(b"a\x1b\xff", b"not compressed")
         self.assertTrue(self.qrx("cat", b"a\x1b\xff", status=2).stderr

@@ -3,7 +3,7 @@
 from qrx_files import (HEADER, header, record, records, varied_text, with_garbage,
                        with_size, without_seal)
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, random_bytes, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
 
 
 class Info(ToolTest):
@@ -166,6 +166,7 @@ class Info(ToolTest):
         self.assertGreater(len(self.qrx("info", "-v", "odd.qrx", status=2).stderr.splitlines()),
                            100)
 
+    @posix_only("names are any bytes")
     def test_standard_input_and_names(self):
         image = self.make("plain", text(1000))
         self.assertTrue(self.qrx("info", stdin=image).stdout.startswith(b"(standard input)\n"))

@@ -5,7 +5,7 @@ import zlib
 
 from qrx_files import header, records, varied_text, with_garbage, with_size, without_seal
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, random_bytes, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
 
 HEADER = b" Compressed   Original Ratio Cell Blocks Sealed  Name"
 
@@ -83,6 +83,7 @@ class List(ToolTest):
             failed = self.qrx("list", stdin=keyboard, status=1)
         self.assertIn(b"compressed data isn't read from a terminal", failed.stderr)
 
+    @posix_only("names are any bytes")
     def test_names_that_a_terminal_misreads(self):
         name = b"a\x1b[31m\n\xff\xc3\xa4.qrx"
         self.put(name, self.compressed(b"content"))
@@ -133,6 +134,7 @@ class List(ToolTest):
         self.assertEqual(len(listed.stdout.splitlines()), 2)
         self.assertEqual(len(listed.stderr.splitlines()), 2)
 
+    @posix_only("names have slashes")
     def test_directories(self):
         self.make_tree({"tree/a.qrx": self.compressed(b"a"), "tree/b/c.qrx": self.compressed(b"c"),
                         "tree/plain": b"skipped"})

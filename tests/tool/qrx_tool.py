@@ -1,7 +1,8 @@
 """Runs qrx for the tests: programs, temporary directories and sample data.
 
 The environment variable QRX_PROGRAM is the path of qrx; unqrx and qrxcat are beside it.
-QUARNEX_PROGRAM is the path of quarnex.
+QUARNEX_PROGRAM is the path of quarnex.  QRX_EMULATOR runs programs for Windows; it is not set for
+those of this machine.
 """
 
 import array
@@ -17,8 +18,9 @@ import time
 import unittest
 
 QRX = os.path.abspath(os.environ.get("QRX_PROGRAM", "build/release/qrx"))
-UNQRX = os.path.join(os.path.dirname(QRX), "unqrx")
-QRXCAT = os.path.join(os.path.dirname(QRX), "qrxcat")
+UNQRX = os.path.join(os.path.dirname(QRX), "unqrx" + os.path.splitext(QRX)[1])
+QRXCAT = os.path.join(os.path.dirname(QRX), "qrxcat" + os.path.splitext(QRX)[1])
+EMULATOR = [os.environ["QRX_EMULATOR"]] if "QRX_EMULATOR" in os.environ else []
 QUARNEX = os.path.abspath(os.environ.get("QUARNEX_PROGRAM", "build/release/quarnex"))
 MIB = 1 << 20
 
@@ -43,7 +45,20 @@ def run(*args, stdin=None, cwd=None, program=QRX, **options):
         options.setdefault(stream, subprocess.PIPE)
     options.setdefault("env", ENVIRONMENT)
     options.setdefault("timeout", 120)
-    return subprocess.run([program, *args], cwd=cwd, **options)
+    done = subprocess.run([*emulator(program), program, *args], cwd=cwd, **options)
+    if EMULATOR and done.stderr is not None:
+        done.stderr = done.stderr.replace(b"\r\n", b"\n")
+    return done
+
+
+def emulator(program):
+    """Returns the start of a command that runs a program."""
+    return EMULATOR if program in (QRX, UNQRX, QRXCAT, QUARNEX) else []
+
+
+def posix_only(reason):
+    """Marks a test that can't run on Windows, and says why."""
+    return unittest.skipIf(EMULATOR, "not on Windows: " + reason)
 
 
 def is_sanitized():
@@ -51,6 +66,12 @@ def is_sanitized():
     with open(QRX, "rb") as program:
         content = program.read()
     return b"__asan_init" in content or b"__tsan_init" in content
+
+
+def is_32_bit():
+    """Whether the program, one for Linux, is a 32-bit program."""
+    with open(QRX, "rb") as program:
+        return program.read(5) == b"\x7fELF\x01"
 
 
 WORDS = [word.encode() for word in
@@ -98,6 +119,8 @@ class ToolTest(unittest.TestCase):
 
     def shell(self, command, status=0, stdin=b""):
         """Runs a command of bash in self.dir, with qrx in PATH, and checks its exit status."""
+        if EMULATOR:
+            self.skipTest("not on Windows: a shell doesn't find qrx.exe as qrx")
         done = run("-c", "set -o pipefail; " + command, stdin=stdin, cwd=self.dir,
                    program="/bin/bash")
         self.assertEqual(done.returncode, status, self.describe(command, done))
@@ -141,8 +164,8 @@ class ToolTest(unittest.TestCase):
         options.setdefault("cwd", self.dir)
         for stream in ("stdin", "stdout", "stderr"):
             options.setdefault(stream, subprocess.PIPE)
-        process = subprocess.Popen([options.pop("program", QRX), *args],
-                                   env=ENVIRONMENT, **options)
+        program = options.pop("program", QRX)
+        process = subprocess.Popen([*emulator(program), program, *args], env=ENVIRONMENT, **options)
         self.addCleanup(stop, process)
         return process
 

@@ -10,7 +10,8 @@ import unittest
 
 from qrx_files import header
 from qrx_schema import json_objects
-from qrx_tool import MIB, WORDS, ToolTest, is_sanitized, random_bytes, run, text
+from qrx_tool import (MIB, WORDS, ToolTest, is_32_bit, is_sanitized, posix_only, random_bytes, run,
+                      text)
 
 BLOCKS = 6
 SIZE = (BLOCKS - 1) * MIB + 654321
@@ -275,6 +276,7 @@ class RecoverTest(ToolTest):
         expected[2 * MIB:4 * MIB] = bytes(2 * MIB)
         self.assertTrue(done.stdout == expected)
 
+    @posix_only("files have permissions")
     def test_names(self):
         compressed = self.files_of_methods[3]
         self.put("x.qrx", compressed)
@@ -373,9 +375,11 @@ ssize_t pread(int file, void* dest, size_t size, off_t offset)
 
     @unittest.skipUnless(shutil.which("cc"), "there is no C compiler")
     @unittest.skipIf(is_sanitized(), "sanitizers must be loaded first")
+    @posix_only("LD_PRELOAD makes reading fail")
     def test_read_errors(self):
         self.put("shim.c", self.SHIM.encode())
-        subprocess.run(["cc", "-shared", "-fPIC", "-o", "shim.so", "shim.c", "-ldl"],
+        bits = ["-m32"] if is_32_bit() else []
+        subprocess.run(["cc", *bits, "-shared", "-fPIC", "-o", "shim.so", "shim.c", "-ldl"],
                        cwd=self.dir, check=True)
         stored = run("-cq", "-b1", stdin=random_bytes(2 * MIB)).stdout
         cases = []

@@ -6,7 +6,7 @@ import unittest
 import zlib
 
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, long_text, random_bytes, run
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run
 
 SIZE = 5 * MIB + 1234
 
@@ -31,6 +31,7 @@ class SplitTest(ToolTest):
     def names(self, ending):
         return [name for name in self.files() if name.endswith(ending)]
 
+    @posix_only("files have permissions")
     def test_pieces_are_files_by_themselves(self):
         os.chmod(self.dir / "a.tar.qrx", 0o640)
         os.utime(self.dir / "a.tar.qrx", (1000000000, 1000000000))

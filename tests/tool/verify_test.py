@@ -2,7 +2,7 @@
 
 from qrx_files import records, varied_text, with_garbage, with_size, without_seal
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, run, text
 
 
 class Verify(ToolTest):
@@ -145,6 +145,7 @@ class Verify(ToolTest):
         self.put("tree/b/c", b"C")
         self.qrx("verify", "-r", "tree", status=2)
 
+    @posix_only("names are any bytes")
     def test_names_that_a_terminal_misreads(self):
         name = b"a\x1b\n\xff"
         self.put(name, b"content")
