@@ -164,7 +164,7 @@ void report_test(const session& run, const work_item& item, const open_reader& i
             faults.push_back(json_fault(fault, info));
         print_json({{"command", "test"},
                     {"name", json_name(item.source)},
-                    {"good", result == QRX_OK},
+                    {"damaged", result != QRX_OK},
                     {"sealed", info.is_sealed != 0},
                     {"original_size", info.original_size},
                     {"faults", std::move(faults)}});

@@ -200,7 +200,8 @@ class command_line {
         add_flag("-q,--quiet", "print no warnings and no progress",
                  [this] { settings_.verbosity = -1; });
         add_flag("-v,--verbose", "print details of each file", [this] { settings_.verbosity = 1; });
-        app_.add_flag("--json", settings_.json, "print one JSON object per file");
+        if (settings_.what != command::cat) // it has another output
+            app_.add_flag("--json", settings_.json, "print one JSON object per file");
     }
 
     void add_resources()
@@ -213,7 +214,9 @@ class command_line {
 
     void add_outputs()
     {
-        add_path("-o,--output", settings_.output, "write to this file");
+        const bool is_stem = settings_.what == command::split;
+        add_path("-o,--output", settings_.output,
+                 is_stem ? "start of the names of the pieces" : "write to this file");
         add_path("-C,--directory", settings_.directory, "write into this directory");
         app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
         add_flag("--no-sync", "do not flush outputs to disk", [this] { settings_.syncs = false; });
@@ -236,8 +239,8 @@ class command_line {
                 },
                 "1 (fast) to 9 (small), or two digits, method and level; same as -5, -33")
             ->type_name("N");
-        add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
-                   1, 2047);
+        add_number("-b,--block-size", settings_.params.block_mib,
+                   "block size in MiB, 1 to 2047 (default 32)", 1, 2047);
         add_flag("--no-seal", "write no checksum (seal)", [this] { settings_.seals = false; });
     }
 
@@ -338,8 +341,6 @@ class command_line {
                "-c and --json both write to standard output");
         refuse(settings_.to_stdout && settings_.verifies && settings_.what == command::decompress,
                "--verify needs an output file to read back");
-        refuse(settings_.json && settings_.what == command::cat,
-               "cat and --json both write to standard output");
         refuse(settings_.what == command::join && settings_.output.empty(), "join needs -o FILE");
     }
 
@@ -353,7 +354,9 @@ class command_line {
     void add_number(const char* names, uint32_t& value, const char* text, uint32_t low,
                     uint32_t high)
     {
-        app_.add_option(names, value, text)->check(CLI::Range(low, high))->type_name("N");
+        app_.add_option(names, value, text)
+            ->check(CLI::Range(low, high).description(""))
+            ->type_name("N");
     }
 
     void add_size(const char* names, uint64_t& value, const char* text)
@@ -388,7 +391,7 @@ class command_line {
     {
         const auto count = [this](const char* names, uint64_t& value, const char* text) {
             return app_.add_option(names, value, text)
-                ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}))
+                ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}).description(""))
                 ->type_name("N");
         };
         auto* pieces = count("-n,--pieces", settings_.piece_count, "number of pieces (default 2)");
@@ -413,11 +416,11 @@ class command_line {
         add_path("--plot", settings_.plot, "draw speeds and ratios to this file (SVG)");
         app_.add_option("--seconds", settings_.min_seconds,
                         "repeat each measurement for this long (default 0.5)")
-            ->check(CLI::Range(0.0, 3600.0))
+            ->check(CLI::Range(0.0, 3600.0).description(""))
             ->type_name("S");
         app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
-        add_number("-b,--block-size", settings_.params.block_mib, "block size in MiB (default 32)",
-                   1, 2047);
+        add_number("-b,--block-size", settings_.params.block_mib,
+                   "block size in MiB, 1 to 2047 (default 32)", 1, 2047);
         settings_.threads = 1; // makes speeds comparable between machines
         add_number("-T,--threads", settings_.threads,
                    "worker threads (default 1); 0: one per processor", 0, QRX_MAX_THREADS);

@@ -409,7 +409,7 @@ class recovery {
         print_json({{"command", "recover"},
                     {"name", json_name(source_)},
                     {"output", output.empty() ? json(nullptr) : json(json_name(output))},
-                    {"good", is_good()},
+                    {"damaged", !is_good()},
                     {"sealed", info().is_sealed != 0},
                     {"original_size", info().original_size},
                     {"recovered", info().original_size - lost_bytes_},

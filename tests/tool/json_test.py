@@ -46,7 +46,7 @@ class Json(ToolTest):
         self.put("bad.qrx", with_garbage(image, 1))
         self.put("cut.qrx", image[:records(image)[1][0]])
         found = self.objects("-t", "plain.qrx", "bad.qrx", "cut.qrx", status=2)
-        self.assertEqual([each["good"] for each in found], [True, False, False])
+        self.assertEqual([each["damaged"] for each in found], [False, True, True])
         self.assertEqual(found[0]["faults"], [])
         self.assertEqual([(fault["block"], fault["first"], fault["last"])
                           for fault in found[1]["faults"] if "block" in fault],

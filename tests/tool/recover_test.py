@@ -52,7 +52,7 @@ class RecoverTest(ToolTest):
         done = run("recover", "--json", "-f", "--no-sync", *args, "x.qrx", cwd=self.dir)
         self.assertIn(done.returncode, (0, 2), done.stderr)
         found = json_objects(done.stdout)[0]
-        self.assertEqual(found["good"], done.returncode == 0)
+        self.assertEqual(found["damaged"], done.returncode != 0)
         output = self.get("x")
         self.assertEqual(len(output), found["original_size"])
         return found, output
@@ -91,7 +91,7 @@ class RecoverTest(ToolTest):
                 [fault["what"] for fault in found["faults"]]
             self.assertTrue(lost or is_unlike_seal, found)
         if not lost and output != self.original:
-            self.assertFalse(found["good"])
+            self.assertTrue(found["damaged"])
         return found, output, lost
 
     def touched_by(self, records, first, last):
@@ -101,7 +101,7 @@ class RecoverTest(ToolTest):
     def test_good_files(self):
         for method, compressed in self.files_of_methods.items():
             found, output, lost = self.check(compressed, set())
-            self.assertEqual((lost, found["faults"], found["good"]), ([], [], True))
+            self.assertEqual((lost, found["faults"], found["damaged"]), ([], [], False))
             self.assertEqual(output, self.original)
 
     def test_cut_files(self):
@@ -130,7 +130,7 @@ class RecoverTest(ToolTest):
         for cut in range(1, 5):
             found, output, lost = self.check(self.files_of_methods[3][:-cut], set())
             self.assertEqual(output, self.original)
-            self.assertEqual(found["good"], cut == 4) # then it is a file without a seal
+            self.assertEqual(found["damaged"], cut != 4) # then it is a file without a seal
 
     def test_overwritten_sectors(self):
         for method, compressed in self.files_of_methods.items():
@@ -184,7 +184,7 @@ class RecoverTest(ToolTest):
             with self.subTest(method=method):
                 found, output, lost = self.check(bytes(HEADER) + compressed[HEADER:], set())
                 self.assertEqual(output, self.original)
-                self.assertTrue(found["good"])
+                self.assertFalse(found["damaged"])
 
     def test_cut_file_with_a_wrong_size(self):
         # The header claims 2^50 bytes: more than the system can store, or a sparse file.
@@ -244,7 +244,7 @@ class RecoverTest(ToolTest):
     def test_trailing_bytes(self):
         found, output, lost = self.check(self.files_of_methods[3] + bytes(1000), set())
         self.assertEqual(output, self.original)
-        self.assertFalse(found["good"]) # the seal can't be found
+        self.assertTrue(found["damaged"]) # the seal can't be found
 
     def test_lost_ranges_as_text(self):
         compressed = self.files_of_methods[5]
