@@ -14,8 +14,6 @@ constexpr size_t margin_bytes = 16;
 
 constexpr unsigned filling_count = 6;
 
-constexpr uint32_t method_with_context_bits = 4;
-
 /// Upper bound on the redundant bytes at the end of a payload.
 constexpr size_t redundant_bytes = 16;
 

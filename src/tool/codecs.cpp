@@ -8,8 +8,6 @@ namespace {
 /// Largest number of codecs kept: each can hold large tables.
 constexpr size_t max_codecs = 2;
 
-constexpr uint32_t method_with_context_bits = 4;
-
 bool are_same_blocks(const qrx_params& a, const qrx_params& b)
 {
     return a.method == b.method && a.level == b.level && a.filter == b.filter &&

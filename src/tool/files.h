@@ -49,8 +49,8 @@ int traits_of(const path& name, bool follows_links, file_traits& traits);
 class input_file {
   public:
     input_file() = default;
-    input_file(input_file&& other) noexcept;
-    input_file& operator=(input_file&& other) noexcept;
+    input_file(const input_file&) = delete;
+    input_file& operator=(const input_file&) = delete;
     ~input_file();
 
     /// Opens a file.

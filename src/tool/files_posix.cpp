@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 namespace tool {
 namespace {
@@ -123,22 +122,6 @@ int traits_of(const path& name, bool follows_links, file_traits& traits)
     if (fstatat(AT_FDCWD, name.c_str(), &found, flags) != 0) return errno;
     traits = traits_from(found);
     return 0;
-}
-
-input_file::input_file(input_file&& other) noexcept
-{
-    *this = std::move(other);
-}
-
-input_file& input_file::operator=(input_file&& other) noexcept
-{
-    std::swap(handle_, other.handle_);
-    std::swap(is_owned_, other.is_owned_);
-    is_seekable_ = other.is_seekable_;
-    start_ = other.start_;
-    size_ = other.size_;
-    traits_ = other.traits_;
-    return *this;
 }
 
 input_file::~input_file()

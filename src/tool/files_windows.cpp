@@ -175,22 +175,6 @@ int traits_of(const path& name, bool follows_links, file_traits& traits)
     return error;
 }
 
-input_file::input_file(input_file&& other) noexcept
-{
-    *this = std::move(other);
-}
-
-input_file& input_file::operator=(input_file&& other) noexcept
-{
-    std::swap(handle_, other.handle_);
-    std::swap(is_owned_, other.is_owned_);
-    is_seekable_ = other.is_seekable_;
-    start_ = other.start_;
-    size_ = other.size_;
-    traits_ = other.traits_;
-    return *this;
-}
-
 input_file::~input_file()
 {
     if (is_owned_) _close(static_cast<int>(handle_));

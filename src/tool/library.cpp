@@ -214,21 +214,23 @@ qrx_sink sink_of(output_file& file)
     return sink;
 }
 
-int compressed_input::open(const path& name)
+int compressed_input::open(const path& name, bool copies_all)
 {
     const int error = is_stdio(name) ? file_.open_stdin() : file_.open(name);
-    return error != 0 || file_.is_seekable() ? error : spool();
+    return error != 0 || file_.is_seekable() ? error : spool(copies_all);
 }
 
 /// Copies an input that can't be read at any offset.
-int compressed_input::spool()
+int compressed_input::spool(bool copies_all)
 {
     memory_.resize(max_in_memory + 1);
     size_t got = 0;
     int error = file_.read(memory_.data(), memory_.size(), got);
     if (error != 0) return error;
     memory_.resize(got);
-    if (got <= max_in_memory) return 0;
+    uint64_t size = 0;
+    const bool has_header = qrx_decompressed_size(memory_.data(), got, &size) == QRX_OK;
+    if (got <= max_in_memory || (!has_header && !copies_all)) return 0;
     spool_ = std::make_unique<output_file>();
     error = spool_->create_temporary();
     has_spool_error_ = error != 0;
@@ -272,7 +274,8 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
         run.messages.error(name, "compressed data isn't read from a terminal");
         return exit_failed;
     }
-    const int error = input.open(name);
+    const bool copies_all = not_qrx != nullptr || (flags & QRX_SEARCH) != 0;
+    const int error = input.open(name, copies_all);
     if (error != 0) {
         run.messages.error(name, input.error_text(error));
         return exit_failed;

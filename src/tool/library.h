@@ -25,6 +25,9 @@ using reader_ptr = std::unique_ptr<qrx_reader, close_handle>;
 using writer_ptr = std::unique_ptr<qrx_writer, close_handle>;
 using codec_ptr = std::unique_ptr<qrx_codec, close_handle>;
 
+/// The method whose streams depend on qrx_params.context_bits.
+inline constexpr uint32_t method_with_context_bits = 4;
+
 /// Returns the exit status for a result of the library.
 int exit_status_of(qrx_status result);
 
@@ -78,8 +81,9 @@ qrx_sink sink_of(output_file& file);
 /// to memory or to a temporary file.
 class compressed_input {
   public:
-    /// Opens `name`, "-" for standard input.  Returns an errno value.
-    int open(const path& name);
+    /// Opens `name`, "-" for standard input.  Returns an errno value.  Input that can't be a .qrx
+    /// file is copied only in part, unless `copies_all`.
+    int open(const path& name, bool copies_all);
     /// Describes a failure of open(), which can be one of the temporary file.
     std::string error_text(int error) const;
     const input_file& file() const { return file_; }
@@ -87,7 +91,7 @@ class compressed_input {
     qrx_source source() const;
 
   private:
-    int spool();
+    int spool(bool copies_all);
 
     input_file file_;
     std::vector<char> memory_; // of standard input, while it is short

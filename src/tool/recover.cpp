@@ -70,7 +70,7 @@ class recovery {
 
     int open_source()
     {
-        const int error = input_.input.open(source_);
+        const int error = input_.input.open(source_, true);
         if (error != 0) return fail(source_, input_.input.error_text(error));
         tolerant_.emplace(input_.input.source());
         const int status =

@@ -24,6 +24,10 @@ class Pipes(ToolTest):
         self.qrx("-b1", "plain")
         self.assertEqual(self.compressed(content, "-b1"), self.get("plain.qrx"))
 
+    def test_endless_input_of_another_format_is_refused(self):
+        done = self.shell("qrx -d < /dev/zero", status=2)
+        self.assertIn(b"not a .qrx file", done.stderr)
+
     def test_compressed_input_larger_than_the_memory_for_pipes(self):
         content = random_bytes(17 * MIB)
         self.put("plain", content)
