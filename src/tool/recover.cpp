@@ -375,8 +375,10 @@ class recovery {
         for (const qrx_event& fault : input_.watcher.events) {
             const bool is_header = fault.what == QRX_NOT_QRX;
             const std::string text =
-                is_header ? "the header is damaged; it was reconstructed from the records"
-                          : fault_text(fault, info());
+                is_header
+                    ? "the header is damaged; it was reconstructed from the records. If records "
+                      "before the first one found are missing, all offsets are too low"
+                    : fault_text(fault, info());
             if (is_good())
                 run_.messages.warn(source_, text);
             else if (fault.what != QRX_CHECKSUM_MISMATCH)
