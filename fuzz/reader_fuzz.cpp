@@ -120,6 +120,7 @@ qrx_info info_of(const owned_reader& reader)
 /// What an image contains, as plain readers see it.
 struct expectation {
     qrx_info info{};
+    bool is_canonical = false;      // also where readers ignore differences
     bool has_content = false;       // false if the original is too large
     bytes content;                  // with zeros for damage
     std::vector<qrx_status> blocks; // results of reading each block
@@ -129,6 +130,7 @@ struct expectation {
         const owned_reader strict = open_plain(image, flags);
         const owned_reader lenient = open_plain(image, flags | QRX_KEEP_DAMAGED);
         info = info_of(strict);
+        is_canonical = has_canonical_header(image, *strict) && has_canonical_heads(image, *strict);
         has_content = info.original_size <= max_data;
         if (!has_content) return;
         content.resize(info.original_size);
@@ -156,10 +158,37 @@ struct expectation {
     }
     qrx_status test_status() const
     {
-        return info.layout != QRX_OK ? info.layout : content_status();
+        if (info.layout != QRX_OK) return info.layout;
+        return info.is_sealed != 0 && !is_canonical ? QRX_CORRUPT : content_status();
     }
 
   private:
+    static bool has_canonical_header(const bytes& image, const qrx_reader& reader)
+    {
+        auto params = sized<qrx_params>();
+        require(qrx_reader_params(&reader, &params) == QRX_OK, "a file has parameters");
+        qrx_params settled = params;
+        const bool is_settled = qrx_params_settle(&settled) == QRX_OK &&
+                                std::memcmp(&settled, &params, sizeof params) == 0;
+        const auto is_zero = [&](usize offset) { return image[offset] == 0; };
+        constexpr std::array<usize, 7> reserved{0, 14, 15, 28, 29, 30, 31};
+        return is_settled && params.method != 0 && image[17] == params.filter &&
+               std::all_of(reserved.begin(), reserved.end(), is_zero);
+    }
+
+    bool has_canonical_heads(const bytes& image, const qrx_reader& reader) const
+    {
+        constexpr u8 minus_zero = 1; // a displacement
+        if (info.block_count == 0) return image.size() <= 36 || image[36] != minus_zero;
+        for (u64 block = 0; block < std::min<u64>(info.block_count, 200); ++block) {
+            auto place = sized<qrx_block_info>();
+            require(qrx_reader_block_info(&reader, block, &place) == QRX_OK,
+                    "a block is described");
+            if (place.is_found != 0 && image[place.offset - 1] == minus_zero) return false;
+        }
+        return true;
+    }
+
     qrx_status read_block(qrx_reader& strict, qrx_reader& lenient, u64 block)
     {
         u8* const dest = content.data() + block * info.block_size;

@@ -12,7 +12,6 @@ namespace {
 
 constexpr u32 default_cell_method = 3;
 constexpr u32 default_cell_level = 3;
-constexpr u32 max_block_mib = 2047;
 /// Hash tables of levels 0 and 1 are sized for a second-level cache of this size on every machine,
 /// so the same parameters give the same file everywhere.
 constexpr u32 assumed_cache_kib = 1024;
@@ -25,7 +24,7 @@ bool are_valid(const qrx_params& params)
                             params.hash_bits <= u32{max_hash_bits} &&
                             params.chain_bits <= u32{max_chain_bits};
     return is_cell && are_tables && params.context_bits <= max_lit_ctx_bits &&
-           params.filter <= QRX_FILTER_DELTA && params.block_mib <= max_block_mib &&
+           params.filter <= QRX_FILTER_DELTA && params.block_mib <= max_block_mb &&
            params.reserved == 0;
 }
 

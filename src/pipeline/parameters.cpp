@@ -46,7 +46,7 @@ bool are_settled(const file_parameters& parameters)
            codec.lit_ctx_bits <= max_lit_ctx_bits && codec.hash_bits >= min_hash_bits &&
            codec.hash_bits <= max_hash_bits && codec.chain_bits >= 1 &&
            codec.chain_bits <= max_chain_bits && parameters.filter_flags <= filter_delta &&
-           parameters.block_mb == capped.block_mb;
+           parameters.block_mb == capped.block_mb && parameters.block_mb <= max_block_mb;
 }
 
 } // namespace quarnex

@@ -11,6 +11,7 @@ inline constexpr i32 min_hash_bits = 10;
 inline constexpr i32 max_hash_bits = 30;
 inline constexpr i32 max_chain_bits = 8;
 inline constexpr u8 max_lit_ctx_bits = 8;
+inline constexpr u16 max_block_mb = 2047;
 
 /// Table sizes, indexed by level.
 struct level_defaults {

@@ -161,8 +161,9 @@ class Space(ToolTest):
 
     def test_temporary_file_of_compressed_input(self):
         environment = dict(ENVIRONMENT, TMPDIR="/nonexistent")
+        image = self.compressed(random_bytes(17 * MIB), "-1")
         for args in (["-d"], ["-t"], ["recover", "-o", "f", "-"]):
-            done = self.qrx(*args, stdin=bytes(17 * MIB), status=1, env=environment)
+            done = self.qrx(*args, stdin=image, status=1, env=environment)
             self.assertIn(b"temporary file: No such file", done.stderr)
 
     def test_read_only_directory(self):
