@@ -17,7 +17,7 @@
 
 #include "match/concepts.h"
 #include "match/match_lists.h"
-#include "match/trie.h"
+#include "match/nearest_search.h"
 
 #include <algorithm>
 #include <array>
@@ -189,10 +189,10 @@ template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
     forward_parser(const block_text& text, const allocator& source, Prices prices)
-        : text_(text), prices_(std::move(prices)), trie_(text, source)
+        : text_(text), prices_(std::move(prices)), search_(text, Writer::min_match, source)
     {
         for (u32 pos = 1; pos < std::min(Writer::first_pos, text.size); ++pos) {
-            trie_.trie_insert(pos);
+            search_.insert(pos);
         }
     }
 
@@ -210,7 +210,7 @@ class forward_parser {
             const u32 longest = relax_matches(pos, i, last - i);
             if (longest <= long_match) continue;
             const u32 skipped = std::min(longest / 2, length - i) - 1;
-            trie_.trie_insert(pos + 1, skipped);
+            search_.insert(pos + 1, skipped);
             i += skipped;
         }
     }
@@ -241,14 +241,14 @@ class forward_parser {
     {
         const u32 limit = std::min(room, text_.size - pos);
         u32 longest = Writer::min_match - 1;
-        const u32 count = trie_.trie_matches(pos, records_);
-        for (u32 k = 0; k < count; ++k) {
-            const trie_record& found = records_[k];
+        for (const trie_record& found : search_.find(pos)) {
             const u32 dist = pos - found.pos;
-            // After a path that ended inside its window, the trie holds later positions too.
+            // After a path that ended inside its window, later positions are found too.
             if (found.pos >= pos || dist > text_.max_dist) continue;
             u32 len = std::min(found.length, limit);
-            len += equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
+            if (len >= search_.exact_lengths())
+                len +=
+                    equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
             if (len <= longest) continue;
             const auto price = prices_.matches(pos, dist);
             while (longest < len) {
@@ -261,9 +261,8 @@ class forward_parser {
 
     block_text text_;
     Prices prices_;
-    trie trie_;
+    nearest_search search_;
     parse_nodes nodes_;
-    trie_records records_;
 };
 
 /// Plans and writes a block window by window.  Stops early when `out` is full.

@@ -23,6 +23,7 @@
 #pragma once
 
 #include "common/owned_array.h"
+#include "match/suffix_array.h"
 #include "match/text.h"
 
 #include <optional>
@@ -33,6 +34,12 @@ namespace quarnex {
 inline constexpr u32 max_listed_match = 255;
 /// Shorter matches are not listed.
 inline constexpr u32 min_listed_match = 3;
+
+/// In larger intervals only positions without a match of an inner interval take part.
+inline constexpr u32 max_full_interval = 16384;
+
+/// The scale of an LCP array for match lists.
+inline constexpr lcp_scale match_list_scale{0, max_listed_match};
 
 struct match_lists {
     owned_array<u8> mlen;  // by position: length of its match, 0 for none
@@ -49,17 +56,13 @@ inline constexpr u32 match_list_bytes = 10;
 [[nodiscard]] std::optional<match_lists> find_match_lists(const block_text& text,
                                                           const allocator& source);
 
-/// Computes the LCP array of the suffix array `sa` of `n` suffixes (1 or more): lcp[k], for k from
-/// 1 to n - 1, is the length of the common prefix of sa[k - 1] and sa[k], at most max_listed_match.
-/// Takes a work array of 4 bytes per suffix from `source`; without it returns false and leaves
-/// `lcp` unchanged.
-[[nodiscard]] bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp,
-                             const allocator& source);
-
 /// Lists the matches of a block of `n` bytes (1 or more) in `mlen` and `mpos`, from its suffix
 /// array `sa` and its LCP array `lcp`, where lcp[0] and lcp[n] are 0.  `mlen` is all zero at first.
 /// Overwrites `sa`.
 void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen);
+
+/// The same memory as an array of bytes.
+owned_array<u8> as_bytes(owned_array<u32> numbers);
 
 /// Sorts numbers in ascending order; in linear time if they are in descending order.
 void sort_u32(u32* numbers, usize count);

@@ -1,0 +1,62 @@
+// match/lcp_intervals.h - enumerates the LCP intervals of a suffix array, inner ones first
+//
+// Algorithm: one pass with a stack (Abouelhoda, Kurtz and Ohlebusch 2004).  The interval of length
+// L is a maximal run of neighbours that share at least L bytes and of which two neighbours share
+// exactly L.  Intervals are nested: they form a tree, whose leaves are the suffixes.
+//
+// Time: O(n).
+#pragma once
+
+#include "common/types.h"
+
+#include <array>
+#include <cassert>
+
+namespace quarnex {
+
+/// Longest common prefix that is told apart from longer ones.
+inline constexpr u32 max_interval_length = 256;
+
+/// An LCP interval.
+struct lcp_interval {
+    u32 length;   // bytes that its members share
+    u32 first;    // its first index in the suffix array
+    u32 children; // intervals and suffixes directly in it
+    u32 mark;     // what Visitor::add() returned for its first member
+};
+
+/// Calls, for the `n` suffixes in order (1 or more): visitor.add(k), which returns a mark; then,
+/// for each interval that ends with suffix k, visitor.close(interval, k + 1); and if no other
+/// interval contains these, visitor.top(mark).  `shared(k)` returns the length of the common prefix
+/// of suffixes k - 1 and k, up to max_interval_length, or 0 if it does not matter; it is called
+/// once for each k from 1 to n - 1.
+template <class Shared, class Visitor>
+[[gnu::always_inline]] inline void visit_lcp_intervals(u32 n, Shared&& shared, Visitor& visitor)
+{
+    // The intervals around the current index, by ascending length.
+    std::array<lcp_interval, max_interval_length + 1> open;
+    usize depth = 0;
+    open[0] = {0, 0, 0, 0};
+    for (u32 next = 1; next <= n; ++next) {
+        u32 first = next - 1;
+        u32 mark = visitor.add(next - 1);
+        const u32 length = next < n ? shared(next) : 0;
+        assert(length <= max_interval_length);
+        for (; open[depth].length > length; --depth) {
+            lcp_interval& ending = open[depth];
+            ++ending.children;
+            visitor.close(ending, next);
+            first = ending.first;
+            mark = ending.mark;
+        }
+        if (open[depth].length < length) {
+            open[++depth] = {length, first, 1, mark};
+        } else if (depth == 0) {
+            visitor.top(mark);
+        } else {
+            ++open[depth].children;
+        }
+    }
+}
+
+} // namespace quarnex

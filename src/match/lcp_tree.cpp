@@ -1,0 +1,282 @@
+#include "match/lcp_tree.h"
+
+#include "match/lcp_intervals.h"
+
+#include <cassert>
+
+namespace quarnex {
+namespace {
+
+// Words of the tree under construction: a number and the bits above it.
+constexpr u32 number_bits = 25;
+constexpr u32 number_mask = (1U << number_bits) - 1;
+static_assert(max_tree_block <= 1U << number_bits);
+
+/// Bits of the second half of a byte that is split over two words.
+constexpr u32 low_bits = 32 - number_bits;
+constexpr u32 low_mask = (1U << low_bits) - 1;
+
+constexpr u32 high_part(u32 byte)
+{
+    return byte >> low_bits;
+}
+
+// Bits of by_position.
+constexpr u32 lcp_high_bit = 31;        // index k: of lcp[k]
+constexpr u32 length_high_bit = 30;     // node: of its length
+constexpr u32 wide_flag = 1U << 29;     // node
+constexpr u32 direct_flag = 1U << 28;   // node
+constexpr u32 full_key_flag = 1U << 27; // node
+constexpr u32 fork_flag = 1U << 26;     // node
+constexpr u32 large_flag = 1U << 25;    // node
+
+// Bits of pending children.
+constexpr u32 node_item = 1U << 25;
+constexpr u32 wide_item = 1U << 26;
+constexpr u32 full_key_item = 1U << 27;
+
+/// Builds the nodes from the children up.
+///
+/// The children of the intervals around the current index wait at the start of the suffix array,
+/// whose words have been read.  A node keeps its first position in place of the interval around it,
+/// as long as that isn't known.
+class tree_builder {
+  public:
+    tree_builder(suffix_arrays& arrays, const tree_options& options)
+        : pending_(arrays.sa), link_(arrays.room.get()), leaf_(arrays.by_position.get()),
+          size_(arrays.size), options_(options)
+    {
+    }
+
+    u32 add(u32 k)
+    {
+        constexpr u32 ahead = suffix_prefetch_distance;
+        if (k + ahead < size_) {
+            const u32 position = pending_[k + ahead] & number_mask;
+            __builtin_prefetch(leaf_ + position, 1);
+            __builtin_prefetch(link_ + position, 1);
+        }
+        pending_[count_] = pending_[k] & number_mask;
+        return count_++;
+    }
+
+    void close(const lcp_interval& ending, u32 next)
+    {
+        const u32 begin = ending.mark;
+        u32 first = UINT32_MAX, id = UINT32_MAX;
+        for (u32 c = begin; c < count_; ++c) {
+            const u32 position = first_of(pending_[c]);
+            id = std::min(id, std::max(position, first));
+            first = std::min(first, position);
+        }
+        const u32 length = ending.length - 1;
+        u32 flags = 0;
+        u32 item = id | node_item;
+        if (options_.wide_nodes && count_ - begin >= wide_children &&
+            ending.length < max_tree_length) {
+            flags |= wide_flag;
+            item |= wide_item;
+            ++wide_nodes_;
+        }
+        if (ending.length == max_tree_length) item |= full_key_item;
+        const u32 members = next - ending.first;
+        if (members > options_.max_members) {
+            flags |= large_flag;
+            large_nodes_ += members;
+        }
+        for (u32 c = begin; c < count_; ++c) {
+            const u32 child = pending_[c];
+            link(child, id);
+            if ((child & (wide_item | full_key_item)) != 0)
+                flags |= mark_child(child, ending.length);
+        }
+        link_[id] = first | (length & low_mask) << number_bits;
+        leaf_[id] |= high_part(length) << length_high_bit | flags;
+        count_ = begin;
+        pending_[count_++] = item;
+    }
+
+    /// The children from `begin` on are in no interval.
+    void top(u32 begin)
+    {
+        for (u32 c = begin; c < count_; ++c) {
+            link(pending_[c], tree_root);
+            if ((pending_[c] & wide_item) != 0) mark_child(pending_[c], 0);
+        }
+        count_ = begin;
+    }
+
+    u32 wide_nodes() const { return wide_nodes_; }
+    /// Sum over all positions of the large nodes on their paths.
+    u64 large_nodes() const { return large_nodes_; }
+
+  private:
+    u32 first_of(u32 item) const
+    {
+        const u32 number = item & number_mask;
+        return (item & node_item) != 0 ? link_[number] & number_mask : number;
+    }
+
+    void link(u32 item, tree_ref parent)
+    {
+        u32& word = (item & node_item) != 0 ? link_[item & number_mask] : leaf_[item & number_mask];
+        word = (word & ~number_mask) | parent;
+    }
+
+    /// Marks a child that the search treats apart; returns the flags of its parent.
+    u32 mark_child(u32 item, u32 parent_length)
+    {
+        const u32 number = item & number_mask;
+        if ((item & full_key_item) != 0) {
+            if (parent_length != max_tree_length - 1) return 0;
+            leaf_[number] |= full_key_flag;
+            return fork_flag;
+        }
+        const u32 length =
+            (link_[number] >> number_bits | (leaf_[number] >> length_high_bit & 1) << low_bits) + 1;
+        if (length == parent_length + 1) leaf_[number] |= direct_flag;
+        return 0;
+    }
+
+    u32* pending_; // the suffix array
+    u32* link_;    // by node
+    u32* leaf_;    // by position
+    u32 size_;
+    u32 count_ = 0;
+    u32 wide_nodes_ = 0;
+    u64 large_nodes_ = 0;
+    tree_options options_;
+};
+
+/// Counts, for all positions, the nodes on their paths that aren't large.
+class small_node_counter {
+  public:
+    explicit small_node_counter(u32 max_members) : max_members_(max_members) {}
+
+    u32 add(u32 /*k*/) { return 0; }
+    void top(u32 /*mark*/) {}
+    void close(const lcp_interval& ending, u32 next)
+    {
+        const u32 members = next - ending.first;
+        if (members <= max_members_) count_ += members;
+    }
+    u64 count() const { return count_; }
+
+  private:
+    u32 max_members_;
+    u64 count_ = 0;
+};
+
+} // namespace
+
+bool has_wide_interval(const suffix_arrays& arrays, u32 length)
+{
+    const u32 wanted = length - arrays.scale.least;
+    u32 children = 1;
+    for (u32 k = 1; k < arrays.size; ++k) {
+        const u32 shared = arrays.lcp[k];
+        children += shared == wanted ? 1 : 0;
+        if (shared < wanted) children = 1;
+        if (children == wide_children) return true;
+    }
+    return false;
+}
+
+u32 average_small_nodes(const suffix_arrays& arrays, const tree_options& options)
+{
+    // A quarter of the suffix array, in pieces.  Intervals over their borders are missed, or
+    // counted in part.
+    constexpr u32 piece = 1 << 15;
+    const u32 step = arrays.size < 4 * piece ? piece : 4 * piece;
+    const u32 scale = arrays.scale.least, least = options.least_length;
+    small_node_counter counter(options.max_members);
+    u32 suffixes = 0;
+    for (u32 from = 0; from < arrays.size; from += step) {
+        const u32 count = std::min(piece, arrays.size - from);
+        const u8* const lcp = arrays.lcp + from;
+        visit_lcp_intervals(
+            count,
+            [=](u32 k) {
+                const u32 length = lcp[k] + scale;
+                return length >= least ? length : 0;
+            },
+            counter);
+        suffixes += count;
+    }
+    return static_cast<u32>(counter.count() / suffixes);
+}
+
+bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_options& options,
+                     const allocator& source)
+{
+    const u32 n = arrays.size;
+    assert(n <= max_tree_block && arrays.sa == arrays.room.get() + n);
+    u32* const link = arrays.room.get();
+    u32* const leaf = arrays.by_position.get();
+    u32* const sa = arrays.sa;
+    for (u32 k = 0; k < n; ++k) {
+        const u32 byte = arrays.lcp[k];
+        link[k] = 0;
+        sa[k] |= (byte & low_mask) << number_bits;
+        leaf[k] = high_part(byte) << lcp_high_bit;
+    }
+    const u32 scale = arrays.scale.least;
+    const auto lcp = [=](u32 k) {
+        return (sa[k] >> number_bits | (leaf[k] >> lcp_high_bit) << low_bits) + scale;
+    };
+    tree_builder builder(arrays, options);
+    if (options.least_length > scale) {
+        const u32 least = options.least_length;
+        visit_lcp_intervals(
+            n,
+            [=](u32 k) {
+                const u32 length = lcp(k);
+                return length >= least ? length : 0;
+            },
+            builder);
+    } else {
+        // Whether neighbours share one byte or none is to be seen in the text.
+        u32 byte = text.data[sa[0] & number_mask];
+        visit_lcp_intervals(
+            n,
+            [=](u32 k) mutable {
+                const u32 length = lcp(k);
+                if (length != scale) return length;
+                const u32 before = byte;
+                byte = text.data[sa[k] & number_mask];
+                return byte == before ? length : 0U;
+            },
+            builder);
+    }
+
+    average_large_nodes_ = static_cast<u32>(builder.large_nodes() / n);
+    wide_ = make_array<wide_node>(source, builder.wide_nodes());
+    if (!wide_) return false;
+    nodes_ = reinterpret_cast<u8*>(link);
+    leaf_ = leaf;
+    u32 wide = 0;
+    for (u32 id = n; id-- != 0;) {
+        const u32 word = link[id], flags = leaf[id];
+        leaf[id] = flags & number_mask;
+        u64 node = word >> number_bits | (flags >> length_high_bit & 1) << low_bits;
+        if ((flags & full_key_flag) != 0) node |= tree_node::full_key;
+        if ((flags & fork_flag) != 0) node |= tree_node::fork;
+        if ((flags & large_flag) != 0) node |= tree_node::large;
+        u32 around = word & number_mask;
+        if ((flags & wide_flag) != 0) {
+            node |= tree_node::wide;
+            wide_[wide] = {around, (flags & direct_flag) != 0, 0, 0};
+            around = wide++;
+        }
+        set_node(id, {node | u64{around} << tree_node::parent_at});
+    }
+    for (u32 k = 0; k < positions_past; ++k) leaf[n + k] = tree_root;
+    nodes_memory = std::move(arrays.room);
+    leaves_memory = std::move(arrays.by_position);
+    for (u32 pos = 0; pos < positions_past; ++pos) {
+        if (pos < n) start_scout(pos);
+    }
+    return true;
+}
+
+} // namespace quarnex

@@ -1,0 +1,48 @@
+// match/nearest_search.h - match finder of level 9: for each length the nearest earlier position
+//
+// A trie of the positions (trie.h), or, for most blocks, the tree of LCP intervals
+// (nearest_tree.h), which finds the same matches in half the time.  The trie serves blocks
+//
+// - of less than 4 KiB, for which sorting the suffixes takes longer, or of more than 2^25 bytes;
+// - whose paths in the tree are long: sums of repeats with faults, sparse data;
+// - without memory for the tree;
+// - in which a window of the parse has ended early, so that positions are inserted again.  This is
+//   rare; the trie is then made of the positions inserted so far.
+#pragma once
+
+#include "match/nearest_tree.h"
+#include "match/trie.h"
+
+#include <optional>
+
+namespace quarnex {
+
+class nearest_search {
+  public:
+    /// A search of a block that is followed by at least trie_reads_past zeros, in memory from
+    /// `source`.  Lengths below `least_length`, 2 or more, are not needed.
+    nearest_search(const block_text& text, u32 least_length, const allocator& source);
+
+    /// Inserts `count` positions from `pos` on.
+    void insert(u32 pos, u32 count = 1);
+
+    /// Finds matches among the positions inserted so far, then inserts `pos`.  The records are in
+    /// order of non-decreasing length, and valid until the next call.  The matches of records from
+    /// exact_lengths() bytes on may be longer.
+    std::span<const trie_record> find(u32 pos);
+
+    u32 exact_lengths() const { return exact_lengths_; }
+
+  private:
+    void change_to_trie();
+
+    block_text text_;
+    const allocator& source_;
+    std::optional<nearest_tree> tree_;
+    std::optional<trie> trie_;
+    u32 next_ = 1; // positions from here on have not been inserted
+    u32 exact_lengths_ = 0;
+    trie_records records_;
+};
+
+} // namespace quarnex

@@ -1,0 +1,64 @@
+// match/nearest_tree.h - the matches of level 9 from the tree of LCP intervals
+//
+// Finds what the trie (trie.h) finds, and is faster: the trie's nodes are searched by the bytes of
+// the text, while a path of the tree is known from its leaf.
+//
+// The trie doesn't always name the nearest position.  The same holds here:
+//
+// - A branch with 247 children or more doesn't note a position that adds a child.  Such a `wide`
+//   node keeps the latest position it noted besides the latest one.  The trie reports it if the
+//   branch is one byte longer than the one above; otherwise the path between them has the latest.
+// - The leaf of a key of 256 bytes is replaced by the next position with the same key, unless it is
+//   directly below a branch 255 bytes deep.  There the position stays: that which the leaf had when
+//   the branch was made (by a second key), or the first one.
+//
+// A third case isn't followed: near the end of the block, positions whose keys end inside a path
+// affect lookups of earlier ones.  So positions must be entered in ascending order (some can be
+// left out), and each at most once.
+#pragma once
+
+#include "match/lcp_tree.h"
+#include "match/trie.h"
+
+#include <span>
+
+namespace quarnex {
+
+class nearest_tree {
+  public:
+    /// Builds the tree of a block, without intervals of less than `least_length` bytes (2 or more)
+    /// as far as they don't matter.  Returns false without memory, or if the walks would be too
+    /// long.
+    [[nodiscard]] bool build(const block_text& text, u32 least_length, const allocator& source);
+
+    /// Enters `count` positions from `pos` on.
+    void insert(u32 pos, u32 count);
+
+    /// Marks the positions from `first` up to but not including `last` as never to be entered.
+    void leave_out(u32 first, u32 last)
+    {
+        for (; first < last; ++first) tree_.set_leaf(first, left_out);
+    }
+    bool is_left_out(u32 pos) const { return tree_.leaf(pos) == left_out; }
+
+    /// Finds matches among the positions entered so far, then enters `pos`.  The records come in
+    /// order of rising length.  Lengths are exact up to max_tree_length - 1; several records of
+    /// max_tree_length can follow, whose matches may be longer.
+    std::span<const trie_record> find(u32 pos, trie_records& records);
+
+  private:
+    /// Not the number of a node.
+    static constexpr tree_ref left_out = UINT32_MAX;
+
+    template <bool Report>
+    trie_record* enter(u32 pos, trie_record* out);
+    template <bool Report>
+    trie_record* enter_exactly(u32 pos, tree_ref ref, u32 below, trie_record* out);
+
+    const u8* text_ = nullptr;
+    u32 size_ = 0;
+    lcp_tree tree_;
+    bool inexact_ = false; // the records of this position may have lengths that aren't exact
+};
+
+} // namespace quarnex
