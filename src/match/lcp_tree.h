@@ -116,7 +116,7 @@ class lcp_tree {
     [[gnu::always_inline]] void prefetch_after(u32 pos)
     {
         start_scout(pos + positions_past);
-        for (u32 distance : {18U, 12U, 6U}) {
+        for (u32 distance : {21U, 18U, 15U, 12U, 9U, 6U, 3U}) {
             tree_ref& at = scouts_[(pos + distance) % scouts_.size()];
             at = node(at).parent();
             prefetch(at);
