@@ -5,7 +5,7 @@
 #pragma once
 
 #include "coding/range_coder.h"
-#include "coding/sorted_search.h"
+#include "coding/share_search.h"
 #include "method4/m4_model.h"
 
 namespace quarnex {
@@ -45,13 +45,14 @@ template <u32 Capacity>
 {
     const u32 unit = decoder.range >> m4_total_bits;
     const u32 place = decoder.code / unit;
+    if (place >= whole_interval) [[unlikely]]
+        return model.counts.symbols;
     const u32 first = model.lookup.first[place >> m4_lookup::unit_bits];
-    const u32 symbol = find_last_not_above(model.cum, first, place);
+    const auto [symbol, start, width] = find_share(model.cum, first, place);
     if (symbol >= model.counts.symbols) [[unlikely]]
         return symbol;
-    const u32 low = model.cum[symbol];
-    decoder.code -= low * unit;
-    decoder.range = (model.cum[symbol + 1] - low) * unit;
+    decoder.code -= start * unit;
+    decoder.range = width * unit;
     normalize_at_once(decoder);
     return symbol;
 }

@@ -3,6 +3,7 @@
 #include "plain/m4_plain.h"
 #include "support/range_streams.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -91,6 +92,28 @@ TEST(m4_decode_freq, a_position_past_all_shares_changes_nothing)
         EXPECT_EQ(decoder.code, start.code);
         EXPECT_EQ(decoder.range, start.range);
         EXPECT_EQ(decoder.in, start.in);
+    }
+}
+
+TEST(m4_decode_freq, a_position_at_the_interval_end_or_past_it_changes_nothing)
+{
+    // 32 slots with counts of 1: the shares fill the interval, so only its end is past them.
+    const auto model = std::make_unique<m4_model<m4_lookup, value_slots>>();
+    m4_model_init(*model, 32);
+    ASSERT_EQ(model->cum[32], whole_interval);
+    const bytes next(8, 0x55);
+    for (const u32 range : {full_range, 0x12345678U, 0x1007FFFU, min_range + 0x7FFF}) {
+        const u32 unit = range >> m4_total_bits;
+        const u32 end = unit << m4_total_bits;
+        range_decoder decoder{next.data(), end - 1, range};
+        EXPECT_EQ(m4_decode_freq(decoder, *model), 31U);
+        for (u32 code = end; code < range; code += std::min(unit, range - code)) {
+            decoder = {next.data(), code, range};
+            ASSERT_EQ(m4_decode_freq(decoder, *model), 32U) << code << ' ' << range;
+            ASSERT_EQ(decoder.code, code);
+            ASSERT_EQ(decoder.range, range);
+            ASSERT_EQ(decoder.in, next.data());
+        }
     }
 }
 
