@@ -33,10 +33,7 @@ static_assert(whole_interval == 1U << m4_total_bits);
 struct m4_lookup {
     static constexpr u32 unit_bits = 8;
     static constexpr u32 units = 1U << (m4_total_bits - unit_bits);
-    /// Entries are written in groups of this size, which may overrun by less than one group.
-    static constexpr u32 group = 8;
-
-    u16 first[units + 1 + group];
+    u16 first[units + 1];
 };
 
 /// An encoder needs no table.
@@ -45,6 +42,8 @@ struct m4_no_lookup {};
 /// The model of an alphabet of up to Capacity symbols, aligned to cache lines.
 template <class Lookup, u32 Capacity>
 struct alignas(64) m4_model {
+    static_assert(Capacity % word_lanes == 0);
+
     adaptive_counts<Capacity> counts;
     /// Symbol s has the share from cum[s] to cum[s + 1].  The entries after the last symbol's end
     /// are whole_interval and stop the search.
@@ -61,6 +60,8 @@ template <class Lookup, u32 Capacity>
 void m4_model_init(m4_model<Lookup, Capacity>& model, u32 symbols)
 {
     start_counts(model.counts, symbols, m4_first_period);
+    // Read together with the last counts.
+    for (u32 symbol = symbols; symbol < Capacity; ++symbol) model.counts.counts[symbol] = 0;
     for (u16& share : model.cum) share = whole_interval;
     m4_model_scale(model);
 }
