@@ -1,10 +1,10 @@
 // coding/share_search.h - symbol search in cumulative shares, four at a time in a 64-bit word
 //
-// A linear search within a register (SWAR): one subtraction compares four shares with a position.
+// A linear search within a register (SWAR): one addition compares four shares with a position.
 // The symbol's share is then shifted out of the words already loaded, whereas a search by index, in
 // vector registers or not, has to load it, which adds the latency of a load to each symbol.
 //
-// Shares are in units of 2^-15, so that a lane of 16 bits has a bit left to keep borrows apart.
+// Shares are in units of 2^-15, so that a lane of 16 bits has room for the carry of its sum.
 #pragma once
 
 #include "common/types.h"
@@ -46,13 +46,12 @@ inline void store_lanes(u16* dest, u64 lanes)
 }
 
 /// Returns a word with the top bit of each lane that is above `limit`.  Lanes are at most
-/// whole_interval, and `limit` is below it.
+/// whole_interval, and `limit` is below it, so no sum carries into the next lane.
 constexpr u64 lanes_above(u64 lanes, u32 limit)
 {
     assert(limit < whole_interval);
     constexpr u64 top_bits = every_lane << 15;
-    const u64 not_above = (limit * every_lane | top_bits) - lanes;
-    return ~not_above & top_bits;
+    return (lanes + (whole_interval - 1 - limit) * every_lane) & top_bits;
 }
 
 /// A symbol with its share: the interval's part from `start` to `start + width`.
