@@ -39,12 +39,6 @@ inline u64 load_lanes(const u16* src)
     return lanes;
 }
 
-/// Writes the four lanes of a word to `dest`.
-inline void store_lanes(u16* dest, u64 lanes)
-{
-    for (u32 i = 0; i < word_lanes; ++i) dest[i] = static_cast<u16>(lanes >> 16 * i);
-}
-
 /// Returns a word with the top bit of each lane that is above `limit`.  Lanes are at most
 /// whole_interval, and `limit` is below it, so no sum carries into the next lane.
 constexpr u64 lanes_above(u64 lanes, u32 limit)

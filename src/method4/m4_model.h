@@ -18,6 +18,7 @@
 
 #include "coding/adaptive_counts.h"
 #include "coding/codec_state.h"
+#include "coding/prefix_scan.h"
 #include "coding/share_search.h"
 #include "coding/value_slot.h"
 #include "method4/m4_format.h"
@@ -33,7 +34,7 @@ static_assert(whole_interval == 1U << m4_total_bits);
 struct m4_lookup {
     static constexpr u32 unit_bits = 8;
     static constexpr u32 units = 1U << (m4_total_bits - unit_bits);
-    u16 first[units + 1];
+    u16 first[units + scan_group]; // the last entries pad a whole group
 };
 
 /// An encoder needs no table.
@@ -42,8 +43,6 @@ struct m4_no_lookup {};
 /// The model of an alphabet of up to Capacity symbols, aligned to cache lines.
 template <class Lookup, u32 Capacity>
 struct alignas(64) m4_model {
-    static_assert(Capacity % word_lanes == 0);
-
     adaptive_counts<Capacity> counts;
     /// Symbol s has the share from cum[s] to cum[s + 1].  The entries after the last symbol's end
     /// are whole_interval and stop the search.
@@ -60,9 +59,8 @@ template <class Lookup, u32 Capacity>
 void m4_model_init(m4_model<Lookup, Capacity>& model, u32 symbols)
 {
     start_counts(model.counts, symbols, m4_first_period);
-    // Read together with the last counts.
+    // The last group of counts is read whole.
     for (u32 symbol = symbols; symbol < Capacity; ++symbol) model.counts.counts[symbol] = 0;
-    for (u16& share : model.cum) share = whole_interval;
     m4_model_scale(model);
 }
 

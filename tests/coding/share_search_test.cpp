@@ -50,17 +50,6 @@ TEST(load_lanes, the_first_number_is_lowest_in_both_forms)
     }
 }
 
-TEST(store_lanes, writes_four_numbers_as_load_lanes_reads_them)
-{
-    u16 numbers[]{1, 2, 3, 4, 5, 6};
-    store_lanes(numbers + 1, 0x9ABC'5678'1234'FFFF);
-    EXPECT_EQ(numbers[0], 1U);
-    EXPECT_EQ(numbers[1], 0xFFFFU);
-    EXPECT_EQ(numbers[4], 0x9ABCU);
-    EXPECT_EQ(numbers[5], 6U);
-    EXPECT_EQ(load_lanes(numbers + 1), 0x9ABC'5678'1234'FFFFU);
-}
-
 TEST(lanes_above, each_lane_by_itself_at_the_edges_of_its_number)
 {
     for (u32 lane = 0; lane < word_lanes; ++lane) {
