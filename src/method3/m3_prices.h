@@ -1,10 +1,13 @@
 // method3/m3_prices.h - token prices of method 3
 //
-// In bits: the code lengths in force when a window is planned.
+// In bits: the code lengths in force when a window is planned.  The prices of lengths are listed at
+// its start.
 #pragma once
 
 #include "match/cost_parse.h"
 #include "method3/m3_tokens.h"
+
+#include <array>
 
 namespace quarnex {
 
@@ -14,7 +17,10 @@ class m3_prices {
     /// Prices for the block `text`.
     m3_prices(const u8* text, const m3_encoder_models& models) : text_(text), models_(models) {}
 
-    void start_window() {}
+    void start_window()
+    {
+        for (u32 len = MinMatch; len < listed_lengths; ++len) lengths_[len] = length(len);
+    }
 
     u32 literal(u32 pos) const { return main(text_[pos]); }
 
@@ -27,6 +33,11 @@ class m3_prices {
         }
 
         u32 operator()(u32 len) const { return prices_.length(len) + distance_; }
+        price_run run(u32 len) const
+        {
+            if (len >= listed_lengths) return {};
+            return {prices_.lengths_.data() + len, listed_lengths - len, distance_};
+        }
 
       private:
         const m3_prices& prices_;
@@ -56,6 +67,7 @@ class m3_prices {
 
     const u8* text_;
     const m3_encoder_models& models_;
+    std::array<u32, listed_lengths> lengths_; // prices by length
 };
 
 static_assert(price_list<m3_prices<3>>);

@@ -1,7 +1,9 @@
 // method4/m4_prices.h - token prices of method 4
 //
 // In 1/4096 bits: the logarithm of a model's total less that of the symbol's count, both divided by
-// eight.  Totals are those at the start of a window, counts the current ones.
+// eight.  Totals are those at the start of a window, counts the current ones, which do not change
+// while a window is planned.  So lengths can be listed: long ones at the window's start, short ones
+// when their context first occurs.
 //
 // A count below eight reads entry 0 of the table, which is larger than any total's logarithm, so
 // the price is negative (modulo 2^32): symbols hardly seen in their context look cheap.  That is a
@@ -32,6 +34,10 @@ class m4_prices {
         }
         distance_ = base(models_.distance);
         length_ = base(models_.length);
+        known_.fill(false);
+        for (u32 len = first_long; len < listed_lengths; ++len) {
+            long_lengths_[len - first_long] = long_length(len);
+        }
     }
 
     u32 literal(u32 pos) const { return main(context(pos), text_[pos]); }
@@ -39,25 +45,38 @@ class m4_prices {
     /// The prices of matches at one position and distance.
     class at_distance {
       public:
-        at_distance(const m4_prices& prices, u32 context, u32 dist)
+        at_distance(m4_prices& prices, u32 context, u32 dist)
             : prices_(prices), context_(context), distance_(prices.distance(dist - 1))
         {
         }
 
         u32 operator()(u32 len) const { return prices_.length(context_, len) + distance_; }
+        price_run run(u32 len) const
+        {
+            if (len < first_long) {
+                if (!prices_.known_[context_]) prices_.list_short_lengths(context_);
+                return {prices_.short_lengths_[context_].data() + len - MinMatch, first_long - len,
+                        distance_};
+            }
+            if (len >= listed_lengths) return {};
+            return {prices_.long_lengths_.data() + len - first_long, listed_lengths - len,
+                    prices_.main(context_, long_length_symbol) + distance_};
+        }
 
       private:
-        const m4_prices& prices_;
+        m4_prices& prices_;
         u32 context_;
         u32 distance_;
     };
 
-    at_distance matches(u32 pos, u32 dist) const { return {*this, context(pos), dist}; }
+    at_distance matches(u32 pos, u32 dist) { return {*this, context(pos), dist}; }
 
   private:
     /// Counts and totals are divided by 2^step_bits, so that totals fit into the table.
     static constexpr u32 step_bits = 3;
     static constexpr u32 bit = 4096;
+
+    static constexpr u32 first_long = MinMatch + short_lengths;
 
     template <class Model>
     static u32 base(const Model& model)
@@ -81,9 +100,21 @@ class m4_prices {
     {
         const u32 above_min = len - MinMatch;
         if (above_min < short_lengths) return main(context, literal_symbols + above_min);
-        // The extra bits of a length are not priced.
-        const u32 slot = value_slot(above_min - short_lengths);
-        return main(context, long_length_symbol) + length_ - share(models_.length, slot);
+        return main(context, long_length_symbol) + long_length(len);
+    }
+
+    /// Returns the price of a long length without its main symbol.  Extra bits are not priced.
+    u32 long_length(u32 len) const
+    {
+        return length_ - share(models_.length, value_slot(len - first_long));
+    }
+
+    void list_short_lengths(u32 context)
+    {
+        known_[context] = true;
+        for (u32 above_min = 0; above_min < short_lengths; ++above_min) {
+            short_lengths_[context][above_min] = main(context, literal_symbols + above_min);
+        }
     }
 
     u32 distance(u32 offset) const
@@ -99,6 +130,9 @@ class m4_prices {
     std::array<u32, m4_contexts> main_; // base prices
     u32 distance_;
     u32 length_;
+    std::array<bool, m4_contexts> known_; // contexts whose short lengths are listed
+    std::array<std::array<u32, short_lengths>, m4_contexts> short_lengths_;
+    std::array<u32, listed_lengths - first_long> long_lengths_;
 };
 
 static_assert(price_list<m4_prices<3>>);

@@ -49,8 +49,8 @@ class m5_prices {
                     m5_tree_price(model_.dist_slot[length_class], slot, m5_slot_bits);
             }
         }
-        for (u32 value = m5_min_length_value; value < lengths_.size(); ++value) {
-            lengths_[value] = length_value(value);
+        for (u32 len = MinMatch; len < listed_lengths; ++len) {
+            lengths_[len] = length_value(len - MinMatch + m5_min_length_value);
         }
     }
 
@@ -72,7 +72,15 @@ class m5_prices {
         u32 operator()(u32 len) const
         {
             const u32 value = len - MinMatch + m5_min_length_value;
-            return rest_ + prices_.length(value) + slots_[m5_length_class(value)];
+            return rest_ + prices_.length(len) + slots_[m5_length_class(value)];
+        }
+        price_run run(u32 len) const
+        {
+            if (len >= listed_lengths) return {};
+            const u32 length_class = m5_length_class(len - MinMatch + m5_min_length_value);
+            const bool last_class = length_class == m5_length_classes - 1;
+            return {prices_.lengths_.data() + len, last_class ? listed_lengths - len : 1,
+                    rest_ + slots_[length_class]};
         }
 
       private:
@@ -89,9 +97,6 @@ class m5_prices {
     }
 
   private:
-    /// Length values below this are priced at the start of a window.
-    static constexpr u32 priced_lengths = 272;
-
     u32 flag(u32 pos, u32 bit) const
     {
         return m5_bit_price(model_.match_flag[text_[pos - 1]], bit);
@@ -108,9 +113,10 @@ class m5_prices {
         return price;
     }
 
-    u32 length(u32 value) const
+    u32 length(u32 len) const
     {
-        return value < lengths_.size() ? lengths_[value] : length_value(value);
+        return len < listed_lengths ? lengths_[len]
+                                    : length_value(len - MinMatch + m5_min_length_value);
     }
 
     u32 length_value(u32 value) const
@@ -142,7 +148,7 @@ class m5_prices {
     const u8* text_;
     const m5_model& model_;
     std::array<std::array<u32, m5_length_classes>, value_slots> slots_;
-    std::array<u32, priced_lengths> lengths_; // by length value
+    std::array<u32, listed_lengths> lengths_; // by length
 };
 
 static_assert(price_list<m5_prices<3>>);
