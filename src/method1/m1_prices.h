@@ -60,28 +60,24 @@ class m1_prices {
         return code < m1_long_escape ? price : price + integer(code - m1_long_escape);
     }
 
-    /// The last distance of each class but the last one.  The distances of a class have equal
-    /// prices: the same tokens and as many bytes in a long one.
-    static constexpr std::array<u32, 6> dist_limits{0x7F,         short_dists, 0x3FFF,
-                                                    medium_dists, 0x1FFFFF,    0xFFFFFFF};
+    /// The last distance of each class.  The distances of a class have equal prices: the same
+    /// tokens, and as many bytes in a long one.
+    static constexpr std::array<u32, 7> class_ends{0x7F,     short_dists, 0x3FFF,    medium_dists,
+                                                   0x1FFFFF, 0xFFFFFFF,   UINT32_MAX};
     static constexpr u32 dist_class(u32 dist)
     {
-        u32 number = 0;
-        for (const u32 limit : dist_limits) number += dist > limit;
-        return number;
+        return m1_integer_tail(dist) + (dist > short_dists) + (dist > medium_dists);
     }
 
-    static constexpr std::array<std::array<u32, listed_lengths>, dist_limits.size() + 1> tables =
-        [] {
-            std::array<std::array<u32, listed_lengths>, dist_limits.size() + 1> result{};
-            for (u32 number = 0; number < result.size(); ++number) {
-                const u32 dist = number < dist_limits.size() ? dist_limits[number] : UINT32_MAX;
-                for (u32 len = MinMatch; len < listed_lengths; ++len) {
-                    result[number][len] = match(len, dist);
-                }
-            }
-            return result;
-        }();
+    using length_table = std::array<u32, listed_lengths>;
+    static constexpr std::array<length_table, class_ends.size()> tables = [] {
+        std::array<length_table, class_ends.size()> result{};
+        for (const u32 dist : class_ends) {
+            length_table& table = result[dist_class(dist)];
+            for (u32 len = MinMatch; len < table.size(); ++len) table[len] = match(len, dist);
+        }
+        return result;
+    }();
 };
 
 static_assert(price_list<m1_prices<3>>);

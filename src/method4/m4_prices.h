@@ -2,8 +2,8 @@
 //
 // In 1/4096 bits: the logarithm of a model's total less that of the symbol's count, both divided by
 // eight.  Totals are those at the start of a window, counts the current ones, which do not change
-// while a window is planned.  So lengths can be listed: long ones at the window's start, short ones
-// when their context first occurs.
+// while a window is planned.  So prices can be listed: those of distances and long lengths at the
+// window's start, those of short lengths when their context first occurs.
 //
 // A count below eight reads entry 0 of the table, which is larger than any total's logarithm, so
 // the price is negative (modulo 2^32): symbols hardly seen in their context look cheap.  That is a
@@ -32,7 +32,7 @@ class m4_prices {
         for (u32 context = 0; context <= mask_; ++context) {
             main_[context] = base(models_.main[context]);
         }
-        distance_ = base(models_.distance);
+        list_distances();
         length_ = base(models_.length);
         known_.fill(false);
         for (u32 len = first_long; len < listed_lengths; ++len) {
@@ -45,8 +45,9 @@ class m4_prices {
     /// The prices of matches at one position and distance.
     class at_distance {
       public:
-        at_distance(m4_prices& prices, u32 context, u32 dist)
-            : prices_(prices), context_(context), distance_(prices.distance(dist - 1))
+        at_distance(const m4_prices& prices, u32 context, u32 dist)
+            : prices_(prices), context_(context),
+              distance_(prices.distance_slots_[value_slot(dist - 1)])
         {
         }
 
@@ -54,7 +55,6 @@ class m4_prices {
         price_run run(u32 len) const
         {
             if (len < first_long) {
-                if (!prices_.known_[context_]) prices_.list_short_lengths(context_);
                 return {prices_.short_lengths_[context_].data() + len - MinMatch, first_long - len,
                         distance_};
             }
@@ -64,12 +64,17 @@ class m4_prices {
         }
 
       private:
-        m4_prices& prices_;
+        const m4_prices& prices_;
         u32 context_;
         u32 distance_;
     };
 
-    at_distance matches(u32 pos, u32 dist) { return {*this, context(pos), dist}; }
+    at_distance matches(u32 pos, u32 dist)
+    {
+        const u32 here = context(pos);
+        if (!known_[here]) list_short_lengths(here);
+        return {*this, here, dist};
+    }
 
   private:
     /// Counts and totals are divided by 2^step_bits, so that totals fit into the table.
@@ -99,7 +104,7 @@ class m4_prices {
     u32 length(u32 context, u32 len) const
     {
         const u32 above_min = len - MinMatch;
-        if (above_min < short_lengths) return main(context, literal_symbols + above_min);
+        if (above_min < short_lengths) return short_lengths_[context][above_min];
         return main(context, long_length_symbol) + long_length(len);
     }
 
@@ -117,20 +122,22 @@ class m4_prices {
         }
     }
 
-    u32 distance(u32 offset) const
+    void list_distances()
     {
-        const u32 slot = value_slot(offset);
-        const u32 extra = slot < plain_slots ? 0 : slot_extra_bits(slot);
-        return distance_ + extra * bit - share(models_.distance, slot);
+        const u32 total = base(models_.distance);
+        for (u32 slot = 0; slot < models_.distance.counts.symbols; ++slot) {
+            const u32 extra = slot < plain_slots ? 0 : slot_extra_bits(slot);
+            distance_slots_[slot] = total + extra * bit - share(models_.distance, slot);
+        }
     }
 
     const u8* text_;
     u32 mask_;
     const m4_enc_state& models_;
     std::array<u32, m4_contexts> main_; // base prices
-    u32 distance_;
     u32 length_;
-    std::array<bool, m4_contexts> known_; // contexts whose short lengths are listed
+    std::array<u32, value_slots> distance_slots_; // prices by slot
+    std::array<bool, m4_contexts> known_;         // contexts whose short lengths are listed
     std::array<std::array<u32, short_lengths>, m4_contexts> short_lengths_;
     std::array<u32, listed_lengths - first_long> long_lengths_;
 };

@@ -28,7 +28,9 @@ u32 start_price(u32 len, u32 dist)
 {
     const test::bytes text{0};
     const m3_encoder_models models(block_size);
-    return m3_prices<MinMatch>(text.data(), models).matches(0, dist)(len);
+    m3_prices<MinMatch> prices(text.data(), models);
+    prices.start_window();
+    return prices.matches(0, dist)(len);
 }
 
 TEST(m3_prices, of_matches_by_hand)
@@ -69,6 +71,24 @@ TEST(m3_prices, follow_the_rebuilt_codes)
             ASSERT_EQ(prices.literal(byte), plain.code_len[byte]) << count << ' ' << byte;
     }
     EXPECT_LT(prices.literal('x'), 4U);
+}
+
+TEST(m3_prices, of_matches_are_those_of_the_windows_start)
+{
+    const test::bytes text(1);
+    m3_encoder_models models(block_size);
+    m3_prices<3> prices(text.data(), models);
+    prices.start_window();
+    for (u32 count = 0; count < 1000; ++count) {
+        m3_model_step(models.main, literal_symbols);
+        m3_model_step(models.distance, 0);
+    }
+    EXPECT_EQ(prices.matches(0, 1)(3), 9U + 4);
+    prices.start_window();
+    const u32 codes =
+        models.main.tables.codes[literal_symbols].length + models.distance.tables.codes[0].length;
+    EXPECT_LT(codes, 6U);
+    EXPECT_EQ(prices.matches(0, 1)(3), codes);
 }
 
 TEST(m3_prices, of_runs_are_those_of_single_lengths)
