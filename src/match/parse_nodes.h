@@ -2,11 +2,11 @@
 //
 // Nodes are the positions of a window, tokens the edges between them (cost_parse.h).  A match can
 // be cut to any shorter length, so it is a run of edges from one node to consecutive nodes.  Their
-// prices come as an array, and the run is relaxed eight nodes at a time: the nodes are parallel
-// arrays, and the choice in each is a mask instead of a branch.
+// prices come as an array, and the run is relaxed by vectors: the nodes are parallel arrays, and
+// the choice in each is a mask instead of a branch.
 //
 // Most runs are short: after the first match of a position, each further one adds the lengths by
-// which it is longer.  Runs below a vector's length are relaxed one by one.
+// which it is longer.  Runs of less than eight nodes are relaxed one by one.
 #pragma once
 
 #include "common/vector_instructions.h"
@@ -42,7 +42,7 @@ struct parse_nodes {
     static constexpr i32 unreached_cost = 0x3FFFFFFF;
     static constexpr u32 unreached = UINT32_MAX;
 
-    /// Nodes that are relaxed at once.
+    /// The length of a run from which on it is relaxed by vectors.
     static constexpr u32 vector_nodes = 8;
 
     /// Relaxes a run of at least vector_nodes nodes, by the best form for this processor.
