@@ -3,7 +3,8 @@
 // Algorithm: the parse is a shortest path through the positions of a window, with tokens as edges
 // and their prices as lengths (Schuegraf and Heaps 1974; Storer and Szymanski 1982), found by
 // dynamic programming.  Level 8 goes backward, with one match per position (match_lists.h), taken
-// whole or not at all.  Level 9 goes forward and relaxes every length of every match (trie.h).
+// whole or not at all.  Level 9 goes forward and relaxes every length of every match (trie.h), many
+// lengths at once (parse_nodes.h).
 //
 // The textbook form plans the whole block, which needs prices that do not change.  Prices of
 // adaptive coders depend on the tokens before.  So the block is cut into windows: prices are frozen
@@ -12,12 +13,14 @@
 //
 // Time: level 8 O(n) after the match lists; level 9 one relaxation per position and match length,
 // up to 2048 positions past the window's end.  Half of each match above 256 bytes is not searched.
-// Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the match lists or the trie.
+// Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the prices (up to 60 KiB) and the match
+// lists or the trie.
 #pragma once
 
 #include "match/concepts.h"
 #include "match/match_lists.h"
 #include "match/nearest_search.h"
+#include "match/parse_nodes.h"
 
 #include <algorithm>
 #include <array>
@@ -31,17 +34,16 @@ namespace quarnex {
 ///
 /// start_window() freezes the prices at the coder's current state.  literal() returns the price of
 /// the literal at a position.  matches() returns a function that maps the length of a match at this
-/// position and distance to its price.
+/// position and distance to its price, and has a run(): given a length below listed_lengths, it
+/// returns the prices of one or more lengths from this one on, given any other, an empty run.
 template <class P>
 concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {
     prices.start_window();
     requires std::same_as<decltype(const_prices.literal(pos)), u32>;
     requires std::same_as<decltype(prices.matches(pos, dist)(len)), u32>;
+    requires std::same_as<decltype(prices.matches(pos, dist).run(len)), price_run>;
 };
-
-/// Maximum number of positions in a window.
-inline constexpr u32 max_window = 4096;
 
 /// The lengths of the windows of a block: 512, doubled up to max_window.
 class window_lengths {
@@ -122,67 +124,8 @@ class backward_parser {
     std::array<u32, max_window + 1> costs_; // by position: of the tokens to the window's end
 };
 
-/// Positions by which a match of the forward parse can extend past the window.
-inline constexpr u32 window_overhang = 2048;
-
 /// In a match longer than this, the positions of the first half are inserted but not searched.
 inline constexpr u32 long_match = 256;
-
-/// Shortest paths from the start of a window to its positions and to those just past it, as
-/// parallel arrays by position.
-struct parse_nodes {
-    static constexpr u32 max_count = max_window + window_overhang + 1;
-    static constexpr i32 unreached_cost = 0x3FFFFFFF;
-    static constexpr u32 unreached = UINT32_MAX;
-
-    std::array<i32, max_count> cost; // of the shortest path
-    std::array<u32, max_count> prev; // where its last token starts
-    std::array<u32, max_count> dist; // distance of its last token, 0 for a literal, or unreached
-
-    /// Resets nodes 0 (the start) through `last`.
-    void clear(u32 last)
-    {
-        assert(last < max_count);
-        for (u32 k = 1; k <= last; ++k) prev[k] = k - 1;
-        std::fill_n(cost.begin(), last + 1, unreached_cost);
-        std::fill_n(dist.begin(), last + 1, unreached);
-        cost[0] = 0;
-        prev[0] = 0;
-    }
-
-    /// Relaxes the edge of a token from `start` to `end`: takes it if it is strictly cheaper.
-    void relax(u32 start, u32 end, u32 price, u32 distance)
-    {
-        assert(start < end && end < max_count);
-        const auto sum = static_cast<i32>(static_cast<u32>(cost[start]) + price);
-        const bool cheaper = sum < cost[end];
-        cost[end] = cheaper ? sum : cost[end];
-        prev[end] = cheaper ? start : prev[end];
-        dist[end] = cheaper ? distance : dist[end];
-    }
-
-    /// Reverses, in place, the path to the farthest node reached: for each node on it, `prev` is
-    /// now the end of the token that starts there, and `dist` the token's distance.  Returns the
-    /// path's end.
-    u32 reverse_path(u32 last)
-    {
-        u32 end = last;
-        while (dist[end] == unreached) {
-            assert(end > 1); // a literal reaches node 1
-            --end;
-        }
-        u32 next = end;
-        u32 token_dist = dist[end];
-        for (u32 at = prev[end]; next != 0;) {
-            const u32 before = prev[at];
-            prev[at] = next;
-            next = at;
-            at = before;
-            std::swap(dist[next], token_dist);
-        }
-        return end;
-    }
-};
 
 /// The forward parse of a block: every length of every match that the trie finds.
 template <price_list Prices, token_writer Writer>
@@ -250,13 +193,35 @@ class forward_parser {
                 len +=
                     equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
             if (len <= longest) continue;
-            const auto price = prices_.matches(pos, dist);
+            auto price = prices_.matches(pos, dist);
+            if (len - longest >= parse_nodes::vector_nodes) {
+                relax_lengths(start, longest + 1, len, price, dist);
+                longest = len;
+                continue;
+            }
             while (longest < len) {
                 ++longest;
                 nodes_.relax(start, start + longest, price(longest), dist);
             }
         }
         return longest;
+    }
+
+    /// Relaxes a match at node `start` in all lengths from `first` to `last`.
+    template <class Price>
+    void relax_lengths(u32 start, u32 first, u32 last, const Price& price, u32 dist)
+    {
+        for (u32 len = first; len <= last;) {
+            price_run run = price.run(len);
+            if (run.count == 0) {
+                nodes_.relax(start, start + len, price(len), dist);
+                ++len;
+                continue;
+            }
+            run.count = std::min(run.count, last + 1 - len);
+            nodes_.relax(start, start + len, run, dist);
+            len += run.count;
+        }
     }
 
     block_text text_;

@@ -71,12 +71,27 @@ class test_prices {
 
     void start_window() { ++windows_; }
     u32 literal(u32 pos) const { return functions_.literal(pos); }
-    auto matches(u32 pos, u32 dist) const
-    {
-        return [=, this](u32 len) { return functions_.match(pos, len, dist); };
-    }
+    /// Runs of 1 to 40 prices, in a buffer that holds no others.
+    struct at_distance {
+        test_prices& prices;
+        u32 pos;
+        u32 dist;
+
+        u32 operator()(u32 len) const { return prices.functions_.match(pos, len, dist); }
+        price_run run(u32 len) const
+        {
+            if (len >= listed_lengths) return {};
+            constexpr u32 common = 0xFFFFF000;
+            const u32 count = std::min(1 + mixed(pos, len, dist, 40), listed_lengths - len);
+            prices.listed_.resize(count);
+            for (u32 k = 0; k < count; ++k) prices.listed_[k] = (*this)(len + k) - common;
+            return {prices.listed_.data(), count, common};
+        }
+    };
+    at_distance matches(u32 pos, u32 dist) { return {*this, pos, dist}; }
 
   private:
+    std::vector<u32> listed_; // the last run
     price_functions functions_;
     u32& windows_;
 };
