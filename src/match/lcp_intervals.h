@@ -14,7 +14,7 @@
 
 namespace quarnex {
 
-/// Longest common prefix that is told apart from longer ones.
+/// Longer common prefixes are not distinguished.
 inline constexpr u32 max_interval_length = 256;
 
 /// An LCP interval.

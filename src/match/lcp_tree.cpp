@@ -167,11 +167,61 @@ class small_node_counter {
     u64 count_ = 0;
 };
 
+/// `shared` without common prefixes of less than `min_length` bytes.
+template <class Shared>
+auto cut_below(u32 min_length, Shared shared)
+{
+    return [=](u32 k) {
+        const u32 length = shared(k);
+        return length >= min_length ? length : 0;
+    };
+}
+
+/// The LCP array, beyond index 0, from its bytes.
+auto plain_lcp(const u8* lcp, lcp_scale scale)
+{
+    return [=](u32 k) { return lcp[k] + scale.base; };
+}
+
+/// Moves the LCP array to the bits above the suffix array, and clears the rest.
+void pack_lcp(const suffix_arrays& arrays)
+{
+    for (u32 k = 0; k < arrays.size; ++k) {
+        const u32 byte = arrays.lcp[k];
+        arrays.room[k] = 0;
+        arrays.sa[k] |= (byte & low_mask) << number_bits;
+        arrays.by_position[k] = high_part(byte) << lcp_high_bit;
+    }
+}
+
+/// The LCP array from those bits.
+auto packed_lcp(const suffix_arrays& arrays)
+{
+    const u32 *const sa = arrays.sa, *const leaf = arrays.by_position.get();
+    return [=, base = arrays.scale.base](u32 k) {
+        return (sa[k] >> number_bits | (leaf[k] >> lcp_high_bit) << low_bits) + base;
+    };
+}
+
+/// The same by tree_scale, where common prefixes of one byte and of none look alike: the text
+/// tells.
+auto lcp_from_one_byte(const block_text& text, const suffix_arrays& arrays)
+{
+    return [lcp = packed_lcp(arrays), sa = arrays.sa, data = text.data,
+            byte = u32{text.data[arrays.sa[0] & number_mask]}](u32 k) mutable {
+        const u32 length = lcp(k);
+        if (length != tree_scale.base) return length;
+        const u32 before = byte;
+        byte = data[sa[k] & number_mask];
+        return byte == before ? length : 0U;
+    };
+}
+
 } // namespace
 
 bool has_wide_interval(const suffix_arrays& arrays, u32 length)
 {
-    const u32 wanted = length - arrays.scale.least;
+    const u32 wanted = length - arrays.scale.base;
     u32 children = 1;
     for (u32 k = 1; k < arrays.size; ++k) {
         const u32 shared = arrays.lcp[k];
@@ -188,18 +238,12 @@ u32 average_small_nodes(const suffix_arrays& arrays, const tree_options& options
     // counted in part.
     constexpr u32 piece = 1 << 15;
     const u32 step = arrays.size < 4 * piece ? piece : 4 * piece;
-    const u32 scale = arrays.scale.least, least = options.least_length;
     small_node_counter counter(options.max_members);
     u32 suffixes = 0;
     for (u32 from = 0; from < arrays.size; from += step) {
         const u32 count = std::min(piece, arrays.size - from);
-        const u8* const lcp = arrays.lcp + from;
         visit_lcp_intervals(
-            count,
-            [=](u32 k) {
-                const u32 length = lcp[k] + scale;
-                return length >= least ? length : 0;
-            },
+            count, cut_below(options.min_length, plain_lcp(arrays.lcp + from, arrays.scale)),
             counter);
         suffixes += count;
     }
@@ -211,53 +255,33 @@ bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_o
 {
     const u32 n = arrays.size;
     assert(n <= max_tree_block && arrays.sa == arrays.room.get() + n);
-    u32* const link = arrays.room.get();
-    u32* const leaf = arrays.by_position.get();
-    u32* const sa = arrays.sa;
-    for (u32 k = 0; k < n; ++k) {
-        const u32 byte = arrays.lcp[k];
-        link[k] = 0;
-        sa[k] |= (byte & low_mask) << number_bits;
-        leaf[k] = high_part(byte) << lcp_high_bit;
-    }
-    const u32 scale = arrays.scale.least;
-    const auto lcp = [=](u32 k) {
-        return (sa[k] >> number_bits | (leaf[k] >> lcp_high_bit) << low_bits) + scale;
-    };
+    pack_lcp(arrays);
     tree_builder builder(arrays, options);
-    if (options.least_length > scale) {
-        const u32 least = options.least_length;
-        visit_lcp_intervals(
-            n,
-            [=](u32 k) {
-                const u32 length = lcp(k);
-                return length >= least ? length : 0;
-            },
-            builder);
+    if (options.min_length > arrays.scale.base) {
+        visit_lcp_intervals(n, cut_below(options.min_length, packed_lcp(arrays)), builder);
     } else {
-        // Whether neighbours share one byte or none is to be seen in the text.
-        u32 byte = text.data[sa[0] & number_mask];
-        visit_lcp_intervals(
-            n,
-            [=](u32 k) mutable {
-                const u32 length = lcp(k);
-                if (length != scale) return length;
-                const u32 before = byte;
-                byte = text.data[sa[k] & number_mask];
-                return byte == before ? length : 0U;
-            },
-            builder);
+        visit_lcp_intervals(n, lcp_from_one_byte(text, arrays), builder);
     }
-
     average_large_nodes_ = static_cast<u32>(builder.large_nodes() / n);
     wide_ = make_array<wide_node>(source, builder.wide_nodes());
     if (!wide_) return false;
-    nodes_ = reinterpret_cast<u8*>(link);
-    leaf_ = leaf;
+    join_words(arrays);
+    nodes_memory = std::move(arrays.room);
+    leaves_memory = std::move(arrays.by_position);
+    for (u32 pos = 0; pos < std::min(n, positions_past); ++pos) start_scout(pos);
+    return true;
+}
+
+/// Makes nodes of the words of the tree, in place: from the last, as a node has two words.
+void lcp_tree::join_words(const suffix_arrays& arrays)
+{
+    const u32* const link = arrays.room.get();
+    nodes_ = reinterpret_cast<u8*>(arrays.room.get());
+    leaf_ = arrays.by_position.get();
     u32 wide = 0;
-    for (u32 id = n; id-- != 0;) {
-        const u32 word = link[id], flags = leaf[id];
-        leaf[id] = flags & number_mask;
+    for (u32 id = arrays.size; id-- != 0;) {
+        const u32 word = link[id], flags = leaf_[id];
+        leaf_[id] = flags & number_mask;
         u64 node = word >> number_bits | (flags >> length_high_bit & 1) << low_bits;
         if ((flags & full_key_flag) != 0) node |= tree_node::full_key;
         if ((flags & fork_flag) != 0) node |= tree_node::fork;
@@ -270,13 +294,7 @@ bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_o
         }
         set_node(id, {node | u64{around} << tree_node::parent_at});
     }
-    for (u32 k = 0; k < positions_past; ++k) leaf[n + k] = tree_root;
-    nodes_memory = std::move(arrays.room);
-    leaves_memory = std::move(arrays.by_position);
-    for (u32 pos = 0; pos < positions_past; ++pos) {
-        if (pos < n) start_scout(pos);
-    }
-    return true;
+    std::fill_n(leaf_ + arrays.size, positions_past, tree_root);
 }
 
 } // namespace quarnex

@@ -31,6 +31,16 @@ namespace quarnex {
 /// Largest block with a tree.
 inline constexpr u32 max_tree_block = 1U << 25;
 
+/// Whether a block can have a tree.  Where addresses have 32 bits, its two pieces of memory may not
+/// fit.
+constexpr bool can_have_tree(u32 size)
+{
+    return sizeof(void*) > sizeof(u32) && size <= max_tree_block;
+}
+
+/// Memory of a tree and of what it is built from, for each byte of the block.
+inline constexpr u32 tree_bytes = 12;
+
 /// Common prefixes are cut to this length.
 inline constexpr u32 max_tree_length = 256;
 
@@ -69,9 +79,9 @@ struct tree_node {
 
 /// What a tree is built for.
 struct tree_options {
-    u32 least_length; // shorter intervals are left out; 1 or more
-    u32 max_members;  // nodes with more are `large`
-    bool wide_nodes;  // nodes with wide_children are `wide`
+    u32 min_length;  // shorter intervals are left out; 1 or more
+    u32 max_members; // nodes with more are `large`
+    bool wide_nodes; // nodes with wide_children are `wide`
 };
 
 /// Children of a wide node: more than a node of the trie has room for without being full.
@@ -128,6 +138,7 @@ class lcp_tree {
     owned_array<u32> leaves_memory;
 
   private:
+    void join_words(const suffix_arrays& arrays);
     void start_scout(u32 pos)
     {
         const tree_ref ref = leaf_[pos];

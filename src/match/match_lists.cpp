@@ -17,6 +17,9 @@ namespace {
 /// tree.
 constexpr u32 max_small_nodes = 12;
 
+/// In smaller blocks merging is faster too.
+constexpr u32 min_tree_block = 1 << 17;
+
 /// The lists of a block under construction.
 class list_builder {
   public:
@@ -194,12 +197,13 @@ owned_array<u8> as_bytes(owned_array<u32> numbers)
 std::optional<match_lists> find_match_lists(const block_text& text, const allocator& source)
 {
     const u32 n = text.size;
-    const bool small_block = n <= max_tree_block;
     suffix_arrays arrays;
-    if (!arrays.allocate(n, small_block, source)) return {};
+    const bool tree_room =
+        can_have_tree(n) && n >= min_tree_block && arrays.allocate(n, true, source);
+    if (!tree_room && !arrays.allocate(n, false, source)) return {};
     const bool sorted = arrays.sort(text, match_list_scale);
     match_lists lists;
-    if (!small_block) {
+    if (!tree_room) {
         lists = {make_zeroed_table<u8>(source, n, n), std::move(arrays.by_position)};
     } else {
         if (sorted && average_small_nodes(arrays, path_list_options) <= max_small_nodes)

@@ -7,23 +7,27 @@
 // has one: its longest match, at its shortest distance.  A match one or two bytes shorter and much
 // nearer replaces it.
 //
-//     1. suffix array: libdivsufsort (Mori), O(n log n)
-//     2. LCP array, capped at 255: the Phi permutation (Karkkainen, Manzini and Puglisi 2009), O(n)
-//     3. the intervals, bottom-up with a stack; the members of each are sorted by position by
-//        merging smaller parts into the largest
+// The suffix array and its LCP array (suffix_array.h) are searched in one of two ways.  Both give
+// the same lists:
 //
-// Time of step 3: an interval of up to 16384 members sorts and merges all its parts but the
+// - Blocks from 128 KiB on, if positions have few intervals around them on average (12), walk up
+// the
+//   tree of intervals in the order of the text (path_lists.h).
+// - Otherwise the intervals are enumerated bottom-up; the members of each are sorted by position by
+//   merging smaller parts into the largest.
+//
+// Time of merging: an interval of up to 16384 members sorts and merges all its parts but the
 // largest, so a position is in a merged part at most 14 times; members of the largest part are
 // moved without being compared with each other, once for each of up to 253 nested intervals. Larger
-// intervals keep only their positions without a match, and pass on one. Memory: 10 bytes for each
-// byte of the block, of which 5 stay for the parse.
+// intervals keep only their positions without a match, and pass on one.  Memory: 10 bytes for each
+// byte of the block, 12 with the tree.
 //
 // The textbook form, the longest previous factor (Crochemore and Ilie 2008), is linear, but gives
 // any earlier position, not the nearest, and no shorter matches.
 #pragma once
 
 #include "common/owned_array.h"
-#include "match/suffix_array.h"
+#include "match/lcp_tree.h"
 #include "match/text.h"
 
 #include <optional>
@@ -46,13 +50,15 @@ struct match_lists {
     owned_array<u32> mpos; // by position: where its match is
 };
 
-/// Peak memory of find_match_lists() for each byte of a block: the suffix array and the LCP array
-/// (5), and the lists (5) or, before them, the work array of lcp_bytes() (4).
-inline constexpr u32 match_list_bytes = 10;
+/// Peak memory of find_match_lists() for a block of `n` bytes: that of a tree; or the suffix array
+/// and the LCP array (5) and the lists (5), one of which is a work array before.
+constexpr u64 match_list_memory(u32 n)
+{
+    return u64{n} * (can_have_tree(n) ? tree_bytes : 10);
+}
 
 /// Lists the matches of a block of 1 to 2^31 - 1 bytes, in memory from `source`.  Returns nothing
-/// without memory for the suffix array, the LCP array or the lists; without memory for the work
-/// arrays, lists without a match.
+/// without that memory; lists without a match if the sorter has none.
 [[nodiscard]] std::optional<match_lists> find_match_lists(const block_text& text,
                                                           const allocator& source);
 

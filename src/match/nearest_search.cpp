@@ -7,7 +7,7 @@ namespace quarnex {
 namespace {
 
 /// Blocks below are left to the trie.
-constexpr u32 min_tree_block = 4096;
+constexpr u32 min_tree_block = 1024;
 
 /// True if less than a sixteenth of all keys, strings of trie_depth bytes, are different: the trie
 /// of such a block is small, and fast.
@@ -44,18 +44,17 @@ bool has_few_keys(const block_text& text)
 /// Whether a block has a tree.
 bool has_tree(const block_text& text)
 {
-    return sizeof(void*) > sizeof(u32) && text.size >= min_tree_block &&
-           text.size <= max_tree_block && !has_few_keys(text);
+    return can_have_tree(text.size) && text.size >= min_tree_block && !has_few_keys(text);
 }
 
 } // namespace
 
-nearest_search::nearest_search(const block_text& text, u32 least_length, const allocator& source)
+nearest_search::nearest_search(const block_text& text, u32 min_length, const allocator& source)
     : text_(text), source_(source)
 {
     if (has_tree(text)) {
         tree_.emplace();
-        if (tree_->build(text, least_length, source)) {
+        if (tree_->build(text, min_length, source)) {
             exact_lengths_ = max_tree_length;
             return;
         }
@@ -64,7 +63,7 @@ nearest_search::nearest_search(const block_text& text, u32 least_length, const a
     trie_.emplace(text, source);
 }
 
-/// Goes on with a trie of the positions inserted so far.
+/// Continues with a trie of the positions inserted so far.
 void nearest_search::change_to_trie()
 {
     trie_.emplace(text_, source_);

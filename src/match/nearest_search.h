@@ -3,7 +3,7 @@
 // A trie of the positions (trie.h), or, for most blocks, the tree of LCP intervals
 // (nearest_tree.h), which finds the same matches in half the time.  The trie serves blocks
 //
-// - of less than 4 KiB, for which sorting the suffixes takes longer, or of more than 2^25 bytes;
+// - of less than 1 KiB, for which sorting the suffixes takes longer, or of more than 2^25 bytes;
 // - whose paths in the tree are long: sums of repeats with faults, sparse data;
 // - without memory for the tree;
 // - in which a window of the parse has ended early, so that positions are inserted again.  This is
@@ -20,8 +20,8 @@ namespace quarnex {
 class nearest_search {
   public:
     /// A search of a block that is followed by at least trie_reads_past zeros, in memory from
-    /// `source`.  Lengths below `least_length`, 2 or more, are not needed.
-    nearest_search(const block_text& text, u32 least_length, const allocator& source);
+    /// `source`.  Lengths below `min_length`, 2 or more, are not needed.
+    nearest_search(const block_text& text, u32 min_length, const allocator& source);
 
     /// Inserts `count` positions from `pos` on.
     void insert(u32 pos, u32 count = 1);

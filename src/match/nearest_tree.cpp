@@ -27,15 +27,15 @@ constexpr u64 forked = tree_node::mark;
 
 } // namespace
 
-bool nearest_tree::build(const block_text& text, u32 least_length, const allocator& source)
+bool nearest_tree::build(const block_text& text, u32 min_length, const allocator& source)
 {
     text_ = text.data;
     size_ = text.size;
     suffix_arrays arrays;
     if (!arrays.allocate(size_, true, source) || !arrays.sort(text, tree_scale)) return false;
     // What the trie reports of a wide node depends on the branch above.
-    if (has_wide_interval(arrays, least_length)) least_length = tree_scale.least;
-    return tree_.build(text, arrays, {least_length, large_interval, true}, source) &&
+    if (has_wide_interval(arrays, min_length)) min_length = tree_scale.base;
+    return tree_.build(text, arrays, {min_length, large_interval, true}, source) &&
            tree_.average_large_nodes() <= max_large_nodes;
 }
 

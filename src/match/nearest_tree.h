@@ -26,10 +26,10 @@ namespace quarnex {
 
 class nearest_tree {
   public:
-    /// Builds the tree of a block, without intervals of less than `least_length` bytes (2 or more)
+    /// Builds the tree of a block, without intervals of less than `min_length` bytes (2 or more)
     /// as far as they don't matter.  Returns false without memory, or if the walks would be too
     /// long.
-    [[nodiscard]] bool build(const block_text& text, u32 least_length, const allocator& source);
+    [[nodiscard]] bool build(const block_text& text, u32 min_length, const allocator& source);
 
     /// Enters `count` positions from `pos` on.
     void insert(u32 pos, u32 count);

@@ -6,10 +6,7 @@
 // (match_lists.h), in less time if the paths are short.
 #pragma once
 
-#include "match/lcp_tree.h"
 #include "match/match_lists.h"
-
-#include <optional>
 
 namespace quarnex {
 

@@ -29,7 +29,7 @@ void lcp_bytes(const u8* text, const u32* sa, u32 n, lcp_scale scale, u32* work,
             const u32 room = std::min(scale.longest, n - std::max(pos, preceding));
             if (len < room)
                 len += equal_bytes(text + pos + len, text + preceding + len, room - len);
-            shared = std::max(len, scale.least) - scale.least;
+            shared = std::max(len, scale.base) - scale.base;
         }
         plcp[pos] = static_cast<u8>(shared);
         if (len != 0) --len;

@@ -14,10 +14,10 @@
 namespace quarnex {
 
 /// How the LCP array is stored in bytes: a common prefix of `len` bytes as min(len, longest) -
-/// least, or as 0 if it has fewer than `least` bytes.
+/// base, or as 0 if it has fewer than `base` bytes.
 struct lcp_scale {
-    u32 least;
-    u32 longest; // at most `least` + 255
+    u32 base;
+    u32 longest; // at most `base` + 255
 };
 
 /// Computes the LCP array of the suffix array `sa` of `n` suffixes (1 or more): lcp[k], for k from
