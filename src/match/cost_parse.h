@@ -3,8 +3,8 @@
 // Algorithm: the parse is a shortest path through the positions of a window, with tokens as edges
 // and their prices as lengths (Schuegraf and Heaps 1974; Storer and Szymanski 1982), found by
 // dynamic programming.  Level 8 goes backward, with one match per position (match_lists.h), taken
-// whole or not at all.  Level 9 goes forward and relaxes every length of every match (trie.h), many
-// lengths at once (parse_nodes.h).
+// whole or not at all.  Level 9 goes forward and relaxes every length of every match
+// (nearest_search.h), many lengths at once (parse_nodes.h).
 //
 // The textbook form plans the whole block, which needs prices that do not change.  Prices of
 // adaptive coders depend on the tokens before.  So the block is cut into windows: prices are frozen
@@ -14,7 +14,7 @@
 // Time: level 8 O(n) after the match lists; level 9 one relaxation per position and match length,
 // up to 2048 positions past the window's end.  Half of each match above 256 bytes is not searched.
 // Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the prices (up to 60 KiB) and the match
-// lists or the trie.
+// lists or the search.
 #pragma once
 
 #include "match/concepts.h"
@@ -127,7 +127,7 @@ class backward_parser {
 /// In a match longer than this, the positions of the first half are inserted but not searched.
 inline constexpr u32 long_match = 256;
 
-/// The forward parse of a block: every length of every match that the trie finds.
+/// The forward parse of a block: every length of every match found.
 template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
