@@ -15,8 +15,9 @@
 // Time of step 3: an interval of up to 16384 members sorts and merges all its parts but the
 // largest, so a position is in a merged part at most 14 times; members of the largest part are
 // moved without being compared with each other, once for each of up to 253 nested intervals. Larger
-// intervals keep only their positions without a match, and pass on one. Memory: 10 bytes for each
-// byte of the block, of which 5 stay for the parse.
+// intervals keep only their positions without a match, and pass on one. Memory: 12 bytes for each
+// byte of the block, which the lists keep; 10, of which 5 stay for the parse, in blocks too large
+// for a tree.
 //
 // The textbook form, the longest previous factor (Crochemore and Ilie 2008), is linear, but gives
 // any earlier position, not the nearest, and no shorter matches.
@@ -46,13 +47,16 @@ struct match_lists {
     owned_array<u32> mpos; // by position: where its match is
 };
 
-/// Peak memory of find_match_lists() for each byte of a block: the suffix array and the LCP array
-/// (5), and the lists (5) or, before them, the work array of lcp_bytes() (4).
-inline constexpr u32 match_list_bytes = 10;
+/// Upper bound on the memory of find_match_lists() for a block of `n` bytes, in bytes: the suffix
+/// array, the LCP array and a tree or the lists take 12 per position, or 10 in blocks too large for
+/// a tree.
+constexpr u64 match_list_memory(u32 n)
+{
+    return u64{12} * n + 128;
+}
 
 /// Lists the matches of a block of 1 to 2^31 - 1 bytes, in memory from `source`.  Returns nothing
-/// without memory for the suffix array, the LCP array or the lists; without memory for the work
-/// arrays, lists without a match.
+/// if that has no memory; if the suffix sorter has none of its own, lists without a match.
 [[nodiscard]] std::optional<match_lists> find_match_lists(const block_text& text,
                                                           const allocator& source);
 
