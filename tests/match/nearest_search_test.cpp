@@ -214,7 +214,7 @@ TEST(nearest_search, without_memory_for_a_trie_of_positions_inserted_again_stays
         for (u32 pos = 2000; pos < 6000; ++pos)
             for (const trie_record& record : search.find(pos))
                 ASSERT_GE(test::shared_bytes({text.get(), 6000}, std::min(record.pos, pos),
-                                             std::max(record.pos, pos)),
+                                             std::max(record.pos, pos), record.length),
                           record.length);
     }
     EXPECT_EQ(memory.in_use(), 0U);

@@ -23,11 +23,14 @@ struct used_match {
 };
 using used_matches = std::vector<used_match>;
 
-/// Number of bytes that two positions of a block share, up to its end.
-inline u32 shared_bytes(const block_text& text, u32 earlier, u32 pos)
+/// Number of bytes that two positions of a block share, up to its end or `limit`.
+inline u32 shared_bytes(const block_text& text, u32 earlier, u32 pos, u32 limit)
 {
-    return equal_bytes(text.data + earlier, text.data + pos, text.size - pos);
+    return equal_bytes(text.data + earlier, text.data + pos, std::min(limit, text.size - pos));
 }
+
+/// Longer matches are not told apart.
+inline constexpr u32 longest_compared = 2000;
 
 /// The matches of `records` that the parse uses at `pos`: each longer than those before.  The first
 /// has at least `least_length` bytes.
@@ -38,7 +41,7 @@ inline used_matches matches_to_use(std::span<const trie_record> records, const b
     u32 longest = least_length - 1;
     for (const trie_record& record : records) {
         if (record.pos >= pos) continue; // inserted before the search returned to `pos`
-        const u32 len = shared_bytes(text, record.pos, pos);
+        const u32 len = shared_bytes(text, record.pos, pos, longest_compared);
         if (len <= longest) continue;
         longest = len;
         used.push_back({len, record.pos});
@@ -54,7 +57,7 @@ inline bool lengths_are_exact(std::span<const trie_record> records, const block_
     for (const auto& [length, at] : records) {
         if (at >= pos || length < before) return false;
         before = length;
-        const u32 shared = shared_bytes(text, at, pos);
+        const u32 shared = shared_bytes(text, at, pos, exact_lengths);
         if (length < exact_lengths ? shared != length : shared < exact_lengths) return false;
     }
     return true;
