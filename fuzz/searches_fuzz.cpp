@@ -5,7 +5,7 @@
 //
 //     | options: 1 | number of steps: 1 | steps: 2 each | program of the block |
 //
-// The options' lowest bit selects the least length; the four highest, all set, a larger block.  A
+// The options' lowest bit selects the minimum length; the four highest, all set, a larger block.  A
 // step is one of four actions (2 bits) and a number of positions (14 bits).  The program makes a
 // block with long repeats and branches of many children from few bytes; its commands are
 //
@@ -135,8 +135,8 @@ std::vector<search_step> take_steps(input_reader& input)
 template <class Search, bool Returns>
 class searches {
   public:
-    searches(Search& search, const block_text& text, u32 least_length)
-        : search_(search), trie_(text, least_length)
+    searches(Search& search, const block_text& text, u32 min_length)
+        : search_(search), trie_(text, min_length)
     {
     }
 
@@ -174,14 +174,13 @@ class searches {
     u32 next_ = 1;
 };
 
-void compare_searches(const block_text& text, u32 least_length, std::span<const search_step> steps)
+void compare_searches(const block_text& text, u32 min_length, std::span<const search_step> steps)
 {
-    nearest_search search(text, least_length, system_allocator);
-    test::follow_steps(text.size, steps,
-                       searches<nearest_search, true>(search, text, least_length));
+    nearest_search search(text, min_length, system_allocator);
+    test::follow_steps(text.size, steps, searches<nearest_search, true>(search, text, min_length));
     nearest_tree tree;
-    if (!tree.build(text, least_length, system_allocator)) return; // long paths
-    test::follow_steps(text.size, steps, searches<nearest_tree, false>(tree, text, least_length));
+    if (!tree.build(text, min_length, system_allocator)) return; // long paths
+    test::follow_steps(text.size, steps, searches<nearest_tree, false>(tree, text, min_length));
 }
 
 void compare_lists(const block_text& text)
@@ -207,14 +206,14 @@ void search_any(std::span<const u8> input)
 {
     input_reader reader(input);
     const u32 options = reader.byte();
-    const u32 least_length = 2 + (options & 1);
+    const u32 min_length = 2 + (options & 1);
     const std::vector<search_step> steps = take_steps(reader);
     const bytes block =
         block_maker(reader).make((options & 0xF0) == 0xF0 ? max_large_block : max_block);
     if (block.empty()) return;
     const auto buffer = test::text_for_trie(block);
     const block_text text{buffer.get(), static_cast<u32>(block.size())};
-    compare_searches(text, least_length, steps);
+    compare_searches(text, min_length, steps);
     compare_lists(text);
 }
 

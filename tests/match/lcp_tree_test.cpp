@@ -32,12 +32,12 @@ struct plain_tree {
     std::vector<plain_node> nodes; // inner ones first
     std::vector<u32> leaf;         // by position: the number of the node around it
 
-    plain_tree(const bytes& block, u32 least_length)
+    plain_tree(const bytes& block, u32 min_length)
         : leaf(block.size(), tree_root), sa_(test::plain_suffix_array(block)),
           lcp_(test::plain_lcp(block, sa_))
     {
         for (u32& length : lcp_)
-            length = length < least_length ? 0 : std::min(length, max_tree_length);
+            length = length < min_length ? 0 : std::min(length, max_tree_length);
         for (const auto& interval : test::plain_intervals(lcp_)) {
             plain_node& node = nodes.emplace_back(plain_node{interval});
             number(node);
@@ -142,7 +142,7 @@ void expect_plain_tree(const bytes& block, const tree_options& options, lcp_scal
 
 constexpr u32 no_limit = UINT32_MAX;
 
-TEST(lcp_tree, equals_the_plain_tree_for_all_shapes_and_least_lengths)
+TEST(lcp_tree, equals_the_plain_tree_for_all_shapes_and_minimum_lengths)
 {
     for (const auto& shape : test::all_shapes()) {
         for (u32 size = 1; size <= 600; size += 1 + size / 7) {

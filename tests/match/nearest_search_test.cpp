@@ -16,8 +16,8 @@ using steps = std::vector<search_step>;
 /// A nearest_search and a trie, which are asked the same.
 class search_visitor {
   public:
-    search_visitor(nearest_search& search, const block_text& text, u32 least_length)
-        : search_(search), trie_(text, least_length)
+    search_visitor(nearest_search& search, const block_text& text, u32 min_length)
+        : search_(search), trie_(text, min_length)
     {
     }
 
@@ -59,13 +59,13 @@ void expect_matches_of_the_trie(const bytes& block, const steps& way, bool tree,
 {
     const auto size = static_cast<u32>(block.size());
     const auto text = test::text_for_trie(block);
-    for (const u32 least_length : {2U, 3U}) {
-        nearest_search search({text.get(), size}, least_length, source);
+    for (const u32 min_length : {2U, 3U}) {
+        nearest_search search({text.get(), size}, min_length, source);
         ASSERT_EQ(search.exact_lengths(), tree ? max_tree_length : 0) << name;
-        search_visitor visitor(search, {text.get(), size}, least_length);
+        search_visitor visitor(search, {text.get(), size}, min_length);
         test::follow_steps(size, way, visitor);
         ASSERT_EQ(visitor.failure(), "")
-            << name << ", " << size << " bytes, from length " << least_length;
+            << name << ", " << size << " bytes, from length " << min_length;
         ASSERT_EQ(search.exact_lengths(), tree && !visitor.returned() ? max_tree_length : 0)
             << name;
     }

@@ -29,16 +29,16 @@ inline u32 shared_bytes(const block_text& text, u32 earlier, u32 pos, u32 limit)
     return equal_bytes(text.data + earlier, text.data + pos, std::min(limit, text.size - pos));
 }
 
-/// Longer matches are not told apart.
+/// Longer matches count as equal in length.
 inline constexpr u32 longest_compared = 2000;
 
 /// The matches of `records` that the parse uses at `pos`: each longer than those before.  The first
-/// has at least `least_length` bytes.
+/// has at least `min_length` bytes.
 inline used_matches matches_to_use(std::span<const trie_record> records, const block_text& text,
-                                   u32 pos, u32 least_length)
+                                   u32 pos, u32 min_length)
 {
     used_matches used;
-    u32 longest = least_length - 1;
+    u32 longest = min_length - 1;
     for (const trie_record& record : records) {
         if (record.pos >= pos) continue; // inserted before the search returned to `pos`
         const u32 len = shared_bytes(text, record.pos, pos, longest_compared);
@@ -125,8 +125,8 @@ inline std::string to_string(const used_matches& matches)
 /// The matches that the trie finds, for comparison with another search of the same steps.
 class trie_reference {
   public:
-    trie_reference(const block_text& text, u32 least_length)
-        : text_(text), least_length_(least_length), trie_(text, system_allocator)
+    trie_reference(const block_text& text, u32 min_length)
+        : text_(text), min_length_(min_length), trie_(text, system_allocator)
     {
     }
 
@@ -137,8 +137,8 @@ class trie_reference {
     {
         const u32 count = trie_.trie_matches(pos, records_);
         const used_matches expected =
-            matches_to_use({records_.data(), count}, text_, pos, least_length_);
-        const used_matches found = matches_to_use(records, text_, pos, least_length_);
+            matches_to_use({records_.data(), count}, text_, pos, min_length_);
+        const used_matches found = matches_to_use(records, text_, pos, min_length_);
         const std::string where = " at " + std::to_string(pos) + ':';
         if (exact_lengths != 0 && !lengths_are_exact(records, text_, pos, exact_lengths))
             return "wrong lengths" + where + to_string(found);
@@ -149,7 +149,7 @@ class trie_reference {
 
   private:
     block_text text_;
-    u32 least_length_;
+    u32 min_length_;
     trie trie_;
     trie_records records_;
 };
