@@ -263,8 +263,10 @@ bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_o
         visit_lcp_intervals(n, lcp_from_one_byte(text, arrays), builder);
     }
     average_large_nodes_ = static_cast<u32>(builder.large_nodes() / n);
-    wide_ = make_array<wide_node>(source, builder.wide_nodes());
-    if (!wide_) return false;
+    if (builder.wide_nodes() != 0) {
+        wide_ = make_array<wide_node>(source, builder.wide_nodes());
+        if (!wide_) return false;
+    }
     join_words(arrays);
     nodes_memory = std::move(arrays.room);
     leaves_memory = std::move(arrays.by_position);

@@ -6,15 +6,15 @@
 // exactly L if the interval below holds another.  So one walk up the path finds the nearest earlier
 // match of each length, and enters p.  The tree itself is known before the walk: it never changes.
 //
-// Memory: 12 bytes per position at any time (and 1 more while the LCP array is computed).  A node
-// has 8 bytes: the interval around it, the latest position and the length.  Building the tree needs
-// the suffix array, the LCP array, and for each node and leaf the interval around it; with 25 bits
-// for a position, all this fits into the same three words of 32 bits per position:
+// Memory: 12 bytes per position at any time.  A node has 8 bytes: the interval around it, the
+// latest position and the length.  Building the tree takes the suffix array, the LCP array, and for
+// each node and leaf the interval around it.  With 25 bits for a position, all this fits into the
+// same three words of 32 bits per position:
 //
-//     word                   while the tree is built                        afterwards
-//     by_position[p]         the interval around leaf p, bits of node p     the interval around
-//     leaf p room[p]                the interval around node p, its length         } node p room[n
-//     + k]            suffix array and LCP array                     }
+//     array         index   while the tree is built               afterwards
+//     by_position   p       around leaf p; flags of node p        around leaf p
+//     room          p       around node p; its length             half of a node
+//     room          n + k   suffix array; LCP array               half of a node
 //
 // Numbering: a node has the number of the position that makes it branch in the order of the text,
 // the second smallest of the first positions of its children.  These are different for all nodes.

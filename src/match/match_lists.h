@@ -10,11 +10,10 @@
 // The suffix array and its LCP array (suffix_array.h) are searched in one of two ways.  Both give
 // the same lists:
 //
-// - Blocks from 128 KiB on, if positions have few intervals around them on average (12), walk up
-// the
-//   tree of intervals in the order of the text (path_lists.h).
-// - Otherwise the intervals are enumerated bottom-up; the members of each are sorted by position by
-//   merging smaller parts into the largest.
+// - in blocks from 128 KiB on, if positions have few intervals around them (12 on average), by
+//   walking up the tree of intervals from each position (path_lists.h);
+// - otherwise from the intervals, enumerated bottom-up; the members of each are sorted by position,
+//   by merging smaller parts into the largest.
 //
 // Time of merging: an interval of up to 16384 members sorts and merges all its parts but the
 // largest, so a position is in a merged part at most 14 times; members of the largest part are
@@ -50,11 +49,12 @@ struct match_lists {
     owned_array<u32> mpos; // by position: where its match is
 };
 
-/// Peak memory of find_match_lists() for a block of `n` bytes: that of a tree; or the suffix array
-/// and the LCP array (5) and the lists (5), one of which is a work array before.
+/// Upper bound on the memory of find_match_lists() for a block of `n` bytes: that of a tree; or the
+/// suffix array and the LCP array (5) and the lists (5), one of which is a work array before.
 constexpr u64 match_list_memory(u32 n)
 {
-    return u64{n} * (can_have_tree(n) ? tree_bytes : 10);
+    constexpr u32 small_things = 128;
+    return u64{n} * (can_have_tree(n) ? tree_bytes : 10) + small_things;
 }
 
 /// Lists the matches of a block of 1 to 2^31 - 1 bytes, in memory from `source`.  Returns nothing

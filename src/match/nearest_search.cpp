@@ -29,6 +29,7 @@ bool has_few_keys(const block_text& text)
     for (u32 pos = 0; pos < text.size; ++pos) {
         hash = hash * factor + text.data[pos] + 1;
         if (pos >= trie_depth) hash -= power * (text.data[pos - trie_depth] + u64{1});
+        if (pos + 1 < trie_depth) continue;
         const u64 mixed = (hash ^ hash >> 32) * factor;
         if (mixed >> 32 >> (32 - rate_bits) != 0) continue;
         const u32 key = static_cast<u32>(mixed) | 1;
