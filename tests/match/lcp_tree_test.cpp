@@ -124,7 +124,7 @@ void expect_plain_tree(const bytes& block, const tree_options& options, lcp_scal
     std::copy(block.begin(), block.end(), buffer.get());
     const block_text text{buffer.get(), size};
     suffix_arrays arrays = arrays_of(text, scale);
-    const plain_tree plain(block, options.least_length);
+    const plain_tree plain(block, options.min_length);
     lcp_tree tree;
     ASSERT_TRUE(tree.build(text, arrays, options, system_allocator));
     u64 large = 0;

@@ -16,7 +16,7 @@ using test::bytes;
 /// The byte that stands for a common prefix of `len` bytes.
 u8 scaled(u32 len, lcp_scale scale)
 {
-    return static_cast<u8>(len < scale.least ? 0 : std::min(len, scale.longest) - scale.least);
+    return static_cast<u8>(len < scale.base ? 0 : std::min(len, scale.longest) - scale.base);
 }
 
 /// Expects bytes for all common prefixes, and zeros before and after them.
