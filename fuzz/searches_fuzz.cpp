@@ -27,7 +27,7 @@ namespace {
 
 using test::search_step;
 
-constexpr usize max_block = 6 << 10;        // nearest_search has trees from 4 KiB
+constexpr usize max_block = 6 << 10;        // nearest_search has trees from 1 KiB
 constexpr usize max_large_block = 40 << 10; // with intervals of more than max_full_interval
 
 /// Reads an input; zeros follow its end.

@@ -1,8 +1,8 @@
 // coding/prefix_scan.h - prefix sums and maxima of 16-bit numbers, eight at a time
 //
-// Three steps combine the numbers of a vector with those 1, 2 and 4 places before them (Hillis and
-// Steele 1986); the last result is carried into the next vector.  With SSE2 where available, else
-// number by number: compilers vectorise no scan.
+// Three steps combine each number of a vector with those 1, 2 and 4 places before it (Hillis and
+// Steele 1986); the last result is carried into the next vector.  Written with SSE2 intrinsics,
+// because compilers don't vectorise scans; elsewhere one number at a time.
 //
 // All arrays are read and written in whole groups of scan_group numbers.
 #pragma once
@@ -18,11 +18,11 @@
 
 namespace quarnex {
 
-/// Numbers that are processed in one step.
+/// Numbers of a vector.
 inline constexpr u32 scan_group = 8;
 
-/// Writes prefix sum * scale >> 16 for each of the first `count` numbers at `src`: the products of
-/// the first one, the sum of the first two, and so on.  Sums and results are below 2^16.
+/// Writes (src[0] + ... + src[i]) * scale >> 16 to dest[i], for each i below `count`.  All sums and
+/// results must be below 2^16.
 inline void scale_prefix_sums_portably(const u16* src, u32 count, u32 scale, u16* dest)
 {
     assert(count % scan_group == 0);
@@ -34,7 +34,7 @@ inline void scale_prefix_sums_portably(const u16* src, u32 count, u32 scale, u16
 }
 
 /// Replaces each of the first `count` numbers by the maximum of it and all numbers before it.
-/// Numbers are below 2^15.
+/// Numbers must be below 2^15.
 inline void prefix_maxima_portably(u16* numbers, u32 count)
 {
     assert(count % scan_group == 0);
@@ -57,6 +57,7 @@ inline __m128i repeat_last(__m128i group)
     return _mm_shuffle_epi32(_mm_shufflehi_epi16(group, 0xFF), 0xFF);
 }
 
+/// scale_prefix_sums_portably() with SSE2.
 inline void scale_prefix_sums(const u16* src, u32 count, u32 scale, u16* dest)
 {
     assert(count % scan_group == 0);
@@ -76,6 +77,7 @@ inline void scale_prefix_sums(const u16* src, u32 count, u32 scale, u16* dest)
     }
 }
 
+/// prefix_maxima_portably() with SSE2, whose maximum is that of signed numbers.
 inline void prefix_maxima(u16* numbers, u32 count)
 {
     assert(count % scan_group == 0);

@@ -1,10 +1,11 @@
 // coding/share_search.h - symbol search in cumulative shares, four at a time in a 64-bit word
 //
-// A linear search within a register (SWAR): one addition compares four shares with a position.
-// The symbol's share is then shifted out of the words already loaded, whereas a search by index, in
-// vector registers or not, has to load it, which adds the latency of a load to each symbol.
+// A linear search within a register (SWAR): one addition compares a position with the ends of four
+// shares.  The symbol's share is then shifted out of words that are already loaded.  A search that
+// yields an index, with vector registers or without, has to load the share by that index, which
+// adds the latency of a load to each symbol.
 //
-// Shares are in units of 2^-15, so that a lane of 16 bits has room for the carry of its sum.
+// Shares are in units of 2^-15, so a 16-bit lane has room for the carry of its sum.
 #pragma once
 
 #include "common/types.h"
@@ -18,10 +19,10 @@ namespace quarnex {
 /// The whole interval, in units of a share.
 inline constexpr u32 whole_interval = 1U << 15;
 
-/// Numbers of 16 bits in a word.
+/// 16-bit numbers in a 64-bit word.
 inline constexpr u32 word_lanes = 4;
 
-/// A word with 1 in each lane: `number * every_lane` has the number, if below 2^16, in all lanes.
+/// A word with 1 in each lane: `number * every_lane` has the number, below 2^16, in all lanes.
 inline constexpr u64 every_lane = 0x0001'0001'0001'0001;
 
 /// Returns the four numbers at `src`, the first one in the lowest bits, on any machine.
@@ -39,8 +40,9 @@ inline u64 load_lanes(const u16* src)
     return lanes;
 }
 
-/// Returns a word with the top bit of each lane that is above `limit`.  Lanes are at most
-/// whole_interval, and `limit` is below it, so no sum carries into the next lane.
+/// Returns a word in which the top bit of each lane tells whether the lane of `lanes` is above
+/// `limit`.  Lanes are at most whole_interval, and `limit` is below it, so no sum carries into the
+/// next lane.
 constexpr u64 lanes_above(u64 lanes, u32 limit)
 {
     assert(limit < whole_interval);
@@ -57,7 +59,7 @@ struct symbol_share {
 
 /// Finds the symbol s with cum[s] <= place < cum[s + 1], searching up from `first`, which must not
 /// be above it.  `place` is below whole_interval.  The array is in non-decreasing order and ends
-/// with word_lanes numbers of whole_interval, which stop the search.
+/// with word_lanes numbers of whole_interval, the sentinels.
 [[gnu::always_inline]] inline symbol_share find_share(const u16* cum, u32 first, u32 place)
 {
     assert(cum[first] <= place);

@@ -34,8 +34,9 @@ namespace quarnex {
 ///
 /// start_window() freezes the prices at the coder's current state.  literal() returns the price of
 /// the literal at a position.  matches() returns a function that maps the length of a match at this
-/// position and distance to its price, and has a run(): given a length below listed_lengths, it
-/// returns the prices of one or more lengths from this one on, given any other, an empty run.
+/// position and distance to its price, and has a run(): for a length below listed_lengths, it
+/// returns the prices of this length and of none, some or all longer ones below listed_lengths; for
+/// any other length, an empty run.
 template <class P>
 concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {
@@ -255,8 +256,8 @@ template <price_list Prices, token_writer Writer>
     return out;
 }
 
-/// Parses a block forward, by `prices`, with the matches of a trie.  Returns `out`.  Where the trie
-/// runs out of memory it finds fewer matches.
+/// Parses a block forward, by `prices`, with the matches of a nearest_search.  Returns `out`.
+/// Without memory for all positions, fewer matches are found.
 template <price_list Prices, token_writer Writer>
 [[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices prices,
                                    Writer out)

@@ -2,7 +2,7 @@
 //
 // Algorithm: one pass with a stack (Abouelhoda, Kurtz and Ohlebusch 2004).  The interval of length
 // L is a maximal run of neighbours that share at least L bytes and of which two neighbours share
-// exactly L.  Intervals are nested: they form a tree, whose leaves are the suffixes.
+// exactly L.  Intervals are nested, so they form a tree whose leaves are the suffixes.
 //
 // Time: O(n).
 #pragma once
@@ -14,7 +14,7 @@
 
 namespace quarnex {
 
-/// Longer common prefixes are not distinguished.
+/// Longer common prefixes are capped at this length.
 inline constexpr u32 max_interval_length = 256;
 
 /// An LCP interval.
@@ -25,15 +25,20 @@ struct lcp_interval {
     u32 mark;     // what Visitor::add() returned for its first member
 };
 
-/// Calls, for the `n` suffixes in order (1 or more): visitor.add(k), which returns a mark; then,
-/// for each interval that ends with suffix k, visitor.close(interval, k + 1); and if no other
-/// interval contains these, visitor.top(mark).  `shared(k)` returns the length of the common prefix
-/// of suffixes k - 1 and k, up to max_interval_length, or 0 if it does not matter; it is called
-/// once for each k from 1 to n - 1.
+/// Enumerates the intervals of `n` suffixes, 1 or more.  For each index k of the suffix array, in
+/// ascending order, calls
+///
+/// - visitor.add(k), which returns a mark;
+/// - visitor.close(interval, k + 1) for each interval that ends with suffix k, inner ones first;
+/// - visitor.top(mark) if no interval contains suffix k and the next one: with the mark of the
+///   outermost interval that has just ended, or else that of suffix k.
+///
+/// `shared(k)` returns the length of the common prefix of suffixes k - 1 and k, up to
+/// max_interval_length, or 0 to ignore it.  It is called once for each k from 1 to n - 1.
 template <class Shared, class Visitor>
 [[gnu::always_inline]] inline void visit_lcp_intervals(u32 n, Shared&& shared, Visitor& visitor)
 {
-    // The intervals around the current index, by ascending length.
+    // The open intervals: those around the current index, by ascending length.
     std::array<lcp_interval, max_interval_length + 1> open;
     usize depth = 0;
     open[0] = {0, 0, 0, 0};

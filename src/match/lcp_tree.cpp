@@ -7,12 +7,13 @@
 namespace quarnex {
 namespace {
 
-// Words of the tree under construction: a number and the bits above it.
+// Words of the tree under construction: a number in the low bits, other fields above it.
 constexpr u32 number_bits = 25;
 constexpr u32 number_mask = (1U << number_bits) - 1;
 static_assert(max_tree_block <= 1U << number_bits);
 
-/// Bits of the second half of a byte that is split over two words.
+/// Of a byte split over two words: the low 7 bits, above the number in one of them.  The top bit is
+/// in the other.
 constexpr u32 low_bits = 32 - number_bits;
 constexpr u32 low_mask = (1U << low_bits) - 1;
 
@@ -21,25 +22,24 @@ constexpr u32 high_part(u32 byte)
     return byte >> low_bits;
 }
 
-// Bits of by_position.
-constexpr u32 lcp_high_bit = 31;        // index k: of lcp[k]
-constexpr u32 length_high_bit = 30;     // node: of its length
+// Bits of by_position: one by index k of the suffix array, the others by node.
+constexpr u32 lcp_high_bit = 31;        // index k: top bit of lcp[k]
+constexpr u32 length_high_bit = 30;     // node: top bit of its length
 constexpr u32 wide_flag = 1U << 29;     // node
 constexpr u32 direct_flag = 1U << 28;   // node
 constexpr u32 full_key_flag = 1U << 27; // node
 constexpr u32 fork_flag = 1U << 26;     // node
 constexpr u32 large_flag = 1U << 25;    // node
 
-// Bits of pending children.
+// Flags of pending children.
 constexpr u32 node_item = 1U << 25;
 constexpr u32 wide_item = 1U << 26;
 constexpr u32 full_key_item = 1U << 27;
 
-/// Builds the nodes from the children up.
+/// Builds the tree bottom-up.
 ///
-/// The children of the intervals around the current index wait at the start of the suffix array,
-/// whose words have been read.  A node keeps its first position in place of the interval around it,
-/// as long as that isn't known.
+/// The children of open intervals are a stack at the start of the suffix array, in words that have
+/// been read.  Until the parent of a node is known, its place holds the node's first position.
 class tree_builder {
   public:
     tree_builder(suffix_arrays& arrays, const tree_options& options)
@@ -96,7 +96,7 @@ class tree_builder {
         pending_[count_++] = item;
     }
 
-    /// The children from `begin` on are in no interval.
+    /// Links the children from `begin` on, which are in no interval, to the root.
     void top(u32 begin)
     {
         for (u32 c = begin; c < count_; ++c) {
@@ -107,7 +107,7 @@ class tree_builder {
     }
 
     u32 wide_nodes() const { return wide_nodes_; }
-    /// Sum over all positions of the large nodes on their paths.
+    /// Large nodes on the path of a position, summed over all positions.
     u64 large_nodes() const { return large_nodes_; }
 
   private:
@@ -123,7 +123,7 @@ class tree_builder {
         word = (word & ~number_mask) | parent;
     }
 
-    /// Marks a child that the search treats apart; returns the flags of its parent.
+    /// Flags a child that the search treats specially; returns flags for its parent.
     u32 mark_child(u32 item, u32 parent_length)
     {
         const u32 number = item & number_mask;
@@ -148,7 +148,7 @@ class tree_builder {
     tree_options options_;
 };
 
-/// Counts, for all positions, the nodes on their paths that aren't large.
+/// Counts the nodes on the path of a position that aren't large, summed over all positions.
 class small_node_counter {
   public:
     explicit small_node_counter(u32 max_members) : max_members_(max_members) {}
@@ -167,7 +167,7 @@ class small_node_counter {
     u64 count_ = 0;
 };
 
-/// `shared` without common prefixes of less than `min_length` bytes.
+/// `shared`, but 0 for common prefixes of less than `min_length` bytes.
 template <class Shared>
 auto cut_below(u32 min_length, Shared shared)
 {
@@ -177,13 +177,13 @@ auto cut_below(u32 min_length, Shared shared)
     };
 }
 
-/// The LCP array, beyond index 0, from its bytes.
+/// Reads the LCP array from its bytes.
 auto plain_lcp(const u8* lcp, lcp_scale scale)
 {
     return [=](u32 k) { return lcp[k] + scale.base; };
 }
 
-/// Moves the LCP array to the bits above the suffix array, and clears the rest.
+/// Moves the LCP array to free bits of the suffix array and of by_position, and clears the rest.
 void pack_lcp(const suffix_arrays& arrays)
 {
     for (u32 k = 0; k < arrays.size; ++k) {
@@ -194,7 +194,7 @@ void pack_lcp(const suffix_arrays& arrays)
     }
 }
 
-/// The LCP array from those bits.
+/// Reads the LCP array from those bits.
 auto packed_lcp(const suffix_arrays& arrays)
 {
     const u32 *const sa = arrays.sa, *const leaf = arrays.by_position.get();
@@ -203,8 +203,8 @@ auto packed_lcp(const suffix_arrays& arrays)
     };
 }
 
-/// The same by tree_scale, where common prefixes of one byte and of none look alike: the text
-/// tells.
+/// The same by tree_scale, which stores common prefixes of one byte and of none as 0: the text
+/// tells them apart.
 auto lcp_from_one_byte(const block_text& text, const suffix_arrays& arrays)
 {
     return [lcp = packed_lcp(arrays), sa = arrays.sa, data = text.data,
@@ -234,8 +234,8 @@ bool has_wide_interval(const suffix_arrays& arrays, u32 length)
 
 u32 average_small_nodes(const suffix_arrays& arrays, const tree_options& options)
 {
-    // A quarter of the suffix array, in pieces.  Intervals over their borders are missed, or
-    // counted in part.
+    // A quarter of the suffix array, in pieces.  Intervals across their borders are counted in part
+    // or missed.
     constexpr u32 piece = 1 << 15;
     const u32 step = arrays.size < 4 * piece ? piece : 4 * piece;
     small_node_counter counter(options.max_members);
@@ -274,7 +274,8 @@ bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_o
     return true;
 }
 
-/// Makes nodes of the words of the tree, in place: from the last, as a node has two words.
+/// Joins the words of the tree into nodes, in place.  Starts at the last one, as a node takes two
+/// words.
 void lcp_tree::join_words(const suffix_arrays& arrays)
 {
     const u32* const link = arrays.room.get();

@@ -1,25 +1,26 @@
-// match/lcp_tree.h - the tree of a block's LCP intervals, for searches in the order of the text
+// match/lcp_tree.h - the tree of a block's LCP intervals, walked position by position
 //
 // Each interval holds the latest position that was entered into it.  For a position p, the
-// intervals that contain it lie on the path from its leaf to the root, with falling lengths; the
+// intervals that contain it lie on the path from its leaf to the root, with decreasing lengths; the
 // one of length L holds the latest earlier position that shares at least L bytes with p, and
 // exactly L if the interval below holds another.  So one walk up the path finds the nearest earlier
-// match of each length, and enters p.  The tree itself is known before the walk: it never changes.
+// match of each length, and enters p.  The shape of the tree is fixed before the first walk.
 //
-// Memory: 12 bytes per position at any time.  A node has 8 bytes: the interval around it, the
-// latest position and the length.  Building the tree takes the suffix array, the LCP array, and for
-// each node and leaf the interval around it.  With 25 bits for a position, all this fits into the
-// same three words of 32 bits per position:
+// Memory: 12 bytes per position at any time.  A node has 8 bytes: its parent, the latest position
+// and the length.  Building the tree takes the suffix array, the LCP array, and the parent of each
+// node and leaf.  With 25 bits for a position, all this fits into the same three words of 32 bits
+// per position:
 //
 //     array         index   while the tree is built               afterwards
-//     by_position   p       around leaf p; flags of node p        around leaf p
-//     room          p       around node p; its length             half of a node
+//     by_position   p       parent of leaf p; flags of node p     parent of leaf p
+//     room          p       parent of node p; its length          half of a node
 //     room          n + k   suffix array; LCP array               half of a node
 //
-// Numbering: a node has the number of the position that makes it branch in the order of the text,
-// the second smallest of the first positions of its children.  These are different for all nodes.
-// The nodes of neighbouring positions are the suffix links of each other, nearly always with
-// neighbouring numbers, so that a walk finds much of its path in the cache.
+// Numbering: the number of a node is the position at which it first branches when positions are
+// entered in ascending order: the second smallest of the first positions of its children.  No two
+// nodes have the same.  The nodes on the path of p + 1 are mostly the suffix links of those on the
+// path of p, and nearly always have numbers larger by one, so a walk finds much of its path in the
+// cache.
 #pragma once
 
 #include "match/suffix_array.h"
@@ -31,23 +32,23 @@ namespace quarnex {
 /// Largest block with a tree.
 inline constexpr u32 max_tree_block = 1U << 25;
 
-/// Whether a block can have a tree.  Where addresses have 32 bits, its two pieces of memory may not
-/// fit.
+/// True if a block can have a tree.  In 32-bit programs its two arrays may not fit into the address
+/// space.
 constexpr bool can_have_tree(u32 size)
 {
     return sizeof(void*) > sizeof(u32) && size <= max_tree_block;
 }
 
-/// Memory of a tree and of what it is built from, for each byte of the block.
+/// Memory of a tree and of the arrays it is built from, per byte of the block.
 inline constexpr u32 tree_bytes = 12;
 
-/// Common prefixes are cut to this length.
+/// Common prefixes are capped at this length.
 inline constexpr u32 max_tree_length = 256;
 
 /// The scale of an LCP array for a tree.
 inline constexpr lcp_scale tree_scale{1, max_tree_length};
 
-/// A number of a node; 0 is the root, which isn't stored.
+/// The number of a node; 0 is the root, which isn't stored.
 using tree_ref = u32;
 inline constexpr tree_ref tree_root = 0;
 
@@ -57,16 +58,15 @@ struct tree_node {
     static constexpr u32 parent_at = 39;
     static constexpr u64 last_mask = ((u64{1} << last_bits) - 1) << last_at;
 
-    /// More children than a set of followers notes (nearest_tree.h).  The number of the interval
-    /// around is replaced by an index.
+    /// Has wide_children or more.  The parent field holds an index for lcp_tree::wide() instead.
     static constexpr u64 wide = u64{1} << 34;
-    /// Of the greatest length, and directly in an interval one byte shorter.
+    /// Has max_tree_length bytes, and its parent one byte less.
     static constexpr u64 full_key = u64{1} << 35;
-    /// One byte shorter than the greatest length, and around a full key.
+    /// Is the parent of a full_key.
     static constexpr u64 fork = u64{1} << 36;
-    /// Free for a search.
+    /// For use by a search.
     static constexpr u64 mark = u64{1} << 37;
-    /// More than the given number of members.
+    /// Has more than tree_options::max_members members.
     static constexpr u64 large = u64{1} << 38;
 
     u64 word;
@@ -81,17 +81,18 @@ struct tree_node {
 struct tree_options {
     u32 min_length;  // shorter intervals are left out; 1 or more
     u32 max_members; // nodes with more are `large`
-    bool wide_nodes; // nodes with wide_children are `wide`
+    bool wide_nodes; // nodes with wide_children or more are `wide`
 };
 
-/// Children of a wide node: more than a node of the trie has room for without being full.
+/// A node with at least this many children is wide: a branch of the trie doesn't note a position
+/// that adds the 248th child or a later one (nearest_tree.h).
 inline constexpr u32 wide_children = 248;
 
 /// True if an interval of `length` bytes has wide_children or more.
 bool has_wide_interval(const suffix_arrays& arrays, u32 length);
 
-/// Estimates, from a part of the suffix array, how many nodes that aren't large a position has on
-/// its path, on average.
+/// Estimates, from a part of the suffix array, the average number of nodes on the path of a
+/// position that aren't large.
 u32 average_small_nodes(const suffix_arrays& arrays, const tree_options& options);
 
 /// The tree of a block.
@@ -100,17 +101,17 @@ class lcp_tree {
     /// Details of a wide node.
     struct wide_node {
         tree_ref parent;
-        bool direct;  // one byte longer than the interval around it
+        bool direct;  // one byte longer than its parent
         u32 children; // for the search
         u32 noted;    // for the search
     };
 
-    /// Builds the tree of a block, in the memory of its arrays, which are left empty, and that for
-    /// wide nodes from `source`.  Returns false without memory.
+    /// Builds the tree of a block in the memory of `arrays`, which it takes over.  Allocates wide
+    /// nodes from `source`; returns false without memory for them.
     [[nodiscard]] bool build(const block_text& text, suffix_arrays& arrays,
                              const tree_options& options, const allocator& source);
 
-    /// How many large nodes a position has on its path, on average.
+    /// The average number of large nodes on the path of a position.
     u32 average_large_nodes() const { return average_large_nodes_; }
 
     tree_ref leaf(u32 pos) const { return leaf_[pos]; }
@@ -122,7 +123,8 @@ class lcp_tree {
     }
     wide_node& wide(u32 index) { return wide_[index]; }
 
-    /// Prefetches nodes of the positions after `pos`, which is called for each in turn.
+    /// Prefetches nodes of the next 24 positions: eight on the path of each, one in every third
+    /// call.  Called for each position in turn.
     [[gnu::always_inline]] void prefetch_after(u32 pos)
     {
         start_scout(pos + positions_past);

@@ -13,7 +13,7 @@
 namespace quarnex {
 namespace {
 
-/// Above this average number of intervals around a position, merging is faster than walking up the
+/// With more small intervals around a position, on average, merging is faster than walking up the
 /// tree.
 constexpr u32 max_small_nodes = 12;
 
@@ -130,8 +130,8 @@ class interval_merger {
     std::array<u32, max_full_interval> others_;
 };
 
-/// Lists the matches of intervals as they end.  The members of intervals around the current index
-/// are kept at the start of the suffix array.
+/// Lists the matches of intervals as they end.  The members of open intervals are kept at the start
+/// of the suffix array.
 class interval_lister {
   public:
     interval_lister(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
@@ -208,7 +208,7 @@ std::optional<match_lists> find_match_lists(const block_text& text, const alloca
     } else {
         if (sorted && average_small_nodes(arrays, path_list_options) <= max_small_nodes)
             return path_match_lists(text, arrays, source);
-        // The lists fit before the LCP array and the suffix array.
+        // In each array there is room for a list before the LCP array or the suffix array.
         lists = {as_bytes(std::move(arrays.by_position)), std::move(arrays.room)};
         std::fill_n(lists.mlen.get(), n, u8{0});
     }

@@ -12,8 +12,8 @@
 //
 // - in blocks from 128 KiB on, if positions have few intervals around them (12 on average), by
 //   walking up the tree of intervals from each position (path_lists.h);
-// - otherwise from the intervals, enumerated bottom-up; the members of each are sorted by position,
-//   by merging smaller parts into the largest.
+// - otherwise by merging: the intervals are enumerated bottom-up, and the members of each are
+//   sorted by position, by merging smaller parts into the largest.
 //
 // Time of merging: an interval of up to 16384 members sorts and merges all its parts but the
 // largest, so a position is in a merged part at most 14 times; members of the largest part are
@@ -33,7 +33,7 @@
 
 namespace quarnex {
 
-/// Common prefixes and matches are cut to this length.
+/// Common prefixes and matches are capped at this length.
 inline constexpr u32 max_listed_match = 255;
 /// Shorter matches are not listed.
 inline constexpr u32 min_listed_match = 3;
@@ -50,7 +50,7 @@ struct match_lists {
 };
 
 /// Upper bound on the memory of find_match_lists() for a block of `n` bytes: that of a tree; or the
-/// suffix array and the LCP array (5) and the lists (5), one of which is a work array before.
+/// suffix array and the LCP array (5) and the lists (5), one of which is a work array at first.
 constexpr u64 match_list_memory(u32 n)
 {
     constexpr u32 small_things = 128;

@@ -6,22 +6,21 @@
 namespace quarnex {
 namespace {
 
-/// Blocks below are left to the trie.
+/// Smaller blocks are left to the trie.
 constexpr u32 min_tree_block = 1024;
 
-/// True if less than a sixteenth of all keys, strings of trie_depth bytes, are different: the trie
-/// of such a block is small, and fast.
+/// True if there is less than one distinct key (a string of trie_depth bytes) per 16 positions. The
+/// trie of such a block is small and fast.
 ///
-/// Keys are sampled by their hash (as in near-duplicate detection, Manber 1994): the same key is
-/// taken everywhere or nowhere, so that the number of different ones in the sample is that in the
-/// block, divided by the rate.
+/// Keys are sampled by their hash (as in near-duplicate detection, Manber 1994).  All occurrences
+/// of a key are in the sample, or none.  So a sample of 1 in k has about 1/k of the distinct keys.
 bool has_few_keys(const block_text& text)
 {
     constexpr u64 factor = 0x9E3779B97F4A7C15;
     constexpr u32 most = 1024, slots = 2 * most;
     const u32 rate_bits = static_cast<u32>(std::bit_width(text.size / (8 * most)));
     const u32 wanted = (text.size >> rate_bits) / 16;
-    u64 power = 1; // of a byte that leaves the key
+    u64 power = 1; // factor of the byte that leaves the key
     for (u32 k = 0; k < trie_depth; ++k) power *= factor;
     std::array<u32, slots> seen{};
     u32 count = 0;
@@ -42,7 +41,7 @@ bool has_few_keys(const block_text& text)
     return true;
 }
 
-/// Whether a block has a tree.
+/// True if a tree of the block should be tried.
 bool has_tree(const block_text& text)
 {
     return can_have_tree(text.size) && text.size >= min_tree_block && !has_few_keys(text);
@@ -64,7 +63,7 @@ nearest_search::nearest_search(const block_text& text, u32 min_length, const all
     trie_.emplace(text, source);
 }
 
-/// Continues with a trie of the positions inserted so far.
+/// Replaces the tree by a trie of the positions inserted so far.
 void nearest_search::change_to_trie()
 {
     trie_.emplace(text_, source_);

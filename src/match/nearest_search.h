@@ -3,11 +3,13 @@
 // A trie of the positions (trie.h), or, for most blocks, the tree of LCP intervals
 // (nearest_tree.h), which finds the same matches in half the time.  The trie serves blocks
 //
-// - of less than 1 KiB, for which sorting the suffixes takes longer, or of more than 2^25 bytes;
-// - whose paths in the tree are long: sums of repeats with faults, sparse data;
+// - of less than 1 KiB, for which sorting the suffixes takes longer;
+// - of more than 2^25 bytes, and all blocks in 32-bit programs: they can't have a tree;
+// - of long repeats: their trie is small, and the parse skips much of them;
+// - with many large intervals around a position, as in sparse data;
 // - without memory for the tree;
 // - in which a window of the parse has ended early, so that positions are inserted again.  This is
-//   rare; the trie is then made of the positions inserted so far.
+//   rare.  The trie is then built from the positions inserted so far.
 #pragma once
 
 #include "match/nearest_tree.h"
@@ -19,7 +21,7 @@ namespace quarnex {
 
 class nearest_search {
   public:
-    /// A search of a block that is followed by at least trie_reads_past zeros, in memory from
+    /// Searches a block that is followed by at least trie_reads_past zeros, in memory from
     /// `source`.  Lengths below `min_length`, 2 or more, are not needed.
     nearest_search(const block_text& text, u32 min_length, const allocator& source);
 
@@ -27,10 +29,11 @@ class nearest_search {
     void insert(u32 pos, u32 count = 1);
 
     /// Finds matches among the positions inserted so far, then inserts `pos`.  The records are in
-    /// order of non-decreasing length, and valid until the next call.  The matches of records from
-    /// exact_lengths() bytes on may be longer.
+    /// order of non-decreasing length, and valid until the next call.  A record of exact_lengths()
+    /// bytes or more may have a longer match.
     std::span<const trie_record> find(u32 pos);
 
+    /// Records of less than this length are as long as their matches.
     u32 exact_lengths() const { return exact_lengths_; }
 
   private:

@@ -3,22 +3,22 @@
 namespace quarnex {
 namespace {
 
-/// Intervals with more members are likely to be in the cache, and so are the same nodes of a trie.
+/// Nodes with more members are likely to be in the cache, and so are the same nodes of a trie.
 constexpr u32 large_interval = 16384;
 
-/// Above this average number of large intervals around a position, the trie is faster.
+/// With more large intervals around a position, on average, the trie is faster.
 constexpr u32 max_large_nodes = 96;
 
-/// Children of a branch of the trie that notes all positions.
+/// A branch of the trie notes positions that add a child while it has fewer children.
 constexpr u32 noting_children = 247;
 
-/// Nodes that need more than their latest position.
+/// Nodes for which the trie may not report the latest position.
 constexpr u64 special_nodes = tree_node::wide | tree_node::full_key | tree_node::fork;
 
-/// A fork has got a second key.
+/// Mark of a fork that two keys have reached.
 constexpr u64 forked = tree_node::mark;
 
-/// Puts a record before the others, unless it has no position or the same as the last.
+/// Prepends a record, unless its position is `same`, that of the record before (or 0, for none).
 [[gnu::always_inline]] inline trie_record* add(trie_record* out, tree_node node, u32 pos, u32 same)
 {
     out[-1] = {node.length(), pos};
@@ -33,7 +33,7 @@ bool nearest_tree::build(const block_text& text, u32 min_length, const allocator
     size_ = text.size;
     suffix_arrays arrays;
     if (!arrays.allocate(size_, true, source) || !arrays.sort(text, tree_scale)) return false;
-    // What the trie reports of a wide node depends on the branch above.
+    // What the trie reports for a wide node depends on the branch above it.
     if (has_wide_interval(arrays, min_length)) min_length = tree_scale.base;
     return tree_.build(text, arrays, {min_length, large_interval, true}, source) &&
            tree_.average_large_nodes() <= max_large_nodes;
@@ -44,7 +44,7 @@ template <bool Report>
 [[gnu::always_inline]] inline trie_record* nearest_tree::enter(u32 pos, trie_record* out)
 {
     tree_.prefetch_after(pos);
-    u32 below = 0; // the latest position of the node below, 0 if there was none
+    u32 below = 0; // the latest position of the node below, or 0 for none
     for (tree_ref ref = tree_.leaf(pos); ref != tree_root;) {
         const tree_node node = tree_.node(ref);
         if ((node.word & special_nodes) != 0) [[unlikely]]
@@ -58,7 +58,8 @@ template <bool Report>
     return out;
 }
 
-/// The rest of a path, from `ref` on, with what the trie notes at special nodes.
+/// Enters a position into the rest of its path, from `ref` on, with the positions that the trie
+/// would hold at special nodes.
 template <bool Report>
 [[gnu::noinline]] trie_record* nearest_tree::enter_exactly(u32 pos, tree_ref ref, u32 below,
                                                            trie_record* out)
@@ -112,7 +113,7 @@ std::span<const trie_record> nearest_tree::find(u32 pos, trie_records& records)
     trie_record* first = enter<true>(pos, end);
     if (!inexact_) [[likely]]
         return {first, end};
-    // Only records that are longer than those before count.
+    // Recompute the lengths, and keep only records that are longer than those before.
     const u32 limit = std::min(max_tree_length, size_ - pos);
     trie_record* kept = first;
     u32 longest = 0;

@@ -1,18 +1,20 @@
 // match/nearest_tree.h - the matches of level 9 from the tree of LCP intervals
 //
-// Finds what the trie (trie.h) finds, and is faster: the trie's nodes are searched by the bytes of
-// the text, while a path of the tree is known from its leaf.
+// Finds the same matches as the trie (trie.h), and is faster: a descent in the trie compares the
+// bytes of the text to find each node, while a path of the tree is known from its leaf.
 //
-// The trie doesn't always name the nearest position.  The same holds here:
+// The trie doesn't always report the nearest position, and this search reports the same one:
 //
-// - A branch with 247 children or more doesn't note a position that adds a child.  Such a `wide`
-//   node keeps the latest position it noted besides the latest one.  The trie reports it if the
-//   branch is one byte longer than the one above; otherwise the path between them has the latest.
+// - A branch with 247 children or more doesn't note a position that adds a child.  So a `wide` node
+//   of the tree keeps the position that the branch would hold, besides the latest one.  The trie
+//   reports it if the branch is directly below another one, hence one byte deeper; otherwise there
+//   is a path between them, which holds the latest position.
 // - The leaf of a key of 256 bytes is replaced by the next position with the same key, unless it is
-//   directly below a branch 255 bytes deep.  There the position stays: that which the leaf had when
-//   the branch was made (by a second key), or the first one.
+//   directly below a branch 255 bytes deep.  There the leaf keeps its position.  The branch is made
+//   when a second key is inserted: the leaf of the first key keeps the position that it has then,
+//   the leaf of any other key its first position.
 //
-// A third case isn't followed: near the end of the block, positions whose keys end inside a path
+// A third case isn't reproduced: near the end of the block, positions whose keys end inside a path
 // affect lookups of earlier ones.  So positions must be entered in ascending order (some can be
 // left out), and each at most once.
 #pragma once
@@ -26,9 +28,8 @@ namespace quarnex {
 
 class nearest_tree {
   public:
-    /// Builds the tree of a block, without intervals of less than `min_length` bytes (2 or more)
-    /// as far as they don't matter.  Returns false without memory, or if the walks would be too
-    /// long.
+    /// Builds the tree of a block.  Matches of less than `min_length` bytes, 2 or more, are not
+    /// needed.  Returns false without memory, or if the walks would be too long.
     [[nodiscard]] bool build(const block_text& text, u32 min_length, const allocator& source);
 
     /// Enters `count` positions from `pos` on.
@@ -42,7 +43,7 @@ class nearest_tree {
     bool is_left_out(u32 pos) const { return tree_.leaf(pos) == left_out; }
 
     /// Finds matches among the positions entered so far, then enters `pos`.  The records come in
-    /// order of rising length.  Lengths are exact up to max_tree_length - 1; several records of
+    /// order of increasing length.  Lengths are exact up to max_tree_length - 1; several records of
     /// max_tree_length can follow, whose matches may be longer.
     std::span<const trie_record> find(u32 pos, trie_records& records);
 

@@ -1,4 +1,4 @@
-// match/parse_nodes.cpp - vector forms of relaxing a run
+// match/parse_nodes.cpp - relaxes a run with vector instructions
 #include "match/parse_nodes.h"
 
 #include <cstring>
@@ -6,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-/// Vectors of SSE2 and of most other processors.  (GCC 12 splits longer ones into single numbers.)
+/// Vectors of SSE2 and of most other processors.  (GCC 12 turns longer ones into scalar code.)
 struct vectors_of_4 {
     using of_signed [[gnu::vector_size(16)]] = i32;
     using of_unsigned [[gnu::vector_size(16)]] = u32;
@@ -35,8 +35,8 @@ template <class Mask, class Vector, class Element>
     std::memcpy(at, &chosen, sizeof chosen);
 }
 
-/// The last vector ends at the run's end, so it can overlap the one before it.  Nodes that are
-/// relaxed twice by the same edge stay as they are the second time.
+/// The last vector ends at the run's end, so it can overlap the one before it.  Relaxing a node a
+/// second time by the same edge has no effect.
 template <class Vectors>
 [[gnu::always_inline]] inline void relax_vectors(parse_nodes& nodes, u32 start, u32 end,
                                                  const price_run& run, u32 distance)

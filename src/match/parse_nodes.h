@@ -1,12 +1,12 @@
-// match/parse_nodes.h - the shortest paths of the forward parse, relaxed by runs of lengths
+// match/parse_nodes.h - the shortest paths of the forward parse, relaxed with SIMD
 //
 // Nodes are the positions of a window, tokens the edges between them (cost_parse.h).  A match can
 // be cut to any shorter length, so it is a run of edges from one node to consecutive nodes.  Their
-// prices come as an array, and the run is relaxed by vectors: the nodes are parallel arrays, and
-// the choice in each is a mask instead of a branch.
+// prices come as an array, and a run is relaxed with vector instructions: the nodes are stored as
+// parallel arrays, and a mask instead of a branch selects the cheaper path of each.
 //
-// Most runs are short: after the first match of a position, each further one adds the lengths by
-// which it is longer.  Runs of less than eight nodes are relaxed one by one.
+// Most runs are short: after the first match of a position, each further one adds only the lengths
+// by which it is longer.  The edges of runs of less than eight nodes are relaxed one by one.
 #pragma once
 
 #include "common/vector_instructions.h"
@@ -24,8 +24,8 @@ inline constexpr u32 max_window = 4096;
 /// Positions by which a match of the forward parse can extend past the window.
 inline constexpr u32 window_overhang = 2048;
 
-/// Lengths below this have listed prices: all but a few.  (A position with a longer match is
-/// followed by many that are not searched.)
+/// Prices of lengths below this are tabulated.  Longer ones are rare: after a longer match, many
+/// positions are not searched.
 inline constexpr u32 listed_lengths = 272;
 
 /// Prices of tokens of consecutive lengths: `prices[k] + common`, modulo 2^32, for k below `count`.
@@ -42,10 +42,10 @@ struct parse_nodes {
     static constexpr i32 unreached_cost = 0x3FFFFFFF;
     static constexpr u32 unreached = UINT32_MAX;
 
-    /// The length of a run from which on it is relaxed by vectors.
+    /// Shorter runs are relaxed one node at a time.
     static constexpr u32 vector_nodes = 8;
 
-    /// Relaxes a run of at least vector_nodes nodes, by the best form for this processor.
+    /// Relaxes a run of at least vector_nodes nodes: the fastest form for this processor.
     void (*relax_long)(parse_nodes& nodes, u32 start, u32 end, const price_run& run,
                        u32 distance) = best_relax_long();
 
@@ -75,8 +75,8 @@ struct parse_nodes {
         dist[end] = cheaper ? distance : dist[end];
     }
 
-    /// Relaxes the edges of tokens from `start` to `end`, `end + 1` and so on, by the prices of a
-    /// run: the same as relax() for each.
+    /// Relaxes the edges from `start` to `end`, `end + 1` and so on, with the prices of a run.  The
+    /// result is the same as with relax() for each.
     void relax(u32 start, u32 end, const price_run& run, u32 distance)
     {
         assert(start < end && end + run.count <= max_count);

@@ -3,7 +3,7 @@
 namespace quarnex {
 namespace {
 
-/// The match of a position, as its path shows it from the leaf up.
+/// Chooses the match of a position from the offers of its path, from the leaf up.
 class path_match {
   public:
     explicit path_match(u32 pos) : pos_(pos) {}
@@ -11,7 +11,8 @@ class path_match {
     u32 length() const { return length_; }
     u32 at() const { return at_; }
 
-    /// Offers the match at `last`, the nearest of `length` bytes; lengths fall from offer to offer.
+    /// Offers the match at `last`, the nearest of `length` bytes.  Lengths decrease from offer to
+    /// offer.
     void offer(u32 last, u32 length)
     {
         if (length_ == 0) {
@@ -32,19 +33,20 @@ class path_match {
     u32 at_ = 0;
 };
 
-/// Lists the matches of a tree, in the order of the text.  A leaf's word becomes the position of
-/// its match, with the length above it as far as there is room; the rest is marked in the node of
-/// the same number.
+/// Lists the matches of the `n` positions of a tree.  The word of a leaf becomes the position of
+/// its match, with the low 7 bits of the length above it.  The top bit of the length is the mark of
+/// the node with the same number.
 match_lists list_paths(u32 n, lcp_tree& tree)
 {
-    // Positions count from 1 in nodes.
+    // Nodes hold positions plus one; 0 is none.
     for (u32 pos = 0; pos < n; ++pos) {
         tree.prefetch_after(pos);
         path_match found(pos);
         u32 below = 0;
         tree_ref ref = tree.leaf(pos);
         tree_node node = tree.node(ref);
-        // Small intervals hold all positions, large ones those without a match below.
+        // All positions are entered into small intervals, but only those without a match in an
+        // inner interval into large ones.
         while (ref != tree_root && (node.word & tree_node::large) == 0) {
             tree.set_node(ref, node.with_last(pos + 1));
             const u32 last = node.last();

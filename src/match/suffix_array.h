@@ -1,4 +1,4 @@
-// match/suffix_array.h - the suffixes of a block in order, and the bytes that neighbours share
+// match/suffix_array.h - suffix array and LCP array of a block
 //
 // Suffixes that share their first bytes are neighbours in the suffix array, so the sets of
 // positions with a common prefix are its LCP intervals (lcp_intervals.h).  Levels 8 and 9 search
@@ -28,10 +28,10 @@ void lcp_bytes(const u8* text, const u32* sa, u32 n, lcp_scale scale, u32* work,
 /// Positions by which prefetches run ahead in a pass over the suffix array.
 inline constexpr u32 suffix_prefetch_distance = 32;
 
-/// Positions after the block for which suffix_arrays::by_position has room.
+/// Positions past the end of the block for which suffix_arrays::by_position has room.
 inline constexpr u32 positions_past = 24;
 
-/// A block's suffix array and LCP array, and room for what is made of them.
+/// A block's suffix array and LCP array, with room for the tree or the lists made from them.
 struct suffix_arrays {
     u32 size = 0;
     u32* sa = nullptr;            // at the end of `room`
@@ -41,13 +41,13 @@ struct suffix_arrays {
     owned_array<u32> by_position; // a work array
     owned_array<u8> lcp_memory;   // null if `lcp` is at the end of `by_position`
 
-    /// Allocates the arrays for `n` suffixes, from 1 to 2^31 - 1.  With `twice`, `room` starts with
-    /// `n` more numbers, and everything together has 12 bytes per suffix; without, 9.  Returns
+    /// Allocates the arrays for `n` suffixes, from 1 to 2^31 - 1.  With `twice`, `room` has `n`
+    /// more numbers before `sa`, and the total is 12 bytes per suffix; otherwise it is 9.  Returns
     /// false without memory.
     [[nodiscard]] bool allocate(u32 n, bool twice, const allocator& source);
 
-    /// Sorts the suffixes of the block and computes their LCP array.  Overwrites the rest of `room`
-    /// or, if there is none, `by_position`.  Returns false if the sorter has no memory.
+    /// Sorts the suffixes of the block and computes their LCP array.  Overwrites the part of `room`
+    /// before `sa` or, if there is none, `by_position`.  Returns false if the sorter has no memory.
     [[nodiscard]] bool sort(const block_text& text, lcp_scale lcp_as);
 };
 

@@ -1,6 +1,6 @@
 // match/trie.h - a match finder of level 9: a radix tree of the block's positions
 //
-// nearest_search.h tells which blocks it serves; the others have a tree of LCP intervals, which
+// It serves the blocks that nearest_search.h lists; the others have a tree of LCP intervals, which
 // finds the same matches.
 //
 // Algorithm: a byte-wise radix tree (path-compressed, as Patricia; Morrison 1968) of the first 256

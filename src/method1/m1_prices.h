@@ -2,7 +2,7 @@
 //
 // In units of 1/256 byte.  A token costs its bytes and a share for its flag: 1 unit for a match, 33
 // for a literal (1/8 byte and 1 unit), so that the parse prefers matches.  Prices are static; O(1)
-// each.  Those of most lengths are in tables, by classes of distances.
+// each.  Those of lengths below listed_lengths are in tables, one for each class of distances.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -60,8 +60,8 @@ class m1_prices {
         return code < m1_long_escape ? price : price + integer(code - m1_long_escape);
     }
 
-    /// The last distance of each class.  The distances of a class have equal prices: the same
-    /// tokens, and as many bytes in a long one.
+    /// The last distance of each class.  All distances of a class have the same prices: the same
+    /// tokens can code them, and a long token has the same number of bytes.
     static constexpr std::array<u32, 7> class_ends{0x7F,     short_dists, 0x3FFF,    medium_dists,
                                                    0x1FFFFF, 0xFFFFFFF,   UINT32_MAX};
     static constexpr u32 dist_class(u32 dist)

@@ -1,7 +1,7 @@
 // method3/m3_prices.h - token prices of method 3
 //
-// In bits: the code lengths in force when a window is planned.  Those of lengths and distances
-// are listed at its start.
+// In bits: the code lengths in force when a window is planned.  Prices of lengths and distances are
+// tabulated at the window's start.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -63,7 +63,7 @@ class m3_prices {
                slot_price(models_.length, value_slot(above_min - short_lengths));
     }
 
-    /// Returns the price of the values of a slot: its code and its extra bits.
+    /// Returns the price of any value of a slot: the slot's code and extra bits.
     template <class Model>
     static u32 slot_price(const Model& model, u32 slot)
     {

@@ -37,13 +37,13 @@ inline void m4_encode_direct(range_encoder& encoder, u32 value, u32 count)
     encode_direct(encoder, value, count);
 }
 
-/// A decoder's position in its interval: all that the next symbol depends on, besides its model.
+/// A decoder's position in its interval.  With the model, it determines the next symbol.
 struct m4_position {
-    u32 unit;  // 2^-15 of the interval
+    u32 unit;  // 2^-15 of the range
     u32 place; // in units; below 2^15 in an intact stream
 };
 
-/// Returns the decoder's position.  This takes the division.
+/// Returns the decoder's position.  Contains the division of a symbol.
 inline m4_position m4_locate(const range_decoder& decoder)
 {
     const u32 unit = decoder.range >> m4_total_bits;

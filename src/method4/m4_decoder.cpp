@@ -19,9 +19,9 @@ using m4_payload_tail = payload_tail<m4_token_reads>;
 
 /// The entropy decoder: symbols by their models, extra bits with equal probabilities.
 ///
-/// The division for the next symbol is started as soon as the previous step of the coder is done.
-/// It then overlaps with what doesn't wait for it: the branch on the kind of token, a mispredicted
-/// one above all, the copy of a match and the load of the next context.
+/// The division for the next symbol starts as soon as the coder has finished its previous step.  It
+/// overlaps with work that doesn't depend on it: the branch on the kind of token (above all when it
+/// is mispredicted), the copy of a match, and the load of the next context.
 class m4_symbol_reader {
   public:
     /// Starts after the raw byte.
@@ -84,7 +84,7 @@ class m4_symbol_reader {
     m4_dec_state& models_;
     m4_payload_tail& tail_;
     u32 mask_;
-    m4_model<m4_lookup, main_symbols>* main_; // of the context
+    m4_model<m4_lookup, main_symbols>* main_; // of the current context
     range_decoder coder_;
     m4_position next_; // up to date when a symbol follows
     const u8* begin_;  // of the range coder's bytes

@@ -6,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-/// Returns how many numbers the groups of `count` numbers have.
+/// Rounds `count` up to a multiple of scan_group.
 constexpr u32 whole_groups(u32 count)
 {
     return (count + scan_group - 1) / scan_group * scan_group;
@@ -17,8 +17,8 @@ void fill_lookup(m4_no_lookup& /*lookup*/, std::span<const u16> /*ends*/) {}
 /// `ends` are the ends of the symbols' shares.
 void fill_lookup(m4_lookup& lookup, std::span<const u16> ends)
 {
-    // Each unit after one in which a share ends starts at the symbol after the last such share, all
-    // others at that of the unit before them.
+    // The entry after that of the group of units in which a share ends is the following symbol; if
+    // several shares end there, the last one counts.  All other entries repeat the one before.
     std::fill(std::begin(lookup.first), std::end(lookup.first), u16{0});
     const auto last_symbol = static_cast<u32>(ends.size()) - 1;
     for (u32 symbol = 0; symbol < last_symbol; ++symbol)

@@ -34,7 +34,7 @@ static_assert(whole_interval == 1U << m4_total_bits);
 struct m4_lookup {
     static constexpr u32 unit_bits = 8;
     static constexpr u32 units = 1U << (m4_total_bits - unit_bits);
-    u16 first[units + scan_group]; // the last entries pad a whole group
+    u16 first[units + scan_group]; // one more than units, padded to whole groups
 };
 
 /// An encoder needs no table.
@@ -45,7 +45,7 @@ template <class Lookup, u32 Capacity>
 struct alignas(64) m4_model {
     adaptive_counts<Capacity> counts;
     /// Symbol s has the share from cum[s] to cum[s + 1].  The entries after the last symbol's end
-    /// are whole_interval and stop the search.
+    /// are whole_interval, the sentinels of the search.
     u16 cum[Capacity + 1 + word_lanes];
     [[no_unique_address]] Lookup lookup;
 };
@@ -59,7 +59,7 @@ template <class Lookup, u32 Capacity>
 void m4_model_init(m4_model<Lookup, Capacity>& model, u32 symbols)
 {
     start_counts(model.counts, symbols, m4_first_period);
-    // The last group of counts is read whole.
+    // m4_model_scale() reads whole groups of counts.
     for (u32 symbol = symbols; symbol < Capacity; ++symbol) model.counts.counts[symbol] = 0;
     m4_model_scale(model);
 }

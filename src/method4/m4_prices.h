@@ -2,7 +2,7 @@
 //
 // In 1/4096 bits: the logarithm of a model's total less that of the symbol's count, both divided by
 // eight.  Totals are those at the start of a window, counts the current ones, which do not change
-// while a window is planned.  So prices can be listed: those of distances and long lengths at the
+// while a window is planned.  So prices are tabulated: those of distances and long lengths at the
 // window's start, those of short lengths when their context first occurs.
 //
 // A count below eight reads entry 0 of the table, which is larger than any total's logarithm, so

@@ -1,8 +1,8 @@
 // method5/m5_prices.h - token prices of method 5
 //
 // In 1/4096 bits, by the models' state when a window is planned, in exactly the contexts in which
-// the token would be coded.  Lengths and slots are listed at the window's start, the extra bits of
-// a slot's distances when the first of them occurs: usually hundreds follow.
+// the token would be coded.  Prices of lengths and slots are tabulated at the window's start, those
+// of a slot's extra bits when the slot first occurs in the window: usually hundreds of uses follow.
 //
 // Memory: 57 KiB.
 #pragma once
@@ -28,11 +28,11 @@ constexpr u32 m5_bit_price(m5_prob_pair pair, u32 bit)
 /// The price of a bit without a model.
 inline constexpr u32 m5_direct_bit_price = 4096;
 
-/// Writes the prices of all numbers of `width` bits by the bit tree of pairs 1 to 2^width - 1.
+/// Writes the prices of all `width`-bit numbers by the bit tree of pairs 1 to 2^width - 1.
 inline void m5_tree_prices(const m5_prob_pair* tree, u32 width, u32* prices)
 {
     prices[0] = 0;
-    // From the prices of the upper bits to those with one more bit, in place.
+    // Each pass extends the prices of the upper bits by one more bit, in place.
     for (u32 count = 1; count < 1U << width; count *= 2) {
         for (u32 upper = count; upper-- != 0;) {
             const u32 price = prices[upper];
@@ -168,7 +168,7 @@ class m5_prices {
     const m5_model& model_;
     std::array<std::array<u32, m5_length_classes>, value_slots> slots_;
     std::array<u32, listed_lengths> lengths_; // by length
-    // Prices of extra bits, of the slots that have been used in this window.
+    // Prices of extra bits, for the slots that have occurred in this window.
     std::array<bool, value_slots> known_;
     std::array<u32, slot_base(m5_first_high_slot)> mid_; // by distance less one
     std::array<std::array<u32, top_mask + 1>, value_slots - m5_first_high_slot> top_;
