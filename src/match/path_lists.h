@@ -13,8 +13,8 @@ namespace quarnex {
 inline constexpr tree_options path_list_options{min_listed_match, max_full_interval, false};
 
 /// Lists the matches of a block, from its suffix array and its LCP array, by match_list_scale, with
-/// room for a tree.  The lists take over the memory of the arrays.  Returns nothing without memory.
-[[nodiscard]] std::optional<match_lists>
-path_match_lists(const block_text& text, suffix_arrays& arrays, const allocator& source);
+/// room for a tree.  The lists take over the memory of the arrays; no other is needed.
+match_lists path_match_lists(const block_text& text, suffix_arrays& arrays,
+                             const allocator& source);
 
 } // namespace quarnex
