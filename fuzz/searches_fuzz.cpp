@@ -194,10 +194,9 @@ void compare_lists(const block_text& text)
     std::vector<u32> mpos(text.size);
     sa_match_lists(for_merging.sa, text.size, for_merging.lcp, mpos.data(), mlen.data());
     const auto lists = path_match_lists(text, for_tree, system_allocator);
-    require(lists.has_value(), "there is memory for the lists");
     for (u32 pos = 0; pos < text.size; ++pos) {
-        require(lists->mlen[pos] == mlen[pos], "a match of the tree has the same length");
-        require(mlen[pos] == 0 || lists->mpos[pos] == mpos[pos],
+        require(lists.mlen[pos] == mlen[pos], "a match of the tree has the same length");
+        require(mlen[pos] == 0 || lists.mpos[pos] == mpos[pos],
                 "a match of the tree is at the same position");
     }
 }

@@ -1,5 +1,7 @@
 #include "match/path_lists.h"
 
+#include <cassert>
+
 namespace quarnex {
 namespace {
 
@@ -77,12 +79,13 @@ match_lists list_paths(u32 n, lcp_tree& tree)
 
 } // namespace
 
-std::optional<match_lists> path_match_lists(const block_text& text, suffix_arrays& arrays,
-                                            const allocator& source)
+match_lists path_match_lists(const block_text& text, suffix_arrays& arrays, const allocator& source)
 {
+    const u32 n = arrays.size;
     lcp_tree tree;
-    if (!tree.build(text, arrays, path_list_options, source)) return {};
-    return list_paths(arrays.size, tree);
+    [[maybe_unused]] const bool built = tree.build(text, arrays, path_list_options, source);
+    assert(built); // without wide nodes it needs no memory
+    return list_paths(n, tree);
 }
 
 } // namespace quarnex

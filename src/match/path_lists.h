@@ -13,8 +13,8 @@ namespace quarnex {
 inline constexpr tree_options path_list_options{min_listed_match, max_full_interval, false};
 
 /// Lists the matches of a block from its arrays, which were allocated with room for a tree and have
-/// match_list_scale.  The lists take over their memory.  Returns nothing without memory.
-[[nodiscard]] std::optional<match_lists>
-path_match_lists(const block_text& text, suffix_arrays& arrays, const allocator& source);
+/// match_list_scale.  The lists take over their memory; no other is needed.
+match_lists path_match_lists(const block_text& text, suffix_arrays& arrays,
+                             const allocator& source);
 
 } // namespace quarnex

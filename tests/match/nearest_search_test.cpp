@@ -95,13 +95,13 @@ steps random_steps(u64 seed, u32 returns)
     return made;
 }
 
-TEST(nearest_search, has_a_tree_for_blocks_of_4096_bytes_with_many_keys)
+TEST(nearest_search, has_a_tree_for_blocks_of_1024_bytes_with_many_keys)
 {
     for (const char* name : {"random", "text", "records", "machine_code", "two_symbols"}) {
-        for (const u32 size : {4095U, 4096U, 100000U}) {
+        for (const u32 size : {1023U, 1024U, 100000U}) {
             const bytes block = test::find_shape(name).make(size, 1);
             ASSERT_NO_FATAL_FAILURE(expect_matches_of_the_trie(block, random_steps(size, 0),
-                                                               trees && size >= 4096, name));
+                                                               trees && size >= 1024, name));
         }
     }
 }
