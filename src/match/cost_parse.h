@@ -34,9 +34,9 @@ namespace quarnex {
 ///
 /// start_window() freezes the prices at the coder's current state.  literal() returns the price of
 /// the literal at a position.  matches() returns a function that maps the length of a match at this
-/// position and distance to its price, and has a run(): for a length below listed_lengths, it
-/// returns the prices of this length and of none, some or all longer ones below listed_lengths; for
-/// any other length, an empty run.
+/// position and distance to its price, and has a run(): for a length below tabulated_lengths, it
+/// returns the prices of this length and of none, some or all longer ones below tabulated_lengths;
+/// for any other length, an empty run.
 template <class P>
 concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {

@@ -270,7 +270,7 @@ bool lcp_tree::build(const block_text& text, suffix_arrays& arrays, const tree_o
     join_words(arrays);
     nodes_memory = std::move(arrays.room);
     leaves_memory = std::move(arrays.by_position);
-    for (u32 pos = 0; pos < std::min(n, positions_past); ++pos) start_scout(pos);
+    for (u32 pos = 0; pos < std::min(n, prefetch_padding); ++pos) start_cursor(pos);
     return true;
 }
 
@@ -297,7 +297,7 @@ void lcp_tree::join_words(const suffix_arrays& arrays)
         }
         set_node(id, {node | u64{around} << tree_node::parent_at});
     }
-    std::fill_n(leaf_ + arrays.size, positions_past, tree_root);
+    std::fill_n(leaf_ + arrays.size, prefetch_padding, tree_root);
 }
 
 } // namespace quarnex

@@ -127,9 +127,9 @@ class lcp_tree {
     /// call.  Called for each position in turn.
     [[gnu::always_inline]] void prefetch_after(u32 pos)
     {
-        start_scout(pos + positions_past);
+        start_cursor(pos + prefetch_padding);
         for (u32 distance : {21U, 18U, 15U, 12U, 9U, 6U, 3U}) {
-            tree_ref& at = scouts_[(pos + distance) % scouts_.size()];
+            tree_ref& at = prefetch_cursors_[(pos + distance) % prefetch_cursors_.size()];
             at = node(at).parent();
             prefetch(at);
         }
@@ -141,10 +141,10 @@ class lcp_tree {
 
   private:
     void join_words(const suffix_arrays& arrays);
-    void start_scout(u32 pos)
+    void start_cursor(u32 pos)
     {
         const tree_ref ref = leaf_[pos];
-        scouts_[pos % scouts_.size()] = ref;
+        prefetch_cursors_[pos % prefetch_cursors_.size()] = ref;
         prefetch(ref);
     }
     void prefetch(tree_ref ref) const { __builtin_prefetch(nodes_ + usize{ref} * sizeof(u64), 1); }
@@ -153,7 +153,7 @@ class lcp_tree {
     u32* leaf_ = nullptr;
     owned_array<wide_node> wide_;
     u32 average_large_nodes_ = 0;
-    std::array<tree_ref, 64> scouts_{};
+    std::array<tree_ref, 64> prefetch_cursors_{};
 };
 
 } // namespace quarnex

@@ -18,7 +18,7 @@ namespace {
 constexpr u32 max_small_nodes = 12;
 
 /// In smaller blocks merging is faster too.
-constexpr u32 min_tree_block = 1 << 17;
+constexpr u32 min_walk_block = 1 << 17;
 
 /// The lists of a block under construction.
 class list_builder {
@@ -199,7 +199,7 @@ std::optional<match_lists> find_match_lists(const block_text& text, const alloca
     const u32 n = text.size;
     suffix_arrays arrays;
     const bool tree_room =
-        can_have_tree(n) && n >= min_tree_block && arrays.allocate(n, true, source);
+        can_have_tree(n) && n >= min_walk_block && arrays.allocate(n, true, source);
     if (!tree_room && !arrays.allocate(n, false, source)) return {};
     const bool sorted = arrays.sort(text, match_list_scale);
     match_lists lists;

@@ -10,7 +10,7 @@ constexpr u32 large_interval = 16384;
 constexpr u32 max_large_nodes = 96;
 
 /// A branch of the trie notes positions that add a child while it has fewer children.
-constexpr u32 noting_children = 247;
+constexpr u32 noting_children = wide_children - 1;
 
 /// Nodes for which the trie may not report the latest position.
 constexpr u64 special_nodes = tree_node::wide | tree_node::full_key | tree_node::fork;
@@ -48,7 +48,7 @@ template <bool Report>
     for (tree_ref ref = tree_.leaf(pos); ref != tree_root;) {
         const tree_node node = tree_.node(ref);
         if ((node.word & special_nodes) != 0) [[unlikely]]
-            return enter_exactly<Report>(pos, ref, below, out);
+            return enter_like_trie<Report>(pos, ref, below, out);
         tree_.set_node(ref, node.with_last(pos));
         const u32 last = node.last();
         if constexpr (Report) out = add(out, node, last, below);
@@ -61,8 +61,8 @@ template <bool Report>
 /// Enters a position into the rest of its path, from `ref` on, with the positions that the trie
 /// would hold at special nodes.
 template <bool Report>
-[[gnu::noinline]] trie_record* nearest_tree::enter_exactly(u32 pos, tree_ref ref, u32 below,
-                                                           trie_record* out)
+[[gnu::noinline]] trie_record* nearest_tree::enter_like_trie(u32 pos, tree_ref ref, u32 below,
+                                                             trie_record* out)
 {
     u32 reported = below;
     while (ref != tree_root) {
@@ -76,7 +76,7 @@ template <bool Report>
             parent = wide.parent;
             if (wide.direct && wide.noted != last) {
                 noted = wide.noted;
-                inexact_ = true;
+                lengths_inexact_ = true;
             }
             const bool adds_child = below == 0;
             if (!adds_child || wide.children < noting_children) wide.noted = pos;
@@ -85,7 +85,7 @@ template <bool Report>
         if ((node.word & tree_node::full_key) != 0 && last != 0 &&
             (tree_.node(parent).word & forked) != 0) {
             next = last;
-            inexact_ = true;
+            lengths_inexact_ = true;
         }
         if ((node.word & tree_node::fork) != 0 && below == 0 && last != 0) node.word |= forked;
         tree_.set_node(ref, node.with_last(next));
@@ -109,9 +109,9 @@ void nearest_tree::insert(u32 pos, u32 count)
 std::span<const trie_record> nearest_tree::find(u32 pos, trie_records& records)
 {
     trie_record* const end = records.data() + records.size();
-    inexact_ = false;
+    lengths_inexact_ = false;
     trie_record* first = enter<true>(pos, end);
-    if (!inexact_) [[likely]]
+    if (!lengths_inexact_) [[likely]]
         return {first, end};
     // Recompute the lengths, and keep only records that are longer than those before.
     const u32 limit = std::min(max_tree_length, size_ - pos);

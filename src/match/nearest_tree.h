@@ -54,12 +54,13 @@ class nearest_tree {
     template <bool Report>
     trie_record* enter(u32 pos, trie_record* out);
     template <bool Report>
-    trie_record* enter_exactly(u32 pos, tree_ref ref, u32 below, trie_record* out);
+    trie_record* enter_like_trie(u32 pos, tree_ref ref, u32 below, trie_record* out);
 
     const u8* text_ = nullptr;
     u32 size_ = 0;
     lcp_tree tree_;
-    bool inexact_ = false; // the records of this position may have lengths that aren't exact
+    bool lengths_inexact_ =
+        false; // the records of this position may have lengths that aren't exact
 };
 
 } // namespace quarnex

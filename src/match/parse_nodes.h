@@ -26,7 +26,7 @@ inline constexpr u32 window_overhang = 2048;
 
 /// Prices of lengths below this are tabulated.  Longer ones are rare: after a longer match, many
 /// positions are not searched.
-inline constexpr u32 listed_lengths = 272;
+inline constexpr u32 tabulated_lengths = 272;
 
 /// Prices of tokens of consecutive lengths: `prices[k] + common`, modulo 2^32, for k below `count`.
 struct price_run {

@@ -49,7 +49,7 @@ bool suffix_arrays::allocate(u32 n, bool twice, const allocator& source)
     const usize spare = twice ? n : 0;
     const usize lcp_size = usize{n} + 1;
     room = make_zeroed_table<u32>(source, spare + n, spare + n);
-    by_position = make_zeroed_table<u32>(source, usize{n} + positions_past, n);
+    by_position = make_zeroed_table<u32>(source, usize{n} + prefetch_padding, n);
     if (!room || !by_position) return false;
     sa = room.get() + spare;
     if (twice) {

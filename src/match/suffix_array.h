@@ -29,7 +29,7 @@ void lcp_bytes(const u8* text, const u32* sa, u32 n, lcp_scale scale, u32* work,
 inline constexpr u32 suffix_prefetch_distance = 32;
 
 /// Positions past the end of the block for which suffix_arrays::by_position has room.
-inline constexpr u32 positions_past = 24;
+inline constexpr u32 prefetch_padding = 24;
 
 /// A block's suffix array and LCP array, with room for the tree or the lists made from them.
 struct suffix_arrays {

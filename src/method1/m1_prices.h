@@ -2,7 +2,7 @@
 //
 // In units of 1/256 byte.  A token costs its bytes and a share for its flag: 1 unit for a match, 33
 // for a literal (1/8 byte and 1 unit), so that the parse prefers matches.  Prices are static; O(1)
-// each.  Those of lengths below listed_lengths are in tables, one for each class of distances.
+// each.  Those of lengths below tabulated_lengths are in tables, one for each class of distances.
 #pragma once
 
 #include "match/cost_parse.h"
@@ -27,8 +27,8 @@ class m1_prices {
         u32 operator()(u32 len) const { return match(len, dist_); }
         price_run run(u32 len) const
         {
-            if (len >= listed_lengths) return {};
-            return {tables[dist_class(dist_)].data() + len, listed_lengths - len, 0};
+            if (len >= tabulated_lengths) return {};
+            return {tables[dist_class(dist_)].data() + len, tabulated_lengths - len, 0};
         }
 
       private:
@@ -69,7 +69,7 @@ class m1_prices {
         return m1_integer_tail(dist) + (dist > short_dists) + (dist > medium_dists);
     }
 
-    using length_table = std::array<u32, listed_lengths>;
+    using length_table = std::array<u32, tabulated_lengths>;
     static constexpr std::array<length_table, class_ends.size()> tables = [] {
         std::array<length_table, class_ends.size()> result{};
         for (const u32 dist : class_ends) {

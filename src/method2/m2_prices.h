@@ -32,8 +32,8 @@ class m2_prices {
         }
         price_run run(u32 len) const
         {
-            if (len >= listed_lengths) return {};
-            return {lengths.data() + len, listed_lengths - len, distance_bits_};
+            if (len >= tabulated_lengths) return {};
+            return {lengths.data() + len, tabulated_lengths - len, distance_bits_};
         }
 
       private:
@@ -43,8 +43,8 @@ class m2_prices {
     at_distance matches(u32 /*pos*/, u32 dist) const { return at_distance(dist); }
 
   private:
-    static constexpr std::array<u32, listed_lengths> lengths = [] {
-        std::array<u32, listed_lengths> bits{};
+    static constexpr std::array<u32, tabulated_lengths> lengths = [] {
+        std::array<u32, tabulated_lengths> bits{};
         for (u32 len = MinMatch; len < bits.size(); ++len) {
             bits[len] = m2_gamma_bits(m2_match_code<MinMatch>(len));
         }

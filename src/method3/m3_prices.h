@@ -19,7 +19,7 @@ class m3_prices {
 
     void start_window()
     {
-        for (u32 len = MinMatch; len < listed_lengths; ++len) lengths_[len] = length(len);
+        for (u32 len = MinMatch; len < tabulated_lengths; ++len) lengths_[len] = length(len);
         for (u32 slot = 0; slot < models_.distance.counts.symbols; ++slot) {
             distance_slots_[slot] = slot_price(models_.distance, slot);
         }
@@ -37,12 +37,13 @@ class m3_prices {
 
         u32 operator()(u32 len) const
         {
-            return (len < listed_lengths ? prices_.lengths_[len] : prices_.length(len)) + distance_;
+            return (len < tabulated_lengths ? prices_.lengths_[len] : prices_.length(len)) +
+                   distance_;
         }
         price_run run(u32 len) const
         {
-            if (len >= listed_lengths) return {};
-            return {prices_.lengths_.data() + len, listed_lengths - len, distance_};
+            if (len >= tabulated_lengths) return {};
+            return {prices_.lengths_.data() + len, tabulated_lengths - len, distance_};
         }
 
       private:
@@ -73,7 +74,7 @@ class m3_prices {
 
     const u8* text_;
     const m3_encoder_models& models_;
-    std::array<u32, listed_lengths> lengths_;     // prices by length
+    std::array<u32, tabulated_lengths> lengths_;  // prices by length
     std::array<u32, value_slots> distance_slots_; // prices by slot
 };
 

@@ -32,10 +32,10 @@ class m4_prices {
         for (u32 context = 0; context <= mask_; ++context) {
             main_[context] = base(models_.main[context]);
         }
-        list_distances();
+        tabulate_distances();
         length_ = base(models_.length);
         known_.fill(false);
-        for (u32 len = first_long; len < listed_lengths; ++len) {
+        for (u32 len = first_long; len < tabulated_lengths; ++len) {
             long_lengths_[len - first_long] = long_length(len);
         }
     }
@@ -58,8 +58,8 @@ class m4_prices {
                 return {prices_.short_lengths_[context_].data() + len - MinMatch, first_long - len,
                         distance_};
             }
-            if (len >= listed_lengths) return {};
-            return {prices_.long_lengths_.data() + len - first_long, listed_lengths - len,
+            if (len >= tabulated_lengths) return {};
+            return {prices_.long_lengths_.data() + len - first_long, tabulated_lengths - len,
                     prices_.main(context_, long_length_symbol) + distance_};
         }
 
@@ -72,7 +72,7 @@ class m4_prices {
     at_distance matches(u32 pos, u32 dist)
     {
         const u32 here = context(pos);
-        if (!known_[here]) list_short_lengths(here);
+        if (!known_[here]) tabulate_short_lengths(here);
         return {*this, here, dist};
     }
 
@@ -114,7 +114,7 @@ class m4_prices {
         return length_ - share(models_.length, value_slot(len - first_long));
     }
 
-    void list_short_lengths(u32 context)
+    void tabulate_short_lengths(u32 context)
     {
         known_[context] = true;
         for (u32 above_min = 0; above_min < short_lengths; ++above_min) {
@@ -122,7 +122,7 @@ class m4_prices {
         }
     }
 
-    void list_distances()
+    void tabulate_distances()
     {
         const u32 total = base(models_.distance);
         for (u32 slot = 0; slot < models_.distance.counts.symbols; ++slot) {
@@ -139,7 +139,7 @@ class m4_prices {
     std::array<u32, value_slots> distance_slots_; // prices by slot
     std::array<bool, m4_contexts> known_;         // contexts whose short lengths are listed
     std::array<std::array<u32, short_lengths>, m4_contexts> short_lengths_;
-    std::array<u32, listed_lengths - first_long> long_lengths_;
+    std::array<u32, tabulated_lengths - first_long> long_lengths_;
 };
 
 static_assert(price_list<m4_prices<3>>);

@@ -58,7 +58,7 @@ class m5_prices {
             }
         }
         known_.fill(false);
-        for (u32 len = MinMatch; len < listed_lengths; ++len) {
+        for (u32 len = MinMatch; len < tabulated_lengths; ++len) {
             lengths_[len] = length_value(len - MinMatch + m5_min_length_value);
         }
     }
@@ -85,10 +85,10 @@ class m5_prices {
         }
         price_run run(u32 len) const
         {
-            if (len >= listed_lengths) return {};
+            if (len >= tabulated_lengths) return {};
             const u32 length_class = m5_length_class(len - MinMatch + m5_min_length_value);
             const bool last_class = length_class == m5_length_classes - 1;
-            return {prices_.lengths_.data() + len, last_class ? listed_lengths - len : 1,
+            return {prices_.lengths_.data() + len, last_class ? tabulated_lengths - len : 1,
                     rest_ + slots_[length_class]};
         }
 
@@ -126,8 +126,8 @@ class m5_prices {
 
     u32 length(u32 len) const
     {
-        return len < listed_lengths ? lengths_[len]
-                                    : length_value(len - MinMatch + m5_min_length_value);
+        return len < tabulated_lengths ? lengths_[len]
+                                       : length_value(len - MinMatch + m5_min_length_value);
     }
 
     u32 length_value(u32 value) const
@@ -145,14 +145,14 @@ class m5_prices {
     u32 extra(u32 offset, u32 slot)
     {
         if (slot < plain_slots) return 0;
-        if (!known_[slot]) list_extra(slot);
+        if (!known_[slot]) tabulate_extra(slot);
         if (slot < m5_first_high_slot) return mid_[offset];
         const u32 direct = slot_extra_bits(slot) - m5_top_bits;
         return top_[slot - m5_first_high_slot][offset >> direct & top_mask] +
                direct * m5_direct_bit_price;
     }
 
-    void list_extra(u32 slot)
+    void tabulate_extra(u32 slot)
     {
         known_[slot] = true;
         if (slot < m5_first_high_slot) {
@@ -167,7 +167,7 @@ class m5_prices {
     const u8* text_;
     const m5_model& model_;
     std::array<std::array<u32, m5_length_classes>, value_slots> slots_;
-    std::array<u32, listed_lengths> lengths_; // by length
+    std::array<u32, tabulated_lengths> lengths_; // by length
     // Prices of extra bits, for the slots that have occurred in this window.
     std::array<bool, value_slots> known_;
     std::array<u32, slot_base(m5_first_high_slot)> mid_; // by distance less one

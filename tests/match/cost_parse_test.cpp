@@ -80,9 +80,9 @@ class test_prices {
         u32 operator()(u32 len) const { return prices.functions_.match(pos, len, dist); }
         price_run run(u32 len) const
         {
-            if (len >= listed_lengths) return {};
+            if (len >= tabulated_lengths) return {};
             constexpr u32 common = 0xFFFFF000;
-            const u32 count = std::min(1 + mixed(pos, len, dist, 40), listed_lengths - len);
+            const u32 count = std::min(1 + mixed(pos, len, dist, 40), tabulated_lengths - len);
             prices.listed_.resize(count);
             for (u32 k = 0; k < count; ++k) prices.listed_[k] = (*this)(len + k) - common;
             return {prices.listed_.data(), count, common};

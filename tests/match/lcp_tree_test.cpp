@@ -134,7 +134,7 @@ void expect_plain_tree(const bytes& block, const tree_options& options, lcp_scal
         if (node.members() > options.max_members) large += node.members();
     }
     for (u32 pos = 0; pos < size; ++pos) ASSERT_EQ(tree.leaf(pos), plain.leaf[pos]) << name << pos;
-    for (u32 pos = size; pos < size + positions_past; ++pos) {
+    for (u32 pos = size; pos < size + prefetch_padding; ++pos) {
         ASSERT_EQ(tree.leaf(pos), tree_root);
     }
     ASSERT_EQ(tree.average_large_nodes(), large / size);

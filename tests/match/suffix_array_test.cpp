@@ -94,7 +94,7 @@ TEST(suffix_arrays, have_9_or_12_bytes_per_suffix)
         suffix_arrays arrays;
         ASSERT_TRUE(arrays.allocate(size, twice, memory.get()));
         EXPECT_EQ(memory.bytes_in_use(),
-                  twice ? 12 * size + 4 * positions_past : 9 * size + 4 * positions_past + 1);
+                  twice ? 12 * size + 4 * prefetch_padding : 9 * size + 4 * prefetch_padding + 1);
     }
 }
 

@@ -29,19 +29,19 @@ inline std::vector<u32> many_distances(u32 max_dist)
 }
 
 /// Expects the runs of a match to have the prices of its single lengths: a run that starts at each
-/// length below listed_lengths, and none for longer ones.
+/// length below tabulated_lengths, and none for longer ones.
 template <class Price>
 void expect_runs_like_single_lengths(const Price& price, u32 min_match)
 {
-    for (u32 len = min_match; len < listed_lengths; ++len) {
+    for (u32 len = min_match; len < tabulated_lengths; ++len) {
         const price_run run = price.run(len);
         ASSERT_GE(run.count, 1U) << len;
-        ASSERT_LE(len + run.count, listed_lengths);
+        ASSERT_LE(len + run.count, tabulated_lengths);
         for (u32 k = 0; k < run.count; ++k) {
             ASSERT_EQ(run.prices[k] + run.common, price(len + k)) << len << " and " << k;
         }
     }
-    for (u32 len = listed_lengths; len <= max_window + window_overhang; ++len) {
+    for (u32 len = tabulated_lengths; len <= max_window + window_overhang; ++len) {
         ASSERT_EQ(price.run(len).count, 0U) << len;
     }
 }
