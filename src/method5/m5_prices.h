@@ -36,8 +36,9 @@ inline void m5_tree_prices(const m5_prob_pair* tree, u32 width, u32* prices)
     for (u32 count = 1; count < 1U << width; count *= 2) {
         for (u32 upper = count; upper-- != 0;) {
             const u32 price = prices[upper];
-            prices[2 * upper] = price + m5_bit_price(tree[count + upper], 0);
-            prices[2 * upper + 1] = price + m5_bit_price(tree[count + upper], 1);
+            u32* const extended = prices + usize{2} * upper;
+            extended[0] = price + m5_bit_price(tree[count + upper], 0);
+            extended[1] = price + m5_bit_price(tree[count + upper], 1);
         }
     }
 }
