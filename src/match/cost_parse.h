@@ -13,7 +13,7 @@
 //
 // Time: level 8 O(n) after the match lists; level 9 one relaxation per position and match length,
 // up to 2048 positions past the window's end.  Half of each match above 256 bytes is not searched.
-// Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the prices (up to 60 KiB) and the match
+// Stack: 16 KiB (level 8) or 80 KiB (level 9), and the prices (up to 60 KiB).  Memory: the match
 // lists or the search.
 #pragma once
 
@@ -66,8 +66,8 @@ class backward_parser {
     static_assert(Writer::min_match <= min_listed_match);
 
   public:
-    backward_parser(const block_text& text, match_lists lists, Prices prices)
-        : text_(text), lists_(std::move(lists)), prices_(std::move(prices))
+    backward_parser(const block_text& text, match_lists lists, Prices& prices)
+        : text_(text), lists_(std::move(lists)), prices_(prices)
     {
     }
 
@@ -121,7 +121,7 @@ class backward_parser {
   private:
     block_text text_;
     match_lists lists_;
-    Prices prices_;
+    Prices& prices_;
     std::array<u32, max_window + 1> costs_; // by position: of the tokens to the window's end
 };
 
@@ -132,8 +132,8 @@ inline constexpr u32 long_match = 256;
 template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
-    forward_parser(const block_text& text, const allocator& source, Prices prices)
-        : text_(text), prices_(std::move(prices)), search_(text, Writer::min_match, source)
+    forward_parser(const block_text& text, const allocator& source, Prices& prices)
+        : text_(text), prices_(prices), search_(text, Writer::min_match, source)
     {
         for (u32 pos = 1; pos < std::min(Writer::first_pos, text.size); ++pos) {
             search_.insert(pos);
@@ -226,7 +226,7 @@ class forward_parser {
     }
 
     block_text text_;
-    Prices prices_;
+    Prices& prices_;
     nearest_search search_;
     parse_nodes nodes_;
 };
@@ -247,11 +247,11 @@ void parse_windows(const block_text& text, Parser& parser, Writer& out)
 /// nothing without memory for the lists.
 template <price_list Prices, token_writer Writer>
 [[nodiscard]] std::optional<Writer> parse_backward(const block_text& text, const allocator& source,
-                                                   Prices prices, Writer out)
+                                                   Prices& prices, Writer out)
 {
     std::optional<match_lists> lists = find_match_lists(text, source);
     if (!lists) return {};
-    backward_parser<Prices, Writer> parser(text, std::move(*lists), std::move(prices));
+    backward_parser<Prices, Writer> parser(text, std::move(*lists), prices);
     parse_windows(text, parser, out);
     return out;
 }
@@ -259,10 +259,10 @@ template <price_list Prices, token_writer Writer>
 /// Parses a block forward, by `prices`, with the matches of a nearest_search.  Returns `out`.
 /// Without memory for all positions, fewer matches are found.
 template <price_list Prices, token_writer Writer>
-[[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices prices,
+[[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices& prices,
                                    Writer out)
 {
-    forward_parser<Prices, Writer> parser(text, source, std::move(prices));
+    forward_parser<Prices, Writer> parser(text, source, prices);
     parse_windows(text, parser, out);
     return out;
 }

@@ -8,7 +8,7 @@ u64 search_memory(const codec_parameters& parameters, u32 len)
 {
     switch (parameters.level) {
     case 9:
-        return trie::memory_for(len);
+        return nearest_search::memory_for(len);
     case 8:
         return match_list_memory(len);
     default:

@@ -39,9 +39,6 @@ constexpr bool can_have_tree(u32 size)
     return sizeof(void*) > sizeof(u32) && size <= max_tree_block;
 }
 
-/// Memory of a tree and of the arrays it is built from, per byte of the block.
-inline constexpr u32 tree_bytes = 12;
-
 /// Common prefixes are capped at this length.
 inline constexpr u32 max_tree_length = 256;
 
@@ -111,6 +108,13 @@ class lcp_tree {
     [[nodiscard]] bool build(const block_text& text, suffix_arrays& arrays,
                              const tree_options& options, const allocator& source);
 
+    /// Memory for a tree of `size` positions and for what it is built from, without wide nodes, in
+    /// bytes.
+    static constexpr u64 memory_for(u32 size)
+    {
+        return (u64{3} * size + prefetch_padding) * sizeof(u32);
+    }
+
     /// The average number of large nodes on the path of a position.
     u32 average_large_nodes() const { return average_large_nodes_; }
 
@@ -127,8 +131,10 @@ class lcp_tree {
     /// call.  Called for each position in turn.
     [[gnu::always_inline]] void prefetch_after(u32 pos)
     {
+        constexpr u32 step = 3;
+        static_assert(prefetch_padding % step == 0 && prefetch_padding < max_cursors);
         start_cursor(pos + prefetch_padding);
-        for (u32 distance : {21U, 18U, 15U, 12U, 9U, 6U, 3U}) {
+        for (u32 distance = prefetch_padding - step; distance != 0; distance -= step) {
             tree_ref& at = prefetch_cursors_[(pos + distance) % prefetch_cursors_.size()];
             at = node(at).parent();
             prefetch(at);
@@ -140,6 +146,8 @@ class lcp_tree {
     owned_array<u32> leaves_memory;
 
   private:
+    static constexpr u32 max_cursors = 64;
+
     void join_words(const suffix_arrays& arrays);
     void start_cursor(u32 pos)
     {
@@ -153,7 +161,7 @@ class lcp_tree {
     u32* leaf_ = nullptr;
     owned_array<wide_node> wide_;
     u32 average_large_nodes_ = 0;
-    std::array<tree_ref, 64> prefetch_cursors_{};
+    std::array<tree_ref, max_cursors> prefetch_cursors_{};
 };
 
 } // namespace quarnex

@@ -47,14 +47,14 @@ inline constexpr lcp_scale match_list_scale{0, max_listed_match};
 struct match_lists {
     owned_array<u8> mlen;  // by position: length of its match, 0 for none
     owned_array<u32> mpos; // by position: where its match is
+    // In blocks with room for a tree the two keep its memory: 12 bytes per position.
 };
 
 /// Upper bound on the memory of find_match_lists() for a block of `n` bytes: that of a tree; or the
 /// suffix array and the LCP array (5) and the lists (5), one of which is a work array at first.
 constexpr u64 match_list_memory(u32 n)
 {
-    constexpr u32 small_things = 128;
-    return u64{n} * (can_have_tree(n) ? tree_bytes : 10) + small_things;
+    return can_have_tree(n) ? lcp_tree::memory_for(n) : u64{10} * n + 128;
 }
 
 /// Lists the matches of a block of 1 to 2^31 - 1 bytes, in memory from `source`.  Returns nothing

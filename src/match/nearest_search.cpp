@@ -17,9 +17,9 @@ constexpr u32 min_tree_block = 1024;
 bool has_few_keys(const block_text& text)
 {
     constexpr u64 factor = 0x9E3779B97F4A7C15;
-    constexpr u32 most = 1024, slots = 2 * most;
-    const u32 rate_bits = static_cast<u32>(std::bit_width(text.size / (8 * most)));
-    const u32 wanted = (text.size >> rate_bits) / 16;
+    constexpr u32 sample = 1024, slots = 2 * sample;
+    const u32 rate_bits = static_cast<u32>(std::bit_width(text.size / (8 * sample)));
+    const u32 enough = (text.size >> rate_bits) / 16;
     u64 power = 1; // factor of the byte that leaves the key
     for (u32 k = 0; k < trie_depth; ++k) power *= factor;
     std::array<u32, slots> seen{};
@@ -36,7 +36,7 @@ bool has_few_keys(const block_text& text)
         while (seen[slot] != 0 && seen[slot] != key) slot = (slot + 1) % slots;
         if (seen[slot] == key) continue;
         seen[slot] = key;
-        if (++count >= wanted) return false;
+        if (++count >= enough) return false;
     }
     return true;
 }

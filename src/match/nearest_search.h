@@ -25,6 +25,13 @@ class nearest_search {
     /// `source`.  Lengths below `min_length`, 2 or more, are not needed.
     nearest_search(const block_text& text, u32 min_length, const allocator& source);
 
+    /// Upper bound on the memory for a block of `size` bytes, in bytes: that of the trie and, while
+    /// the search changes to it, that of the tree.
+    static constexpr u64 memory_for(u32 size)
+    {
+        return trie::memory_for(size) + (can_have_tree(size) ? nearest_tree::memory_for(size) : 0);
+    }
+
     /// Inserts `count` positions from `pos` on.
     void insert(u32 pos, u32 count = 1);
 

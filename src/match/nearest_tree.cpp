@@ -1,5 +1,7 @@
 #include "match/nearest_tree.h"
 
+#include <cassert>
+
 namespace quarnex {
 namespace {
 
@@ -45,6 +47,7 @@ template <bool Report>
 {
     tree_.prefetch_after(pos);
     u32 below = 0; // the latest position of the node below, or 0 for none
+    assert(!is_left_out(pos));
     for (tree_ref ref = tree_.leaf(pos); ref != tree_root;) {
         const tree_node node = tree_.node(ref);
         if ((node.word & special_nodes) != 0) [[unlikely]]

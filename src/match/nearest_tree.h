@@ -28,6 +28,13 @@ namespace quarnex {
 
 class nearest_tree {
   public:
+    /// Upper bound on the memory for a block of `size` bytes, in bytes.
+    static constexpr u64 memory_for(u32 size)
+    {
+        return lcp_tree::memory_for(size) +
+               size / (wide_children - 1) * u64{sizeof(lcp_tree::wide_node)};
+    }
+
     /// Builds the tree of a block.  Matches of less than `min_length` bytes, 2 or more, are not
     /// needed.  Returns false without memory, or if the walks would be too long.
     [[nodiscard]] bool build(const block_text& text, u32 min_length, const allocator& source);

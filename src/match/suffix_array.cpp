@@ -46,6 +46,8 @@ bool suffix_arrays::allocate(u32 n, bool twice, const allocator& source)
 {
     assert(n != 0 && n <= INT32_MAX);
     size = n;
+    room.reset();
+    by_position.reset();
     const usize spare = twice ? n : 0;
     const usize lcp_size = usize{n} + 1;
     room = make_zeroed_table<u32>(source, spare + n, spare + n);

@@ -41,9 +41,9 @@ struct suffix_arrays {
     owned_array<u32> by_position; // a work array
     owned_array<u8> lcp_memory;   // null if `lcp` is at the end of `by_position`
 
-    /// Allocates the arrays for `n` suffixes, from 1 to 2^31 - 1.  With `twice`, `room` has `n`
-    /// more numbers before `sa`, and the total is 12 bytes per suffix; otherwise it is 9.  Returns
-    /// false without memory.
+    /// Replaces the arrays by those for `n` suffixes, from 1 to 2^31 - 1.  With `twice`, `room` has
+    /// `n` more numbers before `sa`, and the total is 12 bytes per suffix; otherwise it is 9.
+    /// Returns false without memory.
     [[nodiscard]] bool allocate(u32 n, bool twice, const allocator& source);
 
     /// Sorts the suffixes of the block and computes their LCP array.  Overwrites the part of `room`

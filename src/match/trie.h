@@ -45,7 +45,7 @@ inline constexpr u32 trie_prefetch_distance = 24;
 inline constexpr u32 trie_reads_past =
     trie_depth + std::max(equal_bytes_overread, trie_prefetch_distance);
 
-/// An earlier position that shares more than `length` bytes with the position looked up.
+/// An earlier position that shares at least `length` bytes with the position looked up.
 struct trie_record {
     u32 length;
     u32 pos;

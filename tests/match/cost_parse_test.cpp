@@ -121,7 +121,7 @@ parse_result parse(const bytes& block, const price_functions& functions, writer_
     std::copy(block.begin(), block.end(), text.get());
     const block_text view{text.get(), static_cast<u32>(block.size()), limits.max_dist};
     parse_result result;
-    const test_prices prices(functions, result.windows);
+    test_prices prices(functions, result.windows);
     if constexpr (Level == 8)
         result.found =
             parse_backward(view, system_allocator, prices, writer{limits.full_at}).value().tokens;

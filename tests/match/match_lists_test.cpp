@@ -348,10 +348,28 @@ TEST(match_lists, do_not_exist_without_memory_for_each_of_their_arrays)
     }
 }
 
+TEST(match_lists, are_merged_in_memory_too_small_for_a_tree)
+{
+    const bytes block =
+        test::joined({test::find_shape("text").make(200000, 1), bytes(search_reads_past)});
+    const auto expected = find_match_lists({block.data(), 200000}, system_allocator);
+    ASSERT_TRUE(expected);
+    for (const usize bytes_per_position : {10U, 11U, 12U}) {
+        test::limited_allocator memory;
+        memory.refuse_above(bytes_per_position * 200000 + 128);
+        const auto lists = find_match_lists({block.data(), 200000}, memory.get());
+        ASSERT_TRUE(lists) << bytes_per_position;
+        for (u32 pos = 0; pos < 200000; ++pos) {
+            ASSERT_EQ(lists->mlen[pos], expected->mlen[pos]);
+            ASSERT_TRUE(lists->mlen[pos] == 0 || lists->mpos[pos] == expected->mpos[pos]);
+        }
+    }
+}
+
 TEST(match_lists, take_no_more_memory_than_announced)
 {
     for (const auto& [shape, calls] : list_sources) {
-        for (const u32 size : {1U, 100U, 100000U}) {
+        for (const u32 size : {1U, 100U, 100000U, 200000U}) {
             const bytes block =
                 test::joined({test::find_shape(shape).make(size, 1), bytes(search_reads_past)});
             test::limited_allocator memory;

@@ -172,6 +172,17 @@ TEST(nearest_search, equals_the_trie_if_the_end_is_inserted_again)
     }
 }
 
+TEST(nearest_search, takes_no_more_memory_than_announced)
+{
+    const bytes block = test::find_shape("text").make(100000, 1);
+    const steps way{
+        {search_step::find, 90000}, {search_step::go_back, 500}, {search_step::find, 10000}};
+    test::limited_allocator memory;
+    memory.refuse_above(nearest_search::memory_for(100000));
+    ASSERT_NO_FATAL_FAILURE(expect_matches_of_the_trie(block, way, trees, "text", memory.get()));
+    EXPECT_EQ(memory.in_use(), 0U);
+}
+
 TEST(nearest_search, without_memory_for_the_tree_has_a_trie)
 {
     if (!trees) GTEST_SKIP() << "has no trees";
