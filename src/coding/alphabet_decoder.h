@@ -58,8 +58,10 @@ codec_result decode_alphabet(Source source, u8* const block, const u32 size)
                 end = pos + len;
                 // The copy's last stores may still be in flight.  If the match doesn't overlap
                 // itself, its source holds the same byte, which can be loaded at once.
-                const u32 same_end = end - (dist < len ? 0 : dist);
-                source.set_context(block[same_end - 1]);
+                if (dist >= len) [[likely]]
+                    source.set_context(block[end - dist - 1]);
+                else
+                    source.set_context(block[end - 1]);
             } else {
                 end = copy_last_match<MinMatch>(block, size, pos, dist, coded_len);
                 if (end < size) source.set_context(block[end - 1]);

@@ -3,7 +3,8 @@
 // Algorithm: the parse is a shortest path through the positions of a window, with tokens as edges
 // and their prices as lengths (Schuegraf and Heaps 1974; Storer and Szymanski 1982), found by
 // dynamic programming.  Level 8 goes backward, with one match per position (match_lists.h), taken
-// whole or not at all.  Level 9 goes forward and relaxes every length of every match (trie.h).
+// whole or not at all.  Level 9 goes forward and relaxes every length of every match
+// (nearest_search.h), many lengths at once (parse_nodes.h).
 //
 // The textbook form plans the whole block, which needs prices that do not change.  Prices of
 // adaptive coders depend on the tokens before.  So the block is cut into windows: prices are frozen
@@ -12,12 +13,14 @@
 //
 // Time: level 8 O(n) after the match lists; level 9 one relaxation per position and match length,
 // up to 2048 positions past the window's end.  Half of each match above 256 bytes is not searched.
-// Memory: 16 KiB (level 8) or 76 KiB (level 9), besides the match lists or the trie.
+// Stack: 16 KiB (level 8) or 80 KiB (level 9), and the prices (up to 60 KiB).  Memory: the match
+// lists or the search.
 #pragma once
 
 #include "match/concepts.h"
 #include "match/match_lists.h"
-#include "match/trie.h"
+#include "match/nearest_search.h"
+#include "match/parse_nodes.h"
 
 #include <algorithm>
 #include <array>
@@ -31,17 +34,17 @@ namespace quarnex {
 ///
 /// start_window() freezes the prices at the coder's current state.  literal() returns the price of
 /// the literal at a position.  matches() returns a function that maps the length of a match at this
-/// position and distance to its price.
+/// position and distance to its price, and has a run(): for a length below tabulated_lengths, it
+/// returns the prices of this length and of none, some or all longer ones below tabulated_lengths;
+/// for any other length, an empty run.
 template <class P>
 concept price_list = requires(P prices, const P& const_prices, u32 pos, u32 len, u32 dist)
 {
     prices.start_window();
     requires std::same_as<decltype(const_prices.literal(pos)), u32>;
     requires std::same_as<decltype(prices.matches(pos, dist)(len)), u32>;
+    requires std::same_as<decltype(prices.matches(pos, dist).run(len)), price_run>;
 };
-
-/// Maximum number of positions in a window.
-inline constexpr u32 max_window = 4096;
 
 /// The lengths of the windows of a block: 512, doubled up to max_window.
 class window_lengths {
@@ -63,8 +66,8 @@ class backward_parser {
     static_assert(Writer::min_match <= min_listed_match);
 
   public:
-    backward_parser(const block_text& text, match_lists lists, Prices prices)
-        : text_(text), lists_(std::move(lists)), prices_(std::move(prices))
+    backward_parser(const block_text& text, match_lists lists, Prices& prices)
+        : text_(text), lists_(std::move(lists)), prices_(prices)
     {
     }
 
@@ -118,81 +121,22 @@ class backward_parser {
   private:
     block_text text_;
     match_lists lists_;
-    Prices prices_;
+    Prices& prices_;
     std::array<u32, max_window + 1> costs_; // by position: of the tokens to the window's end
 };
-
-/// Positions by which a match of the forward parse can extend past the window.
-inline constexpr u32 window_overhang = 2048;
 
 /// In a match longer than this, the positions of the first half are inserted but not searched.
 inline constexpr u32 long_match = 256;
 
-/// Shortest paths from the start of a window to its positions and to those just past it, as
-/// parallel arrays by position.
-struct parse_nodes {
-    static constexpr u32 max_count = max_window + window_overhang + 1;
-    static constexpr i32 unreached_cost = 0x3FFFFFFF;
-    static constexpr u32 unreached = UINT32_MAX;
-
-    std::array<i32, max_count> cost; // of the shortest path
-    std::array<u32, max_count> prev; // where its last token starts
-    std::array<u32, max_count> dist; // distance of its last token, 0 for a literal, or unreached
-
-    /// Resets nodes 0 (the start) through `last`.
-    void clear(u32 last)
-    {
-        assert(last < max_count);
-        for (u32 k = 1; k <= last; ++k) prev[k] = k - 1;
-        std::fill_n(cost.begin(), last + 1, unreached_cost);
-        std::fill_n(dist.begin(), last + 1, unreached);
-        cost[0] = 0;
-        prev[0] = 0;
-    }
-
-    /// Relaxes the edge of a token from `start` to `end`: takes it if it is strictly cheaper.
-    void relax(u32 start, u32 end, u32 price, u32 distance)
-    {
-        assert(start < end && end < max_count);
-        const auto sum = static_cast<i32>(static_cast<u32>(cost[start]) + price);
-        const bool cheaper = sum < cost[end];
-        cost[end] = cheaper ? sum : cost[end];
-        prev[end] = cheaper ? start : prev[end];
-        dist[end] = cheaper ? distance : dist[end];
-    }
-
-    /// Reverses, in place, the path to the farthest node reached: for each node on it, `prev` is
-    /// now the end of the token that starts there, and `dist` the token's distance.  Returns the
-    /// path's end.
-    u32 reverse_path(u32 last)
-    {
-        u32 end = last;
-        while (dist[end] == unreached) {
-            assert(end > 1); // a literal reaches node 1
-            --end;
-        }
-        u32 next = end;
-        u32 token_dist = dist[end];
-        for (u32 at = prev[end]; next != 0;) {
-            const u32 before = prev[at];
-            prev[at] = next;
-            next = at;
-            at = before;
-            std::swap(dist[next], token_dist);
-        }
-        return end;
-    }
-};
-
-/// The forward parse of a block: every length of every match that the trie finds.
+/// The forward parse of a block: every length of every match found.
 template <price_list Prices, token_writer Writer>
 class forward_parser {
   public:
-    forward_parser(const block_text& text, const allocator& source, Prices prices)
-        : text_(text), prices_(std::move(prices)), trie_(text, source)
+    forward_parser(const block_text& text, const allocator& source, Prices& prices)
+        : text_(text), prices_(prices), search_(text, Writer::min_match, source)
     {
         for (u32 pos = 1; pos < std::min(Writer::first_pos, text.size); ++pos) {
-            trie_.trie_insert(pos);
+            search_.insert(pos);
         }
     }
 
@@ -210,7 +154,7 @@ class forward_parser {
             const u32 longest = relax_matches(pos, i, last - i);
             if (longest <= long_match) continue;
             const u32 skipped = std::min(longest / 2, length - i) - 1;
-            trie_.trie_insert(pos + 1, skipped);
+            search_.insert(pos + 1, skipped);
             i += skipped;
         }
     }
@@ -241,16 +185,21 @@ class forward_parser {
     {
         const u32 limit = std::min(room, text_.size - pos);
         u32 longest = Writer::min_match - 1;
-        const u32 count = trie_.trie_matches(pos, records_);
-        for (u32 k = 0; k < count; ++k) {
-            const trie_record& found = records_[k];
+        for (const trie_record& found : search_.find(pos)) {
             const u32 dist = pos - found.pos;
-            // After a path that ended inside its window, the trie holds later positions too.
+            // After a path that ended inside its window, later positions are found too.
             if (found.pos >= pos || dist > text_.max_dist) continue;
             u32 len = std::min(found.length, limit);
-            len += equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
+            if (len >= search_.exact_lengths())
+                len +=
+                    equal_bytes(text_.data + pos + len, text_.data + found.pos + len, limit - len);
             if (len <= longest) continue;
-            const auto price = prices_.matches(pos, dist);
+            auto price = prices_.matches(pos, dist);
+            if (len - longest >= parse_nodes::vector_nodes) {
+                relax_lengths(start, longest + 1, len, price, dist);
+                longest = len;
+                continue;
+            }
             while (longest < len) {
                 ++longest;
                 nodes_.relax(start, start + longest, price(longest), dist);
@@ -259,11 +208,27 @@ class forward_parser {
         return longest;
     }
 
+    /// Relaxes a match at node `start` in all lengths from `first` to `last`.
+    template <class Price>
+    void relax_lengths(u32 start, u32 first, u32 last, const Price& price, u32 dist)
+    {
+        for (u32 len = first; len <= last;) {
+            price_run run = price.run(len);
+            if (run.count == 0) {
+                nodes_.relax(start, start + len, price(len), dist);
+                ++len;
+                continue;
+            }
+            run.count = std::min(run.count, last + 1 - len);
+            nodes_.relax(start, start + len, run, dist);
+            len += run.count;
+        }
+    }
+
     block_text text_;
-    Prices prices_;
-    trie trie_;
+    Prices& prices_;
+    nearest_search search_;
     parse_nodes nodes_;
-    trie_records records_;
 };
 
 /// Plans and writes a block window by window.  Stops early when `out` is full.
@@ -282,22 +247,22 @@ void parse_windows(const block_text& text, Parser& parser, Writer& out)
 /// nothing without memory for the lists.
 template <price_list Prices, token_writer Writer>
 [[nodiscard]] std::optional<Writer> parse_backward(const block_text& text, const allocator& source,
-                                                   Prices prices, Writer out)
+                                                   Prices& prices, Writer out)
 {
     std::optional<match_lists> lists = find_match_lists(text, source);
     if (!lists) return {};
-    backward_parser<Prices, Writer> parser(text, std::move(*lists), std::move(prices));
+    backward_parser<Prices, Writer> parser(text, std::move(*lists), prices);
     parse_windows(text, parser, out);
     return out;
 }
 
-/// Parses a block forward, by `prices`, with the matches of a trie.  Returns `out`.  Where the trie
-/// runs out of memory it finds fewer matches.
+/// Parses a block forward, by `prices`, with the matches of a nearest_search.  Returns `out`.
+/// Without memory for all positions, fewer matches are found.
 template <price_list Prices, token_writer Writer>
-[[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices prices,
+[[nodiscard]] Writer parse_forward(const block_text& text, const allocator& source, Prices& prices,
                                    Writer out)
 {
-    forward_parser<Prices, Writer> parser(text, source, std::move(prices));
+    forward_parser<Prices, Writer> parser(text, source, prices);
     parse_windows(text, parser, out);
     return out;
 }

@@ -8,9 +8,9 @@ u64 search_memory(const codec_parameters& parameters, u32 len)
 {
     switch (parameters.level) {
     case 9:
-        return trie::memory_for(len);
+        return nearest_search::memory_for(len);
     case 8:
-        return u64{len} * match_list_bytes;
+        return match_list_memory(len);
     default:
         assert(parameters.hash_bits >= 0 && parameters.hash_bits < 62);
         assert(parameters.chain_bits >= 0 && parameters.chain_bits <= 8);

@@ -42,8 +42,7 @@ template <price_list Prices, token_writer Writer>
 codec_result encode_backward(const codec_job& job, Prices prices, Writer out)
 {
     return finish_stream<Writer>(
-        job,
-        parse_backward(text_of<Writer>(job), job.memory->source, std::move(prices), std::move(out)),
+        job, parse_backward(text_of<Writer>(job), job.memory->source, prices, std::move(out)),
         codec_status::no_lists);
 }
 
@@ -51,8 +50,7 @@ codec_result encode_backward(const codec_job& job, Prices prices, Writer out)
 template <price_list Prices, token_writer Writer>
 codec_result encode_forward(const codec_job& job, Prices prices, Writer out)
 {
-    Writer writer =
-        parse_forward(text_of<Writer>(job), job.memory->source, std::move(prices), std::move(out));
+    Writer writer = parse_forward(text_of<Writer>(job), job.memory->source, prices, std::move(out));
     return shorter_stream(job, writer.finish());
 }
 

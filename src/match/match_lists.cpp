@@ -1,21 +1,24 @@
 #include "match/match_lists.h"
 
+#include "match/lcp_intervals.h"
+#include "match/path_lists.h"
+
 #include <algorithm>
 #include <array>
 #include <cassert>
 #include <cstring>
-#include <divsufsort.h>
 #include <span>
 #include <utility>
 
 namespace quarnex {
 namespace {
 
-/// Larger intervals list matches only for members that have none yet.
-constexpr u32 max_merged_members = 16384;
+/// With more small intervals around a position, on average, merging is faster than walking up the
+/// tree.
+constexpr u32 max_small_nodes = 12;
 
-/// Positions by which prefetches run ahead.
-constexpr u32 prefetch_distance = 16;
+/// In smaller blocks merging is faster too.
+constexpr u32 min_walk_block = 1 << 17;
 
 /// The lists of a block under construction.
 class list_builder {
@@ -77,7 +80,7 @@ class interval_merger {
             lists.offer(members[1], members[0], len);
             return;
         }
-        assert(members.size() <= max_merged_members);
+        assert(members.size() <= max_full_interval);
         const auto [first, last] = largest_part(lcp, members.size(), len);
         u32* const begin = members.data();
         const usize before = first, after = members.size() - last;
@@ -124,14 +127,46 @@ class interval_merger {
         }
     }
 
-    std::array<u32, max_merged_members> others_;
+    std::array<u32, max_full_interval> others_;
 };
 
-/// An LCP interval whose end has not been reached.
-struct open_interval {
-    u32 len;   // bytes that its members share
-    u32 first; // its first index in the suffix array
-    u32 begin; // index of its first kept member
+/// Lists the matches of intervals as they end.  The members of open intervals are kept at the start
+/// of the suffix array.
+class interval_lister {
+  public:
+    interval_lister(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
+        : sa_(sa), size_(n), lcp_(lcp), lists_(mpos, mlen)
+    {
+    }
+
+    u32 add(u32 k)
+    {
+        if (k + suffix_prefetch_distance < size_)
+            lists_.prefetch(sa_[k + suffix_prefetch_distance]);
+        sa_[kept_] = sa_[k];
+        return kept_++;
+    }
+
+    void close(const lcp_interval& ending, u32 next)
+    {
+        const std::span members(sa_ + ending.mark, kept_ - ending.mark);
+        if (next - ending.first > max_full_interval) {
+            close_large_interval(members, ending.length, lists_);
+            kept_ = ending.mark + 1;
+        } else {
+            merger_.close(members, lcp_ + ending.first, ending.length, lists_);
+        }
+    }
+
+    void top(u32 mark) { kept_ = mark; }
+
+  private:
+    u32* sa_;
+    u32 size_;
+    const u8* lcp_;
+    list_builder lists_;
+    interval_merger merger_;
+    u32 kept_ = 0;
 };
 
 } // namespace
@@ -146,81 +181,39 @@ void sort_u32(u32* numbers, usize count)
     }
 }
 
-bool lcp_bytes(const u8* text, const u32* sa, u32 n, u8* lcp, const allocator& source)
-{
-    // The Phi permutation: by position, the preceding suffix in the suffix array.  It is
-    // overwritten by the permuted LCP array (PLCP): by position, the bytes shared with that suffix.
-    // From one position to the next these drop by at most one, so the comparison resumes there.
-    assert(n != 0);
-    const owned_array<u32> phi = make_array<u32>(source, n);
-    if (!phi) return false;
-    phi[sa[0]] = sa[0]; // itself: no predecessor
-    for (u32 k = 1; k < n; ++k) phi[sa[k]] = sa[k - 1];
-    u32 len = 0;
-    for (u32 pos = 0; pos < n; ++pos) {
-        if (pos + prefetch_distance < n)
-            __builtin_prefetch(text + phi[pos + prefetch_distance] + len);
-        const u32 preceding = phi[pos];
-        if (preceding != pos) {
-            const u32 room = std::min(max_listed_match, n - std::max(pos, preceding));
-            if (len < room)
-                len += equal_bytes(text + pos + len, text + preceding + len, room - len);
-            phi[pos] = len;
-        }
-        if (len != 0) --len;
-    }
-    for (u32 k = 1; k < n; ++k) lcp[k] = static_cast<u8>(phi[sa[k]]);
-    return true;
-}
-
 void sa_match_lists(u32* sa, u32 n, const u8* lcp, u32* mpos, u8* mlen)
 {
-    list_builder lists(mpos, mlen);
-    interval_merger merger;
-    assert(n != 0 && lcp[0] == 0 && lcp[n] == 0);
-    // Stack of the intervals around the current index, by ascending length.
-    std::array<open_interval, max_listed_match + 2> open;
-    usize depth = 0;
-    open[0] = {0, 0, 0};
-    u32 kept = 0; // members of open intervals, kept at the start of `sa`
-    for (u32 next = 1; next <= n; ++next) {
-        if (next + prefetch_distance <= n) lists.prefetch(sa[next + prefetch_distance - 1]);
-        u32 first = next - 1;
-        u32 begin = kept;
-        sa[kept++] = sa[next - 1];
-        const u32 len = lcp[next];
-        for (; open[depth].len > len; --depth) {
-            first = open[depth].first;
-            begin = open[depth].begin;
-            const std::span members(sa + begin, kept - begin);
-            if (open[depth].len < min_listed_match) {
-                kept = begin;
-            } else if (next - first > max_merged_members) {
-                close_large_interval(members, open[depth].len, lists);
-                kept = begin + 1;
-            } else {
-                merger.close(members, lcp + first, open[depth].len, lists);
-            }
-        }
-        if (open[depth].len < len) open[++depth] = {len, first, begin};
-    }
+    interval_lister lister(sa, n, lcp, mpos, mlen);
+    visit_lcp_intervals(
+        n, [=](u32 k) { return lcp[k] >= min_listed_match ? u32{lcp[k]} : 0; }, lister);
+}
+
+owned_array<u8> as_bytes(owned_array<u32> numbers)
+{
+    const return_memory back = numbers.get_deleter();
+    return {reinterpret_cast<u8*>(numbers.release()), back};
 }
 
 std::optional<match_lists> find_match_lists(const block_text& text, const allocator& source)
 {
     const u32 n = text.size;
-    assert(n != 0 && n <= INT32_MAX);
-    // The sorter's indexes are signed, but negative only in intermediate steps.
-    const owned_array<u32> sa = make_array<u32>(source, n);
-    if (!sa) return {};
-    const bool sorted =
-        divsufsort(text.data, reinterpret_cast<saidx_t*>(sa.get()), static_cast<saidx_t>(n)) == 0;
-    const owned_array<u8> lcp = make_zeroed_array<u8>(source, usize{n} + 1);
-    if (!lcp) return {};
-    const bool compared = sorted && lcp_bytes(text.data, sa.get(), n, lcp.get(), source);
-    match_lists lists{make_zeroed_table<u8>(source, n, n), make_zeroed_table<u32>(source, n, n)};
-    if (!lists.mlen || !lists.mpos) return {};
-    if (compared) sa_match_lists(sa.get(), n, lcp.get(), lists.mpos.get(), lists.mlen.get());
+    suffix_arrays arrays;
+    const bool tree_room =
+        can_have_tree(n) && n >= min_walk_block && arrays.allocate(n, true, source);
+    if (!tree_room && !arrays.allocate(n, false, source)) return {};
+    const bool sorted = arrays.sort(text, match_list_scale);
+    match_lists lists;
+    if (!tree_room) {
+        lists = {make_zeroed_table<u8>(source, n, n), std::move(arrays.by_position)};
+    } else {
+        if (sorted && average_small_nodes(arrays, path_list_options) <= max_small_nodes)
+            return path_match_lists(text, arrays, source);
+        // In each array there is room for a list before the LCP array or the suffix array.
+        lists = {as_bytes(std::move(arrays.by_position)), std::move(arrays.room)};
+        std::fill_n(lists.mlen.get(), n, u8{0});
+    }
+    if (!lists.mlen) return {};
+    if (sorted) sa_match_lists(arrays.sa, n, arrays.lcp, lists.mpos.get(), lists.mlen.get());
     return lists;
 }
 

@@ -1,4 +1,7 @@
-// match/trie.h - match finder of level 9: a radix tree of the block's positions
+// match/trie.h - a match finder of level 9: a radix tree of the block's positions
+//
+// It serves the blocks that nearest_search.h lists; the others have a tree of LCP intervals, which
+// finds the same matches.
 //
 // Algorithm: a byte-wise radix tree (path-compressed, as Patricia; Morrison 1968) of the first 256
 // bytes at each earlier position, with adaptive node sizes (trie_nodes.h).  Each node stores the
@@ -42,7 +45,7 @@ inline constexpr u32 trie_prefetch_distance = 24;
 inline constexpr u32 trie_reads_past =
     trie_depth + std::max(equal_bytes_overread, trie_prefetch_distance);
 
-/// An earlier position that shares more than `length` bytes with the position looked up.
+/// An earlier position that shares at least `length` bytes with the position looked up.
 struct trie_record {
     u32 length;
     u32 pos;

@@ -7,6 +7,8 @@
 #include "match/cost_parse.h"
 #include "method2/m2_format.h"
 
+#include <array>
+
 namespace quarnex {
 
 template <u32 MinMatch>
@@ -28,12 +30,26 @@ class m2_prices {
         {
             return m2_gamma_bits(m2_match_code<MinMatch>(len)) + distance_bits_;
         }
+        price_run run(u32 len) const
+        {
+            if (len >= tabulated_lengths) return {};
+            return {lengths.data() + len, tabulated_lengths - len, distance_bits_};
+        }
 
       private:
         u32 distance_bits_;
     };
 
     at_distance matches(u32 /*pos*/, u32 dist) const { return at_distance(dist); }
+
+  private:
+    static constexpr std::array<u32, tabulated_lengths> lengths = [] {
+        std::array<u32, tabulated_lengths> bits{};
+        for (u32 len = MinMatch; len < bits.size(); ++len) {
+            bits[len] = m2_gamma_bits(m2_match_code<MinMatch>(len));
+        }
+        return bits;
+    }();
 };
 
 static_assert(price_list<m2_prices<3>>);

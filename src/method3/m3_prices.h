@@ -1,10 +1,13 @@
 // method3/m3_prices.h - token prices of method 3
 //
-// In bits: the code lengths in force when a window is planned.
+// In bits: the code lengths in force when a window is planned.  Prices of lengths and distances are
+// tabulated at the window's start.
 #pragma once
 
 #include "match/cost_parse.h"
 #include "method3/m3_tokens.h"
+
+#include <array>
 
 namespace quarnex {
 
@@ -14,7 +17,13 @@ class m3_prices {
     /// Prices for the block `text`.
     m3_prices(const u8* text, const m3_encoder_models& models) : text_(text), models_(models) {}
 
-    void start_window() {}
+    void start_window()
+    {
+        for (u32 len = MinMatch; len < tabulated_lengths; ++len) lengths_[len] = length(len);
+        for (u32 slot = 0; slot < models_.distance.counts.symbols; ++slot) {
+            distance_slots_[slot] = slot_price(models_.distance, slot);
+        }
+    }
 
     u32 literal(u32 pos) const { return main(text_[pos]); }
 
@@ -22,11 +31,20 @@ class m3_prices {
     class at_distance {
       public:
         at_distance(const m3_prices& prices, u32 dist)
-            : prices_(prices), distance_(value(prices.models_.distance, dist - 1))
+            : prices_(prices), distance_(prices.distance_slots_[value_slot(dist - 1)])
         {
         }
 
-        u32 operator()(u32 len) const { return prices_.length(len) + distance_; }
+        u32 operator()(u32 len) const
+        {
+            return (len < tabulated_lengths ? prices_.lengths_[len] : prices_.length(len)) +
+                   distance_;
+        }
+        price_run run(u32 len) const
+        {
+            if (len >= tabulated_lengths) return {};
+            return {prices_.lengths_.data() + len, tabulated_lengths - len, distance_};
+        }
 
       private:
         const m3_prices& prices_;
@@ -42,20 +60,22 @@ class m3_prices {
     {
         const u32 above_min = len - MinMatch;
         if (above_min < short_lengths) return main(literal_symbols + above_min);
-        return main(long_length_symbol) + value(models_.length, above_min - short_lengths);
+        return main(long_length_symbol) +
+               slot_price(models_.length, value_slot(above_min - short_lengths));
     }
 
-    /// Returns the price of a value: its slot's code and its extra bits.
+    /// Returns the price of any value of a slot: the slot's code and extra bits.
     template <class Model>
-    static u32 value(const Model& model, u32 number)
+    static u32 slot_price(const Model& model, u32 slot)
     {
-        const u32 slot = value_slot(number);
         const u32 extra = slot < plain_slots ? 0 : slot_extra_bits(slot);
         return model.tables.codes[slot].length + extra;
     }
 
     const u8* text_;
     const m3_encoder_models& models_;
+    std::array<u32, tabulated_lengths> lengths_;  // prices by length
+    std::array<u32, value_slots> distance_slots_; // prices by slot
 };
 
 static_assert(price_list<m3_prices<3>>);

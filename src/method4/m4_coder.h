@@ -5,7 +5,7 @@
 #pragma once
 
 #include "coding/range_coder.h"
-#include "coding/sorted_search.h"
+#include "coding/share_search.h"
 #include "method4/m4_model.h"
 
 namespace quarnex {
@@ -37,21 +37,34 @@ inline void m4_encode_direct(range_encoder& encoder, u32 value, u32 count)
     encode_direct(encoder, value, count);
 }
 
-/// Decodes a symbol of a model, without counting it.  In a damaged stream the result can be one
-/// past the last symbol; the decoder's state is then unchanged.
-template <u32 Capacity>
-[[gnu::always_inline]] inline u32 m4_decode_freq(range_decoder& decoder,
-                                                 const m4_model<m4_lookup, Capacity>& model)
+/// A decoder's position in its interval.  With the model, it determines the next symbol.
+struct m4_position {
+    u32 unit;  // 2^-15 of the range
+    u32 place; // in units; below 2^15 in an intact stream
+};
+
+/// Returns the decoder's position.  Contains the division of a symbol.
+inline m4_position m4_locate(const range_decoder& decoder)
 {
     const u32 unit = decoder.range >> m4_total_bits;
-    const u32 place = decoder.code / unit;
+    return {unit, decoder.code / unit};
+}
+
+/// Decodes the symbol of a model at the decoder's position, without counting it.  In a damaged
+/// stream the result can be one past the last symbol; the decoder's state is then unchanged.
+template <u32 Capacity>
+[[gnu::always_inline]] inline u32 m4_decode_freq(range_decoder& decoder, const m4_position& at,
+                                                 const m4_model<m4_lookup, Capacity>& model)
+{
+    const auto [unit, place] = at;
+    if (place >= whole_interval) [[unlikely]]
+        return model.counts.symbols;
     const u32 first = model.lookup.first[place >> m4_lookup::unit_bits];
-    const u32 symbol = find_last_not_above(model.cum, first, place);
+    const auto [symbol, start, width] = find_share(model.cum, first, place);
     if (symbol >= model.counts.symbols) [[unlikely]]
         return symbol;
-    const u32 low = model.cum[symbol];
-    decoder.code -= low * unit;
-    decoder.range = (model.cum[symbol + 1] - low) * unit;
+    decoder.code -= start * unit;
+    decoder.range = width * unit;
     normalize_at_once(decoder);
     return symbol;
 }

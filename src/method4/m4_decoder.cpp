@@ -18,22 +18,36 @@ constexpr u32 m4_token_reads = alphabet_raw_bytes + range_start_bytes + m4_token
 using m4_payload_tail = payload_tail<m4_token_reads>;
 
 /// The entropy decoder: symbols by their models, extra bits with equal probabilities.
+///
+/// The division for the next symbol starts as soon as the coder has finished its previous step.  It
+/// overlaps with work that doesn't depend on it: the branch on the kind of token (above all when it
+/// is mispredicted), the copy of a match, and the load of the next context.
 class m4_symbol_reader {
   public:
     /// Starts after the raw byte.
     m4_symbol_reader(const codec_job& job, m4_dec_state& models, m4_payload_tail& tail)
         : models_(models), tail_(tail), mask_(m4_context_mask(job.parameters.lit_ctx_bits)),
           coder_(start_range_decoder(tail.settle(job.in_buf + alphabet_raw_bytes))),
-          begin_(job.in_buf + alphabet_raw_bytes), limit_(tail.limit())
+          next_(m4_locate(coder_)), begin_(job.in_buf + alphabet_raw_bytes), limit_(tail.limit())
     {
         set_context(*job.in_buf);
     }
 
-    u32 take_main() { return take<m4_main_step>(models_.main[context_]); }
-    u32 take_length() { return take<m4_slot_step>(models_.length); }
-    u32 take_distance() { return take<m4_slot_step>(models_.distance); }
-    u32 take_extra(u32 count) { return m4_decode_direct(coder_, count, damaged_); }
-    void set_context(u8 byte) { context_ = byte & mask_; }
+    [[gnu::always_inline]] u32 take_main()
+    {
+        const u32 symbol = take<m4_main_step>(*main_);
+        next_ = m4_locate(coder_);
+        return symbol;
+    }
+    [[gnu::always_inline]] u32 take_length() { return take_slot(models_.length); }
+    [[gnu::always_inline]] u32 take_distance() { return take_slot(models_.distance); }
+    [[gnu::always_inline]] u32 take_extra(u32 count)
+    {
+        const u32 bits = m4_decode_direct(coder_, count, damaged_);
+        next_ = m4_locate(coder_);
+        return bits;
+    }
+    void set_context(u8 byte) { main_ = models_.main + (byte & mask_); }
     bool ok() { return (coder_.in <= limit_ || enter_tail()) && !damaged_; }
     bool ended() const { return ends_at(coder_, begin_, tail_.end()) && !damaged_; }
 
@@ -50,7 +64,7 @@ class m4_symbol_reader {
     template <u32 Step, class Model>
     [[gnu::always_inline]] u32 take(Model& model)
     {
-        const u32 symbol = m4_decode_freq(coder_, model);
+        const u32 symbol = m4_decode_freq(coder_, next_, model);
         if (symbol >= model.counts.symbols) [[unlikely]] {
             damaged_ = true;
             return 0;
@@ -59,13 +73,22 @@ class m4_symbol_reader {
         return symbol;
     }
 
+    template <class Model>
+    [[gnu::always_inline]] u32 take_slot(Model& model)
+    {
+        const u32 slot = take<m4_slot_step>(model);
+        if (slot < plain_slots) next_ = m4_locate(coder_); // otherwise take_extra() follows
+        return slot;
+    }
+
     m4_dec_state& models_;
     m4_payload_tail& tail_;
     u32 mask_;
-    u32 context_;
+    m4_model<m4_lookup, main_symbols>* main_; // of the current context
     range_decoder coder_;
-    const u8* begin_; // of the range coder's bytes
-    const u8* limit_; // of the tail
+    m4_position next_; // up to date when a symbol follows
+    const u8* begin_;  // of the range coder's bytes
+    const u8* limit_;  // of the tail
     bool damaged_ = false;
 };
 

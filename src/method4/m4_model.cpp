@@ -6,25 +6,24 @@
 namespace quarnex {
 namespace {
 
+/// Rounds `count` up to a multiple of scan_group.
+constexpr u32 whole_groups(u32 count)
+{
+    return (count + scan_group - 1) / scan_group * scan_group;
+}
+
 void fill_lookup(m4_no_lookup& /*lookup*/, std::span<const u16> /*ends*/) {}
 
 /// `ends` are the ends of the symbols' shares.
 void fill_lookup(m4_lookup& lookup, std::span<const u16> ends)
 {
-    u16* filled = lookup.first;
-    *filled = 0;
-    u16 symbol = 0;
-    for (const u16 end : ends) {
-        u16* const last = lookup.first + (end >> m4_lookup::unit_bits);
-        // The next symbol overwrites the excess of the last group.
-        do {
-            std::fill_n(filled + 1, m4_lookup::group, symbol);
-            filled += m4_lookup::group;
-        } while (filled < last);
-        filled = last;
-        ++symbol;
-    }
-    std::fill(filled + 1, std::end(lookup.first), static_cast<u16>(symbol - 1));
+    // The entry after that of the group of units in which a share ends is the following symbol; if
+    // several shares end there, the last one counts.  All other entries repeat the one before.
+    std::fill(std::begin(lookup.first), std::end(lookup.first), u16{0});
+    const auto last_symbol = static_cast<u32>(ends.size()) - 1;
+    for (u32 symbol = 0; symbol < last_symbol; ++symbol)
+        lookup.first[(ends[symbol] >> m4_lookup::unit_bits) + 1] = static_cast<u16>(symbol + 1);
+    prefix_maxima(lookup.first, static_cast<u32>(std::size(lookup.first)));
 }
 
 } // namespace
@@ -32,23 +31,13 @@ void fill_lookup(m4_lookup& lookup, std::span<const u16> ends)
 template <class Lookup, u32 Capacity>
 void m4_model_scale(m4_model<Lookup, Capacity>& model)
 {
+    static_assert(Capacity == whole_groups(Capacity));
     const u32 symbols = model.counts.symbols;
-    u16 sums[Capacity];
-    u32 sum = 0;
-    for (u32 symbol = 0; symbol < symbols; ++symbol) {
-        sum += model.counts.counts[symbol];
-        sums[symbol] = static_cast<u16>(sum);
-    }
-    // sum * scale >> 16 in two parts of 16 bits, which vectorise: shares end at 2^15 or before.
+    // Shares end at 2^15 or before.
     const u32 scale = (1U << 31) / model.counts.total;
-    const auto high = static_cast<u16>(scale >> 16);
-    const auto low = static_cast<u16>(scale);
     model.cum[0] = 0;
-    for (u32 symbol = 0; symbol < symbols; ++symbol) {
-        const auto rest = static_cast<u16>(u32{sums[symbol]} * low >> 16);
-        const auto whole = static_cast<u16>(u32{sums[symbol]} * high);
-        model.cum[symbol + 1] = static_cast<u16>(whole + rest);
-    }
+    scale_prefix_sums(model.counts.counts, whole_groups(symbols), scale, model.cum + 1);
+    std::fill_n(model.cum + 1 + symbols, word_lanes, static_cast<u16>(whole_interval));
     fill_lookup(model.lookup, std::span(model.cum + 1, symbols));
 }
 

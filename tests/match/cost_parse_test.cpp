@@ -71,12 +71,27 @@ class test_prices {
 
     void start_window() { ++windows_; }
     u32 literal(u32 pos) const { return functions_.literal(pos); }
-    auto matches(u32 pos, u32 dist) const
-    {
-        return [=, this](u32 len) { return functions_.match(pos, len, dist); };
-    }
+    /// Runs of 1 to 40 prices, in a buffer that holds no others.
+    struct at_distance {
+        test_prices& prices;
+        u32 pos;
+        u32 dist;
+
+        u32 operator()(u32 len) const { return prices.functions_.match(pos, len, dist); }
+        price_run run(u32 len) const
+        {
+            if (len >= tabulated_lengths) return {};
+            constexpr u32 common = 0xFFFFF000;
+            const u32 count = std::min(1 + mixed(pos, len, dist, 40), tabulated_lengths - len);
+            prices.listed_.resize(count);
+            for (u32 k = 0; k < count; ++k) prices.listed_[k] = (*this)(len + k) - common;
+            return {prices.listed_.data(), count, common};
+        }
+    };
+    at_distance matches(u32 pos, u32 dist) { return {*this, pos, dist}; }
 
   private:
+    std::vector<u32> listed_; // the last run
     price_functions functions_;
     u32& windows_;
 };
@@ -106,7 +121,7 @@ parse_result parse(const bytes& block, const price_functions& functions, writer_
     std::copy(block.begin(), block.end(), text.get());
     const block_text view{text.get(), static_cast<u32>(block.size()), limits.max_dist};
     parse_result result;
-    const test_prices prices(functions, result.windows);
+    test_prices prices(functions, result.windows);
     if constexpr (Level == 8)
         result.found =
             parse_backward(view, system_allocator, prices, writer{limits.full_at}).value().tokens;

@@ -5,10 +5,10 @@
 #include "support/limited_allocator.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <gtest/gtest.h>
 #include <numeric>
-#include <string_view>
 
 namespace quarnex {
 namespace {
@@ -242,59 +242,6 @@ TEST(match_lists, equal_the_plain_ones_for_periods)
     }
 }
 
-// The LCP array
-
-std::vector<u32> suffix_array(const bytes& block)
-{
-    const std::string_view text(reinterpret_cast<const char*>(block.data()), block.size());
-    std::vector<u32> sa(block.size());
-    std::iota(sa.begin(), sa.end(), 0U);
-    std::sort(sa.begin(), sa.end(), [&](u32 a, u32 b) { return text.substr(a) < text.substr(b); });
-    return sa;
-}
-
-void expect_lcp(const bytes& block, const std::string& name)
-{
-    const auto sa = suffix_array(block);
-    const auto size = static_cast<u32>(block.size());
-    const auto text = test::exact_buffer(block.size() + search_reads_past);
-    std::copy(block.begin(), block.end(), text.get());
-    bytes lcp(block.size() + 1, 99);
-    ASSERT_TRUE(lcp_bytes(text.get(), sa.data(), size, lcp.data(), system_allocator));
-    EXPECT_EQ(lcp.front(), 99); // set by the caller, like the last
-    EXPECT_EQ(lcp.back(), 99);
-    for (u32 k = 1; k < size; ++k) {
-        u32 len = 0;
-        const u32 later = std::max(sa[k - 1], sa[k]);
-        while (len < 255 && later + len < size && block[sa[k - 1] + len] == block[sa[k] + len])
-            ++len;
-        ASSERT_EQ(lcp[k], len) << name << ' ' << size << ' ' << k;
-    }
-}
-
-TEST(lcp_bytes, equal_those_of_a_direct_comparison)
-{
-    for (const auto& shape : test::all_shapes()) {
-        for (u32 size = 1; size < 100; ++size)
-            ASSERT_NO_FATAL_FAILURE(expect_lcp(shape.make(size, size), shape.name));
-        ASSERT_NO_FATAL_FAILURE(expect_lcp(shape.make(3000, 1), shape.name));
-    }
-}
-
-TEST(lcp_bytes, are_capped_at_255)
-{
-    for (const u32 size : {253U, 254U, 255U, 256U, 257U, 300U}) {
-        const bytes part = test::find_shape("random").make(size, 2);
-        ASSERT_NO_FATAL_FAILURE(expect_lcp(test::joined({part, {1}, part, {2}}), ""));
-        ASSERT_NO_FATAL_FAILURE(expect_lcp(bytes(size), "zeros"));
-    }
-}
-
-TEST(lcp_bytes, do_not_count_the_zeros_past_the_block)
-{
-    ASSERT_NO_FATAL_FAILURE(expect_lcp(test::joined({{5}, bytes(9), {5}, bytes(3)}), ""));
-}
-
 // Lists of a given suffix array
 
 TEST(sa_match_lists, uses_the_lcp_array_as_given)
@@ -379,48 +326,64 @@ TEST(sort_u32, of_random_elements_and_few_values)
 
 // Without memory
 
+/// A shape whose lists come from the tree or from merging intervals, and the number of allocations
+/// for a block of 1000 bytes.
+struct list_source {
+    const char* shape;
+    u64 calls;
+};
+constexpr std::array list_sources{list_source{"text", 3}, list_source{"zeros", 2}};
+
 TEST(match_lists, do_not_exist_without_memory_for_each_of_their_arrays)
 {
-    const bytes block(1000 + search_reads_past);
-    // In order: the suffix array, the LCP array, the work array, mlen, mpos.
-    for (const u64 refused : {1U, 2U, 4U, 5U}) {
-        test::limited_allocator memory;
-        memory.refuse_call(refused);
-        EXPECT_FALSE(find_match_lists({block.data(), 1000}, memory.get())) << refused;
-        EXPECT_EQ(memory.in_use(), 0U) << refused;
+    for (const auto& [shape, calls] : list_sources) {
+        const bytes block =
+            test::joined({test::find_shape(shape).make(1000, 1), bytes(search_reads_past)});
+        for (u64 refused = 1; refused <= calls; ++refused) {
+            test::limited_allocator memory;
+            memory.refuse_call(refused);
+            EXPECT_FALSE(find_match_lists({block.data(), 1000}, memory.get())) << shape << refused;
+            EXPECT_EQ(memory.in_use(), 0U) << shape << refused;
+        }
     }
 }
 
-TEST(match_lists, are_empty_without_memory_for_the_work_array)
+TEST(match_lists, are_merged_in_memory_too_small_for_a_tree)
 {
-    const bytes block(1000 + search_reads_past);
-    test::limited_allocator memory;
-    memory.refuse_call(3);
-    const auto lists = find_match_lists({block.data(), 1000}, memory.get());
-    ASSERT_TRUE(lists);
-    EXPECT_EQ(std::count(lists->mlen.get(), lists->mlen.get() + 1000, 0), 1000);
-    EXPECT_EQ(memory.in_use(), 2U); // the lists
+    const bytes block =
+        test::joined({test::find_shape("text").make(200000, 1), bytes(search_reads_past)});
+    const auto expected = find_match_lists({block.data(), 200000}, system_allocator);
+    ASSERT_TRUE(expected);
+    for (const usize bytes_per_position : {10U, 11U, 12U}) {
+        test::limited_allocator memory;
+        memory.refuse_above(bytes_per_position * 200000 + 128);
+        const auto lists = find_match_lists({block.data(), 200000}, memory.get());
+        ASSERT_TRUE(lists) << bytes_per_position;
+        for (u32 pos = 0; pos < 200000; ++pos) {
+            ASSERT_EQ(lists->mlen[pos], expected->mlen[pos]);
+            ASSERT_TRUE(lists->mlen[pos] == 0 || lists->mpos[pos] == expected->mpos[pos]);
+        }
+    }
 }
 
-TEST(match_lists, keep_five_bytes_per_position)
+TEST(match_lists, take_no_more_memory_than_announced)
 {
-    constexpr u32 size = 100000;
-    const bytes block(size + search_reads_past);
-    test::limited_allocator memory;
-    const auto lists = find_match_lists({block.data(), size}, memory.get());
-    ASSERT_TRUE(lists);
-    EXPECT_EQ(memory.bytes_in_use(), usize{5} * size);
-}
-
-TEST(lcp_bytes, without_memory_leaves_the_array_unchanged)
-{
-    const bytes text(1000 + search_reads_past);
-    const std::vector<u32> sa = suffix_array(bytes(1000));
-    bytes lcp(1001, 99);
-    test::limited_allocator memory;
-    memory.refuse_call(1);
-    EXPECT_FALSE(lcp_bytes(text.data(), sa.data(), 1000, lcp.data(), memory.get()));
-    EXPECT_EQ(std::count(lcp.begin(), lcp.end(), 99), 1001);
+    for (const auto& [shape, calls] : list_sources) {
+        for (const u32 size : {1U, 100U, 100000U, 200000U}) {
+            const bytes block =
+                test::joined({test::find_shape(shape).make(size, 1), bytes(search_reads_past)});
+            test::limited_allocator memory;
+            {
+                const auto lists = find_match_lists({block.data(), size}, memory.get());
+                ASSERT_TRUE(lists);
+                EXPECT_LE(memory.bytes_in_use(), match_list_memory(size));
+            }
+            usize total = 0; // never released before the end
+            for (const auto& call : memory.allocated()) total += call.size;
+            EXPECT_LE(total, match_list_memory(size)) << shape;
+            EXPECT_EQ(memory.in_use(), 0U);
+        }
+    }
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "method1/m1_prices.h"
 
+#include "support/price_runs.h"
+
 #include <gtest/gtest.h>
 
 namespace quarnex {
@@ -55,6 +57,15 @@ TEST(m1_prices, a_long_length_costs_another_integer)
     EXPECT_EQ(price(16449, 1), 513U + 512);
     EXPECT_EQ(price(16450, 1), 513U + 768);
     EXPECT_EQ(price(255, 20000), 257U + 512 + 768);
+}
+
+TEST(m1_prices, of_runs_are_those_of_single_lengths)
+{
+    m1_prices<3> prices;
+    for (const u32 dist : test::many_distances(UINT32_MAX)) {
+        test::expect_runs_like_single_lengths(prices.matches(1, dist), 3);
+        if (HasFatalFailure()) FAIL() << dist;
+    }
 }
 
 } // namespace

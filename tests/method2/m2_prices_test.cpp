@@ -1,6 +1,7 @@
 #include "method2/m2_prices.h"
 
 #include "plain/m2_plain.h"
+#include "support/price_runs.h"
 
 #include <gtest/gtest.h>
 
@@ -53,6 +54,15 @@ TEST(m2_prices, of_3_bytes_exceed_three_literals_from_class_28_on)
     const u32 limit = test::m2_plain_first_dist(28);
     EXPECT_EQ(price(3, limit - 1), 27U);
     EXPECT_EQ(price(3, limit), 28U);
+}
+
+TEST(m2_prices, of_runs_are_those_of_single_lengths)
+{
+    m2_prices<3> prices;
+    for (const u32 dist : test::many_distances(m2_max_dist)) {
+        test::expect_runs_like_single_lengths(prices.matches(1, dist), 3);
+        if (HasFatalFailure()) FAIL() << dist;
+    }
 }
 
 } // namespace

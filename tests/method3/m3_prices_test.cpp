@@ -1,6 +1,7 @@
 #include "method3/m3_prices.h"
 
 #include "method3/m3_streams.h"
+#include "support/price_runs.h"
 
 #include <gtest/gtest.h>
 #include <numeric>
@@ -27,7 +28,9 @@ u32 start_price(u32 len, u32 dist)
 {
     const test::bytes text{0};
     const m3_encoder_models models(block_size);
-    return m3_prices<MinMatch>(text.data(), models).matches(0, dist)(len);
+    m3_prices<MinMatch> prices(text.data(), models);
+    prices.start_window();
+    return prices.matches(0, dist)(len);
 }
 
 TEST(m3_prices, of_matches_by_hand)
@@ -68,6 +71,45 @@ TEST(m3_prices, follow_the_rebuilt_codes)
             ASSERT_EQ(prices.literal(byte), plain.code_len[byte]) << count << ' ' << byte;
     }
     EXPECT_LT(prices.literal('x'), 4U);
+}
+
+TEST(m3_prices, of_matches_are_those_of_the_windows_start)
+{
+    const test::bytes text(1);
+    m3_encoder_models models(block_size);
+    m3_prices<3> prices(text.data(), models);
+    prices.start_window();
+    for (u32 count = 0; count < 1000; ++count) {
+        m3_model_step(models.main, literal_symbols);
+        m3_model_step(models.distance, 0);
+    }
+    EXPECT_EQ(prices.matches(0, 1)(3), 9U + 4);
+    prices.start_window();
+    const u32 codes =
+        models.main.tables.codes[literal_symbols].length + models.distance.tables.codes[0].length;
+    EXPECT_LT(codes, 6U);
+    EXPECT_EQ(prices.matches(0, 1)(3), codes);
+}
+
+TEST(m3_prices, of_runs_are_those_of_single_lengths)
+{
+    test::bytes text(256);
+    constexpr u32 size = 1U << 25;
+    m3_encoder_models models(size);
+    m3_prices<2> prices(text.data(), models);
+    test::random_source random(1);
+    for (u32 window = 0; window < 3; ++window) {
+        prices.start_window();
+        for (const u32 dist : test::many_distances(size)) {
+            test::expect_runs_like_single_lengths(prices.matches(1, dist), 2);
+            if (HasFatalFailure()) FAIL() << dist;
+        }
+        for (u32 count = 0; count < 5000; ++count) {
+            m3_model_step(models.main, random.below(1 + random.below(288)));
+            m3_model_step(models.length, random.below(1 + random.below(17)));
+            m3_model_step(models.distance, random.below(1 + random.below(50)));
+        }
+    }
 }
 
 } // namespace

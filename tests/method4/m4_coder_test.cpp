@@ -3,6 +3,7 @@
 #include "plain/m4_plain.h"
 #include "support/range_streams.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -56,6 +57,12 @@ TEST(m4_encode_freq, a_carry_runs_through_bytes_of_0xFF)
 
 // Symbols of a model
 
+template <class Model>
+u32 decode_freq(range_decoder& decoder, const Model& model)
+{
+    return m4_decode_freq(decoder, m4_locate(decoder), model);
+}
+
 TEST(m4_decode_freq, at_both_ends_of_each_share)
 {
     const auto model = std::make_unique<m4_model<m4_lookup, main_symbols>>();
@@ -69,7 +76,7 @@ TEST(m4_decode_freq, at_both_ends_of_each_share)
             // The unit is 1FFFF, and the code anywhere in it.
             for (const u32 inside : {0U, 0x1FFFEU}) {
                 range_decoder decoder{next.data(), place * 0x1FFFF + inside};
-                ASSERT_EQ(m4_decode_freq(decoder, *model), sym) << place;
+                ASSERT_EQ(decode_freq(decoder, *model), sym) << place;
             }
         }
     }
@@ -81,16 +88,38 @@ TEST(m4_decode_freq, a_position_past_all_shares_changes_nothing)
     m4_model_init(*model, main_symbols); // the shares end at 32767
     const bytes next(8, 0x55);
     range_decoder decoder{next.data(), 32767U * 0x1FFFF - 1};
-    EXPECT_EQ(m4_decode_freq(decoder, *model), 287U);
+    EXPECT_EQ(decode_freq(decoder, *model), 287U);
     // In the minimum range positions reach 32768 + 63; in the full one a single one is too high.
     for (const range_decoder& start :
          {range_decoder{next.data(), 32767U * 0x1FFFF}, range_decoder{next.data(), 0xFFFFFFFE},
           range_decoder{next.data(), 0x1007FFE, 0x1007FFF}}) {
         decoder = start;
-        EXPECT_EQ(m4_decode_freq(decoder, *model), 288U);
+        EXPECT_EQ(decode_freq(decoder, *model), 288U);
         EXPECT_EQ(decoder.code, start.code);
         EXPECT_EQ(decoder.range, start.range);
         EXPECT_EQ(decoder.in, start.in);
+    }
+}
+
+TEST(m4_decode_freq, a_position_at_the_interval_end_or_past_it_changes_nothing)
+{
+    // 32 slots with counts of 1: the shares fill the interval, so only its end is past them.
+    const auto model = std::make_unique<m4_model<m4_lookup, value_slots>>();
+    m4_model_init(*model, 32);
+    ASSERT_EQ(model->cum[32], whole_interval);
+    const bytes next(8, 0x55);
+    for (const u32 range : {full_range, 0x12345678U, 0x1007FFFU, min_range + 0x7FFF}) {
+        const u32 unit = range >> m4_total_bits;
+        const u32 end = unit << m4_total_bits;
+        range_decoder decoder{next.data(), end - 1, range};
+        EXPECT_EQ(decode_freq(decoder, *model), 31U);
+        for (u32 code = end; code < range; code += std::min(unit, range - code)) {
+            decoder = {next.data(), code, range};
+            ASSERT_EQ(decode_freq(decoder, *model), 32U) << code << ' ' << range;
+            ASSERT_EQ(decoder.code, code);
+            ASSERT_EQ(decoder.range, range);
+            ASSERT_EQ(decoder.in, next.data());
+        }
     }
 }
 
@@ -220,7 +249,7 @@ TEST(m4_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
                 ASSERT_EQ(m4_decode_direct(decoder, next.count, damaged), next.value) << seed;
                 continue;
             }
-            ASSERT_EQ(m4_decode_freq(decoder, *decoding), next.value) << seed;
+            ASSERT_EQ(decode_freq(decoder, *decoding), next.value) << seed;
             m4_model_step<m4_slot_step>(*decoding, next.value);
         }
         EXPECT_FALSE(damaged);

@@ -61,12 +61,12 @@ class models_in_step {
         const auto& cum = plain_.cum;
         same_ = same_ && std::equal(cum.begin(), cum.end(), encoding_->cum) &&
                 std::equal(cum.begin(), cum.end(), decoding_->cum) && lookup_is_right();
-        // No share is empty, and the padding after the last one is above them all.
+        // No share is empty, and the entries after the last one stop any search.
         same_ = same_ &&
                 std::adjacent_find(cum.begin(), cum.end(), std::greater_equal<>()) == cum.end();
         const u16* const padding = decoding_->cum + cum.size();
-        same_ = same_ && std::all_of(padding, padding + sorted_group,
-                                     [](u16 share) { return share == 0xFFFF; });
+        same_ = same_ && std::all_of(padding, padding + word_lanes,
+                                     [](u16 share) { return share == whole_interval; });
     }
 
     /// Returns true if a search up from the table's entry finds the symbol of each position.
@@ -117,7 +117,7 @@ TEST(m4_model, initially_the_last_entry_of_the_table_finds_the_last_symbol)
     const auto& model = models.model();
     for (u32 sym = 0; sym < 288; ++sym) EXPECT_GE(model.cum[sym + 1] - model.cum[sym], 113);
     EXPECT_EQ(model.lookup.first[127], 285U); // 127 * 256 = 32512, and 286 starts at 32540
-    EXPECT_EQ(find_last_not_above(model.cum, model.lookup.first[127], 32766), 287U);
+    EXPECT_EQ(find_share(model.cum, model.lookup.first[127], 32766).symbol, 287U);
     EXPECT_EQ(model.lookup.first[128], 287U);
 }
 

@@ -1,5 +1,7 @@
 #include "method4/m4_prices.h"
 
+#include "support/price_runs.h"
+
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -114,6 +116,31 @@ TEST_F(m4_prices_of_a_block, the_context_is_the_masked_previous_byte)
     EXPECT_EQ(prices(0xFF).matches(3, 1)(3), fresh_main - 2 * 4096 + (fresh_slots - unseen));
     EXPECT_EQ(prices(0xFF).literal(5), fresh_main - 3 * 4096);
     EXPECT_EQ(prices(0x7F).literal(5), fresh_main - 4 * 4096);
+}
+
+TEST_F(m4_prices_of_a_block, of_runs_are_those_of_single_lengths)
+{
+    constexpr u32 size = 1U << 25;
+    models->start(size);
+    m4_prices<2> prices(text, 0xFF, *models);
+    test::random_source random(1);
+    for (u32 window = 0; window < 3; ++window) {
+        prices.start_window();
+        for (const u32 dist : test::many_distances(size)) {
+            for (const u32 pos : {1U, 2U, 3U}) {
+                test::expect_runs_like_single_lengths(prices.matches(pos, dist), 2);
+                if (HasFatalFailure()) FAIL() << dist << " at " << pos;
+            }
+        }
+        for (u32 count = 0; count < 5000; ++count) {
+            for (const char context : {'x', 'b', 'y'}) {
+                const u32 symbol = random.below(1 + random.below(288));
+                m4_model_step<m4_main_step>(models->main[u8(context)], symbol);
+            }
+            m4_model_step<m4_slot_step>(models->length, random.below(1 + random.below(17)));
+            m4_model_step<m4_slot_step>(models->distance, random.below(1 + random.below(50)));
+        }
+    }
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "method5/m5_prices.h"
 
+#include "support/price_runs.h"
+
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -176,10 +178,77 @@ TEST_F(m5_prices_of_a_block, the_extra_bits_of_middle_and_high_slots)
 
 TEST_F(m5_prices_of_a_block, lengths_and_slots_are_those_of_the_windows_start)
 {
-    const auto before = prices();
+    auto before = prices();
     model->len_prefix[1] = dear;
     EXPECT_EQ(before.matches(2, 1)(5), 11 * bit);
     EXPECT_EQ(prices().matches(2, 1)(5), 12 * bit);
+}
+
+// Prices of a model in any state
+
+/// Sets all pairs of an array to random ones.
+template <usize Size>
+void randomize(m5_prob_pair (&pairs)[Size], test::random_source& random)
+{
+    for (m5_prob_pair& pair : pairs) {
+        pair = pair_of(7 + random.below(32755), 63 + random.below(32643));
+    }
+}
+
+/// The price of a number by a bit tree, from the top bit down.
+u32 tree_price(const m5_prob_pair* tree, u32 value, u32 width)
+{
+    u32 price = 0;
+    u32 index = 1;
+    for (u32 place = width; place-- != 0;) {
+        price += m5_bit_price(tree[index], value >> place & 1);
+        index = 2 * index + (value >> place & 1);
+    }
+    return price;
+}
+
+/// The price of a match, bit by bit.
+u32 plain_match_price(const m5_model& model, u8 last_byte, u32 length_value, u32 offset)
+{
+    u32 price = m5_bit_price(model.match_flag[last_byte], 1);
+    const u32 width = static_cast<u32>(std::bit_width(length_value)) - 1;
+    for (u32 k = 1; k <= width; ++k) price += m5_bit_price(model.len_prefix[k], k < width);
+    for (u32 place = 0; place < width; ++place) {
+        price += m5_bit_price(model.len_bits[width - 1][place], length_value >> place & 1);
+    }
+    const u32 slot = value_slot(offset);
+    price += tree_price(model.dist_slot[std::min(length_value - 2, 3U)], slot, 6);
+    if (slot < 4) return price;
+    const u32 extra_bits = slot_extra_bits(slot);
+    const u32 extra = offset - slot_base(slot);
+    if (slot < 23) return price + tree_price(model.dist_mid + slot_base(slot), extra, extra_bits);
+    return price + tree_price(model.dist_top[slot - 23], extra >> (extra_bits - 8), 8) +
+           (extra_bits - 8) * bit;
+}
+
+TEST_F(m5_prices_of_a_block, of_all_lengths_singly_and_in_runs)
+{
+    m5_prices<2> prices(text, *model);
+    test::random_source random(1);
+    for (u32 window = 0; window < 3; ++window) {
+        prices.start_window();
+        for (const u32 dist : test::many_distances(UINT32_MAX)) {
+            const u32 pos = 2 + random.below(3);
+            const auto price = prices.matches(pos, dist);
+            for (u32 len = 2; len <= max_window + window_overhang; ++len) {
+                ASSERT_EQ(price(len), plain_match_price(*model, text[pos - 1], len, dist - 1))
+                    << len << " at " << dist;
+            }
+            test::expect_runs_like_single_lengths(price, 2);
+            if (HasFatalFailure()) FAIL() << dist;
+        }
+        randomize(model->match_flag, random);
+        randomize(model->len_prefix, random);
+        for (auto& bits : model->len_bits) randomize(bits, random);
+        for (auto& slots : model->dist_slot) randomize(slots, random);
+        randomize(model->dist_mid, random);
+        for (auto& bits : model->dist_top) randomize(bits, random);
+    }
 }
 
 } // namespace

@@ -29,6 +29,8 @@ class limited_allocator {
 
     /// Fails allocations of `size` bytes or more.
     void refuse_from(usize size) { max_size_ = size; }
+    /// Fails allocations with which more than `total` bytes would be in use.
+    void refuse_above(usize total) { max_total_ = total; }
     /// Fails only call number `call`, counted from 1.
     void refuse_call(u64 call) { refused_call_ = call; }
 
@@ -67,8 +69,10 @@ class limited_allocator {
     {
         auto& self = *static_cast<limited_allocator*>(context);
         scoped_lock lock(self.mutex_);
-        const bool refused =
-            self.allocated_.size() + 1 == self.refused_call_ || size >= self.max_size_;
+        usize total = size;
+        for (const auto& [memory, made] : self.live_) total += made.size;
+        const bool refused = self.allocated_.size() + 1 == self.refused_call_ ||
+                             size >= self.max_size_ || total > self.max_total_;
         void* const memory =
             refused ? nullptr : system_allocator.allocate(system_allocator.context, size, kind);
         self.allocated_.push_back({memory, size, kind});
@@ -91,6 +95,7 @@ class limited_allocator {
     const allocator allocator_{allocate, release, this};
     std::atomic<u64> refused_call_{0};
     std::atomic<usize> max_size_{SIZE_MAX};
+    std::atomic<usize> max_total_{SIZE_MAX};
     mutable guard_mutex mutex_;
     std::vector<recorded_call> allocated_ GUARDED_BY(mutex_);
     std::vector<recorded_call> released_ GUARDED_BY(mutex_);
