@@ -1,5 +1,6 @@
 #include "match/path_lists.h"
 
+#include "match/list_blocks.h"
 #include "match/wide_blocks.h"
 #include "plain/plain_lists.h"
 #include "support/codec_runs.h"
@@ -81,26 +82,17 @@ void expect_plain_lists(const bytes& block, const std::string& name)
 
 TEST(path_lists, equal_the_plain_ones_for_all_shapes_and_sizes_up_to_300)
 {
-    for (const auto& shape : test::all_shapes())
-        for (u32 size = 1; size <= 300; ++size)
-            ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(size, size), shape.name));
+    test::for_short_blocks(expect_plain_lists);
 }
 
 TEST(path_lists, equal_the_plain_ones_for_thousands_of_small_blocks)
 {
-    test::random_source random(1);
-    for (u32 round = 0; round < 4000; ++round) {
-        bytes block(1 + random.below(120));
-        const u32 symbols = 1 + random.below(5);
-        for (u8& byte : block) byte = static_cast<u8>(random.below(symbols) * 85);
-        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(block, "few symbols"));
-    }
+    test::for_blocks_of_few_symbols(expect_plain_lists);
 }
 
 TEST(path_lists, equal_the_plain_ones_for_larger_blocks_of_all_shapes)
 {
-    for (const auto& shape : test::all_shapes())
-        ASSERT_NO_FATAL_FAILURE(expect_plain_lists(shape.make(30000, 2), shape.name));
+    test::for_longer_blocks(expect_plain_lists);
 }
 
 TEST(path_lists, equal_those_of_merging_for_large_blocks_of_all_shapes)
