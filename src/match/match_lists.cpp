@@ -20,6 +20,16 @@ constexpr u32 max_small_nodes = 12;
 /// In smaller blocks merging is faster too.
 constexpr u32 min_walk_block = 1 << 17;
 
+/// True if there is less than one interval per 64 positions, as in data of one byte.  Nearly all
+/// are large then, and merging skips most positions.
+bool has_few_intervals(const suffix_arrays& arrays)
+{
+    // Each rise of the LCP array is the start of an interval.
+    u32 rises = 0;
+    for (u32 k = 1; k < arrays.size; ++k) rises += arrays.lcp[k] > arrays.lcp[k - 1] ? 1 : 0;
+    return rises < arrays.size / 64;
+}
+
 /// The lists of a block under construction.
 class list_builder {
   public:
@@ -206,7 +216,8 @@ std::optional<match_lists> find_match_lists(const block_text& text, const alloca
     if (!tree_room) {
         lists = {make_zeroed_table<u8>(source, n, n), std::move(arrays.by_position)};
     } else {
-        if (sorted && average_small_nodes(arrays, path_list_options) <= max_small_nodes)
+        if (sorted && !has_few_intervals(arrays) &&
+            average_small_nodes(arrays, path_list_options) <= max_small_nodes)
             return path_match_lists(text, arrays, source);
         // In each array there is room for a list before the LCP array or the suffix array.
         lists = {as_bytes(std::move(arrays.by_position)), std::move(arrays.room)};

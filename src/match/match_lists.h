@@ -10,7 +10,7 @@
 // The suffix array and its LCP array (suffix_array.h) are searched in one of two ways.  Both give
 // the same lists:
 //
-// - in blocks from 128 KiB on, if positions have few intervals around them (12 on average), by
+// - in blocks from 128 KiB on, if positions have some intervals around them, but few (12), by
 //   walking up the tree of intervals from each position (path_lists.h);
 // - otherwise by merging: the intervals are enumerated bottom-up, and the members of each are
 //   sorted by position, by merging smaller parts into the largest.

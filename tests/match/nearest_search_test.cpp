@@ -134,7 +134,7 @@ TEST(nearest_search, equals_the_trie_after_positions_were_inserted_again)
 {
     for (const auto& shape : test::all_shapes()) {
         for (u64 seed = 1; seed <= 12; ++seed) {
-            const bytes block = shape.make(4096 + seed * 700, seed);
+            const bytes block = shape.make(4096 + static_cast<usize>(seed) * 700, seed);
             const steps way = random_steps(seed, 1 + static_cast<u32>(seed % 4));
             ASSERT_NO_FATAL_FAILURE(
                 expect_matches_of_the_trie(block, way, has_tree(block), shape.name));
