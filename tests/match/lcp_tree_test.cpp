@@ -174,8 +174,8 @@ TEST(lcp_tree, equals_the_plain_tree_for_random_symbols)
 
 TEST(lcp_tree, has_wide_nodes_of_248_children_with_direct_or_distant_parents)
 {
-    for (const u32 depth : {1U, 2U, 3U, 5U, 254U, 255U, 256U}) {
-        for (const u32 children : {247U, 248U, 256U}) {
+    for (const u32 depth : {1U, 2U, 3U, 255U, 256U}) {
+        for (const u32 children : {247U, 248U}) {
             for (const bool direct : {false, true}) {
                 const bytes block = test::wide_branch(depth, children, 300, direct, children);
                 for (u32 least = 1; least <= (depth < 10 ? 3 : 1); ++least)
