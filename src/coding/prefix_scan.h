@@ -57,6 +57,16 @@ inline __m128i repeat_last(__m128i group)
     return _mm_shuffle_epi32(_mm_shufflehi_epi16(group, 0xFF), 0xFF);
 }
 
+/// The scan of a group: each number combined with those before it, and with those of `before`.
+template <class Combine>
+[[gnu::always_inline]] inline __m128i scan(__m128i group, __m128i before, Combine combine)
+{
+    group = combine(group, _mm_slli_si128(group, 2));
+    group = combine(group, _mm_slli_si128(group, 4));
+    group = combine(group, _mm_slli_si128(group, 8));
+    return combine(group, before);
+}
+
 /// scale_prefix_sums_portably() with SSE2.
 inline void scale_prefix_sums(const u16* src, u32 count, u32 scale, u16* dest)
 {
@@ -65,11 +75,8 @@ inline void scale_prefix_sums(const u16* src, u32 count, u32 scale, u16* dest)
     const __m128i low = _mm_set1_epi16(static_cast<short>(scale));
     __m128i before = _mm_setzero_si128();
     for (u32 i = 0; i < count; i += scan_group) {
-        __m128i sums = load_group(src + i);
-        sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 2));
-        sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 4));
-        sums = _mm_add_epi16(sums, _mm_slli_si128(sums, 8));
-        sums = _mm_add_epi16(sums, before);
+        const __m128i sums = scan(load_group(src + i), before,
+                                  [](__m128i a, __m128i b) { return _mm_add_epi16(a, b); });
         before = repeat_last(sums);
         // sum * scale >> 16 is sum * high + (sum * low >> 16).
         const __m128i whole = _mm_mullo_epi16(sums, high);
@@ -83,11 +90,8 @@ inline void prefix_maxima(u16* numbers, u32 count)
     assert(count % scan_group == 0);
     __m128i before = _mm_setzero_si128();
     for (u32 i = 0; i < count; i += scan_group) {
-        __m128i maxima = load_group(numbers + i);
-        maxima = _mm_max_epi16(maxima, _mm_slli_si128(maxima, 2));
-        maxima = _mm_max_epi16(maxima, _mm_slli_si128(maxima, 4));
-        maxima = _mm_max_epi16(maxima, _mm_slli_si128(maxima, 8));
-        maxima = _mm_max_epi16(maxima, before);
+        const __m128i maxima = scan(load_group(numbers + i), before,
+                                    [](__m128i a, __m128i b) { return _mm_max_epi16(a, b); });
         before = repeat_last(maxima);
         store_group(numbers + i, maxima);
     }

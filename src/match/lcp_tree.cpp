@@ -8,9 +8,8 @@ namespace quarnex {
 namespace {
 
 // Words of the tree under construction: a number in the low bits, other fields above it.
-constexpr u32 number_bits = 25;
+constexpr u32 number_bits = tree_position_bits;
 constexpr u32 number_mask = (1U << number_bits) - 1;
-static_assert(max_tree_block <= 1U << number_bits);
 
 /// Of a byte split over two words: the low 7 bits, above the number in one of them.  The top bit is
 /// in the other.

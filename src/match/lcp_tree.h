@@ -29,8 +29,10 @@
 
 namespace quarnex {
 
+/// Bits of a position in the words of a tree.
+inline constexpr u32 tree_position_bits = 25;
 /// Largest block with a tree.
-inline constexpr u32 max_tree_block = 1U << 25;
+inline constexpr u32 max_tree_block = 1U << tree_position_bits;
 
 /// True if a block can have a tree.  In 32-bit programs its two arrays may not fit into the address
 /// space.

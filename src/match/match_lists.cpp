@@ -47,9 +47,7 @@ class list_builder {
         const u32 listed = mlen_[pos];
         if (listed == 0) return put(pos, prev, len);
         if (listed > len + 2) return;
-        const u32 dist = pos - mpos_[pos];
-        if (listed == len + 1 && pos - prev < dist >> 5) return put(pos, prev, len);
-        if (listed == len + 2 && pos - prev < dist >> 9) return put(pos, prev, len);
+        if (replaces_match(len, pos - prev, listed, pos - mpos_[pos])) put(pos, prev, len);
     }
 
   private:

@@ -50,6 +50,14 @@ struct match_lists {
     // In blocks with room for a tree the two keep its memory: 12 bytes per position.
 };
 
+/// True if an offer of `len` bytes at `dist` replaces a longer match of `listed` bytes at
+/// `listed_dist`: it is one or two bytes shorter and much nearer.
+constexpr bool replaces_match(u32 len, u32 dist, u32 listed, u32 listed_dist)
+{
+    return (listed == len + 1 && dist < listed_dist >> 5) ||
+           (listed == len + 2 && dist < listed_dist >> 9);
+}
+
 /// Upper bound on the memory of find_match_lists() for a block of `n` bytes: that of a tree; or the
 /// suffix array and the LCP array (5) and the lists (5), one of which is a work array at first.
 constexpr u64 match_list_memory(u32 n)

@@ -66,8 +66,7 @@ class nearest_tree {
     const u8* text_ = nullptr;
     u32 size_ = 0;
     lcp_tree tree_;
-    bool lengths_inexact_ =
-        false; // the records of this position may have lengths that aren't exact
+    bool lengths_inexact_ = false; // of the records of this position
 };
 
 } // namespace quarnex

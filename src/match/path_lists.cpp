@@ -17,16 +17,9 @@ class path_match {
     /// offer.
     void offer(u32 last, u32 length)
     {
-        if (length_ == 0) {
-            length_ = length;
-            at_ = last;
-        } else if (length + 2 >= length_) {
-            const u32 longest_near = (pos_ - at_) >> (length_ == length + 1 ? 5 : 9);
-            if (pos_ - last < longest_near) {
-                length_ = length;
-                at_ = last;
-            }
-        }
+        if (length_ != 0 && !replaces_match(length, pos_ - last, length_, pos_ - at_)) return;
+        length_ = length;
+        at_ = last;
     }
 
   private:
@@ -40,6 +33,7 @@ class path_match {
 /// the node with the same number.
 match_lists list_paths(u32 n, lcp_tree& tree)
 {
+    constexpr u32 top_bit = 1 << (32 - tree_position_bits);
     // Nodes hold positions plus one; 0 is none.
     for (u32 pos = 0; pos < n; ++pos) {
         tree.prefetch_after(pos);
@@ -63,16 +57,16 @@ match_lists list_paths(u32 n, lcp_tree& tree)
             if (node.last() != 0) found.offer(node.last() - 1, node.length());
             ref = node.parent();
         }
-        tree.set_leaf(pos, found.at() | found.length() << 25);
+        tree.set_leaf(pos, found.at() | found.length() << tree_position_bits);
         const tree_node slot = tree.node(pos);
         tree.set_node(pos, {(slot.word & ~tree_node::mark) |
-                            ((found.length() & 0x80) != 0 ? tree_node::mark : 0)});
+                            ((found.length() & top_bit) != 0 ? tree_node::mark : 0)});
     }
     match_lists lists{as_bytes(std::move(tree.nodes_memory)), std::move(tree.leaves_memory)};
     for (u32 pos = 0; pos < n; ++pos) {
-        const u32 high = (tree.node(pos).word & tree_node::mark) != 0 ? 0x80 : 0;
-        lists.mlen[pos] = static_cast<u8>(lists.mpos[pos] >> 25 | high);
-        lists.mpos[pos] &= (1U << 25) - 1;
+        const u32 high = (tree.node(pos).word & tree_node::mark) != 0 ? top_bit : 0;
+        lists.mlen[pos] = static_cast<u8>(lists.mpos[pos] >> tree_position_bits | high);
+        lists.mpos[pos] &= max_tree_block - 1;
     }
     return lists;
 }

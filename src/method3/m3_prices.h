@@ -54,6 +54,9 @@ class m3_prices {
     at_distance matches(u32 /*pos*/, u32 dist) const { return {*this, dist}; }
 
   private:
+    // Every alphabet has the slots of all tabulated lengths.
+    static_assert(value_slot(tabulated_lengths - 1 - MinMatch - short_lengths) < slot_count(0));
+
     u32 main(u32 symbol) const { return models_.main.tables.codes[symbol].length; }
 
     u32 length(u32 len) const

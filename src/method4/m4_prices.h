@@ -83,6 +83,9 @@ class m4_prices {
 
     static constexpr u32 first_long = MinMatch + short_lengths;
 
+    // Every alphabet has the slots of all tabulated lengths.
+    static_assert(value_slot(tabulated_lengths - 1 - MinMatch - short_lengths) < slot_count(0));
+
     template <class Model>
     static u32 base(const Model& model)
     {
@@ -137,7 +140,7 @@ class m4_prices {
     std::array<u32, m4_contexts> main_; // base prices
     u32 length_;
     std::array<u32, value_slots> distance_slots_; // prices by slot
-    std::array<bool, m4_contexts> known_;         // contexts whose short lengths are listed
+    std::array<bool, m4_contexts> known_;         // contexts whose short lengths are tabulated
     std::array<std::array<u32, short_lengths>, m4_contexts> short_lengths_;
     std::array<u32, tabulated_lengths - first_long> long_lengths_;
 };
