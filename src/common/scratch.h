@@ -15,7 +15,7 @@ struct idle_table {
     owned_array<u32> entries;
     usize count = 0;          // number of entries; 0 for no table
     bool large_pages = false; // large pages were requested
-    bool zero = false;        // all entries are zero
+    u32 highest = 0;          // no entry is higher
 };
 
 struct scratch {

@@ -15,7 +15,8 @@
 // 128 MiB at levels 5 to 7, whatever the block's size.
 //
 // Tables of this size are mostly empty and do not fit in the cache.  So their memory is reused from
-// block to block (table_memory.h), and each bucket is prefetched 16 positions ahead.
+// block to block (table_memory.h), and each bucket is prefetched 16 positions ahead.  At level 3 a
+// block below 1 MiB leaves the entries of earlier blocks in place, and its own are higher.
 #pragma once
 
 #include "match/concepts.h"
@@ -26,17 +27,22 @@
 #include <cassert>
 #include <concepts>
 #include <optional>
+#include <utility>
 
 namespace quarnex {
+
+/// Inserted positions are less than the block's size plus this: a match can extend past the end.
+inline constexpr u32 inserts_past = 8;
 
 /// The entries of a table, by hash value.
 class bucket_array {
   public:
-    /// All zeros, for a block of `positions` bytes.  A bucket has `size` entries.  Converts to
+    /// A table for a block of `positions` bytes, whose buckets have `size` entries.  Converts to
     /// false without memory.
-    bucket_array(i32 hash_bits, u32 size, u32 positions, scratch& memory)
-        : entries_(memory, (usize{1} << hash_bits) + size - 1, positions), hash_bits_(hash_bits),
-          size_(size)
+    bucket_array(i32 hash_bits, u32 size, u32 positions, scratch& memory,
+                 table_start start = table_start::zeros)
+        : entries_(memory, (usize{1} << hash_bits) + size - 1, positions, start),
+          hash_bits_(hash_bits), size_(size), start_(start)
     {
         assert(is_hash_size(hash_bits) && size != 0);
     }
@@ -49,32 +55,42 @@ class bucket_array {
         return entries_.get() + text.hash(pos, hash_bits_);
     }
 
+    /// What is added to positions; entries up to it are empty.
+    u32 base() const { return entries_.base(); }
+
     /// Prefetches the start of the bucket of `pos`.
     void prefetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
-    /// Call after each block.  After a short one, clears the buckets that it touched.
+    /// Call after each block.  After a short one, clears the buckets that it touched, unless the
+    /// entries are rising.
     void end_block(const block_text& text)
     {
+        if (start_ == table_start::rising)
+            return entries_.mark_highest(base() + text.size + inserts_past);
         if (!entries_.is_mostly_zero(text.size)) return;
         // All positions past the block share the bucket of four zeros.
         for (u32 pos = 0; pos <= text.size; ++pos) std::fill_n(at(text, pos), size_, 0);
-        entries_.mark_cleared();
+        entries_.mark_highest(0);
     }
 
   private:
     table_memory entries_;
     i32 hash_bits_;
     u32 size_; // entries of a bucket
+    table_start start_;
 };
 
 /// Two candidates per hash value, the latest first: an insertion moves the first entry to the
 /// second, which is also the first of the next bucket.  All entries start as position `Start`.
-template <u32 Start>
+///
+/// With table_start::rising, entries of earlier blocks stay in the table and count as `Start`.
+template <u32 Start, table_start Entries = table_start::zeros>
 class pair_table {
   public:
     /// For a block of `positions` bytes.
     pair_table(search_bits bits, u32 positions, scratch& memory)
-        : buckets_(bits.hash_bits, 2, positions, memory)
+        : buckets_(bits.hash_bits, 2, positions, memory, Entries),
+          base_(is_rising ? buckets_.base() : 0)
     {
     }
 
@@ -85,7 +101,7 @@ class pair_table {
     void insert(u32* bucket, u32 pos)
     {
         bucket[1] = bucket[0];
-        bucket[0] = pos - Start;
+        bucket[0] = is_rising ? pos - Start + base_ : pos - Start;
     }
 
     /// Inserts the last positions of a match of `len` bytes; `end` is the position after it.
@@ -98,17 +114,21 @@ class pair_table {
     /// Iterates over the candidates of a bucket, in order.
     class candidate_scan {
       public:
-        candidate_scan(const pair_table& /*table*/, const u32* bucket)
-            : entry_(bucket), end_(bucket + 2)
+        candidate_scan(const pair_table& table, const u32* bucket)
+            : entry_(bucket), end_(bucket + 2), base_(table.base_)
         {
         }
         bool done() const { return entry_ == end_; }
         void next() { ++entry_; }
-        u32 cand() const { return *entry_ + Start; }
+        u32 cand() const
+        {
+            return is_rising ? std::max(*entry_, base_) - base_ + Start : *entry_ + Start;
+        }
 
       private:
         const u32* entry_;
         const u32* end_;
+        u32 base_;
     };
 
     /// Bytes at the block's end in which no match starts.
@@ -122,7 +142,10 @@ class pair_table {
     }
 
   private:
+    static constexpr bool is_rising = Entries == table_start::rising;
+
     bucket_array buckets_; // positions minus Start, so that zeroed memory needs no filling
+    u32 base_;             // is added to each
 };
 
 /// A ring of 2^chain_bits candidates per hash value.
@@ -315,6 +338,20 @@ template <bucket_table Table, token_writer Writer>
     }
     buckets.end_block(text);
     return out;
+}
+
+/// Longer blocks clear a pair_table faster than they search one with rising entries.
+inline constexpr u32 max_rising_block = (1U << 20) - 1;
+
+/// search_buckets() with a pair_table whose entries start as position `Start`.
+template <u32 Start, token_writer Writer>
+[[nodiscard]] std::optional<Writer> search_pairs(const block_text text, search_bits bits,
+                                                 scratch& memory, Writer out)
+{
+    const bool rises = text.size <= max_rising_block;
+    const auto search = rises ? search_buckets<pair_table<Start, table_start::rising>, Writer>
+                              : search_buckets<pair_table<Start>, Writer>;
+    return search(text, bits, memory, std::move(out));
 }
 
 } // namespace quarnex

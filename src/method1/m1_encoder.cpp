@@ -26,7 +26,7 @@ codec_result m1_encode(const codec_job& job)
 constexpr auto m1_encode_greedy = m1_encode<search_greedy<inserts::nothing, m1_writer>>;
 constexpr auto m1_encode_greedy_ins = m1_encode<search_greedy<inserts::inside_match, m1_writer>>;
 constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
-constexpr auto m1_encode_pair = m1_encode<search_buckets<pair_table<0>, m1_writer>>;
+constexpr auto m1_encode_pair = m1_encode<search_pairs<0, m1_writer>>;
 constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
 
 codec_result m1_encode_sa(const codec_job& job)

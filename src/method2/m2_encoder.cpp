@@ -26,7 +26,7 @@ codec_result m2_encode(const codec_job& job)
 constexpr auto m2_encode_l0 = m2_encode<search_greedy<inserts::nothing, m2_writer>>;
 constexpr auto m2_encode_l1 = m2_encode<search_greedy<inserts::inside_match, m2_writer>>;
 constexpr auto m2_encode_l2 = m2_encode<search_lazy<m2_writer>>;
-constexpr auto m2_encode_l3 = m2_encode<search_buckets<pair_table<0>, m2_writer>>;
+constexpr auto m2_encode_l3 = m2_encode<search_pairs<0, m2_writer>>;
 constexpr auto m2_encode_bucket = m2_encode<search_buckets<ring_table, m2_writer>>;
 
 codec_result m2_encode_sa(const codec_job& job)

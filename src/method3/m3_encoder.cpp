@@ -24,7 +24,7 @@ codec_result m3_encode(const codec_job& job)
 constexpr auto m3_encode_greedy = m3_encode<search_greedy<inserts::nothing, m3_writer>>;
 constexpr auto m3_encode_greedy_ins = m3_encode<search_greedy<inserts::inside_match, m3_writer>>;
 constexpr auto m3_encode_lazy = m3_encode<search_lazy<m3_writer>>;
-constexpr auto m3_encode_pair = m3_encode<search_buckets<pair_table<0>, m3_writer>>;
+constexpr auto m3_encode_pair = m3_encode<search_pairs<0, m3_writer>>;
 constexpr auto m3_encode_bucket = m3_encode<search_buckets<ring_table, m3_writer>>;
 
 codec_result m3_encode_sa(const codec_job& job)

@@ -23,7 +23,7 @@ codec_result m4_encode(const codec_job& job, m4_enc_state& models)
 
 constexpr auto m4_encode_greedy = m4_encode<search_greedy<inserts::nothing, m4_writer>>;
 constexpr auto m4_encode_lazy = m4_encode<search_lazy<m4_writer>>;
-constexpr auto m4_encode_pair = m4_encode<search_buckets<pair_table<0>, m4_writer>>;
+constexpr auto m4_encode_pair = m4_encode<search_pairs<0, m4_writer>>;
 constexpr auto m4_encode_bucket = m4_encode<search_buckets<ring_table, m4_writer>>;
 
 template <u32 MinMatch>

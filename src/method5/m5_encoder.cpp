@@ -21,7 +21,7 @@ codec_result m5_encode(const codec_job& job, m5_model& model)
 
 constexpr auto m5_encode_greedy = m5_encode<search_greedy<inserts::inside_match, m5_writer>>;
 constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
-constexpr auto m5_encode_pair = m5_encode<search_buckets<pair_table<1>, m5_writer>>;
+constexpr auto m5_encode_pair = m5_encode<search_pairs<1, m5_writer>>;
 constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
 
 codec_result m5_encode_suffix(const codec_job& job, m5_model& model)

@@ -27,7 +27,7 @@ TEST(scratch, releases_the_table_that_was_left_in_it)
     limited_allocator recorder;
     {
         scratch memory(recorder.get());
-        memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, true};
+        memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, 0};
         EXPECT_TRUE(recorder.released().empty());
     }
     ASSERT_EQ(recorder.allocated().size(), 1U);
@@ -39,8 +39,8 @@ TEST(scratch, releases_a_table_that_is_replaced)
 {
     limited_allocator recorder;
     scratch memory(recorder.get());
-    memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, true};
-    memory.table = {make_zeroed_array<u32>(memory.source, 10), 10, false, true};
+    memory.table = {make_zeroed_array<u32>(memory.source, 1000), 1000, false, 0};
+    memory.table = {make_zeroed_array<u32>(memory.source, 10), 10, false, 0};
     ASSERT_EQ(recorder.released().size(), 1U);
     EXPECT_EQ(recorder.released()[0], recorder.allocated()[0]);
 }

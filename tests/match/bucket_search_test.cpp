@@ -1,6 +1,7 @@
 #include "match/bucket_search.h"
 
 #include "support/limited_allocator.h"
+#include "support/shapes.h"
 #include "support/token_recorder.h"
 
 #include <gtest/gtest.h>
@@ -99,6 +100,57 @@ TEST(pair_table, the_second_entry_is_the_first_of_the_next_bucket)
     insert(table, text, 12); // entry 6 is 12, entry 7 what it was, 4
     EXPECT_EQ(candidates(table, text, 8), (positions{8, 12}));
     EXPECT_EQ(candidates(table, text, 12), (positions{12, 4}));
+}
+
+TEST(pair_table, entries_of_earlier_blocks_count_as_the_start_position)
+{
+    const hashed_block block({5, 5, 5, 5});
+    const block_text text = block;
+    scratch memory(system_allocator);
+    using rising = pair_table<1, table_start::rising>;
+    const search_bits bits{table_hash_bits, 1};
+    {
+        rising table(bits, text.size, memory);
+        insert(table, text, 4);
+        insert(table, text, 8);
+        EXPECT_EQ(candidates(table, text, 0), (positions{8, 4}));
+        table.buckets().end_block(text);
+    }
+    rising table(bits, text.size, memory);
+    EXPECT_EQ(candidates(table, text, 0), (positions{1, 1}));
+    insert(table, text, 12);
+    EXPECT_EQ(candidates(table, text, 0), (positions{12, 1}));
+}
+
+TEST(search_pairs, finds_the_same_in_a_table_with_entries_of_earlier_blocks)
+{
+    const auto search = search_pairs<0, test::token_recorder<1>>;
+    for (const u32 highest : {0U, 1000U, UINT32_MAX - 5000}) {
+        scratch used(system_allocator);
+        const search_bits bits{12, 1};
+        table_memory(used, (usize{1} << 12) + 1, 0, table_start::rising).mark_highest(highest);
+        for (const test::shape& shape : test::all_shapes()) {
+            for (const usize size : {3U, 700U, 3000U}) {
+                const bytes block = shape.make(size, size);
+                EXPECT_EQ(tokens_of<1>(search, block, bits, used),
+                          tokens_of<1>(search, block, bits))
+                    << shape.name << " of " << size << " bytes after " << highest;
+            }
+        }
+    }
+}
+
+TEST(search_pairs, of_a_long_block_after_short_ones_starts_with_zeros)
+{
+    const auto search = search_pairs<0, test::token_recorder<1>>;
+    scratch used(system_allocator);
+    const search_bits bits{12, 1};
+    const bytes short_block = test::find_shape("text").make(max_rising_block, 1);
+    const bytes long_block = test::find_shape("text").make(max_rising_block + 1, 2);
+    tokens_of<1>(search, short_block, bits, used);
+    EXPECT_EQ(tokens_of<1>(search, long_block, bits, used), tokens_of<1>(search, long_block, bits));
+    EXPECT_EQ(tokens_of<1>(search, short_block, bits, used),
+              tokens_of<1>(search, short_block, bits));
 }
 
 TEST(pair_table, the_highest_hash_value_has_a_second_entry_too)

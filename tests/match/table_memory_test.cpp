@@ -34,7 +34,7 @@ const u32* use_table(scratch& keeper, bool clears)
     memory.get()[7] = 1;
     if (clears) {
         memory.get()[7] = 0;
-        memory.mark_cleared();
+        memory.mark_highest(0);
     }
     return memory.get();
 }
@@ -128,6 +128,54 @@ TEST(table_memory, is_mostly_zero_after_short_blocks)
     const table_memory memory(keeper, count, positions);
     EXPECT_TRUE(memory.is_mostly_zero(count / 160 - 1));
     EXPECT_FALSE(memory.is_mostly_zero(count / 160));
+}
+
+/// Uses a table with rising entries, of which `highest` is the highest.
+u32 use_rising(scratch& keeper, u32 highest)
+{
+    table_memory memory(keeper, count, positions, table_start::rising);
+    memory.get()[7] = memory.base() + highest;
+    memory.mark_highest(memory.base() + highest);
+    return memory.base();
+}
+
+TEST(table_memory, rising_entries_start_above_those_of_earlier_blocks)
+{
+    scratch keeper(system_allocator);
+    EXPECT_EQ(use_rising(keeper, 100), 0U);
+    EXPECT_EQ(use_rising(keeper, 50), 100U);
+    const table_memory third(keeper, count, positions, table_start::rising);
+    EXPECT_EQ(third.base(), 150U);
+    EXPECT_EQ(third.get()[7], 150U) << "is kept";
+}
+
+TEST(table_memory, rising_entries_are_cleared_for_a_block_that_needs_zeros)
+{
+    scratch keeper(system_allocator);
+    use_rising(keeper, 100);
+    const table_memory next(keeper, count, positions);
+    EXPECT_EQ(next.base(), 0U);
+    EXPECT_TRUE(is_zero(next, count));
+}
+
+TEST(table_memory, rising_entries_start_from_zero_after_a_block_that_left_others)
+{
+    scratch keeper(system_allocator);
+    use_table(keeper, false);
+    const table_memory next(keeper, count, positions, table_start::rising);
+    EXPECT_EQ(next.base(), 0U);
+    EXPECT_TRUE(is_zero(next, count));
+}
+
+TEST(table_memory, rising_entries_never_overflow)
+{
+    scratch keeper(system_allocator);
+    constexpr u32 last_base = UINT32_MAX - static_cast<u32>(positions) - 1;
+    use_rising(keeper, last_base);
+    EXPECT_EQ(use_rising(keeper, 1), last_base);
+    EXPECT_EQ(use_rising(keeper, 1), 0U) << "the highest position would not fit";
+    const table_memory next(keeper, count, positions, table_start::rising);
+    EXPECT_EQ(next.base(), 1U);
 }
 
 // After a search
