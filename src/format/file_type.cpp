@@ -32,6 +32,37 @@ constexpr bool is_within(u32 classes, u32 allowed)
     return (classes & ~allowed) == 0;
 }
 
+/// 1 for plain text in ASCII: letters, digits, punctuation and the usual control characters; else
+/// 0. In bytes throughout, so that the loop over a sample compiles to vector instructions.
+constexpr u8 is_plain(u8 byte)
+{
+    const u8 is_graphic = static_cast<u8>(byte - 0x20) <= 0x7E - 0x20;
+    const u8 is_control = static_cast<u8>(byte - 0x07) <= 0x0D - 0x07;
+    const u8 is_tabulator = byte == 0x0B; // the vertical one
+    const u8 is_escape = byte == 0x1B;
+    return is_graphic | static_cast<u8>(is_control & ~is_tabulator) | is_escape;
+}
+static_assert([] {
+    for (usize byte = 0; byte < text_chars.size(); ++byte) {
+        const bool expected = byte < 0x80 && text_chars[byte] == plain_text;
+        if (is_plain(static_cast<u8>(byte)) != (expected ? 1 : 0)) return false;
+    }
+    return true;
+}());
+
+/// True if all bytes of a sample are plain text in ASCII.
+bool is_plain_text(std::span<const u8> sample)
+{
+    constexpr usize step = 64;
+    while (sample.size() >= step) {
+        u8 all = 1;
+        for (usize i = 0; i < step; ++i) all &= is_plain(sample[i]);
+        if (all == 0) return false;
+        sample = sample.subspan(step);
+    }
+    return std::all_of(sample.begin(), sample.end(), [](u8 byte) { return is_plain(byte) != 0; });
+}
+
 void add_classes(std::span<const u8> piece, class_sets& found)
 {
     std::array<bool, 256> occurs{};
@@ -99,6 +130,7 @@ type_number classify_utf16(std::span<const u8> text)
 
 type_number classify_text(std::span<const u8> sample)
 {
+    if (is_plain_text(sample)) return type_ascii; // most texts
     const class_sets classes = find_classes(sample);
     if (is_within(classes.as_ascii, plain_only)) return type_ascii;
     if (!classes.has_non_text() && is_utf8(sample)) {

@@ -56,6 +56,19 @@ TEST(classify_text, each_byte_in_an_ascii_text)
     }
 }
 
+TEST(classify_text, a_byte_is_seen_anywhere_in_an_ascii_text)
+{
+    bytes text(200, 'a');
+    for (usize at = 0; at < text.size(); ++at) {
+        for (const auto& [byte, type] : {std::pair{u8{0x0B}, 0U}, std::pair{u8{0xE9}, 37U},
+                                         std::pair{u8{0x85}, 32U}, std::pair{u8{'\t'}, 32U}}) {
+            text[at] = byte;
+            EXPECT_EQ(type_of(text), type) << at;
+        }
+        text[at] = 'a';
+    }
+}
+
 TEST(classify_text, an_empty_file_is_ascii)
 {
     EXPECT_EQ(type_of({}), 32U);
