@@ -1,9 +1,10 @@
-// common/object_array.h - an array of objects that can be neither moved nor copied
+// common/object_array.h - an array of objects that need be neither moved nor copied
 #pragma once
 
 #include "common/owned_array.h"
 
 #include <new>
+#include <utility>
 
 namespace quarnex {
 
@@ -12,8 +13,16 @@ template <class T>
 class object_array {
   public:
     object_array() = default;
-    object_array(const object_array&) = delete;
-    object_array& operator=(const object_array&) = delete;
+    object_array(object_array&& other) noexcept
+        : memory_(std::move(other.memory_)), size_(std::exchange(other.size_, 0))
+    {
+    }
+    object_array& operator=(object_array&& other) noexcept
+    {
+        std::swap(memory_, other.memory_);
+        std::swap(size_, other.size_);
+        return *this;
+    }
     ~object_array()
     {
         while (size_ != 0) (*this)[--size_].~T();

@@ -6,9 +6,6 @@
 namespace quarnex {
 namespace {
 
-/// Smaller buffers are cheap to allocate and are not pooled.
-constexpr usize min_pooled_bytes = usize{256} << 10;
-
 memory_kind kind_of(usize size)
 {
     return size < large_page_size ? memory_kind::plain : memory_kind::large_pages;
@@ -58,28 +55,27 @@ block_buffer buffer_pool::take_idle(usize size)
     scoped_lock lock(mutex_);
     ++used_count_;
     const bool is_pooled = size >= min_pooled_bytes;
-    const auto begin = idle_.begin();
-    const auto end = begin + static_cast<std::ptrdiff_t>(idle_count_);
-    const auto found = std::find_if(begin, end, [&](const owned_array<u8>& buffer) {
+    for (usize i = is_pooled ? idle_count_ : 0;
+         i-- != 0;) { // the latest is the likeliest to be in the cache
+        const usize capacity = idle_[i].get_deleter().size;
         // Reject buffers more than twice as large as needed: they would waste memory.
-        const usize capacity = buffer.get_deleter().size;
-        return is_pooled && capacity >= size && capacity / 2 <= size;
-    });
-    if (found != end) {
-        const usize capacity = found->get_deleter().size;
-        block_buffer taken(found->release(), return_buffer{this, capacity});
-        std::swap(*found, idle_[--idle_count_]);
-        return taken;
+        if (capacity >= size && capacity / 2 <= size)
+            return block_buffer(remove_idle(i).release(), return_buffer{this, capacity});
     }
     // The pool is full and nothing fits: evict the oldest to make room for the new size.
     const bool is_full =
         (is_pooled && idle_count_ == idle_limit_) || idle_count_ + used_count_ > total_limit_;
-    if (is_full && idle_count_ != 0) {
-        evicted = std::move(*begin);
-        std::move(begin + 1, end, begin);
-        --idle_count_;
-    }
+    if (is_full && idle_count_ != 0) evicted = remove_idle(0);
     return {};
+}
+
+owned_array<u8> buffer_pool::remove_idle(usize index)
+{
+    owned_array<u8> removed = std::move(idle_[index]);
+    const auto begin = idle_.begin() + static_cast<std::ptrdiff_t>(index);
+    const auto end = idle_.begin() + static_cast<std::ptrdiff_t>(idle_count_--);
+    std::move(begin + 1, end, begin);
+    return removed;
 }
 
 void buffer_pool::free_idle()

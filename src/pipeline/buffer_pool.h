@@ -29,6 +29,8 @@ class buffer_pool {
   public:
     /// Upper bound for the idle buffers of any pool.
     static constexpr usize max_idle = 40;
+    /// Smaller buffers are cheap to allocate and are not kept.
+    static constexpr usize min_pooled_bytes = usize{256} << 10;
 
     /// Keeps up to `idle_limit` (at most max_idle) idle buffers, and no idle ones beyond
     /// `total_limit` buffers, idle and in use.
@@ -54,6 +56,8 @@ class buffer_pool {
     /// Returns an idle buffer that suits `size`.  If there is none, makes room for a fresh one and
     /// returns null.  Counts either as in use.
     block_buffer take_idle(usize size);
+    /// Removes and returns an idle buffer.
+    owned_array<u8> remove_idle(usize index) REQUIRES(mutex_);
 
     const allocator& source_;
     const usize idle_limit_;

@@ -146,7 +146,7 @@ status file_reader::run(const request& wanted, u64& done, bool skips_damage)
 {
     if (!coder_) {
         const u32 threads = useful_threads(threads_, index_.layout().block_count);
-        coder_.emplace(source_, threads, reader_capacity(threads));
+        coder_.emplace(source_, threads, reader_capacity(threads), 0U);
         const status started = coder_->start();
         if (started != status::done) {
             coder_.reset();

@@ -16,7 +16,7 @@ file_writer::file_writer(const allocator& source, const byte_sink& file, const l
     : file_(file), watcher_(watcher), parameters_(parameters), seals_(seals),
       declared_size_(original_size),
       threads_(useful_threads(threads, count_blocks(original_size, block_size()))),
-      coder_(source, threads_, writer_capacity(threads_))
+      coder_(source, threads_, writer_capacity(threads_), 1)
 {
 }
 

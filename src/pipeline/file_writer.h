@@ -14,11 +14,11 @@ namespace quarnex {
 
 inline constexpr u64 unknown_size = UINT64_MAX;
 
-/// Number of blocks that a writer with `threads` threads holds besides the one being filled: two
-/// for each thread, so that a slow block doesn't stall the others.
+/// Number of blocks that a writer with `threads` threads holds besides the one being filled: one
+/// for each thread, and one that is being written.
 constexpr u32 writer_capacity(u32 threads)
 {
-    return threads == 0 ? 1 : 2 * threads;
+    return threads + 1;
 }
 
 class file_writer {

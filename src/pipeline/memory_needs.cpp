@@ -12,14 +12,15 @@ namespace {
 /// Allowance, for each block of the ring and each thread, for the ring, the threads and names.
 constexpr u64 small_things = 4096;
 
-/// Bytes of a ring of `capacity` blocks, each with input and output, and of the codecs at work.
+/// Bytes of `blocks` blocks, and of the codecs at work.
 u64 coder_memory(const codec_entry& codec, const codec_parameters& parameters, u64 length,
-                 u32 threads, u64 capacity)
+                 u32 threads, u32 blocks)
 {
-    const u64 buffers = 2 * (length + std::max(in_slack, out_slack) + small_things);
+    const u64 buffer = length + std::max(in_slack, out_slack) + small_things;
     const u64 working =
         codec.memory(parameters, static_cast<u32>(std::min<u64>(length, UINT32_MAX)));
-    return capacity * buffers + std::max(threads, 1U) * (working + small_things);
+    return coder_buffers(threads, blocks) * buffer +
+           std::max(threads, 1U) * (working + small_things);
 }
 
 } // namespace

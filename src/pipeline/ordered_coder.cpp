@@ -49,9 +49,10 @@ void find_fault(ordered_block& decoded)
     }
 }
 
-ordered_coder::ordered_coder(const allocator& source, u32 threads, u32 blocks)
+ordered_coder::ordered_coder(const allocator& source, u32 threads, u32 blocks, u32 spare)
     : thread_count(threads), capacity(blocks),
-      buffers(source, usize{blocks} + 1, 2 * usize{blocks}), source_(source), memory_(source)
+      buffers(source, usize{blocks} + 1, coder_buffers(threads, blocks + spare)), source_(source),
+      memory_(source)
 {
 }
 

@@ -45,10 +45,18 @@ constexpr u32 useful_threads(u32 threads, u64 blocks)
     return blocks <= 1 ? 0 : static_cast<u32>(std::min<u64>(threads, blocks));
 }
 
+/// Number of buffers for `blocks` blocks: those that are being coded have an input and an output,
+/// others one of them.
+constexpr u32 coder_buffers(u32 threads, u32 blocks)
+{
+    return blocks + std::max(threads, 1U);
+}
+
 class ordered_coder {
   public:
-    /// A coder with `threads` threads and a ring of `blocks` blocks, 1 or more.
-    ordered_coder(const allocator& source, u32 threads, u32 blocks);
+    /// A coder with `threads` threads and a ring of `blocks` blocks, 1 or more.  The caller uses
+    /// `spare` buffers for other blocks.
+    ordered_coder(const allocator& source, u32 threads, u32 blocks, u32 spare);
     ordered_coder(const ordered_coder&) = delete;
     ordered_coder& operator=(const ordered_coder&) = delete;
     /// Drops all blocks and joins the threads.

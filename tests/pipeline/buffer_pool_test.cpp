@@ -79,6 +79,22 @@ TEST(buffer_pool, the_first_fitting_buffer_is_found_among_others)
     EXPECT_EQ(pool.idle(), 3U);
 }
 
+TEST(buffer_pool, the_latest_of_several_fitting_buffers_is_taken)
+{
+    buffer_pool pool(system_allocator, 4);
+    block_buffer first = pool.take(mib);
+    block_buffer second = pool.take(mib);
+    block_buffer third = pool.take(mib);
+    const u8* const latest = second.get();
+    const u8* const before = third.get();
+    first.reset();
+    third.reset();
+    second.reset();
+    const block_buffer taken = pool.take(mib);
+    EXPECT_EQ(taken.get(), latest);
+    EXPECT_EQ(pool.take(mib).get(), before);
+}
+
 TEST(buffer_pool, small_buffers_are_not_pooled)
 {
     buffer_pool pool(system_allocator, 4);

@@ -48,6 +48,8 @@ class system_file {
     [[nodiscard]] read_result read_at(u64 offset, u8* dest, usize size);
     /// Writes `size` bytes.
     [[nodiscard]] int write(const u8* src, usize size);
+    /// Writes `size` bytes at `offset`.  Moves the position on some systems.
+    [[nodiscard]] int write_at(u64 offset, const u8* src, usize size);
     /// Sets the position, in bytes from the start.
     [[nodiscard]] int seek(u64 offset);
     /// Size in bytes; 0 if it is unknown.

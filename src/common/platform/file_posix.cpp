@@ -31,6 +31,20 @@ read_result read_all(usize size, Read read)
     return {done, 0};
 }
 
+/// Calls `write(src, request)` until `size` bytes are written.
+template <class Write>
+int write_all(const u8* src, usize size, Write write)
+{
+    while (size != 0) {
+        const ssize_t written = write(src, std::min(size, max_request));
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return written < 0 ? errno : EIO;
+        src += written;
+        size -= static_cast<usize>(written);
+    }
+    return 0;
+}
+
 } // namespace
 
 int system_file::open(const char* name)
@@ -67,14 +81,18 @@ read_result system_file::read_at(u64 offset, u8* dest, usize size)
 
 int system_file::write(const u8* src, usize size)
 {
-    while (size != 0) {
-        const ssize_t written = ::write(descriptor_, src, std::min(size, max_request));
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return written < 0 ? errno : EIO;
-        src += written;
-        size -= static_cast<usize>(written);
-    }
-    return 0;
+    return write_all(src, size, [&](const u8* from, usize request) {
+        return ::write(descriptor_, from, request);
+    });
+}
+
+int system_file::write_at(u64 offset, const u8* src, usize size)
+{
+    if (offset > INT64_MAX - u64{size}) return EINVAL;
+    return write_all(src, size, [&](const u8* from, usize request) {
+        const u64 place = offset + static_cast<u64>(from - src);
+        return pwrite(descriptor_, from, request, static_cast<off_t>(place));
+    });
 }
 
 int system_file::seek(u64 offset)

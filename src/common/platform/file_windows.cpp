@@ -66,6 +66,12 @@ int system_file::write(const u8* src, usize size)
     return 0;
 }
 
+int system_file::write_at(u64 offset, const u8* src, usize size)
+{
+    if (const int error = seek(offset); error != 0) return error;
+    return write(src, size);
+}
+
 int system_file::seek(u64 offset)
 {
     if (offset > INT64_MAX) return EINVAL;

@@ -94,6 +94,18 @@ TEST(system_file, a_gap_left_by_a_seek_is_zero_and_can_be_filled_later)
     EXPECT_EQ(read_file(dir / "out"), to_bytes("gapend"));
 }
 
+TEST(system_file, writes_at_any_offset)
+{
+    const temp_dir dir;
+    system_file file = create(dir / "file");
+    const bytes text = to_bytes("abcdef");
+    EXPECT_EQ(file.write_at(3, text.data(), 3), 0);
+    EXPECT_EQ(file.write_at(0, text.data() + 3, 3), 0);
+    EXPECT_EQ(file.write_at(1, text.data(), 0), 0);
+    EXPECT_EQ(read_file(dir / "file"), to_bytes("defabc"));
+    EXPECT_EQ(file.write_at(u64{INT64_MAX} + 1, text.data(), 1), EINVAL);
+}
+
 TEST(system_file, offsets_and_sizes_exceed_4_gib)
 {
     constexpr u64 beyond_32_bits = (u64{5} << 30) + 3;
