@@ -33,6 +33,7 @@ constexpr std::array qrx_statuses{
     std::pair{status::truncated, QRX_TRUNCATED},
     std::pair{status::corrupt, QRX_CORRUPT},
     std::pair{status::stopped, QRX_CANCELLED},
+    std::pair{status::skipped, QRX_CANCELLED},
     std::pair{status::cancelled, QRX_CANCELLED},
     std::pair{status::bad_argument, QRX_BAD_ARGUMENT},
     std::pair{status::over_limit, QRX_OVER_LIMIT},

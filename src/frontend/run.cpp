@@ -68,12 +68,42 @@ bool prepare_destination(const std::string& name)
 /// Context of the engine's observer.
 struct run_context {
     progress_line* progress = nullptr; // of the file being read
+    engine* pipeline = nullptr;
+    std::set<file_identity> created; // all destinations so far, if there are workers
 };
 
 bool show_progress(void* context, u64 done, u64 total)
 {
     static_cast<run_context*>(context)->progress->advance(done, total);
     return true;
+}
+
+/// Returns whether a source is its own destination, with a message: creating the destination would
+/// empty it.
+bool is_same_file(const char* source, const file_identity& destination)
+{
+    const auto found = find_status(source);
+    if (!found || found->identity != destination) return false;
+    std::fprintf(stderr, "%s: skipped, it is its own destination\n", source);
+    return true;
+}
+
+/// Decides on a destination that exists.
+bool may_replace(void* context, const char* source, const char* destination)
+{
+    const auto* const run = static_cast<run_context*>(context);
+    const auto existing = find_status(destination);
+    if (!existing) return true;
+    if (is_same_file(source, existing->identity)) return false;
+    // A file of this run is replaced only once it is written.
+    if (run->created.contains(existing->identity)) run->pipeline->wait_for_blocks();
+    return true;
+}
+
+void note_created(void* context, int descriptor)
+{
+    auto* const run = static_cast<run_context*>(context);
+    if (run->pipeline->has_workers()) run->created.insert(find_identity(descriptor));
 }
 
 /// Runs files through the engine one by one.
@@ -85,6 +115,9 @@ class file_runner {
     {
     }
 
+    /// Returns whether a worker was unable to read a small file.
+    bool has_unread() const { return engine_.unread_files() != 0; }
+
     /// Compresses or restores the file `source`; `relative` is its path below the destination.
     status run(const std::string& source, const std::string& relative)
     {
@@ -93,35 +126,18 @@ class file_runner {
         const std::string path = join_paths(parsed_.destination, relative);
         const std::string destination = compresses ? compressed_name(path) : restored_name(path);
         const file_names names{source.c_str(), destination.c_str()};
-        if (const auto existing = find_status(destination.c_str())) {
-            if (is_same_file(source, existing->identity)) return status::done;
-            // A file of this run is replaced only once it is written.
-            if (created_.contains(existing->identity)) engine_.wait_for_blocks();
-        }
         progress_line progress(source);
         context_.progress = &progress;
         const status result = compresses ? compress_file(engine_, names, parameters_)
                                          : decompress_file(engine_, names);
-        if (const auto found = find_status(destination.c_str())) created_.insert(found->identity);
-        return result;
+        return result == status::skipped ? status::done : result;
     }
 
   private:
-    /// Returns whether a source is its own destination, with a message: creating the destination
-    /// would empty it.
-    static bool is_same_file(const std::string& source, const file_identity& destination)
-    {
-        const auto found = find_status(source.c_str());
-        if (!found || found->identity != destination) return false;
-        std::fprintf(stderr, "%s: skipped, it is its own destination\n", source.c_str());
-        return true;
-    }
-
     engine& engine_;
     run_context& context_;
     const options& parsed_;
     const file_parameters& parameters_;
-    std::set<file_identity> created_; // all destinations so far
 };
 
 /// Runs the regular files among the names until one fails.  Returns the last result.
@@ -140,7 +156,7 @@ status run_plain_loop(file_runner& files, const options& parsed)
         }
         if (kind != file_kind::regular) continue;
         result = files.run(name, name.substr(last_component(name)));
-        if (result != status::done) break;
+        if (result != status::done || files.has_unread()) break;
     }
     return result;
 }
@@ -149,6 +165,7 @@ status run_plain_loop(file_runner& files, const options& parsed)
 /// line end, on failure.
 bool make_directories(const std::string& path)
 {
+    if (make_directory(path.c_str()) || errno == EEXIST) return true; // the parents mostly exist
     usize end = 0;
     do {
         end = path.find(path_separator, end + 1);
@@ -226,9 +243,10 @@ int run(int argc, const char* const* argv)
     settle_parameters(parameters, fit_to_cache(second_level_cache_kib()));
 
     run_context context;
-    const observer watcher{report_event, show_progress, &context};
+    const observer watcher{report_event, show_progress, may_replace, note_created, &context};
     int exit_status = exit_fatal;
     engine pipeline(system_allocator, count_workers(parsed, parameters), watcher);
+    context.pipeline = &pipeline;
     {
         const engine_threads threads(pipeline);
         file_runner files(pipeline, context, parsed, parameters);

@@ -54,6 +54,13 @@ std::optional<file_status> find_status(const char* name)
     return file_status{kind_of(status.st_mode), identity};
 }
 
+file_identity find_identity(int descriptor)
+{
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0) return {};
+    return {static_cast<u64>(status.st_dev), static_cast<u64>(status.st_ino)};
+}
+
 bool is_link(const char* name)
 {
     struct stat status {};

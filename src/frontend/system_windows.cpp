@@ -93,6 +93,11 @@ file_kind kind_of(DWORD attributes)
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_kind::directory : file_kind::regular;
 }
 
+u64 file_number(const BY_HANDLE_FILE_INFORMATION& about)
+{
+    return u64{about.nFileIndexHigh} << 32 | about.nFileIndexLow;
+}
+
 /// Iterates over the directory entries that match a name or a pattern.
 class directory_search {
   public:
@@ -126,8 +131,16 @@ std::optional<file_status> find_status(const char* name)
     BY_HANDLE_FILE_INFORMATION about{};
     if (GetFileInformationByHandle(found.get(), &about) == 0)
         return file_status{kind_of(GetFileAttributesA(name)), {}};
-    const u64 number = u64{about.nFileIndexHigh} << 32 | about.nFileIndexLow;
-    return file_status{kind_of(about.dwFileAttributes), {about.dwVolumeSerialNumber, number}};
+    return file_status{kind_of(about.dwFileAttributes),
+                       {about.dwVolumeSerialNumber, file_number(about)}};
+}
+
+file_identity find_identity(int descriptor)
+{
+    BY_HANDLE_FILE_INFORMATION about{};
+    auto* const file = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
+    if (GetFileInformationByHandle(file, &about) == 0) return {};
+    return {about.dwVolumeSerialNumber, file_number(about)};
 }
 
 bool is_link(const char* name)

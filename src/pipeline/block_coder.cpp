@@ -4,6 +4,7 @@
 #include "format/filters.h"
 #include "pipeline/codec_table.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -36,9 +37,12 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
 {
     codec_job& codec = job.codec;
     if (codec.out_buf == nullptr) {
-        record.buf = buffers.take(record_head_bytes + codec.in_len + out_slack);
+        record.head = job.has_header ? static_cast<u32>(file_header_bytes) : 0;
+        const usize before = record.head + record_head_bytes;
+        record.buf = buffers.take(std::max(before + codec.in_len + out_slack, job.buffer_bytes));
         if (!record.buf) return {block_status::no_buffer};
-        codec.out_buf = record.buf.get() + record_head_bytes;
+        std::copy_n(job.header.begin(), record.head, record.buf.get());
+        codec.out_buf = record.buf.get() + before;
     }
 
     codec_result coded;
@@ -46,7 +50,7 @@ block_result encode_block(buffer_pool& buffers, block_job& job, write_job& recor
     if (coded.status != codec_status::done) return {block_status::uncoded, coded.status};
     job.in_alloc.reset();
     pack_record_head(codec.out_buf - record_head_bytes, {coded.length, 0});
-    record.size = static_cast<u32>(record_head_bytes) + coded.length;
+    record.size = record.head + static_cast<u32>(record_head_bytes) + coded.length;
     return {.produced = coded.length};
 }
 
@@ -72,7 +76,7 @@ block_result decode_block(buffer_pool& buffers, block_job& job, write_job& data)
         codec.out_buf = data.buf.get();
     } else {
         if (codec.out_buf == nullptr) {
-            data.buf = buffers.take(codec.out_len);
+            data.buf = buffers.take(std::max<usize>(codec.out_len, job.buffer_bytes));
             codec.out_buf = data.buf.get();
             if (!data.buf) return {block_status::no_buffer};
         }
@@ -113,13 +117,12 @@ int write_block(write_job& finished, u32 sequence)
 {
     system_file& file = finished.out_file->file;
     if (finished.mode == direction::compress) {
-        finished.buf[displacement_offset] = displacement_byte(finished.block_index, sequence);
-    } else {
-        const u64 block_size = u64{finished.block_mb} << 20;
-        if (const int error = file.seek(u64{finished.block_index} * block_size); error != 0)
-            return error;
+        finished.buf[finished.head + displacement_offset] =
+            displacement_byte(finished.block_index, sequence);
+        return file.write(finished.buf.get(), finished.size);
     }
-    return file.write(finished.buf.get(), finished.size);
+    const u64 block_size = u64{finished.block_mb} << 20;
+    return file.write_at(finished.block_index * block_size, finished.buf.get(), finished.size);
 }
 
 } // namespace quarnex

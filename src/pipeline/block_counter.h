@@ -6,7 +6,8 @@
 
 namespace quarnex {
 
-/// Counts the blocks that were submitted to the workers and are not yet written or dropped.
+/// Counts blocks (or small files) that were submitted to the workers and are not yet written or
+/// dropped.
 class block_counter {
   public:
     void enter()
@@ -18,20 +19,27 @@ class block_counter {
     void leave()
     {
         scoped_lock lock(mutex_);
-        if (--count_ == 0) none_left_.notify_one();
+        if (--count_ < wanted_) enough_left_.notify_one();
     }
 
-    /// Waits until no block is in flight.  Only the thread that calls enter() may wait.
-    void wait_for_none()
+    /// Waits until fewer than `limit` blocks are in flight.  Only the thread that calls enter() may
+    /// wait.
+    void wait_for_fewer_than(u32 limit)
     {
         scoped_lock lock(mutex_);
-        while (count_ != 0) none_left_.wait(mutex_);
+        wanted_ = limit;
+        while (count_ >= limit) enough_left_.wait(mutex_);
+        wanted_ = 0;
     }
+
+    /// Waits until no block is in flight.
+    void wait_for_none() { wait_for_fewer_than(1); }
 
   private:
     guard_mutex mutex_;
-    guard_condition none_left_;
+    guard_condition enough_left_;
     u32 count_ GUARDED_BY(mutex_) = 0;
+    u32 wanted_ GUARDED_BY(mutex_) = 0; // what the other thread waits for; 0: nothing
 };
 
 } // namespace quarnex

@@ -1,7 +1,7 @@
 #include "format/container.h"
 #include "format/file_type.h"
 #include "format/filters.h"
-#include "pipeline/driver_file.h"
+#include "pipeline/compression.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,26 +13,19 @@ namespace {
 /// A file is classified by up to this many bytes of its first block.
 constexpr usize sample_bytes = usize{1} << 20;
 
-/// State of one file while its blocks are read and submitted.
-struct compression {
-    driver_file file;
-    const char* const name; // for the classification; null for none
-    file_parameters parameters;
-    u64 size = 0; // at the start; later growth is ignored
-    u32 block_count = 0;
+/// Room for a block and what its head and its codec need; the same for input and output, so that
+/// either can take the buffers of the other.
+usize buffer_bytes(u64 length)
+{
+    static_assert(in_slack > out_slack);
+    return file_header_bytes + record_head_bytes + static_cast<usize>(length) + in_slack;
+}
 
-    /// Reads the next block into a new buffer and zeroes the slack after it.
-    status read_block(block_job& job, u32 length);
-    /// Classifies the file by its first block and writes the header.
-    status write_header(const codec_job& first);
-    /// Reads the next block, filters it and fills in the job; writes the header before block 0.
-    status take_block(block_job& job, u32 length);
-    status run();
-};
+} // namespace
 
 status compression::read_block(block_job& job, u32 length)
 {
-    job.in_alloc = file.pipeline().buffers.take(usize{length} + in_slack);
+    job.in_alloc = file.pipeline().buffers.take(job.buffer_bytes);
     if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
     u8* const block = job.in_alloc.get();
     const read_result got = file.source().read(block, length);
@@ -45,41 +38,55 @@ status compression::read_block(block_job& job, u32 length)
     return status::done;
 }
 
-status compression::write_header(const codec_job& first)
+void compression::make_header(block_job& first)
 {
     if (name != nullptr)
-        classify_file({first.in_buf, std::min<usize>(first.in_len, sample_bytes)}, name,
+        classify_file({first.codec.in_buf, std::min<usize>(first.codec.in_len, sample_bytes)}, name,
                       parameters);
-    const auto header = pack_file_header({size, parameters});
-    const int error = file.destination()->file.write(header.data(), header.size());
-    return error == 0 ? status::done : file.fail_to_write(error);
+    first.header = pack_file_header({size, parameters});
+    first.has_header = true;
 }
 
-status compression::take_block(block_job& job, u32 length)
+status compression::take_block(block_job& job, u32 index, u32 length)
 {
+    job.mode = direction::compress;
+    job.block_index = index;
+    job.block_count = block_count;
+    job.out_file = file.destination();
+    job.buffer_bytes = buffer_bytes(std::min(size, parameters.block_size()));
     if (const status read = read_block(job, length); read != status::done) return read;
-    if (job.block_index == 0) {
-        if (const status written = write_header(job.codec); written != status::done) return written;
-    }
+    if (index == 0) make_header(job);
     job.set_parameters(parameters);
     run_filter(parameters.filter_flags, {job.in_alloc.get(), job.codec.in_len}, filter_use::apply);
     return status::done;
 }
 
-status compression::run()
+namespace {
+
+/// Writes the header: the records of a file's blocks may be written in another order.
+status write_header(driver_file& file, block_job& first)
 {
-    const u64 block_size = parameters.block_size();
-    u64 remaining = size;
+    first.has_header = false;
+    const int error = file.destination()->file.write(first.header.data(), first.header.size());
+    return error == 0 ? status::done : file.fail_to_write(error);
+}
+
+status run(compression& work)
+{
+    driver_file& file = work.file;
+    engine& pipeline = file.pipeline();
+    const u64 block_size = work.parameters.block_size();
+    u64 remaining = work.size;
     for (u32 index = 0;; ++index) {
+        pipeline.wait_for_room();
         block_job job;
-        job.mode = direction::compress;
-        job.block_index = index;
-        job.block_count = block_count;
-        job.out_file = file.destination();
         const auto wanted = static_cast<u32>(std::min(block_size, remaining));
-        if (const status taken = take_block(job, wanted); taken != status::done) return taken;
+        status taken = work.take_block(job, index, wanted);
+        if (taken == status::done && job.has_header && pipeline.has_workers())
+            taken = write_header(file, job);
+        if (taken != status::done) return taken;
         const u32 length = job.codec.in_len;
-        const status submitted = file.pipeline().submit(std::move(job));
+        const status submitted = pipeline.submit(std::move(job));
         if (submitted != status::done) return submitted;
         remaining -= length;
         if (length < wanted) {
@@ -88,9 +95,21 @@ status compression::run()
         }
         // Another thread has failed the file and drops its blocks.
         if (remaining == 0 || file.destination()->failed()) return status::done;
-        const status advanced = file.advance(size - remaining, size);
+        const status advanced = file.advance(work.size - remaining, work.size);
         if (advanced != status::done) return advanced;
     }
+}
+
+/// Hands the file to a worker if it is small.
+bool submit_small(compression& work)
+{
+    if (work.size > std::min<u64>(max_small_file, work.parameters.block_size())) return false;
+    small_file small;
+    small.classifies = work.name != nullptr;
+    small.parameters = work.parameters;
+    small.block_count = work.block_count;
+    small.size = static_cast<u32>(work.size);
+    return work.file.submit(small);
 }
 
 } // namespace
@@ -98,14 +117,14 @@ status compression::run()
 status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies)
 {
-    compression work{
-        {pipeline, names, direction::compress}, classifies ? names.source : nullptr, parameters};
-    driver_file& file = work.file;
+    driver_file file(pipeline, names, direction::compress);
+    compression work{file, classifies ? names.source : nullptr, parameters};
     if (const status opened = file.open_source(); opened != status::done) return opened;
     if (const status created = file.create_destination(); created != status::done) return created;
     work.size = file.source().size();
     work.block_count = static_cast<u32>(count_blocks(work.size, parameters.block_size()));
-    const status result = work.run();
+    if (submit_small(work)) return status::done;
+    const status result = run(work);
     return result == status::done ? file.close_destination() : result;
 }
 

@@ -13,22 +13,30 @@ struct decompression {
     driver_file file;
     u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
+    bool is_submitted = false; // a worker has both files
     file_layout layout{};
+    read_result first_head{}; // of the first record, which is read together with the header
+    std::array<u8, record_head_bytes> head_bytes{};
 
     u64 source_left() const { return total - std::min(total, consumed); }
     status read_header();
     status read_payload(block_job& job, u32 size);
     status take_record(const record_head& head, u32 sequence);
+    bool submit_small(block_job& job);
     status run();
 };
 
 status decompression::read_header()
 {
+    std::array<u8, file_header_bytes + record_head_bytes> start;
+    const read_result got = file.source().read(start.data(), start.size());
     std::array<u8, file_header_bytes> bytes;
-    const read_result got = file.source().read(bytes.data(), bytes.size());
-    if (got.count != bytes.size())
+    if (got.count < bytes.size())
         return file.fail({.kind = event_kind::header_short, .cause = got.error},
                          got.error != 0 ? status::read_failed : status::truncated);
+    std::copy_n(start.begin(), bytes.size(), bytes.begin());
+    first_head = {got.count - bytes.size(), got.error};
+    std::copy(start.begin() + bytes.size(), start.end(), head_bytes.begin());
     consumed += bytes.size();
     file_header header{};
     if (!unpack_file_header(bytes, header)) return file.fail(event_kind::not_qrx, status::not_qrx);
@@ -43,7 +51,9 @@ status decompression::read_payload(block_job& job, u32 size)
 {
     read_result got{static_cast<usize>(std::min<u64>(size, source_left())), 0};
     if (size <= source_left()) { // a larger size is damage: allocate nothing
-        job.in_alloc = file.pipeline().buffers.take(size);
+        // A payload of more than half a block takes a buffer that a block can take afterwards.
+        const usize room = size > job.buffer_bytes / 2 ? job.buffer_bytes : size;
+        job.in_alloc = file.pipeline().buffers.take(std::max<usize>(size, room));
         if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
         got = file.source().read(job.in_alloc.get(), size);
     }
@@ -72,25 +82,46 @@ status decompression::take_record(const record_head& head, u32 sequence)
     job.block_count = layout.block_count;
     job.out_file = file.destination();
     job.codec.out_len = place->length;
+    job.buffer_bytes =
+        static_cast<usize>(std::min(layout.original_size, layout.parameters.block_size()));
+    file.pipeline().wait_for_room();
     if (const status read = read_payload(job, head.size); read != status::done) return read;
+    if (submit_small(job)) return status::done;
     return file.pipeline().submit(std::move(job));
+}
+
+/// Hands the file to a worker if it is small and the block of `job` is all of it.
+bool decompression::submit_small(block_job& job)
+{
+    if (job.block_count > 1 || source_left() >= record_head_bytes) return false;
+    if (std::max(job.codec.in_len, job.codec.out_len) > max_small_file) return false;
+    small_file small;
+    small.parameters = layout.parameters;
+    small.block_count = job.block_count;
+    small.payload = std::move(job.in_alloc);
+    small.size = job.codec.in_len;
+    small.length = job.codec.out_len;
+    is_submitted = file.submit(small);
+    if (!is_submitted) job.in_alloc = std::move(small.payload);
+    return is_submitted;
 }
 
 status decompression::run()
 {
     for (u32 sequence = 0;; ++sequence) {
-        std::array<u8, record_head_bytes> bytes;
-        const read_result got = file.source().read(bytes.data(), bytes.size());
+        if (is_submitted || (sequence != 0 && consumed == total)) return status::done;
+        const read_result got =
+            sequence == 0 ? first_head : file.source().read(head_bytes.data(), head_bytes.size());
         if (got.error != 0)
             return file.fail({.kind = event_kind::source_unread, .cause = got.error},
                              status::read_failed);
-        if (got.count != bytes.size()) return status::done;
+        if (got.count != head_bytes.size()) return status::done;
         if (sequence != 0) {
             const status advanced = file.advance(consumed, total);
             if (advanced != status::done) return advanced;
         }
-        consumed += bytes.size();
-        const status taken = take_record(unpack_record_head(bytes.data()), sequence);
+        consumed += head_bytes.size();
+        const status taken = take_record(unpack_record_head(head_bytes.data()), sequence);
         if (taken != status::done) return taken;
         if (file.pipeline().thread_failures() != 0) return status::stopped;
     }

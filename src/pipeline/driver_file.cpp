@@ -1,11 +1,14 @@
 #include "pipeline/driver_file.h"
 
+#include <cerrno>
+
 namespace quarnex {
 
 void driver_file::tell(event happened) const
 {
     happened.name = names_.source;
     happened.mode = mode_;
+    happened.on_worker = on_worker_;
     engine_.tell(happened);
 }
 
@@ -21,14 +24,19 @@ status driver_file::fail_to_write(int cause)
     engine_.tell({.kind = event_kind::destination_unwritten,
                   .cause = cause,
                   .name = names_.destination,
-                  .mode = mode_});
+                  .mode = mode_,
+                  .on_worker = on_worker_});
     if (destination_) destination_->fail(status::write_failed);
     return engine_.fail(status::write_failed);
 }
 
 status driver_file::open_source()
 {
-    const int error = source_.open(names_.source);
+    int error = source_.open(names_.source);
+    if (error == EMFILE) { // small files in flight hold two open files each
+        engine_.wait_for_blocks();
+        error = source_.open(names_.source);
+    }
     if (error == 0) return status::done;
     return fail({.kind = event_kind::source_unopened, .cause = error}, status::source_unopened);
 }
@@ -37,8 +45,23 @@ status driver_file::create_destination()
 {
     destination_ = output_file::make(engine_.source, names_.source, names_.destination);
     if (!destination_) return fail(event_kind::no_memory, status::no_memory);
-    const int error = destination_->file.create(names_.destination);
-    if (error == 0) return status::done;
+    system_file& file = destination_->file;
+    int error = file.create_new(names_.destination);
+    if (error == EMFILE) {
+        engine_.wait_for_blocks();
+        error = file.create_new(names_.destination);
+    }
+    if (error != 0) {
+        if (!engine_.may_replace(names_.source, names_.destination)) {
+            destination_ = {};
+            return status::skipped;
+        }
+        error = file.create(names_.destination);
+    }
+    if (error == 0) {
+        engine_.tell_created(file.descriptor());
+        return status::done;
+    }
     engine_.tell({.kind = event_kind::destination_uncreated,
                   .cause = error,
                   .name = names_.destination,
@@ -48,9 +71,23 @@ status driver_file::create_destination()
 
 status driver_file::close_destination()
 {
-    if (engine_.has_workers()) return status::done;
+    if (engine_.has_workers() && !on_worker_) return status::done;
     const int error = destination_->file.close();
     return error == 0 ? status::done : fail_to_write(error);
+}
+
+bool driver_file::submit(small_file& file)
+{
+    if (!engine_.has_workers()) return false;
+    file.out_file = destination_;
+    file.mode = mode_;
+    file.source = std::move(source_);
+    if (engine_.submit_file(std::move(file))) {
+        destination_ = {};
+        return true;
+    }
+    source_ = std::move(file.source);
+    return false;
 }
 
 status driver_file::advance(u64 done, u64 total)

@@ -3,6 +3,8 @@
 
 #include "pipeline/drivers.h"
 
+#include <utility>
+
 namespace quarnex {
 
 /// The two files of a driver, with the reports of their failures.
@@ -12,6 +14,13 @@ class driver_file {
         : engine_(pipeline), names_(names), mode_(mode)
     {
     }
+    /// The files of a small file, on a worker.
+    driver_file(engine& pipeline, small_file& file)
+        : engine_(pipeline), names_{file.out_file->source_name(), file.out_file->out_name()},
+          mode_(file.mode), on_worker_(true), source_(std::move(file.source)),
+          destination_(std::move(file.out_file))
+    {
+    }
 
     engine& pipeline() const { return engine_; }
     system_file& source() { return source_; }
@@ -19,11 +28,14 @@ class driver_file {
 
     /// Opens the source.
     status open_source();
-    /// Creates the destination.
+    /// Creates the destination.  Returns status::skipped if the observer keeps the existing one.
     status create_destination();
-    /// Closes the destination if there are no workers.  (With workers the writer closes it after
-    /// its last block.)
+    /// Closes the destination if the writer doesn't do so after its last block: without workers,
+    /// and on a worker.
     status close_destination();
+    /// Hands both files to a worker, as a small file, if there are workers and memory.  `file` has
+    /// all other members.
+    [[nodiscard]] bool submit(small_file& file);
 
     /// Reports a failure, marks the destination (if created) as failed and returns `reason`.
     status fail(event happened, status reason);
@@ -40,6 +52,7 @@ class driver_file {
     engine& engine_;
     const file_names names_;
     const direction mode_;
+    const bool on_worker_ = false;
     system_file source_;
     output_ref destination_;
 };

@@ -18,6 +18,9 @@ struct file_names {
 /// With workers, blocks can still be in flight on return; engine::first_failure() shows their
 /// failures.  Every failure except a cancellation is reported to the observer.  A source that
 /// shrinks while it is read is reported too, but is not a failure.
+///
+/// Returns status::skipped, with both files unchanged, if the observer keeps an existing
+/// destination.  A worker that can't read a small file counts it in engine::unread_files().
 status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies = true);
 
@@ -26,7 +29,10 @@ status compress_file(engine& pipeline, const file_names& names, file_parameters 
 /// A source that ends between two records or within a record head is not a failure.  A block that
 /// decodes to fewer bytes than expected is reported but is not a failure either.  Once a worker or
 /// the writer has failed, reading stops and no further destination is created: the result is
-/// status::stopped.
+/// status::stopped.  It can also be status::skipped, as for compress_file().
 status decompress_file(engine& pipeline, const file_names& names);
+
+/// Takes a small file from reading to closing, on a worker, with working memory from `memory`.
+void run_small_file(engine& pipeline, scratch& memory, small_file& file);
 
 } // namespace quarnex

@@ -1,5 +1,7 @@
 #include "pipeline/engine.h"
 
+#include "pipeline/drivers.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -7,8 +9,9 @@ namespace quarnex {
 
 engine::engine(const allocator& memory_source, u32 workers, const observer& watcher)
     : source(memory_source), thread_count(std::min(workers, max_workers)),
-      buffers(memory_source, 2 * usize{thread_count} + 3), jobs(std::max(thread_count, 1U)),
-      writes(std::max(thread_count, 1U)), watcher_(watcher), memory_(memory_source)
+      buffers(memory_source, max_buffers(thread_count), max_buffers(thread_count)),
+      jobs(std::max(thread_count, 1U)), writes(std::max(thread_count, 1U)), watcher_(watcher),
+      memory_(memory_source)
 {
 }
 
@@ -35,25 +38,58 @@ void engine::mark_done(output_ref file, u32 block_index, direction mode)
 
 status engine::submit(block_job job)
 {
-    if (!has_workers()) return code_and_write(job);
+    if (!has_workers()) return code_and_write(memory_, job, false);
     if (job.mode == direction::compress) job.out_file->window.wait_to_enter(job.block_index);
     in_flight_.enter();
     jobs.enqueue(std::move(job));
     return status::done;
 }
 
-status engine::code_and_write(block_job& job)
+bool engine::submit_file(small_file&& file)
+{
+    if (!has_workers()) return false;
+    if (files_.size() == 0 && !files_.make(source, files_per_job())) return false;
+    files_in_flight_.enter();
+    file_bytes_ += file.size;
+    files_[file_count_++] = std::move(file);
+    if (file_count_ == files_.size() || file_bytes_ >= max_small_file) flush_files();
+    return true;
+}
+
+void engine::flush_files()
+{
+    if (file_count_ == 0) return;
+    block_job job;
+    job.out_file = files_[0].out_file;
+    job.files = std::move(files_);
+    job.file_count = std::exchange(file_count_, 0);
+    file_bytes_ = 0;
+    jobs.enqueue(std::move(job));
+}
+
+void engine::wait_for_blocks()
+{
+    flush_files();
+    in_flight_.wait_for_none();
+    files_in_flight_.wait_for_none();
+}
+
+status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
 {
     write_job finished;
-    if (const status coded = code(memory_, job, finished, false); coded != status::done)
+    if (const status coded = code(memory, job, finished, on_worker); coded != status::done) {
+        if (job.has_header) // the file is as if the header had been written first
+            static_cast<void>(job.out_file->file.write(job.header.data(), job.header.size()));
         return fail(coded);
+    }
     const int error = write_block(finished, job.block_index);
     if (error == 0) return status::done;
     tell({.kind = event_kind::destination_unwritten,
           .cause = error,
           .name = job.out_file->out_name(),
           .block = job.block_index,
-          .mode = job.mode});
+          .mode = job.mode,
+          .on_worker = on_worker});
     return fail(status::write_failed);
 }
 
@@ -88,6 +124,8 @@ void run_worker(engine& pipeline)
     for (;;) {
         block_job job = pipeline.jobs.dequeue();
         if (!job.out_file) return;
+        for (u32 i = 0; i < job.file_count; ++i) run_small_file(pipeline, memory, job.files[i]);
+        if (job.file_count != 0) continue;
         output_file& file = *job.out_file;
         if (!file.failed()) {
             write_job finished;
@@ -122,6 +160,7 @@ bool engine_threads::start(system_thread& thread, void (*body)(void*))
 
 engine_threads::~engine_threads()
 {
+    if (started_ != 0) engine_.flush_files();
     for (u32 i = 0; i < started_; ++i) engine_.jobs.enqueue(block_job{});
     for (system_thread& worker : workers_) worker.join();
     // The workers have ended, so the writer's sentinel follows everything they queued.

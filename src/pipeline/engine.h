@@ -4,6 +4,9 @@
 //
 // Without workers the driver codes and writes each block itself.  One engine serves both
 // directions: each job states its own.
+//
+// A small file would wake each thread once, which takes longer than coding it.  So the driver only
+// opens small files, and a worker gets several at a time: it reads, codes, writes and closes each.
 #pragma once
 
 #include "common/platform/thread.h"
@@ -11,12 +14,28 @@
 #include "pipeline/block_counter.h"
 #include "pipeline/job_queue.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 
 namespace quarnex {
 
 inline constexpr u32 max_workers = 16;
+
+/// A file of up to this many bytes is small.  Its buffers are too small to be pooled.
+inline constexpr u32 max_small_file = (u32{256} << 10) - (u32{16} << 10);
+static_assert(max_small_file + in_slack + file_header_bytes < buffer_pool::min_pooled_bytes);
+
+/// Number of blocks that are read and not yet written, at most: each worker codes one, one is being
+/// read and one is being written.  A block that is being coded has two buffers, others have one.
+constexpr u32 max_blocks(u32 workers)
+{
+    return workers + 2;
+}
+constexpr u32 max_buffers(u32 workers)
+{
+    return max_blocks(workers) + workers;
+}
 
 /// The queues, buffers and failure state that the threads share.
 class engine {
@@ -40,6 +59,17 @@ class engine {
         return watcher_.advance == nullptr || watcher_.advance(watcher_.context, done, total);
     }
 
+    /// Asks the observer whether an existing destination may be replaced.
+    [[nodiscard]] bool may_replace(const char* source_name, const char* destination) const
+    {
+        return watcher_.replace == nullptr ||
+               watcher_.replace(watcher_.context, source_name, destination);
+    }
+    void tell_created(int descriptor) const
+    {
+        if (watcher_.created != nullptr) watcher_.created(watcher_.context, descriptor);
+    }
+
     /// Records `reason` as the first failure, unless there was one before, and returns it.
     status fail(status reason);
     /// Records that a worker or the writer can't complete a file.  Its further blocks are dropped.
@@ -52,12 +82,31 @@ class engine {
 
     /// Queues a block for the workers.  Without workers, codes and writes it before returning.
     status submit(block_job job);
+    /// Waits until the driver may take buffers for one more block.
+    void wait_for_room()
+    {
+        if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
+    }
+    /// Queues a small file for the workers, together with those that follow it.  Returns false,
+    /// without memory or workers, if the caller has to do it.
+    [[nodiscard]] bool submit_file(small_file&& file);
+
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
     status code(scratch& memory, block_job& job, write_job& finished, bool on_worker);
+    /// Codes a block and writes it.  Reports a failure.
+    status code_and_write(scratch& memory, block_job& job, bool on_worker);
     /// Records that a block was written or dropped, and releases the reference `file`.
     void mark_done(output_ref file, u32 block_index, direction mode);
-    /// Waits until all submitted blocks are written or dropped.
-    void wait_for_blocks() { in_flight_.wait_for_none(); }
+    /// Records that a small file was written or dropped.
+    void mark_file_done() { files_in_flight_.leave(); }
+    /// Records that a worker could not read a small file.
+    void count_unread_file() { ++unread_files_; }
+    /// Returns the number of small files that could not be read so far.
+    u32 unread_files() const { return unread_files_; }
+    /// Waits until all submitted blocks and small files are written or dropped.
+    void wait_for_blocks();
+    /// Passes the small files that were submitted to the workers.
+    void flush_files();
 
     const allocator& source;
     const u32 thread_count;
@@ -66,11 +115,18 @@ class engine {
     job_queue<write_job> writes;
 
   private:
-    status code_and_write(block_job& job);
+    /// Number of small files that a worker gets at a time.  Each has two open files.
+    u32 files_per_job() const { return std::clamp(128 / (2 * thread_count + 1), 1U, 16U); }
 
     const observer watcher_;
     scratch memory_; // for a driver without workers
     block_counter in_flight_;
+    block_counter files_in_flight_;
+    // Small files that wait for others; used by the driver only.
+    object_array<small_file> files_;
+    u32 file_count_ = 0;
+    u32 file_bytes_ = 0;
+    std::atomic<u32> unread_files_{0};
     std::atomic<u32> thread_failures_{0};
     std::atomic<status> first_failure_{status::done};
 };

@@ -47,6 +47,12 @@ struct observer {
     /// Called by the reading thread before every block except the first: `done` of `total` bytes of
     /// the source have been read.  Returning false cancels the file.
     bool (*advance)(void* context, u64 done, u64 total) = nullptr;
+    /// Called by the reading thread before it replaces a file that exists.  Returning false skips
+    /// the source.
+    bool (*replace)(void* context, const char* source, const char* destination) = nullptr;
+    /// Called by the reading thread with the descriptor of each destination, when it is open and
+    /// empty.
+    void (*created)(void* context, int descriptor) = nullptr;
     void* context = nullptr;
 };
 

@@ -2,24 +2,45 @@
 #pragma once
 
 #include "coding/codec.h"
-#include "format/file_parameters.h"
+#include "common/object_array.h"
+#include "format/container.h"
 #include "pipeline/buffer_pool.h"
 #include "pipeline/events.h"
 #include "pipeline/output_file.h"
 
 namespace quarnex {
 
-/// One block to be coded.  A job without a file is the sentinel that ends a worker; no damaged
-/// header can produce one.
+/// A file of one block that a worker takes from reading to closing.
+struct small_file {
+    output_ref out_file;
+    direction mode = direction::compress;
+    bool classifies = false;    // when compressing: the file type selects the filter
+    file_parameters parameters; // of the file
+    u32 block_count = 0;        // 1, or 0 if the file is empty
+    system_file source;         // when compressing: open for reading
+    block_buffer payload;       // otherwise
+    u32 size = 0;               // of the source or the payload
+    u32 length = 0;             // of the block, when decompressing
+};
+
+/// One block to be coded, or some small files.  A job without a file is the sentinel
+/// that ends a worker; no damaged header can produce one.
 struct block_job {
     codec_job codec;
     direction mode = direction::compress;
     u8 filter_flags = 0;
     u16 block_mb = 0;
-    u32 block_index = 0;   // number of the block in its file, from 0
-    u32 block_count = 0;   // blocks in the file, 0 if it is empty
-    block_buffer in_alloc; // owns codec.in_buf
+    u32 block_index = 0;    // number of the block in its file, from 0
+    u32 block_count = 0;    // blocks in the file, 0 if it is empty
+    usize buffer_bytes = 0; // size of the buffers of the file's blocks, at least
+    block_buffer in_alloc;  // owns codec.in_buf
     output_ref out_file;
+    /// The file header to be written before the record, if `has_header`.
+    std::array<u8, file_header_bytes> header{};
+    bool has_header = false;
+    /// Small files to be taken from reading to closing; then the other members are unused.
+    object_array<small_file> files;
+    u32 file_count = 0; // the first of `files`; 0 for a block
 
     /// Copies the parameters that all blocks of a file share.
     void set_parameters(const file_parameters& parameters)
@@ -39,6 +60,7 @@ struct write_job {
     u32 block_count = 0;
     block_buffer buf; // the bytes to write; null in the sentinel that ends the writer
     u32 size = 0;     // number of bytes to write
+    u32 head = 0;     // offset of the record head, after the file header if that is included
 };
 
 } // namespace quarnex

@@ -18,6 +18,7 @@ enum class status : u8 {
     truncated,             // the source ends within the header or a payload
     corrupt,               // the source's header and records are inconsistent
     stopped,               // an earlier file failed
+    skipped,               // the destination exists and must stay
     cancelled,             // by the observer
     bad_argument,          // an argument is invalid, or a call comes at the wrong time
     over_limit,            // the memory limit is too low

@@ -79,6 +79,17 @@ TEST(frontend_system, list_directory_returns_all_names)
     EXPECT_EQ(std::set<std::string>(found.begin(), found.end()), names);
 }
 
+TEST(frontend_system, an_open_file_has_the_identity_of_its_name)
+{
+    const temp_dir dir;
+    test::write_file(dir / "file", {});
+    const int descriptor = open((dir / "file").c_str(), O_RDONLY);
+    EXPECT_EQ(find_identity(descriptor), find_status((dir / "file").c_str())->identity);
+    close(descriptor);
+    const file_identity none = find_identity(descriptor);
+    EXPECT_NE(none, none) << "equals nothing";
+}
+
 [[noreturn]] void write_beyond_the_file_size_limit()
 {
     const temp_dir dir;

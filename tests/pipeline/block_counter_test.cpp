@@ -35,6 +35,19 @@ TEST(block_counter, waits_for_every_block_that_has_entered)
     EXPECT_TRUE(finishes(waiter));
 }
 
+TEST(block_counter, waits_until_fewer_than_a_number_of_blocks_are_left)
+{
+    const test::time_guard guard;
+    block_counter blocks;
+    for (u32 i = 0; i < 4; ++i) blocks.enter();
+    blocks.wait_for_fewer_than(5);
+    const auto waiter = in_thread([&] { blocks.wait_for_fewer_than(3); });
+    blocks.leave();
+    EXPECT_TRUE(still_waits(waiter)) << "three are left";
+    blocks.leave();
+    EXPECT_TRUE(finishes(waiter));
+}
+
 TEST(block_counter, blocks_that_leave_on_several_threads_are_all_counted)
 {
     constexpr u32 of_each = 5000;

@@ -286,11 +286,12 @@ TEST_F(compress_moving_source, the_slack_of_a_filtered_block_is_zero)
 {
     file_parameters parameters = quick_parameters;
     parameters.filter_flags = filter_x86;
-    write_file(dir / "in", bytes(1000, 0xE8));
+    constexpr usize size = max_small_file + 1; // workers read smaller ones
+    write_file(dir / "in", bytes(size, 0xE8));
     EXPECT_EQ(run(parameters), status::done);
     const block_job job = work.jobs.dequeue();
-    ASSERT_EQ(job.codec.in_len, 1000U);
-    EXPECT_EQ(bytes(job.codec.in_buf + 1000, job.codec.in_buf + 1000 + in_slack), bytes(in_slack));
+    ASSERT_EQ(job.codec.in_len, size);
+    EXPECT_EQ(bytes(job.codec.in_buf + size, job.codec.in_buf + size + in_slack), bytes(in_slack));
     EXPECT_EQ(job.filter_flags, filter_x86);
 }
 
@@ -320,19 +321,38 @@ TEST_F(compress_moving_source, a_growing_source_is_cut_at_its_initial_size)
 TEST_F(compress_moving_source, no_block_is_submitted_more_than_120_ahead_of_an_unwritten_one)
 {
     start(130 * mib);
-    std::vector<block_job> taken; // none is written
-    for (u32 index = 0; index <= displacement_window::max_lead; ++index) {
-        taken.push_back(work.jobs.dequeue());
-        ASSERT_EQ(taken.back().block_index, index);
-        taken.back().in_alloc.reset();
+    const auto finish = [&](const block_job& job) {
+        work.mark_done(job.out_file, job.block_index, job.mode);
+    };
+    const block_job first = work.jobs.dequeue();
+    for (u32 index = 1; index <= displacement_window::max_lead; ++index) {
+        const block_job job = work.jobs.dequeue();
+        ASSERT_EQ(job.block_index, index);
+        finish(job);
     }
     EXPECT_TRUE(still_waits(driver));
-    const auto window_user = taken[0].out_file;
-    for (u32 index = 0; index < 130; ++index) {
-        window_user->window.mark_done(index);
-        if (index + 1 + displacement_window::max_lead < 130) {
-            EXPECT_EQ(work.jobs.dequeue().block_index, index + 1 + displacement_window::max_lead);
-        }
+    finish(first);
+    for (u32 index = displacement_window::max_lead + 1; index < 130; ++index) {
+        const block_job job = work.jobs.dequeue();
+        ASSERT_EQ(job.block_index, index);
+        finish(job);
+    }
+    EXPECT_TRUE(finishes(driver));
+}
+
+TEST_F(compress_moving_source, no_block_is_read_while_as_many_as_are_allowed_are_in_flight)
+{
+    start(8 * mib);
+    const block_job first = work.jobs.dequeue();
+    const block_job second = work.jobs.dequeue();
+    const block_job third = work.jobs.dequeue();
+    EXPECT_EQ(max_blocks(1), 3U);
+    EXPECT_TRUE(still_waits(driver));
+    EXPECT_EQ(work.buffers.idle(), 0U);
+    for (u32 index = 3; index < 8; ++index) {
+        // The blocks that follow need not wait for the first.
+        work.mark_done(second.out_file, index - 2, direction::compress);
+        EXPECT_EQ(work.jobs.dequeue().block_index, index);
     }
     EXPECT_TRUE(finishes(driver));
 }

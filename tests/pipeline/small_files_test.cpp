@@ -1,0 +1,262 @@
+#include "pipeline/driver_file.h"
+#include "support/driver_runs.h"
+#include "support/qrx_file.h"
+
+#include <filesystem>
+
+namespace quarnex::test {
+namespace {
+
+/// Runs many small files, and some that are too large to be small.
+class small_files : public driver_fixture {
+  protected:
+    void plant()
+    {
+        for (usize i = 0; i < 100; ++i) {
+            sources.push_back(find_shape("text").make(i * i * 7 % 9000, i));
+        }
+        for (const usize size : {0U, 1U, max_small_file - 1, max_small_file, max_small_file + 1}) {
+            sources.push_back(find_shape("mixture").make(size, size));
+        }
+        sources.push_back(find_shape("random").make(max_small_file, 1)); // stored
+        sources.push_back(bytes(max_small_file, 'r'));
+        for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
+    }
+
+    std::string name(const char* stem, usize i) const
+    {
+        return dir / std::string(stem).append(std::to_string(i));
+    }
+
+    void compress_all(engine& work, const char* to)
+    {
+        for (usize i = 0; i < sources.size(); ++i) {
+            EXPECT_EQ(
+                compress_file(work, {name("in", i).c_str(), name(to, i).c_str()}, quick_parameters),
+                status::done);
+        }
+    }
+
+    void decompress_all(engine& work, const char* from)
+    {
+        for (usize i = 0; i < sources.size(); ++i) {
+            EXPECT_EQ(decompress_file(work, {name(from, i).c_str(), name("out", i).c_str()}),
+                      status::done);
+        }
+    }
+
+    std::vector<bytes> sources;
+};
+
+INSTANTIATE_TEST_SUITE_P(threads, small_files, testing::Values(0, 1, 3, 16), workers_name);
+
+TEST_P(small_files, are_the_same_with_any_number_of_workers_and_restored)
+{
+    plant();
+    {
+        engine alone(system_allocator, 0, recorder.watcher());
+        compress_all(alone, "alone");
+    }
+    engine work(system_allocator, GetParam(), recorder.watcher());
+    {
+        const engine_threads threads(work);
+        compress_all(work, "c");
+        work.wait_for_blocks();
+        decompress_all(work, "c");
+    }
+    EXPECT_EQ(work.first_failure(), status::done);
+    EXPECT_TRUE(recorder.take().empty());
+    for (usize i = 0; i < sources.size(); ++i) {
+        EXPECT_TRUE(read_file(name("c", i)) == read_file(name("alone", i))) << i;
+        EXPECT_TRUE(read_file(name("out", i)) == sources[i]) << i;
+    }
+}
+
+TEST_P(small_files, are_written_when_all_blocks_are_waited_for)
+{
+    sources = {to_bytes("one")};
+    write_file(name("in", 0), sources[0]);
+    engine work(system_allocator, GetParam(), recorder.watcher());
+    const engine_threads threads(work);
+    compress_all(work, "c");
+    work.wait_for_blocks();
+    EXPECT_TRUE(parse_qrx(read_file(name("c", 0))));
+}
+
+TEST_P(small_files, that_cannot_be_written_fail_one_by_one)
+{
+    sources = std::vector<bytes>(4, to_bytes("some text"));
+    for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
+    std::filesystem::create_symlink("/dev/full", name("c", 2));
+    std::vector<status> results;
+    const driver_run run = run_driver(GetParam(), recorder, [&](engine& work) {
+        for (usize i = 0; i < sources.size(); ++i) {
+            results.push_back(compress_file(work, {name("in", i).c_str(), name("c", i).c_str()},
+                                            quick_parameters));
+        }
+        return results[2];
+    });
+    const recorded_event reported =
+        expect_failure(run, event_kind::destination_unwritten, status::write_failed);
+    EXPECT_EQ(reported.name, name("c", 2));
+    for (const usize i : {0U, 1U, 3U}) {
+        EXPECT_EQ(results[i], status::done);
+        EXPECT_TRUE(parse_qrx(read_file(name("c", i)))) << i;
+    }
+}
+
+TEST_P(small_files, with_short_payloads_are_reported_as_decoded_and_padded)
+{
+    const qrx_file file{{.original_size = 1000}, {{0, m1_run_payload('q', 900)}}};
+    write_file(dir / "in", build_qrx(file));
+    const driver_run run = decompress(GetParam(), recorder, dir / "in", dir / "out");
+    EXPECT_EQ(run.first_failure, status::done);
+    const recorded_event reported = expect_event(event_kind::block_short);
+    EXPECT_EQ(reported.got, 900U);
+    bytes expected(900, 'q');
+    expected.resize(1000);
+    EXPECT_EQ(read_file(dir / "out"), expected);
+}
+
+/// Opens a file of three bytes for a worker, and leaves it in the engine's queue.
+TEST(small_file, that_shrinks_before_it_is_read_is_reported)
+{
+    const temp_dir dir;
+    event_recorder recorder;
+    write_file(dir / "in", to_bytes("abc"));
+    engine work(system_allocator, 1, recorder.watcher()); // without threads
+    const std::string source = dir / "in";
+    const std::string out = dir / "out";
+    EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters), status::done);
+    EXPECT_TRUE(read_file(out).empty()) << "created by the driver, written by the worker";
+    work.flush_files();
+    block_job job = work.jobs.dequeue();
+    ASSERT_EQ(job.file_count, 1U);
+    std::filesystem::resize_file(source, 1);
+    scratch memory(system_allocator);
+    run_small_file(work, memory, job.files[0]);
+    work.wait_for_blocks();
+    const auto reported = recorder.take();
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].kind, event_kind::source_shrank);
+    EXPECT_TRUE(reported[0].on_worker);
+    const auto written = parse_qrx(read_file(out));
+    ASSERT_TRUE(written);
+    EXPECT_EQ(written->header.original_size, 3U) << "as it was opened";
+    ASSERT_EQ(written->records.size(), 1U);
+    EXPECT_EQ(written->records[0].payload, to_bytes("a"));
+    EXPECT_EQ(work.first_failure(), status::done);
+}
+
+TEST(small_file, goes_to_the_workers_together_with_others)
+{
+    const temp_dir dir;
+    write_file(dir / "in", to_bytes("abc"));
+    engine work(system_allocator, 2, {});
+    const std::string source = dir / "in";
+    for (int i = 0; i < 16; ++i) {
+        const std::string out = dir / std::to_string(i);
+        EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters),
+                  status::done);
+    }
+    const block_job job = work.jobs.dequeue();
+    EXPECT_EQ(job.file_count, 16U);
+    for (u32 i = 0; i < job.file_count; ++i) work.mark_file_done();
+    work.wait_for_blocks();
+}
+
+TEST(small_file, does_not_wait_for_others_once_they_have_enough_bytes)
+{
+    const temp_dir dir;
+    write_file(dir / "in", bytes(max_small_file / 2));
+    engine work(system_allocator, 2, {});
+    const std::string source = dir / "in";
+    for (const char* const name : {"a", "b"}) {
+        const std::string out = dir / name;
+        EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters),
+                  status::done);
+    }
+    EXPECT_EQ(work.jobs.dequeue().file_count, 2U);
+    for (int i = 0; i < 2; ++i) work.mark_file_done();
+}
+
+// The observer of destinations
+
+struct destinations {
+    bool replaces = true;
+    std::vector<std::string> asked;
+    usize created = 0;
+
+    observer watcher()
+    {
+        return {.replace =
+                    [](void* self, const char* source, const char* destination) {
+                        auto* const seen = static_cast<destinations*>(self);
+                        seen->asked.insert(seen->asked.end(), {source, destination});
+                        return seen->replaces;
+                    },
+                .created =
+                    [](void* self, int descriptor) {
+                        if (descriptor >= 0) ++static_cast<destinations*>(self)->created;
+                    },
+                .context = this};
+    }
+};
+
+class existing_destination : public testing::TestWithParam<u32> {
+  protected:
+    /// Compresses "in" to "out", and "out" to "restored".
+    std::pair<status, status> run()
+    {
+        const std::string in = dir / "in";
+        const std::string out = dir / "out";
+        const std::string restored = dir / "restored";
+        engine work(system_allocator, GetParam(), seen.watcher());
+        const engine_threads threads(work);
+        const status compressed = compress_file(work, {in.c_str(), out.c_str()}, quick_parameters);
+        work.wait_for_blocks();
+        return {compressed, decompress_file(work, {out.c_str(), restored.c_str()})};
+    }
+
+    const time_guard guard;
+    const temp_dir dir;
+    destinations seen;
+};
+
+INSTANTIATE_TEST_SUITE_P(threads, existing_destination, testing::Values(0, 2), workers_name);
+
+TEST_P(existing_destination, is_asked_about_and_replaced)
+{
+    write_file(dir / "in", to_bytes("text"));
+    write_file(dir / "out", bytes(1000));
+    write_file(dir / "restored", bytes(1000));
+    EXPECT_EQ(run(), std::pair(status::done, status::done));
+    EXPECT_EQ(seen.asked,
+              (std::vector<std::string>{dir / "in", dir / "out", dir / "out", dir / "restored"}));
+    EXPECT_EQ(seen.created, 2U);
+    EXPECT_EQ(read_file(dir / "restored"), to_bytes("text"));
+}
+
+TEST_P(existing_destination, is_left_alone_if_the_observer_says_so)
+{
+    const bytes packed = build_qrx({{.original_size = 4}, {{0, to_bytes("text")}}});
+    write_file(dir / "in", to_bytes("text"));
+    write_file(dir / "out", packed);
+    write_file(dir / "restored", to_bytes("mine"));
+    seen.replaces = false;
+    EXPECT_EQ(run(), std::pair(status::skipped, status::skipped));
+    EXPECT_EQ(seen.created, 0U);
+    EXPECT_EQ(read_file(dir / "out"), packed);
+    EXPECT_EQ(read_file(dir / "restored"), to_bytes("mine"));
+}
+
+TEST_P(existing_destination, that_is_new_is_not_asked_about)
+{
+    write_file(dir / "in", to_bytes("text"));
+    EXPECT_EQ(run(), std::pair(status::done, status::done));
+    EXPECT_TRUE(seen.asked.empty());
+    EXPECT_EQ(seen.created, 2U);
+}
+
+} // namespace
+} // namespace quarnex::test
