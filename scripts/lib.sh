@@ -78,10 +78,11 @@ amd64 | arm64) checksum_packages=(libisal2 libisal-dev) ;;
 esac
 build_packages=(g++ cmake ninja-build libcli11-dev libdivsufsort-dev nlohmann-json3-dev "${checksum_packages[@]}")
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
+# What the benchmarks are linked with
+bench_packages=(libbenchmark-dev liblz4-dev liblzma-dev zlib1g-dev libzstd-dev)
 # shellcheck disable=SC2034 # used by the scripts
-test_packages=("${clang_packages[@]}" python3 libgtest-dev libxxhash-dev libbenchmark-dev liblz4-dev liblzma-dev
-               zlib1g-dev libzstd-dev python3-numpy python3-pandas
-               python3-jsonschema file jq parallel strace xz-utils zstd)
+test_packages=("${clang_packages[@]}" "${bench_packages[@]}" python3 libgtest-dev libxxhash-dev
+               python3-numpy python3-pandas python3-jsonschema file jq parallel strace xz-utils zstd)
 
 # build PRESET [TARGET...]
 build() {
