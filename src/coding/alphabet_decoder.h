@@ -37,7 +37,7 @@ template <u32 MinMatch, class Source>
 codec_result decode_alphabet(Source source, u8* const block, const u32 size)
 {
     assert(size >= alphabet_raw_bytes);
-    const u32 copy_end = whole_copy_end(size);
+    const u32 copy_end = whole_copy_end(size, copy_match_32_overrun);
     u32 pos = alphabet_raw_bytes;
     while (pos < size) {
         const u32 symbol = source.take_main();
@@ -54,7 +54,7 @@ codec_result decode_alphabet(Source source, u8* const block, const u32 size)
             const u32 dist = offset + 1;
             if (pos + coded_len <= copy_end) [[likely]] {
                 const auto len = static_cast<u32>(coded_len);
-                copy_match(block + pos, dist, len);
+                copy_match_32(block + pos, dist, len);
                 end = pos + len;
                 // The copy's last stores may still be in flight.  If the match doesn't overlap
                 // itself, its source holds the same byte, which can be loaded at once.

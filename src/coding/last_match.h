@@ -9,11 +9,11 @@
 
 namespace quarnex {
 
-/// Returns the farthest end of a match which copy_match() copies without writing past a block of
-/// `size` bytes; 0 if there is none.
-constexpr u32 whole_copy_end(u32 size)
+/// Returns the farthest end of a match whose copy, which writes up to `overrun` bytes past it,
+/// stays in a block of `size` bytes; 0 if there is none.
+constexpr u32 whole_copy_end(u32 size, u32 overrun = copy_match_overrun)
 {
-    return size - std::min<u32>(size, copy_match_overrun);
+    return size - std::min(size, overrun);
 }
 
 /// Copies a match of any length within a block of `size` bytes and returns its end.  The end is cut

@@ -92,6 +92,22 @@ inline u32 widen_pattern(u8* dest, u32 dist)
     } while (dest < end);
 }
 
+/// Bytes that copy_match_32() may write past the `len` requested.
+inline constexpr usize copy_match_32_overrun = 32;
+
+/// copy_match() without a branch on lengths up to 32, which a processor would often mispredict.
+/// Writes at least 16 bytes, and up to copy_match_32_overrun bytes past the end.
+[[gnu::always_inline]] inline void copy_match_32(u8* dest, u32 dist, usize len)
+{
+    if (dist < 16) [[unlikely]] {
+        copy_match(dest, dist, len);
+        return;
+    }
+    copy_16(dest, dest - dist);
+    copy_16(dest + 16, dest + 16 - dist);
+    for (usize done = 32; done < len; done += 16) copy_16(dest + done, dest + done - dist);
+}
+
 /// copy_match() that writes only the first `room` bytes at `dest`; `len` is at most `room`.  Out of
 /// line: for the last matches of a block.
 [[gnu::noinline]] inline void copy_match_within(u8* dest, u32 dist, usize len, usize room)

@@ -42,13 +42,15 @@ class m3_symbol_reader {
         return bits_.take(count);
     }
     void set_context(u8 /*byte*/) {}
-    bool ok() { return (bits_.next_load() <= limit_ || in_payload()) && models_.ok(); }
-    bool ended() const { return bits_.ends_at(tail_.end()) && models_.ok(); }
+    bool ok() { return bits_.next_load() <= limit_ || in_payload(); }
+    bool ended() const { return bits_.ends_at(tail_.end()); }
 
   private:
-    /// Enters the tail at its start.  Returns false if the token is past the payload's end.
+    /// Enters the tail at its start.  Returns false if the token is past the payload's end, or a
+    /// code would have been too long.
     bool in_payload()
     {
+        if (!models_.ok()) return false;
         if (bits_.consumed_end() <= limit_) return true;
         if (tail_.entered()) return false;
         bits_.move_to(tail_.settle(bits_.consumed_end()));
@@ -77,7 +79,11 @@ class m3_symbol_reader {
             symbol = model.tables.symbols[model.tables.first_index[length] + rank];
         }
         bits_.drop(length);
-        m3_model_step(model, symbol);
+        if (count_symbol<1>(model.counts, symbol)) [[unlikely]] {
+            m3_end_period(model);
+            if (model.too_long) [[unlikely]]
+                limit_ = bits_.next_load() - 1; // ok() tests all of its conditions
+        }
         return symbol;
     }
 

@@ -46,6 +46,8 @@ TEST(last_match, a_whole_copy_leaves_room_for_its_overrun)
     EXPECT_EQ(whole_copy_end(copy_match_overrun + 1), 1U);
     EXPECT_EQ(whole_copy_end(copy_match_overrun), 0U);
     EXPECT_EQ(whole_copy_end(0), 0U);
+    EXPECT_EQ(whole_copy_end(33, 32), 1U);
+    EXPECT_EQ(whole_copy_end(31, 32), 0U);
 }
 
 } // namespace

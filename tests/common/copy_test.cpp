@@ -35,28 +35,41 @@ std::ptrdiff_t end_of(usize len)
     return static_cast<std::ptrdiff_t>(history + len);
 }
 
+/// A function like copy_match() and its overrun.
+struct match_copy {
+    void (*copy)(u8* dest, u32 dist, usize len);
+    usize overrun;
+};
+constexpr std::array<match_copy, 2> match_copies{
+    {{copy_match, copy_match_overrun}, {copy_match_32, copy_match_32_overrun}}};
+
 TEST(copy, match_equals_a_byte_by_byte_copy_at_every_distance_and_length)
 {
-    for (u32 dist = 1; dist <= 70; ++dist) {
-        for (usize len = 0; len <= 200; ++len) {
-            bytes memory = canvas();
-            copy_match(&memory[history], dist, len);
-            const bytes expected = copied_one_by_one(dist, len);
-            ASSERT_TRUE(std::equal(memory.begin(), memory.begin() + end_of(len), expected.begin()))
-                << "distance " << dist << ", length " << len;
+    for (const match_copy& match : match_copies) {
+        for (u32 dist = 1; dist <= 70; ++dist) {
+            for (usize len = 0; len <= 200; ++len) {
+                bytes memory = canvas();
+                match.copy(&memory[history], dist, len);
+                const bytes expected = copied_one_by_one(dist, len);
+                ASSERT_TRUE(
+                    std::equal(memory.begin(), memory.begin() + end_of(len), expected.begin()))
+                    << "distance " << dist << ", length " << len;
+            }
         }
     }
 }
 
 TEST(copy, match_writes_nothing_past_its_overrun)
 {
-    for (u32 dist = 1; dist <= 70; ++dist) {
-        for (usize len = 0; len <= 200; ++len) {
-            bytes memory = canvas();
-            copy_match(&memory[history], dist, len);
-            ASSERT_TRUE(std::all_of(memory.begin() + end_of(len + copy_match_overrun), memory.end(),
-                                    [](u8 byte) { return byte == 0xEE; }))
-                << "distance " << dist << ", length " << len;
+    for (const match_copy& match : match_copies) {
+        for (u32 dist = 1; dist <= 70; ++dist) {
+            for (usize len = 0; len <= 200; ++len) {
+                bytes memory = canvas();
+                match.copy(&memory[history], dist, len);
+                ASSERT_TRUE(std::all_of(memory.begin() + end_of(len + match.overrun), memory.end(),
+                                        [](u8 byte) { return byte == 0xEE; }))
+                    << "distance " << dist << ", length " << len;
+            }
         }
     }
 }
