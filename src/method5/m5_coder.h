@@ -1,7 +1,8 @@
-// method5/m5_coder.h - the binary range coder of method 5: single bits, bit trees, chains
+// method5/m5_coder.h - the binary range decoder of method 5: single bits, bit trees, chains
 //
 // Each binary decision divides the interval in two, by the probability of a 0.  Multi-bit numbers
 // are coded bit by bit through a bit tree: the model of each bit is selected by the bits above it.
+// The encoder does the same in two passes (m5_learn.h, m5_steps.h).
 #pragma once
 
 #include "coding/range_coder.h"
@@ -9,36 +10,11 @@
 
 namespace quarnex {
 
-/// Probabilities are in units of 2^-15.
-inline constexpr u32 m5_prob_bits = 15;
-
-/// Maximum bytes that the coder shifts in a token, and reads or writes at once in its last step.
+/// Maximum bytes that the decoder shifts in a token, and reads at once in its last step.
 /// The longest token is a match, whose distance has up to ten modelled bits, or eight and direct
 /// ones.  A modelled bit shifts up to two bytes, a group of direct bits up to three, of four.
 inline constexpr u32 m5_token_max_bytes =
     2 * (1 + 2 * m5_max_length_bits + m5_slot_bits + slot_extra_bits(m5_first_high_slot)) + 4;
-
-/// Encodes one bit by its model.
-inline void m5_encode_bit(range_encoder& encoder, m5_prob_pair& pair, u32 bit)
-{
-    const u32 bound = pair.mean() * (encoder.range >> m5_prob_bits);
-    const u32 one = 0 - bit; // all ones for a 1
-    encoder.low += bound & one;
-    encoder.range = bound + ((encoder.range - 2 * bound) & one);
-    pair.update(bit);
-    normalize(encoder);
-}
-
-/// Encodes `value`, a number of `width` bits, through the bit tree of pairs 1 to 2^width - 1.
-inline void m5_encode_tree(range_encoder& encoder, m5_prob_pair* tree, u32 value, u32 width)
-{
-    u32 index = 1;
-    for (u32 place = width; place-- != 0;) {
-        const u32 bit = value >> place & 1;
-        m5_encode_bit(encoder, tree[index], bit);
-        index = 2 * index + bit;
-    }
-}
 
 /// Decodes one bit by its model, with a branch on the bit: for well-predicted bits.
 [[gnu::always_inline]] inline u32 m5_decode_bit(range_decoder& decoder, m5_prob_pair& pair)

@@ -190,6 +190,7 @@ codec_result m5_decode_block(const codec_job& job, void* state)
 
 } // namespace
 
-const codec_entry m5_decoder{m5_decoder_init, m5_decode_block, m5_release, state_bytes<m5_model>};
+const codec_entry m5_decoder{init_state<m5_model>, m5_decode_block, release_state<m5_model>,
+                             state_bytes<m5_model>};
 
 } // namespace quarnex

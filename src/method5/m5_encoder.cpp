@@ -14,9 +14,9 @@ static_assert(search_reads_past <= in_slack && trie_reads_past <= in_slack);
 using m5_writer = m5_tokens<min_match(0)>;
 
 template <auto Search>
-codec_result m5_encode(const codec_job& job, m5_model& model)
+codec_result m5_encode(const codec_job& job, m5_encoder_state& state)
 {
-    return encode_with<Search>(job, m5_writer(job, model));
+    return encode_with<Search>(job, m5_writer(job, state));
 }
 
 constexpr auto m5_encode_greedy = m5_encode<search_greedy<inserts::inside_match, m5_writer>>;
@@ -24,33 +24,34 @@ constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
 constexpr auto m5_encode_pair = m5_encode<search_pairs<1, m5_writer>>;
 constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
 
-codec_result m5_encode_suffix(const codec_job& job, m5_model& model)
+codec_result m5_encode_suffix(const codec_job& job, m5_encoder_state& state)
 {
     constexpr u32 shortest = min_match(8);
-    return encode_backward(job, m5_prices<shortest>(job.in_buf, model),
-                           m5_tokens<shortest>(job, model));
+    return encode_backward(job, m5_prices<shortest>(job.in_buf, state.model),
+                           m5_tokens<shortest>(job, state));
 }
 
-codec_result m5_encode_trie(const codec_job& job, m5_model& model)
+codec_result m5_encode_trie(const codec_job& job, m5_encoder_state& state)
 {
     constexpr u32 shortest = min_match(9);
-    return encode_forward(job, m5_prices<shortest>(job.in_buf, model),
-                          m5_tokens<shortest>(job, model));
+    return encode_forward(job, m5_prices<shortest>(job.in_buf, state.model),
+                          m5_tokens<shortest>(job, state));
 }
 
-constexpr codec_result (*m5_levels[ladder_levels])(const codec_job&, m5_model&){
+constexpr codec_result (*m5_levels[ladder_levels])(const codec_job&, m5_encoder_state&){
     m5_encode_greedy, m5_encode_lazy,   m5_encode_lazy,   m5_encode_pair,   m5_encode_bucket,
     m5_encode_bucket, m5_encode_bucket, m5_encode_bucket, m5_encode_suffix, m5_encode_trie,
 };
 
 codec_result m5_encode_block(const codec_job& job, void* state)
 {
-    return encode_level(m5_levels, job, *static_cast<m5_model*>(state));
+    return encode_level(m5_levels, job, *static_cast<m5_encoder_state*>(state));
 }
 
 } // namespace
 
-const codec_entry m5_encoder{m5_encoder_init, m5_encode_block, m5_release,
-                             search_and_state_memory<m5_model>};
+const codec_entry m5_encoder{init_state<m5_encoder_state>, m5_encode_block,
+                             release_state<m5_encoder_state>,
+                             search_and_state_memory<m5_encoder_state>};
 
 } // namespace quarnex

@@ -13,6 +13,9 @@
 
 namespace quarnex {
 
+/// Probabilities are in units of 2^-15.
+inline constexpr u32 m5_prob_bits = 15;
+
 /// The model of one binary decision: two estimates of the probability that the bit is 0, in units
 /// of 1/32768, the fast one in the lower half of a word, the slow one in the upper half.
 ///
@@ -38,15 +41,17 @@ struct m5_prob_pair {
     static constexpr u32 to_full = 0x003F0007; // the same for a 0
 
     /// Returns both estimates moved towards `target`, to_zero or to_full.
-    static constexpr u32 moved(u32 halves, u32 target)
+    /// (Word: u32 or a vector of them.)
+    template <class Word>
+    static constexpr Word moved(const Word& halves, const Word& target)
     {
         constexpr u32 fast_shift = 3;
         constexpr u32 slow_shift = 6;
         constexpr u32 fast_mask = 0xFFFFU >> fast_shift;
         constexpr u32 slow_mask = 0xFFFFU >> slow_shift << 16;
         constexpr u32 correction = 0x8000U >> fast_shift | 0x8000U >> slow_shift << 16;
-        const u32 rest = halves + target;
-        const u32 step = (rest >> fast_shift & fast_mask) + (rest >> slow_shift & slow_mask);
+        const Word rest = halves + target;
+        const Word step = (rest >> fast_shift & fast_mask) + (rest >> slow_shift & slow_mask);
         return halves + correction - step;
     }
 };
@@ -72,9 +77,5 @@ struct m5_model {
     /// Bit trees of the top extra bits of the high slots.
     m5_prob_pair dist_top[value_slots - m5_first_high_slot][1U << m5_top_bits];
 };
-
-inline constexpr auto m5_encoder_init = init_state<m5_model>;
-inline constexpr auto m5_decoder_init = init_state<m5_model>;
-inline constexpr auto m5_release = release_state<m5_model>;
 
 } // namespace quarnex

@@ -1,6 +1,6 @@
 #include "method5/m5_coder.h"
 
-#include "plain/m5_plain.h"
+#include "method5/m5_streams.h"
 #include "support/range_streams.h"
 
 #include <array>
@@ -11,6 +11,8 @@ namespace {
 
 using test::bytes;
 using test::coded;
+using test::encode_bit;
+using test::encode_tree;
 using test::m5_plain_coder;
 using test::m5_plain_pair;
 using test::random_source;
@@ -25,20 +27,20 @@ void expect_same(const m5_prob_pair& pair, const m5_plain_pair& plain)
 
 // Single bits
 
-TEST(m5_encode_bit, first_bits)
+TEST(m5_encode_steps, first_bits)
 {
     // A 1 at one half: low = 16384 * 0x1FFFF = 7FFFC000, range = FFFFFFFF - 7FFFC000 = 80003FFF.
     // A 0 at one half: range = 16384 * 0x10000 = 40000000.
     bytes buffer(test::stream_room);
     range_encoder encoder = start_range_encoder(buffer.data());
     m5_prob_pair pair;
-    m5_encode_bit(encoder, pair, 1);
+    encode_bit(encoder, pair, 1);
     EXPECT_EQ(encoder.low, 0x7FFFC000U);
     EXPECT_EQ(encoder.range, 0x80003FFFU);
     EXPECT_EQ(pair.fast(), 14336U); // 16384 - 2048
     EXPECT_EQ(pair.slow(), 16128U); // 16384 - 256
     m5_prob_pair other;
-    m5_encode_bit(encoder, other, 0);
+    encode_bit(encoder, other, 0);
     EXPECT_EQ(encoder.low, 0x7FFFC000U);
     EXPECT_EQ(encoder.range, 0x40000000U);
     EXPECT_EQ(other.fast(), 18432U);
@@ -47,14 +49,14 @@ TEST(m5_encode_bit, first_bits)
     EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x7F, 0xFF, 0xC0, 0x00}));
 }
 
-TEST(m5_encode_bit, the_smallest_bound_is_35_times_512)
+TEST(m5_encode_steps, the_smallest_bound_is_35_times_512)
 {
     // A 0 of the minimum probability, 35, in the minimum range: 35 * 512 = 4600 (hexadecimal) is
     // left and takes two shifts.
     bytes buffer(test::stream_room);
     m5_prob_pair pair{7 | 63U << 16};
     range_encoder encoder{buffer.data() + 1, 0x12345678, 0x01000000};
-    m5_encode_bit(encoder, pair, 0);
+    encode_bit(encoder, pair, 0);
     EXPECT_EQ(encoder.range, 0x46000000U);
     EXPECT_EQ(encoder.low, 0x56780000U);
     EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x12, 0x34}));
@@ -62,7 +64,7 @@ TEST(m5_encode_bit, the_smallest_bound_is_35_times_512)
     // A 1 of the same probability: bound = 32733 * 512 = FFBA00, and 4600 are left again.
     pair = {32761 | 32705U << 16};
     encoder = {buffer.data() + 1, 0x12000000, 0x01000000};
-    m5_encode_bit(encoder, pair, 1);
+    encode_bit(encoder, pair, 1);
     EXPECT_EQ(encoder.range, 0x46000000U);
     EXPECT_EQ(encoder.low, 0xBA000000U);
     EXPECT_EQ(written(buffer, encoder), (bytes{0x00, 0x12, 0xFF}));
@@ -85,8 +87,7 @@ void expect_path_of_101(const tree_of_3_bits& tree)
 TEST(m5_tree, bits_come_from_the_top_and_pair_0_is_never_touched)
 {
     tree_of_3_bits encoding;
-    const bytes stream =
-        coded([&](auto& encoder) { m5_encode_tree(encoder, encoding.data(), 5, 3); });
+    const bytes stream = coded([&](auto& encoder) { encode_tree(encoder, encoding.data(), 5, 3); });
     expect_path_of_101(encoding);
     tree_of_3_bits decoding;
     const bytes readable = with_zeros(stream);
@@ -105,7 +106,7 @@ TEST(m5_tree, values_of_all_widths_come_back)
             values.push_back(random.below(1U << random.below(width + 1)));
         std::vector<m5_prob_pair> encoding(1U << width);
         const bytes stream = coded([&](auto& encoder) {
-            for (const u32 value : values) m5_encode_tree(encoder, encoding.data(), value, width);
+            for (const u32 value : values) encode_tree(encoder, encoding.data(), value, width);
         });
         std::vector<m5_prob_pair> decoding(1U << width);
         const bytes readable = with_zeros(stream);
@@ -252,7 +253,7 @@ TEST(m5_coder, writes_what_the_plain_coder_writes_and_reads_it_back)
                     encode_direct(encoder, next.value, next.count);
                     plain.direct(next.value, next.count);
                 } else {
-                    m5_encode_bit(encoder, encoding[next.pair], next.value);
+                    encode_bit(encoder, encoding[next.pair], next.value);
                     plain.bit(plain_pairs[next.pair], next.value != 0);
                 }
             }

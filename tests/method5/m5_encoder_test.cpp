@@ -26,9 +26,10 @@ codec_parameters m5_parameters(u8 level, i32 hash_bits = 12)
     return parameters_of(5, level, hash_bits);
 }
 
-/// The stream that the token writer makes of a block's tokens, with what it learns in `model`.
+/// The stream that the token writer makes of a block's tokens, with what it learns in `state`.
 template <u32 MinMatch = 4>
-bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens, m5_model& model)
+bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens,
+                   m5_encoder_state& state)
 {
     const auto in = test::exact_buffer(block.size());
     std::copy(block.begin(), block.end(), in.get());
@@ -37,7 +38,7 @@ bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens, m
     job.in_buf = in.get();
     job.in_len = static_cast<u32>(block.size());
     job.out_buf = out.get();
-    m5_tokens<MinMatch> writer(job, model);
+    m5_tokens<MinMatch> writer(job, state);
     u32 pos = writer.first_pos;
     for (const plain_token& token : tokens) {
         token.dist == 0 ? writer.literal(pos) : writer.match(pos, token.len, token.dist);
@@ -49,7 +50,7 @@ bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens, m
 template <u32 MinMatch = 4>
 bytes write_tokens(const bytes& block, const std::vector<plain_token>& tokens)
 {
-    return write_tokens<MinMatch>(block, tokens, *std::make_unique<m5_model>());
+    return write_tokens<MinMatch>(block, tokens, *std::make_unique<m5_encoder_state>());
 }
 
 bytes write_tokens(const m5_block& block)
@@ -174,26 +175,26 @@ TEST(m5_tokens, the_context_of_a_literal_after_a_match_is_its_last_two_bytes)
 {
     // "abcabca" and x: the match ends in 'c', 'a'.  match_flag is that of 'a'; the first bit has
     // the context 361: the lower half of 'c' (3) and all of 'a' (61).
-    const auto model = std::make_unique<m5_model>();
+    const auto state = std::make_unique<m5_encoder_state>();
     const m5_block block = m5_block().literal('c').match(4, 3).literal('x');
-    const bytes stream = write_tokens<4>(block.data(), block.tokens(), *model);
+    const bytes stream = write_tokens<4>(block.data(), block.tokens(), *state);
     EXPECT_EQ(stream, block.stream());
     m5_prob_pair seen_0;
     seen_0.update(0);
-    EXPECT_EQ(model->match_flag[u8{'a'}].halves, seen_0.halves);
-    EXPECT_EQ(model->lit_high[3][0x361].halves, seen_0.halves);
+    EXPECT_EQ(state->model.match_flag[u8{'a'}].halves, seen_0.halves);
+    EXPECT_EQ(state->model.lit_high[3][0x361].halves, seen_0.halves);
     EXPECT_EQ(test::decode(stream, 8, m5_parameters(0)), bytes_of("abcabcax"));
 }
 
 TEST(m5_tokens, the_flag_after_a_match_is_that_of_its_last_byte)
 {
-    const auto model = std::make_unique<m5_model>();
+    const auto state = std::make_unique<m5_encoder_state>();
     const m5_block block = m5_block().literal('c').match(4, 3).match(5, 2);
-    EXPECT_EQ(write_tokens<4>(block.data(), block.tokens(), *model), block.stream());
+    EXPECT_EQ(write_tokens<4>(block.data(), block.tokens(), *state), block.stream());
     m5_prob_pair seen_1;
     seen_1.update(1);
-    EXPECT_EQ(model->match_flag[u8{'a'}].halves, seen_1.halves);
-    EXPECT_EQ(model->match_flag[u8{'c'}].halves, seen_1.halves);
+    EXPECT_EQ(state->model.match_flag[u8{'a'}].halves, seen_1.halves);
+    EXPECT_EQ(state->model.match_flag[u8{'c'}].halves, seen_1.halves);
 }
 
 TEST(m5_tokens, are_written_as_the_plain_writer_writes_them)
@@ -208,23 +209,79 @@ TEST(m5_tokens, are_written_as_the_plain_writer_writes_them)
     }
 }
 
-TEST(m5_tokens, are_full_once_the_stream_is_as_long_as_the_block)
+TEST(m5_tokens, any_number_of_tokens_around_a_window_is_written)
 {
-    // The raw bytes and the coder's first make 3.  Fresh bits 9, 17, 25 and so on send a byte each:
-    // three literals of 9 bits send 3.
-    const bytes block = bytes_of("abcdef");
+    // A literal is nine steps, a match of four bytes at distance 2 too.
+    constexpr u32 per_window = (m5_window_steps + 8) / 9;
+    for (const u32 windows : {1U, 2U, 3U}) {
+        for (u32 count = windows * per_window - 2; count <= windows * per_window + 2; ++count) {
+            // Few symbols, or the stream would be longer than the block.
+            bytes block = test::find_shape("random").make(2 + count, count);
+            for (u8& byte : block) byte &= 1;
+            const std::vector<plain_token> literals(count, {1, 0});
+            EXPECT_EQ(write_tokens(block, literals), test::m5_plain_stream(block, literals, 4));
+            const bytes zeros(2 + 4 * count);
+            const std::vector<plain_token> matches(count, {4, 2});
+            EXPECT_EQ(write_tokens(zeros, matches), test::m5_plain_stream(zeros, matches, 4));
+        }
+    }
+}
+
+TEST(m5_tokens, the_longest_token_fits_after_any_other_at_the_end_of_a_window)
+{
+    // The length has 2 * 19 steps; slot 22 has ten extra bits.
+    for (u32 before = 105; before <= 114; ++before) {
+        m5_block block;
+        for (u32 i = 0; i < 4000; ++i) block.literal('x');
+        for (u32 i = 0; i < before; ++i) block.literal(static_cast<u8>(i));
+        block.match(1U << 19, 3000).literal('y');
+        EXPECT_TRUE(write_tokens(block) == block.stream()) << before;
+    }
+}
+
+TEST(m5_tokens, the_models_are_up_to_date_after_each_token)
+{
+    // Prices of a window depend on them.
+    const bytes block = bytes_of("abcabcabx");
     bytes out(block.size() + out_slack);
     codec_job job;
     job.in_buf = block.data();
-    job.in_len = 6;
+    job.in_len = static_cast<u32>(block.size());
     job.out_buf = out.data();
-    const auto model = std::make_unique<m5_model>();
-    m5_tokens<4> writer(job, *model);
-    for (u32 pos = 2; pos < 5; ++pos) {
-        EXPECT_FALSE(writer.full()) << pos;
+    const auto state = std::make_unique<m5_encoder_state>();
+    m5_tokens<4> writer(job, *state);
+    writer.literal(2);
+    m5_prob_pair flag;
+    flag.update(0);
+    EXPECT_EQ(state->model.match_flag[u8{'b'}].halves, flag.halves);
+    writer.match(3, 5, 3);
+    flag = {};
+    flag.update(1);
+    EXPECT_EQ(state->model.match_flag[u8{'c'}].halves, flag.halves);
+    flag = {};
+    flag.update(0);
+    EXPECT_EQ(state->model.dist_slot[1][1].halves, flag.halves);
+}
+
+TEST(m5_tokens, are_full_at_the_end_of_the_window_that_fills_the_block)
+{
+    // Fresh literals of 9 bits: those of a window are longer than a block of 100 bytes.  Whatever
+    // comes after that is dropped.
+    constexpr u32 size = 100;
+    constexpr u32 tokens = 20 * m5_window_steps;
+    const bytes text = test::find_shape("random").make(tokens, 1);
+    const auto out = test::exact_buffer(size + out_slack);
+    codec_job job;
+    job.in_buf = text.data();
+    job.in_len = size;
+    job.out_buf = out.get();
+    const auto state = std::make_unique<m5_encoder_state>();
+    m5_tokens<4> writer(job, *state);
+    for (u32 pos = 2; pos < tokens; ++pos) {
+        EXPECT_EQ(writer.full(), pos >= 2 + (m5_window_steps + 8) / 9) << pos;
         writer.literal(pos);
     }
-    EXPECT_TRUE(writer.full());
+    EXPECT_GE(writer.finish(), size);
 }
 
 // What levels 0 to 7 find

@@ -118,17 +118,15 @@ TEST(m5_model, starts_with_all_probabilities_at_one_half)
 {
     scratch memory(system_allocator);
     const codec_job job{.memory = &memory};
-    for (const auto init : {m5_encoder_init, m5_decoder_init}) {
-        for (int round = 0; round < 2; ++round) {
-            void* const model = init(job);
-            ASSERT_NE(model, nullptr);
-            m5_prob_pair* const pairs = static_cast<m5_prob_pair*>(model);
-            for (usize i = 0; i < sizeof(m5_model) / sizeof(m5_prob_pair); ++i) {
-                ASSERT_EQ(pairs[i].halves, 0x40004000U) << i;
-                pairs[i].update(0); // what one block learns is not for the next
-            }
-            m5_release(job, model);
+    for (int round = 0; round < 2; ++round) {
+        void* const model = init_state<m5_model>(job);
+        ASSERT_NE(model, nullptr);
+        m5_prob_pair* const pairs = static_cast<m5_prob_pair*>(model);
+        for (usize i = 0; i < sizeof(m5_model) / sizeof(m5_prob_pair); ++i) {
+            ASSERT_EQ(pairs[i].halves, 0x40004000U) << i;
+            pairs[i].update(0); // what one block learns is not for the next
         }
+        release_state<m5_model>(job, model);
     }
 }
 
