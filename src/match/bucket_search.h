@@ -61,6 +61,18 @@ class bucket_array {
     /// Prefetches the start of the bucket of `pos`.
     void prefetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
+    /// Prefetches the bucket of `pos`: its cache lines, if it started at a line.  Of a small one
+    /// also the line in which it ends; a large one has more entries in the others.
+    ///
+    /// Always inlined: GCC takes a function that only prefetches for one without effects, and
+    /// drops calls that are not inlined early.
+    [[gnu::always_inline]] void prefetch_all(const block_text& text, u32 pos) const
+    {
+        const u32* const bucket = at(text, pos);
+        for (u32 i = 0; i < size_; i += line_entries) __builtin_prefetch(bucket + i);
+        if (size_ <= line_entries) __builtin_prefetch(bucket + size_ - 1);
+    }
+
     /// Call after each block.  After a short one, clears the buckets that it touched, unless the
     /// entries are rising.
     void end_block(const block_text& text)
@@ -74,6 +86,8 @@ class bucket_array {
     }
 
   private:
+    static constexpr u32 line_entries = 16; // of a cache line of 64 bytes
+
     table_memory entries_;
     i32 hash_bits_;
     u32 size_; // entries of a bucket
@@ -195,12 +209,20 @@ class ring_table {
             ++entry_;
             if (entry_ != end_ && *entry_ == 0) entry_ = end_;
         }
-        u32 cand() const { return *entry_ >> cursor_bits; }
+        u32 cand() const { return position(*entry_); }
 
       private:
         const u32* entry_;
         const u32* end_;
     };
+
+    /// Up to this block size, the entries from the second to the latest are never all zero.
+    static constexpr u32 max_positions = 1U << 24;
+
+    u32 size() const { return size_; }
+    /// The index of the latest insertion into a bucket; 0 before the first.
+    u32 latest(const u32* bucket) const { return *bucket & (size_ - 1); }
+    static u32 position(u32 entry) { return entry >> cursor_bits; }
 
     /// A match can start anywhere.
     static constexpr u32 tail_bytes = 0;
@@ -238,27 +260,6 @@ concept bucket_table = requires(T table, const T& const_table, const block_text&
     requires std::same_as<decltype(T::may_win(text, pos, pos, best)), bool>;
 };
 
-/// The best candidate in the bucket of `pos`: the first that matches, unless a later one is better.
-template <bucket_table Table>
-found_match find_best(const block_text& text, const Table& table, const u32* bucket, u32 pos)
-{
-    if (pos + Table::tail_bytes >= text.size) return {0, 0};
-    typename Table::candidate_scan scan(table, bucket);
-    while (!text.matches(pos, scan.cand())) {
-        scan.next();
-        if (scan.done()) return {0, 0};
-    }
-    found_match best{text.match_length(pos, scan.cand()), pos - scan.cand()};
-    for (scan.next(); !scan.done(); scan.next()) {
-        const u32 cand = scan.cand();
-        if (!Table::may_win(text, pos, cand, best) || !text.matches(pos, cand)) continue;
-        const found_match found{text.match_length(pos, cand), pos - cand};
-        const auto longer = static_cast<i32>(found.len - best.len);
-        if (better_match(longer, best.dist, found.dist)) best = found;
-    }
-    return best;
-}
-
 /// try_lookahead() out of line: keeps registers free in the common loop.
 template <u32 Ahead>
 [[gnu::noinline]] lookahead_result try_lookahead_out_of_line(const block_text& text, u32 pos,
@@ -267,28 +268,61 @@ template <u32 Ahead>
     return try_lookahead<Ahead>(text, pos, cand, best);
 }
 
-/// Compares the best match at `pos` with all candidates in the bucket of pos + Ahead.
-///
-/// Quick reject, in one load: compares the byte at reject_offset() and those among the four bytes
-/// before it that any winning candidate must share.  (Extended back, a winner is at most one byte
-/// shorter than the match, so it shares at least best.len - 1 - Ahead bytes with pos + Ahead.)
-template <u32 Ahead, bucket_table Table>
-lookahead_result look_ahead(const block_text& text, const Table& table, const u32* bucket, u32 pos,
-                            found_match best)
-{
-    constexpr u64 needed = ((1U << 8 * (3 - Ahead)) - 1) | u64{0xFF} << 8 * (2 + Ahead);
-    const u32 next = pos + Ahead;
-    u32 offset = best.len - 4;
-    for (typename Table::candidate_scan scan(table, bucket); !scan.done(); scan.next()) {
-        const u32 cand = scan.cand();
-        if ((text.difference(next + offset, cand + offset) & needed) != 0) continue;
-        const lookahead_result result = try_lookahead_out_of_line<Ahead>(text, pos, cand, best);
-        if (result.literal) return result;
-        best = result.best;
-        offset = best.len - 4;
+/// Walks the candidates of a bucket in the order of the table.
+struct walk_in_order {
+    [[gnu::always_inline]] static void prefetch(const bucket_array& buckets, const block_text& text,
+                                                u32 pos)
+    {
+        buckets.prefetch(text, pos);
     }
-    return {best, false};
-}
+
+    /// The best candidate in the bucket of `pos`: the first that matches, unless a later one is
+    /// better.
+    template <bucket_table Table>
+    static found_match find_best(const block_text& text, const Table& table,
+                                                   const u32* bucket, u32 pos)
+    {
+        if (pos + Table::tail_bytes >= text.size) return {0, 0};
+        typename Table::candidate_scan scan(table, bucket);
+        while (!text.matches(pos, scan.cand())) {
+            scan.next();
+            if (scan.done()) return {0, 0};
+        }
+        found_match best{text.match_length(pos, scan.cand()), pos - scan.cand()};
+        for (scan.next(); !scan.done(); scan.next()) {
+            const u32 cand = scan.cand();
+            if (!Table::may_win(text, pos, cand, best) || !text.matches(pos, cand)) continue;
+            const found_match found{text.match_length(pos, cand), pos - cand};
+            const auto longer = static_cast<i32>(found.len - best.len);
+            if (better_match(longer, best.dist, found.dist)) best = found;
+        }
+        return best;
+    }
+
+    /// Compares the best match at `pos` with all candidates in the bucket of pos + Ahead.
+    ///
+    /// Quick reject, in one load: compares the byte at reject_offset() and those among the four
+    /// bytes before it that any winning candidate must share.  (Extended back, a winner is at most
+    /// one byte shorter than the match, so it shares at least best.len - 1 - Ahead bytes with pos +
+    /// Ahead.)
+    template <u32 Ahead, bucket_table Table>
+    static lookahead_result look_ahead(const block_text& text, const Table& table,
+                                       const u32* bucket, u32 pos, found_match best)
+    {
+        constexpr u64 needed = ((1U << 8 * (3 - Ahead)) - 1) | u64{0xFF} << 8 * (2 + Ahead);
+        const u32 next = pos + Ahead;
+        u32 offset = best.len - 4;
+        for (typename Table::candidate_scan scan(table, bucket); !scan.done(); scan.next()) {
+            const u32 cand = scan.cand();
+            if ((text.difference(next + offset, cand + offset) & needed) != 0) continue;
+            const lookahead_result result = try_lookahead_out_of_line<Ahead>(text, pos, cand, best);
+            if (result.literal) return result;
+            best = result.best;
+            offset = best.len - 4;
+        }
+        return {best, false};
+    }
+};
 
 /// Positions by which the prefetch of buckets runs ahead of the search.
 inline constexpr u32 bucket_prefetch_distance = 16;
@@ -297,9 +331,11 @@ static_assert(bucket_prefetch_distance + sizeof(u32) <= search_reads_past);
 /// Lazy parsing with several candidates: compares a match with the candidates of the next two
 /// positions before taking it.
 ///
+/// `Walk` finds the best of the candidates: walk_in_order or, with the same results, a faster one.
+///
 /// Starts with an empty table, parses the whole block and stops early when `out` is full.  Returns
 /// `out`, or nothing without memory for the table.
-template <bucket_table Table, token_writer Writer>
+template <bucket_table Table, token_writer Writer, class Walk = walk_in_order>
 [[nodiscard]] std::optional<Writer> search_buckets(const block_text text, search_bits bits,
                                                    scratch& memory, Writer out)
 {
@@ -312,10 +348,10 @@ template <bucket_table Table, token_writer Writer>
     for (u32 pos = Writer::first_pos; pos < text.size && !out.full();) {
         for (prefetched = std::max(prefetched, pos); prefetched < pos + bucket_prefetch_distance;
              ++prefetched) {
-            buckets.prefetch(text, prefetched);
+            Walk::prefetch(buckets, text, prefetched);
         }
         u32* const first = buckets.at(text, pos);
-        const found_match found = find_best(text, table, first, pos);
+        const found_match found = Walk::find_best(text, table, first, pos);
         table.insert(first, pos);
         if (found.len == 0) {
             out.literal(pos++);
@@ -323,8 +359,9 @@ template <bucket_table Table, token_writer Writer>
         }
         u32* const second = buckets.at(text, pos + 1);
         u32* const third = buckets.at(text, pos + 2);
-        lookahead_result result = look_ahead<1>(text, table, second, pos, found);
-        if (!result.literal) result = look_ahead<2>(text, table, third, pos, result.best);
+        lookahead_result result = Walk::template look_ahead<1>(text, table, second, pos, found);
+        if (!result.literal)
+            result = Walk::template look_ahead<2>(text, table, third, pos, result.best);
         if (result.literal) {
             out.literal(pos++);
             continue;

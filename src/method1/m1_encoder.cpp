@@ -3,9 +3,9 @@
 // A level is a search of match/ combined with m1_tokens; levels 8 and 9 also price its tokens.
 // Time and memory are those of the search; the token writer adds O(n) time and no memory.
 #include "coding/min_match.h"
-#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
+#include "match/ring_search.h"
 #include "method1/m1_codec.h"
 #include "method1/m1_prices.h"
 #include "method1/m1_tokens.h"
@@ -27,7 +27,7 @@ constexpr auto m1_encode_greedy = m1_encode<search_greedy<inserts::nothing, m1_w
 constexpr auto m1_encode_greedy_ins = m1_encode<search_greedy<inserts::inside_match, m1_writer>>;
 constexpr auto m1_encode_lazy = m1_encode<search_lazy<m1_writer>>;
 constexpr auto m1_encode_pair = m1_encode<search_pairs<0, m1_writer>>;
-constexpr auto m1_encode_ways = m1_encode<search_buckets<ring_table, m1_writer>>;
+constexpr auto m1_encode_ways = m1_encode<search_rings<m1_writer>>;
 
 codec_result m1_encode_sa(const codec_job& job)
 {

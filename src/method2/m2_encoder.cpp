@@ -3,9 +3,9 @@
 // A level is a search of match/ combined with m2_tokens; levels 8 and 9 also price its tokens.
 // Time and memory are those of the search; the token writer adds O(n) time and no memory.
 #include "coding/min_match.h"
-#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
+#include "match/ring_search.h"
 #include "method2/m2_codec.h"
 #include "method2/m2_prices.h"
 #include "method2/m2_tokens.h"
@@ -27,7 +27,7 @@ constexpr auto m2_encode_l0 = m2_encode<search_greedy<inserts::nothing, m2_write
 constexpr auto m2_encode_l1 = m2_encode<search_greedy<inserts::inside_match, m2_writer>>;
 constexpr auto m2_encode_l2 = m2_encode<search_lazy<m2_writer>>;
 constexpr auto m2_encode_l3 = m2_encode<search_pairs<0, m2_writer>>;
-constexpr auto m2_encode_bucket = m2_encode<search_buckets<ring_table, m2_writer>>;
+constexpr auto m2_encode_bucket = m2_encode<search_rings<m2_writer>>;
 
 codec_result m2_encode_sa(const codec_job& job)
 {

@@ -1,8 +1,8 @@
 // method3/m3_encoder.cpp - the encoder of method 3: the match finder of each level
 #include "coding/min_match.h"
-#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
+#include "match/ring_search.h"
 #include "method3/m3_codec.h"
 #include "method3/m3_prices.h"
 #include "method3/m3_tokens.h"
@@ -25,7 +25,7 @@ constexpr auto m3_encode_greedy = m3_encode<search_greedy<inserts::nothing, m3_w
 constexpr auto m3_encode_greedy_ins = m3_encode<search_greedy<inserts::inside_match, m3_writer>>;
 constexpr auto m3_encode_lazy = m3_encode<search_lazy<m3_writer>>;
 constexpr auto m3_encode_pair = m3_encode<search_pairs<0, m3_writer>>;
-constexpr auto m3_encode_bucket = m3_encode<search_buckets<ring_table, m3_writer>>;
+constexpr auto m3_encode_bucket = m3_encode<search_rings<m3_writer>>;
 
 codec_result m3_encode_sa(const codec_job& job)
 {

@@ -1,8 +1,8 @@
 // method4/m4_encoder.cpp - the encoder of method 4: the match finder of each level
 #include "coding/min_match.h"
-#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
+#include "match/ring_search.h"
 #include "method4/m4_codec.h"
 #include "method4/m4_prices.h"
 #include "method4/m4_tokens.h"
@@ -24,7 +24,7 @@ codec_result m4_encode(const codec_job& job, m4_enc_state& models)
 constexpr auto m4_encode_greedy = m4_encode<search_greedy<inserts::nothing, m4_writer>>;
 constexpr auto m4_encode_lazy = m4_encode<search_lazy<m4_writer>>;
 constexpr auto m4_encode_pair = m4_encode<search_pairs<0, m4_writer>>;
-constexpr auto m4_encode_bucket = m4_encode<search_buckets<ring_table, m4_writer>>;
+constexpr auto m4_encode_bucket = m4_encode<search_rings<m4_writer>>;
 
 template <u32 MinMatch>
 m4_prices<MinMatch> m4_prices_for(const codec_job& job, const m4_enc_state& models)

@@ -1,7 +1,7 @@
 // method5/m5_encoder.cpp - the encoder of method 5: the match finder of each level
-#include "match/bucket_search.h"
 #include "match/hash_search.h"
 #include "match/ladder.h"
+#include "match/ring_search.h"
 #include "method5/m5_codec.h"
 #include "method5/m5_prices.h"
 #include "method5/m5_tokens.h"
@@ -22,7 +22,7 @@ codec_result m5_encode(const codec_job& job, m5_encoder_state& state)
 constexpr auto m5_encode_greedy = m5_encode<search_greedy<inserts::inside_match, m5_writer>>;
 constexpr auto m5_encode_lazy = m5_encode<search_lazy<m5_writer>>;
 constexpr auto m5_encode_pair = m5_encode<search_pairs<1, m5_writer>>;
-constexpr auto m5_encode_bucket = m5_encode<search_buckets<ring_table, m5_writer>>;
+constexpr auto m5_encode_bucket = m5_encode<search_rings<m5_writer>>;
 
 codec_result m5_encode_suffix(const codec_job& job, m5_encoder_state& state)
 {
