@@ -82,7 +82,7 @@ bool driver_file::submit(small_file& file)
     file.out_file = destination_;
     file.mode = mode_;
     file.source = std::move(source_);
-    if (engine_.submit_file(std::move(file))) {
+    if (engine_.submit_file(file)) {
         destination_ = {};
         return true;
     }

@@ -45,7 +45,7 @@ status engine::submit(block_job job)
     return status::done;
 }
 
-bool engine::submit_file(small_file&& file)
+bool engine::submit_file(small_file& file)
 {
     if (!has_workers()) return false;
     if (files_.size() == 0 && !files_.make(source, files_per_job())) return false;

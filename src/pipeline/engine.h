@@ -88,8 +88,8 @@ class engine {
         if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
     }
     /// Queues a small file for the workers, together with those that follow it.  Returns false,
-    /// without memory or workers, if the caller has to do it.
-    [[nodiscard]] bool submit_file(small_file&& file);
+    /// with the file unchanged, if the caller has to code it: without workers or memory.
+    [[nodiscard]] bool submit_file(small_file& file);
 
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
     status code(scratch& memory, block_job& job, write_job& finished, bool on_worker);
