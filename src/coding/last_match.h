@@ -9,8 +9,8 @@
 
 namespace quarnex {
 
-/// Returns the farthest end of a match whose copy, which writes up to `overrun` bytes past it,
-/// stays in a block of `size` bytes; 0 if there is none.
+/// Returns the farthest end of a match in a block of `size` bytes past which a copy may write
+/// `overrun` bytes without leaving the block; 0 if there is none.
 constexpr u32 whole_copy_end(u32 size, u32 overrun = copy_match_overrun)
 {
     return size - std::min(size, overrun);

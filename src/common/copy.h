@@ -95,8 +95,9 @@ inline u32 widen_pattern(u8* dest, u32 dist)
 /// Bytes that copy_match_32() may write past the `len` requested.
 inline constexpr usize copy_match_32_overrun = 32;
 
-/// copy_match() without a branch on lengths up to 32, which a processor would often mispredict.
-/// Writes at least 16 bytes, and up to copy_match_32_overrun bytes past the end.
+/// copy_match() that copies 32 bytes at once if the distance is 16 or more: a branch on shorter
+/// lengths would often be mispredicted.  Writes up to copy_match_32_overrun bytes past the end; at
+/// least 16 bytes even for a length of 0.
 [[gnu::always_inline]] inline void copy_match_32(u8* dest, u32 dist, usize len)
 {
     if (dist < 16) [[unlikely]] {

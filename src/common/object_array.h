@@ -1,4 +1,4 @@
-// common/object_array.h - an array of objects that need be neither moved nor copied
+// common/object_array.h - an array of objects that stay in place; the array can be moved
 #pragma once
 
 #include "common/owned_array.h"

@@ -32,13 +32,13 @@ constexpr bool is_within(u32 classes, u32 allowed)
     return (classes & ~allowed) == 0;
 }
 
-/// 1 for plain text in ASCII: letters, digits, punctuation and the usual control characters; else
-/// 0. In bytes throughout, so that the loop over a sample compiles to vector instructions.
+/// Returns 1 for plain ASCII text (letters, digits, punctuation, the usual control characters), 0
+/// for other bytes.  All values are bytes, so that a loop over a sample is vectorized.
 constexpr u8 is_plain(u8 byte)
 {
     const u8 is_graphic = static_cast<u8>(byte - 0x20) <= 0x7E - 0x20;
     const u8 is_control = static_cast<u8>(byte - 0x07) <= 0x0D - 0x07;
-    const u8 is_tabulator = byte == 0x0B; // the vertical one
+    const u8 is_tabulator = byte == 0x0B; // vertical tab
     const u8 is_escape = byte == 0x1B;
     return is_graphic | static_cast<u8>(is_control & ~is_tabulator) | is_escape;
 }
@@ -50,7 +50,7 @@ static_assert([] {
     return true;
 }());
 
-/// True if all bytes of a sample are plain text in ASCII.
+/// True if all bytes of a sample are plain ASCII text.
 bool is_plain_text(std::span<const u8> sample)
 {
     constexpr usize step = 64;

@@ -88,7 +88,7 @@ bool is_same_file(const char* source, const file_identity& destination)
     return true;
 }
 
-/// Decides on a destination that exists.
+/// Decides whether a destination may be replaced.
 bool may_replace(void* context, const char* source, const char* destination)
 {
     const auto* const run = static_cast<run_context*>(context);
@@ -165,7 +165,7 @@ status run_plain_loop(file_runner& files, const options& parsed)
 /// line end, on failure.
 bool make_directories(const std::string& path)
 {
-    if (make_directory(path.c_str()) || errno == EEXIST) return true; // the parents mostly exist
+    if (make_directory(path.c_str()) || errno == EEXIST) return true; // the parents usually exist
     usize end = 0;
     do {
         end = path.find(path_separator, end + 1);

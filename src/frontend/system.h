@@ -60,7 +60,7 @@ struct file_status {
 /// failure.
 std::optional<file_status> find_status(const char* name);
 
-/// Returns the identity of an open file; that of no file on failure.
+/// Returns the identity of an open file; on failure one that equals nothing.
 file_identity find_identity(int descriptor);
 
 /// Returns whether `name` itself is a symbolic link (or a mount point on Windows).

@@ -46,8 +46,8 @@ class m3_symbol_reader {
     bool ended() const { return bits_.ends_at(tail_.end()); }
 
   private:
-    /// Enters the tail at its start.  Returns false if the token is past the payload's end, or a
-    /// code would have been too long.
+    /// Enters the tail at its start.  Returns false if the token is past the payload's end, or if a
+    /// rebuilt code would be too long.
     bool in_payload()
     {
         if (!models_.ok()) return false;
@@ -82,7 +82,7 @@ class m3_symbol_reader {
         if (count_symbol<1>(model.counts, symbol)) [[unlikely]] {
             m3_end_period(model);
             if (model.too_long) [[unlikely]]
-                limit_ = bits_.next_load() - 1; // ok() tests all of its conditions
+                limit_ = bits_.next_load() - 1; // ok() then calls in_payload(), which fails
         }
         return symbol;
     }

@@ -1,4 +1,4 @@
-// pipeline/block_counter.h - counts the blocks in flight
+// pipeline/block_counter.h - counts the blocks, or the small files, in flight
 #pragma once
 
 #include "common/sync.h"
@@ -39,7 +39,7 @@ class block_counter {
     guard_mutex mutex_;
     guard_condition enough_left_;
     u32 count_ GUARDED_BY(mutex_) = 0;
-    u32 wanted_ GUARDED_BY(mutex_) = 0; // what the other thread waits for; 0: nothing
+    u32 wanted_ GUARDED_BY(mutex_) = 0; // limit of the waiting thread; 0 if none waits
 };
 
 } // namespace quarnex

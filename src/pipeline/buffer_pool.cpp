@@ -55,8 +55,8 @@ block_buffer buffer_pool::take_idle(usize size)
     scoped_lock lock(mutex_);
     ++used_count_;
     const bool is_pooled = size >= min_pooled_bytes;
-    for (usize i = is_pooled ? idle_count_ : 0;
-         i-- != 0;) { // the latest is the likeliest to be in the cache
+    // From the buffer released last, which is the most likely to be in the cache.
+    for (usize i = is_pooled ? idle_count_ : 0; i-- != 0;) {
         const usize capacity = idle_[i].get_deleter().size;
         // Reject buffers more than twice as large as needed: they would waste memory.
         if (capacity >= size && capacity / 2 <= size)

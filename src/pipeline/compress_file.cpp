@@ -63,7 +63,8 @@ status compression::take_block(block_job& job, u32 index, u32 length)
 
 namespace {
 
-/// Writes the header: the records of a file's blocks may be written in another order.
+/// Writes the header before the first block is submitted, since the writer may write the record of
+/// another block first.
 status write_header(driver_file& file, block_job& first)
 {
     first.has_header = false;
@@ -100,7 +101,7 @@ status run(compression& work)
     }
 }
 
-/// Hands the file to a worker if it is small.
+/// Submits the file to a worker if it is small.  Returns false if it isn't, or can't be submitted.
 bool submit_small(compression& work)
 {
     if (work.size > std::min<u64>(max_small_file, work.parameters.block_size())) return false;

@@ -7,9 +7,9 @@ namespace quarnex {
 
 struct compression {
     driver_file& file;
-    const char* const name; // for the classification; null for none
+    const char* const name; // of the source, for its classification; null: don't classify
     file_parameters parameters;
-    u64 size = 0; // at the start; later growth is ignored
+    u64 size = 0; // of the source when it was opened; later growth is ignored
     u32 block_count = 0;
 
     /// Reads block `index` of up to `length` bytes, filters it and fills in the job.  Classifies

@@ -13,7 +13,7 @@ struct decompression {
     driver_file file;
     u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
-    bool is_submitted = false; // a worker has both files
+    bool is_submitted = false; // as a small file: a worker has source and destination
     file_layout layout{};
     read_result first_head{}; // of the first record, which is read together with the header
     std::array<u8, record_head_bytes> head_bytes{};
@@ -90,7 +90,8 @@ status decompression::take_record(const record_head& head, u32 sequence)
     return file.pipeline().submit(std::move(job));
 }
 
-/// Hands the file to a worker if it is small and the block of `job` is all of it.
+/// Submits the file to a worker if it is small and contains nothing after the payload in `job`.
+/// Returns false, with the payload still in `job`, if it isn't, or can't be submitted.
 bool decompression::submit_small(block_job& job)
 {
     if (job.block_count > 1 || source_left() >= record_head_bytes) return false;

@@ -33,7 +33,7 @@ status driver_file::fail_to_write(int cause)
 status driver_file::open_source()
 {
     int error = source_.open(names_.source);
-    if (error == EMFILE) { // small files in flight hold two open files each
+    if (error == EMFILE) { // small files in flight have two open files each
         engine_.wait_for_blocks();
         error = source_.open(names_.source);
     }

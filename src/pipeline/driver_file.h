@@ -14,7 +14,7 @@ class driver_file {
         : engine_(pipeline), names_(names), mode_(mode)
     {
     }
-    /// The files of a small file, on a worker.
+    /// Takes over the source and the destination of a small file, on a worker.
     driver_file(engine& pipeline, small_file& file)
         : engine_(pipeline), names_{file.out_file->source_name(), file.out_file->out_name()},
           mode_(file.mode), on_worker_(true), source_(std::move(file.source)),
@@ -33,8 +33,8 @@ class driver_file {
     /// Closes the destination if the writer doesn't do so after its last block: without workers,
     /// and on a worker.
     status close_destination();
-    /// Hands both files to a worker, as a small file, if there are workers and memory.  `file` has
-    /// all other members.
+    /// Moves the source and the destination into `file`, whose other members are set, and submits
+    /// it to the workers.  Returns false, with both still here, without workers or memory.
     [[nodiscard]] bool submit(small_file& file);
 
     /// Reports a failure, marks the destination (if created) as failed and returns `reason`.

@@ -15,9 +15,9 @@ struct file_names {
 /// Compresses a file with settled parameters (pipeline/parameters.h).  If `classifies`, the file
 /// type selects the filter, and also the literal context bits unless the parameters set them.
 ///
-/// With workers, blocks can still be in flight on return; engine::first_failure() shows their
-/// failures.  Every failure except a cancellation is reported to the observer.  A source that
-/// shrinks while it is read is reported too, but is not a failure.
+/// With workers, blocks or the whole file, if it is small, can still be in flight on return;
+/// engine::first_failure() shows their failures.  Every failure except a cancellation is reported
+/// to the observer.  A source that shrinks while it is read is reported too, but is not a failure.
 ///
 /// Returns status::skipped, with both files unchanged, if the observer keeps an existing
 /// destination.  A worker that can't read a small file counts it in engine::unread_files().

@@ -78,7 +78,7 @@ status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
 {
     write_job finished;
     if (const status coded = code(memory, job, finished, on_worker); coded != status::done) {
-        if (job.has_header) // the file is as if the header had been written first
+        if (job.has_header) // leaves the file as if the header had been written first
             static_cast<void>(job.out_file->file.write(job.header.data(), job.header.size()));
         return fail(coded);
     }

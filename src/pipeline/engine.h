@@ -26,8 +26,8 @@ inline constexpr u32 max_workers = 16;
 inline constexpr u32 max_small_file = (u32{256} << 10) - (u32{16} << 10);
 static_assert(max_small_file + in_slack + file_header_bytes < buffer_pool::min_pooled_bytes);
 
-/// Number of blocks that are read and not yet written, at most: each worker codes one, one is being
-/// read and one is being written.  A block that is being coded has two buffers, others have one.
+/// Maximum number of blocks in memory: one for each worker, one being read and one being written.
+/// A block that is being coded has two buffers, others have one.
 constexpr u32 max_blocks(u32 workers)
 {
     return workers + 2;
@@ -82,13 +82,13 @@ class engine {
 
     /// Queues a block for the workers.  Without workers, codes and writes it before returning.
     status submit(block_job job);
-    /// Waits until the driver may take buffers for one more block.
+    /// Waits until the driver may take a buffer for one more block.
     void wait_for_room()
     {
         if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
     }
-    /// Queues a small file for the workers, together with those that follow it.  Returns false,
-    /// with the file unchanged, if the caller has to code it: without workers or memory.
+    /// Adds a small file to those that a worker gets together.  Returns false without workers or
+    /// memory; the file is unchanged and the caller has to process it.
     [[nodiscard]] bool submit_file(small_file& file);
 
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
@@ -105,7 +105,7 @@ class engine {
     u32 unread_files() const { return unread_files_; }
     /// Waits until all submitted blocks and small files are written or dropped.
     void wait_for_blocks();
-    /// Passes the small files that were submitted to the workers.
+    /// Queues the small files submitted so far, without waiting for more of them.
     void flush_files();
 
     const allocator& source;
@@ -115,14 +115,16 @@ class engine {
     job_queue<write_job> writes;
 
   private:
-    /// Number of small files that a worker gets at a time.  Each has two open files.
+    /// Maximum number of small files that a worker gets at a time.  Each has two open files, and
+    /// there are up to 2n + 1 groups of them with n workers (at work, queued, being collected), so
+    /// at most 256 files are open.
     u32 files_per_job() const { return std::clamp(128 / (2 * thread_count + 1), 1U, 16U); }
 
     const observer watcher_;
     scratch memory_; // for a driver without workers
     block_counter in_flight_;
     block_counter files_in_flight_;
-    // Small files that wait for others; used by the driver only.
+    // The small files being collected for a worker; used by the driver only.
     object_array<small_file> files_;
     u32 file_count_ = 0;
     u32 file_bytes_ = 0;
@@ -131,8 +133,9 @@ class engine {
     std::atomic<status> first_failure_{status::done};
 };
 
-/// Thread body of a worker: codes blocks from `jobs` until a job has no file.  Drops and marks as
-/// done the blocks of a failed file, so that the driver never waits for them.
+/// Thread body of a worker: codes blocks and processes small files from `jobs` until a job has no
+/// file.  Drops and marks as done the blocks of a failed file, so that the driver never waits for
+/// them.
 void run_worker(engine& pipeline);
 
 /// Thread body of the writer: writes blocks from `writes` until one has no buffer.  Drops the

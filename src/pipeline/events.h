@@ -47,11 +47,11 @@ struct observer {
     /// Called by the reading thread before every block except the first: `done` of `total` bytes of
     /// the source have been read.  Returning false cancels the file.
     bool (*advance)(void* context, u64 done, u64 total) = nullptr;
-    /// Called by the reading thread before it replaces a file that exists.  Returning false skips
-    /// the source.
+    /// Called by the reading thread if `destination` can't be created as a new file, mostly because
+    /// it exists.  Returning true replaces it, false skips the source.
     bool (*replace)(void* context, const char* source, const char* destination) = nullptr;
-    /// Called by the reading thread with the descriptor of each destination, when it is open and
-    /// empty.
+    /// Called by the reading thread with the descriptor of each destination that it has created or
+    /// emptied.
     void (*created)(void* context, int descriptor) = nullptr;
     void* context = nullptr;
 };

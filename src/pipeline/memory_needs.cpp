@@ -12,7 +12,7 @@ namespace {
 /// Allowance, for each block of the ring and each thread, for the ring, the threads and names.
 constexpr u64 small_things = 4096;
 
-/// Bytes of `blocks` blocks, and of the codecs at work.
+/// Bytes of the buffers for `blocks` blocks and of the codecs at work.
 u64 coder_memory(const codec_entry& codec, const codec_parameters& parameters, u64 length,
                  u32 threads, u32 blocks)
 {

@@ -45,8 +45,8 @@ constexpr u32 useful_threads(u32 threads, u64 blocks)
     return blocks <= 1 ? 0 : static_cast<u32>(std::min<u64>(threads, blocks));
 }
 
-/// Number of buffers for `blocks` blocks: those that are being coded have an input and an output,
-/// others one of them.
+/// Maximum number of buffers for `blocks` blocks: a block that is being coded has an input and an
+/// output, others have one of them.
 constexpr u32 coder_buffers(u32 threads, u32 blocks)
 {
     return blocks + std::max(threads, 1U);
@@ -54,8 +54,8 @@ constexpr u32 coder_buffers(u32 threads, u32 blocks)
 
 class ordered_coder {
   public:
-    /// A coder with `threads` threads and a ring of `blocks` blocks, 1 or more.  The caller uses
-    /// `spare` buffers for other blocks.
+    /// A coder with `threads` threads and a ring of `blocks` blocks, 1 or more.  The caller takes
+    /// up to `spare` buffers from `buffers` for blocks that are not in the ring.
     ordered_coder(const allocator& source, u32 threads, u32 blocks, u32 spare);
     ordered_coder(const ordered_coder&) = delete;
     ordered_coder& operator=(const ordered_coder&) = delete;

@@ -1,6 +1,6 @@
 // pipeline/output_file.h - a destination file shared by its blocks in flight
 //
-// Reference-counted by the driver, the blocks in flight and the writer; the last owner closes and
+// Reference-counted by the driver, the jobs in flight and the writer; the last owner closes and
 // frees it.  Writes are unbuffered: data written stays written if the process dies, and a write
 // error is noticed immediately.
 #pragma once
@@ -61,7 +61,7 @@ class output_file {
     bool failed() const { return failure() != status::done; }
 
     /// The open file.  Used by one thread at a time: the driver until the first block is submitted,
-    /// then the writer.
+    /// then the writer; or, for a small file, the worker that got it.
     system_file file;
     /// Limits how far records can be out of order, when compressing.
     displacement_window window;

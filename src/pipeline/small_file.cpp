@@ -1,3 +1,4 @@
+// pipeline/small_file.cpp - a small file on a worker
 #include "pipeline/compression.h"
 
 #include <utility>
@@ -5,7 +6,7 @@
 namespace quarnex {
 namespace {
 
-/// Reads a file to be compressed and compresses it.
+/// Reads the source, compresses it and writes the destination.
 status compress(driver_file& file, scratch& memory, const small_file& small)
 {
     compression work{file, small.classifies ? file.destination()->source_name() : nullptr,
@@ -22,6 +23,7 @@ status compress(driver_file& file, scratch& memory, const small_file& small)
     return written;
 }
 
+/// Restores the payload and writes the destination.
 status decompress(driver_file& file, scratch& memory, small_file& small)
 {
     block_job job;
@@ -44,7 +46,7 @@ void run_small_file(engine& pipeline, scratch& memory, small_file& small)
     status result = small.mode == direction::compress ? compress(file, memory, small)
                                                       : decompress(file, memory, small);
     if (result == status::done) result = file.close_destination();
-    // As on the driver's thread, a file that can't be read is no failure of the run.
+    // A read error doesn't count as a failure of the thread: see count_unread_file().
     if (result != status::done && result != status::read_failed)
         pipeline.fail_on_thread(*file.destination(), result);
     pipeline.mark_file_done();

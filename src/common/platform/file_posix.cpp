@@ -31,7 +31,7 @@ read_result read_all(usize size, Read read)
     return {done, 0};
 }
 
-/// Calls `write(src, request)` until `size` bytes are written.
+/// Calls `write(src, request)` until `size` bytes are written.  Returns errno, or 0 on success.
 template <class Write>
 int write_all(const u8* src, usize size, Write write)
 {
