@@ -16,7 +16,8 @@
 //
 // Tables of this size are mostly empty and do not fit in the cache.  So their memory is reused from
 // block to block (table_memory.h), and each bucket is prefetched 16 positions ahead.  At level 3 a
-// block below 1 MiB leaves the entries of earlier blocks in place, and its own are higher.
+// block below 1 MiB leaves the entries of earlier blocks in place, and its own are higher.  At
+// levels 5 to 7 a ring is walked from the latest candidate to the oldest (ring_search.h).
 #pragma once
 
 #include "match/concepts.h"
@@ -55,17 +56,18 @@ class bucket_array {
         return entries_.get() + text.hash(pos, hash_bits_);
     }
 
-    /// What is added to positions; entries up to it are empty.
+    /// Value added to the positions that are stored; entries up to it are empty.
     u32 base() const { return entries_.base(); }
 
     /// Prefetches the start of the bucket of `pos`.
     void prefetch(const block_text& text, u32 pos) const { __builtin_prefetch(at(text, pos)); }
 
-    /// Prefetches the bucket of `pos`: its cache lines, if it started at a line.  Of a small one
-    /// also the line in which it ends; a large one has more entries in the others.
+    /// Prefetches the bucket of `pos`: the line of every 16th entry, and for up to 16 entries that
+    /// of the last one too.  (A larger bucket can end in one more line, which holds few of its
+    /// entries.)
     ///
-    /// Always inlined: GCC takes a function that only prefetches for one without effects, and
-    /// drops calls that are not inlined early.
+    /// Always inlined: GCC considers a function that only prefetches free of effects, and drops
+    /// calls that are not inlined early.
     [[gnu::always_inline]] void prefetch_all(const block_text& text, u32 pos) const
     {
         const u32* const bucket = at(text, pos);
@@ -73,8 +75,8 @@ class bucket_array {
         if (size_ <= line_entries) __builtin_prefetch(bucket + size_ - 1);
     }
 
-    /// Call after each block.  After a short one, clears the buckets that it touched, unless the
-    /// entries are rising.
+    /// Call after each block.  Notes the highest of rising entries; otherwise, clears the buckets
+    /// that a short block touched.
     void end_block(const block_text& text)
     {
         if (start_ == table_start::rising)
@@ -159,7 +161,7 @@ class pair_table {
     static constexpr bool is_rising = Entries == table_start::rising;
 
     bucket_array buckets_; // positions minus Start, so that zeroed memory needs no filling
-    u32 base_;             // is added to each
+    u32 base_;             // added to each entry
 };
 
 /// A ring of 2^chain_bits candidates per hash value.
@@ -219,9 +221,11 @@ class ring_table {
     /// Up to this block size, the entries from the second to the latest are never all zero.
     static constexpr u32 max_positions = 1U << 24;
 
+    /// Number of candidates of a ring.
     u32 size() const { return size_; }
     /// The index of the latest insertion into a bucket; 0 before the first.
     u32 latest(const u32* bucket) const { return *bucket & (size_ - 1); }
+    /// The position in an entry.
     static u32 position(u32 entry) { return entry >> cursor_bits; }
 
     /// A match can start anywhere.
@@ -277,7 +281,7 @@ struct walk_in_order {
     }
 
     /// The best candidate in the bucket of `pos`: the first that matches, unless a later one is
-    /// better.
+    /// better.  A length of 0 if none matches.
     template <bucket_table Table>
     static found_match find_best(const block_text& text, const Table& table,
                                                    const u32* bucket, u32 pos)
@@ -331,7 +335,7 @@ static_assert(bucket_prefetch_distance + sizeof(u32) <= search_reads_past);
 /// Lazy parsing with several candidates: compares a match with the candidates of the next two
 /// positions before taking it.
 ///
-/// `Walk` finds the best of the candidates: walk_in_order or, with the same results, a faster one.
+/// `Walk` compares the candidates: walk_in_order, or one with the same results (walk_latest_first).
 ///
 /// Starts with an empty table, parses the whole block and stops early when `out` is full.  Returns
 /// `out`, or nothing without memory for the table.
@@ -377,7 +381,8 @@ template <bucket_table Table, token_writer Writer, class Walk = walk_in_order>
     return out;
 }
 
-/// Longer blocks clear a pair_table faster than they search one with rising entries.
+/// The largest block that is searched with rising entries, in bytes.  For longer ones, clearing the
+/// table takes less time than the additional operations per candidate.
 inline constexpr u32 max_rising_block = (1U << 20) - 1;
 
 /// search_buckets() with a pair_table whose entries start as position `Start`.

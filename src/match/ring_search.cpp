@@ -5,13 +5,13 @@
 namespace quarnex {
 namespace {
 
-/// The lowest `count` bytes of a word, 1 to 8.
+/// Mask of the lowest `count` bytes of a word, 1 to 8.
 constexpr u64 low_bytes(u32 count)
 {
     return ~u64{0} >> (8 * (8 - count));
 }
 
-/// The longest match so far, and of several the nearest.
+/// The longest match so far, and the nearest if several are as long.
 class longest_match {
   public:
     longest_match(const block_text& text, u32 pos)
@@ -22,9 +22,9 @@ class longest_match {
 
     /// Replaces the match by `cand` if that is longer, or as long and nearer.
     ///
-    /// Most candidates are rejected by one load: a farther one has to share len_ + 1 bytes.  A
-    /// nearer one has to share len_ - 1, so that it is at most one byte shorter.  Selecting the
-    /// bytes is a conditional move: a branch would be mispredicted.
+    /// Most candidates are rejected by one load.  A farther one has to share len_ + 1 bytes.  A
+    /// nearer one has to share len_ - 1 bytes: one byte shorter, it can be shorter_cand_.  The mask
+    /// is selected by a conditional move: a branch would be mispredicted.
     [[gnu::always_inline]] void compare(u32 cand)
     {
         const u64 needed = cand > cand_ ? needed_if_nearer_ : needed_if_farther_;
@@ -74,21 +74,23 @@ class longest_match {
     u32 len_ = min_len - 1;
     u32 cand_;             // the position of the match, pos_ without any
     u32 shorter_cand_ = 0; // the nearest match of len_ - 1 bytes that was met, if any
-    // The comparison of a candidate: the last eight of the first len_ + 1 bytes, and which of them.
+    // The quick test: the last eight of the first len_ + 1 bytes, and masks of those that have to
+    // agree.
     u64 window_;
     const u8* shifted_text_;
     u64 needed_if_farther_ = low_bytes(min_len);
     u64 needed_if_nearer_ = low_bytes(min_len);
 };
 
-/// The quick test of a look-ahead: eight bytes from `offset` on, and which of them have to agree.
+/// The quick test of a look-ahead: compares eight bytes from `offset` on.
 struct lookahead_test {
     u32 offset;
-    u64 needed;
+    u64 needed; // mask of the bytes that have to agree
 };
 
-/// A candidate of pos + Ahead has to share the byte at reject_offset(), four bytes, and those that
-/// make it a match at most one byte shorter even if it is extended back.
+/// A candidate that wins shares with pos + Ahead the byte at reject_offset() and the first
+/// best.len - 1 - Ahead bytes (even extended back, it is at most one byte shorter than the match),
+/// at least four.
 template <u32 Ahead>
 lookahead_test test_for(const found_match& best)
 {
@@ -98,8 +100,9 @@ lookahead_test test_for(const found_match& best)
     return {offset, low_bytes(shared - offset) | u64{0xFF} << 8 * (last - offset)};
 }
 
-/// False if `cand` would neither replace the match nor make a literal.  Unless it extends back, it
-/// makes a literal only if it is Ahead bytes longer, or one less and much nearer.
+/// False if `cand` can neither replace the match nor make the position a literal.  Unless it
+/// extends back, it makes a literal only if it is longer by Ahead bytes, or by Ahead - 1 and nearer
+/// by a factor of eight.
 template <u32 Ahead>
 bool may_beat(const block_text& text, u32 pos, u32 cand, const found_match& best)
 {
@@ -115,14 +118,14 @@ found_match walk_latest_first::find_best(const block_text& text, const ring_tabl
                                          const u32* bucket, u32 pos)
 {
     assert(text.size <= max_positions);
-    // Let the longest candidate have m bytes, and the nearest of that length be d.  Unless one of
-    // m - 1 bytes is nearer by a factor of eight, d replaces all candidates before it, and none
-    // after it replaces d.  So d can be found in any order.
+    // Let m be the length of the longest candidates, and d the nearest of them.  Unless a candidate
+    // of m - 1 bytes is nearer than d by a factor of eight, d replaces whichever is the best match
+    // when it is met, and none that is met later replaces d.  So d can be found in any order.
     longest_match longest(text, pos);
     const u32* const oldest = bucket + table.latest(bucket) + 1;
     const u32* const end = bucket + table.size();
     for (const u32* entry = oldest; entry != bucket;) {
-        longest.compare(ring_table::position(*--entry)); // these are filled
+        longest.compare(ring_table::position(*--entry)); // these entries are filled
     }
     for (const u32* entry = oldest; entry != end && *entry != 0; ++entry) {
         longest.compare(ring_table::position(*entry));
@@ -135,8 +138,8 @@ template <u32 Ahead>
 lookahead_result walk_latest_first::look_ahead(const block_text& text, const ring_table& table,
                                                const u32* bucket, u32 pos, found_match best)
 {
-    // What compares with `best` is kept in registers: hence the second test in place, which leaves
-    // few calls, and those out of line.
+    // The values of the quick test stay in registers because calls are rare, thanks to may_beat(),
+    // and out of line.
     const u32 next = pos + Ahead;
     lookahead_test test = test_for<Ahead>(best);
     const u8* shifted_text = text.data + test.offset;

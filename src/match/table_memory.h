@@ -3,8 +3,8 @@
 // Getting 128 MiB of zeros from the system takes ten times as long as clearing them, and threads
 // that do so at the same time wait for each other.  So the memory stays in the scratch for the next
 // table of the same size.  Clearing all of it would dominate the time of a small block.  Such a
-// block clears only the buckets it touched, when it ends; or it stores positions that are higher
-// than all entries left by earlier blocks, and takes lower ones for zeros.
+// block clears only the buckets it touched, when it ends; or its entries rise: it adds to the
+// positions that it stores, so that they exceed all entries of earlier blocks, which read as zeros.
 #pragma once
 
 #include "common/scratch.h"
@@ -64,7 +64,8 @@ class table_memory {
     /// clearing the whole table.
     bool is_mostly_zero(usize positions) const { return positions < count_ / entries_per_position; }
 
-    /// Notes that no entry is higher than `value`.  Otherwise the next block clears the table.
+    /// Notes that no entry is higher than `value`.  Without a call, entries count as arbitrary, and
+    /// the next block clears the table.
     void mark_highest(u32 value) { highest_ = value; }
 
   private:

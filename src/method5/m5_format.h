@@ -1,7 +1,8 @@
 // method5/m5_format.h - the stream of method 5: constants
 //
-// A stream is the block's first two bytes, raw, then the output of the binary range coder
-// (m5_coder.h) for the binary decisions of each token.  The block's length ends it.
+// A stream is the block's first two bytes, raw, then the output of the binary range coder (encoder:
+// m5_steps.h, decoder: m5_coder.h) for the binary decisions of each token.  The block's length ends
+// it.
 //
 //     literal   match_flag 0   8 bits, from the top, each in the context of the 12 bits before it
 //     match     match_flag 1   length   distance

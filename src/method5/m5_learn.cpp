@@ -34,7 +34,8 @@ m5_step* learn_length(m5_step* steps, m5_model& model, u32 length_value)
     steps += bits;
     m5_prob_pair* const models = model.len_bits[bits - 1];
     for (u32 done = 0; done < bits; done += 4) {
-        // The places of spare bits wrap to the last ones, which no length has.
+        // The places of spare bits wrap to the last ones, which a length of `bits` bits doesn't
+        // have.
         const auto place_model = [=](u32 i) -> m5_prob_pair& {
             return models[(bits - 1 - done - i) % m5_max_length_bits];
         };
@@ -44,7 +45,8 @@ m5_step* learn_length(m5_step* steps, m5_model& model, u32 length_value)
     return steps + bits;
 }
 
-/// Four bits of a path through a bit tree, `left` bits above its end and after the leading one.
+/// Four bits of a number through a bit tree.  `path` is the number with a leading one; the four are
+/// the next of its last `left` bits.
 [[gnu::always_inline]] inline m5_step* learn_branches(m5_step* steps, m5_prob_pair* tree, u32 path,
                                                       u32 left)
 {
@@ -64,8 +66,8 @@ m5_step* learn_slot(m5_step* steps, m5_prob_pair* tree, u32 slot)
 m5_step* learn_middle(m5_step* steps, m5_prob_pair* tree, u32 extra, u32 width)
 {
     static_assert(slot_extra_bits(m5_first_high_slot - 1) <= 10);
-    // Bit i is selected by the path's first i + 1 bits.  For spare bits, shift counts wrap and
-    // shift out all of it, to index 0.
+    // The model of bit i is selected by the path's first i + 1 bits.  For spare bits, shift counts
+    // wrap to large ones, which leave index 0.
     const u64 upper = (1U << width | extra) >> 1;
     const auto model = [=](u32 i) -> m5_prob_pair& {
         return tree[upper >> ((width - 1 - i) & 63)];

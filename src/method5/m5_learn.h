@@ -1,12 +1,12 @@
-// method5/m5_learn.h - the encoder's first pass: models, and the steps they make
+// method5/m5_learn.h - the encoder's first pass: updates models and lists the coder's steps
 //
-// An encoder knows all bits of a token at once, and so all its models.  No two bits of a group of
-// four below share a model, so four are updated together, in a vector.
+// An encoder knows all bits of a token at once, and so all its models.  The four bits of each group
+// below have different models, so four models are updated together, in a vector.
 //
-// Each function writes the steps of one part of a token and returns where the next part starts.
-// Groups of four also serve parts of variable length, without a branch: they write up to
-// m5_spare_steps steps too many, which the next part overwrites, and use models for them that no
-// bit has.
+// Each function updates the models of one part of a token, writes the part's steps and returns
+// where those of the next part start.  Parts of variable length are also coded in groups of four,
+// without a branch: this writes up to m5_spare_steps spare steps, which the next part overwrites,
+// and uses models for them that no bit has.
 #pragma once
 
 #include "method5/m5_steps.h"
@@ -21,7 +21,7 @@ inline constexpr u32 m5_spare_steps = slot_extra_bits(m5_first_high_slot - 1) - 
 /// Four models, four steps or four masks.
 using m5_four [[gnu::vector_size(16)]] = u32;
 
-/// All ones for each bit that is set, of the lowest four of `bits` from the top.
+/// Masks for the lowest four bits of `bits`, from the top: all ones for a 1, else 0.
 [[gnu::always_inline]] inline m5_four m5_masks(u32 bits)
 {
     return reinterpret_cast<m5_four>(((m5_four{} + bits) & m5_four{8, 4, 2, 1}) != m5_four{});
@@ -41,6 +41,7 @@ using m5_four [[gnu::vector_size(16)]] = u32;
     return pair::moved(halves, (ones & (pair::to_zero ^ pair::to_full)) ^ pair::to_full);
 }
 
+/// One bit by its model.
 [[gnu::always_inline]] inline m5_step* m5_learn_bit(m5_step* steps, m5_prob_pair& pair, u32 bit)
 {
     *steps = m5_bit_step(pair.mean(), bit);
@@ -68,7 +69,7 @@ template <class Models>
     return steps + 4;
 }
 
-/// The lowest two bits of `bits`.
+/// The lowest two bits of `bits`, from the top.
 [[gnu::always_inline]] inline m5_step* m5_learn_two(m5_step* steps, m5_prob_pair& first,
                                                     m5_prob_pair& second, u32 bits)
 {

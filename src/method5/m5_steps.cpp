@@ -3,7 +3,7 @@
 namespace quarnex {
 namespace {
 
-/// Codes a step, byte by byte.
+/// Codes a step and writes its bytes at once.
 void encode_step(range_encoder& encoder, m5_step step)
 {
     const auto value = static_cast<u32>(step);
@@ -21,7 +21,7 @@ void encode_step(range_encoder& encoder, m5_step step)
 /// Codes steps in groups.
 ///
 /// Holds the last bytes of the stream in a register and stores all of them after each group, so
-/// that a carry is part of an addition.  It hardly ever passes the first of these bytes.
+/// that a carry is part of an addition.  A carry hardly ever passes all of these bytes.
 class group_coder {
   public:
     /// Steps in a group.
@@ -51,7 +51,7 @@ class group_coder {
     }
 
   private:
-    // A step that shifts out more than one byte writes at once.
+    // A step that shifts out more than one byte calls write() itself.
     static_assert(32 + 8 * group + 1 <= 64, "interval, bytes of a group and carry fit in `low`");
 
     [[gnu::always_inline]] void encode(m5_step step)
@@ -61,7 +61,7 @@ class group_coder {
             return;
         }
         const auto one = static_cast<u32>(step >> 31); // all ones for a 1
-        // Minus the mean is added to the range for a 1, plus the mean to 0 for a 0.
+        // The part of a 0 is mean * units, that of a 1 the rest: range - mean * units.
         const u32 range = (interval_.range & one) + static_cast<u32>(step) * interval_.units;
         interval_.low += (interval_.range - range) & one;
         interval_.range = range;

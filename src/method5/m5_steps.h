@@ -1,16 +1,16 @@
-// method5/m5_steps.h - the encoder's second pass: the interval, bit by bit
+// method5/m5_steps.h - the encoder's second pass: narrows the coder's interval, bit by bit
 //
 // The models of a bit depend on the bits before it, but not on the coder's interval.  So the
 // encoder works in two passes over a window of tokens.  The first (m5_learn.h) updates the models
 // and lists the bits with their probabilities: the steps.  The second, here, narrows the interval
-// step by step and writes bytes.  Together, a mispredicted branch on a token would stall the coder,
-// and the two would share too few registers.
+// step by step and writes bytes.  In a single loop, a mispredicted branch on a token would stall
+// the coder, and both parts would compete for registers.
 //
-// What is left of a step is one dependency chain, about six cycles long:
+// A step of the second pass is one dependency chain, about six cycles long:
 //
 //     range / 2^15 -> times the mean -> plus the range, if the bit is 1 -> shifted, if below 2^24
 //
-// Whether a step shifts out a byte is close to random, and so is a carry.  Neither is a branch.
+// Shifts and carries are close to random, so neither is a branch.
 #pragma once
 
 #include "method5/m5_model.h"
@@ -58,7 +58,8 @@ inline constexpr u32 m5_token_max_steps =
 /// Maximum number of bytes that a step shifts out.
 inline constexpr u32 m5_step_max_bytes = 3;
 
-/// Codes the steps from `step` to `end` in the stream that starts at `begin`.  Returns the encoder.
+/// Codes the steps from `step` to `end`, after which `encoder` is returned.  `begin` is the start
+/// of its stream: at most as many bytes are loaded before encoder.out.
 range_encoder m5_encode_steps(range_encoder encoder, const u8* begin, const m5_step* step,
                               const m5_step* end);
 

@@ -80,7 +80,8 @@ class m5_tokens {
     range_encoder coder_;
 };
 
-/// A window starts before the stream is as long as the block, and the flush may follow it.
+/// The last window that is written starts before the stream is as long as the block; the flush
+/// follows it.
 static_assert(m5_step_max_bytes * (m5_window_steps + m5_token_max_steps) + range_flush_bytes <=
               out_slack);
 /// For a block of one byte, the coder's first byte and the flush come after two raw bytes.
