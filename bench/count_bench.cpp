@@ -6,9 +6,9 @@
 //
 // A loop is an encoder or a decoder with one block in memory, e.g. encode/17 or decode/50.  The
 // block is generated and the table sizes are defaults that don't depend on the machine, so the
-// counts differ only with the compiler and the kernels that it dispatches (bit_instructions.h,
-// vector_instructions.h).  Valgrind reports the machine's instruction sets as far as it emulates
-// them.  `scripts/bench --counts` compares the counts with those in counts.csv.
+// counts differ only with the compiler and the instruction sets that the codecs detect
+// (bit_instructions.h, vector_instructions.h).  Valgrind reports the machine's instruction sets as
+// far as it emulates them.  `scripts/bench --counts` compares the counts with those in counts.csv.
 #include "common/bit_instructions.h"
 #include "common/vector_instructions.h"
 #include "support/codec_runs.h"
@@ -72,7 +72,7 @@ codec_entry counted(const codec_entry& codec)
     return entry;
 }
 
-/// Returns false if the codec fails.
+/// Runs a loop once.  Returns false if the codec fails.
 bool run_loop(const loop& chosen)
 {
     const codec_parameters& parameters = chosen.parameters;
