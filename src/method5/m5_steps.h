@@ -58,8 +58,8 @@ inline constexpr u32 m5_token_max_steps =
 /// Maximum number of bytes that a step shifts out.
 inline constexpr u32 m5_step_max_bytes = 3;
 
-/// Codes the steps from `step` to `end`, after which `encoder` is returned.  `begin` is the start
-/// of its stream: at most as many bytes are loaded before encoder.out.
+/// Codes the steps from `step` to `end` and returns the encoder after them.  `begin` is the start
+/// of the stream, before which no whole words are loaded or stored.
 range_encoder m5_encode_steps(range_encoder encoder, const u8* begin, const m5_step* step,
                               const m5_step* end);
 

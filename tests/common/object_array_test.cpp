@@ -30,7 +30,7 @@ TEST(object_array, constructs_and_destroys_its_objects)
     EXPECT_EQ(memory.in_use(), 0U);
 }
 
-TEST(object_array, moves_its_objects_as_a_whole)
+TEST(object_array, moves_without_moving_its_objects)
 {
     object_array<counted> first;
     ASSERT_TRUE(first.make(system_allocator, 3));
@@ -38,7 +38,7 @@ TEST(object_array, moves_its_objects_as_a_whole)
     object_array<counted> second(std::move(first));
     EXPECT_EQ(&second[1], address);
     EXPECT_EQ(living, 3);
-    ASSERT_TRUE(first.make(system_allocator, 2)) << "is empty again";
+    ASSERT_TRUE(first.make(system_allocator, 2)) << "the source of a move is empty";
     first = object_array<counted>();
     EXPECT_EQ(living, 3);
     first = std::move(second);

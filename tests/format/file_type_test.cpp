@@ -56,7 +56,7 @@ TEST(classify_text, each_byte_in_an_ascii_text)
     }
 }
 
-TEST(classify_text, a_byte_is_seen_anywhere_in_an_ascii_text)
+TEST(classify_text, a_byte_is_noticed_anywhere_in_an_ascii_text)
 {
     bytes text(200, 'a');
     for (usize at = 0; at < text.size(); ++at) {

@@ -87,7 +87,7 @@ TEST(frontend_system, an_open_file_has_the_identity_of_its_name)
     EXPECT_EQ(find_identity(descriptor), find_status((dir / "file").c_str())->identity);
     close(descriptor);
     const file_identity none = find_identity(descriptor);
-    EXPECT_NE(none, none) << "equals nothing";
+    EXPECT_NE(none, none) << "not even itself";
 }
 
 [[noreturn]] void write_beyond_the_file_size_limit()

@@ -122,7 +122,7 @@ TEST(pair_table, entries_of_earlier_blocks_count_as_the_start_position)
     EXPECT_EQ(candidates(table, text, 0), (positions{12, 1}));
 }
 
-TEST(search_pairs, finds_the_same_in_a_table_with_entries_of_earlier_blocks)
+TEST(search_pairs, finds_the_same_tokens_in_a_table_with_entries_of_earlier_blocks)
 {
     const auto search = search_pairs<0, test::token_recorder<1>>;
     for (const u32 highest : {0U, 1000U, UINT32_MAX - 5000}) {
@@ -140,7 +140,7 @@ TEST(search_pairs, finds_the_same_in_a_table_with_entries_of_earlier_blocks)
     }
 }
 
-TEST(search_pairs, of_a_long_block_after_short_ones_starts_with_zeros)
+TEST(search_pairs, a_long_block_after_a_short_one_starts_with_zeros)
 {
     const auto search = search_pairs<0, test::token_recorder<1>>;
     scratch used(system_allocator);

@@ -20,7 +20,7 @@ constexpr auto latest_first =
     search_buckets<ring_table, test::token_recorder<1>, walk_latest_first>;
 constexpr auto rings = search_rings<test::token_recorder<1>>;
 
-/// All rings of a block, however large or small.
+/// Compares the two walks of a block with rings of several sizes.
 void expect_the_same_tokens(const bytes& block, i32 hash_bits)
 {
     for (const i32 chain_bits : {1, 2, 3, 4, 6, 8}) {
@@ -92,7 +92,7 @@ TEST(ring_search, finds_a_much_nearer_match_one_byte_shorter_among_8_candidates)
 
 TEST(ring_search, walks_in_order_in_blocks_of_more_than_16_mib)
 {
-    // walk_latest_first asserts that blocks are smaller.
+    // walk_latest_first asserts that a block has at most max_positions bytes.
     bytes block(walk_latest_first::max_positions);
     const bytes rest = bytes_of("abcd-abcd+abcd");
     block.insert(block.end(), rest.begin(), rest.end());

@@ -130,7 +130,8 @@ TEST(table_memory, is_mostly_zero_after_short_blocks)
     EXPECT_FALSE(memory.is_mostly_zero(count / 160));
 }
 
-/// Uses a table with rising entries, of which `highest` is the highest.
+/// Uses a table with rising entries, the highest of which is the base plus `highest`.  Returns the
+/// base.
 u32 use_rising(scratch& keeper, u32 highest)
 {
     table_memory memory(keeper, count, positions, table_start::rising);
@@ -146,7 +147,7 @@ TEST(table_memory, rising_entries_start_above_those_of_earlier_blocks)
     EXPECT_EQ(use_rising(keeper, 50), 100U);
     const table_memory third(keeper, count, positions, table_start::rising);
     EXPECT_EQ(third.base(), 150U);
-    EXPECT_EQ(third.get()[7], 150U) << "is kept";
+    EXPECT_EQ(third.get()[7], 150U) << "an entry of the second block stays";
 }
 
 TEST(table_memory, rising_entries_are_cleared_for_a_block_that_needs_zeros)

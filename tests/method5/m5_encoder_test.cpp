@@ -241,7 +241,7 @@ TEST(m5_tokens, the_longest_token_fits_after_any_other_at_the_end_of_a_window)
 
 TEST(m5_tokens, the_models_are_up_to_date_after_each_token)
 {
-    // Prices of a window depend on them.
+    // The prices of the optimal parses depend on them.
     const bytes block = bytes_of("abcabcabx");
     bytes out(block.size() + out_slack);
     codec_job job;
@@ -265,8 +265,8 @@ TEST(m5_tokens, the_models_are_up_to_date_after_each_token)
 
 TEST(m5_tokens, are_full_at_the_end_of_the_window_that_fills_the_block)
 {
-    // Fresh literals of 9 bits: those of a window are longer than a block of 100 bytes.  Whatever
-    // comes after that is dropped.
+    // With fresh models each literal takes 9 bits, so those of one window exceed a block of 100
+    // bytes.  Later literals are dropped.
     constexpr u32 size = 100;
     constexpr u32 tokens = 20 * m5_window_steps;
     const bytes text = test::find_shape("random").make(tokens, 1);

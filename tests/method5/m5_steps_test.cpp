@@ -62,7 +62,8 @@ TEST(m5_direct_step, holds_the_count_and_the_value)
     EXPECT_TRUE(m5_is_direct(m5_direct_step(0, 1)));
 }
 
-/// Bits of all kinds of skew; of `direct` steps in 100, groups of direct bits.
+/// Random bits with probabilities of all sizes; about `direct` of 100 steps are groups of direct
+/// bits.
 std::vector<m5_step> random_steps(u64 seed, usize count, u64 direct)
 {
     random_source random(seed);
@@ -88,7 +89,7 @@ TEST(m5_encode_steps, writes_what_the_plain_coder_writes)
     for (u64 seed = 1; seed <= 60; ++seed) {
         const std::vector<m5_step> steps = random_steps(seed, 5000, seed % 3 * 5);
         const bytes expected = plain_stream_of(steps);
-        // All single steps take the simple path or a call's last steps; one call takes the groups.
+        // Calls with a single step code it alone; the last call codes steps in groups.
         for (const usize single : {usize{0}, usize{1}, usize{2}, usize{1000}, steps.size()}) {
             ASSERT_TRUE(stream_of(steps, single) == expected) << seed << ' ' << single;
         }
@@ -159,7 +160,7 @@ TEST(m5_encode_steps, a_carry_passes_any_number_of_pending_bytes)
     for (const i64 pending : {0, 1, 2, 6, 7, 8, 9, 15, 16, 17, 40}) {
         std::vector<m5_step> steps = undecided_steps(pending);
         const usize decided = steps.size();
-        // The lowest part of the interval has no carry, the topmost one has.
+        // The lowest part of the interval causes no carry, the highest part causes one.
         for (const u32 bit : {0U, 1U}) {
             steps.resize(decided);
             steps.insert(steps.end(), 12, m5_bit_step(bit != 0 ? 32733 : 35, bit));
@@ -194,7 +195,7 @@ void expect_shifts(Shift shift)
 
 TEST(m5_shift, shifts_out_a_byte_below_2_to_the_24)
 {
-    // Lambdas, as calls through pointers would not be inlined.
+    // Lambdas, since calls through pointers would not be inlined.
     expect_shifts([](m5_interval& interval) { m5_shift(interval); });
     expect_shifts([](m5_interval& interval) { m5_shift_portably(interval); });
 }

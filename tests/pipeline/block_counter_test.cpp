@@ -35,7 +35,7 @@ TEST(block_counter, waits_for_every_block_that_has_entered)
     EXPECT_TRUE(finishes(waiter));
 }
 
-TEST(block_counter, waits_until_fewer_than_a_number_of_blocks_are_left)
+TEST(block_counter, waits_until_fewer_blocks_than_the_limit_are_in_flight)
 {
     const test::time_guard guard;
     block_counter blocks;

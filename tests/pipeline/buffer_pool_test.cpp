@@ -79,7 +79,7 @@ TEST(buffer_pool, the_first_fitting_buffer_is_found_among_others)
     EXPECT_EQ(pool.idle(), 3U);
 }
 
-TEST(buffer_pool, the_latest_of_several_fitting_buffers_is_taken)
+TEST(buffer_pool, the_fitting_buffer_that_was_released_last_is_taken)
 {
     buffer_pool pool(system_allocator, 4);
     block_buffer first = pool.take(mib);

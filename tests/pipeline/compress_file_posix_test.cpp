@@ -13,7 +13,7 @@ TEST_P(compress_driver, a_source_that_cannot_be_read_is_reported_and_fails)
     write_file(dir / "in/entry", {}); // gives the directory a size
     const driver_run run = run_from(dir / "in");
     EXPECT_EQ(run.first_failure, status::read_failed);
-    EXPECT_EQ(run.thread_failures, 0U) << "it is no failure of the worker that reads";
+    EXPECT_EQ(run.thread_failures, 0U) << "not a failure of the worker";
     EXPECT_EQ(run.unread_files, has_workers() ? 1U : 0U);
     if (!has_workers()) {
         EXPECT_EQ(run.result, status::read_failed);

@@ -286,7 +286,7 @@ TEST_F(compress_moving_source, the_slack_of_a_filtered_block_is_zero)
 {
     file_parameters parameters = quick_parameters;
     parameters.filter_flags = filter_x86;
-    constexpr usize size = max_small_file + 1; // workers read smaller ones
+    constexpr usize size = max_small_file + 1; // workers read smaller files
     write_file(dir / "in", bytes(size, 0xE8));
     EXPECT_EQ(run(parameters), status::done);
     const block_job job = work.jobs.dequeue();
@@ -340,7 +340,7 @@ TEST_F(compress_moving_source, no_block_is_submitted_more_than_120_ahead_of_an_u
     EXPECT_TRUE(finishes(driver));
 }
 
-TEST_F(compress_moving_source, no_block_is_read_while_as_many_as_are_allowed_are_in_flight)
+TEST_F(compress_moving_source, no_block_is_read_while_the_maximum_number_of_blocks_is_in_memory)
 {
     start(8 * mib);
     const block_job first = work.jobs.dequeue();
@@ -350,7 +350,7 @@ TEST_F(compress_moving_source, no_block_is_read_while_as_many_as_are_allowed_are
     EXPECT_TRUE(still_waits(driver));
     EXPECT_EQ(work.buffers.idle(), 0U);
     for (u32 index = 3; index < 8; ++index) {
-        // The blocks that follow need not wait for the first.
+        // Later blocks don't have to wait for the first.
         work.mark_done(second.out_file, index - 2, direction::compress);
         EXPECT_EQ(work.jobs.dequeue().block_index, index);
     }

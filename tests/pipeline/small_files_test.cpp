@@ -7,7 +7,7 @@
 namespace quarnex::test {
 namespace {
 
-/// Runs many small files, and some that are too large to be small.
+/// Compresses and restores many small files, and one that is a byte too large to be small.
 class small_files : public driver_fixture {
   protected:
     void plant()
@@ -118,13 +118,12 @@ TEST_P(small_files, with_short_payloads_are_reported_as_decoded_and_padded)
     EXPECT_EQ(read_file(dir / "out"), expected);
 }
 
-/// Opens a file of three bytes for a worker, and leaves it in the engine's queue.
 TEST(small_file, that_shrinks_before_it_is_read_is_reported)
 {
     const temp_dir dir;
     event_recorder recorder;
     write_file(dir / "in", to_bytes("abc"));
-    engine work(system_allocator, 1, recorder.watcher()); // without threads
+    engine work(system_allocator, 1, recorder.watcher()); // no threads: the test is the worker
     const std::string source = dir / "in";
     const std::string out = dir / "out";
     EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters), status::done);
@@ -142,7 +141,7 @@ TEST(small_file, that_shrinks_before_it_is_read_is_reported)
     EXPECT_TRUE(reported[0].on_worker);
     const auto written = parse_qrx(read_file(out));
     ASSERT_TRUE(written);
-    EXPECT_EQ(written->header.original_size, 3U) << "as it was opened";
+    EXPECT_EQ(written->header.original_size, 3U) << "the size when it was opened";
     ASSERT_EQ(written->records.size(), 1U);
     EXPECT_EQ(written->records[0].payload, to_bytes("a"));
     EXPECT_EQ(work.first_failure(), status::done);
@@ -180,7 +179,7 @@ TEST(small_file, does_not_wait_for_others_once_they_have_enough_bytes)
     for (int i = 0; i < 2; ++i) work.mark_file_done();
 }
 
-// The observer of destinations
+// What the observer is asked and told about destinations
 
 struct destinations {
     bool replaces = true;
@@ -237,7 +236,7 @@ TEST_P(existing_destination, is_asked_about_and_replaced)
     EXPECT_EQ(read_file(dir / "restored"), to_bytes("text"));
 }
 
-TEST_P(existing_destination, is_left_alone_if_the_observer_says_so)
+TEST_P(existing_destination, is_kept_if_the_observer_refuses_to_replace_it)
 {
     const bytes packed = build_qrx({{.original_size = 4}, {{0, to_bytes("text")}}});
     write_file(dir / "in", to_bytes("text"));

@@ -1,4 +1,4 @@
-"""The memory table of the README holds.
+"""Compares the peak memory of quarnex with the table in the README.
 
 quarnex compresses and restores incompressible blocks, which fill all of its buffers.
 """
