@@ -31,9 +31,10 @@ codec_result decode(const codec_job& job);
 /// Encodes or decodes the block of `job`, as job.mode says.  The codec takes its working memory
 /// from `memory`.
 ///
-/// When compressing, `finished` receives the block's record, with displacement 0.  If the job has
-/// an `out_buf`, the payload is written there instead, and the head directly before it.  The block
-/// is stored if the encoder's output is not shorter than the block.
+/// When compressing, `finished` receives the block's record, with displacement 0, after the file
+/// header if the job has one.  If the job has an `out_buf`, the payload is written there instead,
+/// and the head directly before it.  The block is stored if the encoder's output is not shorter
+/// than the block.
 ///
 /// When decompressing, the filter is undone and `finished` receives the block's `out_len` bytes; if
 /// the job has an `out_buf`, that receives them instead.  If the decoder produces fewer bytes, the
