@@ -38,9 +38,9 @@ constexpr u8 is_plain(u8 byte)
 {
     const u8 is_graphic = static_cast<u8>(byte - 0x20) <= 0x7E - 0x20;
     const u8 is_control = static_cast<u8>(byte - 0x07) <= 0x0D - 0x07;
-    const u8 is_tabulator = byte == 0x0B; // vertical tab
+    const u8 is_vertical_tab = byte == 0x0B; // vertical tab
     const u8 is_escape = byte == 0x1B;
-    return is_graphic | static_cast<u8>(is_control & ~is_tabulator) | is_escape;
+    return is_graphic | static_cast<u8>(is_control & ~is_vertical_tab) | is_escape;
 }
 static_assert([] {
     for (usize byte = 0; byte < text_chars.size(); ++byte) {

@@ -116,7 +116,7 @@ class file_runner {
     }
 
     /// Returns whether a worker was unable to read a small file.
-    bool has_unread() const { return engine_.unread_files() != 0; }
+    bool has_unread_files() const { return engine_.unread_files() != 0; }
 
     /// Compresses or restores the file `source`; `relative` is its path below the destination.
     status run(const std::string& source, const std::string& relative)
@@ -156,7 +156,7 @@ status run_plain_loop(file_runner& files, const options& parsed)
         }
         if (kind != file_kind::regular) continue;
         result = files.run(name, name.substr(last_component(name)));
-        if (result != status::done || files.has_unread()) break;
+        if (result != status::done || files.has_unread_files()) break;
     }
     return result;
 }

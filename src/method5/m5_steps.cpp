@@ -57,7 +57,7 @@ class group_coder {
     [[gnu::always_inline]] void encode(m5_step step)
     {
         if (m5_is_direct(step)) [[unlikely]] {
-            encode_group_of_bits(static_cast<u32>(step));
+            encode_direct_bits(static_cast<u32>(step));
             return;
         }
         const auto one = static_cast<u32>(step >> 31); // all ones for a 1
@@ -70,7 +70,7 @@ class group_coder {
             shift_more();
     }
 
-    [[gnu::always_inline]] void encode_group_of_bits(u32 step)
+    [[gnu::always_inline]] void encode_direct_bits(u32 step)
     {
         interval_.range >>= step >> m5_direct_bits;
         write();

@@ -1,7 +1,7 @@
 // method5/m5_steps.h - the encoder's second pass: narrows the coder's interval, bit by bit
 //
 // The models of a bit depend on the bits before it, but not on the coder's interval.  So the
-// encoder works in two passes over a window of tokens.  The first (m5_learn.h) updates the models
+// encoder works in two passes over a batch of tokens.  The first (m5_learn.h) updates the models
 // and lists the bits with their probabilities: the steps.  The second, here, narrows the interval
 // step by step and writes bytes.  In a single loop, a mispredicted branch on a token would stall
 // the coder, and both parts would compete for registers.
@@ -47,9 +47,9 @@ constexpr bool m5_is_direct(m5_step step)
     return step >= 1 << m5_direct_bits;
 }
 
-/// A window ends with the token that reaches this number of steps: enough of them that a call per
-/// window costs little, few enough to stay in the first-level cache.
-inline constexpr u32 m5_window_steps = 1024;
+/// A batch ends with the token that reaches this number of steps: enough of them that a call per
+/// batch costs little, few enough to stay in the first-level cache.
+inline constexpr u32 m5_batch_steps = 1024;
 
 /// Maximum number of steps of a token: a match.
 inline constexpr u32 m5_token_max_steps =

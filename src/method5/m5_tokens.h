@@ -12,12 +12,12 @@ namespace quarnex {
 /// The state of an encoder for one block.
 struct m5_encoder_state {
     m5_model model;
-    m5_step steps[m5_window_steps + m5_token_max_steps + m5_spare_steps];
+    m5_step steps[m5_batch_steps + m5_token_max_steps + m5_spare_steps];
 };
 
 /// Writes literals and matches of at least MinMatch bytes as a stream of method 5.
 ///
-/// The models are up to date after each token, the stream only after each window.
+/// The models are up to date after each token, the stream only after each batch.
 template <u32 MinMatch>
 class m5_tokens {
   public:
@@ -52,7 +52,7 @@ class m5_tokens {
     /// Ends the stream and returns its length.
     u32 finish()
     {
-        end_window();
+        end_batch();
         flush(coder_);
         return static_cast<u32>(coder_.out - begin_);
     }
@@ -60,12 +60,12 @@ class m5_tokens {
   private:
     void end_token()
     {
-        if (next_ - steps_ >= i32{m5_window_steps}) [[unlikely]]
-            end_window();
+        if (next_ - steps_ >= i32{m5_batch_steps}) [[unlikely]]
+            end_batch();
     }
 
-    /// Writes the tokens of the window, unless the stream is full.
-    void end_window()
+    /// Writes the tokens of the batch, unless the stream is full.
+    void end_batch()
     {
         if (!full()) coder_ = m5_encode_steps(coder_, begin_, steps_, next_);
         next_ = steps_;
@@ -76,13 +76,13 @@ class m5_tokens {
     u8* begin_;
     u8* limit_; // a stream that reaches it is not shorter than the block
     m5_step* steps_;
-    m5_step* next_; // in steps_: end of the window
+    m5_step* next_; // in steps_: end of the batch
     range_encoder coder_;
 };
 
-/// The last window that is written starts before the stream is as long as the block; the flush
+/// The last batch that is written starts before the stream is as long as the block; the flush
 /// follows it.
-static_assert(m5_step_max_bytes * (m5_window_steps + m5_token_max_steps) + range_flush_bytes <=
+static_assert(m5_step_max_bytes * (m5_batch_steps + m5_token_max_steps) + range_flush_bytes <=
               out_slack);
 /// For a block of one byte, the coder's first byte and the flush come after two raw bytes.
 static_assert(m5_raw_bytes + 1 + range_flush_bytes <= out_slack);

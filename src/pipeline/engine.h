@@ -87,8 +87,8 @@ class engine {
     {
         if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
     }
-    /// Queues a small file for the workers, together with those that follow it.  Returns false,
-    /// without memory or workers, if the caller has to do it.
+    /// Adds a small file to those that a worker gets together.  Returns false without workers or
+    /// memory; the file is unchanged and the caller has to process it.
     [[nodiscard]] bool submit_file(small_file& file);
 
     /// Codes a block with working memory from `memory` and reports a failure or a short block.

@@ -209,12 +209,12 @@ TEST(m5_tokens, are_written_as_the_plain_writer_writes_them)
     }
 }
 
-TEST(m5_tokens, any_number_of_tokens_around_a_window_is_written)
+TEST(m5_tokens, any_number_of_tokens_around_a_batch_is_written)
 {
     // A literal is nine steps, a match of four bytes at distance 2 too.
-    constexpr u32 per_window = (m5_window_steps + 8) / 9;
-    for (const u32 windows : {1U, 2U, 3U}) {
-        for (u32 count = windows * per_window - 2; count <= windows * per_window + 2; ++count) {
+    constexpr u32 per_batch = (m5_batch_steps + 8) / 9;
+    for (const u32 batches : {1U, 2U, 3U}) {
+        for (u32 count = batches * per_batch - 2; count <= batches * per_batch + 2; ++count) {
             // Few symbols, or the stream would be longer than the block.
             bytes block = test::find_shape("random").make(2 + count, count);
             for (u8& byte : block) byte &= 1;
@@ -227,7 +227,7 @@ TEST(m5_tokens, any_number_of_tokens_around_a_window_is_written)
     }
 }
 
-TEST(m5_tokens, the_longest_token_fits_after_any_other_at_the_end_of_a_window)
+TEST(m5_tokens, the_longest_token_fits_after_any_other_at_the_end_of_a_batch)
 {
     // The length has 2 * 19 steps; slot 22 has ten extra bits.
     for (u32 before = 105; before <= 114; ++before) {
@@ -263,12 +263,12 @@ TEST(m5_tokens, the_models_are_up_to_date_after_each_token)
     EXPECT_EQ(state->model.dist_slot[1][1].halves, flag.halves);
 }
 
-TEST(m5_tokens, are_full_at_the_end_of_the_window_that_fills_the_block)
+TEST(m5_tokens, are_full_at_the_end_of_the_batch_that_fills_the_block)
 {
-    // With fresh models each literal takes 9 bits, so those of one window exceed a block of 100
+    // With fresh models each literal takes 9 bits, so those of one batch exceed a block of 100
     // bytes.  Later literals are dropped.
     constexpr u32 size = 100;
-    constexpr u32 tokens = 20 * m5_window_steps;
+    constexpr u32 tokens = 20 * m5_batch_steps;
     const bytes text = test::find_shape("random").make(tokens, 1);
     const auto out = test::exact_buffer(size + out_slack);
     codec_job job;
@@ -278,7 +278,7 @@ TEST(m5_tokens, are_full_at_the_end_of_the_window_that_fills_the_block)
     const auto state = std::make_unique<m5_encoder_state>();
     m5_tokens<4> writer(job, *state);
     for (u32 pos = 2; pos < tokens; ++pos) {
-        EXPECT_EQ(writer.full(), pos >= 2 + (m5_window_steps + 8) / 9) << pos;
+        EXPECT_EQ(writer.full(), pos >= 2 + (m5_batch_steps + 8) / 9) << pos;
         writer.literal(pos);
     }
     EXPECT_GE(writer.finish(), size);

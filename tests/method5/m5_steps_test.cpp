@@ -106,7 +106,7 @@ TEST(m5_encode_steps, any_number_of_steps_can_be_coded_in_a_call)
     }
 }
 
-TEST(m5_encode_steps, windows_of_all_lengths_continue_each_other)
+TEST(m5_encode_steps, batches_of_all_lengths_continue_each_other)
 {
     const std::vector<m5_step> steps = random_steps(5, 20000, 3);
     random_source random(7);
