@@ -95,8 +95,10 @@ bool may_replace(void* context, const char* source, const char* destination)
     const auto existing = find_status(destination);
     if (!existing) return true;
     if (is_same_file(source, existing->identity)) return false;
-    // A file of this run is replaced only once it is written.
-    if (run->created.contains(existing->identity)) run->pipeline->wait_for_blocks();
+    // A file of this run is replaced only once it is written.  Opening a pipe can wait for a reader
+    // who first wants an earlier file.
+    if (existing->kind != file_kind::regular || run->created.contains(existing->identity))
+        run->pipeline->wait_for_blocks();
     return true;
 }
 
@@ -114,9 +116,6 @@ class file_runner {
         : engine_(pipeline), context_(context), parsed_(parsed), parameters_(parameters)
     {
     }
-
-    /// Returns whether a worker was unable to read a small file.
-    bool has_unread_files() const { return engine_.unread_files() != 0; }
 
     /// Compresses or restores the file `source`; `relative` is its path below the destination.
     status run(const std::string& source, const std::string& relative)
@@ -156,7 +155,7 @@ status run_plain_loop(file_runner& files, const options& parsed)
         }
         if (kind != file_kind::regular) continue;
         result = files.run(name, name.substr(last_component(name)));
-        if (result != status::done || files.has_unread_files()) break;
+        if (result != status::done) break;
     }
     return result;
 }

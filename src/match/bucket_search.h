@@ -42,7 +42,8 @@ class bucket_array {
     /// false without memory.
     bucket_array(i32 hash_bits, u32 size, u32 positions, scratch& memory,
                  table_start start = table_start::zeros)
-        : entries_(memory, (usize{1} << hash_bits) + size - 1, positions, start),
+        : entries_(memory, (usize{1} << hash_bits) + size - 1, usize{positions} + inserts_past,
+                   start),
           hash_bits_(hash_bits), size_(size), start_(start)
     {
         assert(is_hash_size(hash_bits) && size != 0);
@@ -283,8 +284,8 @@ struct walk_in_order {
     /// The best candidate in the bucket of `pos`: the first that matches, unless a later one is
     /// better.  A length of 0 if none matches.
     template <bucket_table Table>
-    static found_match find_best(const block_text& text, const Table& table,
-                                                   const u32* bucket, u32 pos)
+    static found_match find_best(const block_text& text, const Table& table, const u32* bucket,
+                                 u32 pos)
     {
         if (pos + Table::tail_bytes >= text.size) return {0, 0};
         typename Table::candidate_scan scan(table, bucket);

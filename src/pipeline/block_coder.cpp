@@ -122,6 +122,7 @@ int write_block(write_job& finished, u32 sequence)
         return file.write(finished.buf.get(), finished.size);
     }
     const u64 block_size = u64{finished.block_mb} << 20;
+    if (finished.size == 0) return file.seek(0); // an empty file, which a pipe can't be
     return file.write_at(finished.block_index * block_size, finished.buf.get(), finished.size);
 }
 

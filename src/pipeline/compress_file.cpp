@@ -1,7 +1,7 @@
 #include "format/container.h"
 #include "format/file_type.h"
 #include "format/filters.h"
-#include "pipeline/compression.h"
+#include "pipeline/driver_file.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,6 +13,29 @@ namespace {
 /// A file is classified by up to this many bytes of its first block.
 constexpr usize sample_bytes = usize{1} << 20;
 
+/// State of one file while its blocks are read and submitted.
+struct compression {
+    driver_file file;
+    const char* const name; // of the source, for its classification; null: don't classify
+    file_parameters parameters;
+    u64 size = 0; // of the source when it was opened; later growth is ignored
+    u32 block_count = 0;
+
+    /// Reads the next block into a new buffer and zeroes the slack after it.
+    status read_block(block_job& job, u32 length);
+    /// Classifies the file by its first block and packs the header.
+    void make_header(block_job& first);
+    /// Reads block `index` of up to `length` bytes, filters it and fills in the job.  Classifies
+    /// the file by block 0, whose job receives the header.
+    status take_block(block_job& job, u32 index, u32 length);
+    /// Writes the header before the first block is submitted, since the writer may write the record
+    /// of another block first.
+    status write_header(block_job& first);
+    /// Submits the block, or the whole file if it is small.
+    status submit(block_job job);
+    status run();
+};
+
 /// Room for a block and what its head and its codec need; the same for input and output, so that
 /// either can take the buffers of the other.
 usize buffer_bytes(u64 length)
@@ -20,8 +43,6 @@ usize buffer_bytes(u64 length)
     static_assert(in_slack > out_slack);
     return file_header_bytes + record_head_bytes + static_cast<usize>(length) + in_slack;
 }
-
-} // namespace
 
 status compression::read_block(block_job& job, u32 length)
 {
@@ -61,33 +82,35 @@ status compression::take_block(block_job& job, u32 index, u32 length)
     return status::done;
 }
 
-namespace {
-
-/// Writes the header before the first block is submitted, since the writer may write the record of
-/// another block first.
-status write_header(driver_file& file, block_job& first)
+status compression::write_header(block_job& first)
 {
     first.has_header = false;
     const int error = file.destination()->file.write(first.header.data(), first.header.size());
     return error == 0 ? status::done : file.fail_to_write(error);
 }
 
-status run(compression& work)
+status compression::submit(block_job job)
 {
-    driver_file& file = work.file;
     engine& pipeline = file.pipeline();
-    const u64 block_size = work.parameters.block_size();
-    u64 remaining = work.size;
+    if (block_count <= 1 && pipeline.submit_file(job)) return status::done;
+    if (job.has_header && pipeline.has_workers()) {
+        if (const status written = write_header(job); written != status::done) return written;
+    }
+    return pipeline.submit(std::move(job));
+}
+
+status compression::run()
+{
+    const u64 block_size = parameters.block_size();
+    u64 remaining = size;
     for (u32 index = 0;; ++index) {
-        pipeline.wait_for_room();
+        file.pipeline().wait_for_room();
         block_job job;
         const auto wanted = static_cast<u32>(std::min(block_size, remaining));
-        status taken = work.take_block(job, index, wanted);
-        if (taken == status::done && job.has_header && pipeline.has_workers())
-            taken = write_header(file, job);
-        if (taken != status::done) return taken;
+        if (const status taken = take_block(job, index, wanted); taken != status::done)
+            return taken;
         const u32 length = job.codec.in_len;
-        const status submitted = pipeline.submit(std::move(job));
+        const status submitted = submit(std::move(job));
         if (submitted != status::done) return submitted;
         remaining -= length;
         if (length < wanted) {
@@ -96,21 +119,9 @@ status run(compression& work)
         }
         // Another thread has failed the file and drops its blocks.
         if (remaining == 0 || file.destination()->failed()) return status::done;
-        const status advanced = file.advance(work.size - remaining, work.size);
+        const status advanced = file.advance(size - remaining, size);
         if (advanced != status::done) return advanced;
     }
-}
-
-/// Submits the file to a worker if it is small.  Returns false if it isn't, or can't be submitted.
-bool submit_small(compression& work)
-{
-    if (work.size > std::min<u64>(max_small_file, work.parameters.block_size())) return false;
-    small_file small;
-    small.classifies = work.name != nullptr;
-    small.parameters = work.parameters;
-    small.block_count = work.block_count;
-    small.size = static_cast<u32>(work.size);
-    return work.file.submit(small);
 }
 
 } // namespace
@@ -118,14 +129,14 @@ bool submit_small(compression& work)
 status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies)
 {
-    driver_file file(pipeline, names, direction::compress);
-    compression work{file, classifies ? names.source : nullptr, parameters};
+    compression work{
+        {pipeline, names, direction::compress}, classifies ? names.source : nullptr, parameters};
+    driver_file& file = work.file;
     if (const status opened = file.open_source(); opened != status::done) return opened;
     if (const status created = file.create_destination(); created != status::done) return created;
     work.size = file.source().size();
     work.block_count = static_cast<u32>(count_blocks(work.size, parameters.block_size()));
-    if (submit_small(work)) return status::done;
-    const status result = run(work);
+    const status result = work.run();
     return result == status::done ? file.close_destination() : result;
 }
 

@@ -13,7 +13,6 @@ struct decompression {
     driver_file file;
     u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
-    bool is_submitted = false; // as a small file: a worker has source and destination
     file_layout layout{};
     read_result first_head{}; // of the first record, which is read together with the header
     std::array<u8, record_head_bytes> head_bytes{};
@@ -22,7 +21,6 @@ struct decompression {
     status read_header();
     status read_payload(block_job& job, u32 size);
     status take_record(const record_head& head, u32 sequence);
-    bool submit_small(block_job& job);
     status run();
 };
 
@@ -86,31 +84,16 @@ status decompression::take_record(const record_head& head, u32 sequence)
         static_cast<usize>(std::min(layout.original_size, layout.parameters.block_size()));
     file.pipeline().wait_for_room();
     if (const status read = read_payload(job, head.size); read != status::done) return read;
-    if (submit_small(job)) return status::done;
+    // The last record of a file of one block: a worker can have it whole.
+    const bool is_whole = job.block_count <= 1 && source_left() < record_head_bytes;
+    if (is_whole && file.pipeline().submit_file(job)) return status::done;
     return file.pipeline().submit(std::move(job));
-}
-
-/// Submits the file to a worker if it is small and contains nothing after the payload in `job`.
-/// Returns false, with the payload still in `job`, if it isn't, or can't be submitted.
-bool decompression::submit_small(block_job& job)
-{
-    if (job.block_count > 1 || source_left() >= record_head_bytes) return false;
-    if (std::max(job.codec.in_len, job.codec.out_len) > max_small_file) return false;
-    small_file small;
-    small.parameters = layout.parameters;
-    small.block_count = job.block_count;
-    small.payload = std::move(job.in_alloc);
-    small.size = job.codec.in_len;
-    small.length = job.codec.out_len;
-    is_submitted = file.submit(small);
-    if (!is_submitted) job.in_alloc = std::move(small.payload);
-    return is_submitted;
 }
 
 status decompression::run()
 {
     for (u32 sequence = 0;; ++sequence) {
-        if (is_submitted || (sequence != 0 && consumed == total)) return status::done;
+        if (sequence != 0 && source_left() < head_bytes.size()) return status::done;
         const read_result got =
             sequence == 0 ? first_head : file.source().read(head_bytes.data(), head_bytes.size());
         if (got.error != 0)

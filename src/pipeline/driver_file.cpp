@@ -1,19 +1,17 @@
 #include "pipeline/driver_file.h"
 
-#include <cerrno>
-
 namespace quarnex {
 
 void driver_file::tell(event happened) const
 {
     happened.name = names_.source;
     happened.mode = mode_;
-    happened.on_worker = on_worker_;
     engine_.tell(happened);
 }
 
 status driver_file::fail(event happened, status reason)
 {
+    engine_.wait_for_files();
     tell(happened);
     if (destination_) destination_->fail(reason);
     return engine_.fail(reason);
@@ -21,22 +19,18 @@ status driver_file::fail(event happened, status reason)
 
 status driver_file::fail_to_write(int cause)
 {
+    engine_.wait_for_files();
     engine_.tell({.kind = event_kind::destination_unwritten,
                   .cause = cause,
                   .name = names_.destination,
-                  .mode = mode_,
-                  .on_worker = on_worker_});
+                  .mode = mode_});
     if (destination_) destination_->fail(status::write_failed);
     return engine_.fail(status::write_failed);
 }
 
 status driver_file::open_source()
 {
-    int error = source_.open(names_.source);
-    if (error == EMFILE) { // small files in flight have two open files each
-        engine_.wait_for_blocks();
-        error = source_.open(names_.source);
-    }
+    const int error = source_.open(names_.source);
     if (error == 0) return status::done;
     return fail({.kind = event_kind::source_unopened, .cause = error}, status::source_unopened);
 }
@@ -47,10 +41,6 @@ status driver_file::create_destination()
     if (!destination_) return fail(event_kind::no_memory, status::no_memory);
     system_file& file = destination_->file;
     int error = file.create_new(names_.destination);
-    if (error == EMFILE) {
-        engine_.wait_for_blocks();
-        error = file.create_new(names_.destination);
-    }
     if (error != 0) {
         if (!engine_.may_replace(names_.source, names_.destination)) {
             destination_ = {};
@@ -71,23 +61,9 @@ status driver_file::create_destination()
 
 status driver_file::close_destination()
 {
-    if (engine_.has_workers() && !on_worker_) return status::done;
+    if (engine_.has_workers()) return status::done;
     const int error = destination_->file.close();
     return error == 0 ? status::done : fail_to_write(error);
-}
-
-bool driver_file::submit(small_file& file)
-{
-    if (!engine_.has_workers()) return false;
-    file.out_file = destination_;
-    file.mode = mode_;
-    file.source = std::move(source_);
-    if (engine_.submit_file(file)) {
-        destination_ = {};
-        return true;
-    }
-    source_ = std::move(file.source);
-    return false;
 }
 
 status driver_file::advance(u64 done, u64 total)

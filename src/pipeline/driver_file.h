@@ -3,8 +3,6 @@
 
 #include "pipeline/drivers.h"
 
-#include <utility>
-
 namespace quarnex {
 
 /// The two files of a driver, with the reports of their failures.
@@ -12,13 +10,6 @@ class driver_file {
   public:
     driver_file(engine& pipeline, const file_names& names, direction mode)
         : engine_(pipeline), names_(names), mode_(mode)
-    {
-    }
-    /// Takes over the source and the destination of a small file, on a worker.
-    driver_file(engine& pipeline, small_file& file)
-        : engine_(pipeline), names_{file.out_file->source_name(), file.out_file->out_name()},
-          mode_(file.mode), on_worker_(true), source_(std::move(file.source)),
-          destination_(std::move(file.out_file))
     {
     }
 
@@ -30,14 +21,12 @@ class driver_file {
     status open_source();
     /// Creates the destination.  Returns status::skipped if the observer keeps the existing one.
     status create_destination();
-    /// Closes the destination if the writer doesn't do so after its last block: without workers,
-    /// and on a worker.
+    /// Closes the destination if there are no workers.  (With workers the writer closes it after
+    /// its last block, or a worker if the file is small.)
     status close_destination();
-    /// Moves the source and the destination into `file`, whose other members are set, and submits
-    /// it to the workers.  Returns false, with both still here, without workers or memory.
-    [[nodiscard]] bool submit(small_file& file);
 
-    /// Reports a failure, marks the destination (if created) as failed and returns `reason`.
+    /// Reports a failure, marks the destination (if created) as failed and returns `reason`.  First
+    /// waits for the small files before it, since the observer may end the process.
     status fail(event happened, status reason);
     /// Reports a write error of the destination and returns status::write_failed.
     status fail_to_write(int cause);
@@ -52,7 +41,6 @@ class driver_file {
     engine& engine_;
     const file_names names_;
     const direction mode_;
-    const bool on_worker_ = false;
     system_file source_;
     output_ref destination_;
 };

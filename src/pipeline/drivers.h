@@ -20,7 +20,7 @@ struct file_names {
 /// to the observer.  A source that shrinks while it is read is reported too, but is not a failure.
 ///
 /// Returns status::skipped, with both files unchanged, if the observer keeps an existing
-/// destination.  A worker that can't read a small file counts it in engine::unread_files().
+/// destination.
 status compress_file(engine& pipeline, const file_names& names, file_parameters parameters,
                      bool classifies = true);
 
@@ -31,8 +31,5 @@ status compress_file(engine& pipeline, const file_names& names, file_parameters 
 /// the writer has failed, reading stops and no further destination is created: the result is
 /// status::stopped.  It can also be status::skipped, as for compress_file().
 status decompress_file(engine& pipeline, const file_names& names);
-
-/// Takes a small file from reading to closing, on a worker, with working memory from `memory`.
-void run_small_file(engine& pipeline, scratch& memory, small_file& file);
 
 } // namespace quarnex

@@ -1,17 +1,28 @@
 #include "pipeline/engine.h"
 
-#include "pipeline/drivers.h"
+#include "common/platform/file.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace quarnex {
+namespace {
+
+/// Returns how many small files a worker gets at a time.  Each has an open destination, and there
+/// are up to 2n + 1 groups of them with n workers: at work, queued, being collected.
+u32 files_per_job(u32 workers)
+{
+    const u32 open_files = std::min(max_open_files() / 4, 128U);
+    return std::clamp(open_files / (2 * workers + 1), 1U, 16U);
+}
+
+} // namespace
 
 engine::engine(const allocator& memory_source, u32 workers, const observer& watcher)
     : source(memory_source), thread_count(std::min(workers, max_workers)),
       buffers(memory_source, max_buffers(thread_count), max_buffers(thread_count)),
       jobs(std::max(thread_count, 1U)), writes(std::max(thread_count, 1U)), watcher_(watcher),
-      memory_(memory_source)
+      files_per_job_(files_per_job(thread_count)), memory_(memory_source)
 {
 }
 
@@ -45,13 +56,14 @@ status engine::submit(block_job job)
     return status::done;
 }
 
-bool engine::submit_file(small_file& file)
+bool engine::submit_file(block_job& job)
 {
-    if (!has_workers()) return false;
-    if (files_.size() == 0 && !files_.make(source, files_per_job())) return false;
+    const bool is_small = std::max(job.codec.in_len, job.codec.out_len) <= max_small_file;
+    if (!has_workers() || !is_small) return false;
+    if (files_.size() == 0 && !files_.make(source, files_per_job_)) return false;
     files_in_flight_.enter();
-    file_bytes_ += file.size;
-    files_[file_count_++] = std::move(file);
+    file_bytes_ += job.codec.in_len;
+    files_[file_count_++] = std::move(job);
     if (file_count_ == files_.size() || file_bytes_ >= max_small_file) flush_files();
     return true;
 }
@@ -60,32 +72,40 @@ void engine::flush_files()
 {
     if (file_count_ == 0) return;
     block_job job;
-    job.out_file = files_[0].out_file;
     job.files = std::move(files_);
     job.file_count = std::exchange(file_count_, 0);
     file_bytes_ = 0;
     jobs.enqueue(std::move(job));
 }
 
-void engine::wait_for_blocks()
+void engine::wait_for_files()
 {
     flush_files();
-    in_flight_.wait_for_none();
     files_in_flight_.wait_for_none();
 }
 
-status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
+void engine::wait_for_blocks()
 {
-    write_job finished;
-    if (const status coded = code(memory, job, finished, on_worker); coded != status::done) {
-        if (job.has_header) // leaves the file as if the header had been written first
-            static_cast<void>(job.out_file->file.write(job.header.data(), job.header.size()));
-        return fail(coded);
+    wait_for_files();
+    in_flight_.wait_for_none();
+}
+
+void engine::run_file(scratch& memory, block_job& job)
+{
+    status result = code_and_write(memory, job, true);
+    if (result == status::done) {
+        const int error = job.out_file->file.close();
+        if (error != 0) result = fail_to_write(job, error, true);
     }
-    const int error = write_block(finished, job.block_index);
-    if (error == 0) return status::done;
+    if (result != status::done) fail_on_thread(*job.out_file, result);
+    job = {}; // whoever waits for the files finds them closed
+    files_in_flight_.leave();
+}
+
+status engine::fail_to_write(const block_job& job, int cause, bool on_worker)
+{
     tell({.kind = event_kind::destination_unwritten,
-          .cause = error,
+          .cause = cause,
           .name = job.out_file->out_name(),
           .block = job.block_index,
           .mode = job.mode,
@@ -93,9 +113,23 @@ status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
     return fail(status::write_failed);
 }
 
+status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
+{
+    write_job finished;
+    if (const status coded = code(memory, job, finished, on_worker); coded != status::done)
+        return fail(coded);
+    const int error = write_block(finished, job.block_index);
+    return error == 0 ? status::done : fail_to_write(job, error, on_worker);
+}
+
 status engine::code(scratch& memory, block_job& job, write_job& finished, bool on_worker)
 {
     const block_result result = code_block(buffers, memory, job, finished);
+    if (result.status != block_status::done && job.has_header) {
+        // The observer may end the process: leave the file as if the header had been written first.
+        const int error = job.out_file->file.write(job.header.data(), job.header.size());
+        if (error != 0) return fail_to_write(job, error, on_worker);
+    }
     const bool compresses = job.mode == direction::compress;
     event happened{.kind = event_kind::no_memory,
                    .name = job.out_file->source_name(),
@@ -123,9 +157,9 @@ void run_worker(engine& pipeline)
     scratch memory(pipeline.source);
     for (;;) {
         block_job job = pipeline.jobs.dequeue();
-        if (!job.out_file) return;
-        for (u32 i = 0; i < job.file_count; ++i) run_small_file(pipeline, memory, job.files[i]);
+        for (u32 i = 0; i < job.file_count; ++i) pipeline.run_file(memory, job.files[i]);
         if (job.file_count != 0) continue;
+        if (!job.out_file) return;
         output_file& file = *job.out_file;
         if (!file.failed()) {
             write_job finished;

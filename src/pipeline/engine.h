@@ -5,8 +5,8 @@
 // Without workers the driver codes and writes each block itself.  One engine serves both
 // directions: each job states its own.
 //
-// A small file would wake each thread once, which takes longer than coding it.  So the driver only
-// opens small files, and a worker gets several at a time: it reads, codes, writes and closes each.
+// A small file would wake each thread once, which takes longer than coding it.  So the driver
+// collects small files that it has read, and a worker codes, writes and closes several in turn.
 #pragma once
 
 #include "common/platform/thread.h"
@@ -22,7 +22,7 @@ namespace quarnex {
 
 inline constexpr u32 max_workers = 16;
 
-/// A file of up to this many bytes is small.  Its buffers are too small to be pooled.
+/// A file of one block of up to this many bytes is small.  Its buffers are too small to be pooled.
 inline constexpr u32 max_small_file = (u32{256} << 10) - (u32{16} << 10);
 static_assert(max_small_file + in_slack + file_header_bytes < buffer_pool::min_pooled_bytes);
 
@@ -87,9 +87,11 @@ class engine {
     {
         if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
     }
-    /// Adds a small file to those that a worker gets together.  Returns false without workers or
-    /// memory; the file is unchanged and the caller has to process it.
-    [[nodiscard]] bool submit_file(small_file& file);
+    /// Adds a small file, whose only block is `job`, to those that a worker gets together.  Returns
+    /// false if it isn't small, or without workers or memory; `job` is unchanged then.
+    [[nodiscard]] bool submit_file(block_job& job);
+    /// Codes, writes and closes a small file, on a worker, and reports a failure.
+    void run_file(scratch& memory, block_job& job);
 
     /// Codes a block with working memory from `memory` and reports a failure or a short block.
     status code(scratch& memory, block_job& job, write_job& finished, bool on_worker);
@@ -97,16 +99,12 @@ class engine {
     status code_and_write(scratch& memory, block_job& job, bool on_worker);
     /// Records that a block was written or dropped, and releases the reference `file`.
     void mark_done(output_ref file, u32 block_index, direction mode);
-    /// Records that a small file was written or dropped.
-    void mark_file_done() { files_in_flight_.leave(); }
-    /// Records that a worker could not read a small file.
-    void count_unread_file() { ++unread_files_; }
-    /// Returns the number of small files that could not be read so far.
-    u32 unread_files() const { return unread_files_; }
-    /// Waits until all submitted blocks and small files are written or dropped.
-    void wait_for_blocks();
     /// Queues the small files submitted so far, without waiting for more of them.
     void flush_files();
+    /// Waits until all submitted small files are written or dropped.
+    void wait_for_files();
+    /// Waits until all submitted blocks and small files are written or dropped.
+    void wait_for_blocks();
 
     const allocator& source;
     const u32 thread_count;
@@ -115,20 +113,17 @@ class engine {
     job_queue<write_job> writes;
 
   private:
-    /// Maximum number of small files that a worker gets at a time.  Each has two open files, and
-    /// there are up to 2n + 1 groups of them with n workers (at work, queued, being collected), so
-    /// at most 256 files are open.
-    u32 files_per_job() const { return std::clamp(128 / (2 * thread_count + 1), 1U, 16U); }
+    status fail_to_write(const block_job& job, int cause, bool on_worker);
 
     const observer watcher_;
-    scratch memory_; // for a driver without workers
+    const u32 files_per_job_; // maximum number of small files that a worker gets at a time
+    scratch memory_;          // for a driver without workers
     block_counter in_flight_;
     block_counter files_in_flight_;
     // The small files being collected for a worker; used by the driver only.
-    object_array<small_file> files_;
+    object_array<block_job> files_;
     u32 file_count_ = 0;
     u32 file_bytes_ = 0;
-    std::atomic<u32> unread_files_{0};
     std::atomic<u32> thread_failures_{0};
     std::atomic<status> first_failure_{status::done};
 };

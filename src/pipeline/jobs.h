@@ -10,21 +10,8 @@
 
 namespace quarnex {
 
-/// A file of at most one block that a worker takes from reading to closing.
-struct small_file {
-    output_ref out_file;
-    direction mode = direction::compress;
-    bool classifies = false;    // when compressing: the file type selects the filter
-    file_parameters parameters; // of the file
-    u32 block_count = 0;        // 1, or 0 if the file is empty
-    system_file source;         // open; when decompressing, already read
-    block_buffer payload;       // when decompressing
-    u32 size = 0;               // of the source or the payload
-    u32 length = 0;             // of the block, when decompressing
-};
-
-/// One block to be coded, or some small files.  A job without `out_file` is the sentinel that ends
-/// a worker; no damaged header can produce one.
+/// One block to be coded, or some small files.  A job with neither is the sentinel that ends a
+/// worker; no damaged header can produce one.
 struct block_job {
     codec_job codec;
     direction mode = direction::compress;
@@ -38,9 +25,9 @@ struct block_job {
     /// The file header to be written before the record, if `has_header`.
     std::array<u8, file_header_bytes> header{};
     bool has_header = false;
-    /// Small files to be processed; then `out_file` is that of the first one, and the members above
-    /// are otherwise unused.
-    object_array<small_file> files;
+    /// Small files, each of one block, to be coded, written and closed by one worker.  All other
+    /// members are unused then.
+    object_array<block_job> files;
     u32 file_count = 0; // how many of `files` are used, from the first; 0 for a block
 
     /// Copies the parameters that all blocks of a file share.

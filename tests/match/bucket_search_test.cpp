@@ -140,6 +140,25 @@ TEST(search_pairs, finds_the_same_tokens_in_a_table_with_entries_of_earlier_bloc
     }
 }
 
+TEST(search_pairs, entries_that_would_exceed_32_bits_are_cleared_before)
+{
+    const search_bits bits{12, 1};
+    const bytes block = test::find_shape("text").make(1000, 3);
+    for (u32 below = 0; below < 20; ++below) {
+        scratch used(system_allocator);
+        const u32 highest = UINT32_MAX - static_cast<u32>(block.size()) - below;
+        {
+            table_memory left(used, (usize{1} << 12) + 1, 0, table_start::rising);
+            std::fill_n(left.get(), (usize{1} << 12) + 1, highest);
+            left.mark_highest(highest);
+        }
+        const auto search = search_pairs<0, test::token_recorder<1>>;
+        const auto expected = tokens_of<1>(search, block, bits);
+        EXPECT_EQ(tokens_of<1>(search, block, bits, used), expected) << below;
+        EXPECT_EQ(tokens_of<1>(search, block, bits, used), expected) << below << ", second block";
+    }
+}
+
 TEST(search_pairs, a_long_block_after_a_short_one_starts_with_zeros)
 {
     const auto search = search_pairs<0, test::token_recorder<1>>;

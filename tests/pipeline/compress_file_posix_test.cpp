@@ -11,15 +11,8 @@ TEST_P(compress_driver, a_source_that_cannot_be_read_is_reported_and_fails)
 {
     std::filesystem::create_directory(dir / "in");
     write_file(dir / "in/entry", {}); // gives the directory a size
-    const driver_run run = run_from(dir / "in");
-    EXPECT_EQ(run.first_failure, status::read_failed);
-    EXPECT_EQ(run.thread_failures, 0U) << "not a failure of the worker";
-    EXPECT_EQ(run.unread_files, has_workers() ? 1U : 0U);
-    if (!has_workers()) {
-        EXPECT_EQ(run.result, status::read_failed);
-    }
-    const recorded_event reported = expect_event(event_kind::source_unread);
-    EXPECT_EQ(reported.on_worker, has_workers());
+    const recorded_event reported =
+        expect_driver_failure(run_from(dir / "in"), event_kind::source_unread, status::read_failed);
     EXPECT_EQ(reported.name, dir / "in");
     EXPECT_EQ(reported.cause, EISDIR);
 }

@@ -1,4 +1,3 @@
-#include "pipeline/driver_file.h"
 #include "support/driver_runs.h"
 #include "support/qrx_file.h"
 
@@ -9,6 +8,12 @@ namespace {
 
 /// Compresses and restores many small files, and one that is a byte too large to be small.
 class small_files : public driver_fixture {
+  public:
+    std::string name(const char* stem, usize i) const
+    {
+        return dir / std::string(stem).append(std::to_string(i));
+    }
+
   protected:
     void plant()
     {
@@ -21,11 +26,6 @@ class small_files : public driver_fixture {
         sources.push_back(find_shape("random").make(max_small_file, 1)); // stored
         sources.push_back(bytes(max_small_file, 'r'));
         for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
-    }
-
-    std::string name(const char* stem, usize i) const
-    {
-        return dir / std::string(stem).append(std::to_string(i));
     }
 
     void compress_all(engine& work, const char* to)
@@ -118,65 +118,85 @@ TEST_P(small_files, with_short_payloads_are_reported_as_decoded_and_padded)
     EXPECT_EQ(read_file(dir / "out"), expected);
 }
 
-TEST(small_file, that_shrinks_before_it_is_read_is_reported)
+TEST_P(small_files, are_written_before_the_failure_of_a_later_file_is_reported)
 {
-    const temp_dir dir;
-    event_recorder recorder;
-    write_file(dir / "in", to_bytes("abc"));
-    engine work(system_allocator, 1, recorder.watcher()); // no threads: the test is the worker
-    const std::string source = dir / "in";
+    sources = std::vector<bytes>(3, to_bytes("some text"));
+    for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
+    struct seen {
+        const small_files& files;
+        usize written = 0;
+    } context{*this};
+    const auto count_written = [](void* self, const event& /*happened*/) {
+        auto& found = *static_cast<seen*>(self);
+        for (usize i = 0; i < 3; ++i)
+            found.written += parse_qrx(read_file(found.files.name("c", i))) ? 1 : 0;
+    };
+    engine work(system_allocator, GetParam(), {.tell = count_written, .context = &context});
+    const engine_threads threads(work);
+    compress_all(work, "c");
+    const std::string missing = dir / "missing";
     const std::string out = dir / "out";
-    EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters), status::done);
-    EXPECT_TRUE(read_file(out).empty()) << "created by the driver, written by the worker";
-    work.flush_files();
-    block_job job = work.jobs.dequeue();
-    ASSERT_EQ(job.file_count, 1U);
-    std::filesystem::resize_file(source, 1);
-    scratch memory(system_allocator);
-    run_small_file(work, memory, job.files[0]);
-    work.wait_for_blocks();
-    const auto reported = recorder.take();
-    ASSERT_EQ(reported.size(), 1U);
-    EXPECT_EQ(reported[0].kind, event_kind::source_shrank);
-    EXPECT_TRUE(reported[0].on_worker);
-    const auto written = parse_qrx(read_file(out));
-    ASSERT_TRUE(written);
-    EXPECT_EQ(written->header.original_size, 3U) << "the size when it was opened";
-    ASSERT_EQ(written->records.size(), 1U);
-    EXPECT_EQ(written->records[0].payload, to_bytes("a"));
-    EXPECT_EQ(work.first_failure(), status::done);
+    EXPECT_EQ(compress_file(work, {missing.c_str(), out.c_str()}, quick_parameters),
+              status::source_unopened);
+    EXPECT_EQ(context.written, 3U);
 }
 
-TEST(small_file, goes_to_the_workers_together_with_others)
-{
+/// Compresses small files with an engine without threads: the test is the worker.
+class small_file_jobs : public testing::Test {
+  protected:
+    void submit(const std::string& out)
+    {
+        const std::string source = dir / "in";
+        const std::string destination = dir / out;
+        EXPECT_EQ(compress_file(work, {source.c_str(), destination.c_str()}, quick_parameters),
+                  status::done);
+    }
+
+    void finish(block_job job)
+    {
+        scratch memory(system_allocator);
+        for (u32 i = 0; i < job.file_count; ++i) work.run_file(memory, job.files[i]);
+    }
+
+    const time_guard guard;
     const temp_dir dir;
+    engine work{system_allocator, 2, {}};
+};
+
+TEST_F(small_file_jobs, are_read_and_created_by_the_driver_and_written_by_the_worker)
+{
     write_file(dir / "in", to_bytes("abc"));
-    engine work(system_allocator, 2, {});
-    const std::string source = dir / "in";
-    for (int i = 0; i < 16; ++i) {
-        const std::string out = dir / std::to_string(i);
-        EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters),
-                  status::done);
-    }
-    const block_job job = work.jobs.dequeue();
+    submit("out");
+    EXPECT_TRUE(read_file(dir / "out").empty());
+    std::filesystem::remove(dir / "in");
+    work.flush_files();
+    finish(work.jobs.dequeue());
+    work.wait_for_blocks();
+    const auto written = parse_qrx(read_file(dir / "out"));
+    ASSERT_TRUE(written);
+    ASSERT_EQ(written->records.size(), 1U);
+    EXPECT_EQ(written->records[0].payload, to_bytes("abc"));
+}
+
+TEST_F(small_file_jobs, have_up_to_16_files)
+{
+    write_file(dir / "in", to_bytes("abc"));
+    for (int i = 0; i < 16; ++i) submit(std::to_string(i));
+    block_job job = work.jobs.dequeue();
     EXPECT_EQ(job.file_count, 16U);
-    for (u32 i = 0; i < job.file_count; ++i) work.mark_file_done();
+    finish(std::move(job));
     work.wait_for_blocks();
 }
 
-TEST(small_file, does_not_wait_for_others_once_they_have_enough_bytes)
+TEST_F(small_file_jobs, do_not_wait_for_more_once_they_have_enough_bytes)
 {
-    const temp_dir dir;
     write_file(dir / "in", bytes(max_small_file / 2));
-    engine work(system_allocator, 2, {});
-    const std::string source = dir / "in";
-    for (const char* const name : {"a", "b"}) {
-        const std::string out = dir / name;
-        EXPECT_EQ(compress_file(work, {source.c_str(), out.c_str()}, quick_parameters),
-                  status::done);
-    }
-    EXPECT_EQ(work.jobs.dequeue().file_count, 2U);
-    for (int i = 0; i < 2; ++i) work.mark_file_done();
+    submit("a");
+    submit("b");
+    block_job job = work.jobs.dequeue();
+    EXPECT_EQ(job.file_count, 2U);
+    finish(std::move(job));
+    work.wait_for_blocks();
 }
 
 // What the observer is asked and told about destinations

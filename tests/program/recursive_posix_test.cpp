@@ -2,8 +2,11 @@
 #include "program/recursive_fixture.h"
 #include "support/limits.h"
 #include "support/named_pipe.h"
+#include "support/qrx_file.h"
 
+#include <cstdlib>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quarnex::test {
@@ -27,6 +30,34 @@ TEST_P(recursive, the_last_of_two_files_for_one_linked_destination_is_complete)
     link("m", "out/t/l");
     expect_silent_success(compress({"t"}));
     EXPECT_TRUE(holds("out/t/m/x.qrx", get("t/m/x")));
+}
+
+TEST_P(recursive, a_source_that_is_the_destination_of_the_next_is_read_before)
+{
+    plant("t/a", random_data(3000));
+    plant("t/b", random_data(1000, 2));
+    plant_all({"out/t/"});
+    std::filesystem::create_hard_link(dir / "t/a", dir / "out/t/b.qrx");
+    const bytes first = get("t/a");
+    expect_silent_success(compress({"t"}));
+    EXPECT_TRUE(holds("out/t/a.qrx", first));
+    EXPECT_TRUE(holds("out/t/b.qrx", get("t/b")));
+}
+
+TEST_P(recursive, a_pipe_is_opened_after_earlier_files_are_written)
+{
+    plant_all({"t/a", "t/b", "out/t/"});
+    ASSERT_EQ(mkfifo((dir / "out/t/a.qrx").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((dir / "out/t/b.qrx").c_str(), 0600), 0);
+    settings.timeout_seconds = 20;
+    const std::string pipes = dir / "out/t/";
+    const std::string read_in_turn = "timeout 20 sh -c 'cat " + pipes + "a.qrx >" + pipes +
+                                     "first; cat " + pipes + "b.qrx >" + pipes + "second'";
+    std::thread reader([&] { EXPECT_EQ(std::system(read_in_turn.c_str()), 0); });
+    expect_silent_success(compress({"t"}));
+    reader.join();
+    EXPECT_TRUE(parse_qrx(get("out/t/first")));
+    EXPECT_TRUE(parse_qrx(get("out/t/second")));
 }
 
 TEST_P(recursive, entries_that_are_neither_file_nor_directory_are_skipped)

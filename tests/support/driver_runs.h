@@ -16,7 +16,6 @@ namespace quarnex::test {
 struct driver_run {
     status result = status::done;
     u32 thread_failures = 0;
-    u32 unread_files = 0;
     status first_failure = status::done;
 };
 
@@ -33,7 +32,6 @@ driver_run run_driver(u32 workers, event_recorder& recorder, Driver driver,
         run.result = driver(work);
     }
     run.thread_failures = work.thread_failures();
-    run.unread_files = work.unread_files();
     run.first_failure = work.first_failure();
     return run;
 }

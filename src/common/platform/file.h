@@ -64,6 +64,9 @@ class system_file {
     int descriptor_ = no_file;
 };
 
+/// Returns how many files the process may have open.
+u32 max_open_files();
+
 /// Tests whether rename_file() may give a file this name: nothing, a regular file, or a link to one
 /// of these has it.  Returns 0; EEXIST for a directory, a device or a link to one; or another errno
 /// if no file can have the name.

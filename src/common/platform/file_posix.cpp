@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
+#include <limits.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -117,6 +119,13 @@ int system_file::close()
 {
     if (!is_open()) return 0;
     return ::close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
+}
+
+u32 max_open_files()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return _POSIX_OPEN_MAX;
+    return static_cast<u32>(std::min<rlim_t>(limit.rlim_cur, UINT32_MAX));
 }
 
 int check_replaceable(const char* name)

@@ -95,6 +95,11 @@ int system_file::close()
     return _close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
 }
 
+u32 max_open_files()
+{
+    return 8192; // of the C runtime
+}
+
 int check_replaceable(const char* name)
 {
     if (name[0] == 0) return ENOENT;
