@@ -25,9 +25,9 @@ void encode_step(range_encoder& encoder, m5_step step)
 class group_coder {
   public:
     /// Steps in a group.
-    static constexpr u32 group = 3;
+    static constexpr i32 group = 3;
     /// Bytes of the stream that must precede a group.
-    static constexpr u32 tail_bytes = sizeof(u64);
+    static constexpr i32 tail_bytes = sizeof(u64);
 
     explicit group_coder(const range_encoder& encoder)
         : out_(encoder.out),
