@@ -26,6 +26,15 @@ TEST_P(compress_driver, a_header_that_cannot_be_written_is_reported_and_fails)
     EXPECT_EQ(reported.cause, ENOSPC);
 }
 
+TEST_P(compress_driver, a_small_file_that_cannot_be_written_is_reported_and_fails)
+{
+    std::filesystem::create_symlink("/dev/full", dir / "out.qrx");
+    const recorded_event reported = expect_failure(
+        run(to_bytes("some text")), event_kind::destination_unwritten, status::write_failed);
+    EXPECT_EQ(reported.name, dir / "out.qrx");
+    EXPECT_EQ(reported.cause, ENOSPC);
+}
+
 TEST_P(compress_driver, a_partly_written_record_is_reported_and_fails)
 {
     const bytes content = find_shape("random").make(3 * mib, 5);

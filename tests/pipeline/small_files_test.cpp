@@ -83,28 +83,6 @@ TEST_P(small_files, are_written_when_all_blocks_are_waited_for)
     EXPECT_TRUE(parse_qrx(read_file(name("c", 0))));
 }
 
-TEST_P(small_files, that_cannot_be_written_fail_one_by_one)
-{
-    sources = std::vector<bytes>(4, to_bytes("some text"));
-    for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
-    std::filesystem::create_symlink("/dev/full", name("c", 2));
-    std::vector<status> results;
-    const driver_run run = run_driver(GetParam(), recorder, [&](engine& work) {
-        for (usize i = 0; i < sources.size(); ++i) {
-            results.push_back(compress_file(work, {name("in", i).c_str(), name("c", i).c_str()},
-                                            quick_parameters));
-        }
-        return results[2];
-    });
-    const recorded_event reported =
-        expect_failure(run, event_kind::destination_unwritten, status::write_failed);
-    EXPECT_EQ(reported.name, name("c", 2));
-    for (const usize i : {0U, 1U, 3U}) {
-        EXPECT_EQ(results[i], status::done);
-        EXPECT_TRUE(parse_qrx(read_file(name("c", i)))) << i;
-    }
-}
-
 TEST_P(small_files, with_short_payloads_are_reported_as_decoded_and_padded)
 {
     const qrx_file file{{.original_size = 1000}, {{0, m1_run_payload('q', 900)}}};
