@@ -39,8 +39,8 @@ class MemoryTest(ToolTest):
         self.assertEqual(status, 0)
         return usage.ru_maxrss / 1024
 
-    def put_noise(self, blocks):
-        self.put("noise", random.Random(1).randbytes(blocks * 32 * MIB))
+    def put_noise(self, blocks, block_size=32 * MIB):
+        self.put("noise", random.Random(1).randbytes(blocks * block_size))
         for name in ("packed", "restored"):
             (self.dir / name).mkdir(exist_ok=True)
 
@@ -51,19 +51,24 @@ class MemoryTest(ToolTest):
     def test_every_level_is_in_the_table(self):
         self.assertEqual(sorted(table_of_readme()), list(range(10)))
 
-    def test_levels_0_to_7_with_two_workers(self):
-        self.put_noise(7)
-        for level in range(8):
+    def check_levels(self, levels, workers):
+        for level in levels:
             with self.subTest(level=level):
-                measured = self.peak(f"-1{level}", "-p2", "noise", "packed")
-                self.assert_close(measured, table_of_readme()[level][1], f"level {level}")
+                measured = self.peak(f"-1{level}", f"-p{workers}", "noise", "packed")
+                expected = table_of_readme()[level][workers - 1]
+                self.assert_close(measured, expected, f"level {level}")
+
+    def test_levels_0_to_3_with_two_workers(self):
+        self.put_noise(7)
+        self.check_levels(range(4), workers=2)
+
+    def test_levels_4_to_7_with_two_workers(self):
+        self.put_noise(7, 16 * MIB)
+        self.check_levels(range(4, 8), workers=2)
 
     def test_levels_8_and_9_with_one_worker(self):
         self.put_noise(3)
-        for level in (8, 9):
-            with self.subTest(level=level):
-                measured = self.peak(f"-1{level}", "-p1", "noise", "packed")
-                self.assert_close(measured, table_of_readme()[level][0], f"level {level}")
+        self.check_levels((8, 9), workers=1)
 
     def test_restoring(self):
         self.put_noise(7)
