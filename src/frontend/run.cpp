@@ -95,10 +95,10 @@ bool may_replace(void* context, const char* source, const char* destination)
     const auto existing = find_status(destination);
     if (!existing) return true;
     if (is_same_file(source, existing->identity)) return false;
-    // A file of this run is replaced only once it is written.  Opening a pipe can wait for a reader
-    // who first wants an earlier file.
-    if (existing->kind != file_kind::regular || run->created.contains(existing->identity))
-        run->pipeline->wait_for_blocks();
+    // Opening a pipe can wait for a reader who first wants an earlier file.
+    if (existing->kind != file_kind::regular) run->pipeline->flush_files();
+    // A file of this run is replaced only once it is written.
+    if (run->created.contains(existing->identity)) run->pipeline->wait_for_blocks();
     return true;
 }
 

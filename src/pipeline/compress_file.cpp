@@ -46,7 +46,7 @@ usize buffer_bytes(u64 length)
 
 status compression::read_block(block_job& job, u32 length)
 {
-    job.in_alloc = file.pipeline().buffers.take(job.buffer_bytes);
+    job.in_alloc = file.pipeline().pool_for(job.buffer_bytes).take(job.buffer_bytes);
     if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
     u8* const block = job.in_alloc.get();
     const read_result got = file.source().read(block, length);
@@ -92,10 +92,10 @@ status compression::write_header(block_job& first)
 status compression::submit(block_job job)
 {
     engine& pipeline = file.pipeline();
-    if (block_count <= 1 && pipeline.submit_file(job)) return status::done;
     if (job.has_header && pipeline.has_workers()) {
         if (const status written = write_header(job); written != status::done) return written;
     }
+    if (block_count <= 1 && pipeline.submit_file(job)) return status::done;
     return pipeline.submit(std::move(job));
 }
 

@@ -51,7 +51,8 @@ status decompression::read_payload(block_job& job, u32 size)
     if (size <= source_left()) { // a larger size is damage: allocate nothing
         // A payload of more than half a block takes a buffer that a block can take afterwards.
         const usize room = size > job.buffer_bytes / 2 ? job.buffer_bytes : size;
-        job.in_alloc = file.pipeline().buffers.take(std::max<usize>(size, room));
+        const usize wanted = std::max<usize>(size, room);
+        job.in_alloc = file.pipeline().pool_for(wanted).take(wanted);
         if (!job.in_alloc) return file.fail(event_kind::no_memory, status::no_memory);
         got = file.source().read(job.in_alloc.get(), size);
     }

@@ -1,5 +1,7 @@
 #include "pipeline/driver_file.h"
 
+#include <cerrno>
+
 namespace quarnex {
 
 void driver_file::tell(event happened) const
@@ -30,7 +32,11 @@ status driver_file::fail_to_write(int cause)
 
 status driver_file::open_source()
 {
-    const int error = source_.open(names_.source);
+    int error = source_.open(names_.source);
+    if (error == EMFILE) { // files in flight are open
+        engine_.wait_for_blocks();
+        error = source_.open(names_.source);
+    }
     if (error == 0) return status::done;
     return fail({.kind = event_kind::source_unopened, .cause = error}, status::source_unopened);
 }
@@ -41,6 +47,10 @@ status driver_file::create_destination()
     if (!destination_) return fail(event_kind::no_memory, status::no_memory);
     system_file& file = destination_->file;
     int error = file.create_new(names_.destination);
+    if (error == EMFILE) {
+        engine_.wait_for_blocks();
+        error = file.create_new(names_.destination);
+    }
     if (error != 0) {
         if (!engine_.may_replace(names_.source, names_.destination)) {
             destination_ = {};

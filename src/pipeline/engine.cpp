@@ -21,7 +21,8 @@ u32 files_per_job(u32 workers)
 engine::engine(const allocator& memory_source, u32 workers, const observer& watcher)
     : source(memory_source), thread_count(std::min(workers, max_workers)),
       buffers(memory_source, max_buffers(thread_count), max_buffers(thread_count)),
-      jobs(std::max(thread_count, 1U)), writes(std::max(thread_count, 1U)), watcher_(watcher),
+      small_buffers_(memory_source, 0), jobs(std::max(thread_count, 1U)),
+      writes(std::max(thread_count, 1U)), watcher_(watcher),
       files_per_job_(files_per_job(thread_count)), memory_(memory_source)
 {
 }
@@ -51,6 +52,7 @@ status engine::submit(block_job job)
 {
     if (!has_workers()) return code_and_write(memory_, job, false);
     if (job.mode == direction::compress) job.out_file->window.wait_to_enter(job.block_index);
+    flush_files(); // they need not wait for a large file
     in_flight_.enter();
     jobs.enqueue(std::move(job));
     return status::done;
@@ -58,7 +60,8 @@ status engine::submit(block_job job)
 
 bool engine::submit_file(block_job& job)
 {
-    const bool is_small = std::max(job.codec.in_len, job.codec.out_len) <= max_small_file;
+    const bool is_small = std::max(job.codec.in_len, job.codec.out_len) <= max_small_file &&
+                          job.buffer_bytes < buffer_pool::min_pooled_bytes;
     if (!has_workers() || !is_small) return false;
     if (files_.size() == 0 && !files_.make(source, files_per_job_)) return false;
     files_in_flight_.enter();
@@ -124,7 +127,7 @@ status engine::code_and_write(scratch& memory, block_job& job, bool on_worker)
 
 status engine::code(scratch& memory, block_job& job, write_job& finished, bool on_worker)
 {
-    const block_result result = code_block(buffers, memory, job, finished);
+    const block_result result = code_block(pool_for(job.buffer_bytes), memory, job, finished);
     if (result.status != block_status::done && job.has_header) {
         // The observer may end the process: leave the file as if the header had been written first.
         const int error = job.out_file->file.write(job.header.data(), job.header.size());

@@ -24,7 +24,8 @@ inline constexpr u32 max_workers = 16;
 
 /// A file of one block of up to this many bytes is small.  Its buffers are too small to be pooled.
 inline constexpr u32 max_small_file = (u32{256} << 10) - (u32{16} << 10);
-static_assert(max_small_file + in_slack + file_header_bytes < buffer_pool::min_pooled_bytes);
+static_assert(max_small_file + in_slack + file_header_bytes + record_head_bytes <
+              buffer_pool::min_pooled_bytes);
 
 /// Maximum number of blocks in memory: one for each worker, one being read and one being written.
 /// A block that is being coded has two buffers, others have one.
@@ -106,9 +107,21 @@ class engine {
     /// Waits until all submitted blocks and small files are written or dropped.
     void wait_for_blocks();
 
+    /// Returns the pool for a buffer of `size` bytes.  Small buffers don't count among those of
+    /// blocks, and so don't replace idle ones.
+    buffer_pool& pool_for(usize size)
+    {
+        return size < buffer_pool::min_pooled_bytes ? small_buffers_ : buffers;
+    }
+
     const allocator& source;
     const u32 thread_count;
     buffer_pool buffers; // declared before the queues, so that it outlives their buffers
+
+  private:
+    buffer_pool small_buffers_;
+
+  public:
     job_queue<block_job> jobs;
     job_queue<write_job> writes;
 

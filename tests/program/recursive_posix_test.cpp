@@ -60,6 +60,27 @@ TEST_P(recursive, a_pipe_is_opened_after_earlier_files_are_written)
     EXPECT_TRUE(parse_qrx(get("out/t/second")));
 }
 
+TEST_P(recursive, two_pipes_can_be_opened_before_either_is_read)
+{
+    if (std::string(GetParam()) == "-p0")
+        GTEST_SKIP() << "without workers, the first is written before the second is opened";
+    plant("t/a", random_data(200000)); // more than a pipe holds
+    plant("t/b", random_data(200000, 2));
+    plant_all({"out/t/"});
+    ASSERT_EQ(mkfifo((dir / "out/t/a.qrx").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((dir / "out/t/b.qrx").c_str(), 0600), 0);
+    settings.timeout_seconds = 20;
+    const std::string pipes = dir / "out/t/";
+    const std::string read_both = "timeout 20 sh -c 'exec 3<" + pipes + "a.qrx 4<" + pipes +
+                                  "b.qrx; cat <&3 >" + pipes + "first; cat <&4 >" + pipes +
+                                  "second'";
+    std::thread reader([&] { EXPECT_EQ(std::system(read_both.c_str()), 0); });
+    expect_silent_success(compress({"t"}));
+    reader.join();
+    EXPECT_TRUE(parse_qrx(get("out/t/first")));
+    EXPECT_TRUE(parse_qrx(get("out/t/second")));
+}
+
 TEST_P(recursive, entries_that_are_neither_file_nor_directory_are_skipped)
 {
     plant_all({"mydir/x"});
