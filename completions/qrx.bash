@@ -28,7 +28,7 @@ _qrx_options()
     case $1 in
     compress | decompress)
         echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
-            --recursive -r --block-size -b --no-seal --verify "$resources" --version -V ;;
+            --recursive -r --block-size -b --like --no-seal --verify "$resources" --version -V ;;
     test) echo --recursive -r "$resources" ;;
     list) echo --recursive -r ;;
     info) echo --recursive -r --test "$resources" ;;
@@ -48,6 +48,7 @@ _qrx()
     command=$(_qrx_command)
     case $last in
     --directory | -C) _filedir -d && return ;;
+    --like) _filedir qrx && return ;;
     --output | -o | --against | --plot) _filedir && return ;;
     --threads | -T | --memory-limit | --block-size | -b | --range | --pieces | -n | --blocks | --cells | --seconds)
         return ;;

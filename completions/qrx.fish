@@ -60,6 +60,7 @@ for preset in (seq 9)
     complete $main -s $preset -d 'preset, from 1 (fast) to 9 (small)'
 end
 complete $all -n '__qrx_uses main split' -l no-seal -d 'write no checksum (seal)'
+complete $main -l like -x -a '(__qrx_packed_files)' -d 'use the parameters of this .qrx file'
 complete $all -n '__qrx_uses main bench' -s b -l block-size -x -d 'block size in MiB, 1 to 2047'
 
 complete -c qrx -n '__qrx_uses info' -l test -d 'decode all blocks, and mark damaged ones in the map'

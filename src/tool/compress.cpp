@@ -7,6 +7,7 @@
 #include "tool/targets.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 namespace tool {
@@ -15,10 +16,44 @@ namespace {
 /// Bytes at the start of a file that determine its type.
 constexpr size_t sample_bytes = size_t{1} << 20;
 
+/// Bytes of the header of a .qrx file.
+constexpr size_t header_bytes = 32;
+
+/// Reads the parameters from the header of an existing .qrx file (--like).  Reports failures and
+/// returns the exit status.
+int read_like(const session& run, qrx_params& params)
+{
+    const path& name = run.settings.like;
+    const auto fail = [&](const std::string& text, int status) {
+        run.messages.error(name, text);
+        return status;
+    };
+    input_file file;
+    std::array<char, header_bytes> header{};
+    size_t got = 0;
+    int error = file.open(name);
+    if (error == 0) error = file.read(header.data(), header.size(), got);
+    if (error != 0) return fail(system_error_text(error), exit_failed);
+    observer watcher;
+    const qrx_options library = library_options(watcher, 0, 0);
+    qrx_reader* made = nullptr;
+    const qrx_status result = qrx_reader_open_memory(&made, header.data(), got, &library);
+    const reader_ptr reader(made);
+    if (result != QRX_OK) return fail(failure_text(result, watcher), exit_status_of(result));
+    qrx_reader_params(made, &params);
+    qrx_params settled = params;
+    // A damaged header can hold values that no encoder writes.
+    if (qrx_params_settle(&settled) != QRX_OK || settled.block_mib != params.block_mib)
+        return fail("its header has parameters that can't be used", exit_damaged);
+    params = settled;
+    return exit_good;
+}
+
 class compression {
   public:
-    compression(const session& run, const work_item& item, codec_cache& codecs)
-        : run_(run), item_(item), codecs_(codecs)
+    compression(const session& run, const work_item& item, const qrx_params& params,
+                codec_cache& codecs)
+        : run_(run), item_(item), codecs_(codecs), params_(params)
     {
     }
 
@@ -103,17 +138,20 @@ class compression {
 
     int compress()
     {
-        params_ = run_.settings.params;
-        if (qrx_params_settle(&params_) != QRX_OK) return exit_internal;
         const uint32_t threads = choose_threads(run_, item_.source, params_, qrx_compress_memory);
         const int status = read_start();
         if (status != exit_good) return status;
-        const std::string name = is_stdio(item_.source) ? "" : to_text(item_.source.filename());
-        qrx_params_for_type(&params_, start_.get(), std::min(start_size_, sample_bytes),
-                            name.c_str());
+        if (run_.settings.like.empty()) detect_type();
         run_.progress.start(item_.source, size_ == QRX_UNKNOWN_SIZE ? 0 : size_);
         watcher_.progress = &run_.progress;
         return open_writer(threads);
+    }
+
+    void detect_type()
+    {
+        const std::string name = is_stdio(item_.source) ? "" : to_text(item_.source.filename());
+        qrx_params_for_type(&params_, start_.get(), std::min(start_size_, sample_bytes),
+                            name.c_str());
     }
 
     /// Standard output is spooled to a temporary file if it has to be read back, or if the size of
@@ -294,7 +332,7 @@ class compression {
     counted_output counter_;
     observer watcher_;
     writer_ptr writer_;
-    qrx_params params_{};
+    qrx_params params_; // settled
     bool replaces_ = false;
     uint64_t size_ = 0;
     std::unique_ptr<char[]> start_;
@@ -305,9 +343,15 @@ class compression {
 
 int run_compress(const session& run)
 {
+    qrx_params params = run.settings.params;
+    if (!run.settings.like.empty()) {
+        const int status = read_like(run, params);
+        if (status != exit_good) return status;
+    }
+    if (qrx_params_settle(&params) != QRX_OK) return exit_internal;
     codec_cache codecs(run.settings.memory_limit);
     return for_each_item(run, renaming::add_suffix, [&](const work_item& item) {
-        return compression(run, item, codecs).run();
+        return compression(run, item, params, codecs).run();
     });
 }
 

@@ -54,10 +54,10 @@ bool has_value(char letter)
 /// Whether the value of the last option in a word is the next word.
 bool expects_value(const std::string& word)
 {
-    constexpr std::array<std::string_view, 13> options{
+    constexpr std::array<std::string_view, 14> options{
         "--output",  "--directory",    "--level",   "--block-size", "--threads",
         "--range",   "--memory-limit", "--against", "--pieces",     "--blocks",
-        "--seconds", "--cells",        "--plot"};
+        "--seconds", "--cells",        "--plot",    "--like"};
     if (word.size() < 2 || word[0] != '-') return false;
     if (word[1] == '-') return std::find(options.begin(), options.end(), word) != options.end();
     return std::find_if(word.begin(), word.end(), has_value) == word.end() - 1;
@@ -241,6 +241,7 @@ class command_line {
             ->type_name("N");
         add_number("-b,--block-size", settings_.params.block_mib,
                    "block size in MiB, 1 to 2047 (default 32)", 1, 2047);
+        add_path("--like", settings_.like, "use the parameters of this .qrx file");
         add_flag("--no-seal", "write no checksum (seal)", [this] { settings_.seals = false; });
     }
 
@@ -342,9 +343,20 @@ class command_line {
         refuse(settings_.to_stdout && settings_.verifies && settings_.what == command::decompress,
                "--verify needs an output file to read back");
         refuse(settings_.what == command::join && settings_.output.empty(), "join needs -o FILE");
+        check_like(refuse);
     }
 
   private:
+    template <class Refuse>
+    void check_like(Refuse refuse) const
+    {
+        if (settings_.like.empty()) return;
+        refuse(settings_.what != command::compress, "--like applies only to compression");
+        refuse(is_stdio(settings_.like), "--like takes the name of a file, not -");
+        refuse(app_.count("--level") != 0, "--like excludes presets and --level");
+        refuse(app_.count("--block-size") != 0, "--like excludes -b");
+    }
+
     template <class Action>
     void add_flag(const char* names, const char* text, Action action)
     {

@@ -56,6 +56,7 @@ struct options {
 
     // compression and resources
     qrx_params params{};
+    path like;            // a .qrx file whose parameters replace `params`
     uint32_t threads = 0; // 0: as many as processors
     uint64_t memory_limit = 0;
     bool seals = true;

@@ -1,4 +1,4 @@
-"""Tests split and join, also with GNU Parallel."""
+"""Tests split, join and --like, also with GNU Parallel."""
 
 import os
 import shutil
@@ -274,6 +274,107 @@ class SplitTest(ToolTest):
         self.shell("parallel --will-cite -j2 --pipepart -a big --block 2M --recend '' "
                    "'qrx -q -b1 > part.{#}.qrx' && qrx join --verify -o big.qrx part.?.qrx")
         self.assertEqual(self.get("big.qrx"), self.sealed)
+
+
+class LikeTest(ToolTest):
+    """--like: the parameters of an existing file."""
+
+    def setUp(self):
+        super().setUp()
+        self.put("more", long_text(MIB + 1000, 9))
+
+    def parameters(self, name):
+        header = self.get(name)[:32]
+        return header[12:28]
+
+    def test_all_parameters_are_those_of_the_file(self):
+        # The name selects the filter for x86 code, and text would select other context bits.
+        self.put("a.exe", random_bytes(2 * MIB))
+        self.qrx("-q", "-44", "-b1", "a.exe")
+        self.qrx("-q", "--like", "a.exe.qrx", "more")
+        self.qrx("-q", "-44", "-b1", "-o", "own.qrx", "more")
+        self.assertEqual(self.parameters("more.qrx"), self.parameters("a.exe.qrx"))
+        self.assertNotEqual(self.parameters("more.qrx"), self.parameters("own.qrx"))
+        self.assertEqual(self.original(self.get("more.qrx")), self.get("more"))
+
+    def test_table_sizes_are_those_of_the_file(self):
+        like = bytearray(self.compressed(b"", "-33"))
+        like[20:28] = (12).to_bytes(4, "little") + (3).to_bytes(4, "little")
+        self.put("like.qrx", like)
+        self.qrx("-q", "--like=like.qrx", "more")
+        self.assertEqual(self.parameters("more.qrx"), bytes(like[12:28]))
+        self.assertEqual(self.original(self.get("more.qrx")), self.get("more"))
+
+    def test_append_to_a_file(self):
+        whole = random_bytes(MIB) + self.get("more")
+        self.put("whole.exe", whole)
+        self.put("start.exe", whole[:MIB])
+        self.qrx("-q", "-b1", "start.exe", "whole.exe")
+        self.qrx("-q", "-b1", "-o", "other.qrx", "more")
+        done = self.qrx("join", "-o", "all.qrx", "start.exe.qrx", "other.qrx", status=1)
+        self.assertIn(b"doesn't belong to start.exe.qrx: the filter is 0, not 1", done.stderr)
+        self.qrx("-q", "--like", "start.exe.qrx", "more")
+        self.qrx("join", "-o", "all.qrx", "start.exe.qrx", "more.qrx")
+        self.assertEqual(self.get("all.qrx"), self.get("whole.exe.qrx"))
+
+    def test_standard_input(self):
+        self.put("a.exe", random_bytes(1000))
+        self.qrx("-q", "-25", "-b1", "a.exe")
+        self.put("made.qrx", self.qrx("-cq", "--like", "a.exe.qrx", stdin=self.get("more")).stdout)
+        self.assertEqual(self.parameters("made.qrx"), self.parameters("a.exe.qrx"))
+
+    @posix_only("a pipe as a file")
+    def test_header_from_a_pipe(self):
+        self.put("a.qrx", self.compressed(b"a", "-25", "-b1"))
+        self.shell("qrx -q --like <(head -c 32 a.qrx) more")
+        self.assertEqual(self.parameters("more.qrx"), self.parameters("a.qrx"))
+
+    def test_only_the_header_has_to_be_intact(self):
+        whole = self.compressed(self.get("more"), "-21", "-b1")
+        for name, data in (("header", whole[:32]), ("cut", whole[:-10]),
+                           ("damaged", whole[:40] + b"damaged" + whole[47:])):
+            with self.subTest(name=name):
+                self.put("like.qrx", data)
+                self.qrx("-qf", "--like", "like.qrx", "more")
+                self.assertEqual(self.get("more.qrx"), whole)
+
+    def test_unusable_files(self):
+        header = self.compressed(b"", "-33")[:32]
+        level_5_block_of_32_mib = header[:13] + b"\x05" + header[14:]
+        chain_bits = header[:24] + b"\x09" + header[25:]
+        unusable = b"its header has parameters that can't be used"
+        cases = [(None, 1, b"No such file or directory"),
+                 (b"", 2, b"not a .qrx file"),
+                 (header[:31], 2, b"the file ends too early"),
+                 (random_bytes(100), 2, b"not a .qrx file"),
+                 (header[:12] + b"\x06" + header[13:], 2, unusable),
+                 (level_5_block_of_32_mib, 2, unusable),
+                 (chain_bits, 2, unusable)]
+        before = self.files()
+        for data, status, message in cases:
+            with self.subTest(message=message):
+                if data is not None:
+                    self.put("like.qrx", data)
+                done = self.qrx("--like", "like.qrx", "more", "missing", status=status)
+                self.assertEqual(done.stderr, b"qrx: like.qrx: " + message + b"\n")
+                (self.dir / "like.qrx").unlink(missing_ok=True)
+                self.assertEqual(self.files(), before)
+
+    def test_refused_combinations(self):
+        self.put("a.qrx", self.compressed(b"a", "-25", "-b1"))
+        cases = [(("-9",), b"--like excludes presets and --level"),
+                 (("--level=33",), b"--like excludes presets and --level"),
+                 (("-b1",), b"--like excludes -b"),
+                 (("-d",), b"--like applies only to compression"),
+                 (("-t",), b"--like applies only to compression")]
+        before = self.files()
+        for args, message in cases:
+            with self.subTest(args=args):
+                done = self.qrx(*args, "--like", "a.qrx", "more", status=1)
+                self.assertEqual(done.stderr, b"qrx: " + message + b" (qrx -h prints help)\n")
+        done = self.qrx("--like", "-", "more", stdin=self.get("a.qrx"), status=1)
+        self.assertIn(b"qrx: --like takes the name of a file, not -", done.stderr)
+        self.assertEqual(self.files(), before)
 
 
 if __name__ == "__main__":
