@@ -89,18 +89,18 @@ class RawReader(io.RawIOBase):
 
     mode = "rb"
 
-    def __init__(self, file: File, calls: Calls, threads: int, flags: int,
-                 memory_limit: int) -> None:
+    def __init__(self, file: File, calls: Calls, threads: int, flags: int, memory_limit: int,
+                 owned: Optional[IO[bytes]] = None) -> None:
         super().__init__()
         self._position = 0
-        self._owned: Optional[IO[bytes]] = None
-        options = calls.options(threads, flags, memory_limit)
+        self._owned = owned
         self.name = name_of(file)
-        if is_path(file):
-            calls.name = self.name
-            if not _streams.names_pass_through:
-                self._owned = file = builtins.open(self.name, "rb")
         try:
+            options = calls.options(threads, flags, memory_limit)
+            if is_path(file):
+                calls.name = self.name
+                if not _streams.names_pass_through:
+                    self._owned = file = builtins.open(self.name, "rb")
             if is_path(file):
                 self._handle = Handle(calls, lib.qrx_reader_close, (options,))
                 self._handle.close_with(self)
@@ -246,8 +246,13 @@ class QrxFile(io.BufferedReader):
 
 def open_reader(file: File, threads: int, memory_limit: int, progress: Optional[Progress],
                 keep_damaged: bool = False, on_damage: Optional[OnDamage] = None,
-                search: bool = False) -> QrxFile:
-    """Opens a file for reading; see open()."""
+                search: bool = False, owned: Optional[IO[bytes]] = None,
+                name: Optional[str] = None) -> QrxFile:
+    """Opens a file for reading; see open().
+
+    owned: a file object that is closed with the file, or if opening fails.
+    name: the name of a file object in messages.
+    """
     damage: Dict[Damage, None] = {}  # an ordered set
 
     def note(fault: Damage) -> None:
@@ -256,6 +261,6 @@ def open_reader(file: File, threads: int, memory_limit: int, progress: Optional[
             if on_damage is not None:
                 on_damage(fault)
 
-    calls = Calls(progress, note)
+    calls = Calls(progress, note, name)
     flags = (KEEP_DAMAGED if keep_damaged else 0) | (SEARCH if search else 0)
-    return QrxFile(RawReader(file, calls, threads, flags, memory_limit), damage)
+    return QrxFile(RawReader(file, calls, threads, flags, memory_limit, owned), damage)

@@ -25,7 +25,9 @@ names_pass_through = sys.platform != "win32"
 
 def is_path(file: object) -> bool:
     """True for a file name, False for a file object."""
-    if isinstance(file, (str, bytes, os.PathLike)):
+    if isinstance(file, (str, bytes)):
+        return True
+    if isinstance(file, os.PathLike) and not hasattr(file, "seek"):  # open files can be path-like
         return True
     if hasattr(file, "read") or hasattr(file, "write"):
         return False
@@ -95,7 +97,7 @@ class Output:
 
     def __init__(self, file: Any) -> None:
         self.file = file
-        self.can_seek = _can_seek(file)
+        self.can_seek = can_seek(file)
         self._start: int = file.tell() if self.can_seek else 0
         self._position = self._start
         self._end = self._start
@@ -126,7 +128,8 @@ class Output:
             self.file.seek(self._end)
 
 
-def _can_seek(file: Any) -> bool:
+def can_seek(file: Any) -> bool:
+    """True if a file object can seek while it is written."""
     if "a" in str(getattr(file, "mode", "")):  # all writes go to the end
         return False
     if hasattr(file, "seekable"):

@@ -1,6 +1,7 @@
 """Originals, .qrx files and their records, for all tests."""
 
 import functools
+import importlib
 import os
 import random
 import struct
@@ -66,6 +67,20 @@ def with_short_block(data: bytes, index: int) -> bytes:
     size = record.size - 100
     return (data[:record.offset] + struct.pack("<I", size) + data[record.offset + 4:record.payload]
             + data[record.payload:record.payload + size] + data[record.end:])
+
+
+def need_packages(*names: str) -> None:
+    """Skips a test, or a module of tests, unless the packages can be imported.
+
+    With QRX_NEED_PACKAGES set in the environment, as in builds with CMake, the test fails instead.
+    """
+    for name in names:
+        try:
+            importlib.import_module(name)
+        except ImportError as error:
+            if os.environ.get("QRX_NEED_PACKAGES"):
+                raise
+            raise unittest.SkipTest(f"{name} can't be imported: {error}") from error
 
 
 def open_descriptors() -> int:

@@ -7,7 +7,7 @@ import tempfile
 import unittest
 
 import qrx
-from common import HEADER_SIZE, MIB, image, noise, records, text, with_short_block
+from common import HEADER_SIZE, MIB, image, need_packages, noise, records, text, with_short_block
 
 
 class RoundTrip(unittest.TestCase):
@@ -71,10 +71,9 @@ class Input(unittest.TestCase):
                 self.assertEqual(qrx.compress(memory), qrx.compress(text(50_000)))
 
     def test_numpy(self) -> None:
-        try:
-            import numpy
-        except ImportError:
-            self.skipTest("numpy is not installed")
+        need_packages("numpy")
+        import numpy
+
         values = numpy.arange(10_000, dtype=numpy.int32)
         self.assertEqual(qrx.decompress(qrx.compress(values)), values.tobytes())
         with self.assertRaises(ValueError):

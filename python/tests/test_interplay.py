@@ -7,7 +7,7 @@ import unittest
 import zipfile
 
 import qrx
-from common import MIB, InFolder, image, noise, text
+from common import MIB, InFolder, image, need_packages, noise, text
 
 MEMBERS = {f"folder/{index}": noise(50_000, index) + text(100_000, index) for index in range(10)}
 
@@ -60,10 +60,9 @@ class Interplay(InFolder):
         self.assertEqual(copy.getvalue(), text(2 * MIB))
 
     def test_pandas(self) -> None:
-        try:
-            import pandas
-        except ImportError:
-            self.skipTest("pandas is not installed")
+        need_packages("pandas")
+        import pandas
+
         table = pandas.DataFrame({"a": range(5000), "b": [f"word {n % 7}" for n in range(5000)]})
         with qrx.open(self.path(), "wt", encoding="utf-8", newline="") as file:
             table.to_csv(file, index=False)
