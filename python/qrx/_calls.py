@@ -8,6 +8,7 @@ can catch it, so our own handler defers it while the library runs.
 
 from __future__ import annotations
 
+import contextlib
 import ctypes
 import errno
 import importlib
@@ -16,7 +17,7 @@ import signal
 import threading
 import weakref
 from types import FrameType, TracebackType
-from typing import Any, Callable, Container, List, Optional, Tuple, Type
+from typing import Any, Callable, Container, Iterator, List, Optional, Tuple, Type
 
 from ._errors import DAMAGE, Damage, FileName, damage_of, make_error
 from ._library import EVENT, PROGRESS, Options, Status
@@ -149,7 +150,7 @@ class Handle:
         self._close = close
         self._keep = keep  # objects that the library refers to
         self._pointer: Optional[ctypes.c_void_p] = None
-        self._lock = threading.RLock()
+        self.lock = threading.RLock()
         self._is_busy = False
         self._process = os.getpid()
 
@@ -178,7 +179,7 @@ class Handle:
     def call(self, function: Callable[..., int], *arguments: Any,
              accept: Container[int] = ()) -> Status:
         """Calls a function of the library with the handle, and raises its failures."""
-        with self._lock:
+        with self.lock:
             if self._is_busy:
                 raise RuntimeError("a callback can't use the object whose call it belongs to")
             if self._pointer is None:
@@ -191,9 +192,21 @@ class Handle:
                 self._is_busy = False
             return self.calls.check(status, accept)
 
+    @contextlib.contextmanager
+    def reserve(self) -> Iterator[None]:
+        """Makes calls of this thread raise RuntimeError, while a callback runs between two calls.
+
+        The caller must hold the lock, so that other threads wait.
+        """
+        self._is_busy = True
+        try:
+            yield
+        finally:
+            self._is_busy = False
+
     def close(self) -> None:
         """Closes the handle, if it is open, once no other thread is in a call."""
-        with self._lock:
+        with self.lock:
             if self._is_busy:
                 raise RuntimeError("a callback can't close the object whose call it belongs to")
             pointer, self._pointer = self._pointer, None
@@ -202,12 +215,12 @@ class Handle:
             self._keep = ()
 
     def _close_if_idle(self) -> None:
-        if self._lock.acquire(blocking=False):
+        if self.lock.acquire(blocking=False):
             try:
                 if not self._is_busy:
                     self.close()
             finally:
-                self._lock.release()
+                self.lock.release()
 
 
 def in_range(name: str, value: int, end: int) -> int:

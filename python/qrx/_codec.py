@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-from ctypes import byref, c_size_t
+from ctypes import byref, c_size_t, c_ubyte, c_void_p
 from types import TracebackType
-from typing import TYPE_CHECKING, Optional, Type
+from typing import TYPE_CHECKING, Callable, Optional, Type
 
 from ._calls import Calls, Handle
 from ._library import CODEC_SLACK, lib
@@ -12,7 +12,7 @@ from ._memory import NewBytes, View
 from ._params import make_params, settle
 
 if TYPE_CHECKING:
-    from _typeshed import ReadableBuffer
+    from _typeshed import ReadableBuffer, WriteableBuffer
 
 
 class Codec:
@@ -46,14 +46,31 @@ class Codec:
         the (filtered) block itself.
         """
         with View(block) as source:
-            if not 1 <= source.size <= self._block_size:
-                raise ValueError(f"a block has 1 to {self._block_size} bytes, not {source.size}")
-            size = c_size_t()
-            capacity = source.size + CODEC_SLACK
-            with NewBytes(capacity) as payload:
-                self._handle.call(lib.qrx_codec_compress, source.address, source.size,
-                                  payload.address, capacity, byref(size))
-                return payload.finish(size.value)
+            self._check_length(source.size)
+            return self._compress(source.address, source.size)
+
+    def compress_from(self, fill: Callable[[memoryview], object], length: int) -> bytes:
+        """Compresses a block of `length` bytes, written by fill(), and returns the payload.
+
+        fill() gets the buffer of the codec, which saves a copy.  It must not keep a reference to
+        the buffer or to a slice of it, and can't use the codec.
+        """
+        self._check_length(length)
+        address = c_void_p()
+        with self._handle.lock:
+            self._handle.call(lib.qrx_codec_buffer, length, byref(address))
+            array = (c_ubyte * length).from_address(address.value or 0)
+            with memoryview(array) as whole, whole.cast("B") as block, self._handle.reserve():
+                fill(block)
+            return self._compress(address.value, length)
+
+    def _compress(self, block: Optional[int], length: int) -> bytes:
+        size = c_size_t()
+        capacity = length + CODEC_SLACK
+        with NewBytes(capacity) as payload:
+            self._handle.call(lib.qrx_codec_compress, block, length, payload.address, capacity,
+                              byref(size))
+            return payload.finish(size.value)
 
     def decompress(self, payload: ReadableBuffer, length: int) -> bytes:
         """Decompresses a block, which has exactly `length` bytes.
@@ -61,12 +78,25 @@ class Codec:
         Raises CorruptError if the payload is found to be damaged; damage can also go unnoticed and
         give wrong bytes.
         """
-        if not 1 <= length <= self._block_size:
-            raise ValueError(f"a block has 1 to {self._block_size} bytes, not {length}")
+        self._check_length(length)
         with View(payload) as source, NewBytes(length) as block:
             self._handle.call(lib.qrx_codec_decompress, source.address, source.size,
                               block.address, length)
             return block.finish(length)
+
+    def decompress_into(self, payload: ReadableBuffer, block: WriteableBuffer) -> None:
+        """Decompresses a block into `block`, a writable buffer of exactly its length.
+
+        Raises the same exceptions as decompress(); the content of the buffer is then undefined.
+        """
+        with View(payload) as source, View(block, writable=True) as dest:
+            self._check_length(dest.size)
+            self._handle.call(lib.qrx_codec_decompress, source.address, source.size,
+                              dest.address, dest.size)
+
+    def _check_length(self, length: int) -> None:
+        if not 1 <= length <= self._block_size:
+            raise ValueError(f"a block has 1 to {self._block_size} bytes, not {length}")
 
     def close(self) -> None:
         """Frees the memory of the codec.  Later calls raise ValueError."""

@@ -28,6 +28,36 @@ class Codecs(unittest.TestCase):
                 with self.assertRaises(ValueError):
                     codec.decompress(b"payload", length)
 
+    def test_buffers_of_the_caller_and_of_the_codec(self) -> None:
+        with qrx.Codec(block_mib=1, filter="x86") as codec:
+            for block in (text(MIB), noise(1000), b"a"):
+                payload = codec.compress_from(lambda buffer: buffer.__setitem__(slice(None), block),
+                                              len(block))
+                self.assertEqual(payload, codec.compress(block))
+                restored = bytearray(len(block))
+                codec.decompress_into(payload, restored)
+                self.assertEqual(restored, block)
+            for length in (0, MIB + 1):
+                with self.assertRaises(ValueError):
+                    codec.compress_from(self.fail, length)
+                with self.assertRaises(ValueError):
+                    codec.decompress_into(b"payload", bytearray(length))
+            with self.assertRaises((TypeError, BufferError)):
+                codec.decompress_into(payload, b"a")
+
+    def test_a_failing_callback(self) -> None:
+        with qrx.Codec(block_mib=1) as codec:
+            kept = []
+            with self.assertRaises(ZeroDivisionError):
+                codec.compress_from(lambda buffer: kept.append(buffer) or 1 / 0, 100)
+            with self.assertRaises(ValueError):  # it was released
+                kept[0][0]
+            for use in (codec.close, lambda: codec.compress(b"abc"),
+                        lambda: codec.compress_from(self.fail, 5)):
+                with self.assertRaises(RuntimeError):
+                    codec.compress_from(lambda buffer: use(), 100)
+            self.assertEqual(codec.decompress(codec.compress(b"abc"), 3), b"abc")
+
     def test_damage(self) -> None:
         with qrx.Codec(method=5, level=1, block_mib=1) as codec:
             payload = codec.compress(text(100_000))
