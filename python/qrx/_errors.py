@@ -119,6 +119,12 @@ def damage_of(event: Event) -> Damage:
                   event.system_error)
 
 
+def block_error(status: Status, block: int, offset: int, name: FileName) -> BaseException:
+    """Returns the exception for a fault in a block whose payload is at `offset` of the file."""
+    event = Event(what=status, block=block, offset=offset)
+    return make_error(status, [damage_of(event)], name)
+
+
 def make_error(status: Status, events: Iterable[Damage] = (),
                name: FileName = None) -> BaseException:
     """Returns the exception for the status of a call during which `events` were reported."""

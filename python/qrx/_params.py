@@ -15,7 +15,7 @@ Name = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 FILTERS: Dict[Optional[str], int] = {None: FILTER_NONE, "x86": FILTER_X86, "delta": FILTER_DELTA}
 _FILTER_NAMES = {number: name for name, number in FILTERS.items()}
 
-_SAMPLE_SIZE = 1 << 20  # bytes at the start of a file that the detection of its type uses
+SAMPLE_SIZE = 1 << 20  # bytes at the start of a file that the detection of its type uses
 
 
 def make_params(method: int, level: int, context_bits: int, filter: Optional[str],
@@ -49,7 +49,7 @@ def settle(params: Params) -> Params:
 def use_type(params: Params, address: Optional[int], size: int, name: Name) -> None:
     """Sets context bits and filter, unless set, by the content and name of a file."""
     chosen = params.filter
-    status = lib.qrx_params_for_type(ctypes.byref(params), address, min(size, _SAMPLE_SIZE),
+    status = lib.qrx_params_for_type(ctypes.byref(params), address, min(size, SAMPLE_SIZE),
                                      os.fsencode(name))
     if status != Status.OK:
         raise make_error(Status(status))

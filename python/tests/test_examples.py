@@ -8,7 +8,7 @@ import tarfile
 import unittest
 
 import qrx
-from common import MIB, InFolder, image, text
+from common import MIB, InFolder, image, need_packages, text
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples",
                         "python")
@@ -56,6 +56,29 @@ class Examples(InFolder):
             self.assertIn(b"3145728 bytes to ", result.stdout)
             with qrx.open(self.path()) as file:
                 self.assertEqual(file.read(), text(3 * MIB))
+
+    def test_pandas_read(self) -> None:
+        need_packages("fsspec", "pandas")
+        lines = "".join(f"{number},{number % 3}\n" for number in range(1000))
+        path = self.path("x.csv.qrx", qrx.compress(b"id,group\n" + lines.encode()))
+        for source in (path, "file://" + path):
+            self.assertEqual(self.output("pandas_read.py", source).splitlines(),
+                             [b"column,count,distinct", b"id,1000,1000", b"group,1000,3"])
+        copy = self.path("copy.csv.qrx")
+        self.output("pandas_read.py", path, "file://" + copy)
+        with qrx.open(copy, "rt") as file:
+            self.assertEqual(file.read(), "column,count,distinct\nid,1000,1000\ngroup,1000,3\n")
+        damaged = self.run_example("pandas_read.py", self.path("y.csv.qrx", b"id,group\n" * 9))
+        self.assertEqual(damaged.returncode, 1)
+        self.assertIn(b"not a .qrx file", damaged.stderr)
+
+    def test_dask(self) -> None:
+        need_packages("dask.bag", "dask.dataframe", "distributed", "pandas")
+        lines = "".join(f"g{number % 3},{number},word word\n" for number in range(90_000))
+        path = self.path("x.csv.qrx", qrx.compress(b"group,n,w\n" + lines.encode(), block_mib=1))
+        self.assertEqual(self.output("dask_csv.py", path, "group").split(),
+                         b"n group g0 44998.5 g1 44999.5 g2 45000.5".split())
+        self.assertEqual(self.output("dask_text.py", path, "1").split(), [b"90000", b"word"])
 
     def test_usage(self) -> None:
         for name in sorted(os.listdir(EXAMPLES)):
