@@ -41,6 +41,7 @@ def processor_slot() -> Iterator[None]:
     finally:
         _thread.has_slot = False
         if file is not None:
+            fcntl.flock(file, fcntl.LOCK_UN)  # for a child that was forked meanwhile, too
             file.close()
 
 

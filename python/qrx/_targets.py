@@ -5,6 +5,7 @@ from __future__ import annotations
 import contextlib
 import errno
 import functools
+import glob
 import os
 import uuid
 from collections import deque
@@ -13,6 +14,7 @@ from types import TracebackType
 from typing import Any, Callable, Deque, Optional, Type
 
 from distributed import Client, Future
+from fsspec.spec import AbstractFileSystem
 
 from ._tasks import Location, Summary, write_result
 
@@ -70,6 +72,9 @@ class Target:
             raise IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), path)
         if self._is_local and os.path.exists(path) and not os.path.isfile(path):
             raise OSError(errno.EINVAL, "not a regular file", path)
+        has_generic_mv = type(self._final.fs).mv is AbstractFileSystem.mv  # which expands patterns
+        if has_generic_mv and not self._is_local and glob.has_magic(self.path):
+            raise ValueError(f"{path}: a folder whose name has *, ? or [ is not supported here")
 
     def _open(self) -> Any:
         if not self._is_local:
@@ -124,7 +129,15 @@ class Target:
         else:
             self._file.close()
             self._final.fs.mv(self.path, self._final.path)
+            self._check_renamed()
         self._is_complete = True
+
+    def _check_renamed(self) -> None:
+        """Raises OSError if a file system didn't rename the file, and didn't say so."""
+        fs, path = self._final.fs, self._final.path
+        fs.invalidate_cache()
+        if fs.info(path)["size"] != self._size or fs.exists(self.path):
+            raise OSError(f"{path}: the file system can't replace it by {self.path}")
 
     def __exit__(self, kind: Optional[Type[BaseException]], error: Optional[BaseException],
                  traceback: Optional[TracebackType]) -> None:
@@ -156,9 +169,9 @@ def result_of(wait: Callable[[], Any]) -> Any:
 
 
 def _is_seen_by_all(client: Client, path: str) -> bool:
-    """True if all workers see a local file of the client under the same path."""
+    """True if all workers can write to a local file of the client under the same path."""
     try:
-        seen = client.run(os.path.exists, path)
+        seen = client.run(os.access, path, os.W_OK)
     except Exception:  # for example, a worker was lost during the call
         return False
     return bool(seen) and all(seen.values())

@@ -47,6 +47,7 @@ _TASKS_PER_THREAD = 4  # at least, if there are enough blocks: no worker is idle
 _MAX_TASKS = 2000  # unless that exceeds _MAX_TASK_SIZE; the scheduler takes about 1 ms for each
 _WINDOW = 4  # tasks per thread that are submitted before the oldest of them is finished
 _MAX_BLOCK_MIB = 2047
+_ACCESS_TIMES = {"time", "atime", "accessTime", "last_accessed_on"}  # change when a file is read
 _WHOLE_FILE_OPTIONS = {"chunksize", "comment", "compression", "dialect", "index_col", "iterator",
                        "lineterminator", "nrows", "skipfooter", "skiprows", "squeeze"}
 
@@ -227,7 +228,7 @@ def _version(location: Location) -> Dict[str, Any]:
         raise OSError(f"{location.path}: not a file of known size")
     if location.is_local:  # times and permissions may change without the content
         return {key: info[key] for key in ("size", "mtime", "ino")}
-    return dict(info)
+    return {key: value for key, value in info.items() if key not in _ACCESS_TIMES}
 
 
 def _check_version(location: Location, before: Dict[str, Any]) -> None:

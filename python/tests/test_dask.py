@@ -118,6 +118,20 @@ class Compress(WithCluster):
             qrx.dask.compress(self.path("missing"), "memory://folder/other.qrx")
         self.assertEqual(len(fsspec.filesystem("memory").ls("/folder")), 1)
 
+    def test_a_remote_folder_that_looks_like_a_pattern(self) -> None:
+        with self.assertRaisesRegex(ValueError, "not supported"):
+            qrx.dask.compress(self.path("source", b""), "memory://a[1]/target")
+
+    def test_a_file_system_that_does_not_rename(self) -> None:
+        fs = fsspec.filesystem("memory")
+        fs.pipe_file("/target", b"old")
+        self.addCleanup(fs.rm_file, "/target")
+        with mock.patch.object(type(fs), "mv", lambda *_, **__: None), \
+                self.assertRaisesRegex(OSError, "can't replace"):
+            qrx.dask.compress(self.path("source", text(10)), "memory://target")
+        self.assertEqual(fs.cat_file("/target"), b"old")
+        self.assertEqual(fs.ls("/", detail=False), ["/target"])
+
     def test_replaces_a_target(self) -> None:
         source, target = self.path("source", text(10)), self.path("target", b"old")
         qrx.dask.compress(source, target)
