@@ -42,9 +42,8 @@ class Target:
         folder, separator, _ = final.path.rpartition("/")
         self._client = client
         self._final = final
-        self._is_local = final.is_local
         self._mode: Optional[int] = None
-        if self._is_local and source.is_local:
+        if final.is_local and source.is_local:
             self._mode = os.stat(source.path).st_mode & 0o777
         self.path = f"{folder}{separator}.qrx-{uuid.uuid4().hex[:12]}"
         self.is_shared = False
@@ -57,7 +56,7 @@ class Target:
         self._check_final()
         try:
             self._file = self._open()
-            self.is_shared = self._is_local and _is_seen_by_all(self._client, self.path)
+            self.is_shared = self._final.is_local and _is_seen_by_all(self._client, self.path)
         except BaseException as error:
             self._remove()
             if isinstance(error, OSError) and error.filename == self.path:
@@ -70,18 +69,18 @@ class Target:
         path = self._final.path
         if self._final.fs.isdir(path):
             raise IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), path)
-        if self._is_local and os.path.exists(path) and not os.path.isfile(path):
+        if self._final.is_local and os.path.exists(path) and not os.path.isfile(path):
             raise OSError(errno.EINVAL, "not a regular file", path)
         has_generic_mv = type(self._final.fs).mv is AbstractFileSystem.mv  # which expands patterns
-        if has_generic_mv and not self._is_local and glob.has_magic(self.path):
+        if has_generic_mv and not self._final.is_local and glob.has_magic(self.path):
             raise ValueError(f"{path}: a folder whose name has *, ? or [ is not supported here")
 
     def _open(self) -> Any:
-        if not self._is_local:
+        if not self._final.is_local:
             return self._final.fs.open(self.path, "wb")
         if getattr(self._final.fs, "auto_mkdir", False):
             os.makedirs(os.path.dirname(self.path), exist_ok=True)
-        mode = 0o666 if self._mode is None else self._mode & 0o600 | 0o600
+        mode = 0o666 if self._mode is None else 0o600
         return os.fdopen(os.open(self.path, _CREATE, mode), "wb")
 
     def write(self, data: bytes) -> None:
@@ -119,7 +118,7 @@ class Target:
         """Renames the file to its final name, replacing an existing file."""
         while self._pending:
             self._end_oldest_write()
-        if self._is_local:
+        if self._final.is_local:
             self._file.flush()
             if self._mode is not None:
                 os.chmod(self.path, self._mode)

@@ -43,6 +43,7 @@ from fsspec.spec import AbstractBufferedFile
 from fsspec.utils import tokenize
 
 from ._calls import Calls, in_range
+from ._container import HEADER_SIZE
 from ._errors import make_error
 from ._library import MAX_THREADS, SEAL, Status, lib
 from ._params import make_params
@@ -54,8 +55,6 @@ if TYPE_CHECKING:
     from _typeshed import WriteableBuffer
 
 __all__ = ["Compression", "QrxFileSystem", "register", "register_workers"]
-
-_HEADER_SIZE = 32
 
 # ---------------------------------------------------------------------------------------- reading
 
@@ -474,7 +473,7 @@ def _member_name(path: Any) -> str:
 
 
 def _original_size(file: Any) -> int:
-    header = file.read(_HEADER_SIZE)
+    header = file.read(HEADER_SIZE)
     size = ctypes.c_uint64()
     status = Status(lib.qrx_decompressed_size(header, len(header), ctypes.byref(size)))
     if status != Status.OK:
