@@ -1,5 +1,6 @@
 #include "match/bucket_search.h"
 
+#include "match/near_blocks.h"
 #include "support/limited_allocator.h"
 #include "support/shapes.h"
 #include "support/token_recorder.h"
@@ -12,6 +13,7 @@ namespace {
 using namespace std::string_view_literals;
 using test::bytes;
 using test::bytes_of;
+using test::far_and_near_block;
 using test::literals;
 using test::plain_token;
 using test::spelled_out;
@@ -348,16 +350,6 @@ TEST(bucket_search, an_older_candidate_wins_if_it_is_longer)
     // At 8 "abcd" finds 0.  At 14 it finds 8, four bytes at distance 6, and 0, six at 14.
     expect_both(bytes_of("abcdefX1abcdY2abcdefZ"),
                 {literals(7), {4, 8}, literals(2), {6, 14}, literals(1)});
-}
-
-/// "abcde" at 0 and at `far`, and only "abcd" five bytes before that.
-bytes far_and_near_block(u32 far)
-{
-    bytes block = bytes_of("abcdeX");
-    for (u32 i = 0; block.size() < far - 5; ++i) block.push_back(static_cast<u8>(0x80 + i));
-    const bytes rest = bytes_of("abcdYabcdeZ");
-    block.insert(block.end(), rest.begin(), rest.end());
-    return block;
 }
 
 TEST(ring_search, a_candidate_one_byte_shorter_wins_if_it_is_nearer_by_more_than_eight_times)

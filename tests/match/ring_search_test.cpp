@@ -1,5 +1,6 @@
 #include "match/ring_search.h"
 
+#include "match/near_blocks.h"
 #include "support/shapes.h"
 #include "support/token_recorder.h"
 
@@ -10,6 +11,7 @@ namespace {
 
 using test::bytes;
 using test::bytes_of;
+using test::far_and_near_block;
 using test::literals;
 using test::plain_token;
 using test::spelled_out;
@@ -70,16 +72,6 @@ TEST(walk_latest_first, equals_the_walk_in_order_with_many_candidates_of_similar
         expect_the_same_tokens(block_of_copies(5000, seed), 9);
         expect_the_same_tokens(block_of_copies(20000, seed), 14);
     }
-}
-
-/// "abcde" at 0 and at `far`, and only "abcd" five bytes before that.
-bytes far_and_near_block(u32 far)
-{
-    bytes block = bytes_of("abcdeX");
-    for (u32 i = 0; block.size() < far - 5; ++i) block.push_back(static_cast<u8>(0x80 + i));
-    const bytes rest = bytes_of("abcdYabcdeZ");
-    block.insert(block.end(), rest.begin(), rest.end());
-    return block;
 }
 
 TEST(ring_search, finds_a_much_nearer_match_one_byte_shorter_among_8_candidates)
