@@ -1,20 +1,19 @@
-// codec_bench - measures the codecs in memory on one thread, next to well-known compressors
+// codec_bench - measures qrx and well-known compressors in memory on one thread
 //
 //     codec_bench [--benchmark_... options] FILE...
 //
-// Every level of every method, LZ4, zlib, zstd and xz encode and decode the first 16 MiB of each
-// file, a block size that all levels support.  Buffers are in large pages, as in the program.  The
-// codecs are given the file's literal context bits, but no pre-filter is applied.  "ratio" is
-// encoded size / block size.
+// Every cell of qrx, LZ4, zlib, zstd, brotli, bzip2 and xz compress and decompress each file as a
+// whole, by one call of the library's function from buffer to buffer.  That includes the memory
+// that the function allocates, but no checksum, where the library allows that.  "ratio" is
+// compressed / original size.
 #include "common/owned_array.h"
-#include "common/platform/cpu.h"
-#include "common/scratch.h"
-#include "format/file_type.h"
-#include "pipeline/codec_table.h"
-#include "pipeline/parameters.h"
+#include "qrx.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
+#include <brotli/decode.h>
+#include <brotli/encode.h>
+#include <bzlib.h>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -24,6 +23,7 @@
 #include <lz4.h>
 #include <lz4hc.h>
 #include <lzma.h>
+#include <memory>
 #include <new>
 #include <span>
 #include <string>
@@ -38,10 +38,10 @@ using bytes = owned_array<u8>;
 using input = std::span<const u8>;
 using output = std::span<u8>;
 
-/// Returns a zeroed buffer of `size` bytes plus the slack of encoders, in large pages.
+/// Returns a zeroed buffer in large pages, so that no page is touched for the first time while it
+/// is measured.
 bytes make_buffer(usize size)
 {
-    size += std::max(in_slack, out_slack);
     bytes buffer = make_array<u8>(system_allocator, size, memory_kind::large_pages);
     if (!buffer) throw std::bad_alloc();
     std::memset(buffer.get(), 0, size);
@@ -56,12 +56,9 @@ struct sample {
     input text() const { return {data.get(), size}; }
 };
 
-/// Maximum block size of levels 4 to 7, in bytes.
-constexpr usize max_bytes = usize{16} << 20;
-
 sample load(const std::string& path)
 {
-    const usize size = std::min<usize>(std::filesystem::file_size(path), max_bytes);
+    const usize size = std::filesystem::file_size(path);
     sample file{std::filesystem::path(path).filename().string(), make_buffer(size), size};
     std::ifstream stream(path, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
@@ -70,45 +67,136 @@ sample load(const std::string& path)
 }
 
 /// A compressor to be measured.  encode() and decode() return the number of bytes written, or 0 on
-/// failure.
+/// failure.  `state` is null where the time isn't measured.
 struct contender {
-    std::string name;
+    std::string name;                       // the tool and its setting, as in "zstd-3"
     std::function<usize(usize size)> bound; // maximum encoded size of `size` bytes
-    std::function<usize(input, output)> encode;
+    std::function<usize(input, output, benchmark::State* state)> encode;
     std::function<usize(input, output)> decode;
 };
 
-usize run_codec(const codec_entry& codec, const codec_parameters& parameters, input in, output out)
+/// Codes a block, so that the codec's memory is not touched for the first time while it is
+/// measured.
+void warm_up(qrx_codec* codec, input block)
 {
-    static scratch memory(system_allocator);
-    codec_job job;
-    job.memory = &memory;
-    job.parameters = parameters;
-    job.in_buf = in.data();
-    job.in_len = static_cast<u32>(in.size());
-    job.out_buf = out.data();
-    job.out_len = static_cast<u32>(out.size());
-    void* const codec_state = codec.init(job);
-    if (codec_state == nullptr) return 0;
-    const codec_result result = codec.run(job, codec_state);
-    codec.release(job, codec_state);
-    return result.length;
+    const usize room = block.size() + QRX_CODEC_SLACK;
+    const bytes payload = make_buffer(room);
+    usize size = 0;
+    qrx_codec_compress(codec, block.data(), block.size(), payload.get(), room, &size);
 }
 
-contender codec(const sample& file, u8 method, u8 level)
+/// Returns a codec for the parameters, which stays valid until the next call; null on failure.
+qrx_codec* codec_for(const qrx_params& params, input block)
 {
-    file_parameters parameters;
-    classify_file(file.text().first(std::min(file.size, usize{1} << 20)), file.name, parameters);
-    parameters.codec.method = method;
-    parameters.codec.level = level;
-    settle_parameters(parameters, fit_to_cache(second_level_cache_kib()));
-    const auto run = [parameters = parameters.codec](const codec_entry& entry) {
-        return [&entry, parameters](input in, output out) {
-            return run_codec(entry, parameters, in, out);
-        };
+    constexpr u32 slow_level = 8; // takes much longer than touching its memory
+    static std::unique_ptr<qrx_codec, decltype(&qrx_codec_free)> codec(nullptr, qrx_codec_free);
+    static qrx_params last{};
+    if (codec != nullptr && std::memcmp(&params, &last, sizeof params) == 0) return codec.get();
+    codec.reset();
+    qrx_codec* made = nullptr;
+    if (qrx_codec_new(&made, &params, nullptr) != QRX_OK) return nullptr;
+    codec.reset(made);
+    last = params;
+    if (params.level < slow_level && !block.empty()) warm_up(made, block);
+    return made;
+}
+
+/// Stops the measured time while it lives.  `state` may be null.
+class pause {
+  public:
+    explicit pause(benchmark::State* state) : state_(state)
+    {
+        if (state_ != nullptr) state_->PauseTiming();
+    }
+    pause(const pause&) = delete;
+    pause& operator=(const pause&) = delete;
+    ~pause()
+    {
+        if (state_ != nullptr) state_->ResumeTiming();
+    }
+
+  private:
+    benchmark::State* state_;
+};
+
+/// Copies a block into the codec's own buffer, into which the programs read files; null on failure.
+void* lend_block(qrx_codec* codec, input block, benchmark::State* state)
+{
+    const pause copying(state);
+    void* lent = nullptr;
+    if (qrx_codec_buffer(codec, block.size(), &lent) != QRX_OK) return nullptr;
+    return std::memcpy(lent, block.data(), block.size());
+}
+
+qrx_codec* codec_for(const qrx_params& params, input block, benchmark::State* state)
+{
+    const pause creating(state);
+    return codec_for(params, block);
+}
+
+/// Codes the blocks of a file.  Each payload follows its size, a u32.
+usize encode_blocks(const qrx_params& params, input in, output out, benchmark::State* state)
+{
+    const usize block_size = usize{params.block_mib} << 20;
+    qrx_codec* const codec = codec_for(params, in.first(std::min(block_size, in.size())), state);
+    if (codec == nullptr) return 0;
+    usize done = 0;
+    for (; !in.empty(); in = in.subspan(std::min(block_size, in.size()))) {
+        const input block = in.first(std::min(block_size, in.size()));
+        void* const lent = lend_block(codec, block, state);
+        if (lent == nullptr) return 0;
+        usize size = 0;
+        const output room = out.subspan(done + sizeof(u32));
+        if (qrx_codec_compress(codec, lent, block.size(), room.data(),
+                               std::min(room.size(), block.size() + QRX_CODEC_SLACK),
+                               &size) != QRX_OK) {
+            return 0;
+        }
+        const u32 stored_size = static_cast<u32>(size);
+        std::memcpy(out.data() + done, &stored_size, sizeof stored_size);
+        done += sizeof stored_size + size;
+    }
+    return done;
+}
+
+usize decode_blocks(const qrx_params& params, input in, output out)
+{
+    qrx_codec* const codec = codec_for(params, {});
+    if (codec == nullptr) return 0;
+    const usize block_size = usize{params.block_mib} << 20;
+    usize done = 0;
+    while (!in.empty()) {
+        u32 size = 0;
+        std::memcpy(&size, in.data(), sizeof size);
+        const output block = out.subspan(done, std::min(block_size, out.size() - done));
+        if (qrx_codec_decompress(codec, in.data() + sizeof size, size, block.data(),
+                                 block.size()) != QRX_OK) {
+            return 0;
+        }
+        in = in.subspan(sizeof size + size);
+        done += block.size();
+    }
+    return done;
+}
+
+contender cell(const sample& file, u32 method, u32 level)
+{
+    qrx_params params{};
+    params.struct_size = sizeof params;
+    params.method = method;
+    params.level = level;
+    qrx_params_settle(&params);
+    qrx_params_for_type(&params, file.data.get(), std::min(file.size, usize{1} << 20),
+                        file.name.c_str());
+    const auto bound = [=](usize size) {
+        const usize blocks = size / (usize{params.block_mib} << 20) + 1;
+        return size + blocks * (sizeof(u32) + QRX_CODEC_SLACK);
     };
-    return {std::to_string(method) + std::to_string(level), std::identity(),
-            run(*encoder_table[method]), run(*decoder_table[method])};
+    const auto encode = [=](input in, output out, benchmark::State* state) {
+        return encode_blocks(params, in, out, state);
+    };
+    const auto decode = [=](input in, output out) { return decode_blocks(params, in, out); };
+    return {"qrx-" + std::to_string(method) + std::to_string(level), bound, encode, decode};
 }
 
 /// Calls a function of LZ4.
@@ -126,7 +214,9 @@ contender lz4(const std::string& name, auto function, auto... level)
     const auto bound = [](usize size) {
         return static_cast<usize>(LZ4_compressBound(static_cast<int>(size)));
     };
-    const auto encode = [=](input in, output out) { return run_lz4(function, in, out, level...); };
+    const auto encode = [=](input in, output out, auto) {
+        return run_lz4(function, in, out, level...);
+    };
     const auto decode = [](input in, output out) { return run_lz4(LZ4_decompress_safe, in, out); };
     return {name, bound, encode, decode};
 }
@@ -144,7 +234,7 @@ contender gzip(int level)
         end(&stream);
         return result == Z_STREAM_END ? stream.total_out : 0;
     };
-    const auto encode = [=](input in, output out) {
+    const auto encode = [=](input in, output out, auto) {
         z_stream stream{};
         const int result = deflateInit2(&stream, level, Z_DEFLATED, window_bits, MAX_MEM_LEVEL - 1,
                                         Z_DEFAULT_STRATEGY);
@@ -158,21 +248,65 @@ contender gzip(int level)
     return {"gzip-" + std::to_string(level), compressBound, encode, decode};
 }
 
-contender zstd(const std::string& name, int level)
+contender zstd(int level)
 {
     const auto checked = [](usize size) { return ZSTD_isError(size) != 0 ? 0 : size; };
-    const auto encode = [=](input in, output out) {
-        return checked(ZSTD_compress(out.data(), out.size(), in.data(), in.size(), level));
+    const auto encode = [=](input in, output out, auto) {
+        static ZSTD_CCtx* const context = ZSTD_createCCtx();
+        return checked(
+            ZSTD_compressCCtx(context, out.data(), out.size(), in.data(), in.size(), level));
     };
     const auto decode = [=](input in, output out) {
-        return checked(ZSTD_decompress(out.data(), out.size(), in.data(), in.size()));
+        static ZSTD_DCtx* const context = ZSTD_createDCtx();
+        return checked(ZSTD_decompressDCtx(context, out.data(), out.size(), in.data(), in.size()));
     };
-    return {name, ZSTD_compressBound, encode, decode};
+    const std::string setting =
+        level < 0 ? "-fast" + std::to_string(-level) : std::to_string(level);
+    return {"zstd-" + setting, ZSTD_compressBound, encode, decode};
 }
 
-contender xz(u32 preset)
+/// brotli with a window of 16 MiB.
+contender brotli(int quality)
 {
-    const auto encode = [preset](input in, output out) {
+    const auto encode = [=](input in, output out, auto) {
+        usize size = out.size();
+        const bool ok =
+            BrotliEncoderCompress(quality, BROTLI_MAX_WINDOW_BITS, BROTLI_MODE_GENERIC, in.size(),
+                                  in.data(), &size, out.data()) == BROTLI_TRUE;
+        return ok ? size : 0;
+    };
+    const auto decode = [](input in, output out) {
+        usize size = out.size();
+        const auto result = BrotliDecoderDecompress(in.size(), in.data(), &size, out.data());
+        return result == BROTLI_DECODER_RESULT_SUCCESS ? size : 0;
+    };
+    return {"brotli-" + std::to_string(quality), BrotliEncoderMaxCompressedSize, encode, decode};
+}
+
+/// bzip2 with a block size of `level` * 100 kB.  It always computes checksums.
+contender bzip2(int level)
+{
+    const auto bound = [](usize size) { return size + size / 100 + 600; };
+    const auto chars = [](auto* data) { return reinterpret_cast<char*>(const_cast<u8*>(data)); };
+    const auto encode = [=](input in, output out, auto) -> usize {
+        auto size = static_cast<unsigned>(out.size());
+        const int result = BZ2_bzBuffToBuffCompress(chars(out.data()), &size, chars(in.data()),
+                                                    static_cast<unsigned>(in.size()), level, 0, 0);
+        return result == BZ_OK ? size : 0;
+    };
+    const auto decode = [=](input in, output out) -> usize {
+        auto size = static_cast<unsigned>(out.size());
+        const int result = BZ2_bzBuffToBuffDecompress(chars(out.data()), &size, chars(in.data()),
+                                                      static_cast<unsigned>(in.size()), 0, 0);
+        return result == BZ_OK ? size : 0;
+    };
+    return {"bzip2-" + std::to_string(level), bound, encode, decode};
+}
+
+contender xz(u32 level, bool extreme = false)
+{
+    const u32 preset = level | (extreme ? LZMA_PRESET_EXTREME : 0);
+    const auto encode = [preset](input in, output out, auto) {
         usize size = 0;
         const lzma_ret result = lzma_easy_buffer_encode(preset, LZMA_CHECK_NONE, nullptr, in.data(),
                                                         in.size(), out.data(), &size, out.size());
@@ -186,31 +320,42 @@ contender xz(u32 preset)
             &memory_limit, 0, nullptr, in.data(), &taken, in.size(), out.data(), &size, out.size());
         return result == LZMA_OK ? size : 0;
     };
-    return {"xz-" + std::to_string(preset), lzma_stream_buffer_bound, encode, decode};
+    return {"xz-" + std::to_string(level) + (extreme ? "e" : ""), lzma_stream_buffer_bound, encode,
+            decode};
 }
 
-std::vector<contender> all_racers(const sample& file)
+std::vector<contender> all_contenders(const sample& file)
 {
-    std::vector<contender> racers{
-        lz4("lz4", LZ4_compress_default),
+    std::vector<contender> contenders{
+        lz4("lz4-1", LZ4_compress_default),
         lz4("lz4-3", LZ4_compress_HC, 3),
         lz4("lz4-9", LZ4_compress_HC, 9),
+        lz4("lz4-12", LZ4_compress_HC, 12),
         gzip(1),
         gzip(6),
         gzip(9),
-        zstd("zstd-fast1", -1),
-        zstd("zstd-1", 1),
-        zstd("zstd-3", 3),
+        zstd(-1),
+        zstd(1),
+        zstd(3),
+        zstd(6),
+        zstd(9),
+        zstd(12),
+        zstd(15),
+        zstd(19),
+        brotli(1),
+        brotli(5),
+        brotli(9),
+        brotli(11),
+        bzip2(9),
         xz(0),
-        xz(1),
+        xz(3),
         xz(6),
+        xz(9, true),
     };
-    for (u8 method = first_method; method <= last_method; ++method) {
-        for (u8 level = 0; level <= last_level; ++level) {
-            racers.push_back(codec(file, method, level));
-        }
+    for (u32 method = 1; method <= 5; ++method) {
+        for (u32 level = 0; level <= 9; ++level) contenders.push_back(cell(file, method, level));
     }
-    return racers;
+    return contenders;
 }
 
 void report(benchmark::State& state, const sample& file, usize coded_size)
@@ -219,44 +364,49 @@ void report(benchmark::State& state, const sample& file, usize coded_size)
     state.counters["ratio"] = static_cast<double>(coded_size) / static_cast<double>(file.size);
 }
 
-void encode(benchmark::State& state, const sample& file, const contender& racer)
-{
-    const usize room = racer.bound(file.size);
-    const bytes out = make_buffer(room);
-    usize size = 0;
-    for (auto _ : state) size = racer.encode(file.text(), {out.get(), room});
-    if (size == 0) state.SkipWithError("failed");
-    report(state, file, size);
-}
-
+/// A sample as one contender encoded it.
 struct payload {
     const sample* file = nullptr;
-    const contender* racer = nullptr;
+    const contender* by = nullptr;
     bytes data;
+    usize room = 0;
     usize size = 0;
 };
 
-/// Returns the sample encoded by the racer; encodes it only once.  The framework calls a benchmark
-/// repeatedly to find the number of iterations, and slow encoders must not run each time.
-const payload& payload_of(const sample& file, const contender& racer)
+/// Returns the latest payload, emptied first if it is another one.  Decoding usually follows
+/// encoding of the same payload; slow encoders need not run again.
+payload& payload_of(const sample& file, const contender& by)
 {
     static payload latest;
-    if (latest.file == &file && latest.racer == &racer) return latest;
-    const usize room = racer.bound(file.size);
-    latest = {&file, &racer, make_buffer(room), 0};
-    latest.size = racer.encode(file.text(), {latest.data.get(), room});
+    if (latest.file != &file || latest.by != &by) {
+        const usize room = by.bound(file.size);
+        latest = {&file, &by, make_buffer(room), room, 0};
+    }
     return latest;
 }
 
-void decode(benchmark::State& state, const sample& file, const contender& racer)
+void encode_once(payload& coded, benchmark::State* state)
 {
-    const payload& coded = payload_of(file, racer);
+    coded.size = coded.by->encode(coded.file->text(), {coded.data.get(), coded.room}, state);
+}
+
+void encode(benchmark::State& state, const sample& file, const contender& by)
+{
+    payload& coded = payload_of(file, by);
+    for (auto _ : state) encode_once(coded, &state);
     if (coded.size == 0) return state.SkipWithError("failed");
-    if (coded.size == file.size) return state.SkipWithError("stored");
+    report(state, file, coded.size);
+}
+
+void decode(benchmark::State& state, const sample& file, const contender& by)
+{
+    payload& coded = payload_of(file, by);
+    if (coded.size == 0) encode_once(coded, nullptr);
+    if (coded.size == 0) return state.SkipWithError("failed");
     const bytes out = make_buffer(file.size);
     usize size = 0;
     for (auto _ : state) {
-        size = racer.decode({coded.data.get(), coded.size}, {out.get(), file.size});
+        size = by.decode({coded.data.get(), coded.size}, {out.get(), file.size});
     }
     if (size != file.size || std::memcmp(out.get(), file.data.get(), size) != 0) {
         state.SkipWithError("differs");
@@ -264,17 +414,15 @@ void decode(benchmark::State& state, const sample& file, const contender& racer)
     report(state, file, coded.size);
 }
 
-void register_races(const sample& file, const std::vector<contender>& racers)
+void add_benchmarks(const sample& file, const contender& each)
 {
-    for (const contender& racer : racers) {
-        const auto add = [&](const std::string& what, auto function) {
-            const std::string name = what + "/" + racer.name + "/" + file.name;
-            benchmark::RegisterBenchmark(name.c_str(), function, std::cref(file), std::cref(racer))
-                ->Unit(benchmark::kMillisecond);
-        };
-        add("encode", encode);
-        add("decode", decode);
-    }
+    const auto add = [&](const std::string& what, auto function) {
+        const std::string name = what + "/" + each.name + "/" + file.name;
+        benchmark::RegisterBenchmark(name.c_str(), function, std::cref(file), std::cref(each))
+            ->Unit(benchmark::kMillisecond);
+    };
+    add("encode", encode);
+    add("decode", decode);
 }
 
 } // namespace
@@ -290,10 +438,14 @@ int main(int argc, char** argv)
     std::vector<quarnex::sample> samples;
     for (int i = 1; i < argc; ++i) samples.push_back(quarnex::load(argv[i]));
     std::erase_if(samples, [](const auto& file) { return file.size == 0; });
-    std::vector<std::vector<quarnex::contender>> racers; // by sample
-    std::transform(samples.begin(), samples.end(), std::back_inserter(racers), quarnex::all_racers);
-    for (quarnex::usize i = 0; i < samples.size(); ++i) {
-        quarnex::register_races(samples[i], racers[i]);
+    std::vector<std::vector<quarnex::contender>> contenders; // by sample
+    std::transform(samples.begin(), samples.end(), std::back_inserter(contenders),
+                   quarnex::all_contenders);
+    if (samples.empty()) return 1;
+    for (quarnex::usize number = 0; number < contenders.front().size(); ++number) {
+        for (quarnex::usize i = 0; i < samples.size(); ++i) {
+            quarnex::add_benchmarks(samples[i], contenders[i][number]);
+        }
     }
     benchmark::RunSpecifiedBenchmarks();
 }

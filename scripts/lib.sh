@@ -79,7 +79,7 @@ esac
 build_packages=(g++ cmake ninja-build libcli11-dev libdivsufsort-dev nlohmann-json3-dev "${checksum_packages[@]}")
 clang_packages=("${build_packages[@]}" clang clang-format clang-tidy libclang-rt-dev)
 # What the benchmarks are linked with
-bench_packages=(libbenchmark-dev liblz4-dev liblzma-dev zlib1g-dev libzstd-dev)
+bench_packages=(libbenchmark-dev libbrotli-dev libbz2-dev liblz4-dev liblzma-dev zlib1g-dev libzstd-dev)
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" "${bench_packages[@]}" python3 libgtest-dev libxxhash-dev
                python3-dask python3-distributed python3-fsspec python3-numpy python3-pandas python3-jsonschema
