@@ -1,0 +1,1 @@
+"""Measures quarnex and renders docs/results/; scripts/report is the command."""

@@ -1,0 +1,386 @@
+"""Renders docs/results/README.md from the tables."""
+
+import collections
+import textwrap
+
+from .front import front
+from .speed import points_of
+from .trust import command_text
+
+OURS = ("speed", "threads", "memory", "small_files")
+
+
+def markdown_table(head, rows):
+    lines = ["| " + " | ".join(str(cell).replace("|", "\\|") for cell in line) + " |\n" for line in (head, *rows)]
+    lines.insert(1, "|---" * len(head) + "|\n")
+    return "".join(lines).replace("|  |", "| |")
+
+
+def wrapped(text, width=120):
+    """Wraps paragraphs and items of lists; tables and pictures stay as they are."""
+    lines = []
+    for line in text.split("\n"):
+        if len(line) <= width or line.startswith(("|", "!")):
+            lines.append(line)
+        else:
+            lines += textwrap.wrap(line, width, break_long_words=False, break_on_hyphens=False,
+                                   subsequent_indent="  " if line.startswith("- ") else "")
+    return "\n".join(lines)
+
+
+def listed(items):
+    """1, 2 and 4"""
+    items = list(map(str, items))
+    return " and ".join(filter(None, (", ".join(items[:-1]), items[-1])))
+
+
+def speed_text(mb_s):
+    """Three digits, or two below 10 MB/s."""
+    if mb_s >= 1000:
+        return f"{round(mb_s, -1):.0f}"
+    return f"{mb_s:.0f}" if mb_s >= 10 else f"{mb_s:.1f}"
+
+
+def mib_text(mib):
+    return f"{mib:.0f}" if mib >= 10 else f"{mib:.1f}"
+
+
+def share(part, whole):
+    if whole == 0:
+        return "-"
+    percent = 100 * part / whole
+    if part not in (0, whole):  # not all and not none, however it is rounded
+        percent = min(max(percent, 0.01), 99.99)
+    return f"{percent:.2f} %" if part not in (0, whole) else f"{percent:.0f} %"
+
+
+def plot(name, text):
+    return f"![{text}]({name}.svg)\n"
+
+
+# ----------------------------------------------------------------------------------- performance
+
+
+def speed_section(rows, _):
+    points = points_of(rows)
+    files = {row["file"]: int(row["original_bytes"]) for row in rows}
+    ours = [point for point in points if point.is_ours]
+    peers = [point for point in points if not point.is_ours]
+    fronts = {direction: {id(point) for group in (ours, peers) for point in front(
+        group, lambda p, d=direction: getattr(p, d), lambda p: p.ratio)} for direction in ("compress", "decompress")}
+    return f"""\
+{len(files)} files, {sum(files.values()) / 1e6:.1f} MB: {', '.join(files)}. Everything is measured in memory with one \
+thread: each file is compressed from one buffer into another and decompressed again, without checksums (bzip2 always \
+has them). qrx and zstd reuse their memory from file to file, as their programs do. qrx uses blocks of its default \
+size; brotli has a window of 16 MiB; gzip stands for zlib with raw deflate. Speeds are MB (10^6 bytes) of the original \
+per second of processor time, over all files. The fastest of several passes counts; what takes more than 3 seconds \
+runs once.
+
+{plot("compress", "Ratio against compression speed")}
+{plot("decompress", "Ratio against decompression speed")}
+A cell is on the front if no other cell is at least as good in both ratio and speed, and better in one. In the tables, \
+`c` marks the front of compression, `d` that of decompression; qrx and the others have a front each.
+
+### All cells of qrx
+
+{points_table(sorted(ours, key=lambda p: p.setting), fronts)}
+### Others
+
+{points_table(peers, fronts)}
+### Ratio by file
+
+{files_table(rows, points)}"""
+
+
+def points_table(points, fronts):
+    def marks(point):
+        return " ".join(mark for mark, direction in (("c", "compress"), ("d", "decompress"))
+                        if id(point) in fronts[direction])
+    return markdown_table(("", "ratio", "compress MB/s", "decompress MB/s", "front"),
+                          [(point.name, f"{point.ratio:.3f}", speed_text(point.compress),
+                            speed_text(point.decompress), marks(point)) for point in points])
+
+
+def files_table(rows, points):
+    """Ratios of the presets' cells and of some peers for each file."""
+    from .readme import PEERS, presets
+    wanted = [("qrx", cell) for cell in presets()[0].values()] + PEERS
+    found = {(row["tool"], row["setting"], row["file"]): int(row["compressed_bytes"]) / int(row["original_bytes"])
+             for row in rows}
+    names = {(point.tool, point.setting): point.name for point in points}
+    files = list(dict.fromkeys(row["file"] for row in rows))
+    return markdown_table(("file", *(names[key] for key in wanted if key in names)),
+                          [(file, *(f"{found[(*key, file)]:.3f}" for key in wanted if key in names))
+                           for file in files])
+
+
+def threads_section(rows, _):
+    size = int(rows[0]["original_bytes"])
+    counts = sorted({int(row["threads"]) for row in rows})
+    lines = collections.defaultdict(dict)
+    for row in rows:
+        lines[row["tool"], row["setting"]][row["operation"], int(row["threads"])] = row
+    table = []
+    for (tool, setting), cells in lines.items():
+        first = next(iter(cells.values()))
+        seconds = [f"{float(cells[operation, count]['elapsed_s']):.2f}" for operation in ("compress", "decompress")
+                   for count in counts]
+        table.append((f"{tool} {setting}", f"{int(first['compressed_bytes']) / size:.3f}", *seconds))
+    heads = [f"{operation}, {count}" for operation in ("compress", "decompress") for count in counts]
+    return f"""\
+Whole programs, elapsed seconds with {listed(counts)} threads. The input is one file of {size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are \
+in memory (tmpfs), so starting the program and copying count, but no disk. The fastest of 3 runs counts; what takes \
+more than 5 seconds runs once. pigz decompresses with one thread, and so does zstd.
+
+{plot("threads", "Speed of whole programs against the number of threads")}
+{markdown_table(("", "ratio", *heads), table)}"""
+
+
+def levels_of_memory(rows, operation):
+    """Returns {level: {workers: (bound, peak)}} of qrx in MiB, the largest of all methods; peak may be None."""
+    levels = collections.defaultdict(dict)
+    for row in rows:
+        if row["tool"] != "qrx" or row["operation"] != operation:
+            continue
+        columns = levels[int(row["setting"]) % 10]
+        workers = int(row["workers"])
+        peak = float(row["peak_MiB"]) if row["peak_MiB"] else None
+        bound, old = columns.get(workers, (0, None))
+        columns[workers] = (max(bound, float(row["bound_MiB"])), max((old, peak), key=lambda each: each or 0))
+    return dict(sorted(levels.items()))
+
+
+def memory_section(rows, _):
+    compress, decompress = (levels_of_memory(rows, operation) for operation in ("compress", "decompress"))
+
+    def text(columns, workers):
+        bound, peak = columns[workers]
+        return f"{mib_text(peak)} of {mib_text(bound)}"
+
+    table = [(level, *(text(each[level], workers) for each in (compress, decompress) for workers in (1, 2)))
+             for level in compress]
+    peers = collections.defaultdict(dict)
+    for row in rows:
+        if row["tool"] != "qrx":
+            peers[row["tool"], row["setting"]][row["operation"]] = mib_text(float(row["peak_MiB"]))
+    return f"""\
+MiB of qrx for blocks of its default size, 32 MiB, or 16 MiB at levels 4 to 7: the measured peak, and the bound that \
+the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the process, \
+with about 5 MiB of program and libraries, which the bound does not include. The input is noise in which \
+few bytes repeat, so it fills all buffers and no block is stored. All figures are for method 5; the others need up to 1 MiB less. At level 9 the bound includes the address space that is \
+reserved for the search tree, most of which is never used. Small files need less, and `-b` and `--memory-limit` reduce \
+the memory.
+
+{plot("memory", "Peak memory of qrx by level, one and two workers")}
+{markdown_table(("level", "compress, 1 worker", "2 workers", "decompress, 1 worker", "2 workers"), table)}
+### Others, one thread
+
+{markdown_table(("", "compress MiB", "decompress MiB"),
+                [(f"{tool} {setting}", cost["compress"], cost["decompress"])
+                 for (tool, setting), cost in peers.items()])}"""
+
+
+def small_files_section(rows, _):
+    def seconds(row, operation):
+        return (f"{float(row[f'{operation}_s']):.2f}", f"{float(row[f'{operation}_processor_s']):.2f}")
+
+    table = [(("tar with " if row["way"] == "tar" else "") + f"{row['tool']} {row['setting']}",
+              f"{int(row['compressed_bytes']) / int(row['original_bytes']):.3f}", *seconds(row, "compress"),
+              *seconds(row, "decompress")) for row in rows]
+    return f"""\
+A generated tree of {int(rows[0]['files']):,} text files, {int(rows[0]['original_bytes']) / 1e6:.1f} MB in all. Either \
+each file is compressed to a file of its own (`-r`; xz gets the names from `find`), or the tree is packed by tar. All \
+programs use their default number of threads. Files are in memory (tmpfs), where flushing to disk is free; elsewhere \
+it takes much of the time of qrx, which is the only one that does it, unless `--no-sync` is given. The fastest of 3 \
+runs counts.
+
+{plot("small_files", "Elapsed and processor time for small files")}
+{markdown_table(("", "ratio", "compress s", "processor s", "decompress s", "processor s"), table)}"""
+
+
+# ----------------------------------------------------------------------------------------- trust
+
+
+def damage_section(rows, _):
+    counts = collections.defaultdict(collections.Counter)
+    outcomes = ("edits", "noticed", "harmless", "silent", "crashed", "hung")
+    for row in rows:
+        kind = row["format"] + (f", method {row['method']}" if row["method"] else "")
+        for outcome in outcomes:
+            counts[kind, row["sealed"]][outcome] += int(row[outcome])
+    table = [(kind, yes_no(sealed), *(f"{count[outcome]:,}" for outcome in outcomes),
+              share(count["silent"], count["edits"])) for (kind, sealed), count in counts.items()]
+    by_edit = collections.defaultdict(collections.Counter)
+    for row in rows:
+        if row["format"] == "qrx":
+            by_edit[row["edit"]][yes_no(row["sealed"])] += int(row["silent"])
+            by_edit[row["edit"]]["edits " + yes_no(row["sealed"])] += int(row["edits"])
+    edits = [(edit, *(share(count[sealed], count[f"edits {sealed}"]) for sealed in ("yes", "no")))
+             for edit, count in by_edit.items()]
+    return f"""\
+Files are damaged by random edits and then checked by their own test (`qrx -t`, `zstd -t` and so on). *Noticed*: the \
+test fails. *Harmless*: it passes, and the original is restored. *Silent*: it passes, but other bytes are restored. A \
+file is sealed if it ends with a checksum, as files of qrx do by default; quarnex writes none. In other formats, sealed \
+means with a checksum.
+
+{markdown_table(("format", "sealed", *outcomes, "share silent"), table)}
+Share of silent edits in files of qrx, by kind of edit:
+
+{markdown_table(("edit", "sealed", "unsealed"), edits)}"""
+
+
+def yes_no(value):
+    return {"1": "yes", "true": "yes", "True": "yes", "0": "no", "false": "no", "False": "no"}.get(value, value)
+
+
+def faults_section(rows, _):
+    columns = list(dict.fromkeys((row["program"], row["operation"]) for row in rows))
+    cells = collections.defaultdict(collections.Counter)
+    for row in rows:
+        cells[row["fault"], row["program"], row["operation"]][row["result"]] += int(row["runs"] or 0)
+    faults = list(dict.fromkeys(row["fault"] for row in rows))
+    workers = sorted({int(row["workers"]) for row in rows if row["workers"].isdigit()})
+    table = [(fault, *(fault_cell(cells[(fault, *column)]) for column in columns)) for fault in faults]
+    wrong = [f"- {row['program']} {row['operation']}, {row['fault']}, {row['workers']} workers: {row['note']}"
+             for row in rows if row["result"] == "wrong"]
+    notes = list(dict.fromkeys(f"- {row['fault']}: {row['note']}" for row in rows
+                               if row["note"] and row["result"] != "wrong"))
+    return f"""\
+Each fault is made to happen in many runs, with {listed(workers)} workers. A run is good if it ends in \
+time, leaves no partial file that isn't documented, prints one message with the name of the file, ends with the \
+documented status, and changes no other file. The figures are numbers of good runs; `-` means that the fault can't \
+happen there.
+
+{markdown_table(("fault", *(f"{program} {operation}" for program, operation in columns)), table)}
+{("Wrong:" + chr(10) + chr(10) + chr(10).join(wrong) + chr(10)) if wrong else ""}\
+{("Notes:" + chr(10) + chr(10) + chr(10).join(notes) + chr(10)) if notes else ""}"""
+
+
+def fault_cell(counts):
+    if counts["wrong"]:
+        return f"**wrong: {counts['wrong']:,}** of {counts['wrong'] + counts['good']:,}"
+    return f"{counts['good']:,}" if "good" in counts else "-"
+
+
+def schedules_section(rows, _):
+    return f"""\
+Random schedules: threads yield at random, by a seed, where they lock, wait and signal; the thread sanitizer checks \
+each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for a long time.
+
+{markdown_table(("kind", "runs", "seconds", "faults", "note"),
+                [(row["kind"], f"{int(row['runs']):,}", f"{float(row['seconds']):,.0f}", row["faults"], row["note"])
+                 for row in rows])}"""
+
+
+def fuzz_coverage_section(rows, _):
+    directories = list(dict.fromkeys(row["directory"] for row in rows))
+    table = collections.defaultdict(collections.Counter)
+    for row in rows:
+        table[row["target"]]["reached", row["directory"]] += int(row["reached"])
+        table[row["target"]]["regions", row["directory"]] += int(row["regions"])
+    union = table["all"]
+    targets = [(name, sum(value for (what, _), value in cells.items() if what == "reached"),
+                sum(value for (what, _), value in cells.items() if what == "regions"))
+               for name, cells in table.items()]
+    return f"""\
+Regions of `src/` that the corpus of all fuzz targets together reaches, by directory, and that each target reaches. A \
+region is a piece of code without branches, as counted by llvm-cov.
+
+{markdown_table(("directory", "regions", "reached", "share"),
+                [(name, f"{union['regions', name]:,}", f"{union['reached', name]:,}",
+                  share(union["reached", name], union["regions", name])) for name in directories])}
+{markdown_table(("target", "regions", "reached", "share"),
+                [(name, f"{regions:,}", f"{reached:,}", share(reached, regions))
+                 for name, reached, regions in targets])}"""
+
+
+def fuzz_hours_section(rows, _):
+    total = ("**all**", f"{sum(float(row['processor_hours']) for row in rows):.1f}",
+             f"{sum(int(row['executions']) for row in rows):,}", sum(int(row["faults"]) for row in rows))
+    return "Sums of all recorded runs. Every fault that was found has become a test.\n\n" + markdown_table(
+        ("target", "processor hours", "executions", "faults"),
+        [*((row["target"], f"{float(row['processor_hours']):.1f}", f"{int(row['executions']):,}", row["faults"])
+           for row in rows if row["target"] != "all"), total])
+
+
+def payloads_section(rows, _):
+    return """\
+The same files, compressed by programs of different compilers, optimization levels and systems and with different \
+numbers of workers, have the same payloads. The digest covers all of them.
+
+""" + markdown_table(("variant", "cells", "files", "digest", "equal"),
+                     [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", yes_no(row["equal"]))
+                      for row in rows])
+
+
+def reproducible_section(rows, _):
+    return """\
+The same commit, built twice in different directories, gives the same bytes. The figures are digests (SHA-256).
+
+""" + markdown_table(("artifact", "first", "second", "equal"),
+                     [(f"`{row['artifact']}`", f"`{row['first'][:16]}`", f"`{row['second'][:16]}`",
+                       yes_no(row["equal"])) for row in rows])
+
+
+# ------------------------------------------------------------------------------------------ page
+
+# The table that a section needs, its title, its parts in `runs`, and what renders it
+SECTIONS = [
+    ("speed", "Ratio and speed", ("speed",), speed_section),
+    ("threads", "Threads", ("threads",), threads_section),
+    ("memory", "Memory", ("memory",), memory_section),
+    ("small_files", "Small files", ("small_files",), small_files_section),
+    ("damage", "Damaged files", ("damage",), damage_section),
+    ("faults", "Faults of the system", ("faults",), faults_section),
+    ("schedules", "Schedules and stress", ("schedules", "stress"), schedules_section),
+    ("fuzz_coverage", "Fuzzing: coverage", ("fuzz_coverage",), fuzz_coverage_section),
+    ("fuzz_hours", "Fuzzing: hours", ("fuzz_hours",), fuzz_hours_section),
+    ("payloads", "Equal payloads", ("payloads",), payloads_section),
+    ("reproducible", "Reproducible builds", ("reproducible",), reproducible_section),
+]
+
+HEAD = """\
+# Results
+
+`scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each part \
+can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What the C \
+interface costs in addition to the codecs is in [library.md](library.md).
+
+- *Ratio* is compressed / original size: smaller is better. MB are 10^6 bytes, MiB are 2^20.
+- A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of them.
+
+"""
+
+
+def rendered(tables):
+    """Returns the page.  The first lines of a section that was not measured say how to do that."""
+    runs = {row["part"]: row for row in tables.read("runs") or []}
+    text = HEAD
+    for name, title, parts, render in SECTIONS:
+        rows = tables.read(name)
+        text += f"## {title}\n\n"
+        text += (render(rows, runs).rstrip("\n") if rows else "Not measured.") + "\n\n"
+        text += source_text(name, parts, runs, measured=bool(rows)) + "\n"
+    return wrapped(text + machines_section(runs))
+
+
+def source_text(name, parts, runs, measured):
+    command = [f"`scripts/report {part}{' FOLDER' if part in ('speed', 'threads') else ''}`" for part in parts]
+    own = "" if name in OURS else f", which runs {' and '.join(f'`{command_text(part)}`' for part in parts)}"
+    dates = [f"{runs[part]['date']} at commit {runs[part]['commit']}" for part in parts if part in runs]
+    how = f"Command: {' and '.join(command)}{own}."
+    table = f" Table: [{name}.csv]({name}.csv)." if measured else ""
+    return (f"Measured on {'; '.join(dates)}. " if measured and dates else "") + how + table + "\n"
+
+
+def machines_section(runs):
+    if not runs:
+        return "## Machines and versions\n\nNothing was measured.\n"
+    groups = collections.defaultdict(list)
+    for part, row in runs.items():
+        groups[row["machine"]].append(part)
+    machines = "".join(f"- {machine}: {', '.join(parts)}\n" for machine, parts in groups.items())
+    table = markdown_table(("part", "date", "commit", "compiler", "minutes", "others"),
+                           [(part, row["date"], row["commit"], row["compiler"], f"{float(row['seconds']) / 60:.1f}",
+                             row["versions"]) for part, row in runs.items()])
+    return f"## Machines and versions\n\n{machines}\n{table}"

@@ -1,0 +1,57 @@
+"""The CSV files of the results: one directory, one file for each table."""
+
+import csv
+import pathlib
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DEFAULT_FOLDER = ROOT / "docs" / "results"
+
+# The columns of each table.  A table may have more columns at its end.
+COLUMNS = {
+    "runs": "part,date,commit,machine,compiler,versions,seconds",
+    "speed": "tool,setting,file,original_bytes,compressed_bytes,compress_s,decompress_s,runs",
+    "threads": "tool,setting,operation,threads,original_bytes,compressed_bytes,elapsed_s,processor_s,runs",
+    "memory": "tool,setting,operation,workers,bound_MiB,peak_MiB",
+    "small_files": "way,tool,setting,files,original_bytes,compressed_bytes,compress_s,compress_processor_s,"
+                   "decompress_s,decompress_processor_s",
+    "damage": "format,method,sealed,edit,edits,noticed,harmless,silent,crashed,hung",
+    "faults": "program,operation,fault,workers,runs,result,note",
+    "schedules": "kind,runs,seconds,faults,note",
+    "fuzz_coverage": "target,directory,regions,reached",
+    "fuzz_hours": "target,processor_hours,executions,faults",
+    "payloads": "variant,cells,files,digest,equal",
+    "reproducible": "artifact,first,second,equal",
+}
+
+
+class Tables:
+    """Reads and writes the tables of one directory."""
+
+    def __init__(self, folder):
+        self.folder = pathlib.Path(folder)
+
+    def path(self, name):
+        return self.folder / f"{name}.csv"
+
+    def read(self, name):
+        """Returns a list of dictionaries of strings; None if the table wasn't measured."""
+        if not self.path(name).exists():
+            return None
+        with self.path(name).open(newline="", encoding="utf-8") as file:
+            reader = csv.DictReader(file)
+            missing = set(COLUMNS[name].split(",")) - set(reader.fieldnames or [])
+            if missing:
+                raise SystemExit(f"{self.path(name)}: no column {', '.join(sorted(missing))}")
+            return list(reader)
+
+    def write(self, name, rows):
+        self.folder.mkdir(parents=True, exist_ok=True)
+        with self.path(name).open("w", newline="", encoding="utf-8") as file:
+            writer = csv.DictWriter(file, COLUMNS[name].split(","), lineterminator="\n")
+            writer.writeheader()
+            writer.writerows(rows)
+
+    def record_run(self, row):
+        """Stores when and where a part was measured, in place of its previous run."""
+        rows = [old for old in self.read("runs") or [] if old["part"] != row["part"]]
+        self.write("runs", sorted([*rows, row], key=lambda each: each["part"]))

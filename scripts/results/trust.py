@@ -1,0 +1,31 @@
+"""The tables that other commands measure: damage, faults, schedules, fuzzing and reproducible builds."""
+
+import subprocess
+
+from .tables import ROOT
+
+# Each part: the table, and the command, in which {csv} is the table's file.
+COMMANDS = {
+    "damage": ("damage", ["scripts/check_damage", "--csv", "{csv}"]),
+    "faults": ("faults", ["scripts/check_faults", "--csv", "{csv}"]),
+    "schedules": ("schedules", ["scripts/stress", "schedules", "--csv", "{csv}"]),
+    "stress": ("schedules", ["scripts/stress", "files", "--csv", "{csv}"]),
+    "payloads": ("payloads", ["scripts/check_payloads", "--csv", "{csv}"]),
+    "reproducible": ("reproducible", ["scripts/check_reproducible", "--csv", "{csv}"]),
+    "fuzz_coverage": ("fuzz_coverage", ["scripts/fuzz", "coverage", "--csv", "{csv}"]),
+    "fuzz_hours": ("fuzz_hours", ["scripts/fuzz", "hours", "--csv", "{csv}"]),
+}
+
+
+def command_text(part):
+    table, words = COMMANDS[part]
+    return " ".join(words).format(csv=f"docs/results/{table}.csv")
+
+
+def measure(part, tables):
+    """Runs the command of a part, which writes the table itself."""
+    table, words = COMMANDS[part]
+    tables.folder.mkdir(parents=True, exist_ok=True)
+    command = [word.format(csv=tables.path(table)) for word in words]
+    if subprocess.run(command, cwd=ROOT, check=False).returncode != 0:
+        raise SystemExit(f"failed: {' '.join(command)}")
