@@ -83,8 +83,7 @@ bench_packages=(libbenchmark-dev libbrotli-dev libbz2-dev liblz4-dev liblzma-dev
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" "${bench_packages[@]}" python3 libgtest-dev libxxhash-dev
                python3-dask python3-distributed python3-fsspec python3-matplotlib python3-numpy python3-pandas
-               python3-jsonschema
-               file jq parallel strace xz-utils zstd)
+               python3-jsonschema file jq parallel strace xz-utils zstd)
 
 # build PRESET [TARGET...]
 build() {

@@ -128,9 +128,10 @@ def threads_section(rows, _):
         table.append((f"{tool} {setting}", f"{int(first['compressed_bytes']) / size:.3f}", *seconds))
     heads = [f"{operation}, {count}" for operation in ("compress", "decompress") for count in counts]
     return f"""\
-Whole programs, elapsed seconds with {listed(counts)} threads. The input is one file of {size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are \
-in memory (tmpfs), so starting the program and copying count, but no disk. The fastest of 3 runs counts; what takes \
-more than 5 seconds runs once. pigz decompresses with one thread, and so does zstd.
+Whole programs, elapsed seconds with {listed(counts)} threads. The input is one file of \
+{size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are in memory (tmpfs), so starting the \
+program and copying count, but no disk. The fastest of 3 runs counts; what takes more than 5 seconds is not repeated. \
+pigz and zstd decompress with one thread.
 
 {plot("threads", "Speed of whole programs against the number of threads")}
 {markdown_table(("", "ratio", *heads), table)}"""
@@ -167,9 +168,9 @@ def memory_section(rows, _):
 MiB of qrx for blocks of its default size, 32 MiB, or 16 MiB at levels 4 to 7: the measured peak, and the bound that \
 the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the process, \
 with about 5 MiB of program and libraries, which the bound does not include. The input is noise in which \
-few bytes repeat, so it fills all buffers and no block is stored. All figures are for method 5; the others need up to 1 MiB less. At level 9 the bound includes the address space that is \
-reserved for the search tree, most of which is never used. Small files need less, and `-b` and `--memory-limit` reduce \
-the memory.
+few bytes repeat, so it fills all buffers and no block is stored. All figures are for method 5; the others need up to \
+1 MiB less. At level 9 the bound includes the address space that is reserved for the search tree, most of which is \
+never used. Small files need less, and `-b` and `--memory-limit` reduce the memory.
 
 {plot("memory", "Peak memory of qrx by level, one and two workers")}
 {markdown_table(("level", "compress, 1 worker", "2 workers", "decompress, 1 worker", "2 workers"), table)}
@@ -208,13 +209,13 @@ def damage_section(rows, _):
         kind = row["format"] + (f", method {row['method']}" if row["method"] else "")
         for outcome in outcomes:
             counts[kind, row["sealed"]][outcome] += int(row[outcome])
-    table = [(kind, yes_no(sealed), *(f"{count[outcome]:,}" for outcome in outcomes),
+    table = [(kind, sealed, *(f"{count[outcome]:,}" for outcome in outcomes),
               share(count["silent"], count["edits"])) for (kind, sealed), count in counts.items()]
     by_edit = collections.defaultdict(collections.Counter)
     for row in rows:
         if row["format"] == "qrx":
-            by_edit[row["edit"]][yes_no(row["sealed"])] += int(row["silent"])
-            by_edit[row["edit"]]["edits " + yes_no(row["sealed"])] += int(row["edits"])
+            by_edit[row["edit"]][row["sealed"]] += int(row["silent"])
+            by_edit[row["edit"]]["edits " + row["sealed"]] += int(row["edits"])
     edits = [(edit, *(share(count[sealed], count[f"edits {sealed}"]) for sealed in ("yes", "no")))
              for edit, count in by_edit.items()]
     return f"""\
@@ -229,10 +230,6 @@ Share of silent edits in files of qrx, by kind of edit:
 {markdown_table(("edit", "sealed", "unsealed"), edits)}"""
 
 
-def yes_no(value):
-    return {"1": "yes", "true": "yes", "True": "yes", "0": "no", "false": "no", "False": "no"}.get(value, value)
-
-
 def faults_section(rows, _):
     columns = list(dict.fromkeys((row["program"], row["operation"]) for row in rows))
     cells = collections.defaultdict(collections.Counter)
@@ -241,19 +238,24 @@ def faults_section(rows, _):
     faults = list(dict.fromkeys(row["fault"] for row in rows))
     workers = sorted({int(row["workers"]) for row in rows if row["workers"].isdigit()})
     table = [(fault, *(fault_cell(cells[(fault, *column)]) for column in columns)) for fault in faults]
-    wrong = [f"- {row['program']} {row['operation']}, {row['fault']}, {row['workers']} workers: {row['note']}"
+    wrong = [f"- {row['program']} {row['operation']}, {row['fault']}, {row['workers']} workers: `{row['note']}`"
              for row in rows if row["result"] == "wrong"]
-    notes = list(dict.fromkeys(f"- {row['fault']}: {row['note']}" for row in rows
-                               if row["note"] and row["result"] != "wrong"))
+    reasons = collections.defaultdict(dict)
+    for row in rows:
+        if row["note"] and row["result"] != "wrong":
+            reasons[row["note"]][row["fault"]] = True
+    notes = [f"- {', '.join(each)}: {note}" for note, each in reasons.items()]
     return f"""\
-Each fault is made to happen in many runs, with {listed(workers)} workers. A run is good if it ends in \
-time, leaves no partial file that isn't documented, prints one message with the name of the file, ends with the \
-documented status, and changes no other file. The figures are numbers of good runs; `-` means that the fault can't \
-happen there.
+Each fault is made to happen in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
+no partial file that isn't documented, prints one message with the name of the file, ends with the documented status, \
+and changes no other file. The figures are numbers of good runs; `-` means that the fault can't happen there.
 
 {markdown_table(("fault", *(f"{program} {operation}" for program, operation in columns)), table)}
-{("Wrong:" + chr(10) + chr(10) + chr(10).join(wrong) + chr(10)) if wrong else ""}\
-{("Notes:" + chr(10) + chr(10) + chr(10).join(notes) + chr(10)) if notes else ""}"""
+{list_text("Wrong:", wrong)}{list_text("Notes:", notes)}"""
+
+
+def list_text(title, items):
+    return f"{title}\n\n" + "\n".join(items) + "\n\n" if items else ""
 
 
 def fault_cell(counts):
@@ -273,6 +275,7 @@ each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for
 
 
 def fuzz_coverage_section(rows, _):
+    rows = [row for row in rows if row["directory"] != "all"]  # their sum
     directories = list(dict.fromkeys(row["directory"] for row in rows))
     table = collections.defaultdict(collections.Counter)
     for row in rows:
@@ -309,7 +312,7 @@ The same files, compressed by programs of different compilers, optimization leve
 numbers of workers, have the same payloads. The digest covers all of them.
 
 """ + markdown_table(("variant", "cells", "files", "digest", "equal"),
-                     [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", yes_no(row["equal"]))
+                     [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", row["equal"])
                       for row in rows])
 
 
@@ -319,7 +322,7 @@ The same commit, built twice in different directories, gives the same bytes. The
 
 """ + markdown_table(("artifact", "first", "second", "equal"),
                      [(f"`{row['artifact']}`", f"`{row['first'][:16]}`", f"`{row['second'][:16]}`",
-                       yes_no(row["equal"])) for row in rows])
+                       row["equal"]) for row in rows])
 
 
 # ------------------------------------------------------------------------------------------ page
@@ -342,12 +345,13 @@ SECTIONS = [
 HEAD = """\
 # Results
 
-`scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each part \
-can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What the C \
+`scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each \
+part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What the C \
 interface costs in addition to the codecs is in [library.md](library.md).
 
 - *Ratio* is compressed / original size: smaller is better. MB are 10^6 bytes, MiB are 2^20.
-- A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of them.
+- A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of \
+them.
 
 """
 

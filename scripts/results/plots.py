@@ -163,7 +163,8 @@ def draw_speed(rows, direction):
     files = {row["file"]: int(row["original_bytes"]) for row in rows}
     figure, (axis,) = new_figure(
         f"{verb}: ratio against speed",
-        f"{len(files)} files, {sum(files.values()) / 1e6:.0f} MB; in memory, one thread. Better is to the right and down.")
+        f"{len(files)} files, {sum(files.values()) / 1e6:.0f} MB; in memory, one thread. "
+        "Better is to the right and down.")
     speed, ratio = operator.attrgetter(direction), operator.attrgetter("ratio")
     ours, peers = [[p for p in points if p.is_ours is mine] for mine in (True, False)]
     fronts = [front(group, speed, ratio) for group in (ours, peers)]
@@ -213,7 +214,8 @@ def name_points(axis, points, fronts, on_front, direction):
     for point in points:
         if not point.is_ours or point.setting in presets()[0].values() and id(point) not in on_front:
             labels.place(point.name, speed(point), point.ratio, size=8.5)
-    note = "● qrx, cells on its front (black line)\n○ qrx, other cells; presets have names\n□ others; dashed: their front"
+    note = ("● qrx, cells on its front (black line)\n○ qrx, other cells; presets have names\n"
+            "□ others; dashed: their front")
     for text in place_note(axis, labels, note):
         axis.text(*text, transform=axis.transAxes, ha="left", va="top", size=9, linespacing=1.5,
                   bbox={"facecolor": "white", "edgecolor": "0.7", "linewidth": 0.6})
@@ -294,7 +296,8 @@ def spread_labels(axis, ends):
 def draw_memory(rows):
     """Measured peak and bound by level, for one and two workers."""
     figure, axes = new_figure("Peak memory of qrx by level", "Data that hardly compresses, in blocks of the default "
-                              "size. Bars: measured peak; lines: the library's bound.", panels=2, height=4.8, sharey=True)
+                              "size. Bars: measured peak; lines: the library's bound.", panels=2, height=4.8,
+                              sharey=True)
     tallest = max(float(row["peak_MiB"] or 0) for row in rows if row["tool"] == "qrx") * 1.12
     for axis, operation in zip(axes, ("compress", "decompress")):
         draw_memory_bars(axis, levels_of_memory(rows, operation), tallest)
@@ -317,8 +320,8 @@ def draw_memory_bars(axis, data, tallest):
     axis.set_xticks(list(data))
     above = [level for level, columns in data.items() if columns[1][0] >= tallest]
     if above:
-        axis.text(above[0] - 1.6, tallest * 0.97, f"level {above[0]}: the bound, outside of the plot,\nincludes reserved "
-                  "address space", size=9, va="top", ha="right", linespacing=1.4)
+        axis.text(above[0] - 1.6, tallest * 0.97, f"level {above[0]}: the bound, outside of the plot,\n"
+                  "includes reserved address space", size=9, va="top", ha="right", linespacing=1.4)
 
 
 # ---------------------------------------------------------------------------------- small files

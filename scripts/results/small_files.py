@@ -11,8 +11,8 @@ PEERS = ("zstd", "gzip", "xz", "tar")
 FILES = 5000
 FOLDER_FILES = 100
 QUICK_FILES = 200
-EACH = [("quarnex", "-33"), ("qrx", "-1"), ("qrx", "-5"), ("qrx", "-5 --no-sync"), ("qrx", "-9"), ("zstd", "-3"), ("gzip", "-6"),
-        ("xz", "-6")]
+EACH = [("quarnex", "-33"), ("qrx", "-1"), ("qrx", "-5"), ("qrx", "-5 --no-sync"), ("qrx", "-9"), ("zstd", "-3"),
+        ("gzip", "-6"), ("xz", "-6")]
 WITH_TAR = [("qrx", "-1"), ("qrx", "-5"), ("qrx", "-9"), ("zstd", "-3"), ("gzip", "-6"), ("xz", "-6")]
 SUFFIXES = {"quarnex": ".qrx", "qrx": ".qrx", "zstd": ".zst", "gzip": ".gz", "xz": ".xz"}
 

@@ -65,7 +65,8 @@ class SpeedTest(unittest.TestCase):
         self.assertEqual(speed.contenders_within(results, 1.2), [])
 
     def test_speeds_are_sums_over_files(self):
-        rows = [{"tool": "zstd", "setting": "-fast1", "file": name, "original_bytes": size, "compressed_bytes": "500000",
+        rows = [{"tool": "zstd", "setting": "-fast1", "file": name, "original_bytes": size,
+                 "compressed_bytes": "500000",
                  "compress_s": seconds, "decompress_s": "0.5", "runs": "1"}
                 for name, size, seconds in (("a", "1000000", "0.5"), ("b", "3000000", "1.5"))]
         point, = speed.points_of(rows)
@@ -117,7 +118,7 @@ class PageTest(unittest.TestCase):
     def test_wrong_results_stand_out(self):
         section = self.section("Faults of the system")
         self.assertIn("| disk full | 81 | 40 | **wrong: 3** of 3 | - |", section)
-        self.assertIn("- qrx restore, disk full, 2 workers: status 0", section)
+        self.assertIn("- qrx restore, disk full, 2 workers: `status 0`", section)
         self.assertIn("- killed: partial file is documented", section)
 
     def test_coverage_is_summed_by_directory_and_target(self):
