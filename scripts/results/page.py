@@ -46,12 +46,10 @@ def mib_text(mib):
 
 
 def share(part, whole):
-    if whole == 0:
-        return "-"
-    percent = 100 * part / whole
-    if part not in (0, whole):  # not all and not none, however it is rounded
-        percent = min(max(percent, 0.01), 99.99)
-    return f"{percent:.2f} %" if part not in (0, whole) else f"{percent:.0f} %"
+    """A percentage; 0 % and 100 % are exact."""
+    if part in (0, whole):
+        return "100 %" if part else "0 %"
+    return f"{min(max(100 * part / whole, 0.01), 99.99):.2f} %"
 
 
 def plot(name, text):
@@ -61,7 +59,7 @@ def plot(name, text):
 # ----------------------------------------------------------------------------------- performance
 
 
-def speed_section(rows, _):
+def speed_section(rows):
     points = points_of(rows)
     files = {row["file"]: int(row["original_bytes"]) for row in rows}
     ours = [point for point in points if point.is_ours]
@@ -114,7 +112,7 @@ def files_table(rows, points):
                            for file in files])
 
 
-def threads_section(rows, _):
+def threads_section(rows):
     size = int(rows[0]["original_bytes"])
     counts = sorted({int(row["threads"]) for row in rows})
     lines = collections.defaultdict(dict)
@@ -151,7 +149,7 @@ def levels_of_memory(rows, operation):
     return dict(sorted(levels.items()))
 
 
-def memory_section(rows, _):
+def memory_section(rows):
     compress, decompress = (levels_of_memory(rows, operation) for operation in ("compress", "decompress"))
 
     def text(columns, workers):
@@ -166,11 +164,12 @@ def memory_section(rows, _):
             peers[row["tool"], row["setting"]][row["operation"]] = mib_text(float(row["peak_MiB"]))
     return f"""\
 MiB of qrx for blocks of its default size, 32 MiB, or 16 MiB at levels 4 to 7: the measured peak, and the bound that \
-the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the process, \
-with about 5 MiB of program and libraries, which the bound does not include. The input is noise in which \
-few bytes repeat, so it fills all buffers and no block is stored. All figures are for method 5; the others need up to \
-1 MiB less. At level 9 the bound includes the address space that is reserved for the search tree, most of which is \
-never used. Small files need less, and `-b` and `--memory-limit` reduce the memory.
+the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the process. \
+It includes about 5 MiB of program and libraries, and when decompressing a buffer of one block for the output, which \
+are no part of the bound. The input is noise in which few bytes repeat, so it fills all buffers and no block is \
+stored. All figures are for method 5; the others need less, up to a block when decompressing. At level 9 the bound \
+includes the address space that is reserved for the search tree, most of which is never used. Small files need less, \
+and `-b` and `--memory-limit` reduce the memory.
 
 {plot("memory", "Peak memory of qrx by level, one and two workers")}
 {markdown_table(("level", "compress, 1 worker", "2 workers", "decompress, 1 worker", "2 workers"), table)}
@@ -181,7 +180,7 @@ never used. Small files need less, and `-b` and `--memory-limit` reduce the memo
                  for (tool, setting), cost in peers.items()])}"""
 
 
-def small_files_section(rows, _):
+def small_files_section(rows):
     def seconds(row, operation):
         return (f"{float(row[f'{operation}_s']):.2f}", f"{float(row[f'{operation}_processor_s']):.2f}")
 
@@ -202,7 +201,7 @@ runs counts.
 # ----------------------------------------------------------------------------------------- trust
 
 
-def damage_section(rows, _):
+def damage_section(rows):
     counts = collections.defaultdict(collections.Counter)
     outcomes = ("edits", "noticed", "harmless", "silent", "crashed", "hung")
     for row in rows:
@@ -221,8 +220,8 @@ def damage_section(rows, _):
     return f"""\
 Files are damaged by random edits and then checked by their own test (`qrx -t`, `zstd -t` and so on). *Noticed*: the \
 test fails. *Harmless*: it passes, and the original is restored. *Silent*: it passes, but other bytes are restored. A \
-file is sealed if it ends with a checksum, as files of qrx do by default; quarnex writes none. In other formats, sealed \
-means with a checksum.
+file is sealed if it ends with a checksum, as files of qrx do by default; quarnex writes none. In other formats, \
+sealed means with a checksum.
 
 {markdown_table(("format", "sealed", *outcomes, "share silent"), table)}
 Share of silent edits in files of qrx, by kind of edit:
@@ -230,7 +229,7 @@ Share of silent edits in files of qrx, by kind of edit:
 {markdown_table(("edit", "sealed", "unsealed"), edits)}"""
 
 
-def faults_section(rows, _):
+def faults_section(rows):
     columns = list(dict.fromkeys((row["program"], row["operation"]) for row in rows))
     cells = collections.defaultdict(collections.Counter)
     for row in rows:
@@ -264,7 +263,7 @@ def fault_cell(counts):
     return f"{counts['good']:,}" if "good" in counts else "-"
 
 
-def schedules_section(rows, _):
+def schedules_section(rows):
     return f"""\
 Random schedules: threads yield at random, by a seed, where they lock, wait and signal; the thread sanitizer checks \
 each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for a long time.
@@ -274,7 +273,7 @@ each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for
                  for row in rows])}"""
 
 
-def fuzz_coverage_section(rows, _):
+def fuzz_coverage_section(rows):
     rows = [row for row in rows if row["directory"] != "all"]  # their sum
     directories = list(dict.fromkeys(row["directory"] for row in rows))
     table = collections.defaultdict(collections.Counter)
@@ -297,7 +296,7 @@ region is a piece of code without branches, as counted by llvm-cov.
                  for name, reached, regions in targets])}"""
 
 
-def fuzz_hours_section(rows, _):
+def fuzz_hours_section(rows):
     total = ("**all**", f"{sum(float(row['processor_hours']) for row in rows):.1f}",
              f"{sum(int(row['executions']) for row in rows):,}", sum(int(row["faults"]) for row in rows))
     return "Sums of all recorded runs. Every fault that was found has become a test.\n\n" + markdown_table(
@@ -306,7 +305,7 @@ def fuzz_hours_section(rows, _):
            for row in rows if row["target"] != "all"), total])
 
 
-def payloads_section(rows, _):
+def payloads_section(rows):
     return """\
 The same files, compressed by programs of different compilers, optimization levels and systems and with different \
 numbers of workers, have the same payloads. The digest covers all of them.
@@ -316,7 +315,7 @@ numbers of workers, have the same payloads. The digest covers all of them.
                       for row in rows])
 
 
-def reproducible_section(rows, _):
+def reproducible_section(rows):
     return """\
 The same commit, built twice in different directories, gives the same bytes. The figures are digests (SHA-256).
 
@@ -346,8 +345,8 @@ HEAD = """\
 # Results
 
 `scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each \
-part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What the C \
-interface costs in addition to the codecs is in [library.md](library.md).
+part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What \
+the C interface costs in addition to the codecs is in [library.md](library.md).
 
 - *Ratio* is compressed / original size: smaller is better. MB are 10^6 bytes, MiB are 2^20.
 - A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of \
@@ -363,7 +362,7 @@ def rendered(tables):
     for name, title, parts, render in SECTIONS:
         rows = tables.read(name)
         text += f"## {title}\n\n"
-        text += (render(rows, runs).rstrip("\n") if rows else "Not measured.") + "\n\n"
+        text += (render(rows).rstrip("\n") if rows else "Not measured.") + "\n\n"
         text += source_text(name, parts, runs, measured=bool(rows)) + "\n"
     return wrapped(text + machines_section(runs))
 

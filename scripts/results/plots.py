@@ -304,7 +304,7 @@ def draw_memory(rows):
         axis.set(title=operation, xlabel="level", ylim=(0, tallest))
         axis.grid(axis="x", visible=False)
     axes[0].set_ylabel("MiB of the process")
-    axes[1].text(0.03, 0.97, "dark, left: 1 worker\nlight, right: 2 workers\nline: bound, without the program itself",
+    axes[1].text(0.03, 0.97, "dark, left: 1 worker\nlight, right: 2 workers\nline: bound of the library alone",
                  transform=axes[1].transAxes, va="top", linespacing=1.5)
     return figure
 
