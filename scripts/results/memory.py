@@ -19,12 +19,12 @@ PEER_SETTINGS = [("lz4", "-1"), ("gzip", "-6"), ("bzip2", "-9"), ("zstd", "-1"),
                  ("brotli", "-11"), ("xz", "-0"), ("xz", "-6"), ("xz", "-9e"), ("7zip", "-mx=9")]
 
 
-def bounds(workers, folder):
+def bounds(workers, folder, quick):
     """Returns {(cell, operation): MiB} for a number of workers; `qrx bench` prints what the library states."""
     sample = pathlib.Path(folder) / "sample"
     sample.write_bytes(b"sample")
     done = subprocess.run([commands.QRX, "bench", "--seconds", "0.001", "--threads", str(workers), "--json",
-                           str(sample)], capture_output=True, check=True)
+                           *(["-b1"] if quick else []), str(sample)], capture_output=True, check=True)
     return {(cell["cell"], operation): cell[f"{operation}_memory"] / MIB
             for cell in json.loads(done.stdout)["cells"] for operation in ("compress", "decompress")}
 
@@ -47,7 +47,7 @@ def measure(quick=False):
         folder = pathlib.Path(folder)
         noise = folder / "noise"
         for workers in (*WORKERS, WORKERS[-1] + 1):
-            known = bounds(workers, folder)
+            known = bounds(workers, folder, quick)
             for level in LEVELS:
                 rows += measure_cell(METHOD * 10 + level, workers, known, noise, quick)
         rows += measure_peers(noise, quick)

@@ -329,8 +329,10 @@ def draw_memory_bars(axis, data, tallest):
 
 def draw_small_files(rows):
     """Elapsed and processor time of each tool, compression and decompression."""
-    figure, axes = new_figure(f"{int(rows[0]['files']):,} small files, {int(rows[0]['original_bytes']) / 1e6:.1f} MB",
-                              "Dark: elapsed time; light: processor time of all threads. Files in memory (tmpfs).",
+    figure, axes = new_figure(f"Time for {int(rows[0]['files']):,} small files of "
+                              f"{int(rows[0]['original_bytes']) / 1e6:.1f} MB in all",
+                              "Dark: elapsed; light: processor time of all threads. In brackets: ratio. "
+                              "Files in memory (tmpfs).",
                               panels=2, height=0.42 * len(rows) + 1.9, sharey=True)
     figure.subplots_adjust(left=0.23)
     names = [name_of_small(row) for row in rows]
