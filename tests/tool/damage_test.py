@@ -1,10 +1,18 @@
 """Damaged files are noticed, leave no output file, and send only correct bytes to standard output."""
 
+import collections
+import csv
+import importlib.machinery
+import importlib.util
+import pathlib
 import random
+import sys
+import types
+import unittest
 
-from qrx_tool import MIB, ToolTest, long_text, random_bytes, run, text
+from qrx_tool import MIB, QRX, ToolTest, long_text, random_bytes, run, text
 
-CELLS = [f"-{method}{level}" for method in range(1, 6) for level in (0, 5, 9)]
+SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts/check_damage"
 
 
 class Damage(ToolTest):
@@ -45,15 +53,6 @@ class Damage(ToolTest):
                 self.check_noticed(damaged, index)
             else:
                 self.assertEqual(done.stdout, text(90), index)
-
-    def test_changes_in_several_methods(self):
-        source = random.Random(2)
-        for cell in CELLS:
-            compressed = self.compressed(text(20000), cell)
-            for index in source.sample(range(len(compressed)), 3):
-                damaged = bytearray(compressed)
-                damaged[index] ^= source.randrange(1, 256)
-                self.check_noticed(damaged, (cell, index))
 
     def test_trailing_bytes(self):
         compressed = self.compressed(text(1000))
@@ -120,3 +119,125 @@ class GoodBytes(ToolTest):
         self.put("b.qrx", bad)
         self.qrx("-d", "--rm", "-f", "b.qrx", status=2)
         self.assertEqual(self.files(), ["b.qrx"])
+
+
+def load_script():
+    """Returns scripts/check_damage as a module."""
+    loader = importlib.machinery.SourceFileLoader("check_damage", str(SCRIPT))
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(loader.name, loader))
+    loader.exec_module(module)
+    return module
+
+
+class RandomEdits(ToolTest):
+    """scripts/check_damage, which edits files of all methods and formats at random."""
+
+    script = load_script()
+
+    def check(self, formats, edits):
+        """Returns the number of each verdict, and the failures."""
+        arguments = types.SimpleNamespace(edits=edits, seed=1, timeout=120, keep=self.dir / "kept")
+        counts, failures = self.script.check(formats, arguments, self.dir)
+        return sum(counts.values(), collections.Counter()), failures
+
+    def test_sealed_files(self):
+        sealed = [form for form in self.script.make_formats(QRX)
+                  if form.name == "qrx" and form.is_sealed]
+        counts, failures = self.check(sealed, 5)
+        self.assertEqual(failures, [])
+        self.assertEqual(sum(counts.values()), 5 * 6)
+        self.assertEqual(set(counts) - {"noticed", "harmless"}, set())
+
+    def test_silence_about_a_sealed_file_fails(self):
+        sealed = self.script.make_formats(QRX)[0]
+        sealed.test = ["true"]
+        counts, failures = self.check([sealed], 5)
+        self.assertGreaterEqual(counts["silent"], 3)
+        self.assertEqual(len(failures), counts["silent"])
+        self.assertIn("qrx -1, sealed, level 0, bit 0: silent", failures)
+        self.assertEqual(len(list((self.dir / "kept").iterdir())), counts["silent"])
+
+    def test_results(self):
+        done = run(SCRIPT, "--edits", "10", "--formats", "gz", "--timeout", "120", "--csv", "damage.csv",
+                   QRX, program=sys.executable, cwd=self.dir)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        self.assertIn(b"| gz |  | yes | 10 | 10 | 0 | 0 | 0 | 0 |\n", done.stdout)
+        rows = list(csv.DictReader(self.get("damage.csv").decode().splitlines()))
+        self.assertEqual([row["edit"] for row in rows],
+                         ["bit", "byte", "sector", "cut", "swapped chunks"])
+        for row in rows:
+            self.assertEqual(list(row.values()),
+                             ["gz", "", "yes", row["edit"], "2", "2", "0", "0", "0", "0"])
+
+
+class Verdicts(ToolTest):
+    original = b"the original"
+
+    def verdict(self, test, restored=original, name="any", timeout=120):
+        form = load_script().Format(name, [], ["sh", "-c", test], ["cat", "{file}"], True)
+        return form.judge(restored, self.original, self.dir, timeout)
+
+    def test_verdicts(self):
+        self.assertEqual(self.verdict("exit 0"), "harmless")
+        self.assertEqual(self.verdict("exit 0", b"other bytes"), "silent")
+        self.assertEqual(self.verdict("exit 1"), "noticed")
+        self.assertEqual(self.verdict("kill -SEGV $$"), "crashed")
+        self.assertEqual(self.verdict("exec sleep 100", timeout=0.1), "hung")
+
+    def test_statuses_of_qrx(self):
+        self.assertEqual(self.verdict("exit 2", name="qrx"), "noticed")
+        self.assertEqual(self.verdict("exit 1", name="qrx"), "crashed")
+
+    def test_verdicts_about_quarnex(self):
+        script = load_script()
+        cases = [("cp {file} {folder}/damaged", "harmless"), ("echo other >{folder}/damaged", "silent"),
+                 ("exit 0", "silent"), ("echo message", "noticed"), ("echo message >&2", "noticed"),
+                 ("echo quarnex: f: error 103: read error >&2; kill -ABRT $$", "noticed"),
+                 ("kill -ABRT $$", "crashed"), ("kill -SEGV $$", "crashed"), ("exit 1", "crashed")]
+        for command, verdict in cases:
+            form = script.Quarnex("qrx (quarnex)", [], None, ["sh", "-c", command], False, 1)
+            self.assertEqual(form.judge(self.original, self.original, self.dir, 120), verdict,
+                             command)
+
+
+class Edits(unittest.TestCase):
+    script = load_script()
+
+    def edited(self, edit, content, index):
+        damaged = bytearray(content)
+        self.script.EDITS[edit](damaged, random.Random(f"1 {edit} {index}"))
+        return bytes(damaged)
+
+    def test_edits_change_what_they_name(self):
+        content = random_bytes(5 * 4096 + 100)
+        for index in range(50):
+            for edit, size in (("bit", 1), ("byte", 1), ("sector", 512)):
+                damaged = self.edited(edit, content, index)
+                changed = [at for at in range(len(content)) if damaged[at] != content[at]]
+                self.assertEqual(len(damaged), len(content))
+                self.assertGreater(len(changed), 0, edit)
+                self.assertEqual(changed[0] // size, changed[-1] // size, edit)
+            damaged = self.edited("cut", content, index)
+            self.assertTrue(content.startswith(damaged) and len(damaged) < len(content))
+            damaged = self.edited("swapped chunks", content, index)
+            self.assertNotEqual(damaged, content)
+            self.assertEqual(sorted(self.chunks(damaged)), sorted(self.chunks(content)))
+
+    @staticmethod
+    def chunks(content):
+        return [content[start:start + 4096] for start in range(0, len(content), 4096)]
+
+    def test_same_relative_position_in_all_files(self):
+        for edit in ("bit", "byte"):
+            for index in range(20):
+                places = [self.edited(edit, bytes(size), index) for size in (1000, 300_000)]
+                first, second = (len(content) - len(content.lstrip(b"\0")) for content in places)
+                self.assertAlmostEqual(first / 1000, second / 300_000, delta=0.001)
+
+    def test_swapped_records(self):
+        image = bytearray(run("-q", "-c", "-b1", stdin=self.script.repetitive_sample()).stdout)
+        records = self.script.records_of(image)
+        self.assertEqual(len(records), 5)
+        parts = [bytes(image[start:end]) for start, end in records]
+        self.script.swap_records(image, (1, 4))
+        self.assertEqual(bytes(image[32:-4]), b"".join(parts[index] for index in (0, 4, 2, 3, 1)))
