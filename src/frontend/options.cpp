@@ -154,7 +154,7 @@ options parse_options(int argc, const char* const* argv, u32 processors)
 
 void print_usage(const std::string& tool)
 {
-    std::fprintf(stderr, "\n%s " QUARNEX_VERSION " %s\n", tool.c_str(), __DATE__);
+    std::fprintf(stderr, "\n%s " QUARNEX_VERSION " " QUARNEX_DATE "\n", tool.c_str());
     std::fprintf(stderr, "\n Usage: %s <options> <filename1> .. <filenameN> DESTINATION_DIR\n",
                  tool.c_str());
     std::fputs(
