@@ -13,6 +13,12 @@ namespace quarnex::fuzz {
 
 inline constexpr usize mib = usize{1} << 20;
 
+/// Returns a size of something in memory, which fits into 32 bits on 32-bit systems.
+constexpr usize in_memory(u64 size)
+{
+    return static_cast<usize>(size);
+}
+
 /// Returns a structure of the interface with its size set and all else zero.
 template <class Struct>
 Struct sized()

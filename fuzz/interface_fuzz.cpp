@@ -95,10 +95,10 @@ outcome restored(const bytes& image, u32 threads, u32 flags)
     u64 size = 0;
     require(qrx_decompressed_size(image.data(), image.size(), &size) == QRX_OK,
             "an image has a header");
-    bytes content(size);
+    bytes content(in_memory(size));
     usize got = 0;
     const qrx_status result =
-        qrx_decompress(&options, image.data(), image.size(), content.data(), size, &got);
+        qrx_decompress(&options, image.data(), image.size(), content.data(), content.size(), &got);
     content.resize(got);
     return {result, std::move(content)};
 }
@@ -159,11 +159,12 @@ void check_decoder(qrx_codec& codec, qrx_reader& reader, const bytes& image, u64
 {
     auto place = sized<qrx_block_info>();
     require(qrx_reader_block_info(&reader, block, &place) == QRX_OK, "each block has information");
-    const bytes payload = payload_at(reader, block, place.payload_size);
-    bytes expected(place.length);
-    bytes made(place.length);
+    const bytes payload = payload_at(reader, block, in_memory(place.payload_size));
+    bytes expected(in_memory(place.length));
+    bytes made(expected.size());
     usize size = 0;
-    const qrx_status read = qrx_reader_block(&reader, block, expected.data(), place.length, &size);
+    const qrx_status read =
+        qrx_reader_block(&reader, block, expected.data(), expected.size(), &size);
     const qrx_status decoded =
         qrx_codec_decompress(&codec, payload.data(), payload.size(), made.data(), made.size());
     require(decoded == read, "a codec finds the faults that a reader finds");
@@ -178,7 +179,7 @@ void check_blocks(const qrx_params& params, const bytes& image, const bytes& con
     const owned_reader reader = open_image(image);
     for (u64 block = 0; block * mib < content.size(); ++block) {
         const auto begin = content.begin() + static_cast<std::ptrdiff_t>(block * mib);
-        const usize length = std::min<usize>(mib, content.size() - block * mib);
+        const usize length = in_memory(std::min<u64>(mib, content.size() - block * mib));
         const bytes original(begin, begin + static_cast<std::ptrdiff_t>(length));
         check_encoder(*codec, original, payload_at(*reader, block, length));
         check_decoder(*codec, *reader, image, block);
@@ -191,7 +192,7 @@ void check_damaged(const qrx_params& params, bytes image, u32 offset, u8 value, 
     const owned_reader intact = open_image(image);
     auto place = sized<qrx_block_info>();
     if (qrx_reader_block_info(intact.get(), 0, &place) != QRX_OK) return;
-    image[place.offset + offset % place.payload_size] ^= value;
+    image[in_memory(place.offset + offset % place.payload_size)] ^= value;
     const owned_codec codec = make_codec(params);
     const owned_reader reader = open_image(image);
     check_decoder(*codec, *reader, image, 0);

@@ -28,7 +28,7 @@ class memory_file {
     }
     bytes content() const
     {
-        bytes all(size());
+        bytes all(static_cast<usize>(size()));
         require(pread(fd_, all.data(), all.size(), 0) == static_cast<ssize_t>(all.size()),
                 "a memory file can be read");
         return all;

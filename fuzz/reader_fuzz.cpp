@@ -133,7 +133,7 @@ struct expectation {
         is_canonical = has_canonical_header(image, *strict) && has_canonical_heads(image, *strict);
         has_content = info.original_size <= max_data;
         if (!has_content) return;
-        content.resize(info.original_size);
+        content.resize(in_memory(info.original_size));
         for (u64 block = 0; block < info.block_count; ++block)
             blocks.push_back(read_block(*strict, *lenient, block));
     }
@@ -143,11 +143,11 @@ struct expectation {
     {
         return info.is_sealed == 0 || qrx_crc32(0, content.data(), content.size()) == info.seal;
     }
-    u64 first_damaged() const
+    usize first_damaged() const
     {
         const auto found =
             std::find_if(blocks.begin(), blocks.end(), [](qrx_status s) { return s != QRX_OK; });
-        return static_cast<u64>(found - blocks.begin());
+        return static_cast<usize>(found - blocks.begin());
     }
     bool is_damaged() const { return first_damaged() != blocks.size(); }
     /// Of the blocks, then of the seal.
@@ -184,7 +184,8 @@ struct expectation {
             auto place = sized<qrx_block_info>();
             require(qrx_reader_block_info(&reader, block, &place) == QRX_OK,
                     "a block is described");
-            if (place.is_found != 0 && image[place.offset - 1] == minus_zero) return false;
+            if (place.is_found != 0 && image[in_memory(place.offset - 1)] == minus_zero)
+                return false;
         }
         return true;
     }
@@ -192,7 +193,7 @@ struct expectation {
     qrx_status read_block(qrx_reader& strict, qrx_reader& lenient, u64 block)
     {
         u8* const dest = content.data() + block * info.block_size;
-        const usize room = content.size() - block * info.block_size;
+        const usize room = in_memory(content.size() - block * info.block_size);
         usize size = 0;
         const qrx_status result = qrx_reader_block(&strict, block, dest, room, &size);
         const qrx_status kept = qrx_reader_block(&lenient, block, dest, room, &size);
@@ -282,7 +283,7 @@ class session {
 
     void read_block(u64 block)
     {
-        guarded_buffer dest(std::min<u64>(info().block_size, 2 * mib));
+        guarded_buffer dest(in_memory(std::min<u64>(info().block_size, 2 * mib)));
         usize size = 0;
         const qrx_status result =
             qrx_reader_block(reader_.get(), block, dest.data(), dest.size(), &size);
@@ -301,7 +302,7 @@ class session {
         const bool is_known = qrx_reader_block_info(reader_.get(), block, &place) == QRX_OK;
         require(is_known == (block < info().block_count), "each block has information");
         if (!is_known) return;
-        guarded_buffer dest(place.payload_size);
+        guarded_buffer dest(in_memory(place.payload_size));
         usize size = SIZE_MAX;
         const qrx_status result =
             qrx_reader_payload(reader_.get(), block, dest.data(), dest.size(), &size);
@@ -364,7 +365,8 @@ class session {
         if (result == QRX_CHECKSUM_MISMATCH)
             return require(!expected_.is_damaged() && !expected_.has_right_seal(),
                            "a right seal is accepted");
-        require(end < expected_.length() && result == expected_.blocks[end / info().block_size],
+        require(end < expected_.length() &&
+                    result == expected_.blocks[in_memory(end / info().block_size)],
                 "a read ends at the damage");
     }
 
@@ -404,7 +406,7 @@ u64 needed_memory(const bytes& image, u32 threads)
 /// Decompresses the image in one call.
 void restore(const bytes& image, const expectation& expected, qrx_options options)
 {
-    guarded_buffer dest(expected.length());
+    guarded_buffer dest(in_memory(expected.length()));
     usize size = SIZE_MAX;
     const qrx_status result =
         qrx_decompress(&options, image.data(), image.size(), dest.data(), dest.size(), &size);

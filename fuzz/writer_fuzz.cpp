@@ -217,15 +217,16 @@ class session {
         auto place = sized<qrx_block_info>();
         const u64 block = done_ / mib;
         if (qrx_reader_block_info(reader.get(), block, &place) != QRX_OK) return QRX_OK;
-        bytes payload(place.payload_size);
+        bytes payload(in_memory(place.payload_size));
+        const usize length = in_memory(place.length);
         usize size = 0;
         require(qrx_reader_payload(reader.get(), block, payload.data(), payload.size(), &size) ==
                     QRX_OK,
                 "a written block has a payload");
-        const u32 sum = qrx_crc32(0, next(), std::min<usize>(place.length, left()));
-        const qrx_status result = qrx_writer_raw_block(writer_, payload.data(), size, place.length,
+        const u32 sum = qrx_crc32(0, next(), std::min<usize>(length, left()));
+        const qrx_status result = qrx_writer_raw_block(writer_, payload.data(), size, length,
                                                        plan_.has(is_sum_given) ? &sum : nullptr);
-        if (done_ % mib == 0) return advanced(place.length, result);
+        if (done_ % mib == 0) return advanced(length, result);
         require(result != QRX_OK, "raw blocks are appended at borders only");
         return result == QRX_BAD_ARGUMENT ? QRX_OK : result;
     }
@@ -304,7 +305,7 @@ void check_restored(const plan& written, const bytes& image)
     require(qrx_decompressed_size(image.data(), image.size(), &size) == QRX_OK &&
                 size == written.content.size(),
             "the size is that of the content");
-    bytes restored(size);
+    bytes restored(written.content.size());
     usize got = 0;
     require(qrx_decompress(&options, image.data(), image.size(), restored.data(), restored.size(),
                            &got) == QRX_OK &&
