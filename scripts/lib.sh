@@ -95,6 +95,42 @@ build() {
         cmake --build "$root/build/$preset" -j "$jobs" --target "${@:-all}"
 }
 
+# The presets for other systems, and what compilers call those
+# shellcheck disable=SC2034 # used by the scripts
+declare -A triples=(
+    [windows64]=x86_64-w64-mingw32
+    [windows32]=i686-w64-mingw32
+    [linux32]=i686-linux-gnu
+)
+
+# end_wine: stops the Wine server, if one was started.
+wineserver=
+end_wine() { [[ -z $wineserver ]] || "$wineserver" -k || true; } # fails if no server runs
+
+# prepare_wine PRESET: sets `wine` to the command that runs programs of a preset, none for linux32.  Installs the
+# Wine for it, gives it a separate configuration and starts a persistent server: a program that starts while a
+# server shuts down would crash.
+prepare_wine() {
+    wine=
+    export WINEPREFIX=$root/build/wine64 WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml='
+    case $1 in
+    windows64)
+        need_packages wine wine64
+        wine=wine
+        mkdir -p "$WINEPREFIX"
+        ;;
+    windows32)
+        wine=$root/build/deps/wine32/wine
+        [[ -x ${wine}server ]] || "$root/scripts/get_wine32"
+        ;;
+    *) return ;;
+    esac
+    wineserver=${wine}server
+    end_wine # left over from a killed run
+    quietly "$root/build/logs/$1-wineserver" "$wineserver" -p
+    quietly "$root/build/logs/$1-wine" "$wine" cmd /c ver # creates the configuration
+}
+
 # run_tests PRESET [CTEST_ARGUMENT...]: runs the tests of a preset that was built before.
 run_tests() {
     local preset=$1 log=$root/build/logs/$1-test
