@@ -10,7 +10,7 @@ function(source_date variable)
     execute_process(COMMAND git -C ${PROJECT_SOURCE_DIR} rev-parse --path-format=absolute --git-path logs/HEAD
       OUTPUT_VARIABLE log ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
     if(log AND EXISTS ${log})
-      set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${log})
+      set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${log})
     endif()
   endif()
   if(NOT time)
