@@ -3,9 +3,9 @@ set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER ${target_triple}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${target_triple}-g++-posix)
 set(CMAKE_RC_COMPILER ${target_triple}-windres)
-# Static, so that the program and the library need no DLLs of the compiler.
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
-set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
+# Static, so that the program and the library need no DLLs of the compiler; without the time of the build.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--no-insert-timestamp")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT ${CMAKE_EXE_LINKER_FLAGS_INIT})
 
 # Libraries built by scripts/build_deps take precedence over the distribution's.
 set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/../../build/deps/${target_triple} /usr/${target_triple})
