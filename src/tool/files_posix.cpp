@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tool {
 namespace {
@@ -335,6 +336,15 @@ void output_file::take_traits(const file_traits& traits)
     futimens(handle, times);
 }
 
+/// Returns the error that closing the file would report: some file systems write data only then.
+/// The file itself stays open, since a nameless file gets its name through its descriptor.
+int close_error(int handle)
+{
+    const int copy = fcntl(handle, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) return 0; // no descriptor is left to ask with
+    return close(copy) == 0 || errno == EINTR ? 0 : errno;
+}
+
 /// Gives a nameless file its name, through a temporary one if it replaces a file.
 int output_file::state::name_nameless(bool replaces)
 {
@@ -381,13 +391,12 @@ int output_file::finish(bool replaces, bool syncs)
         file.has_mode = fchmod(file.handle, 0666 & ~mask) == 0;
     }
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
-    const int error = file.give_name(replaces);
+    int error = close_error(file.handle);
+    if (error == 0) error = file.give_name(replaces);
     if (error != 0) return error;
     remove_if_interrupted({});
     file.kind = state::naming::final;
-    const int closed = close(file.handle);
-    file.handle = -1;
-    if (closed != 0 && errno != EINTR) return errno;
+    close(std::exchange(file.handle, -1)); // nothing is left to write
     if (syncs) sync_directory_of(file.name);
     return 0;
 }
