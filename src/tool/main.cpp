@@ -2,11 +2,30 @@
 #include "tool/commands.h"
 #include "tool/process.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
 namespace tool {
 namespace {
+
+[[noreturn]] void end_for_lack_of_memory()
+{
+    std::fputs("qrx: out of memory\n", stderr);
+    std::_Exit(exit_failed);
+}
+
+/// Handles exceptions of initializers, which nobody can catch: only memory can be missing.  Is
+/// initialized before all other objects.
+class initializer_guard {
+  public:
+    void end() const { std::set_terminate(previous_); }
+
+  private:
+    std::terminate_handler previous_ = std::set_terminate(end_for_lack_of_memory);
+};
+[[gnu::init_priority(101)]] const initializer_guard guard;
 
 int run_command(const session& run)
 {
@@ -56,6 +75,7 @@ int run(const std::vector<std::string>& words)
 
 int main(int argc, char** argv)
 {
+    tool::guard.end();
     try {
         tool::prepare_process();
         return tool::run(tool::command_line_words(argc, argv));
