@@ -106,4 +106,12 @@ void report_event(void* /*context*/, const event& happened)
     }
 }
 
+void end_for_lack_of_memory()
+{
+    hide_progress();
+    std::fflush(stdout);
+    std::fprintf(stderr, "quarnex: error %d: malloc error\n", static_cast<int>(error_no_memory));
+    end_abnormally();
+}
+
 } // namespace quarnex
