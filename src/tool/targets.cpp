@@ -41,6 +41,23 @@ class walker {
 
     void visit_operand(const path& operand)
     {
+        visit(operand, [&] { dispatch_operand(operand); });
+    }
+
+  private:
+    /// Calls a function for a file or directory.  Lack of memory fails only that one.
+    template <class Function>
+    void visit(const path& name, Function function)
+    {
+        try {
+            function();
+        } catch (const std::bad_alloc&) {
+            fail(name, "out of memory");
+        }
+    }
+
+    void dispatch_operand(const path& operand)
+    {
         file_traits traits;
         if (!is_stdio(operand)) {
             const int error = traits_of(operand, true, traits);
@@ -57,7 +74,6 @@ class walker {
             visit_directory(operand, name_below_output(operand));
     }
 
-  private:
     void fail(const path& name, const std::string& text)
     {
         run_.progress.end();
@@ -89,7 +105,7 @@ class walker {
         if (error) fail(directory, error.message());
         std::sort(entries.begin(), entries.end());
         for (const fs::directory_entry& entry : entries)
-            visit_entry(entry, relative / entry.path().filename());
+            visit(entry.path(), [&] { visit_entry(entry, relative / entry.path().filename()); });
     }
 
     void visit_entry(const fs::directory_entry& entry, const path& relative)
@@ -142,16 +158,7 @@ class walker {
         } else if (was_found && has_suffix(source) != (kind_ == renaming::remove_suffix)) {
             return;
         }
-        process(item);
-    }
-
-    void process(const work_item& item)
-    {
-        try {
-            status_ = std::max(status_, process_(item));
-        } catch (const std::bad_alloc&) {
-            fail(item.source, "out of memory");
-        }
+        status_ = std::max(status_, process_(item));
     }
 
     /// True if an earlier source has this target: -C collects sources of several directories in
@@ -217,11 +224,11 @@ int for_each_operand(const session& run, const std::function<int(const path&)>& 
         status = std::max<int>(status, exit_failed);
     };
     for (const path& name : run.settings.names) {
-        if (!run.settings.directory.empty() && !names.insert(name.filename()).second) {
-            fail(name, "has the same output as another file");
-            continue;
-        }
         try {
+            if (!run.settings.directory.empty() && !names.insert(name.filename()).second) {
+                fail(name, "has the same output as another file");
+                continue;
+            }
             status = std::max(status, process(name));
         } catch (const std::bad_alloc&) {
             fail(name, "out of memory");
