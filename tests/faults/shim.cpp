@@ -2,7 +2,9 @@
 //
 // FAULT="CALL FILE FIRST TIMES ACTION [ARGUMENT...]" describes the fault:
 //
-//   CALL      alloc, read, write, close, thread, or any (each of these)
+//   CALL      alloc, read, write, close, thread, or any (each of these); late-alloc is an
+//   allocation
+//             after the first file was opened for reading
 //   FILE      rN or wN: the Nth file that the program opens for reading or for writing by a
 //   relative
 //             name; * for all of them.  A file without a name (O_TMPFILE) counts, too.
@@ -44,10 +46,11 @@ void* __libc_memalign(size_t alignment, size_t size);
 
 namespace {
 
-enum class call { alloc, read, write, close, thread, any };
+enum class call { alloc, read, write, close, thread, any, late_alloc };
 enum class action { none, error, short_transfer, short_error, kill, truncate, unlink, rename };
 
-constexpr const char* call_names[] = {"alloc", "read", "write", "close", "thread", "any"};
+constexpr const char* call_names[] = {"alloc",  "read", "write",     "close",
+                                      "thread", "any",  "late-alloc"};
 constexpr const char* action_names[] = {"none", "error",    "short",  "short-error",
                                         "kill", "truncate", "unlink", "rename"};
 
@@ -156,6 +159,7 @@ void set_label(int handle, file_label label)
 
 bool concerns(call which, file_label label)
 {
+    if (wanted.which == call::late_alloc) return which == call::alloc && opened_for_reading != 0;
     if (wanted.which != call::any && wanted.which != which) return false;
     if (which == call::alloc || which == call::thread) return true;
     if (label.mode == 0) return false;
