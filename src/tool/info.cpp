@@ -51,13 +51,11 @@ class description {
         object["tested"] = run_.settings.tests_blocks;
         json map = json::array();
         for (const block_run& part : block_runs(input_)) {
-            const uint64_t first = part.first * input_.info.block_size;
-            const uint64_t size = part.count * input_.info.block_size;
             map.push_back({{"state", state_name(part.state)},
                            {"first_block", part.first},
                            {"blocks", part.count},
-                           {"first", first},
-                           {"last", std::min(first + size, input_.info.original_size)},
+                           {"first", start_of(part.first, input_.info)},
+                           {"last", start_of(part.first + part.count, input_.info)},
                            {"payload_size", part.payload_size}});
         }
         object["map"] = std::move(map);

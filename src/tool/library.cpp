@@ -127,13 +127,17 @@ qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags)
     return made;
 }
 
+uint64_t start_of(uint64_t block, const qrx_info& info)
+{
+    return block < info.block_count ? block * info.block_size : info.original_size;
+}
+
 byte_range range_of(const qrx_event& fault, const qrx_info& info)
 {
     if (fault.block == QRX_NO_BLOCK) return {0, 0};
     const uint64_t blocks =
         fault.what == QRX_BLOCK_MISSING ? std::max<uint64_t>(fault.wanted, 1) : 1;
-    const uint64_t first = fault.block * info.block_size;
-    return {first, std::min(first + blocks * info.block_size, info.original_size)};
+    return {start_of(fault.block, info), start_of(fault.block + blocks, info)};
 }
 
 std::string fault_text(const qrx_event& fault, const qrx_info& info)

@@ -47,10 +47,7 @@ class splitting {
   private:
     const qrx_info& info() const { return input_.info; }
     bool seals() const { return info().is_sealed != 0 && run_.settings.seals; }
-    uint64_t offset_of(uint64_t block) const
-    {
-        return std::min(block * info().block_size, info().original_size);
-    }
+    uint64_t offset_of(uint64_t block) const { return start_of(block, info()); }
 
     int fail(const path& name, const std::string& text, int status = exit_failed) const
     {

@@ -1,5 +1,7 @@
 """info, with the map of the blocks."""
 
+import struct
+
 from qrx_files import (HEADER, header, record, records, varied_text, with_garbage,
                        with_size, without_seal)
 from qrx_schema import json_objects
@@ -155,6 +157,16 @@ class Info(ToolTest):
         self.assertEqual([run["blocks"] for run in found["map"]], [2, 2**32 - 3])
         self.put("bare.qrx", header((2**32 - 1) * MIB))
         self.fields("--test", "bare.qrx", status=2, timeout=20)
+
+    def test_header_that_claims_2_to_the_64_bytes(self):
+        # The end of the last block, rounded up to whole blocks, would be past 2^64.
+        image = bytearray(header(2**64 - 1))
+        image[18:20] = struct.pack("<H", 65535)  # MiB of a block
+        self.put("liar.qrx", bytes(image))
+        found = self.object("liar.qrx", status=2, timeout=20)
+        self.assertEqual([run["last"] for run in found["map"]], [2**64 - 1])
+        self.assertEqual([fault["last"] for fault in found["faults"] if "block" in fault],
+                         [2**64 - 1])
 
     def test_few_messages_for_many_faults(self):
         # Record n has block 2n, so every other block is missing.
