@@ -5,14 +5,13 @@
 // The results are compared with those of two plain readers in memory, without threads, that read
 // block by block.
 #include "api_input.h"
-#include "support/qrx_file.h"
+#include "image_input.h"
 
 #include <memory>
 
 namespace quarnex::fuzz {
 namespace {
 
-constexpr u64 max_data = 4 * mib;     // maximum original size, if bounded
 constexpr u64 max_memory = 256 * mib; // inputs that need more are skipped
 constexpr u32 call_bytes = 7;
 constexpr u32 max_calls = 24;
@@ -29,24 +28,6 @@ constexpr u8 searches = 128;     // for records after damage
 // The faults byte: two periods of 4 bits; every n-th read fails, every m-th progress call cancels.
 constexpr u8 read_faults_mask = 15;
 constexpr u32 cancels_shift = 4;
-
-// Offsets in the header.
-constexpr usize size_offset = 4;
-constexpr usize block_mib_offset = 18;
-constexpr usize header_bytes = 32;
-
-/// Bounds the sizes in the header of `image`.
-void bound_sizes(u8 control, bytes& image)
-{
-    if (image.size() < header_bytes) return;
-    u64 size = 0;
-    std::memcpy(&size, &image[size_offset], sizeof size);
-    if ((control & any_size) == 0) size %= max_data + 1;
-    std::memcpy(&image[size_offset], &size, sizeof size);
-    if ((control & any_block) != 0) return;
-    image[block_mib_offset] = 1;
-    image[block_mib_offset + 1] = 0;
-}
 
 /// The callbacks of a reader: what they record, and when they fail.
 struct callbacks {
@@ -431,7 +412,9 @@ void read_any(input_bytes input)
     const u32 calls = input.take() % (max_calls + 1);
     input_bytes call_input(input.take_bytes(usize{calls} * call_bytes));
     bytes image(input.rest().begin(), input.rest().end());
-    bound_sizes(control, image);
+    bound_sizes(
+        {.original_size = (control & any_size) == 0, .block_size = (control & any_block) == 0},
+        image);
     const u32 threads = std::min(control >> threads_shift & 3U, 2U);
     const u32 search = (control & searches) != 0 ? QRX_SEARCH : 0;
     const bool has_limit = (control & is_limited) != 0 && search == 0;
@@ -482,39 +465,6 @@ bytes some_calls()
 bytes seed_of(u8 control, u8 faults, const bytes& image)
 {
     return test::joined({{control, faults}, some_calls(), image});
-}
-
-/// Returns files of several blocks with each kind of fault of the layout.
-std::vector<bytes> several_blocks()
-{
-    test::qrx_file file = test::swapped_file();
-    std::vector<bytes> images{test::build_qrx(file)};
-    images.push_back(test::joined({images[0], {1, 2, 3, 4}})); // a wrong seal
-    images.push_back(test::joined({images[0], {1, 2, 3}}));
-    images.emplace_back(images[0].begin(), images[0].end() - 3);
-    std::swap(file.records[0], file.records[1]);
-    images.push_back(test::build_qrx(file)); // the second record has block -1
-    file.records[1].displacement = test::displacement_of(0);
-    file.records[0].displacement = test::displacement_of(0);
-    images.push_back(test::build_qrx(file));
-    file.records[1].displacement = test::displacement_of(-1);
-    images.push_back(test::build_qrx(file)); // block 0 twice, no block 1
-    file.header.block_mb = 4096;
-    file.header.original_size = u64{8} << 30;
-    images.push_back(test::build_qrx(file));
-    return images;
-}
-
-/// Returns the files with a damaged record head, a damaged header, or both.
-std::vector<bytes> damaged_files()
-{
-    std::vector<bytes> images;
-    for (const usize offset : {usize{32}, usize{32 + 5 + 14}, usize{12}, usize{4}, usize{0}}) {
-        bytes image = test::build_qrx(test::swapped_file());
-        for (usize i = 0; i < (offset == 0 ? 100U : 5U); ++i) image.at(offset + i) ^= 0xFF;
-        images.push_back(image);
-    }
-    return images;
 }
 
 } // namespace

@@ -4,9 +4,14 @@
 
 namespace tool {
 
+std::string json_line(const json& object)
+{
+    return object.dump(-1, ' ', true, json::error_handler_t::replace);
+}
+
 void print_json(const json& object)
 {
-    print_line(object.dump(-1, ' ', true, json::error_handler_t::replace));
+    print_line(json_line(object));
 }
 
 std::string json_name(const path& name)

@@ -9,7 +9,10 @@ namespace tool {
 
 using json = nlohmann::ordered_json;
 
-/// Prints an object as one line of ASCII.
+/// Returns an object as one line of ASCII.
+std::string json_line(const json& object);
+
+/// Prints an object as one line.
 void print_json(const json& object);
 
 /// Returns the name of a file; bytes that aren't UTF-8 are printed as U+FFFD.
