@@ -62,7 +62,9 @@ void decode_any(std::span<const u8> input)
     const coded second =
         decode(portable_decoder(parameters.method), parameters, payload, out_len, 0xA5);
     require(second.result.length == length && second.result.exact_end == first.result.exact_end &&
-                std::equal(first.out.begin(), first.out.begin() + length, second.out.begin()),
+                std::equal(first.out.begin(),
+                           first.out.begin() + static_cast<std::ptrdiff_t>(length),
+                           second.out.begin()),
             "the output depends neither on the processor nor on the buffer's old content");
     decode_less(decoder, parameters, payload, first);
 }

@@ -27,7 +27,7 @@ byte_source memory_source(const bytes& image)
     const auto read = [](void* context, u64 offset, u8* dest, usize size, usize& got) {
         const bytes& all = *static_cast<const bytes*>(context);
         require(offset <= all.size(), "nothing past the end of the source is read");
-        got = std::min<usize>(size, all.size() - offset);
+        got = std::min(size, all.size() - static_cast<usize>(offset));
         std::copy_n(all.data() + offset, got, dest);
         return 0;
     };

@@ -1,9 +1,18 @@
 // fuzz/replay_main.cpp - runs a fuzz target without libFuzzer
 //
-//     X_replay run COUNT       calls the target with all seeds and COUNT mutated ones, the same in
-//                              each run; an input that ends the process is saved to a file
-//     X_replay file FILE...    calls the target with the content of files
-//     X_replay seeds DIR       writes the seeds for libFuzzer, one file each
+//     X_replay run COUNT [ARCHIVE]  calls the target with all seeds, the inputs of an archive and
+//                                   COUNT mutated ones, the same in each run; an input that ends
+//                                   the process is saved to a file
+//     X_replay file FILE...         calls the target with the content of files, and of those in
+//                                   directories
+//     X_replay seeds DIR            writes the seeds for libFuzzer, one file each
+//     X_replay pack ARCHIVE SIZE DIR
+//                                   writes an archive of the files in a directory, the small ones
+//                                   first, of at most SIZE bytes
+//     X_replay unpack ARCHIVE DIR   writes the inputs of an archive, one file each
+//
+// An archive is the inputs one after another, each preceded by its length (4, little-endian).
+#include "common/bytes.h"
 #include "fuzz_target.h"
 #include "support/temp_dir.h"
 
@@ -74,9 +83,64 @@ u32* make_shared_number()
     return static_cast<u32*>(page);
 }
 
-int run(const std::string& tool, u32 count)
+std::vector<bytes> read_archive(const std::string& name)
 {
-    const std::vector<bytes> seeds = make_seeds();
+    const bytes all = test::read_file(name);
+    require(!all.empty(), "an archive can be read");
+    std::vector<bytes> inputs;
+    for (usize at = 0; at != all.size();) {
+        require(all.size() - at >= sizeof(u32), "an archive ends with an input");
+        const u32 size = load_u32(&all[at]);
+        at += sizeof size;
+        require(all.size() - at >= size, "an archive has all bytes of its inputs");
+        const auto begin = all.begin() + static_cast<std::ptrdiff_t>(at);
+        inputs.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(size));
+        at += size;
+    }
+    return inputs;
+}
+
+/// Returns the contents of the regular files in a directory, from small to large.
+std::vector<bytes> read_directory(const std::string& name)
+{
+    std::vector<bytes> inputs;
+    for (const auto& entry : std::filesystem::directory_iterator(name))
+        if (entry.is_regular_file()) inputs.push_back(test::read_file(entry.path().string()));
+    std::sort(inputs.begin(), inputs.end(), [](const bytes& a, const bytes& b) {
+        return a.size() != b.size() ? a.size() < b.size() : a < b;
+    });
+    return inputs;
+}
+
+int pack(const std::string& archive, usize limit, const std::string& directory)
+{
+    bytes all;
+    u32 count = 0;
+    for (const bytes& input : read_directory(directory)) {
+        if (all.size() + sizeof(u32) + input.size() > limit) break;
+        all.resize(all.size() + sizeof(u32));
+        store_u32(&all[all.size() - sizeof(u32)], static_cast<u32>(input.size()));
+        all.insert(all.end(), input.begin(), input.end());
+        ++count;
+    }
+    test::write_file(archive, all);
+    std::printf("%u inputs\n", count);
+    return 0;
+}
+
+int replay(const std::string& name)
+{
+    if (std::filesystem::is_directory(name))
+        for (const bytes& input : read_directory(name)) call_target(input);
+    else
+        call_target(test::read_file(name));
+    return 0;
+}
+
+int run(const std::string& tool, u32 count, const std::vector<bytes>& found)
+{
+    std::vector<bytes> seeds = make_seeds();
+    seeds.insert(seeds.end(), found.begin(), found.end());
     const auto all = static_cast<u32>(seeds.size()) + count;
     u32* const number = make_shared_number();
     const pid_t child = fork();
@@ -101,13 +165,11 @@ int run(const std::string& tool, u32 count)
     return 1;
 }
 
-int write_seeds(const std::string& directory)
+int write_inputs(const std::vector<bytes>& inputs, const std::string& prefix)
 {
-    std::filesystem::create_directories(directory);
     u32 number = 0;
-    for (const bytes& seed : make_seeds()) {
-        test::write_file(directory + "/seed-" + std::to_string(number++), seed);
-    }
+    std::filesystem::create_directories(std::filesystem::path(prefix).parent_path());
+    for (const bytes& input : inputs) test::write_file(prefix + std::to_string(number++), input);
     return 0;
 }
 
@@ -118,16 +180,24 @@ int main(int argc, char** argv)
 {
     const std::vector<std::string> arguments(argv, argv + argc);
     const std::string mode = argc > 2 ? arguments[1] : "";
+    using namespace quarnex::fuzz;
     if (mode == "run") {
-        return quarnex::fuzz::run(arguments[0], static_cast<unsigned>(std::stoul(arguments[2])));
+        return run(arguments[0], static_cast<unsigned>(std::stoul(arguments[2])),
+                   argc > 3 ? read_archive(arguments[3]) : std::vector<bytes>());
     }
-    if (mode == "seeds") return quarnex::fuzz::write_seeds(arguments[2]);
+    if (mode == "seeds") return write_inputs(make_seeds(), arguments[2] + "/seed-");
+    if (mode == "unpack" && argc > 3)
+        return write_inputs(read_archive(arguments[2]), arguments[3] + "/kept-");
+    if (mode == "pack" && argc > 4)
+        return pack(arguments[2], std::stoul(arguments[3]), arguments[4]);
     if (mode == "file") {
-        for (int i = 2; i < argc; ++i) {
-            quarnex::fuzz::call_target(quarnex::test::read_file(argv[i]));
-        }
+        for (int i = 2; i < argc; ++i) replay(argv[i]);
         return 0;
     }
-    std::fprintf(stderr, "usage: %s run COUNT | file FILE... | seeds DIR\n", argv[0]);
+    std::fprintf(
+        stderr,
+        "usage: %s run COUNT [ARCHIVE] | file FILE... | seeds DIR | pack ARCHIVE SIZE DIR | "
+        "unpack ARCHIVE DIR\n",
+        argv[0]);
     return 1;
 }
