@@ -2,7 +2,7 @@
 #include "schedules/shim.h"
 
 #include "common/platform/thread.h"
-#include "support/mib.h"
+#include "support/pipeline_jobs.h"
 #include "support/process_entries.h"
 #include "support/qrx_file.h"
 #include "support/temp_dir.h"
@@ -77,6 +77,7 @@ struct task {
     bytes sealed;     // and with one
     std::string name; // for a file of its own
     bool may_lack_threads = false;
+    bool is_long = false; // blocks are nearly all written as they are, so it takes little time
     scenario_counts* counts = nullptr;
 };
 
@@ -88,7 +89,7 @@ struct session_options : qrx_options {
     {
         struct_size = sizeof(qrx_options);
         threads = random.below(work.may_lack_threads ? 9 : 5);
-        flags = random.below(2) == 0 ? QRX_SEAL : 0;
+        flags = random.below(work.is_long ? 8 : 2) == 0 ? QRX_SEAL : 0;
         allocator = {
             [](void* self, size_t size) {
                 return static_cast<scenario_memory*>(self)->allocate(size, memory_kind::plain);
@@ -164,7 +165,7 @@ bool write_content(const task& work, random_source& random, const session_option
         const usize left = content.size() - done;
         qrx_status result = QRX_OK;
         usize size = std::min<usize>(left, 1 + random.below(2 * mib));
-        if (done % mib == 0 && random.below(3) == 0) {
+        if (done % mib == 0 && (work.is_long ? random.below(8) != 0 : random.below(3) == 0)) {
             const bytes& payload = parsed->records[done / mib].payload;
             size = std::min(left, mib);
             result = qrx_writer_raw_block(writer, payload.data(), payload.size(), size, nullptr);
@@ -335,6 +336,8 @@ bool use_codec(const task& work, random_source& random)
     return true;
 }
 
+constexpr u32 writer_kind = 5; // of a session
+
 /// A few sessions, one after another.
 void run_task(void* given)
 {
@@ -342,7 +345,7 @@ void run_task(void* given)
     random_source random(work.seed);
     for (u32 left = 1 + random.below(3); left != 0; --left) {
         bool done = false;
-        switch (random.below(7)) {
+        switch (work.is_long ? writer_kind : random.below(writer_kind + 2)) {
         case 0:
             done = use_codec(work, random);
             break;
@@ -392,6 +395,11 @@ void run_library_scenario(u64 seed, sample_set& samples, const std::string& dire
         work.seed = seed * max_callers + i;
         work.original = is_tiny ? &samples.any_tiny(random) : &samples.any(random);
         work.parameters = any_parameters(random, is_tiny);
+        work.is_long = random.below(8) == 0;
+        if (work.is_long) {
+            work.original = &samples.longest();
+            work.parameters = quick_parameters;
+        }
         work.plain = samples.compressed(*work.original, work.parameters);
         work.sealed = work.plain;
         const bytes& content = work.original->content;

@@ -38,6 +38,9 @@ sample_set::sample_set(const std::string& directory) : directory_(directory)
         each.name = directory_ + "/sample" + std::to_string(each.number);
         write_file(each.name, each.content);
     }
+    longest_ = {static_cast<u32>(samples_.size()), make_content(12 * mib, 1),
+                directory_ + "/longest"};
+    write_file(longest_.name, longest_.content);
 }
 
 const sample& sample_set::pick(random_source& random, bool (*suits)(const sample&)) const

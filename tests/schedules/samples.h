@@ -29,6 +29,8 @@ class sample_set {
     const sample& any(random_source& random) const;
     const sample& any_tiny(random_source& random) const;
     const sample& any_small(random_source& random) const;
+    /// Returns a sample of more blocks than the rings of a few threads hold; any() doesn't.
+    const sample& longest() const { return longest_; }
 
     /// Returns the .qrx file of a sample as it is written without workers.  Computes it at the
     /// first call, so not while threads run.
@@ -41,6 +43,7 @@ class sample_set {
 
     std::string directory_;
     std::vector<sample> samples_;
+    sample longest_;
     std::vector<std::pair<std::string, bytes>> compressed_; // by name
 };
 
