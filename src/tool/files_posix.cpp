@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -336,13 +337,19 @@ void output_file::take_traits(const file_traits& traits)
     futimens(handle, times);
 }
 
-/// Returns the error that closing the file would report: some file systems write data only then.
-/// The file itself stays open, since a nameless file gets its name through its descriptor.
-int close_error(int handle)
+/// Closes a file; returns 0 or the error.  Some file systems write data only then.
+int close_file(int handle)
+{
+    return close(handle) == 0 || errno == EINTR ? 0 : errno;
+}
+
+/// Returns the error that closing the file would report, or nothing without a free descriptor.  The
+/// file itself stays open, since a nameless file gets its name through its descriptor.
+std::optional<int> close_error(int handle)
 {
     const int copy = fcntl(handle, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0) return 0; // no descriptor is left to ask with
-    return close(copy) == 0 || errno == EINTR ? 0 : errno;
+    if (copy < 0) return std::nullopt;
+    return close_file(copy);
 }
 
 /// Gives a nameless file its name, through a temporary one if it replaces a file.
@@ -391,12 +398,14 @@ int output_file::finish(bool replaces, bool syncs)
         file.has_mode = fchmod(file.handle, 0666 & ~mask) == 0;
     }
     if (syncs && fsync(file.handle) != 0 && errno != EINVAL) return errno;
-    int error = close_error(file.handle);
+    const std::optional<int> early = close_error(file.handle);
+    int error = early.value_or(0);
     if (error == 0) error = file.give_name(replaces);
     if (error != 0) return error;
     remove_if_interrupted({});
     file.kind = state::naming::final;
-    close(std::exchange(file.handle, -1)); // nothing is left to write
+    const int closed = close_file(std::exchange(file.handle, -1));
+    if (!early && closed != 0) return closed; // otherwise nothing is left to write
     if (syncs) sync_directory_of(file.name);
     return 0;
 }
