@@ -1,4 +1,4 @@
-// fuzz/captured_text.h - keeps what is printed through a standard stream
+// fuzz/captured_text.h - captures what is printed to a standard stream
 #pragma once
 
 #include "fuzz_target.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::fuzz {
 
-/// Replaces `stdout` or `stderr` by a stream in memory.  libFuzzer and the sanitizers don't print
+/// Replaces `stdout` or `stderr` with a stream in memory.  libFuzzer and the sanitizers don't print
 /// through stdio.
 class captured_text {
   public:

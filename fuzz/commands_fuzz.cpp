@@ -25,7 +25,7 @@ constexpr u8 is_verbose = 32;
 
 using word_list = std::vector<std::string>;
 
-/// What a command did.
+/// The result of a command.
 struct outcome {
     int status = -1;
     bytes output;

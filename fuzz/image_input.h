@@ -16,7 +16,7 @@ struct header_bounds {
 /// Bounds the sizes in the header of `image`, if it has one.
 void bound_sizes(const header_bounds& bounds, bytes& image);
 
-/// Returns files of several blocks with each kind of fault of the layout.
+/// Returns files of several blocks, with each kind of layout fault.
 std::vector<bytes> several_blocks();
 /// Returns files with a damaged record head, a damaged header, or both.
 std::vector<bytes> damaged_files();

@@ -12,7 +12,7 @@ namespace {
 
 using tool::json;
 
-/// Returns whether `text` is UTF-8, in the simplest code: by encoding what was decoded.
+/// Returns whether `text` is UTF-8: decodes each character and compares its encoding.
 bool is_utf8(std::string_view text)
 {
     while (!text.empty()) {
@@ -37,7 +37,7 @@ bool is_utf8(std::string_view text)
     return true;
 }
 
-/// Requires that an object is printed as a line of ASCII, and returns it as it is read back.
+/// Requires that an object is printed as a line of ASCII, and returns the parsed line.
 json read_back(const json& object)
 {
     const std::string line = tool::json_line(object);
@@ -60,7 +60,7 @@ void check_name(const std::string& name)
             "a name in a message is UTF-8 without control characters");
 }
 
-/// A file whose numbers fit together, and a fault in it.
+/// A file with consistent sizes, and a fault in it.
 struct fault_input {
     qrx_event fault = sized<qrx_event>();
     qrx_info info = sized<qrx_info>();

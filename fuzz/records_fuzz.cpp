@@ -92,7 +92,7 @@ class limited_memory {
     u64 used_ = 0;
 };
 
-/// The records of an image up to the first invalid or truncated one, in the simplest code.
+/// The records of an image up to the first invalid or truncated one, by a simple loop.
 struct plain_walk {
     places found;
     bool is_complete = false;

@@ -3,8 +3,8 @@
 //     X_replay run COUNT [ARCHIVE]  calls the target with all seeds, the inputs of an archive and
 //                                   COUNT mutated ones, the same in each run; an input that ends
 //                                   the process is saved to a file
-//     X_replay file FILE...         calls the target with the content of files, and of those in
-//                                   directories
+//     X_replay file FILE...         calls the target with the content of each file; of a directory,
+//                                   with that of each file in it
 //     X_replay seeds DIR            writes the seeds for libFuzzer, one file each
 //     X_replay pack ARCHIVE SIZE DIR
 //                                   writes an archive of the files in a directory, the small ones
