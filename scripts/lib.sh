@@ -83,7 +83,7 @@ bench_packages=(libbenchmark-dev libbrotli-dev libbz2-dev liblz4-dev liblzma-dev
 # shellcheck disable=SC2034 # used by the scripts
 test_packages=("${clang_packages[@]}" "${bench_packages[@]}" python3 libgtest-dev libxxhash-dev
                python3-dask python3-distributed python3-fsspec python3-matplotlib python3-numpy python3-pandas
-               python3-jsonschema file jq parallel strace xz-utils zstd)
+               python3-jsonschema file git jq parallel strace xz-utils zstd)
 
 # build PRESET [TARGET...]
 build() {
@@ -107,8 +107,8 @@ declare -A triples=(
 wineserver=
 end_wine() { [[ -z $wineserver ]] || "$wineserver" -k || true; } # fails if no server runs
 
-# prepare_wine PRESET: sets `wine` to the command that runs programs of a preset, none for linux32.  Installs the
-# Wine for it, gives it a separate configuration and starts a persistent server: a program that starts while a
+# prepare_wine PRESET: sets `wine` to the command that runs programs of a preset, none for linux32.  Installs
+# that Wine, gives it a separate configuration and starts a persistent server: a program that starts while a
 # server shuts down would crash.
 prepare_wine() {
     wine=

@@ -15,7 +15,7 @@ from .tables import ROOT
 QRX = str(ROOT / "build" / "program" / "qrx")
 QUARNEX = str(ROOT / "build" / "program" / "quarnex")
 RUNS = 3         # of each command; the fastest counts
-LONG_ENOUGH = 5  # no further run after one of this many seconds
+LONG_ENOUGH = 5  # seconds; a command that takes this long isn't repeated
 
 
 @dataclasses.dataclass

@@ -14,7 +14,7 @@ PEERS = ("lz4", "zstd", "gzip", "bzip2", "brotli", "xz", "7-Zip")
 LEVELS = range(10)
 METHOD = 5            # needs the most; the methods differ by less than 1 MiB
 MIB = 1 << 20
-WORKERS = (1, 2)      # measured; the bound is also known for the next number
+WORKERS = (1, 2)      # measured; the bound is also listed for one more
 PEER_SETTINGS = [("lz4", "-1"), ("gzip", "-6"), ("bzip2", "-9"), ("zstd", "-1"), ("zstd", "-3"), ("zstd", "-19"),
                  ("brotli", "-11"), ("xz", "-0"), ("xz", "-6"), ("xz", "-9e"), ("7zip", "-mx=9")]
 
@@ -30,7 +30,7 @@ def bounds(workers, folder, quick):
 
 
 def noise_of(mib):
-    """Every 32 KiB end with a repetition of 1 KiB."""
+    """Each 32 KiB ends with a repetition of its previous 1 KiB."""
     source = random.Random(1)
     pieces = (source.randbytes(31 << 10) for _ in range(mib << 5))
     return b"".join(piece + piece[-1024:] for piece in pieces)

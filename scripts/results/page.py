@@ -71,8 +71,8 @@ def speed_section(rows):
 thread: each file is compressed from one buffer into another and decompressed again, without checksums (bzip2 always \
 has them). qrx and zstd reuse their memory from file to file, as their programs do. qrx uses blocks of its default \
 size; brotli has a window of 16 MiB; gzip stands for zlib with raw deflate. Speeds are MB (10^6 bytes) of the original \
-per second of processor time, over all files. The fastest of several passes counts; what takes more than 3 seconds \
-runs once.
+per second of processor time, over all files. The fastest of several passes counts; settings that take more than 3 \
+seconds run once.
 
 {plot("compress", "Ratio against compression speed")}
 {plot("decompress", "Ratio against decompression speed")}
@@ -127,8 +127,9 @@ def threads_section(rows):
     heads = [f"{operation}, {count}" for operation in ("compress", "decompress") for count in counts]
     return f"""\
 Whole programs, elapsed seconds with {listed(counts)} threads. The input is one file of \
-{size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are in memory (tmpfs), so starting the \
-program and copying count, but no disk. The fastest of 3 runs counts; what takes more than 5 seconds is not repeated. \
+{size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are in memory (tmpfs), so the \
+times include program start and copying, but no disk access. The fastest of 3 runs counts; runs of more than 5 \
+seconds are not repeated. \
 pigz and zstd decompress with one thread.
 
 {plot("threads", "Speed of whole programs against the number of threads")}
@@ -163,10 +164,11 @@ def memory_section(rows):
         if row["tool"] != "qrx":
             peers[row["tool"], row["setting"]][row["operation"]] = mib_text(float(row["peak_MiB"]))
     return f"""\
-MiB of qrx for blocks of its default size, 32 MiB, or 16 MiB at levels 4 to 7: the measured peak, and the bound that \
-the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the process. \
-It includes about 5 MiB of program and libraries, and when decompressing a buffer of one block for the output, which \
-are no part of the bound. The input is noise in which few bytes repeat, so it fills all buffers and no block is \
+Memory of qrx in MiB for blocks of its default size (32 MiB; 16 MiB at levels 4 to 7): the measured peak, and the \
+bound that the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the \
+process. \
+It includes about 5 MiB of program and libraries and, when decompressing, an output buffer of one block; neither is \
+part of the bound. The input is noise in which few bytes repeat, so it fills all buffers and no block is \
 stored. All figures are for method 5; the others need less, up to a block when decompressing. At level 9 the bound \
 includes the address space that is reserved for the search tree, most of which is never used. Small files need less, \
 and `-b` and `--memory-limit` reduce the memory.
@@ -191,7 +193,7 @@ def small_files_section(rows):
 A generated tree of {int(rows[0]['files']):,} text files, {int(rows[0]['original_bytes']) / 1e6:.1f} MB in all. Either \
 each file is compressed to a file of its own (`-r`; xz gets the names from `find`), or the tree is packed by tar. All \
 programs use their default number of threads. Files are in memory (tmpfs), where flushing to disk is free; elsewhere \
-it takes much of the time of qrx, which is the only one that does it, unless `--no-sync` is given. The fastest of 3 \
+it takes much of the time of qrx, the only program that flushes (unless `--no-sync` is given). The fastest of 3 \
 runs counts.
 
 {plot("small_files", "Elapsed and processor time for small files")}
@@ -245,9 +247,9 @@ def faults_section(rows):
             reasons[row["note"]][row["fault"]] = True
     notes = [f"- {', '.join(each)}: {note}" for note, each in reasons.items()]
     return f"""\
-Each fault is made to happen in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
-no partial file that isn't documented, prints one message with the name of the file, ends with the documented status, \
-and changes no other file. The figures are numbers of good runs; `-` means that the fault can't happen there.
+Each fault is injected in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
+no partial file that isn't documented, prints the documented message (one line with the name of the file, unless \
+even memory for names is missing), ends with the documented status, and changes no other file. The figures are numbers of good runs; `-` means that the fault can't happen there.
 
 {markdown_table(("fault", *(f"{program} {operation}" for program, operation in columns)), table)}
 {list_text("Wrong:", wrong)}{list_text("Notes:", notes)}"""
@@ -265,7 +267,7 @@ def fault_cell(counts):
 
 def schedules_section(rows):
     return f"""\
-Random schedules: threads yield at random, by a seed, where they lock, wait and signal; the thread sanitizer checks \
+Random schedules: threads yield at random (from a seed) where they lock, wait and signal; the thread sanitizer checks \
 each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for a long time.
 
 {markdown_table(("kind", "runs", "seconds", "faults", "note"),
@@ -299,7 +301,7 @@ region is a piece of code without branches, as counted by llvm-cov.
 def fuzz_hours_section(rows):
     total = ("**all**", f"{sum(float(row['processor_hours']) for row in rows):.1f}",
              f"{sum(int(row['executions']) for row in rows):,}", sum(int(row["faults"]) for row in rows))
-    return "Sums of all recorded runs. Every fault that was found has become a test.\n\n" + markdown_table(
+    return "Sums of all recorded runs.\n\n" + markdown_table(
         ("target", "processor hours", "executions", "faults"),
         [*((row["target"], f"{float(row['processor_hours']):.1f}", f"{int(row['executions']):,}", row["faults"])
            for row in rows if row["target"] != "all"), total])
@@ -345,8 +347,8 @@ HEAD = """\
 # Results
 
 `scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each \
-part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. What \
-the C interface costs in addition to the codecs is in [library.md](library.md).
+part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. The \
+overhead of the C interface over the codecs is in [library.md](library.md).
 
 - *Ratio* is compressed / original size: smaller is better. MB are 10^6 bytes, MiB are 2^20.
 - A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of \
@@ -356,7 +358,7 @@ them.
 
 
 def rendered(tables):
-    """Returns the page.  The first lines of a section that was not measured say how to do that."""
+    """Returns the page.  A section that was not measured says how to measure it."""
     runs = {row["part"]: row for row in tables.read("runs") or []}
     text = HEAD
     for name, title, parts, render in SECTIONS:

@@ -164,7 +164,7 @@ def draw_speed(rows, direction):
     figure, (axis,) = new_figure(
         f"{verb}: ratio against speed",
         f"{len(files)} files, {sum(files.values()) / 1e6:.0f} MB; in memory, one thread. "
-        "Better is to the right and down.")
+        "Lower right is better.")
     speed, ratio = operator.attrgetter(direction), operator.attrgetter("ratio")
     ours, peers = [[p for p in points if p.is_ours is mine] for mine in (True, False)]
     fronts = [front(group, speed, ratio) for group in (ours, peers)]
@@ -320,7 +320,7 @@ def draw_memory_bars(axis, data, tallest):
     axis.set_xticks(list(data))
     above = [level for level, columns in data.items() if columns[1][0] >= tallest]
     if above:
-        axis.text(above[0] - 1.6, tallest * 0.97, f"level {above[0]}: the bound, outside of the plot,\n"
+        axis.text(above[0] - 1.6, tallest * 0.97, f"level {above[0]}: the bound, above the plot,\n"
                   "includes reserved address space", size=9, va="top", ha="right", linespacing=1.4)
 
 

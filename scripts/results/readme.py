@@ -8,7 +8,7 @@ from .speed import points_of
 from .tables import ROOT
 
 README = ROOT / "README.md"
-SAME_MIB = 3  # levels that differ by this are one row of the table of memory
+SAME_MIB = 3  # levels that differ by at most this share a row of the memory table
 PEERS = [("lz4", "1"), ("gzip", "6"), ("zstd", "1"), ("zstd", "3"), ("zstd", "19"), ("brotli", "11"), ("xz", "6")]
 
 

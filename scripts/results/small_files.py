@@ -1,4 +1,4 @@
-"""Measures a tree of small files: each file compressed for itself, and the whole tree with tar."""
+"""Measures a tree of small files: each file compressed on its own, and the whole tree with tar."""
 
 import pathlib
 import random
@@ -51,7 +51,7 @@ def each_commands(tool, setting, tree):
 
 
 class Stage:
-    """The tree that is compressed, beside a copy of it that is never touched."""
+    """The tree that is compressed, and a copy of it that is never changed."""
 
     def __init__(self, folder, files):
         self.original = pathlib.Path(folder) / "original"

@@ -18,7 +18,7 @@ PROGRAM = ROOT / "build" / "bench" / "bench" / "codec_bench"
 PEERS = ("lz4", "zlib", "zstd", "brotli", "bzip2", "xz")
 PASSES = 3
 LONG_ENOUGH = 3    # seconds to compress all files; a slower compressor runs only once
-REPEAT_FOR = 0.05  # seconds; what is faster is repeated, and the mean counts
+REPEAT_FOR = 0.05  # seconds; shorter runs are repeated, and the mean counts
 SKIPPED_IF_QUICK = "qrx-.[789]|zstd-1.|brotli-(9|11)|lz4-(9|12)|gzip-9|xz-(3|6|9e)"
 
 

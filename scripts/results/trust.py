@@ -12,10 +12,16 @@ COMMANDS = {
     "schedules": ("schedules", ["scripts/stress", "schedules", "--csv", "{csv}"]),
     "stress": ("schedules", ["scripts/stress", "files", "--csv", "{csv}"]),
     "payloads": ("payloads", ["scripts/check_payloads", "--csv", "{csv}"]),
-    "reproducible": ("reproducible", ["scripts/check_reproducible", "--csv", "{csv}"]),
+    "reproducible": ("reproducible", ["scripts/check_reproducible", "--windows", "--csv", "{csv}"]),
     "fuzz_coverage": ("fuzz_coverage", ["scripts/fuzz", "coverage"]),
     "fuzz_hours": ("fuzz_hours", ["scripts/fuzz", "hours"]),
 }
+
+# What lib.sh builds before some of the commands; the others build for themselves.
+BUILDS = {"damage": "program quarnex qrx", "schedules": "tsan schedules", "stress": "release quarnex qrx"}
+
+# Whose versions are recorded
+PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip")}
 
 
 def command_text(part):
@@ -27,6 +33,9 @@ def measure(part, tables):
     """Runs the command of a part, which writes the table itself."""
     table, words = COMMANDS[part]
     tables.folder.mkdir(parents=True, exist_ok=True)
+    if part in BUILDS:
+        script = f'. scripts/lib.sh; need_packages "${{test_packages[@]}}"; build {BUILDS[part]}'
+        subprocess.run(["bash", "-c", script, "scripts/report"], cwd=ROOT, check=True)
     command = [word.format(csv=tables.path(table)) for word in words]
     if subprocess.run(command, cwd=ROOT, check=False).returncode != 0:
         raise SystemExit(f"failed: {' '.join(command)}")

@@ -9,7 +9,8 @@ function(expect_date expected)
 endfunction()
 
 function(git)
-  execute_process(COMMAND git -C ${WORK} -c user.name=n -c user.email=e ${ARGN} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND git -C ${WORK} -c user.name=n -c user.email=e -c commit.gpgsign=false ${ARGN}
+    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK})
@@ -29,7 +30,7 @@ expect_date("Nov  3 2023")
 unset(ENV{SOURCE_DATE_EPOCH})
 expect_date("Oct 10 2010")
 
-# Without both, it is the date of today, in a directory inside another repository too.
+# Without either, it is today's date, even in a directory inside another repository.
 set(PROJECT_SOURCE_DIR ${WORK}/inner)
 file(MAKE_DIRECTORY ${WORK}/inner)
 string(TIMESTAMP before "%Y" UTC)
