@@ -3,9 +3,8 @@
 //     codec_bench [--benchmark_... options] FILE...
 //
 // Every cell of qrx, LZ4, zlib, zstd, brotli, bzip2 and xz compress and decompress each file as a
-// whole, by one call of the library's function from buffer to buffer.  That includes the memory
-// that the function allocates, but no checksum, where the library allows that.  "ratio" is
-// compressed / original size.
+// whole, from buffer to buffer.  The time includes the library's own allocations but, where the
+// library can omit it, no checksum.  "ratio" is compressed / original size.
 #include "common/owned_array.h"
 #include "qrx.h"
 
@@ -38,8 +37,7 @@ using bytes = owned_array<u8>;
 using input = std::span<const u8>;
 using output = std::span<u8>;
 
-/// Returns a zeroed buffer in large pages, so that no page is touched for the first time while it
-/// is measured.
+/// Returns a zeroed buffer in large pages, so that no page faults in it are measured.
 bytes make_buffer(usize size)
 {
     bytes buffer = make_array<u8>(system_allocator, size, memory_kind::large_pages);
@@ -75,8 +73,7 @@ struct contender {
     std::function<usize(input, output)> decode;
 };
 
-/// Codes a block, so that the codec's memory is not touched for the first time while it is
-/// measured.
+/// Codes a block, so that the first page faults in the codec's memory are not measured.
 void warm_up(qrx_codec* codec, input block)
 {
     const usize room = block.size() + QRX_CODEC_SLACK;
@@ -88,7 +85,7 @@ void warm_up(qrx_codec* codec, input block)
 /// Returns a codec for the parameters, which stays valid until the next call; null on failure.
 qrx_codec* codec_for(const qrx_params& params, input block)
 {
-    constexpr u32 slow_level = 8; // takes much longer than touching its memory
+    constexpr u32 slow_level = 8; // takes much longer than its page faults
     static std::unique_ptr<qrx_codec, decltype(&qrx_codec_free)> codec(nullptr, qrx_codec_free);
     static qrx_params last{};
     if (codec != nullptr && std::memcmp(&params, &last, sizeof params) == 0) return codec.get();
@@ -101,7 +98,7 @@ qrx_codec* codec_for(const qrx_params& params, input block)
     return made;
 }
 
-/// Stops the measured time while it lives.  `state` may be null.
+/// Pauses the timer during its lifetime.  `state` may be null.
 class pause {
   public:
     explicit pause(benchmark::State* state) : state_(state)

@@ -3,7 +3,7 @@ set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER ${target_triple}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${target_triple}-g++-posix)
 set(CMAKE_RC_COMPILER ${target_triple}-windres)
-# Static, so that the program and the library need no DLLs of the compiler; without the time of the build.
+# Static, so that the program and the library need no DLLs of the compiler; without a build timestamp.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--no-insert-timestamp")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT ${CMAKE_EXE_LINKER_FLAGS_INIT})
 

@@ -22,8 +22,8 @@ enum error_code : i32 {
 /// For observer::tell; ignores `context`.
 void report_event(void* context, const event& happened);
 
-/// Ends the process as failure 100 does, but without the name of a file: a std::new_handler, for
-/// memory that isn't a file's, such as that of names.
+/// A std::new_handler: ends the process as failure 100 does, but names no file.  For memory that
+/// belongs to no file, such as that of names.
 [[noreturn]] void end_for_lack_of_memory();
 
 } // namespace quarnex

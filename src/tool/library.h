@@ -53,8 +53,8 @@ struct observer {
 /// Returns options that record events and progress in `watcher`, which must outlive the handle.
 qrx_options library_options(observer& watcher, uint32_t threads, uint32_t flags);
 
-/// Returns where a block starts in the original.  After the last block, that is the original's end,
-/// which can be less than a block before 2^64.
+/// Returns where a block starts in the original.  After the last block, that is the original's end;
+/// rounded up to whole blocks, it could exceed 2^64.
 uint64_t start_of(uint64_t block, const qrx_info& info);
 
 /// Returns the bytes of the original that a fault concerns; empty if it concerns no block.

@@ -16,8 +16,8 @@ namespace {
     std::_Exit(exit_failed);
 }
 
-/// Handles exceptions of initializers, which nobody can catch: only memory can be missing.  Is
-/// initialized before all other objects.
+/// Handles exceptions of initializers, which can't be caught; only std::bad_alloc can occur.
+/// Initialized before all other objects.
 class initializer_guard {
   public:
     void end() const { std::set_terminate(previous_); }

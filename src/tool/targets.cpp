@@ -45,7 +45,7 @@ class walker {
     }
 
   private:
-    /// Calls a function for a file or directory.  Lack of memory fails only that one.
+    /// Calls a function for a file or directory.  If memory runs out, only that one fails.
     template <class Function>
     void visit(const path& name, Function function)
     {

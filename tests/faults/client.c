@@ -1,8 +1,8 @@
-/* faults/client.c - compresses or restores one file by libqrx
+/* faults/client.c - compresses or restores one file with libqrx
  *
  *     client compress|restore buffers|callbacks|file SOURCE DESTINATION THREADS CELL
  *
- * Calls of the library alone are subject to faults: in the modes `buffers` and `file`, the client
+ * Only the library's calls are subject to faults: in the modes `buffers` and `file`, the client
  * reads or writes the other side before or after.  In the mode `callbacks`, the callbacks read and
  * write the files, subject to faults, and report errors as errno.  Prints the status, the number of
  * events, the status and error number of the last event, and the number of valid bytes.  On failure

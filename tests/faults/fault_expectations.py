@@ -418,13 +418,13 @@ def removal_trials(case):
                             (RIGHT, RIGHT, KEPT))
         yield Trial(move, (uncreated, success(case)) if case.workers else (uncreated,),
                     ends_sweep=True)
-        # An open file can be written to its end; nobody notices that it has no name any more.
+        # An open file can be written to its end; the program doesn't notice that it no longer has a name.
         removed = Outcome(0, "", "", (RIGHT, frozenset({"absent", "kept"}), RIGHT))
         yield Trial(remove, (removed,), ends_sweep=True)
 
 
 def killed(case):
-    """Killed before a random call, and at random times.  The caller puts in the numbers."""
+    """Killed before a random call, and at random times.  The caller fills in the numbers."""
     if case.program == "quarnex":
         states = (ANY, ANY, ANY)
     elif case.program == "qrx":

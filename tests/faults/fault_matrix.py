@@ -52,7 +52,7 @@ class Cell:
 
 
 def sweep(run, trial, quick, source):
-    """Lets the first call fail, then the second and so on, until the run doesn't reach the call.
+    """Makes the first call fail, then the second and so on, until a run makes fewer calls.
     Yields what is wrong."""
     numbers = range(1, MAX_SWEEP)
     if quick:

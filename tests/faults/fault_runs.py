@@ -68,7 +68,7 @@ class Trial:
     cell: str = CELL
     has_old: bool = False  # outputs of an earlier run exist
     is_small: bool = False  # all files are small
-    loses: str = ""  # a source that the fault removes or cuts off
+    loses: str = ""  # a source that the fault removes or truncates
     missing: bool = False  # the source of `big` doesn't exist
     leaves: str = ""  # regular expression for other files that may remain
     delay: float = 0  # seconds until the process is killed; 0: it isn't
@@ -215,7 +215,7 @@ class Run:
             (self.dir / case.source("big")).unlink()
 
     def is_intact(self, name):
-        """Whether a source is as it was put there: the same file, which nobody has written to."""
+        """Whether a source is as it was put there: the same file, not written to since."""
         content, found = self.put.get(name, (None, None))
         path = self.dir / self.case.source(name)
         return content is self.sources[name] and path.exists() and identity(path) == found
@@ -360,7 +360,7 @@ ANY = frozenset({"right", "kept", "prefix", "partial", "absent"})
 
 
 def success(case, err="", out=""):
-    """Everything is done."""
+    """Everything succeeds."""
     if case.program == "libqrx":
         return Outcome(0, "", "0 0 0 0\n", (KEPT, RIGHT, KEPT))
     return Outcome(0, err, out, (RIGHT, RIGHT, RIGHT))

@@ -2,12 +2,10 @@
 //
 // FAULT="CALL FILE FIRST TIMES ACTION [ARGUMENT...]" describes the fault:
 //
-//   CALL      alloc, read, write, close, thread, or any (each of these); late-alloc is an
-//   allocation
-//             after the first file was opened for reading
-//   FILE      rN or wN: the Nth file that the program opens for reading or for writing by a
-//   relative
-//             name; * for all of them.  A file without a name (O_TMPFILE) counts, too.
+//   CALL      alloc, read, write, close, thread, or any (each of these);
+//             late-alloc: an allocation after the first file was opened for reading
+//   FILE      rN or wN: the Nth file that the program opens by a relative name for reading or
+//             for writing; * for all of them.  A nameless file (O_TMPFILE) counts, too.
 //   FIRST     number of the first such call that fails, from 1
 //   TIMES     how many calls fail; 0: all from the first one on
 //   ACTION    error N          the call fails with errno N

@@ -11,7 +11,7 @@ namespace {
 
 constexpr u32 max_seconds = 120;
 
-/// What goes wrong in a run.
+/// The fault of a run.
 struct fault {
     failing_call call = failing_call::none;
     u32 call_number = 0;
@@ -97,7 +97,7 @@ class run_watcher {
     u32 left_;
 };
 
-/// Runs the drivers over some files.  Returns whether the fault has come to pass.
+/// Runs the drivers over some files.  Returns whether the fault occurred.
 bool run_files(random_source& random, direction mode, const file_parameters& parameters,
                std::vector<file_run>& files)
 {
@@ -132,9 +132,9 @@ bool run_files(random_source& random, direction mode, const file_parameters& par
     check(memory.in_use() == 0, "memory of the engine is left");
     check(open_descriptors() == descriptors, "descriptors of the engine are left");
     check(had_threads || failed, "threads are missing");
-    check(first_failure == status::done || failed, "a run failed that nothing disturbed");
+    check(first_failure == status::done || failed, "an undisturbed run failed");
     const std::vector<recorded_event> events = watcher.recorder.take();
-    check(events.empty() || failed, "an event of a run that nothing disturbed");
+    check(events.empty() || failed, "an undisturbed run had an event");
     for (const recorded_event& happened : events) {
         for (file_run& file : files) {
             if (happened.name == file.source || happened.name == file.destination)
@@ -143,7 +143,7 @@ bool run_files(random_source& random, direction mode, const file_parameters& par
     }
     for (const file_run& file : files) {
         if (failed || file.result == status::done) continue;
-        check(false, "a file failed that nothing disturbed");
+        check(false, "an undisturbed file failed");
     }
     return failed;
 }

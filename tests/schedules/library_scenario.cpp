@@ -128,7 +128,7 @@ struct session_options : qrx_options {
             ((result == QRX_READ_FAILED || result == QRX_WRITE_FAILED ||
               result == QRX_OPEN_FAILED) &&
              ((file != nullptr && file->has_failed) || (may_lack_threads_ && call_failed())));
-        check(is_explained, "a call of the library failed that nothing disturbed");
+        check(is_explained, "an undisturbed call of the library failed");
         return false;
     }
 

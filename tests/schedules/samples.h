@@ -25,15 +25,15 @@ class sample_set {
     /// Writes the contents to files in `directory`.
     explicit sample_set(const std::string& directory);
 
-    /// Returns any sample; a tiny or a small one if that is asked for.
+    /// Return any sample, any tiny one, or any small one.
     const sample& any(random_source& random) const;
     const sample& any_tiny(random_source& random) const;
     const sample& any_small(random_source& random) const;
     /// Returns a sample of more blocks than the rings of a few threads hold; any() doesn't.
     const sample& longest() const { return longest_; }
 
-    /// Returns the .qrx file of a sample as it is written without workers.  Computes it at the
-    /// first call, so not while threads run.
+    /// Returns the .qrx file of a sample as it is written without workers.  Computes it on
+    /// the first call, which must not be made while threads run.
     const bytes& compressed(const sample& original, const file_parameters& parameters);
     /// Returns the name of a file that holds it.
     std::string compressed_name(const sample& original, const file_parameters& parameters) const;

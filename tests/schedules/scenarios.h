@@ -9,10 +9,10 @@
 
 namespace quarnex::test {
 
-/// How often each thing was done, to see that nothing is left out.
+/// Counts what was done, to verify that nothing is left out.
 struct scenario_counts {
     u64 engine_runs = 0;
-    u64 engine_failures = 0; // runs in which the injected failure came to pass
+    u64 engine_failures = 0; // runs in which the injected failure occurred
     u64 library_runs = 0;
     std::atomic<u64> sessions{0}; // of handles
     std::atomic<u64> session_failures{0};
