@@ -1,5 +1,6 @@
 """cat: files or ranges of them on standard output."""
 
+import math
 import os
 import resource
 
@@ -140,6 +141,14 @@ class Cat(ToolTest):
             self.qrx("cat", *args, stdout=nothing)
         return resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before
 
+    def least_cpu_seconds(self, limit, *args):
+        least = math.inf
+        for _ in range(10):
+            least = min(least, self.cpu_seconds(*args))
+            if least < limit:
+                break
+        return least
+
     def test_only_the_blocks_of_the_range_are_decoded(self):
         # Literals of six bits take longest to decode.
         symbols = bytes(value & 63 | 32 for value in range(256))
@@ -147,8 +156,10 @@ class Cat(ToolTest):
         whole = self.cpu_seconds("plain.qrx")
         for form, blocks in (("0:10", 1), ("5M+10", 1), (":2M", 2), ("3M+2M", 2), ("7M:", 1)):
             for options in ([], ["-q", "--memory-limit", "500M"]):
-                taken = self.cpu_seconds("-T4", *options, "--range", form, "plain.qrx")
-                self.assertLess(taken, whole * (blocks + 2) / 8, (form, options))
+                # The least of several runs: another load of the machine only adds to the time.
+                limit = whole * (blocks + 2) / 8
+                taken = self.least_cpu_seconds(limit, "-T4", *options, "--range", form, "plain.qrx")
+                self.assertLess(taken, limit, (form, options))
 
     def test_standard_input(self):
         content = varied_text(2 * MIB)
