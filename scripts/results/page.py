@@ -299,12 +299,17 @@ region is a piece of code without branches, as counted by llvm-cov.
 
 
 def fuzz_hours_section(rows):
-    total = ("**all**", f"{sum(float(row['processor_hours']) for row in rows):.1f}",
-             f"{sum(int(row['executions']) for row in rows):,}", sum(int(row["faults"]) for row in rows))
-    return "Sums of all recorded runs.\n\n" + markdown_table(
+    rows = sorted(rows, key=lambda row: row["target"] == "all")  # the sums at the end
+    return """\
+Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
+system, all others with the sanitizers for addresses and undefined behavior. Faults are counted in each run that \
+ended with one: all were mended and are tests now, except for that of `filters.msan`, which was in libFuzzer's own \
+code.
+
+""" + markdown_table(
         ("target", "processor hours", "executions", "faults"),
-        [*((row["target"], f"{float(row['processor_hours']):.1f}", f"{int(row['executions']):,}", row["faults"])
-           for row in rows if row["target"] != "all"), total])
+        [("**all**" if row["target"] == "all" else row["target"], f"{float(row['processor_hours']):.2f}",
+          f"{int(row['executions']):,}", row["faults"]) for row in rows])
 
 
 def payloads_section(rows):
