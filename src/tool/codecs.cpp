@@ -25,10 +25,9 @@ qrx_codec* codec_cache::find(const qrx_params& params)
         std::rotate(entries_.begin(), found, found + 1); // most recently used first
         return entries_[0].codec.get();
     }
-    if (entries_.size() == (memory_limit_ != 0 ? 1 : max_codecs)) entries_.pop_back();
+    if (entries_.size() == max_codecs) entries_.pop_back();
     qrx_options library{};
     library.struct_size = sizeof library;
-    library.memory_limit = memory_limit_;
     qrx_codec* made = nullptr;
     if (qrx_codec_new(&made, &params, &library) != QRX_OK) return nullptr;
     entries_.insert(entries_.begin(), entry{params, codec_ptr(made)});

@@ -12,8 +12,6 @@ namespace tool {
 /// touched.
 class codec_cache {
   public:
-    explicit codec_cache(uint64_t memory_limit) : memory_limit_(memory_limit) {}
-
     /// Returns a codec for `params`, completed by qrx_params_settle(); null without memory.
     qrx_codec* find(const qrx_params& params);
 
@@ -23,7 +21,6 @@ class codec_cache {
         codec_ptr codec;
     };
 
-    uint64_t memory_limit_;
     std::vector<entry> entries_;
 };
 

@@ -138,9 +138,10 @@ class compression {
 
     int compress()
     {
-        const uint32_t threads = choose_threads(run_, item_.source, params_, qrx_compress_memory);
         const int status = read_start();
         if (status != exit_good) return status;
+        const uint32_t threads =
+            choose_threads(run_, item_.source, params_, size_, qrx_compress_memory);
         if (run_.settings.like.empty()) detect_type();
         run_.progress.start(item_.source, size_ == QRX_UNKNOWN_SIZE ? 0 : size_);
         watcher_.progress = &run_.progress;
@@ -201,10 +202,13 @@ class compression {
         return qrx_writer_raw_block(writer_.get(), payload.get(), size, start_size_, &crc);
     }
 
+    /// Writes what read_start() has read.  With a memory limit no codec is used: it would keep its
+    /// tables while the next file is compressed.
     qrx_status write_start()
     {
-        const bool is_small = start_size_ != 0 && start_size_ == size_ && size_ <= sample_bytes;
-        qrx_codec* codec = is_small ? codecs_.find(params_) : nullptr;
+        const bool uses_codec = start_size_ != 0 && start_size_ == size_ && size_ <= sample_bytes &&
+                                run_.settings.memory_limit == 0;
+        qrx_codec* codec = uses_codec ? codecs_.find(params_) : nullptr;
         return codec != nullptr ? write_small(codec)
                                 : qrx_writer_write(writer_.get(), start_.get(), start_size_);
     }
@@ -255,8 +259,10 @@ class compression {
         observer watcher;
         watcher.progress = &run_.progress;
         run_.progress.start(target_name(), size_);
-        const qrx_options library = library_options(
-            watcher, choose_threads(run_, target_name(), params_, qrx_decompress_memory), 0);
+        const uint32_t threads =
+            choose_threads(run_, target_name(), params_, size_, qrx_decompress_memory);
+        qrx_options library = library_options(watcher, threads, 0);
+        library.memory_limit = run_.settings.memory_limit;
         qrx_reader* made = nullptr;
         const qrx_status result = qrx_reader_open_source(&made, &written, &library);
         const reader_ptr reader(made);
@@ -349,7 +355,7 @@ int run_compress(const session& run)
         if (status != exit_good) return status;
     }
     if (qrx_params_settle(&params) != QRX_OK) return exit_internal;
-    codec_cache codecs(run.settings.memory_limit);
+    codec_cache codecs;
     return for_each_item(run, renaming::add_suffix, [&](const work_item& item) {
         return compression(run, item, params, codecs).run();
     });

@@ -192,7 +192,8 @@ class joining {
         run_.progress.start(target_, size_);
         observer watcher;
         watcher.progress = &run_.progress;
-        const uint32_t threads = choose_threads(run_, target_, params_, qrx_decompress_memory);
+        const uint32_t threads =
+            choose_threads(run_, target_, params_, size_, qrx_decompress_memory);
         qrx_options library = library_options(watcher, threads, 0);
         library.memory_limit = run_.settings.memory_limit;
         const qrx_source source = output_.content();

@@ -10,8 +10,9 @@
 namespace tool {
 namespace {
 
-/// Largest standard input that stays in memory.
+/// Largest standard input that stays in memory: without and with a memory limit.
 constexpr size_t max_in_memory = size_t{16} << 20;
+constexpr size_t max_in_limited_memory = size_t{1} << 20;
 
 constexpr size_t copy_bytes = size_t{1} << 20;
 
@@ -39,13 +40,15 @@ int write_output(void* context, uint64_t offset, const void* src, size_t size)
     return static_cast<output_file*>(context)->write_at(offset, src, size);
 }
 
-/// Returns the number of threads for a reader.  With a memory limit it depends on the parameters of
-/// the file, so they are read first.
+/// Returns the number of threads for a reader.  With a memory limit it depends on the header of the
+/// file, so that is read first.
 uint32_t reader_threads(const session& run, const path& name, const qrx_source& source,
                         uint32_t flags)
 {
     qrx_params known{};
     known.struct_size = sizeof known;
+    qrx_info info{};
+    info.struct_size = sizeof info;
     if (run.settings.memory_limit != 0) {
         observer unused;
         qrx_options look = library_options(unused, 0, flags);
@@ -54,8 +57,9 @@ uint32_t reader_threads(const session& run, const path& name, const qrx_source& 
         if (qrx_reader_open_source(&made, &source, &look) != QRX_OK) return 0;
         const reader_ptr first(made);
         qrx_reader_params(made, &known);
+        qrx_reader_info(made, &info);
     }
-    return choose_threads(run, name, known, qrx_decompress_memory);
+    return choose_threads(run, name, known, info.original_size, qrx_decompress_memory);
 }
 
 } // namespace
@@ -172,15 +176,17 @@ std::string failure_text(qrx_status result, const observer& watcher, const qrx_i
 }
 
 uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
-                        memory_function needed)
+                        uint64_t size, memory_function needed)
 {
     const uint32_t wanted =
         run.settings.threads != 0
             ? run.settings.threads
             : std::clamp(std::thread::hardware_concurrency(), 1U, QRX_MAX_THREADS);
-    uint32_t threads = wanted;
     const uint64_t limit = run.settings.memory_limit;
-    while (limit != 0 && threads != 0 && needed(&params, threads) > limit) --threads;
+    // The library doesn't use a thread for a single block.
+    if (limit == 0 || size <= uint64_t{params.block_mib} << 20) return wanted;
+    uint32_t threads = wanted;
+    while (threads != 0 && needed(&params, threads) > limit) --threads;
     if (threads != wanted)
         run.messages.warn(name, (threads != 0 ? "uses " + std::to_string(threads) + " of " +
                                                     std::to_string(wanted) + " threads"
@@ -218,23 +224,25 @@ qrx_sink sink_of(output_file& file)
     return sink;
 }
 
-int compressed_input::open(const path& name, bool copies_all)
+int compressed_input::open(const session& run, const path& name, bool copies_all)
 {
     const int error = is_stdio(name) ? file_.open_stdin() : file_.open(name);
-    return error != 0 || file_.is_seekable() ? error : spool(copies_all);
+    if (error != 0 || file_.is_seekable()) return error;
+    return spool(copies_all,
+                 run.settings.memory_limit != 0 ? max_in_limited_memory : max_in_memory);
 }
 
 /// Copies an input that can't be read at any offset.
-int compressed_input::spool(bool copies_all)
+int compressed_input::spool(bool copies_all, size_t max_size)
 {
-    memory_.resize(max_in_memory + 1);
+    memory_.resize(max_size + 1);
     size_t got = 0;
     int error = file_.read(memory_.data(), memory_.size(), got);
     if (error != 0) return error;
     memory_.resize(got);
     uint64_t size = 0;
     const bool has_header = qrx_decompressed_size(memory_.data(), got, &size) == QRX_OK;
-    if (got <= max_in_memory || (!has_header && !copies_all)) return 0;
+    if (got <= max_size || (!has_header && !copies_all)) return 0;
     spool_ = std::make_unique<output_file>();
     error = spool_->create_temporary();
     has_spool_error_ = error != 0;
@@ -245,7 +253,7 @@ int compressed_input::spool(bool copies_all)
         memory_.resize(copy_bytes);
         if (error == 0) error = file_.read(memory_.data(), memory_.size(), got);
     }
-    memory_ = {};
+    memory_ = std::vector<char>(); // "= {}" would keep the capacity
     return error;
 }
 
@@ -279,7 +287,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
         return exit_failed;
     }
     const bool copies_all = not_qrx != nullptr || (flags & QRX_SEARCH) != 0;
-    const int error = input.open(name, copies_all);
+    const int error = input.open(run, name, copies_all);
     if (error != 0) {
         run.messages.error(name, input.error_text(error));
         return exit_failed;

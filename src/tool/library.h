@@ -67,12 +67,12 @@ std::string fault_text(const qrx_event& fault, const qrx_info& info);
 /// Describes the failure of a library call, by its event if it reported one.
 std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info = {});
 
-/// Returns the number of threads: that wanted, or a lower one within the memory limit, with a
-/// warning.  `needed` returns the memory for a number of threads.  0: the caller's thread does the
-/// work.
+/// Returns the number of threads for an original of `size` bytes: that wanted, or a lower one
+/// within the memory limit, with a warning.  `needed` returns the memory for a number of threads.
+/// 0: the caller's thread does the work.
 using memory_function = uint64_t (*)(const qrx_params* params, uint32_t threads);
 uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
-                        memory_function needed);
+                        uint64_t size, memory_function needed);
 
 /// Positioned input of the library from a file.
 qrx_source source_of(const input_file& file);
@@ -87,7 +87,7 @@ class compressed_input {
   public:
     /// Opens `name`, "-" for standard input.  Returns an errno value.  Input that can't be a .qrx
     /// file is copied only in part, unless `copies_all`.
-    int open(const path& name, bool copies_all);
+    int open(const session& run, const path& name, bool copies_all);
     /// Describes a failure of open(), which can be one of the temporary file.
     std::string error_text(int error) const;
     const input_file& file() const { return file_; }
@@ -95,7 +95,7 @@ class compressed_input {
     qrx_source source() const;
 
   private:
-    int spool(bool copies_all);
+    int spool(bool copies_all, size_t max_size);
 
     input_file file_;
     std::vector<char> memory_; // of standard input, while it is short

@@ -62,6 +62,7 @@ int run(const std::vector<std::string>& words)
     if (settings) {
         console messages(settings->verbosity);
         progress_line progress(!settings->is_quiet());
+        if (settings->memory_limit != 0) release_freed_memory();
         status = run_command({*settings, messages, progress});
     }
     const int error = close_output();

@@ -2,7 +2,19 @@
 
 #include <cstdio>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 namespace tool {
+
+void release_freed_memory()
+{
+#if defined(__GLIBC__)
+    constexpr int initial_threshold = 128 << 10;
+    mallopt(M_MMAP_THRESHOLD, initial_threshold); // a set threshold doesn't adapt
+#endif
+}
 
 bool ask_on_terminal(const std::string& question)
 {

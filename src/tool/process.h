@@ -12,6 +12,10 @@ namespace tool {
 /// is an error instead of a signal.
 void prepare_process();
 
+/// Makes free() return large blocks to the system at once.  By default, glibc adapts to them: then
+/// it allocates such blocks in the heap, and keeps up to 64 MiB there.
+void release_freed_memory();
+
 /// Names the file that interruption removes, instead of an earlier one; an empty name for none.
 /// Only for POSIX: on Windows, the system deletes incomplete files with the process.
 void remove_if_interrupted(const std::string& name);

@@ -64,6 +64,7 @@ int raw_output::end()
 {
     const qrx_status result = qrx_writer_finish(writer_.get());
     writer_.reset();
+    payload_ = std::vector<char>(); // "= {}" would keep the capacity
     return result == QRX_OK ? exit_good : fail(result);
 }
 

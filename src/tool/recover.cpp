@@ -22,6 +22,9 @@ constexpr uint64_t header_bytes = 32;
 constexpr size_t head_bytes = 5;
 constexpr size_t zero_bytes = size_t{1} << 16;
 
+/// Bytes that are decoded at a time.
+constexpr size_t part_bytes = size_t{1} << 20;
+
 /// A record of which the end of the file cuts off a part.
 struct cut_record {
     uint64_t block = QRX_NO_BLOCK;
@@ -70,7 +73,7 @@ class recovery {
 
     int open_source()
     {
-        const int error = input_.input.open(source_, true);
+        const int error = input_.input.open(run_, source_, true);
         if (error != 0) return fail(source_, input_.input.error_text(error));
         tolerant_.emplace(input_.input.source());
         const int status =
@@ -169,33 +172,39 @@ class recovery {
             lose(extent);
             return exit_good;
         }
-        reserve(static_cast<size_t>(place.length));
         input_.watcher.watch(block);
-        size_t got = 0;
-        const qrx_status result =
-            qrx_reader_block(input_.reader.get(), block, buffer_.get(), room_, &got);
+        byte_range part = first_part(extent);
+        const qrx_status result = decode(part); // reads the whole payload
         if (result != QRX_OK) return fail(result);
         const byte_range payload{place.offset, place.offset + place.payload_size};
         const byte_range bad = tolerant_->first_unreadable(payload);
-        if (bad.first == bad.last) {
-            if (input_.watcher.has_watched_fault) lose(extent);
-            return write(extent, buffer_.get());
+        if (bad.first < bad.last) {
+            note(QRX_READ_FAILED, block, bad.first);
+            if (place.is_stored == 0 || input_.params.filter != QRX_FILTER_NONE)
+                return save_prefix(extent, place.offset, place.payload_size);
+            lose_unreadable(extent, payload);
+        } else if (input_.watcher.has_watched_fault) {
+            lose(extent);
         }
-        note(QRX_READ_FAILED, block, bad.first);
-        if (place.is_stored == 0 || input_.params.filter != QRX_FILTER_NONE)
-            return save_prefix(extent, place.offset, place.payload_size);
-        lose_unreadable(extent, payload);
-        return write(extent, buffer_.get());
+        for (;;) {
+            const int status = write(part, part_.data());
+            if (status != exit_good || part.last == extent.last) return status;
+            part = first_part({part.last, extent.last});
+            const qrx_status decoded = decode(part);
+            if (decoded != QRX_OK) return fail(decoded);
+        }
     }
 
-    /// Makes room for a block that has a record: a damaged header can claim blocks of any size.
-    void reserve(size_t length)
+    static byte_range first_part(const byte_range& range)
     {
-        if (length <= room_) return;
-        room_ = 0;
-        buffer_.reset();
-        buffer_.reset(new char[length]);
-        room_ = length;
+        return {range.first, std::min(range.last, range.first + part_bytes)};
+    }
+
+    qrx_status decode(const byte_range& range)
+    {
+        size_t got = 0;
+        return qrx_reader_read(input_.reader.get(), range.first, part_.data(),
+                               static_cast<size_t>(range.last - range.first), &got);
     }
 
     /// Saves the start of a block of whose payload only the first bytes are known, up to the end of
@@ -427,9 +436,8 @@ class recovery {
     cut_record cut_;
     output_file output_;
     bool replaces_ = false;
-    std::unique_ptr<char[]> buffer_; // of a block
-    size_t room_ = 0;                // of the buffer
-    uint64_t written_ = 0;           // end of the last write
+    std::vector<char> part_ = std::vector<char>(part_bytes);
+    uint64_t written_ = 0; // end of the last write
     std::vector<byte_range> lost_;
     uint64_t lost_bytes_ = 0;
 };

@@ -13,6 +13,9 @@
 namespace tool {
 namespace {
 
+/// Bytes that are decoded at a time.
+constexpr size_t part_bytes = size_t{1} << 20;
+
 /// Number of pieces without -n and --blocks.
 constexpr uint64_t default_pieces = 2;
 
@@ -107,18 +110,31 @@ class splitting {
     {
         run_.progress.start(source_, info().original_size);
         run_.progress.set_compressed(info().file_size);
-        std::vector<char> block(
-            static_cast<size_t>(std::min(info().block_size, info().original_size)));
-        for (uint64_t index = 0; index < info().block_count; ++index) {
-            size_t size = 0;
+        std::vector<char> part(part_bytes);
+        sums_.resize(static_cast<size_t>(info().block_count));
+        uint64_t done = 0;
+        do { // once for an empty original too, whose seal is checked
+            const auto block = static_cast<size_t>(done / info().block_size);
+            const uint64_t left = offset_of(block + 1) - done;
+            size_t got = 0;
             const qrx_status result =
-                qrx_reader_block(input_.reader.get(), index, block.data(), block.size(), &size);
+                qrx_reader_read(input_.reader.get(), done, part.data(),
+                                static_cast<size_t>(std::min<uint64_t>(left, part_bytes)), &got);
             if (result != QRX_OK) return fail_read(result);
-            sums_.push_back(qrx_crc32(0, block.data(), size));
-        }
-        if (info().block_count != 0) return exit_good;
-        size_t got = 0; // checks the seal of an empty file
-        const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);
+            if (got != 0) sums_[block] = qrx_crc32(sums_[block], part.data(), got);
+            done += got;
+        } while (done < info().original_size);
+        return reopen();
+    }
+
+    /// Opens the file anew, which frees the buffers of its decoded blocks.
+    int reopen()
+    {
+        const qrx_source source = input_.input.source();
+        const qrx_options library = library_options(input_.watcher, 0, 0);
+        qrx_reader* made = nullptr;
+        const qrx_status result = qrx_reader_open_source(&made, &source, &library);
+        input_.reader.reset(made);
         return result == QRX_OK ? exit_good : fail_read(result);
     }
 

@@ -27,7 +27,7 @@ class verification {
   private:
     int open_original()
     {
-        const int error = original_.open(original_name_, true);
+        const int error = original_.open(run_, original_name_, true);
         if (error == 0) return exit_good;
         run_.messages.error(original_name_, original_.error_text(error));
         return exit_failed;

@@ -8,7 +8,7 @@ namespace {
 /// Damaged headers can claim longer blocks, but those have no records.
 constexpr uint64_t max_block = uint64_t{2047} << 20;
 
-/// Bytes per call with a memory limit.
+/// Bytes per call while the reader decodes ahead, and with a memory limit.
 constexpr uint64_t small_part = uint64_t{1} << 20;
 
 /// Largest number of bytes per call that decodes several blocks.
@@ -39,12 +39,6 @@ class range_writer {
     }
 
   private:
-    uint64_t next_border(uint64_t position) const
-    {
-        const uint64_t left = range_.last - position;
-        return position + std::min(left, info_.block_size - position % info_.block_size);
-    }
-
     /// True if the reader may decode ahead, by up to one block more than it has threads: only while
     /// all of these are in the range.
     bool may_read_ahead(uint64_t position) const
@@ -58,12 +52,10 @@ class range_writer {
     /// Returns the number of bytes from `position` on to decode at a time.
     uint64_t part_at(uint64_t position) const
     {
-        const uint64_t left = range_.last - position;
-        if (run_.settings.memory_limit != 0 || info_.block_size > max_block)
-            return std::min(left, small_part);
-        // Whole blocks are decoded in place, and those of one call in parallel.
-        const uint64_t block = next_border(position) - position;
-        return may_read_ahead(position) ? block : std::min(left, std::max(block, large_part));
+        const bool is_limited = run_.settings.memory_limit != 0 || info_.block_size > max_block;
+        // Otherwise whole blocks are decoded in place, and those of one call in parallel.
+        const bool is_small = is_limited || may_read_ahead(position);
+        return std::min(range_.last - position, is_small ? small_part : large_part);
     }
 
     int write()
