@@ -111,7 +111,9 @@ QRX_API qrx_status qrx_params_for_type(qrx_params* params, const void* sample, s
 
 /* Return an upper bound, in bytes, on what one handle or whole-buffer call allocates with
  * `threads` threads and blocks of full size.  A reader allocates up to 16 bytes more for each block
- * of the file.  `params` may be null: the defaults.  0 if an argument is out of range. */
+ * of the file.  At level 9, compression reserves an address range of 128 bytes per byte of a block
+ * in each thread.  The bound includes all of it, 4 GiB for 32 MiB, but most blocks use little or
+ * nothing of it.  `params` may be null: the defaults.  0 if an argument is out of range. */
 QRX_API uint64_t qrx_compress_memory(const qrx_params* params, uint32_t threads);
 QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t threads);
 
@@ -173,7 +175,7 @@ typedef struct qrx_options {
      * more fails with QRX_OVER_LIMIT before it allocates anything large. */
     uint64_t memory_limit;
     /* Both functions null: the default allocator.  Not used for the stacks of threads, nor for the
-     * address range that level 9 reserves, of which memory_limit counts the part in use. */
+     * address range that level 9 reserves; memory_limit must allow for the whole range. */
     qrx_allocator allocator;
     /* Called after each block; may be null.  `done` is the offset in the original that the call has
      * reached, `total` the size of the original (0 if unknown).  A result other than 0 cancels: the

@@ -356,6 +356,15 @@ class Messages(ToolTest):
         quiet = self.qrx("-qf", "-T8", "-b1", "-30", "--memory-limit", "16M", "f")
         self.assertEqual(quiet.stderr, b"")
 
+    def test_memory_limit_and_a_single_block(self):
+        content = text(100000)
+        self.put("f", content)
+        for options in (["-30"], ["-d", "-f"]):
+            name = "f.qrx" if "-d" in options else "f"
+            done = self.qrx("-T8", "--memory-limit", "20M", *options, name)
+            self.assertEqual(done.stderr, b"", "one block needs no thread")
+        self.assertEqual(self.get("f"), content)
+
     def test_memory_limit_that_is_too_low(self):
         self.put("f", text(1000))
         done = self.qrx("-q", "--memory-limit", "1000", "f", status=1)

@@ -1,6 +1,6 @@
-"""Compares the peak memory of quarnex with the table in the README.
+"""Compares the peak memory of quarnex with the table in the README, and that of qrx with its limit.
 
-quarnex compresses and restores incompressible blocks, which fill all of its buffers.
+The programs compress and restore blocks that hardly shrink and so fill all buffers.
 """
 
 import os
@@ -9,11 +9,14 @@ import random
 import re
 import unittest
 
-from qrx_tool import ToolTest
+from qrx_tool import QRX, ToolTest
 
 README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
 MIB = 1 << 20
 TOLERANCE = 0.10
+
+# What --memory-limit doesn't count: the program itself, and small buffers.
+UNCOUNTED = 10 * MIB
 
 
 def table_of_readme():
@@ -27,17 +30,25 @@ def table_of_readme():
     return rows
 
 
+def peak_of(test, program, *arguments, stdin=os.devnull):
+    """Runs a program in the directory of a test and returns its peak memory in bytes.
+
+    The result is at least the memory of Python, which the process has before it runs the program.
+    """
+    child = os.fork()
+    if child == 0:
+        os.chdir(test.dir)
+        os.dup2(stdin if isinstance(stdin, int) else os.open(stdin, os.O_RDONLY), 0)
+        os.execv(program, [program, *arguments])
+    _, status, usage = os.wait4(child, 0)
+    test.assertEqual(status, 0, arguments)
+    return usage.ru_maxrss * 1024
+
+
 class MemoryTest(ToolTest):
     def peak(self, *arguments):
         """Runs quarnex and returns its peak memory in MiB."""
-        program = os.environ["QUARNEX_PROGRAM"]
-        child = os.fork()
-        if child == 0:
-            os.chdir(self.dir)
-            os.execv(program, [program, *arguments])
-        _, status, usage = os.wait4(child, 0)
-        self.assertEqual(status, 0)
-        return usage.ru_maxrss / 1024
+        return peak_of(self, os.environ["QUARNEX_PROGRAM"], *arguments) / MIB
 
     def put_noise(self, blocks, block_size=32 * MIB):
         self.put("noise", random.Random(1).randbytes(blocks * block_size))
@@ -79,6 +90,70 @@ class MemoryTest(ToolTest):
                 measured = self.peak("-d", f"-p{workers}", "packed/noise.qrx", "restored")
                 self.assertLessEqual(measured, (1 + TOLERANCE) * int(row[workers]))
                 self.assertGreater(measured, 32, "a block was decoded")
+
+
+class MemoryLimitTest(ToolTest):
+    """Each limit is little more than the library's bound for one thread and blocks of 12 MiB."""
+
+    LIMIT = 37 * MIB  # to decompress: three blocks
+
+    def setUp(self):
+        super().setUp()
+        # Bytes of seven random bits: a payload has seven eighths of its block.
+        halved = bytes(value & 0x7F for value in range(256))
+        with open(self.dir / "noise", "wb") as noise:
+            for seed in range(48):
+                noise.write(random.Random(seed).randbytes(MIB).translate(halved))
+
+    def check(self, limit, *arguments, piped=None):
+        """Runs qrx, with a file piped to it, and checks that its memory comes close to the limit."""
+        words = (*arguments, "-q", "-T1", f"--memory-limit={limit}")
+        if piped is None:
+            peak = peak_of(self, QRX, *words)
+        else:
+            with self.start(piped, program="/bin/cat") as cat:
+                peak = peak_of(self, QRX, *words, stdin=cat.stdout.fileno())
+        what = f"{words}: {peak / MIB:.1f} MiB"
+        self.assertLessEqual(peak, limit + UNCOUNTED, what)
+        self.assertGreaterEqual(peak, 0.7 * limit, what)
+
+    def make_compressed(self):
+        self.qrx("-q", "-33", "-b12", "noise")
+
+    def test_compressing_files_of_several_sizes(self):
+        self.put("small", self.get("noise")[:MIB])
+        self.check(177 * MIB, "-36", "-b12", "-C", "packed", "small", "noise")
+
+    def test_compressing_with_verification(self):
+        self.check(81 * MIB, "--verify", "-33", "-b12", "noise")
+
+    def test_compressing_from_a_pipe(self):
+        self.check(81 * MIB, "-o", "packed", "-33", "-b12", piped="noise")
+
+    def test_decompressing(self):
+        self.make_compressed()
+        self.check(self.LIMIT, "-d", "-f", "noise.qrx")
+        self.check(self.LIMIT, "-d", "-f", "--verify", "noise.qrx")
+        self.check(self.LIMIT, "-t", "noise.qrx")
+
+    def test_decompressing_from_a_pipe(self):
+        self.make_compressed()
+        self.check(self.LIMIT, "-d", "-o", "restored", piped="noise.qrx")
+        self.check(self.LIMIT, "verify", "--against", "-", "noise.qrx", piped="noise")
+
+    def test_splitting_joining_and_recovering(self):
+        self.make_compressed()
+        self.check(self.LIMIT, "split", "noise.qrx")
+        pieces = ("noise.1of2.qrx", "noise.2of2.qrx")
+        self.check(self.LIMIT, "join", "--verify", "-o", "joined.qrx", *pieces)
+        self.assertEqual(self.get("joined.qrx"), self.get("noise.qrx"))
+        self.check(self.LIMIT, "recover", "-o", "recovered", "noise.qrx")
+        self.assertEqual(self.get("recovered"), self.get("noise"))
+
+    def test_decompressing_without_a_limit_takes_no_further_block(self):
+        self.make_compressed()
+        peak = peak_of(self, QRX, "-d", "-f", "-q", "-T1", "noise.qrx")
+        self.assertLessEqual(peak, self.LIMIT + UNCOUNTED)
 
 
 if __name__ == "__main__":
