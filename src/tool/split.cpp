@@ -111,7 +111,6 @@ class splitting {
         run_.progress.start(source_, info().original_size);
         run_.progress.set_compressed(info().file_size);
         std::vector<char> part(part_bytes);
-        sums_.resize(static_cast<size_t>(info().block_count));
         uint64_t done = 0;
         do { // once for an empty original too, whose seal is checked
             const auto block = static_cast<size_t>(done / info().block_size);
@@ -121,7 +120,10 @@ class splitting {
                 qrx_reader_read(input_.reader.get(), done, part.data(),
                                 static_cast<size_t>(std::min<uint64_t>(left, part_bytes)), &got);
             if (result != QRX_OK) return fail_read(result);
-            if (got != 0) sums_[block] = qrx_crc32(sums_[block], part.data(), got);
+            if (got != 0) {
+                if (block == sums_.size()) sums_.push_back(0);
+                sums_[block] = qrx_crc32(sums_[block], part.data(), got);
+            }
             done += got;
         } while (done < info().original_size);
         return reopen();
