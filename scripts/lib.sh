@@ -158,6 +158,12 @@ check_words() {
     python3 "$root/scripts/check_words" "$root" || fail "say these in plainer words"
 }
 
+# refuse_partial CSV_FILE OPTIONS: fails if the file is one of the tables in docs/results/, which hold full runs.
+refuse_partial() {
+    [[ $(realpath -m "$1") != "$(realpath "$root")"/docs/results/* ]] ||
+        fail "$1 is for full runs: with $2, --csv needs a file elsewhere"
+}
+
 # at_exit FUNCTION: registers a function to run when the script exits, before those registered earlier.
 at_exit() {
     at_exit="$1; ${at_exit-}"

@@ -10,6 +10,8 @@ import sys
 import tempfile
 import time
 
+from temp_dir import temp_dir
+
 from .tables import ROOT
 
 QRX = str(ROOT / "build" / "program" / "qrx")
@@ -59,13 +61,16 @@ def measure(command, prepare=lambda: None, runs=RUNS, **options):
 
 
 def work_folder():
-    """A temporary directory in memory, if possible."""
-    place = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
-    return tempfile.TemporaryDirectory(prefix="quarnex-report-", dir=place)
+    return temp_dir("quarnex-report-")
 
 
-def is_installed(tool):
-    return shutil.which(program_of(tool)) is not None
+def installed(settings):
+    """Yields the pairs of tool and setting whose tool is installed, and prints the names of the others."""
+    for tool, setting in settings:
+        if shutil.which(program_of(tool)) is None:
+            print(f"{tool} isn't installed: left out", flush=True)
+        else:
+            yield tool, setting
 
 
 def program_of(tool):

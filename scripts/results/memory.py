@@ -75,10 +75,7 @@ def measure_cell(cell, workers, known, noise, quick):
 def measure_peers(noise, quick):
     rows = []
     noise.write_bytes(noise_of(1 if quick else 72))
-    for tool, setting in PEER_SETTINGS:
-        if not commands.is_installed(tool):
-            print(f"{tool} isn't installed: left out", flush=True)
-            continue
+    for tool, setting in commands.installed(PEER_SETTINGS):
         print(f"{tool} {setting}", flush=True)
         packed = noise.with_name("packed.7z" if tool == "7zip" else "packed")
         command, output = commands.compress_command(tool, setting, 1, noise, packed)

@@ -118,10 +118,7 @@ def measure(quick=False):
     with commands.work_folder() as folder:
         stage = Stage(folder, QUICK_FILES if quick else FILES)
         for way, settings in ((measure_each, EACH), (measure_tar, WITH_TAR)):
-            for tool, setting in settings:
-                if not commands.is_installed(tool):
-                    print(f"{tool} isn't installed: left out", flush=True)
-                    continue
+            for tool, setting in commands.installed(settings):
                 print(f"{tool} {setting}", flush=True)
                 rows.append(way(stage, tool, setting, runs))
     return rows

@@ -18,10 +18,44 @@ COLUMNS = {
     "faults": "program,operation,fault,workers,runs,result,note",
     "schedules": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
+    "fuzz_runs": "time,target,status,user_s,system_s,executions,faults",  # the times are Unix time and seconds
     "fuzz_hours": "target,processor_hours,executions,faults",
     "payloads": "variant,cells,files,digest,equal",
     "reproducible": "artifact,first,second,equal",
 }
+
+
+def columns(name):
+    return COLUMNS[name].split(",")
+
+
+def read_table(path, name):
+    """Returns a list of dictionaries of strings; None if there is no such file."""
+    path = pathlib.Path(path)
+    if not path.exists():
+        return None
+    with path.open(newline="", encoding="utf-8") as file:
+        reader = csv.DictReader(file)
+        missing = set(columns(name)) - set(reader.fieldnames or [])
+        if missing:
+            raise SystemExit(f"{path}: no column {', '.join(sorted(missing))}")
+        return list(reader)
+
+
+def write_table(path, name, rows):
+    """Writes a list of dictionaries."""
+    path = pathlib.Path(path)
+    path.parent.mkdir(parents=True, exist_ok=True)
+    with path.open("w", newline="", encoding="utf-8") as file:
+        writer = csv.DictWriter(file, columns(name), lineterminator="\n")
+        writer.writeheader()
+        writer.writerows(rows)
+
+
+def refuse_partial(path, is_partial, options):
+    """Exits if a run with options that reduce what it measures would write one of the tables in docs/results/."""
+    if path and is_partial and pathlib.Path(path).resolve().parent == DEFAULT_FOLDER.resolve():
+        raise SystemExit(f"{path} is for full runs: with {options}, --csv needs a file elsewhere")
 
 
 class Tables:
@@ -35,21 +69,10 @@ class Tables:
 
     def read(self, name):
         """Returns a list of dictionaries of strings; None if the table wasn't measured."""
-        if not self.path(name).exists():
-            return None
-        with self.path(name).open(newline="", encoding="utf-8") as file:
-            reader = csv.DictReader(file)
-            missing = set(COLUMNS[name].split(",")) - set(reader.fieldnames or [])
-            if missing:
-                raise SystemExit(f"{self.path(name)}: no column {', '.join(sorted(missing))}")
-            return list(reader)
+        return read_table(self.path(name), name)
 
     def write(self, name, rows):
-        self.folder.mkdir(parents=True, exist_ok=True)
-        with self.path(name).open("w", newline="", encoding="utf-8") as file:
-            writer = csv.DictWriter(file, COLUMNS[name].split(","), lineterminator="\n")
-            writer.writeheader()
-            writer.writerows(rows)
+        write_table(self.path(name), name, rows)
 
     def record_run(self, row):
         """Stores when and where a part was measured, in place of its previous run."""

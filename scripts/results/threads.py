@@ -35,10 +35,7 @@ def measure(files, quick=False):
     with commands.work_folder() as folder:
         source = pathlib.Path(folder) / "input"
         write_input(files, size, source)
-        for tool, setting in SETTINGS:
-            if not commands.is_installed(tool):
-                print(f"{tool} isn't installed: left out", flush=True)
-                continue
+        for tool, setting in commands.installed(SETTINGS):
             for threads in counts:
                 print(f"{tool} {setting}, {threads} threads", flush=True)
                 rows += measure_one(tool, setting, threads, source, 1 if quick else commands.RUNS)

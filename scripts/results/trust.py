@@ -2,9 +2,11 @@
 
 import subprocess
 
+from temp_dir import run_command
+
 from .tables import ROOT
 
-# Each part: the table, and the command, in which {csv} is the table's file.  Those of fuzzing always write to
+# Each part: the table, and the command, in which {csv} is the table's file.  Those without it always write to
 # docs/results/.
 COMMANDS = {
     "damage": ("damage", ["scripts/check_damage", "--csv", "{csv}"]),
@@ -18,7 +20,7 @@ COMMANDS = {
 }
 
 # What lib.sh builds before some of the commands; the others build for themselves.
-BUILDS = {"damage": "program quarnex qrx", "schedules": "tsan schedules", "stress": "release quarnex qrx"}
+BUILDS = {"damage": "program quarnex qrx", "schedules": "tsan schedules", "stress": "release quarnex qrx fault_shim"}
 
 # Whose versions are recorded
 PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip")}
@@ -29,6 +31,11 @@ def command_text(part):
     return " ".join(words).format(csv=f"docs/results/{table}.csv")
 
 
+def writes_anywhere(part):
+    """Whether the command can write to another folder than docs/results/."""
+    return "{csv}" in COMMANDS[part][1]
+
+
 def measure(part, tables):
     """Runs the command of a part, which writes the table itself."""
     table, words = COMMANDS[part]
@@ -37,5 +44,5 @@ def measure(part, tables):
         script = f'. scripts/lib.sh; need_packages "${{test_packages[@]}}"; build {BUILDS[part]}'
         subprocess.run(["bash", "-c", script, "scripts/report"], cwd=ROOT, check=True)
     command = [word.format(csv=tables.path(table)) for word in words]
-    if subprocess.run(command, cwd=ROOT, check=False).returncode != 0:
+    if run_command(command, cwd=ROOT) != 0:
         raise SystemExit(f"failed: {' '.join(command)}")

@@ -9,30 +9,34 @@ with the documented exit status and one message that names the file; incomplete 
 only where the documentation says so; other files must be right or unchanged; and the same run
 without the fault must succeed afterwards.  --quick takes a few runs of each cell with 0 and 2
 workers instead of every call that can fail.  --only selects cells by a regular expression for
-"FAULT, PROGRAM, OPERATION, WORKERS".  Fails if a cell is wrong.
+"FAULT, PROGRAM, OPERATION, WORKERS".  --csv replaces a table; those in docs/results/ only without
+--quick and --only.  Fails if a cell is wrong.
 """
 
 import argparse
 import collections
 import concurrent.futures
-import csv
 import dataclasses
 import inspect
+import multiprocessing
 import os
 import pathlib
 import random
 import re
+import signal
 import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / "tests" / "faults"), str(ROOT / "tests" / "tool"), str(ROOT / "scripts")]
+sys.dont_write_bytecode = True
 
 from fault_expectations import FAULTS  # noqa: E402
-from fault_runs import FAST_DIRECTORY, Case, Programs, Run  # noqa: E402
+from fault_runs import Case, Programs, Run  # noqa: E402
+from results.tables import columns, refuse_partial, write_table  # noqa: E402
+from temp_dir import exit_on_signals, temp_dir  # noqa: E402
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-COLUMNS = ["program", "operation", "fault", "workers", "runs", "result", "note"]
 SHOWN_FAULTS = 5  # of a cell
 MAX_SWEEP = 100_000  # calls; more means that a fault is never reached
 QUICK_TRIALS = 2
@@ -109,15 +113,15 @@ def trials_of(cell, quick, source):
     return made
 
 
-def try_cell(build, cell, quick, seed):
-    """Fills in the result of a cell."""
+def try_cell(build, cell, quick, seed, folder):
+    """Fills in the result of a cell, whose runs take place in a directory below `folder`."""
     source = random.Random(f"{seed} {cell}")
     trials = trials_of(cell, quick, source)
     if isinstance(trials, str):
         cell.result, cell.note = "not applicable", trials
         return cell
-    with tempfile.TemporaryDirectory(prefix="qrx-faults-", dir=FAST_DIRECTORY) as place:
-        run = Run(programs_of(build), Case(cell.program, cell.operation, cell.workers), place)
+    with tempfile.TemporaryDirectory(dir=folder) as place:
+        run = Run(programs_of(build, folder), Case(cell.program, cell.operation, cell.workers), place)
         for trial in trials:
             if "{random}" in trial.fault or trial.delay:
                 found = kill_repeatedly(run, trial, quick, source)
@@ -136,8 +140,8 @@ def try_cell(build, cell, quick, seed):
 known_programs = {}
 
 
-def programs_of(build):
-    return known_programs.setdefault(build, Programs(build))
+def programs_of(build, folder):
+    return known_programs.setdefault(build, Programs(build, folder))
 
 
 def all_cells(quick, only):
@@ -181,12 +185,9 @@ def print_summary(cells):
             print(f"       and {len(cell.wrong) - SHOWN_FAULTS} more")
 
 
-def write_csv(name, cells):
-    with open(name, "w", newline="", encoding="utf-8") as file:
-        writer = csv.writer(file, lineterminator="\n")
-        writer.writerow(COLUMNS)
-        for cell in cells:
-            writer.writerow([getattr(cell, column) for column in COLUMNS])
+def rows_of(cells):
+    """Returns the rows of the table `faults`."""
+    return [{column: getattr(cell, column) for column in columns("faults")} for cell in cells]
 
 
 def show_progress(cell):
@@ -195,6 +196,27 @@ def show_progress(cell):
           f"{cell.runs} runs", file=sys.stderr, flush=True)
     for text in cell.wrong[:SHOWN_FAULTS]:
         print(f"    {text}", file=sys.stderr, flush=True)
+
+
+def try_cells(cells, given, folder):
+    """Fills in the results of all cells, in several processes.  Returns the cells."""
+    with concurrent.futures.ProcessPoolExecutor(given.jobs, initializer=leave_signals_to_parent) as pool:
+        try:
+            tasks = [pool.submit(try_cell, given.build, cell, given.quick, given.seed, folder) for cell in cells]
+            for task in concurrent.futures.as_completed(tasks):
+                show_progress(task.result())
+            return [task.result() for task in tasks]
+        except BaseException:
+            pool.shutdown(wait=False, cancel_futures=True)
+            for process in multiprocessing.active_children():
+                process.terminate()
+            raise
+
+
+def leave_signals_to_parent():
+    """In a process of the pool, whose files the parent removes."""
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+    signal.signal(signal.SIGTERM, signal.SIG_DFL)
 
 
 def main():
@@ -206,21 +228,19 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--only", default="")
     given = parser.parse_args()
+    refuse_partial(given.csv, given.quick or given.only, "--quick or --only")
     cells = list(all_cells(given.quick, given.only))
     started = time.monotonic()
-    with concurrent.futures.ProcessPoolExecutor(given.jobs) as pool:
-        tasks = [pool.submit(try_cell, given.build, cell, given.quick, given.seed)
-                 for cell in cells]
-        for task in concurrent.futures.as_completed(tasks):
-            show_progress(task.result())
-        cells = [task.result() for task in tasks]
+    exit_on_signals()
+    with temp_dir("qrx-faults-") as folder:
+        cells = try_cells(cells, given, folder)
     print_table(cells)
     print_summary(cells)
     used = os.times()
     print(f"{time.monotonic() - started:.0f} seconds, {used.children_user + used.children_system:.0f} "
           f"of processor time; seed {given.seed}")
     if given.csv:
-        write_csv(given.csv, cells)
+        write_table(given.csv, "faults", rows_of(cells))
     return 1 if any(cell.wrong for cell in cells) else 0
 
 

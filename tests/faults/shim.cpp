@@ -16,7 +16,8 @@
 //
 // FAULT_REPORT names a file of at least 16 bytes that receives two numbers of 64 bits: how often
 // the fault was injected, and how many calls were seen.  FAULT_PROCESSORS is the number of
-// processors that the program sees.  A client can exclude its own calls by fault_suspend().
+// processors that the program sees; without FAULT, the shim changes nothing else.  A client can
+// exclude its own calls by fault_suspend().
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -77,7 +78,7 @@ struct report {
 fault wanted;
 report own_report;
 report* counts = &own_report;
-std::atomic<bool> is_ready{false};
+std::atomic<bool> is_active{false};
 std::atomic<bool> is_suspended{false};
 std::atomic<file_label> labels[max_descriptors];
 std::atomic<int> opened_for_reading{0};
@@ -133,8 +134,10 @@ __attribute__((constructor)) void start()
 {
     if (const char* count = std::getenv("FAULT_PROCESSORS")) processors = std::atol(count);
     if (const char* name = std::getenv("FAULT_REPORT")) map_report(name);
-    if (const char* text = std::getenv("FAULT")) parse_fault(text);
-    is_ready = true;
+    if (const char* text = std::getenv("FAULT")) {
+        parse_fault(text);
+        is_active = true;
+    }
 }
 
 template <class Function>
@@ -182,7 +185,7 @@ void change_files()
 /// Counts a call.  Returns what it has to do, after changing files.
 action decide(call which, file_label label = {})
 {
-    if (!is_ready || is_suspended || !concerns(which, label)) return action::none;
+    if (!is_active || is_suspended || !concerns(which, label)) return action::none;
     const uint64_t number = ++counts->seen;
     if (wanted.what == action::none || number < wanted.first ||
         (wanted.times != 0 && number >= wanted.first + wanted.times))

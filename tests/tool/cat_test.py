@@ -4,8 +4,8 @@ import math
 import os
 import resource
 
-from qrx_files import records, varied_text, with_garbage, with_size, without_seal
-from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
+from qrx_files import records, with_garbage, with_size, without_seal
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run, text
 
 
 class Cat(ToolTest):
@@ -18,7 +18,7 @@ class Cat(ToolTest):
         return self.qrx("cat", "--range", text_of_range, *names, **options).stdout
 
     def test_whole_files(self):
-        contents = [varied_text(2 * MIB + 7), b"", b"x", random_bytes(3000)]
+        contents = [long_text(2 * MIB + 7), b"", b"x", random_bytes(3000)]
         for number, content in enumerate(contents):
             self.make(str(number), content)
         names = [f"{number}.qrx" for number in range(len(contents))]
@@ -28,7 +28,7 @@ class Cat(ToolTest):
                          b"".join(contents))
 
     def test_ranges(self):
-        content = varied_text(4 * MIB + 100)
+        content = long_text(4 * MIB + 100)
         self.make("plain", content)
         for first, last in ((0, 1), (0, MIB), (5, 5), (100, 2000), (MIB - 1, MIB + 1),
                             (MIB, 2 * MIB), (MIB + 17, 4 * MIB + 3), (3 * MIB, 4 * MIB + 100),
@@ -48,7 +48,7 @@ class Cat(ToolTest):
             self.assertEqual(done.stdout, b"", form)
 
     def test_ranges_past_the_end(self):
-        content = varied_text(MIB + 5)
+        content = long_text(MIB + 5)
         self.make("plain", content)
         for first, last in ((MIB, 2 * MIB), (MIB + 4, 2**64 - 1), (MIB + 5, MIB + 6),
                             (2**63, 2**64 - 1)):
@@ -74,7 +74,7 @@ class Cat(ToolTest):
         self.assertEqual(self.get("appended"), expected)
 
     def test_other_blocks_may_be_garbage(self):
-        content = varied_text(6 * MIB)
+        content = long_text(6 * MIB)
         image = self.make("plain", content, "-52")
         self.put("bad.qrx", with_garbage(image, 0, 1, 3, 4, 5))
         for options in ([], ["-T1"], ["-T4"]):
@@ -84,7 +84,7 @@ class Cat(ToolTest):
         self.assertEqual(self.range(f"{2 * MIB + 1}:3M", "bad.qrx"), content[2 * MIB + 1:3 * MIB])
 
     def test_bytes_before_damage_are_written(self):
-        content = varied_text(4 * MIB)
+        content = long_text(4 * MIB)
         image = self.make("plain", content)
         self.put("bad.qrx", with_garbage(image, 2))
         for options in ([], ["--range", "0:3M"], ["--range", ":4000000"]):
@@ -101,7 +101,7 @@ class Cat(ToolTest):
             self.assertEqual(self.get("out"), content[:2 * MIB] + b"good", command)
 
     def test_cut_file(self):
-        content = varied_text(4 * MIB)
+        content = long_text(4 * MIB)
         image = self.make("plain", content)
         self.put("cut.qrx", image[:records(image)[2][0] + 100])
         self.assertEqual(self.range("100:2M", "cut.qrx"), content[100:2 * MIB])
@@ -117,19 +117,19 @@ class Cat(ToolTest):
         self.assertEqual(self.range("1:3", "long.qrx"), b"on")
 
     def test_seal_of_whole_files(self):
-        for content in (b"", varied_text(3 * MIB)):
+        for content in (b"", long_text(3 * MIB)):
             image = self.make("plain", content)
             self.put("wrong.qrx", image[:-1] + bytes([image[-1] ^ 1]))
             done = self.qrx("cat", "wrong.qrx", status=2)
             self.assertEqual(done.stdout, content)
             self.assertEqual(len(done.stderr.splitlines()), 1)
             self.qrx("-dc", "wrong.qrx", status=2)
-        self.assertEqual(self.range("5:10", "wrong.qrx"), varied_text(3 * MIB)[5:10])
+        self.assertEqual(self.range("5:10", "wrong.qrx"), long_text(3 * MIB)[5:10])
         self.put("open.qrx", without_seal(self.get("plain.qrx")))
-        self.assertEqual(self.qrx("cat", "open.qrx").stdout, varied_text(3 * MIB))
+        self.assertEqual(self.qrx("cat", "open.qrx").stdout, long_text(3 * MIB))
 
     def test_header_that_claims_2_to_the_32_blocks(self):
-        content = varied_text(2 * MIB)
+        content = long_text(2 * MIB)
         self.put("liar.qrx", with_size(self.make("plain", content), (2**32 - 2) * MIB))
         self.assertEqual(self.range("1M:1025K", "liar.qrx", timeout=20),
                          content[MIB:MIB + 1024])
@@ -162,7 +162,7 @@ class Cat(ToolTest):
                 self.assertLess(taken, limit, (form, options))
 
     def test_standard_input(self):
-        content = varied_text(2 * MIB)
+        content = long_text(2 * MIB)
         image = self.make("plain", content)
         self.assertEqual(self.qrx("cat", stdin=image).stdout, content)
         self.assertEqual(self.range("5:9", "-", stdin=image), content[5:9])

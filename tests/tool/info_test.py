@@ -2,10 +2,9 @@
 
 import struct
 
-from qrx_files import (HEADER, header, record, records, varied_text, with_garbage,
-                       with_size, without_seal)
+from qrx_files import HEADER, header, record, records, with_garbage, with_size, without_seal
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run, text
 
 
 class Info(ToolTest):
@@ -27,7 +26,7 @@ class Info(ToolTest):
         return json_objects(self.qrx("info", "--json", *args, **options).stdout)[0]
 
     def test_text(self):
-        content = varied_text(2 * MIB) + random_bytes(2 * MIB)
+        content = long_text(2 * MIB) + random_bytes(2 * MIB)
         image = self.make("plain.txt", content)
         crc = self.object("plain.txt.qrx")["crc32"]
         shown = self.qrx("info", "plain.txt.qrx").stdout.decode().splitlines()
@@ -61,7 +60,7 @@ class Info(ToolTest):
             self.assertEqual(fields["level"], f"{cell[1]}: {level}")
 
     def test_json(self):
-        image = self.make("plain", varied_text(2 * MIB) + random_bytes(MIB + 1))
+        image = self.make("plain", long_text(2 * MIB) + random_bytes(MIB + 1))
         found = self.object("plain.qrx")
         sizes = [size for _, size in sorted(records(image))]
         self.assertEqual((found["blocks"], found["stored_blocks"], found["tested"]), (4, 2, False))
@@ -80,7 +79,7 @@ class Info(ToolTest):
         self.assertEqual(self.fields("--test", "byte.qrx")[1], ["           0  ="])
 
     def test_damaged_blocks_are_marked_with_test(self):
-        image = self.make("plain", varied_text(5 * MIB), "-52")
+        image = self.make("plain", long_text(5 * MIB), "-52")
         self.put("bad.qrx", with_garbage(image, 1, 3))
         self.assertEqual(self.fields("bad.qrx")[1], ["           0  #####"])
         fields, lines = self.fields("--test", "bad.qrx", status=2)
@@ -93,7 +92,7 @@ class Info(ToolTest):
         self.assertTrue(found["tested"])
 
     def test_test_of_good_files(self):
-        image = self.make("plain", varied_text(2 * MIB))
+        image = self.make("plain", long_text(2 * MIB))
         self.put("open.qrx", without_seal(image))
         self.assertEqual(self.fields("--test", "plain.qrx")[0]["test"], "good")
         fields = self.fields("--test", "open.qrx")[0]
@@ -109,7 +108,7 @@ class Info(ToolTest):
         self.assertEqual(fields["layout"], "good")
 
     def test_cut_file(self):
-        image = self.make("plain", varied_text(3 * MIB))
+        image = self.make("plain", long_text(3 * MIB))
         self.put("cut.qrx", image[:records(image)[2][0] + 1])
         fields, lines = self.fields("cut.qrx", status=2)
         self.assertEqual(fields["blocks"], "3, 0 of them stored, 1 missing")
@@ -149,7 +148,7 @@ class Info(ToolTest):
                           ("missing", 10)])
 
     def test_header_that_claims_2_to_the_32_blocks(self):
-        image = self.make("plain", varied_text(2 * MIB))
+        image = self.make("plain", long_text(2 * MIB))
         self.put("liar.qrx", with_size(image, (2**32 - 1) * MIB))
         lines = self.fields("liar.qrx", status=2, timeout=20)[1]
         self.assertEqual(lines[1:], ["*"])

@@ -3,9 +3,9 @@
 import json
 
 import qrx_schema
-from qrx_files import records, varied_text, with_garbage
+from qrx_files import records, with_garbage
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, run, text
 
 
 class Json(ToolTest):
@@ -25,7 +25,7 @@ class Json(ToolTest):
         self.assertTrue(self.objects("--verify", "-f", "one")[0]["verified"])
 
     def test_compress_standard_input_of_unknown_size(self):
-        content = varied_text(2 * MIB + 5)
+        content = long_text(2 * MIB + 5)
         found = self.objects("-b1", "-o", "out.qrx", "-", stdin=content)
         self.assertEqual((found[0]["name"], found[0]["output"], found[0]["original_size"]),
                          ("-", "out.qrx", len(content)))
@@ -40,7 +40,7 @@ class Json(ToolTest):
                           ("decompress", "empty.qrx", "empty", True)])
 
     def test_test(self):
-        self.put("plain", varied_text(3 * MIB))
+        self.put("plain", long_text(3 * MIB))
         self.qrx("-b1", "plain")
         image = self.get("plain.qrx")
         self.put("bad.qrx", with_garbage(image, 1))

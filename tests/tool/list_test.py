@@ -3,9 +3,9 @@
 import os
 import zlib
 
-from qrx_files import header, records, varied_text, with_garbage, with_size, without_seal
+from qrx_files import header, records, with_garbage, with_size, without_seal
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, random_bytes, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run, text
 
 HEADER = b" Compressed   Original Ratio Cell Blocks Sealed  Name"
 
@@ -58,7 +58,7 @@ class List(ToolTest):
         self.assertEqual([each["blocks"] for each in found], [0, 1])
 
     def test_json(self):
-        content = varied_text(3 * MIB)
+        content = long_text(3 * MIB)
         image = self.make("plain", content, "-21")
         self.assertEqual(json_objects(self.qrx("list", "--json", "plain.qrx").stdout), [{
             "command": "list", "name": "plain.qrx", "original_size": 3 * MIB,
@@ -99,7 +99,7 @@ class List(ToolTest):
         self.assertEqual(row[-4:], ["-33", "1", "no", "made/plain.qrx"])
 
     def test_cut_file_has_a_line_and_a_message(self):
-        image = self.make("plain", varied_text(3 * MIB))
+        image = self.make("plain", long_text(3 * MIB))
         self.put("cut.qrx", image[:records(image)[1][0] + 10])
         listed = self.qrx("list", "cut.qrx", status=2)
         self.assertTrue(listed.stdout.splitlines()[1].endswith(b"3     no  cut.qrx"))
@@ -160,7 +160,7 @@ class List(ToolTest):
         self.assertEqual((found["stored_blocks"], found["crc32"]), (100, "6c616573"))
 
     def test_damaged_payloads_are_not_noticed(self):
-        self.put("bad.qrx", with_garbage(self.make("plain", varied_text(2 * MIB)), 0, 1))
+        self.put("bad.qrx", with_garbage(self.make("plain", long_text(2 * MIB)), 0, 1))
         self.assertEqual(self.qrx("list", "bad.qrx").stderr, b"")
 
     def test_header_that_claims_2_to_the_32_blocks(self):

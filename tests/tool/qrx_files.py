@@ -2,8 +2,6 @@
 
 import struct
 
-from qrx_tool import text
-
 HEADER = 32
 HEAD = 5
 
@@ -29,6 +27,28 @@ def records(image):
     return found
 
 
+def extents(image):
+    """Returns the start and end of each record, in the order of the file."""
+    return [(offset - HEAD, offset + size) for offset, size in records(image)]
+
+
+def payloads(image):
+    """Returns the payloads in the order of their blocks, and what follows the last record, such as the seal.
+
+    Raises ValueError if a record is cut off, or if a block is missing or occurs twice.
+    """
+    blocks = {}
+    end = HEADER
+    for sequence, (offset, size) in enumerate(records(image)):
+        displacement = image[offset - 1]
+        distance = displacement >> 1
+        blocks[sequence + (-distance if displacement & 1 else distance)] = image[offset:offset + size]
+        end = offset + size
+    if end > len(image) or sorted(blocks) != list(range(len(records(image)))):
+        raise ValueError("not a complete .qrx file")
+    return [blocks[block] for block in sorted(blocks)], image[end:]
+
+
 def with_size(image, original_size):
     """Returns a file whose header claims another size of the original."""
     return image[:4] + struct.pack("<Q", original_size) + image[12:]
@@ -46,9 +66,3 @@ def with_garbage(image, *blocks):
 
 def without_seal(image):
     return image[:-4]
-
-
-def varied_text(size):
-    """Returns text of which no two blocks are alike; faster than text()."""
-    piece = text(min(size, 300007))
-    return (piece * (size // max(len(piece), 1) + 1))[:size]

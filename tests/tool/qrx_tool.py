@@ -12,10 +12,11 @@ import pathlib
 import random
 import shutil
 import subprocess
-import tempfile
 import termios
 import time
 import unittest
+
+from temp_dir import temp_dir
 
 QRX = os.path.abspath(os.environ.get("QRX_PROGRAM", "build/release/qrx"))
 UNQRX = os.path.join(os.path.dirname(QRX), "unqrx" + os.path.splitext(QRX)[1])
@@ -23,9 +24,6 @@ QRXCAT = os.path.join(os.path.dirname(QRX), "qrxcat" + os.path.splitext(QRX)[1])
 EMULATOR = [os.environ["QRX_EMULATOR"]] if "QRX_EMULATOR" in os.environ else []
 QUARNEX = os.path.abspath(os.environ.get("QUARNEX_PROGRAM", "build/release/quarnex"))
 MIB = 1 << 20
-
-# For small files, flushing to a disk takes most of the time.
-FAST_DIRECTORY = "/dev/shm" if os.access("/dev/shm", os.W_OK | os.X_OK) else None
 
 # The environment of all runs: system messages in English; qrx, unqrx and qrxcat in PATH.
 ENVIRONMENT = dict(os.environ, LC_ALL="C.UTF-8",
@@ -93,8 +91,8 @@ def text(size, seed=1):
 
 
 def long_text(size, seed=1):
-    """Returns `size` bytes of text that repeats after 256 KiB; faster than text()."""
-    piece = text(min(size, 256 << 10), seed)
+    """Returns `size` bytes of text in which no two blocks are equal; faster than text()."""
+    piece = text(min(size, 300_007), seed)  # an odd period
     return (piece * (size // max(len(piece), 1) + 1))[:size]
 
 
@@ -107,7 +105,7 @@ class ToolTest(unittest.TestCase):
     """A test with a fresh temporary directory, `self.dir`, in which the programs run."""
 
     def setUp(self):
-        temporary = tempfile.TemporaryDirectory(prefix="qrx-test-", dir=FAST_DIRECTORY)
+        temporary = temp_dir("qrx-test-")
         self.addCleanup(temporary.cleanup)
         self.dir = pathlib.Path(temporary.name).resolve()
 

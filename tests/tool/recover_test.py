@@ -8,32 +8,19 @@ import struct
 import subprocess
 import unittest
 
-from qrx_files import header
+from qrx_files import HEAD, HEADER, extents, header
 from qrx_schema import json_objects
 from qrx_tool import (MIB, WORDS, ToolTest, is_32_bit, is_sanitized, posix_only, random_bytes, run,
                       text)
 
 BLOCKS = 6
 SIZE = (BLOCKS - 1) * MIB + 654321
-HEADER = 32
-HEAD = 5
 
 
 def content():
     """Returns words that don't repeat: each part compresses equally well."""
     words = random.Random(1).choices(WORDS, k=SIZE // 3)
     return b" ".join(words)[:SIZE]
-
-
-def records_of(compressed):
-    """Returns the (start, end) of the records of a file in memory."""
-    records = []
-    position = HEADER
-    while len(records) < BLOCKS:
-        size = int.from_bytes(compressed[position:position + 4], "little")
-        records.append((position, position + HEAD + size))
-        position = records[-1][1]
-    return records
 
 
 class RecoverTest(ToolTest):
@@ -43,7 +30,7 @@ class RecoverTest(ToolTest):
         cls.files_of_methods = {}
         for method in range(1, 6):
             made = run("-cq", "-b1", f"--level={method}3", stdin=cls.original).stdout
-            assert records_of(made)[-1][1] == len(made) - 4
+            assert extents(made)[-1][1] == len(made) - 4
             cls.files_of_methods[method] = made
 
     def recover(self, damaged, *args):
@@ -106,7 +93,7 @@ class RecoverTest(ToolTest):
 
     def test_cut_files(self):
         for method, compressed in self.files_of_methods.items():
-            records = records_of(compressed)
+            records = extents(compressed)
             rng = random.Random(method)
             cuts = [rng.choice(records[1:])[0] + step for step in (1, 5, 6)]
             cuts += [rng.randrange(records[0][0] + 2000, records[-1][1]) for _ in range(3)]
@@ -134,7 +121,7 @@ class RecoverTest(ToolTest):
 
     def test_overwritten_sectors(self):
         for method, compressed in self.files_of_methods.items():
-            records = records_of(compressed)
+            records = extents(compressed)
             rng = random.Random(method)
             heads = [start for start, _ in records[1:]]
             places = [rng.choice(heads) - rng.randrange(512) for _ in range(3)]
@@ -152,7 +139,7 @@ class RecoverTest(ToolTest):
         # Inside payloads, each damage is independent of the others.
         for method in (4, 5):
             compressed = self.files_of_methods[method]
-            records = records_of(compressed)
+            records = extents(compressed)
             damaged = bytearray(compressed)
             for block in (1, 3):
                 place = (records[block][0] + records[block][1]) // 2
@@ -165,7 +152,7 @@ class RecoverTest(ToolTest):
     def test_lost_heads(self):
         for method in (1, 5):
             compressed = self.files_of_methods[method]
-            records = records_of(compressed)
+            records = extents(compressed)
             for block in (1, 3, BLOCKS - 1):
                 start = records[block][0]
                 for junk in (b"\xff" * HEAD, bytes(HEAD), b"\xff"):
@@ -203,7 +190,7 @@ class RecoverTest(ToolTest):
     def test_swapped_parts(self):
         for method in (2, 3, 5):
             compressed = self.files_of_methods[method]
-            records = records_of(compressed)
+            records = extents(compressed)
             first, second = records[1][0] + 1000, records[4][0] + 3000
             parts = [compressed[place:place + 4096] for place in (first, second)]
             damaged = bytearray(compressed)
@@ -215,7 +202,7 @@ class RecoverTest(ToolTest):
     def test_swapped_records(self):
         # Two whole records: all blocks decode, but in another order.
         compressed = self.files_of_methods[3]
-        (a, b), (c, d) = records_of(compressed)[1], records_of(compressed)[3]
+        (a, b), (c, d) = extents(compressed)[1], extents(compressed)[3]
         damaged = compressed[:a] + compressed[c:d] + compressed[b:c] + compressed[a:b] + \
             compressed[d:]
         self.put("x.qrx", damaged)
@@ -229,7 +216,7 @@ class RecoverTest(ToolTest):
     def test_inserted_and_deleted_bytes(self):
         for method in (1, 3, 4):
             compressed = self.files_of_methods[method]
-            records = records_of(compressed)
+            records = extents(compressed)
             rng = random.Random(method)
             for size in (1, 77, 5000):
                 # In the last block, missing bytes look like a cut.
@@ -248,7 +235,7 @@ class RecoverTest(ToolTest):
 
     def test_lost_ranges_as_text(self):
         compressed = self.files_of_methods[5]
-        start, end = records_of(compressed)[2]
+        start, end = extents(compressed)[2]
         middle = (start + end) // 2
         damaged = compressed[:middle] + bytes(512) + compressed[middle + 512:]
         self.put("x.qrx", damaged)
@@ -267,8 +254,8 @@ class RecoverTest(ToolTest):
 
     def test_lost_ranges_in_a_pipe(self):
         compressed = self.files_of_methods[3]
-        start, _ = records_of(compressed)[2]
-        _, end = records_of(compressed)[3]
+        start, _ = extents(compressed)[2]
+        _, end = extents(compressed)[3]
         damaged = compressed[:start] + random_bytes(end - start) + compressed[end:]
         self.put("x.qrx", damaged)
         done = self.shell("qrx recover -o - x.qrx | cat", status=2)
@@ -385,7 +372,7 @@ ssize_t pread(int file, void* dest, size_t size, off_t offset)
         cases = []
         for method in (1, 3, 5):
             compressed = self.files_of_methods[method]
-            records = records_of(compressed)
+            records = extents(compressed)
             cases.append((compressed, self.original, records[2][0] + 20000, 512))
             cases.append((compressed, self.original, records[2][0] - 100, 512))
             cases.append((compressed, self.original, len(compressed) - 4, 4))

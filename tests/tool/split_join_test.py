@@ -5,6 +5,7 @@ import shutil
 import unittest
 import zlib
 
+from qrx_files import HEADER, payloads, record
 from qrx_schema import json_objects
 from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run
 
@@ -242,18 +243,13 @@ class SplitTest(ToolTest):
 
     def test_records_out_of_order(self):
         unsealed = self.compressed(self.original, "-b1", "--no-seal")
-        records = []
-        position = 32
-        while position < len(unsealed):
-            end = position + 5 + int.from_bytes(unsealed[position:position + 4], "little")
-            records.append(unsealed[position:end])
-            position = end
+        blocks, _ = payloads(unsealed)
         order = [2, 0, 1, 5, 4, 3]
-        moved = unsealed[:32]
+        moved = unsealed[:HEADER]
         for sequence, block in enumerate(order):
             distance = block - sequence
-            displacement = 2 * abs(distance) + (distance < 0)
-            moved += records[block][:4] + bytes([displacement]) + records[block][5:]
+            moved += record(blocks[block], 2 * abs(distance) + (distance < 0))
+        self.assertEqual(payloads(moved), payloads(unsealed))
         self.put("m.qrx", moved)
         self.qrx("split", "-n", "4", "m.qrx")
         names = self.names("of4.qrx")

@@ -1,8 +1,8 @@
 """verify: compares files with their originals."""
 
-from qrx_files import records, varied_text, with_garbage, with_size, without_seal
+from qrx_files import records, with_garbage, with_size, without_seal
 from qrx_schema import json_objects
-from qrx_tool import MIB, QUARNEX, ToolTest, posix_only, run, text
+from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, run, text
 
 
 class Verify(ToolTest):
@@ -17,7 +17,7 @@ class Verify(ToolTest):
         return found[0]
 
     def test_equal_files(self):
-        self.make("one", varied_text(2 * MIB + 5))
+        self.make("one", long_text(2 * MIB + 5))
         self.make("two", b"")
         self.make("three", b"x")
         done = self.qrx("verify", "one.qrx", "two.qrx", "three.qrx")
@@ -27,14 +27,14 @@ class Verify(ToolTest):
         self.assertEqual(self.qrx("verify", "-q", "one.qrx").stdout, b"")
 
     def test_json(self):
-        self.make("plain", varied_text(MIB + 5))
+        self.make("plain", long_text(MIB + 5))
         self.assertEqual(self.object("plain.qrx"), {
             "command": "verify", "name": "plain.qrx", "original": "plain", "equal": True,
             "first_difference": None, "original_size": MIB + 5, "compared_size": MIB + 5,
             "sealed": True, "faults": []})
 
     def test_different_byte(self):
-        content = varied_text(3 * MIB)
+        content = long_text(3 * MIB)
         self.make("plain", content)
         for offset in (0, MIB, 2 * MIB + 12345, 3 * MIB - 1):
             changed = bytearray(content)
@@ -67,7 +67,7 @@ class Verify(ToolTest):
         self.qrx("verify", "--against", "copy", "plain.qrx", "plain.qrx", status=1)
 
     def test_standard_input_is_the_original(self):
-        content = varied_text(MIB + 1000)
+        content = long_text(MIB + 1000)
         self.make("plain", content)
         done = self.qrx("verify", "plain.qrx", "--against", "-", stdin=content)
         self.assertEqual(done.stdout, b"plain.qrx: equal to (standard input)\n")
@@ -84,7 +84,7 @@ class Verify(ToolTest):
             self.assertIn(b"needs the name of its original", done.stderr)
 
     def test_damage(self):
-        image = self.make("plain", varied_text(3 * MIB))
+        image = self.make("plain", long_text(3 * MIB))
         self.put("plain.qrx", with_garbage(image, 1))
         done = self.qrx("verify", "plain.qrx", status=2)
         self.assertEqual(done.stdout, b"")
