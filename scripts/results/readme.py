@@ -3,12 +3,15 @@
 import math
 import re
 
-from .page import levels_of_memory, markdown_table, speed_text
+from .page import levels_of_memory, markdown_table, speed_text, wrapped
 from .speed import points_of
 from .tables import ROOT
 
 README = ROOT / "README.md"
 SAME_MIB = 3  # levels that differ by at most this share a row of the memory table
+SILESIA = {"dickens": 10192446, "mozilla": 51220480, "mr": 9970564, "nci": 33553445, "ooffice": 6152192,
+           "osdb": 10085684, "reymont": 6627202, "samba": 21606400, "sao": 7251944, "webster": 41458703,
+           "x-ray": 8474240, "xml": 5345280}  # sizes in bytes
 PEERS = [("lz4", "1"), ("gzip", "6"), ("zstd", "1"), ("zstd", "3"), ("zstd", "19"), ("brotli", "11"), ("xz", "6")]
 
 
@@ -20,9 +23,21 @@ def presets():
         int(re.search(r"default_preset = (\d)", source).group(1))
 
 
+def files_text(rows):
+    """Names the measured files, or the corpus that they are from."""
+    sizes = {row["file"]: int(row["original_bytes"]) for row in rows}
+    total = f"{sum(sizes.values()) / 1e6:.1f} MB"
+    if sizes == SILESIA:
+        return f"the Silesia corpus ({total})"
+    if sizes.items() <= SILESIA.items():
+        return f"{len(sizes)} of the {len(SILESIA)} files of the Silesia corpus ({total})"
+    return f"{len(sizes)} files ({total}: {', '.join(sizes)})"
+
+
 def presets_table(tables):
     """The presets and some others, with the two plots."""
-    points = {(point.tool, point.setting): point for point in points_of(tables.read("speed"))}
+    measured = tables.read("speed")
+    points = {(point.tool, point.setting): point for point in points_of(measured)}
     cells, default = presets()
     rows = [(f"`-{number}`" + (" (default)" if number == default else ""), f"`-{cell}`", points["qrx", cell])
             for number, cell in cells.items()]
@@ -30,8 +45,10 @@ def presets_table(tables):
     table = markdown_table(("preset", "cell", "ratio", "compress MB/s", "decompress MB/s"),
                            [(name, cell, f"{point.ratio:.3f}", speed_text(point.compress),
                              speed_text(point.decompress)) for name, cell, point in rows])
-    return table + "".join(f"\n![Ratio against {name}ion speed](docs/results/{name}.svg)\n"
-                           for name in ("compress", "decompress"))
+    plots = "".join(f"\n![Ratio against {name}ion speed](docs/results/{name}.svg)\n"
+                    for name in ("compress", "decompress"))
+    return table + plots + "\n" + wrapped(f"Measured in memory, with one thread, on {files_text(measured)}. MB are "
+                                          "10^6 bytes of the original.") + "\n"
 
 
 def memory_table(tables):

@@ -149,10 +149,20 @@ class ReadmeTest(unittest.TestCase):
         self.assertIn("| `-5` (default) | `-33` | 0.243 | 155 | 1050 |", after)
         self.assertIn("| zstd -19 | | 0.185 | 2.7 | 1800 |", after)
         self.assertIn("![Ratio against compression speed](docs/results/compress.svg)", after)
+        self.assertIn("Measured in memory, with one thread, on 2 files (82.0 MB: a, b). MB are", after)
+        self.assertNotIn("Silesia", after)
         self.assertIn("| compress at levels 0 to 2 | 134 | 198 | 64 |", after)
         self.assertIn("| compress at levels 8, 9 | 517 | 965 | 448 |", after)
         marked = re.compile(r"(<!-- scripts/report writes this table: (\w+) -->\n).*(<!-- end of \2 -->)", re.DOTALL)
         self.assertEqual(marked.sub(r"\1\3", before), marked.sub(r"\1\3", after))
+
+    def test_files_of_a_known_corpus_are_recognized_by_name_and_size(self):
+        def text(sizes):
+            return readme.files_text([{"file": name, "original_bytes": str(size)} for name, size in sizes.items()])
+
+        self.assertEqual(text(readme.SILESIA), "the Silesia corpus (211.9 MB)")
+        self.assertEqual(text({"sao": 7251944, "xml": 5345280}), "2 of the 12 files of the Silesia corpus (12.6 MB)")
+        self.assertEqual(text({"sao": 7251944, "xml": 5345281}), "2 files (12.6 MB: sao, xml)")
 
     def test_without_measurements_nothing_changes(self):
         with tempfile.TemporaryDirectory() as empty:
