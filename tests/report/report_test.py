@@ -215,10 +215,25 @@ class CommandTest(unittest.TestCase):
     def test_misuse_is_refused(self):
         for arguments, message in ((["speed"], "a folder of files"), (["/tmp"], "expected parts"),
                                    (["memory", "--check"], "--check goes with pages"),
+                                   (["damage", "--quick"], "--quick goes with speed"),
+                                   (["fuzz_hours"], "fuzz_hours always writes to docs/results/"),
                                    (["speed", "/no/such/folder"], "is not a folder")):
             done = self.report(*arguments)
             self.assertNotEqual(done.returncode, 0)
             self.assertIn(message, done.stderr)
+
+    def test_partial_runs_do_not_replace_tables(self):
+        table = ROOT / "docs/results/no-such-table.csv"
+        for words in (["check_damage", "--formats", "gz", "/bin/true"], ["check_damage", "--edits", "5", "/bin/true"],
+                      ["stress", "files", "--seconds", "1"], ["stress", "schedules", "--runs", "1"],
+                      ["check_payloads", "release"], ["check_reproducible"],
+                      [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--quick"],
+                      [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--only", "disk full"]):
+            done = subprocess.run([ROOT / "scripts" / words[0], *words[1:], "--csv", table], capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 1, words)
+            self.assertIn("no-such-table.csv is for full runs", done.stderr, words)
+            self.assertFalse(table.exists(), words)
 
 
 if __name__ == "__main__":
