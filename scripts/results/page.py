@@ -1,31 +1,13 @@
 """Renders docs/results/README.md from the tables."""
 
 import collections
-import textwrap
 
 from .front import front
+from .markdown import markdown_table, wrapped
 from .speed import points_of
 from .trust import command_text
 
 OURS = ("speed", "threads", "memory", "small_files")
-
-
-def markdown_table(head, rows):
-    lines = ["| " + " | ".join(str(cell).replace("|", "\\|") for cell in line) + " |\n" for line in (head, *rows)]
-    lines.insert(1, "|---" * len(head) + "|\n")
-    return "".join(lines).replace("|  |", "| |")
-
-
-def wrapped(text, width=120):
-    """Wraps paragraphs and items of lists; tables and pictures stay as they are."""
-    lines = []
-    for line in text.split("\n"):
-        if len(line) <= width or line.startswith(("|", "!")):
-            lines.append(line)
-        else:
-            lines += textwrap.wrap(line, width, break_long_words=False, break_on_hyphens=False,
-                                   subsequent_indent="  " if line.startswith("- ") else "")
-    return "\n".join(lines)
 
 
 def listed(items):

@@ -3,7 +3,8 @@
 import math
 import re
 
-from .page import levels_of_memory, markdown_table, speed_text, wrapped
+from .markdown import markdown_table, wrapped
+from .page import levels_of_memory, speed_text
 from .speed import points_of
 from .tables import ROOT
 

@@ -61,8 +61,8 @@ def qrx_failure(name, message, status=1, big=KEPT):
 
 def api_failure(case, status, error=0, events=1):
     """The call fails with one event.  The client keeps what a reader has delivered."""
-    told = f"{events} {status} {error}" if events else "0 0 0"
-    return Outcome(0, "", f"{status} {told}\n", (KEPT, KEPT if case.compresses else PREFIX, KEPT))
+    failures = f"{events} {status} {error}" if events else "0 0 0"
+    return Outcome(0, "", f"{status} {failures}\n", (KEPT, KEPT if case.compresses else PREFIX, KEPT))
 
 
 def api_modes(case):

@@ -1,0 +1,22 @@
+"""Tables and paragraphs of Markdown."""
+
+import textwrap
+
+
+def markdown_table(head, rows):
+    """Returns the lines of a table of any values."""
+    lines = ["| " + " | ".join(str(cell).replace("|", "\\|") for cell in line) + " |\n" for line in (head, *rows)]
+    lines.insert(1, "|---" * len(head) + "|\n")
+    return "".join(lines).replace("|  |", "| |")
+
+
+def wrapped(text, width=120):
+    """Wraps paragraphs and items of lists; tables and pictures stay as they are."""
+    lines = []
+    for line in text.split("\n"):
+        if len(line) <= width or line.startswith(("|", "!")):
+            lines.append(line)
+        else:
+            lines += textwrap.wrap(line, width, break_long_words=False, break_on_hyphens=False,
+                                   subsequent_indent="  " if line.startswith("- ") else "")
+    return "\n".join(lines)
