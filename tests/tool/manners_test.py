@@ -4,7 +4,6 @@ import json
 import os
 import resource
 import stat
-import subprocess
 import time
 
 from qrx_tool import (ENVIRONMENT, MIB, QRX, ToolTest, has_open, is_sanitized, long_text, random_bytes, run, text,
