@@ -1,23 +1,16 @@
 // Every allocation of the C interface fails once: in all calls that allocate, with and without
 // threads.
-#include "qrx.h"
-#include "support/shapes.h"
-#include "support/temp_dir.h"
+#include "api/api_fixture.h"
 #include "support/waiting.h"
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <gtest/gtest.h>
 #include <map>
-#include <memory>
 #include <mutex>
 
 namespace quarnex::test {
 namespace {
-
-constexpr usize block_size = usize{1} << 20;
 
 /// A caller's allocator that refuses one call.  Ends the process if memory is released with another
 /// size than it was allocated with.
@@ -79,9 +72,8 @@ struct outcome {
 
 /// Options of a run, which count its events.
 struct run_options : qrx_options {
-    run_options(refusing_memory& memory, u32 thread_count) : qrx_options{}
+    run_options(refusing_memory& memory, u32 thread_count) : qrx_options(sized<qrx_options>())
     {
-        struct_size = sizeof(qrx_options);
         threads = thread_count;
         flags = QRX_SEAL;
         allocator = memory.get();
@@ -100,37 +92,16 @@ struct run_options : qrx_options {
     u32 events = 0;
 };
 
-struct close_handle {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
-    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
-};
-template <class Handle>
-using owned = std::unique_ptr<Handle, close_handle>;
-
 /// What a run works on.
 struct sample {
-    qrx_params params{};
+    qrx_params params;
     bytes content;
     bytes image;
 
-    sample(u32 method, u32 level, const bytes& original) : content(original)
+    sample(u32 method, u32 level, const bytes& original)
+        : params(small_params_of(method, level)), content(original),
+          image(compressed(content, params, QRX_SEAL))
     {
-        params.struct_size = sizeof params;
-        params.method = method;
-        params.level = level;
-        params.hash_bits = 12;
-        params.chain_bits = 2;
-        params.block_mib = 1;
-        qrx_options options{};
-        options.struct_size = sizeof options;
-        options.flags = QRX_SEAL;
-        image.resize(qrx_compress_bound(&params, content.size()));
-        usize size = 0;
-        EXPECT_EQ(qrx_compress(&params, &options, content.data(), content.size(), image.data(),
-                               image.size(), &size),
-                  QRX_OK);
-        image.resize(size);
     }
 };
 
@@ -219,7 +190,7 @@ outcome read_and_test(refusing_memory& memory, const sample& given, u32 threads)
     EXPECT_EQ(opened != nullptr, result == QRX_OK);
     // Without a handle there are no events.
     if (result != QRX_OK) return {result};
-    const owned<qrx_reader> reader(opened);
+    const reader_ptr reader(opened);
     const usize piece = given.content.size() / 3 + 1;
     for (usize offset = 0; offset < given.content.size() && result == QRX_OK; offset += piece) {
         bytes part(piece);
@@ -241,18 +212,15 @@ outcome read_and_test(refusing_memory& memory, const sample& given, u32 threads)
 qrx_status write_all(qrx_writer* writer, const sample& given)
 {
     usize done = 0;
-    if (given.content.size() > block_size) {
-        qrx_reader* opened = nullptr;
-        EXPECT_EQ(qrx_reader_open_memory(&opened, given.image.data(), given.image.size(), nullptr),
-                  QRX_OK);
-        const owned<qrx_reader> reader(opened);
-        bytes payload(block_size);
+    if (given.content.size() > mib) {
+        const reader_ptr reader = open_image(given.image);
+        bytes payload(mib);
         usize size = 0;
-        EXPECT_EQ(qrx_reader_payload(opened, 0, payload.data(), payload.size(), &size), QRX_OK);
-        const qrx_status result =
-            qrx_writer_raw_block(writer, payload.data(), size, block_size, nullptr);
+        EXPECT_EQ(qrx_reader_payload(reader.get(), 0, payload.data(), payload.size(), &size),
+                  QRX_OK);
+        const qrx_status result = qrx_writer_raw_block(writer, payload.data(), size, mib, nullptr);
         if (result != QRX_OK) return result;
-        done = block_size;
+        done = mib;
     }
     void* dest = nullptr;
     usize room = 0;
@@ -270,21 +238,13 @@ outcome write_to_sink(refusing_memory& memory, const sample& given, u32 threads)
 {
     run_options options(memory, threads);
     bytes image;
-    const qrx_sink sink{sizeof sink,
-                        [](void* context, uint64_t offset, const void* src, size_t size) {
-                            bytes& to = *static_cast<bytes*>(context);
-                            const usize start = static_cast<usize>(offset);
-                            to.resize(std::max(to.size(), start + size));
-                            std::memcpy(&to[start], src, size);
-                            return 0;
-                        },
-                        &image};
+    const qrx_sink sink = sink_to(image);
     qrx_writer* opened = nullptr;
     qrx_status result =
         qrx_writer_open_sink(&opened, &sink, QRX_UNKNOWN_SIZE, &given.params, &options);
     EXPECT_EQ(opened != nullptr, result == QRX_OK);
     if (result != QRX_OK) return {result};
-    const owned<qrx_writer> writer(opened);
+    const writer_ptr writer(opened);
     result = write_all(opened, given);
     if (result == QRX_OK) expect_image(image, given, memory);
     EXPECT_NE(qrx_writer_finish(opened), QRX_OK) << "finished, or failed before";
@@ -313,12 +273,12 @@ outcome write_to_file(refusing_memory& memory, const sample& given, u32 threads,
 outcome code_block(refusing_memory& memory, const sample& given, u32 /*threads*/)
 {
     run_options options(memory, 0);
-    const usize length = std::min(given.content.size(), block_size);
+    const usize length = std::min(given.content.size(), mib);
     qrx_codec* opened = nullptr;
     qrx_status result = qrx_codec_new(&opened, &given.params, &options);
     EXPECT_EQ(opened != nullptr, result == QRX_OK);
     if (result != QRX_OK) return {result};
-    const owned<qrx_codec> codec(opened);
+    const codec_ptr codec(opened);
     bytes payload(length + QRX_CODEC_SLACK);
     usize size = 12345;
     const auto compress_once = [&] {
@@ -384,7 +344,7 @@ TEST_P(interface_allocations, fail_in_a_block_of_every_method_and_kind_of_level)
 
 TEST_P(interface_allocations, fail_in_several_blocks)
 {
-    const bytes content(block_size + 5, 'a');
+    const bytes content(mib + 5, 'a');
     ASSERT_NO_FATAL_FAILURE(check_all_calls({1, 0, content}));
     ASSERT_NO_FATAL_FAILURE(check_all_calls({4, 3, content}));
 }

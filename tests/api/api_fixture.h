@@ -1,35 +1,41 @@
 // api/api_fixture.h - C++ wrappers of the C interface for tests
 #pragma once
 
-#include "qrx.h"
+#include "support/handles.h"
 #include "support/mib.h"
 #include "support/qrx_file.h"
 #include "support/shapes.h"
-
 #include "support/temp_dir.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <memory>
 #include <vector>
 
 namespace quarnex::test {
 
 inline qrx_params params_of(u32 method, u32 level)
 {
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     params.method = method;
     params.level = level;
     params.block_mib = 1;
     return params;
 }
 
+/// The same with small tables: fast, and with small allocations.
+inline qrx_params small_params_of(u32 method, u32 level)
+{
+    qrx_params params = params_of(method, level);
+    params.hash_bits = 12;
+    params.chain_bits = 2;
+    return params;
+}
+
 /// Options whose callbacks record events and count progress.
 struct recorded_options : qrx_options {
-    explicit recorded_options(u32 thread_count = 0, u32 flag_set = 0) : qrx_options{}
+    explicit recorded_options(u32 thread_count = 0, u32 flag_set = 0)
+        : qrx_options(sized<qrx_options>())
     {
-        struct_size = sizeof(qrx_options);
         threads = thread_count;
         flags = flag_set;
         event = [](void* self, const qrx_event* happened) {
@@ -61,19 +67,6 @@ struct recorded_options : qrx_options {
     u64 total = 0;
 };
 
-struct close_reader {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-};
-struct close_writer {
-    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
-};
-struct free_codec {
-    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
-};
-using reader_ptr = std::unique_ptr<qrx_reader, close_reader>;
-using writer_ptr = std::unique_ptr<qrx_writer, close_writer>;
-using codec_ptr = std::unique_ptr<qrx_codec, free_codec>;
-
 /// Returns `blocks` blocks of 1 MiB and some more bytes: compressible, and different in each block.
 inline bytes sample_data(u32 blocks, usize more = 12345)
 {
@@ -81,16 +74,35 @@ inline bytes sample_data(u32 blocks, usize more = 12345)
     return data;
 }
 
-inline bytes compressed(const bytes& data, const qrx_params& params, u32 flags = 0, u32 threads = 0)
+/// Compresses to an image; expects a status.  The image is empty on failure.
+inline bytes compressed(const bytes& data, const qrx_params& params, const qrx_options& options,
+                        qrx_status expected = QRX_OK)
 {
-    recorded_options options(threads, flags);
     bytes image(qrx_compress_bound(&params, data.size()));
     usize size = 0;
     EXPECT_EQ(qrx_compress(&params, &options, data.data(), data.size(), image.data(), image.size(),
                            &size),
-              QRX_OK);
+              expected);
     image.resize(size);
     return image;
+}
+
+inline bytes compressed(const bytes& data, const qrx_params& params, u32 flags = 0, u32 threads = 0)
+{
+    return compressed(data, params, recorded_options(threads, flags));
+}
+
+/// Decompresses an image to a buffer of `capacity` bytes; expects a status.
+inline bytes restored(const bytes& image, usize capacity, const qrx_options& options,
+                      qrx_status expected = QRX_OK)
+{
+    bytes data(capacity);
+    usize size = capacity + 1;
+    EXPECT_EQ(qrx_decompress(&options, image.data(), image.size(), data.data(), capacity, &size),
+              expected);
+    EXPECT_LE(size, capacity);
+    data.resize(std::min(size, capacity));
+    return data;
 }
 
 /// Opens an image, which must outlive the reader.
@@ -112,18 +124,9 @@ inline bytes read_range(qrx_reader* reader, u64 offset, usize size, qrx_status e
     return data;
 }
 
-inline bytes slice(const bytes& data, usize offset, usize size)
-{
-    const usize from = std::min(offset, data.size());
-    const usize to = std::min(from + size, data.size());
-    return {data.begin() + static_cast<std::ptrdiff_t>(from),
-            data.begin() + static_cast<std::ptrdiff_t>(to)};
-}
-
 inline qrx_info info_of(const qrx_reader* reader)
 {
-    qrx_info info{};
-    info.struct_size = sizeof info;
+    auto info = sized<qrx_info>();
     EXPECT_EQ(qrx_reader_info(reader, &info), QRX_OK);
     return info;
 }
@@ -140,8 +143,7 @@ struct block_in_image {
 
 inline block_in_image block_info_of(const qrx_reader* reader, u64 block)
 {
-    qrx_block_info info{};
-    info.struct_size = sizeof info;
+    auto info = sized<qrx_block_info>();
     EXPECT_EQ(qrx_reader_block_info(reader, block, &info), QRX_OK);
     return {static_cast<usize>(info.original_offset),
             static_cast<usize>(info.length),
@@ -149,6 +151,20 @@ inline block_in_image block_info_of(const qrx_reader* reader, u64 block)
             static_cast<usize>(info.payload_size),
             info.is_stored,
             info.is_found};
+}
+
+/// Returns a sink that accepts writes in any order.
+inline qrx_sink sink_to(bytes& image)
+{
+    return {sizeof(qrx_sink),
+            [](void* context, u64 offset, const void* src, usize size) {
+                bytes& dest = *static_cast<bytes*>(context);
+                const usize start = static_cast<usize>(offset);
+                dest.resize(std::max(dest.size(), start + size));
+                std::copy_n(static_cast<const u8*>(src), size, dest.data() + start);
+                return 0;
+            },
+            &image};
 }
 
 /// A growing file in memory with a qrx_sink; rejects writes out of order.

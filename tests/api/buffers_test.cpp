@@ -6,19 +6,6 @@
 namespace quarnex::test {
 namespace {
 
-/// Decompresses an image to a buffer of exactly the original size; expects a status.
-bytes restored(const bytes& image, usize capacity, qrx_options& options,
-               qrx_status expected = QRX_OK)
-{
-    bytes data(capacity);
-    usize size = capacity + 1;
-    EXPECT_EQ(qrx_decompress(&options, image.data(), image.size(), data.data(), capacity, &size),
-              expected);
-    EXPECT_LE(size, capacity);
-    data.resize(std::min(size, capacity));
-    return data;
-}
-
 TEST(api_buffers, every_cell_round_trips_with_any_number_of_threads)
 {
     const bytes data = find_shape("mixture").make(70000, 3);

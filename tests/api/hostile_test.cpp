@@ -1,65 +1,14 @@
 // Images, callbacks and call sequences of an adversary.
-#include "qrx.h"
-#include "support/qrx_file.h"
+#include "api/api_fixture.h"
 #include "support/waiting.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <gtest/gtest.h>
-#include <memory>
 #include <new>
 
 namespace quarnex::test {
 namespace {
-
-constexpr usize block_size = usize{1} << 20;
-
-struct close_handle {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
-};
-using owned_reader = std::unique_ptr<qrx_reader, close_handle>;
-using owned_writer = std::unique_ptr<qrx_writer, close_handle>;
-
-template <class Struct>
-Struct sized()
-{
-    Struct made{};
-    made.struct_size = sizeof made;
-    return made;
-}
-
-qrx_params params_of_cell(u32 method, u32 level)
-{
-    auto params = sized<qrx_params>();
-    params.method = method;
-    params.level = level;
-    params.hash_bits = 12;
-    params.block_mib = 1;
-    return params;
-}
-
-bytes compressed(const qrx_params& params, const bytes& content, u32 flags = 0)
-{
-    auto options = sized<qrx_options>();
-    options.flags = flags;
-    bytes image(qrx_compress_bound(&params, content.size()));
-    usize size = 0;
-    EXPECT_EQ(qrx_compress(&params, &options, content.data(), content.size(), image.data(),
-                           image.size(), &size),
-              QRX_OK);
-    image.resize(size);
-    return image;
-}
-
-owned_reader open_image(const bytes& image, const qrx_options& options)
-{
-    qrx_reader* reader = nullptr;
-    EXPECT_EQ(qrx_reader_open_memory(&reader, image.data(), image.size(), &options), QRX_OK);
-    return owned_reader(reader);
-}
 
 /// A source whose reads fail from one call on, until it is mended.
 struct failing_source {
@@ -81,22 +30,6 @@ struct failing_source {
     }
 };
 
-/// Options that keep the last event.
-struct event_options : qrx_options {
-    event_options() : qrx_options{}
-    {
-        struct_size = sizeof(qrx_options);
-        event = [](void* self_context, const qrx_event* found) {
-            static_cast<event_options*>(self_context)->last = *found;
-        };
-        context = this;
-    }
-    event_options(const event_options&) = delete;
-    event_options& operator=(const event_options&) = delete;
-
-    qrx_event last{};
-};
-
 /// A sink that drops everything.
 qrx_sink no_sink()
 {
@@ -105,17 +38,17 @@ qrx_sink no_sink()
 
 TEST(hostile_calls, of_a_raw_block_end_a_loan)
 {
-    const qrx_params params = params_of_cell(1, 0);
+    const qrx_params params = small_params_of(1, 0);
     const qrx_sink sink = no_sink();
     qrx_writer* opened = nullptr;
     ASSERT_EQ(qrx_writer_open_sink(&opened, &sink, QRX_UNKNOWN_SIZE, &params, nullptr), QRX_OK);
-    const owned_writer writer(opened);
+    const writer_ptr writer(opened);
     void* dest = nullptr;
     usize room = 0;
     ASSERT_EQ(qrx_writer_buffer(opened, &dest, &room), QRX_OK);
-    const bytes stored(block_size, 'a');
+    const bytes stored(mib, 'a');
     const u32 sum = 0;
-    ASSERT_EQ(qrx_writer_raw_block(opened, stored.data(), block_size, block_size, &sum), QRX_OK);
+    ASSERT_EQ(qrx_writer_raw_block(opened, stored.data(), mib, mib, &sum), QRX_OK);
     EXPECT_EQ(qrx_writer_advance(opened, 1), QRX_BAD_ARGUMENT);
     EXPECT_EQ(qrx_writer_advance(opened, room), QRX_BAD_ARGUMENT);
     EXPECT_EQ(qrx_writer_write(opened, "b", 1), QRX_OK);
@@ -124,13 +57,13 @@ TEST(hostile_calls, of_a_raw_block_end_a_loan)
 
 TEST(hostile_source, leaves_a_reader_as_it_was_when_a_test_fails)
 {
-    const bytes content(3 * block_size, 'x');
-    const bytes image = compressed(params_of_cell(2, 0), content, QRX_SEAL);
+    const bytes content(3 * mib, 'x');
+    const bytes image = compressed(content, small_params_of(2, 0), QRX_SEAL);
     failing_source file{image};
     const qrx_source source = file.get();
     qrx_reader* opened = nullptr;
     ASSERT_EQ(qrx_reader_open_source(&opened, &source, nullptr), QRX_OK);
-    const owned_reader reader(opened);
+    const reader_ptr reader(opened);
     for (u32 call = 1; call <= 7; ++call) { // record heads, the seal, and payloads
         file.calls = 0;
         file.failing_call = call;
@@ -150,16 +83,17 @@ TEST(hostile_source, leaves_a_reader_as_it_was_when_a_test_fails)
 
 TEST(hostile_source, is_reported_when_a_record_head_cannot_be_read)
 {
-    const bytes image = compressed(params_of_cell(1, 0), bytes(100, 'x'));
-    event_options options;
+    const bytes image = compressed(bytes(100, 'x'), small_params_of(1, 0));
+    recorded_options options;
     failing_source file{.image = image, .failing_call = 2};
     const qrx_source source = file.get();
     qrx_reader* opened = nullptr;
     EXPECT_EQ(qrx_reader_open_source(&opened, &source, &options), QRX_READ_FAILED);
     EXPECT_EQ(opened, nullptr);
-    EXPECT_EQ(options.last.what, QRX_READ_FAILED);
-    EXPECT_EQ(options.last.offset, 32U);
-    EXPECT_EQ(options.last.system_error, 5);
+    ASSERT_FALSE(options.events.empty());
+    EXPECT_EQ(options.events.back().what, QRX_READ_FAILED);
+    EXPECT_EQ(options.events.back().offset, 32U);
+    EXPECT_EQ(options.events.back().system_error, 5);
 }
 
 TEST(hostile_header, with_blocks_of_4_gib_can_be_read_with_damage)
@@ -172,7 +106,7 @@ TEST(hostile_header, with_blocks_of_4_gib_can_be_read_with_damage)
     const bytes image = build_qrx(file);
     auto options = sized<qrx_options>();
     options.flags = QRX_KEEP_DAMAGED;
-    const auto reader = open_image(image, options);
+    const auto reader = open_image(image, &options);
     auto block = sized<qrx_block_info>();
     ASSERT_EQ(qrx_reader_block_info(reader.get(), 1, &block), QRX_OK);
     EXPECT_EQ(block.length, u64{4} << 30);
@@ -189,7 +123,7 @@ TEST(hostile_header, with_blocks_of_4_gib_can_be_read_with_damage)
 TEST(hostile_header, of_2_to_the_32_blocks_is_corrupt)
 {
     qrx_file file;
-    file.records = {{0, m1_run_payload('a', block_size)}};
+    file.records = {{0, m1_run_payload('a', mib)}};
     for (const u64 size : {u64{1} << 52, UINT64_MAX}) {
         file.header.original_size = size;
         const bytes image = build_qrx(file);
@@ -205,19 +139,20 @@ TEST(hostile_header, of_2_to_the_32_blocks_is_corrupt)
 
 TEST(hostile_seal, of_an_empty_file_is_kept_only_as_an_event)
 {
-    bytes image = compressed(params_of_cell(1, 0), {}, QRX_SEAL);
+    bytes image = compressed({}, small_params_of(1, 0), QRX_SEAL);
     image.back() = 1;
-    event_options options;
+    recorded_options options;
     for (const u32 flags : {0U, QRX_KEEP_DAMAGED}) {
         options.flags = flags;
-        options.last = {};
-        const auto reader = open_image(image, options);
+        options.events.clear();
+        const auto reader = open_image(image, &options);
         usize got = 1;
         u8 dest = 0;
         EXPECT_EQ(qrx_reader_read(reader.get(), 0, &dest, 1, &got),
                   flags == 0 ? QRX_CHECKSUM_MISMATCH : QRX_OK);
         EXPECT_EQ(got, 0U);
-        EXPECT_EQ(options.last.what, QRX_CHECKSUM_MISMATCH);
+        ASSERT_FALSE(options.events.empty());
+        EXPECT_EQ(options.events.back().what, QRX_CHECKSUM_MISMATCH);
     }
 }
 
@@ -265,7 +200,7 @@ bytes uneven_content()
         const usize size = random_sizes[i] << 10;
         const bytes part = find_shape("random").make(size, i);
         content.insert(content.end(), part.begin(), part.end());
-        content.resize((i + 1) * block_size, 'z');
+        content.resize((i + 1) * mib, 'z');
     }
     return content;
 }
@@ -276,9 +211,9 @@ TEST(hostile_limits, of_just_the_memory_that_is_needed_suffice)
     for (const u32 threads : {0U, 2U}) {
         for (const u32 method : {1U, 4U}) {
             SCOPED_TRACE(threads * 10 + method);
-            const qrx_params params = params_of_cell(method, 1);
+            const qrx_params params = small_params_of(method, 1);
             stingy_memory memory;
-            event_options options;
+            recorded_options options;
             options.allocator = memory.get();
             options.threads = threads;
             memory.limit = options.memory_limit = qrx_compress_memory(&params, threads);
@@ -288,13 +223,13 @@ TEST(hostile_limits, of_just_the_memory_that_is_needed_suffice)
                                    image.size(), &size),
                       QRX_OK);
             image.resize(size);
-            const u64 index = content.size() / block_size * 16;
+            const u64 index = content.size() / mib * 16;
             memory.limit = options.memory_limit = qrx_decompress_memory(&params, threads) + index;
             failing_source file{image}; // an image in memory needs no buffers for payloads
             const qrx_source source = file.get();
             qrx_reader* opened = nullptr;
             ASSERT_EQ(qrx_reader_open_source(&opened, &source, &options), QRX_OK);
-            const owned_reader reader(opened);
+            const reader_ptr reader(opened);
             bytes restored(content.size());
             usize got = 0;
             for (usize begin = 0; begin < content.size(); begin += 777777) {

@@ -16,8 +16,7 @@ qrx_status settled(Change change)
 
 TEST(api_params, zeros_mean_the_defaults)
 {
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     ASSERT_EQ(qrx_params_settle(&params), QRX_OK);
     EXPECT_EQ(params.method, 3U);
     EXPECT_EQ(params.level, 3U);

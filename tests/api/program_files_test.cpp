@@ -11,8 +11,7 @@ class api_program_files : public program_fixture {};
 bytes compressed_like(const bytes& image, const bytes& data, u32 threads)
 {
     const reader_ptr reader = open_image(image);
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     EXPECT_EQ(qrx_reader_params(reader.get(), &params), QRX_OK);
     return compressed(data, params, 0, threads);
 }
@@ -40,8 +39,7 @@ TEST_F(api_program_files, the_file_type_is_that_of_the_program)
     put("code.exe", program);
     expect_silent_success(run({"-42", "-p0", "code.exe", "out"}));
     const bytes image = get("out/code.exe.qrx");
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     params.method = 4;
     params.level = 2;
     ASSERT_EQ(qrx_params_for_type(&params, program.data(), program.size(), "code.exe"), QRX_OK);

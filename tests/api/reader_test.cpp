@@ -131,8 +131,7 @@ TEST(api_reader, information_comes_from_header_and_record_heads)
     EXPECT_EQ(info.is_sealed, 1U);
     EXPECT_EQ(info.seal, qrx_crc32(0, data.data(), data.size()));
     EXPECT_EQ(info.layout, QRX_OK);
-    qrx_params found{};
-    found.struct_size = sizeof found;
+    auto found = sized<qrx_params>();
     ASSERT_EQ(qrx_reader_params(reader.get(), &found), QRX_OK);
     EXPECT_EQ(found.method, 4U);
     EXPECT_EQ(found.level, 2U);
@@ -148,8 +147,7 @@ TEST(api_reader, information_comes_from_header_and_record_heads)
     EXPECT_EQ(stored.offset, image.size() - 4 - 1000);
     EXPECT_EQ(stored.is_stored, 1U);
     EXPECT_EQ(stored.is_found, 1U);
-    qrx_block_info none{};
-    none.struct_size = sizeof none;
+    auto none = sized<qrx_block_info>();
     EXPECT_EQ(qrx_reader_block_info(reader.get(), 2, &none), QRX_BAD_ARGUMENT);
 }
 

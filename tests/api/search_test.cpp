@@ -380,8 +380,7 @@ TEST(api_search, the_memory_limit_holds)
     const sample_file file;
     const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
     const qrx_params params = params_of(2, 1);
-    qrx_options options{};
-    options.struct_size = sizeof options;
+    auto options = sized<qrx_options>();
     options.flags = QRX_SEARCH;
     options.memory_limit = qrx_decompress_memory(&params, 0) + 16 * file.blocks();
     const reader_ptr reader = open_image(image, &options);

@@ -1,35 +1,19 @@
 // Handles on several threads, cancellation at every moment, and handles that are closed early.
-#include "qrx.h"
+#include "api/api_fixture.h"
 #include "support/process_entries.h"
-#include "support/shapes.h"
-#include "support/temp_dir.h"
 #include "support/waiting.h"
 
-#include <algorithm>
-#include <atomic>
 #include <filesystem>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace quarnex::test {
 namespace {
 
-constexpr usize block_size = usize{1} << 20;
 constexpr u32 blocks = 4;
-
-struct close_handle {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
-    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
-};
-template <class Handle>
-using owned = std::unique_ptr<Handle, close_handle>;
 
 /// Options whose progress callback cancels at one call.
 struct cancelling_options : qrx_options {
-    explicit cancelling_options(u32 thread_count) : qrx_options{}
+    explicit cancelling_options(u32 thread_count) : qrx_options(sized<qrx_options>())
     {
-        struct_size = sizeof(qrx_options);
         threads = thread_count;
         flags = QRX_SEAL;
         progress = [](void* self_context, uint64_t, uint64_t) {
@@ -60,96 +44,24 @@ struct cancelling_options : qrx_options {
     u32 events = 0;
 };
 
-qrx_params params_of_cell(u32 method, u32 level)
-{
-    qrx_params params{};
-    params.struct_size = sizeof params;
-    params.method = method;
-    params.level = level;
-    params.hash_bits = 12;
-    params.block_mib = 1;
-    return params;
-}
-
 /// Blocks that differ and are coded fast: a text, then zeros.
 bytes make_content(u32 count, u64 seed)
 {
-    bytes content(count * block_size - 100);
+    bytes content(count * mib - 100);
     for (u32 i = 0; i < count; ++i) {
         const bytes text = find_shape("text").make(50000, seed * 100 + i);
-        std::copy(text.begin(), text.end(),
-                  content.begin() + static_cast<std::ptrdiff_t>(i * block_size));
+        std::copy(text.begin(), text.end(), content.begin() + static_cast<std::ptrdiff_t>(i * mib));
     }
     return content;
-}
-
-bytes compressed(const qrx_params& params, const bytes& content, qrx_options& options,
-                 qrx_status expected = QRX_OK)
-{
-    bytes image(qrx_compress_bound(&params, content.size()));
-    usize size = 0;
-    EXPECT_EQ(qrx_compress(&params, &options, content.data(), content.size(), image.data(),
-                           image.size(), &size),
-              expected);
-    image.resize(size);
-    return image;
-}
-
-bytes restored(const bytes& image, usize length, qrx_options& options, qrx_status expected = QRX_OK)
-{
-    bytes content(length);
-    usize size = 0;
-    EXPECT_EQ(
-        qrx_decompress(&options, image.data(), image.size(), content.data(), content.size(), &size),
-        expected);
-    content.resize(size);
-    return content;
-}
-
-owned<qrx_reader> open_image(const bytes& image, qrx_options& options)
-{
-    qrx_reader* reader = nullptr;
-    EXPECT_EQ(qrx_reader_open_memory(&reader, image.data(), image.size(), &options), QRX_OK);
-    return owned<qrx_reader>(reader);
-}
-
-bytes read_range(qrx_reader* reader, u64 offset, usize size, qrx_status expected = QRX_OK)
-{
-    bytes data(size);
-    usize got = 0;
-    EXPECT_EQ(qrx_reader_read(reader, offset, data.data(), size, &got), expected);
-    data.resize(got);
-    return data;
-}
-
-bool is_part(const bytes& part, const bytes& content, usize offset = 0)
-{
-    return part.size() <= content.size() - offset &&
-           std::equal(part.begin(), part.end(),
-                      content.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
-/// A sink that appends to an image; a late header replaces the start.
-qrx_sink sink_to(bytes& image)
-{
-    return {sizeof(qrx_sink),
-            [](void* context, uint64_t offset, const void* src, size_t size) {
-                bytes& to = *static_cast<bytes*>(context);
-                const usize start = static_cast<usize>(offset);
-                to.resize(std::max(to.size(), start + size));
-                std::copy_n(static_cast<const u8*>(src), size, &to[start]);
-                return 0;
-            },
-            &image};
 }
 
 class interface_threads : public testing::TestWithParam<u32> {
   protected:
     const time_guard guard{100};
-    const qrx_params params = params_of_cell(1, 1);
+    const qrx_params params = small_params_of(1, 1);
     const bytes content = make_content(blocks, 1);
     cancelling_options options{GetParam()};
-    const bytes image = compressed(params, content, options);
+    const bytes image = compressed(content, params, options);
 };
 
 INSTANTIATE_TEST_SUITE_P(, interface_threads, testing::Values(0, 3), [](const auto& tested) {
@@ -160,11 +72,11 @@ TEST_P(interface_threads, serve_a_call_after_a_cancelled_compression)
 {
     for (u32 call = 1; call <= blocks; ++call) {
         options.cancel_at(call);
-        EXPECT_TRUE(compressed(params, content, options, QRX_CANCELLED).empty());
+        EXPECT_TRUE(compressed(content, params, options, QRX_CANCELLED).empty());
         EXPECT_EQ(options.calls, call) << "nothing is done after it";
     }
     options.cancel_at(blocks + 1);
-    EXPECT_TRUE(compressed(params, content, options) == image);
+    EXPECT_TRUE(compressed(content, params, options) == image);
     EXPECT_EQ(options.calls, blocks);
 }
 
@@ -173,7 +85,7 @@ TEST_P(interface_threads, deliver_what_was_restored_before_a_cancellation)
     for (u32 call = 1; call <= blocks; ++call) {
         options.cancel_at(call);
         const bytes part = restored(image, content.size(), options, QRX_CANCELLED);
-        EXPECT_EQ(part.size(), std::min(call * block_size, content.size()));
+        EXPECT_EQ(part.size(), std::min(call * mib, content.size()));
         EXPECT_TRUE(is_part(part, content));
         EXPECT_EQ(options.calls, call);
     }
@@ -183,10 +95,10 @@ TEST_P(interface_threads, deliver_what_was_restored_before_a_cancellation)
 
 TEST_P(interface_threads, read_after_a_cancelled_read)
 {
-    const auto reader = open_image(image, options);
+    const auto reader = open_image(image, &options);
     random_source random(1);
     for (u32 round = 0; round < 6; ++round) {
-        const usize offset = random.below(2) == 0 ? 0 : random.below(2 * block_size);
+        const usize offset = random.below(2) == 0 ? 0 : random.below(2 * mib);
         options.cancel_at(1 + random.below(blocks - 2));
         const bytes part = read_range(reader.get(), offset, content.size(), QRX_CANCELLED);
         EXPECT_TRUE(is_part(part, content, offset));
@@ -204,13 +116,13 @@ TEST_P(interface_threads, read_after_a_cancelled_read)
 
 TEST_P(interface_threads, test_after_a_cancelled_test)
 {
-    const auto reader = open_image(image, options);
+    const auto reader = open_image(image, &options);
     for (u32 call = 1; call <= blocks; ++call) {
         options.cancel_at(call);
         EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CANCELLED);
         EXPECT_EQ(options.calls, call);
         options.cancel_at(0);
-        EXPECT_TRUE(is_part(read_range(reader.get(), 1000, block_size), content, 1000));
+        EXPECT_TRUE(is_part(read_range(reader.get(), 1000, mib), content, 1000));
     }
     EXPECT_EQ(qrx_reader_test(reader.get()), QRX_OK);
     EXPECT_EQ(options.events, 0U);
@@ -220,7 +132,7 @@ TEST_P(interface_threads, find_a_wrong_seal_after_cancelled_reads)
 {
     bytes damaged = image;
     damaged.back() ^= 1;
-    const auto reader = open_image(damaged, options);
+    const auto reader = open_image(damaged, &options);
     for (u32 call = 1; call < blocks; ++call) {
         options.cancel_at(call);
         EXPECT_TRUE(is_part(read_range(reader.get(), 0, content.size(), QRX_CANCELLED), content));
@@ -240,7 +152,7 @@ TEST_P(interface_threads, keep_a_cancelled_writer_cancelled)
         options.cancel_at(call);
         ASSERT_EQ(qrx_writer_open_sink(&opened, &sink, QRX_UNKNOWN_SIZE, &params, &options),
                   QRX_OK);
-        const owned<qrx_writer> writer(opened);
+        const writer_ptr writer(opened);
         qrx_status result = QRX_OK;
         for (usize done = 0; done < content.size() && result == QRX_OK; done += 300000)
             result = qrx_writer_write(opened, &content[done],
@@ -257,8 +169,8 @@ TEST_P(interface_threads, end_when_a_reader_is_closed_early)
 {
     const usize threads = running_threads();
     for (u32 block = 0; block < blocks; ++block) {
-        const auto reader = open_image(image, options);
-        const usize offset = block * block_size;
+        const auto reader = open_image(image, &options);
+        const usize offset = block * mib;
         read_range(reader.get(), offset, 10);
         // A second read in sequence decodes ahead.
         EXPECT_TRUE(is_part(read_range(reader.get(), offset + 10, 10), content, offset + 10));
@@ -277,7 +189,7 @@ TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
             qrx_writer* writer = nullptr;
             ASSERT_EQ(qrx_writer_open(&writer, name.c_str(), QRX_UNKNOWN_SIZE, &params, &options),
                       QRX_OK);
-            for (u32 i = 0; i < pieces; ++i) qrx_writer_write(writer, content.data(), block_size);
+            for (u32 i = 0; i < pieces; ++i) qrx_writer_write(writer, content.data(), mib);
             if (pieces % 2 == 1) {
                 EXPECT_EQ(qrx_writer_finish(writer), QRX_CANCELLED);
             }
@@ -296,18 +208,18 @@ TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
 void use_all_handles(u32 seed)
 {
     const u32 threads = seed % 3;
-    const qrx_params params = params_of_cell(1 + seed % 5, seed % 3);
+    const qrx_params params = small_params_of(1 + seed % 5, seed % 3);
     const bytes content = make_content(2, seed);
     cancelling_options options(threads);
-    const bytes image = compressed(params, content, options);
+    const bytes image = compressed(content, params, options);
     EXPECT_TRUE(restored(image, content.size(), options) == content);
 
     bytes written;
     const qrx_sink sink = sink_to(written);
     qrx_writer* opened = nullptr;
     ASSERT_EQ(qrx_writer_open_sink(&opened, &sink, content.size(), &params, &options), QRX_OK);
-    const owned<qrx_writer> writer(opened);
-    const auto reader = open_image(image, options);
+    const writer_ptr writer(opened);
+    const auto reader = open_image(image, &options);
     random_source random(seed);
     for (usize done = 0; done < content.size();) {
         const usize size = std::min<usize>(random.below(900000), content.size() - done);
@@ -321,14 +233,13 @@ void use_all_handles(u32 seed)
 
     qrx_codec* made = nullptr;
     ASSERT_EQ(qrx_codec_new(&made, &params, &options), QRX_OK);
-    const owned<qrx_codec> codec(made);
-    bytes payload(block_size + QRX_CODEC_SLACK);
-    bytes block(block_size);
+    const codec_ptr codec(made);
+    bytes payload(mib + QRX_CODEC_SLACK);
+    bytes block(mib);
     usize size = 0;
-    EXPECT_EQ(
-        qrx_codec_compress(made, content.data(), block_size, payload.data(), payload.size(), &size),
-        QRX_OK);
-    EXPECT_EQ(qrx_codec_decompress(made, payload.data(), size, block.data(), block_size), QRX_OK);
+    EXPECT_EQ(qrx_codec_compress(made, content.data(), mib, payload.data(), payload.size(), &size),
+              QRX_OK);
+    EXPECT_EQ(qrx_codec_decompress(made, payload.data(), size, block.data(), mib), QRX_OK);
     EXPECT_TRUE(is_part(block, content));
     EXPECT_EQ(options.events, 0U);
 }
@@ -345,13 +256,12 @@ TEST(interface_threads_of_the_caller, use_handles_of_their_own_at_once)
 TEST(interface_threads_of_the_caller, take_turns_with_a_handle)
 {
     const time_guard guard(100);
-    const qrx_params params = params_of_cell(2, 1);
+    const qrx_params params = small_params_of(2, 1);
     const bytes content = make_content(blocks, 3);
-    qrx_options options{};
-    options.struct_size = sizeof options;
+    auto options = sized<qrx_options>();
     options.threads = 2;
-    const bytes image = compressed(params, content, options);
-    const auto reader = open_image(image, options);
+    const bytes image = compressed(content, params, options);
+    const auto reader = open_image(image, &options);
     for (u32 turn = 0; turn < blocks; ++turn) {
         std::thread([&, offset = turn * usize{900000}] {
             EXPECT_TRUE(is_part(read_range(reader.get(), offset, 900000), content, offset));

@@ -285,8 +285,7 @@ bytes copied(const bytes& image, u32 threads, u32 flags, bool has_sums)
 {
     const reader_ptr reader = open_image(image);
     const u64 blocks = info_of(reader.get()).block_count;
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     EXPECT_EQ(qrx_reader_params(reader.get(), &params), QRX_OK);
     memory_file file;
     recorded_options options(threads, flags);

@@ -2,6 +2,7 @@
 #include "schedules/shim.h"
 
 #include "common/platform/thread.h"
+#include "support/handles.h"
 #include "support/pipeline_jobs.h"
 #include "support/process_entries.h"
 #include "support/qrx_file.h"
@@ -10,21 +11,12 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <memory>
 
 namespace quarnex::test {
 namespace {
 
 constexpr u32 max_seconds = 120;
 constexpr u32 max_callers = 4;
-
-struct close_handle {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-    void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }
-    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
-};
-template <class Handle>
-using owned = std::unique_ptr<Handle, close_handle>;
 
 /// A file in memory for sources and sinks, one call of which can fail.
 struct memory_file {
@@ -84,10 +76,10 @@ struct task {
 /// Options of a handle: threads, and at most one thing that goes wrong.
 struct session_options : qrx_options {
     session_options(const task& work, random_source& random)
-        : qrx_options{}, memory_(random.below(10) == 0 ? 1 + random.below(30) : 0),
+        : qrx_options(sized<qrx_options>()),
+          memory_(random.below(10) == 0 ? 1 + random.below(30) : 0),
           may_lack_threads_(work.may_lack_threads)
     {
-        struct_size = sizeof(qrx_options);
         threads = random.below(work.may_lack_threads ? 9 : 5);
         flags = random.below(work.is_long ? 8 : 2) == 0 ? QRX_SEAL : 0;
         allocator = {
@@ -146,13 +138,6 @@ const bytes& image_of(const task& work, const session_options& options)
     return (options.flags & QRX_SEAL) != 0 ? work.sealed : work.plain;
 }
 
-bool is_part(const bytes& part, const bytes& content, usize offset)
-{
-    return offset <= content.size() && part.size() <= content.size() - offset &&
-           std::equal(part.begin(), part.end(),
-                      content.begin() + static_cast<std::ptrdiff_t>(offset));
-}
-
 /// Appends the whole content to a writer.  Returns false at a failure or if it gives up.
 bool write_content(const task& work, random_source& random, const session_options& options,
                    const memory_file& file, qrx_writer* writer)
@@ -201,7 +186,7 @@ bool use_writer(const task& work, random_source& random)
         has_name ? qrx_writer_open(&opened, work.name.c_str(), size, &params, &options)
                  : qrx_writer_open_sink(&opened, &sink, size, &params, &options);
     if (!options.succeeded(result, &file)) return false;
-    owned<qrx_writer> writer(opened);
+    writer_ptr writer(opened);
     const bool is_finished = write_content(work, random, options, file, opened) &&
                              options.succeeded(qrx_writer_finish(opened), &file);
     writer.reset();
@@ -247,7 +232,7 @@ bool use_reader(const task& work, random_source& random)
         qrx_reader_close(opened);
         return false;
     }
-    const owned<qrx_reader> reader(opened);
+    const reader_ptr reader(opened);
     const bytes& content = work.original->content;
     usize position = 0;
     bool all_done = true;
@@ -315,7 +300,7 @@ bool use_codec(const task& work, random_source& random)
     const qrx_params params = params_of(work.parameters);
     qrx_codec* made = nullptr;
     if (!options.succeeded(qrx_codec_new(&made, &params, &options))) return false;
-    const owned<qrx_codec> codec(made);
+    const codec_ptr codec(made);
     for (u32 left = content.empty() ? 0 : random.below(4); left != 0; --left) {
         const usize number = random.below(static_cast<u32>(parsed->records.size()));
         const usize length = std::min(mib, content.size() - number * mib);

@@ -1,6 +1,7 @@
 #include "schedules/samples.h"
 
 #include "support/driver_runs.h"
+#include "support/handles.h"
 #include "support/qrx_file.h"
 
 #include <algorithm>
@@ -99,8 +100,7 @@ file_parameters any_parameters(random_source& random, bool is_tiny)
 
 qrx_params params_of(const file_parameters& parameters)
 {
-    qrx_params params{};
-    params.struct_size = sizeof params;
+    auto params = sized<qrx_params>();
     params.method = parameters.codec.method;
     params.level = parameters.codec.level;
     params.filter = parameters.filter_flags;

@@ -3,6 +3,7 @@
 
 #include "common/types.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -27,6 +28,22 @@ inline bytes joined(std::initializer_list<bytes> parts)
     all.reserve(size);
     for (const bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
     return all;
+}
+
+/// Returns `size` bytes of `data` from `offset` on, or all that there are.
+inline bytes slice(const bytes& data, usize offset, usize size)
+{
+    const auto begin = data.begin() + static_cast<std::ptrdiff_t>(std::min(offset, data.size()));
+    const usize left = static_cast<usize>(data.end() - begin);
+    return {begin, begin + static_cast<std::ptrdiff_t>(std::min(size, left))};
+}
+
+/// Returns whether `part` is in `content` at `offset`.
+inline bool is_part(const bytes& part, const bytes& content, usize offset = 0)
+{
+    return offset <= content.size() && part.size() <= content.size() - offset &&
+           std::equal(part.begin(), part.end(),
+                      content.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
 /// A small, fast, seeded generator of pseudo-random numbers.
