@@ -23,8 +23,8 @@ namespace {
 }
 
 /// Ends the process because of failure `code` of the file `name`, with the formatted text.
-[[noreturn, gnu::format(printf, 3, 4)]] void end_for(const char* name, error_code code,
-                                                     const char* format, ...)
+[[noreturn, gnu::format(printf, 3, 4)]] void abort_with(const char* name, error_code code,
+                                                        const char* format, ...)
 {
     std::array<char, 512> text;
     std::va_list arguments;
@@ -37,10 +37,10 @@ namespace {
     end_abnormally();
 }
 
-[[noreturn]] void end_for_read_error(const event& happened)
+[[noreturn]] void abort_on_read_error(const event& happened)
 {
-    end_for(happened.name, error_read, "read error. errno=%d '%s'", happened.cause,
-            std::strerror(happened.cause));
+    abort_with(happened.name, error_read, "read error. errno=%d '%s'", happened.cause,
+               std::strerror(happened.cause));
 }
 
 /// Reports that a codec had no memory.  Missing match lists end the process; any other lack
@@ -48,7 +48,7 @@ namespace {
 void report_uncoded(const event& happened)
 {
     if (happened.codec_error == codec_status::no_lists)
-        end_for(happened.name, error_no_memory, "malloc error");
+        abort_with(happened.name, error_no_memory, "malloc error");
     if (happened.codec_error == codec_status::no_table)
         say(happened.on_worker ? "error compressing\n" : "compression error\n");
     std::fprintf(stderr, "%s: not enough memory for block %u\n", happened.name, happened.block);
@@ -74,7 +74,7 @@ void report_event(void* /*context*/, const event& happened)
         std::fprintf(stderr, "creat error '%s' '%s'\n", happened.name, cause);
         break;
     case event_kind::destination_unwritten:
-        end_for(happened.name, error_write, "write error. errno=%d '%s'", happened.cause, cause);
+        abort_with(happened.name, error_write, "write error. errno=%d '%s'", happened.cause, cause);
     case event_kind::too_many_destinations:
         say("Fatal error file dscriptor > %d.fd=%x\n", static_cast<int>(happened.wanted),
             static_cast<unsigned>(happened.got));
@@ -84,16 +84,16 @@ void report_event(void* /*context*/, const event& happened)
         say("Error thread_create.\n");
         break;
     case event_kind::header_short:
-        end_for_read_error(happened);
+        abort_on_read_error(happened);
     case event_kind::not_qrx:
         say("'%s' not qrx file\n", happened.name);
-        end_for(happened.name, error_no_header, "file header. no quarnex format");
+        abort_with(happened.name, error_no_header, "file header. no quarnex format");
     case event_kind::corrupt:
-        end_for(happened.name, error_corrupted, "file is corrupted");
+        abort_with(happened.name, error_corrupted, "file is corrupted");
     case event_kind::payload_short:
         say("err=%s, %d,%d ", happened.cause != 0 ? cause : "", static_cast<i32>(happened.wanted),
             static_cast<i32>(happened.got));
-        end_for_read_error(happened);
+        abort_on_read_error(happened);
     case event_kind::block_short:
         say("Fatal Error in decomp '%s'.%d,%d\n", happened.name, static_cast<i32>(happened.got),
             static_cast<i32>(happened.wanted));
@@ -102,11 +102,11 @@ void report_event(void* /*context*/, const event& happened)
         report_uncoded(happened);
         break;
     case event_kind::no_memory:
-        end_for(happened.name, error_no_memory, "malloc error");
+        abort_with(happened.name, error_no_memory, "malloc error");
     }
 }
 
-void end_for_lack_of_memory()
+void abort_out_of_memory()
 {
     hide_progress();
     std::fflush(stdout);

@@ -24,6 +24,6 @@ void report_event(void* context, const event& happened);
 
 /// A std::new_handler: ends the process as failure 100 does, but names no file.  For memory that
 /// belongs to no file, such as that of names.
-[[noreturn]] void end_for_lack_of_memory();
+[[noreturn]] void abort_out_of_memory();
 
 } // namespace quarnex

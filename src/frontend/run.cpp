@@ -236,7 +236,7 @@ u32 count_workers(const options& parsed, const file_parameters& parameters)
 int run(int argc, const char* const* argv)
 {
     prepare_process();
-    std::set_new_handler(end_for_lack_of_memory);
+    std::set_new_handler(abort_out_of_memory);
     const std::string tool = tool_name(argc > 0 ? argv[0] : "quarnex");
     const options parsed = parse_options(argc, argv, processor_count());
     if (parsed.fault != option_fault::none) return report_fault(parsed, tool);

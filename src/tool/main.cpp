@@ -10,7 +10,7 @@
 namespace tool {
 namespace {
 
-[[noreturn]] void end_for_lack_of_memory()
+[[noreturn]] void exit_out_of_memory()
 {
     std::fputs("qrx: out of memory\n", stderr);
     std::_Exit(exit_failed);
@@ -23,7 +23,7 @@ class initializer_guard {
     void end() const { std::set_terminate(previous_); }
 
   private:
-    std::terminate_handler previous_ = std::set_terminate(end_for_lack_of_memory);
+    std::terminate_handler previous_ = std::set_terminate(exit_out_of_memory);
 };
 [[gnu::init_priority(101)]] const initializer_guard guard;
 
