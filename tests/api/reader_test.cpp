@@ -235,7 +235,7 @@ TEST(api_reader, other_files_do_not_open)
     no_block_size[18] = no_block_size[19] = 0;
     const std::vector<std::pair<bytes, qrx_status>> images{
         {{}, QRX_NOT_QRX},
-        {to_bytes("abcd"), QRX_NOT_QRX},
+        {bytes_of("abcd"), QRX_NOT_QRX},
         {sample_data(0), QRX_NOT_QRX},
         {slice(good, 0, 31), QRX_TRUNCATED},
         {bad_level, QRX_CORRUPT},

@@ -183,7 +183,7 @@ TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
     const temp_dir dir;
     const std::string name = dir / "out.qrx";
     for (const bool existed : {false, true}) {
-        if (existed) write_file(name, to_bytes("old"));
+        if (existed) write_file(name, bytes_of("old"));
         for (u32 pieces = 0; pieces <= blocks; ++pieces) {
             options.cancel_at(pieces);
             qrx_writer* writer = nullptr;
@@ -195,11 +195,11 @@ TEST_P(interface_threads, leave_no_file_of_an_unfinished_writer)
             }
             qrx_writer_close(writer);
             if (existed) {
-                EXPECT_TRUE(read_file(name) == to_bytes("old"));
+                EXPECT_TRUE(read_file(name) == bytes_of("old"));
                 std::filesystem::remove(name);
             }
             EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-            if (existed) write_file(name, to_bytes("old"));
+            if (existed) write_file(name, bytes_of("old"));
         }
     }
 }

@@ -116,12 +116,12 @@ TEST(api_writer, a_file_gets_its_name_when_it_is_finished)
     const std::string name = dir / "a.qrx";
     const bytes data = sample_data(1);
     const qrx_params params = params_of(1, 0);
-    write_file(name, to_bytes("old"));
+    write_file(name, bytes_of("old"));
     qrx_writer* opened = nullptr;
     ASSERT_EQ(qrx_writer_open(&opened, name.c_str(), QRX_UNKNOWN_SIZE, &params, nullptr), QRX_OK);
     writer_ptr writer(opened);
     ASSERT_EQ(qrx_writer_write(opened, data.data(), data.size()), QRX_OK);
-    EXPECT_EQ(read_file(name), to_bytes("old"));
+    EXPECT_EQ(read_file(name), bytes_of("old"));
     EXPECT_EQ(files_in(dir), 2U);
     ASSERT_EQ(qrx_writer_finish(opened), QRX_OK);
     EXPECT_EQ(read_file(name), compressed(data, params));
@@ -231,7 +231,7 @@ TEST(api_writer, names_that_no_file_can_have_are_refused_at_once)
 TEST(api_writer, a_link_is_replaced_unless_it_leads_to_what_is_no_file)
 {
     const temp_dir dir;
-    write_file(dir / "file", to_bytes("old"));
+    write_file(dir / "file", bytes_of("old"));
     for (const char* const target : {"/dev/null", ".", "file", "missing"}) {
         const std::string link = dir / "link";
         std::filesystem::remove(link);
@@ -247,7 +247,7 @@ TEST(api_writer, a_link_is_replaced_unless_it_leads_to_what_is_no_file)
         }
         EXPECT_EQ(std::filesystem::is_symlink(link), !is_allowed);
     }
-    EXPECT_EQ(read_file(dir / "file"), to_bytes("old"));
+    EXPECT_EQ(read_file(dir / "file"), bytes_of("old"));
     EXPECT_EQ(files_in(dir), 2U);
 }
 #endif

@@ -218,10 +218,10 @@ TEST_F(block_coder_write, a_record_gets_its_displacement)
 
 TEST_F(block_coder_write, decoded_data_is_written_unchanged_at_the_blocks_offset)
 {
-    write_job data = make(to_bytes("123456"), 2, direction::decompress, 3);
+    write_job data = make(bytes_of("123456"), 2, direction::decompress, 3);
     EXPECT_EQ(write_block(data, 0), 0);
     bytes expected(2 * 3 * mib);
-    for (const u8 byte : to_bytes("123456")) expected.push_back(byte);
+    for (const u8 byte : bytes_of("123456")) expected.push_back(byte);
     EXPECT_EQ(read_file(dir / "out"), expected);
 }
 

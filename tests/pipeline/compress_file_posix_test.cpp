@@ -30,7 +30,7 @@ TEST_P(compress_driver, a_small_file_that_cannot_be_written_is_reported_and_fail
 {
     std::filesystem::create_symlink("/dev/full", dir / "out.qrx");
     const recorded_event reported = expect_driver_failure(
-        run(to_bytes("some text")), event_kind::destination_unwritten, status::write_failed);
+        run(bytes_of("some text")), event_kind::destination_unwritten, status::write_failed);
     EXPECT_EQ(reported.name, dir / "out.qrx");
     EXPECT_EQ(reported.cause, ENOSPC);
 }

@@ -246,7 +246,7 @@ TEST_P(decompress_driver, missing_memory_for_models_is_reported)
 TEST_P(decompress_driver, after_a_thread_failure_no_destination_is_created_or_truncated)
 {
     write_file(dir / "in", build_qrx(shuffled_file()));
-    write_file(dir / "old", to_bytes("old"));
+    write_file(dir / "old", bytes_of("old"));
     engine work(system_allocator, GetParam(), recorder.watcher());
     const output_ref other = create_output(dir / "other");
     work.fail_on_thread(*other, status::write_failed);
@@ -256,7 +256,7 @@ TEST_P(decompress_driver, after_a_thread_failure_no_destination_is_created_or_tr
     EXPECT_EQ(decompress_file(work, {source.c_str(), out.c_str()}), status::stopped);
     ASSERT_FALSE(file_exists(dir / "out"));
     EXPECT_EQ(decompress_file(work, {source.c_str(), old.c_str()}), status::stopped);
-    EXPECT_EQ(read_file(dir / "old"), to_bytes("old"));
+    EXPECT_EQ(read_file(dir / "old"), bytes_of("old"));
 }
 
 TEST(decompress_stopped, a_thread_failure_stops_the_driver_after_the_next_record)

@@ -74,7 +74,7 @@ TEST_P(small_files, are_the_same_with_any_number_of_workers_and_restored)
 
 TEST_P(small_files, are_written_when_all_blocks_are_waited_for)
 {
-    sources = {to_bytes("one")};
+    sources = {bytes_of("one")};
     write_file(name("in", 0), sources[0]);
     engine work(system_allocator, GetParam(), recorder.watcher());
     const engine_threads threads(work);
@@ -98,7 +98,7 @@ TEST_P(small_files, with_short_payloads_are_reported_as_decoded_and_padded)
 
 TEST_P(small_files, are_written_before_the_failure_of_a_later_file_is_reported)
 {
-    sources = std::vector<bytes>(3, to_bytes("some text"));
+    sources = std::vector<bytes>(3, bytes_of("some text"));
     for (usize i = 0; i < sources.size(); ++i) write_file(name("in", i), sources[i]);
     struct seen {
         const small_files& files;
@@ -143,7 +143,7 @@ class small_file_jobs : public testing::Test {
 
 TEST_F(small_file_jobs, are_read_and_created_by_the_driver_and_written_by_the_worker)
 {
-    write_file(dir / "in", to_bytes("abc"));
+    write_file(dir / "in", bytes_of("abc"));
     submit("out");
     EXPECT_EQ(read_file(dir / "out").size(), file_header_bytes);
     std::filesystem::remove(dir / "in");
@@ -153,13 +153,13 @@ TEST_F(small_file_jobs, are_read_and_created_by_the_driver_and_written_by_the_wo
     const auto written = parse_qrx(read_file(dir / "out"));
     ASSERT_TRUE(written);
     ASSERT_EQ(written->records.size(), 1U);
-    EXPECT_EQ(written->records[0].payload, to_bytes("abc"));
+    EXPECT_EQ(written->records[0].payload, bytes_of("abc"));
 }
 
 TEST_F(small_file_jobs, have_up_to_16_files)
 {
     if (max_open_files() < 512) GTEST_SKIP() << "too few files can be open";
-    write_file(dir / "in", to_bytes("abc"));
+    write_file(dir / "in", bytes_of("abc"));
     for (int i = 0; i < 16; ++i) submit(std::to_string(i));
     block_job job = work.jobs.dequeue();
     EXPECT_EQ(job.file_count, 16U);
@@ -169,7 +169,7 @@ TEST_F(small_file_jobs, have_up_to_16_files)
 
 TEST_F(small_file_jobs, are_queued_before_a_larger_file)
 {
-    write_file(dir / "in", to_bytes("abc"));
+    write_file(dir / "in", bytes_of("abc"));
     submit("small");
     write_file(dir / "in", bytes(max_small_file + 1));
     submit("large");
@@ -237,32 +237,32 @@ INSTANTIATE_TEST_SUITE_P(threads, existing_destination, testing::Values(0, 2), w
 
 TEST_P(existing_destination, is_asked_about_and_replaced)
 {
-    write_file(dir / "in", to_bytes("text"));
+    write_file(dir / "in", bytes_of("text"));
     write_file(dir / "out", bytes(1000));
     write_file(dir / "restored", bytes(1000));
     EXPECT_EQ(run(), std::pair(status::done, status::done));
     EXPECT_EQ(seen.asked,
               (std::vector<std::string>{dir / "in", dir / "out", dir / "out", dir / "restored"}));
     EXPECT_EQ(seen.created, 2U);
-    EXPECT_EQ(read_file(dir / "restored"), to_bytes("text"));
+    EXPECT_EQ(read_file(dir / "restored"), bytes_of("text"));
 }
 
 TEST_P(existing_destination, is_kept_if_the_observer_refuses_to_replace_it)
 {
-    const bytes packed = build_qrx({{.original_size = 4}, {{0, to_bytes("text")}}});
-    write_file(dir / "in", to_bytes("text"));
+    const bytes packed = build_qrx({{.original_size = 4}, {{0, bytes_of("text")}}});
+    write_file(dir / "in", bytes_of("text"));
     write_file(dir / "out", packed);
-    write_file(dir / "restored", to_bytes("mine"));
+    write_file(dir / "restored", bytes_of("mine"));
     seen.replaces = false;
     EXPECT_EQ(run(), std::pair(status::skipped, status::skipped));
     EXPECT_EQ(seen.created, 0U);
     EXPECT_EQ(read_file(dir / "out"), packed);
-    EXPECT_EQ(read_file(dir / "restored"), to_bytes("mine"));
+    EXPECT_EQ(read_file(dir / "restored"), bytes_of("mine"));
 }
 
 TEST_P(existing_destination, that_is_new_is_not_asked_about)
 {
-    write_file(dir / "in", to_bytes("text"));
+    write_file(dir / "in", bytes_of("text"));
     EXPECT_EQ(run(), std::pair(status::done, status::done));
     EXPECT_TRUE(seen.asked.empty());
     EXPECT_EQ(seen.created, 2U);

@@ -29,7 +29,7 @@ TEST_F(writer, a_failed_write_is_reported_and_the_rest_of_its_file_is_dropped)
 
 TEST_F(writer, a_failed_write_of_decoded_data_is_reported)
 {
-    put_data(create_output("/dev/full"), 0, 2, to_bytes("data"));
+    put_data(create_output("/dev/full"), 0, 2, bytes_of("data"));
     end();
     const auto reported = recorder.take();
     ASSERT_EQ(reported.size(), 1U);

@@ -88,7 +88,7 @@ TEST_F(writer, a_block_written_past_the_end_leaves_a_gap_that_a_later_block_fill
 {
     const destination file = create("out");
     const bytes block(mib, 'f');
-    put_data(file, 2, 3, to_bytes("end"));
+    put_data(file, 2, 3, bytes_of("end"));
     put_data(file, 0, 3, block);
     bytes gap;
     while (std::count(gap.begin(), gap.end(), 'f') != mib) { // until both blocks are written
@@ -102,7 +102,7 @@ TEST_F(writer, a_block_written_past_the_end_leaves_a_gap_that_a_later_block_fill
     put_data(file, 1, 3, block);
     end();
     bytes expected(2 * mib, 'f');
-    for (const u8 byte : to_bytes("end")) expected.push_back(byte);
+    for (const u8 byte : bytes_of("end")) expected.push_back(byte);
     EXPECT_TRUE(content("out") == expected);
     EXPECT_TRUE(is_closed(file));
 }

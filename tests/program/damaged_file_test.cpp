@@ -93,11 +93,11 @@ TEST_P(damaged_file, a_bad_header_leaves_an_existing_output_alone)
 {
     const program_result made = run({"-10", "nothing", "out"}); // creates the directory
     ASSERT_EQ(made.status, 0);
-    put("out/file", to_bytes("old"));
+    put("out/file", bytes_of("old"));
     qrx_file file = runs(1);
     file.header.level = 10;
     restore(build_qrx(file));
-    EXPECT_EQ(get("out/file"), to_bytes("old"));
+    EXPECT_EQ(get("out/file"), bytes_of("old"));
 }
 
 TEST_P(damaged_file, a_coded_block_of_an_unknown_method_is_corrupt)

@@ -62,7 +62,7 @@ class recursive : public program_with_threads {
     /// Creates files, each with its own name as content, and directories.
     void plant_all(const names& planted) const
     {
-        for (const std::string& name : planted) plant(name, to_bytes(name));
+        for (const std::string& name : planted) plant(name, bytes_of(name));
     }
     void link(const std::string& target, const std::string& name) const
     {

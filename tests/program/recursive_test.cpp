@@ -12,11 +12,11 @@ TEST_P(recursive, a_plain_file_among_the_names_goes_directly_to_the_destination)
     plant_all({"far/away/file", "mydir/x"});
     expect_silent_success(compress({"far/away/file", "mydir"}));
     EXPECT_EQ(listed("out"), (names{"file.qrx", "mydir/", "mydir/x.qrx"}));
-    EXPECT_TRUE(holds("out/file.qrx", to_bytes("far/away/file")));
-    EXPECT_TRUE(holds("out/mydir/x.qrx", to_bytes("mydir/x")));
+    EXPECT_TRUE(holds("out/file.qrx", bytes_of("far/away/file")));
+    EXPECT_TRUE(holds("out/mydir/x.qrx", bytes_of("mydir/x")));
     expect_silent_success(restore({"out/mydir/x.qrx", "out/file.qrx"}));
     EXPECT_EQ(tree("back"),
-              (file_tree{{"file", to_bytes("far/away/file")}, {"x", to_bytes("mydir/x")}}));
+              (file_tree{{"file", bytes_of("far/away/file")}, {"x", bytes_of("mydir/x")}}));
 }
 
 TEST_P(recursive, a_file_in_a_subdirectory_keeps_its_place_below_the_destination)
@@ -80,7 +80,7 @@ TEST_P(recursive, a_tree_that_is_there_already_is_filled_and_overwritten)
     expect_silent_success(compress({"mydir"}));
     EXPECT_EQ(listed("out"),
               (names{"mydir/", "mydir/a/", "mydir/a/old", "mydir/a/x.qrx", "mydir/empty/"}));
-    EXPECT_TRUE(holds("out/mydir/a/x.qrx", to_bytes("mydir/a/x")));
+    EXPECT_TRUE(holds("out/mydir/a/x.qrx", bytes_of("mydir/a/x")));
 }
 
 TEST_P(recursive, a_walk_into_the_working_directory_writes_next_to_the_sources)
@@ -149,7 +149,7 @@ TEST_P(recursive, a_destination_among_the_inputs_is_restored_in_place)
     EXPECT_EQ(with_slashes(restoring.err), "out/x: skipped, its name does not end in .qrx\n");
     EXPECT_EQ(restoring.status, 0);
     EXPECT_EQ(listed("out"), (names{"sub/", "sub/y", "sub/y.qrx", "x", "x.qrx"}));
-    EXPECT_EQ(get("out/sub/y"), to_bytes("out/sub/y"));
+    EXPECT_EQ(get("out/sub/y"), bytes_of("out/sub/y"));
 }
 
 // Two files for one destination

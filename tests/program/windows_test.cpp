@@ -16,7 +16,7 @@ class on_windows : public program_fixture {
     /// Creates files, each with its own name as content, and directories.
     void plant_all(const names& planted) const
     {
-        for (const std::string& name : planted) plant(dir / name, to_bytes(name));
+        for (const std::string& name : planted) plant(dir / name, bytes_of(name));
     }
     names listed(const std::string& directory) const { return names_below(dir / directory); }
 };
@@ -32,7 +32,7 @@ TEST_F(on_windows, wildcards_expand_to_the_matching_names)
     EXPECT_EQ(listed("marks"), (names{"a1.txt.qrx", "b1.txt.qrx"}));
     expect_silent_success(run({"-d", "stars\\*", "back"}));
     EXPECT_EQ(listed("back"), (names{"a1.txt", "a2.txt"}));
-    EXPECT_EQ(get("back/a2.txt"), to_bytes("a2.txt"));
+    EXPECT_EQ(get("back/a2.txt"), bytes_of("a2.txt"));
 }
 
 TEST_F(on_windows, a_wildcard_without_matches_is_passed_unchanged)
@@ -84,7 +84,7 @@ TEST_F(on_windows, slashes_and_drives_in_a_name_cannot_escape_the_destination)
     EXPECT_EQ(listed("work/out"), (names{"mydir/", "mydir/x.qrx", "x.qrx", "z.qrx"}));
     expect_silent_success(run({"-d", "out/x.qrx", "back"}));
     EXPECT_EQ(listed("work/back"), names{"x"});
-    EXPECT_EQ(get("x.qrx"), to_bytes("x.qrx"));
+    EXPECT_EQ(get("x.qrx"), bytes_of("x.qrx"));
     EXPECT_FALSE(exists("work/mydir"));
 }
 

@@ -61,9 +61,4 @@ bool file_exists(const std::string& name)
     return std::filesystem::exists(name);
 }
 
-bytes to_bytes(const std::string& text)
-{
-    return {text.begin(), text.end()};
-}
-
 } // namespace quarnex::test

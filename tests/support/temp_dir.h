@@ -28,6 +28,5 @@ void write_file(const std::string& name, const bytes& content);
 /// Returns the content of a file; empty if it is missing.
 bytes read_file(const std::string& name);
 bool file_exists(const std::string& name);
-bytes to_bytes(const std::string& text);
 
 } // namespace quarnex::test

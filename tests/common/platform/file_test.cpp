@@ -13,14 +13,14 @@ namespace quarnex {
 namespace {
 
 using test::bytes;
+using test::bytes_of;
 using test::open_descriptors;
 using test::read_file;
 using test::temp_dir;
-using test::to_bytes;
 
 int write(system_file& file, const std::string& text)
 {
-    return file.write(to_bytes(text).data(), text.size());
+    return file.write(bytes_of(text).data(), text.size());
 }
 
 system_file create(const std::string& name)
@@ -42,11 +42,11 @@ TEST(system_file, writes_are_unbuffered)
     const temp_dir dir;
     system_file file = create(dir / "out");
     EXPECT_EQ(write(file, "one"), 0);
-    EXPECT_EQ(read_file(dir / "out"), to_bytes("one"));
+    EXPECT_EQ(read_file(dir / "out"), bytes_of("one"));
     EXPECT_EQ(write(file, "two"), 0);
-    EXPECT_EQ(read_file(dir / "out"), to_bytes("onetwo"));
+    EXPECT_EQ(read_file(dir / "out"), bytes_of("onetwo"));
     EXPECT_EQ(file.close(), 0);
-    EXPECT_EQ(read_file(dir / "out"), to_bytes("onetwo"));
+    EXPECT_EQ(read_file(dir / "out"), bytes_of("onetwo"));
 }
 
 TEST(system_file, create_truncates_an_existing_file)
@@ -60,7 +60,7 @@ TEST(system_file, create_truncates_an_existing_file)
 TEST(system_file, line_ends_are_not_translated)
 {
     const temp_dir dir;
-    const bytes lines = to_bytes("a\nb\r\nc\x1A\n");
+    const bytes lines = bytes_of("a\nb\r\nc\x1A\n");
     system_file file = create(dir / "out");
     EXPECT_EQ(file.write(lines.data(), lines.size()), 0);
     EXPECT_EQ(read_file(dir / "out"), lines);
@@ -71,7 +71,7 @@ TEST(system_file, line_ends_are_not_translated)
 TEST(system_file, a_read_is_short_only_at_the_end_of_the_file)
 {
     const temp_dir dir;
-    test::write_file(dir / "in", to_bytes("abcdef"));
+    test::write_file(dir / "in", bytes_of("abcdef"));
     system_file file = open(dir / "in");
     EXPECT_EQ(file.size(), 6U);
     bytes buffer(4);
@@ -91,18 +91,18 @@ TEST(system_file, a_gap_left_by_a_seek_is_zero_and_can_be_filled_later)
     EXPECT_EQ(read_file(dir / "out"), (bytes{0, 0, 0, 'e', 'n', 'd'}));
     ASSERT_EQ(file.seek(0), 0);
     EXPECT_EQ(write(file, "gap"), 0);
-    EXPECT_EQ(read_file(dir / "out"), to_bytes("gapend"));
+    EXPECT_EQ(read_file(dir / "out"), bytes_of("gapend"));
 }
 
 TEST(system_file, writes_at_any_offset)
 {
     const temp_dir dir;
     system_file file = create(dir / "file");
-    const bytes text = to_bytes("abcdef");
+    const bytes text = bytes_of("abcdef");
     EXPECT_EQ(file.write_at(3, text.data(), 3), 0);
     EXPECT_EQ(file.write_at(0, text.data() + 3, 3), 0);
     EXPECT_EQ(file.write_at(1, text.data(), 0), 0);
-    EXPECT_EQ(read_file(dir / "file"), to_bytes("defabc"));
+    EXPECT_EQ(read_file(dir / "file"), bytes_of("defabc"));
     EXPECT_EQ(file.write_at(u64{INT64_MAX} + 1, text.data(), 1), EINVAL);
 }
 
@@ -118,7 +118,7 @@ TEST(system_file, offsets_and_sizes_exceed_4_gib)
     ASSERT_EQ(in.seek(beyond_32_bits), 0);
     bytes end(3);
     EXPECT_EQ(in.read(end.data(), end.size()).count, 3U);
-    EXPECT_EQ(end, to_bytes("end"));
+    EXPECT_EQ(end, bytes_of("end"));
 }
 
 TEST(system_file, seeking_past_the_largest_offset_fails)
