@@ -2,7 +2,9 @@
 #pragma once
 
 #include "fuzz_target.h"
-#include "qrx.h"
+#include "input_bytes.h"
+#include "support/handles.h"
+#include "support/mib.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,51 +13,16 @@
 
 namespace quarnex::fuzz {
 
-inline constexpr usize mib = usize{1} << 20;
+using test::codec_ptr;
+using test::mib;
+using test::reader_ptr;
+using test::sized;
 
 /// Returns a size of something in memory, which fits into 32 bits on 32-bit systems.
 constexpr usize in_memory(u64 size)
 {
     return static_cast<usize>(size);
 }
-
-/// Returns a structure of the interface with its size set and all else zero.
-template <class Struct>
-Struct sized()
-{
-    Struct made{};
-    made.struct_size = sizeof made;
-    return made;
-}
-
-/// Takes numbers from the start of an input; zeros past its end.
-class input_bytes {
-  public:
-    explicit input_bytes(std::span<const u8> input) : left_(input) {}
-
-    /// Takes `size` bytes as a little-endian number.
-    u32 take(usize size = 1)
-    {
-        u32 number = 0;
-        for (usize i = 0; i < size && !left_.empty(); ++i) {
-            number |= u32{left_[0]} << (8 * i);
-            left_ = left_.subspan(1);
-        }
-        return number;
-    }
-    /// Takes the next `size` bytes, or all that are left.
-    std::span<const u8> take_bytes(usize size)
-    {
-        const std::span<const u8> taken = left_.first(std::min(size, left_.size()));
-        left_ = left_.subspan(taken.size());
-        return taken;
-    }
-    std::span<const u8> rest() const { return left_; }
-    bool empty() const { return left_.empty(); }
-
-  private:
-    std::span<const u8> left_;
-};
 
 /// An allocator for handles.  Requires that all memory is released with its size, and that no more
 /// than `limit` bytes are in use at once.
@@ -119,8 +86,23 @@ inline bytes repeated(std::span<const u8> content, usize size)
 qrx_params take_params(input_bytes& input);
 /// Returns the 6 bytes of parameters that take_params() reads.
 bytes params_input(u8 method, u8 level, u8 filter = 0);
+/// Returns the parameters that take_params() makes of these bytes.
+qrx_params params_of(u8 method, u8 level, u8 filter);
+
+/// Two low bits of a control byte: the content is repeated to 1: 1 MiB + 5 bytes, 2: 2 MiB,
+/// 3: 2 MiB + 100 bytes.
+inline constexpr u8 repeats_mask = 3;
+
+/// Returns the rest of an input as content, repeated as `control` requests.  Slow levels get only
+/// what the input has.
+bytes take_content(const input_bytes& input, const qrx_params& params, u8 control);
 
 /// Returns the image that qrx_compress() makes.
 bytes compressed(const qrx_params& params, const bytes& content, bool is_sealed);
+
+/// Opens an image in memory, which must outlive the reader.  Requires success.
+reader_ptr open_image(const bytes& image, u32 flags = 0);
+
+qrx_info info_of(const qrx_reader& reader);
 
 } // namespace quarnex::fuzz

@@ -33,8 +33,8 @@ struct outcome {
 };
 
 /// State that all runs share: the source, and standard output as a file in memory.
-struct workshop {
-    workshop()
+struct command_files {
+    command_files()
     {
         require(dup2(open(output.name().c_str(), O_RDWR), STDOUT_FILENO) == STDOUT_FILENO,
                 "standard output can be replaced");
@@ -45,9 +45,9 @@ struct workshop {
     test::temp_dir directory;
 };
 
-workshop& shop()
+command_files& shared_files()
 {
-    static workshop shared;
+    static command_files shared;
     return shared;
 }
 
@@ -74,7 +74,7 @@ int run_command(const tool::session& run)
 /// Runs `qrx WORDS SOURCE`.
 outcome run_tool(word_list line)
 {
-    workshop& files = shop();
+    command_files& files = shared_files();
     files.output.fill({});
     lseek(STDOUT_FILENO, 0, SEEK_SET);
     outcome made;
@@ -132,20 +132,13 @@ void check_json(const outcome& made)
     for (std::string line; std::getline(lines, line); ++count) {
         const tool::json object = tool::json::parse(line, nullptr, false);
         require(object.is_object() && object.at("command").is_string() &&
-                    object.at("name") == shop().source.name(),
+                    object.at("name") == shared_files().source.name(),
                 "each line is an object with the command and the name");
         if (object.contains("faults")) check_faults(object);
         if (object.contains("map")) check_map(object);
     }
     require(count == 1 || (count == 0 && made.status != tool::exit_good && !made.messages.empty()),
             "each file has one object, unless it can't be opened");
-}
-
-bytes slice(const bytes& all, usize first, usize size)
-{
-    first = std::min(first, all.size());
-    const auto begin = all.begin() + static_cast<std::ptrdiff_t>(first);
-    return {begin, begin + static_cast<std::ptrdiff_t>(std::min(size, all.size() - first))};
 }
 
 /// Runs the commands that decode, and compares what they deliver.
@@ -163,10 +156,11 @@ void compare(u8 command, u32 first, u32 size, const word_list& flags)
         const std::string range = std::to_string(first) + "+" + std::to_string(size);
         const outcome part = run_tool({"cat", "-T1", "--range=" + range});
         if (whole.status != tool::exit_good) return;
-        require(part.status == tool::exit_good && part.output == slice(whole.output, first, size),
+        require(part.status == tool::exit_good &&
+                    part.output == test::slice(whole.output, first, size),
                 "a range is a part of the whole");
     } else if (command == 1) {
-        const std::string target = shop().directory / "recovered";
+        const std::string target = shared_files().directory / "recovered";
         const outcome saved = run_tool(line({"recover", "-f", "--no-sync", "-T1", "-o", target}));
         if (tested.status != tool::exit_good) return;
         require(saved.status == tool::exit_good && test::read_file(target) == whole.output,
@@ -189,7 +183,7 @@ void run_any(input_bytes input)
     const u8 command = control & command_mask;
     const bool is_bounded = command < 4 || (control & any_size) == 0;
     bound_sizes({.original_size = is_bounded, .block_size = is_bounded}, image);
-    shop().source.fill(image);
+    shared_files().source.fill(image);
 
     word_list flags;
     if ((control & as_json) != 0) flags.emplace_back("--json");
@@ -224,10 +218,9 @@ std::vector<bytes> make_seeds()
     }
     for (u8 method = 1; method <= 5; ++method) {
         for (const u8 level : bytes{1, 8}) {
-            const bytes number = params_input(method, level, level % 3);
-            input_bytes input(number);
             const bytes content = test::find_shape("text").make(800, level);
-            const bytes image = compressed(take_params(input), content, level == 1);
+            const bytes image =
+                compressed(params_of(method, level, level % 3), content, level == 1);
             for (u8 command = 0; command < 6; ++command)
                 seeds.push_back(seed_of(static_cast<u8>(command | as_json), image));
         }

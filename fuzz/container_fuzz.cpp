@@ -4,24 +4,21 @@
 //
 // Source and destination are files in memory, opened by their names under /proc.
 #include "codec_input.h"
+#include "driver_files.h"
 #include "format/container.h"
-#include "memory_file.h"
+#include "image_input.h"
 #include "pipeline/drivers.h"
-#include "support/event_recorder.h"
 #include "support/qrx_file.h"
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <string>
 #include <sys/resource.h>
 
 namespace quarnex::fuzz {
 namespace {
 
-constexpr u64 mib = u64{1} << 20;
-constexpr u64 max_data = 4 * mib;    // maximum original size, if bounded
-constexpr u64 max_written = 8 * mib; // file size limit: writes beyond it fail
+constexpr u64 max_written = 2 * max_data; // file size limit: writes beyond it fail
 
 // The two low bits of the control byte: which of the header's sizes is not bounded.  Never both:
 // blocks of 2 GiB would only be slow.
@@ -31,44 +28,35 @@ constexpr u8 any_block_mb = 1;
 constexpr u8 both_bounded = 2;
 constexpr u8 with_workers = 4;
 
-/// State that all runs share.
-struct workshop {
-    workshop()
-    {
+/// The state that all runs share; limits the size of files.
+driver_files& shared_files()
+{
+    static driver_files shared;
+    static const bool is_limited = [] {
         std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit then fails
         const rlimit limit{max_written, max_written};
-        require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit() succeeds");
-        // Discards the driver's messages.  libFuzzer and the sanitizers don't print through stdio.
-        stdout = std::fopen("/dev/null", "w");
-        stderr = stdout;
-    }
+        return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    }();
+    require(is_limited, "setrlimit() succeeds");
+    return shared;
+}
 
-    memory_file source;
-    memory_file destination;
-    test::event_recorder recorder;
-};
-
-/// Bounds the sizes in the header of `image`; returns the size of the original file.
-u64 bound_work(u8 bounds, std::span<u8> image)
+/// Returns the original size from the header of `image`; 0 without a valid one.
+u64 original_size_of(const bytes& image)
 {
     std::array<u8, file_header_bytes> head;
     file_header header{};
     if (image.size() < head.size()) return 0;
     std::copy_n(image.begin(), head.size(), head.begin());
-    if (!unpack_file_header(head, header)) return 0;
-    if (bounds != any_size) header.original_size %= max_data + 1;
-    if (bounds != any_block_mb) header.parameters.block_mb = 1;
-    head = pack_file_header(header);
-    std::copy(head.begin(), head.end(), image.begin());
-    return header.original_size;
+    return unpack_file_header(head, header) ? header.original_size : 0;
 }
 
-status run_driver(engine& work, const workshop& shop)
+status run_driver(engine& work, const driver_files& files)
 {
     const engine_threads threads(work);
     require(threads.ready(), "the threads start");
-    const std::string source = shop.source.name();
-    const std::string destination = shop.destination.name();
+    const std::string source = files.source.name();
+    const std::string destination = files.destination.name();
     return decompress_file(work, {source.c_str(), destination.c_str()});
 }
 
@@ -79,32 +67,31 @@ bool is_failure(const test::recorded_event& reported)
 
 void decompress_any(std::span<const u8> input)
 {
-    static workshop shop;
+    driver_files& files = shared_files();
     if (input.empty()) return;
     const u8 control = input[0];
     bytes image(input.begin() + 1, input.end());
-    const u64 size = bound_work(control & bounds_mask, image);
-    shop.source.fill(image);
-    shop.destination.fill({});
+    const u8 bounds = control & bounds_mask;
+    bound_sizes({.original_size = bounds != any_size, .block_size = bounds != any_block_mb}, image);
+    files.source.fill(image);
+    files.destination.fill({});
 
     const u32 workers = (control & with_workers) != 0 ? 2 : 0;
-    engine work(system_allocator, workers, shop.recorder.watcher());
-    const status result = run_driver(work, shop);
-    const auto events = shop.recorder.take();
+    engine work(system_allocator, workers, files.recorder.watcher());
+    const status result = run_driver(work, files);
+    const auto events = files.recorder.take();
     const bool reported = std::any_of(events.begin(), events.end(), is_failure);
     require(reported == (work.first_failure() != status::done),
             "a failure is reported if and only if there is a first failure");
     require(workers != 0 || result == work.first_failure(),
             "without workers the driver returns the first failure");
-    require(shop.destination.size() <= size, "no byte is written past the file's size");
+    require(files.destination.size() <= original_size_of(image),
+            "no byte is written past the file's size");
 }
 
 bytes seed_of(u8 control, const test::qrx_file& file)
 {
-    bytes seed{control};
-    const bytes image = test::build_qrx(file);
-    seed.insert(seed.end(), image.begin(), image.end());
-    return seed;
+    return test::joined({{control}, test::build_qrx(file)});
 }
 
 } // namespace

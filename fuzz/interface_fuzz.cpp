@@ -5,39 +5,19 @@
 // The content is repeated to more than a block if the control byte says so.  Files of the engine
 // are in memory and opened by their names under /proc.
 #include "api_input.h"
-#include "memory_file.h"
+#include "driver_files.h"
 #include "pipeline/drivers.h"
-#include "support/event_recorder.h"
-
-#include <memory>
 
 namespace quarnex::fuzz {
 namespace {
 
-constexpr u8 max_repeated_level = 3; // slower levels get few bytes
-
-// The control byte.
-constexpr u8 repeats_mask = 3;   // 1: to 1 MiB + 5 bytes, 2: to 2 MiB, 3: to 2 MiB + 100 bytes
+// The control byte, besides repeats_mask.
 constexpr u32 threads_shift = 2; // 2 bits
 constexpr u8 damages = 16;
 
-/// State that all runs share.
-struct workshop {
-    workshop()
-    {
-        // Discards the driver's messages.  libFuzzer and the sanitizers don't print through stdio.
-        stdout = std::fopen("/dev/null", "w");
-        stderr = stdout;
-    }
-
-    memory_file source;
-    memory_file destination;
-    test::event_recorder recorder;
-};
-
-workshop& shop()
+driver_files& shared_files()
 {
-    static workshop shared;
+    static driver_files shared;
     return shared;
 }
 
@@ -58,7 +38,7 @@ file_parameters parameters_of(const qrx_params& params)
 template <class Driver>
 bytes run_engine(const bytes& input, Driver driver)
 {
-    workshop& files = shop();
+    driver_files& files = shared_files();
     files.source.fill(input);
     files.destination.fill({});
     const std::string source = files.source.name();
@@ -103,26 +83,11 @@ outcome restored(const bytes& image, u32 threads, u32 flags)
     return {result, std::move(content)};
 }
 
-struct close_handle {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-    void operator()(qrx_codec* codec) const { qrx_codec_free(codec); }
-};
-using owned_reader = std::unique_ptr<qrx_reader, close_handle>;
-using owned_codec = std::unique_ptr<qrx_codec, close_handle>;
-
-owned_reader open_image(const bytes& image)
-{
-    qrx_reader* reader = nullptr;
-    require(qrx_reader_open_memory(&reader, image.data(), image.size(), nullptr) == QRX_OK,
-            "an image opens");
-    return owned_reader(reader);
-}
-
-owned_codec make_codec(const qrx_params& params)
+codec_ptr make_codec(const qrx_params& params)
 {
     qrx_codec* codec = nullptr;
     require(qrx_codec_new(&codec, &params, nullptr) == QRX_OK, "a codec is made");
-    return owned_codec(codec);
+    return codec_ptr(codec);
 }
 
 bytes payload_at(qrx_reader& reader, u64 block, usize length)
@@ -175,8 +140,8 @@ void check_decoder(qrx_codec& codec, qrx_reader& reader, const bytes& image, u64
 
 void check_blocks(const qrx_params& params, const bytes& image, const bytes& content)
 {
-    const owned_codec codec = make_codec(params);
-    const owned_reader reader = open_image(image);
+    const codec_ptr codec = make_codec(params);
+    const reader_ptr reader = open_image(image);
     for (u64 block = 0; block * mib < content.size(); ++block) {
         const auto begin = content.begin() + static_cast<std::ptrdiff_t>(block * mib);
         const usize length = in_memory(std::min<u64>(mib, content.size() - block * mib));
@@ -189,12 +154,12 @@ void check_blocks(const qrx_params& params, const bytes& image, const bytes& con
 /// Requires that everyone restores the same from an image with a changed byte in a payload.
 void check_damaged(const qrx_params& params, bytes image, u32 offset, u8 value, u32 threads)
 {
-    const owned_reader intact = open_image(image);
+    const reader_ptr intact = open_image(image);
     auto place = sized<qrx_block_info>();
     if (qrx_reader_block_info(intact.get(), 0, &place) != QRX_OK) return;
     image[in_memory(place.offset + offset % place.payload_size)] ^= value;
-    const owned_codec codec = make_codec(params);
-    const owned_reader reader = open_image(image);
+    const codec_ptr codec = make_codec(params);
+    const reader_ptr reader = open_image(image);
     check_decoder(*codec, *reader, image, 0);
     const outcome kept = restored(image, threads, QRX_KEEP_DAMAGED);
     require(kept.result == QRX_OK && kept.content == engine_restored(image),
@@ -211,9 +176,7 @@ void compare(input_bytes input)
     const u32 threads = std::min(control >> threads_shift & 3U, 2U);
     const u32 damage_offset = input.take(2);
     const u8 damage = static_cast<u8>(input.take());
-    constexpr usize sizes[]{0, mib + 5, 2 * mib, 2 * mib + 100};
-    const bool is_fast = params.level <= max_repeated_level;
-    const bytes content = repeated(input.rest(), is_fast ? sizes[control & repeats_mask] : 0);
+    const bytes content = take_content(input, params, control);
 
     const bytes image = compressed(params, content, false);
     require(image == engine_compressed(params, content), "both compress to the same bytes");

@@ -7,8 +7,6 @@
 #include "api_input.h"
 #include "image_input.h"
 
-#include <memory>
-
 namespace quarnex::fuzz {
 namespace {
 
@@ -76,28 +74,6 @@ struct callbacks {
     }
 };
 
-struct close_reader {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-};
-using owned_reader = std::unique_ptr<qrx_reader, close_reader>;
-
-owned_reader open_plain(const bytes& image, u32 flags)
-{
-    auto options = sized<qrx_options>();
-    options.flags = flags;
-    qrx_reader* reader = nullptr;
-    require(qrx_reader_open_memory(&reader, image.data(), image.size(), &options) == QRX_OK,
-            "an image opens again");
-    return owned_reader(reader);
-}
-
-qrx_info info_of(const owned_reader& reader)
-{
-    auto info = sized<qrx_info>();
-    require(qrx_reader_info(reader.get(), &info) == QRX_OK, "a reader has information");
-    return info;
-}
-
 /// What an image contains, as plain readers see it.
 struct expectation {
     qrx_info info{};
@@ -108,9 +84,9 @@ struct expectation {
 
     expectation(const bytes& image, u32 flags)
     {
-        const owned_reader strict = open_plain(image, flags);
-        const owned_reader lenient = open_plain(image, flags | QRX_KEEP_DAMAGED);
-        info = info_of(strict);
+        const reader_ptr strict = open_image(image, flags);
+        const reader_ptr lenient = open_image(image, flags | QRX_KEEP_DAMAGED);
+        info = info_of(*strict);
         is_canonical = has_canonical_header(image, *strict) && has_canonical_heads(image, *strict);
         has_content = info.original_size <= max_data;
         if (!has_content) return;
@@ -298,7 +274,7 @@ class session {
 
     void check_info()
     {
-        const qrx_info now = info_of(reader_);
+        const qrx_info now = info_of(*reader_);
         require(std::memcmp(&now, &info(), sizeof now) == 0, "the information doesn't change");
         require(now.blocks_found <= now.block_count && now.stored_blocks <= now.blocks_found,
                 "no more blocks are found than there are");
@@ -351,7 +327,7 @@ class session {
                 "a read ends at the damage");
     }
 
-    const owned_reader reader_;
+    const reader_ptr reader_;
     const expectation& expected_;
     const callbacks& events_;
     const bool keeps_damaged_;
@@ -491,9 +467,7 @@ std::vector<bytes> make_seeds()
     u8 control = 0;
     for (u8 method = 1; method <= 5; ++method) {
         for (u8 level = 0; level <= 9; ++level) {
-            const bytes number = params_input(method, level, level % 3);
-            input_bytes input(number);
-            const qrx_params params = take_params(input);
+            const qrx_params params = params_of(method, level, level % 3);
             control = static_cast<u8>((control + 8) % 128);
             for (const char* const name : {"text", "random", "records"}) {
                 const bytes content = test::find_shape(name).make(700, level);

@@ -20,7 +20,7 @@ constexpr u8 any_size = 1;        // the header's original size isn't bounded
 constexpr u8 any_block = 2;       // nor its block size
 constexpr u8 searches_header = 4; // also if the header is valid
 
-using places = std::map<u32, block_place>;
+using block_map = std::map<u32, block_place>;
 
 byte_source memory_source(const bytes& image)
 {
@@ -94,7 +94,7 @@ class limited_memory {
 
 /// The records of an image up to the first invalid or truncated one, by a simple loop.
 struct plain_walk {
-    places found;
+    block_map found;
     bool is_complete = false;
     bool has_repeated = false;
 
@@ -124,7 +124,7 @@ struct plain_walk {
     }
 };
 
-bool is_same(const places& a, const places& b)
+bool is_same(const block_map& a, const block_map& b)
 {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
         return x.first == y.first && x.second.offset == y.second.offset &&
@@ -133,9 +133,9 @@ bool is_same(const places& a, const places& b)
 }
 
 /// An index of an image, and what it reported.
-class indexed {
+class checked_index {
   public:
-    indexed(const byte_source& file, bool searches) : index_(searches)
+    checked_index(const byte_source& file, bool searches) : index_(searches)
     {
         recorder failures;
         const listener watcher = failures.watcher();
@@ -161,7 +161,7 @@ class indexed {
 
     bool has_header() const { return has_header_; }
     const file_layout& layout() const { return index_.layout(); }
-    const places& found() const { return found_; }
+    const block_map& found() const { return found_; }
     const record_index& index() const { return index_; }
     const std::vector<notice>& damage() const { return damage_.notices; }
 
@@ -200,15 +200,15 @@ class indexed {
     limited_memory memory_; // outlives the index
     record_index index_;
     bool has_header_ = false;
-    places found_;
+    block_map found_;
     recorder damage_;
 };
 
 void check_index(const bytes& image)
 {
-    const indexed plain(file_source(image), false);
-    const indexed windows(file_source(image), true);
-    const indexed whole(memory_source(image), true);
+    const checked_index plain(file_source(image), false);
+    const checked_index windows(file_source(image), true);
+    const checked_index whole(memory_source(image), true);
     require(plain.has_header() == windows.has_header() && whole.has_header() == plain.has_header(),
             "a search needs the same header");
     if (!plain.has_header()) return;

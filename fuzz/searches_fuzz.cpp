@@ -15,6 +15,7 @@
 //     6         a branch: length of its key (1), number of children (1), first child (1)
 //     7         a copy with one byte changed at its end: distance (2), length (1)
 #include "fuzz_target.h"
+#include "input_bytes.h"
 #include "match/nearest_search.h"
 #include "match/path_lists.h"
 #include "match/used_matches.h"
@@ -30,32 +31,14 @@ using test::search_step;
 constexpr usize max_block = 6 << 10;        // nearest_search has trees from 1 KiB
 constexpr usize max_large_block = 40 << 10; // with intervals of more than max_full_interval
 
-/// Reads an input; zeros follow its end.
-class input_reader {
-  public:
-    explicit input_reader(std::span<const u8> input) : input_(input) {}
-
-    bool at_end() const { return next_ >= input_.size(); }
-    u32 byte() { return next_ < input_.size() ? input_[next_++] : 0; }
-    u32 word()
-    {
-        const u32 low = byte();
-        return low | byte() << 8;
-    }
-
-  private:
-    std::span<const u8> input_;
-    usize next_ = 0;
-};
-
 /// Appends what the commands of a program make.
 class block_maker {
   public:
-    explicit block_maker(input_reader& program) : program_(program) {}
+    explicit block_maker(input_bytes& program) : program_(program) {}
 
     bytes make(usize limit)
     {
-        while (!program_.at_end() && block_.size() < limit) run_command();
+        while (!program_.empty() && block_.size() < limit) run_command();
         if (block_.size() > limit) block_.resize(limit);
         return block_;
     }
@@ -63,27 +46,27 @@ class block_maker {
   private:
     void run_command()
     {
-        const u32 command = program_.byte();
+        const u32 command = program_.take();
         switch (command % 8) {
         case 4:
             make_run();
             break;
         case 5: {
-            const u32 distance = program_.word();
-            copy(distance, program_.word() % 8192);
+            const u32 distance = program_.take(2);
+            copy(distance, program_.take(2) % 8192);
             break;
         }
         case 6:
             make_branch();
             break;
         case 7: {
-            const u32 distance = program_.word();
-            copy(distance, program_.byte() + 1);
+            const u32 distance = program_.take(2);
+            copy(distance, program_.take() + 1);
             block_.back() ^= static_cast<u8>(1 + command / 8);
             break;
         }
         default:
-            for (u32 k = command % 8 + 1; k != 0; --k) put(program_.byte() + command / 8);
+            for (u32 k = command % 8 + 1; k != 0; --k) put(program_.take() + command / 8);
         }
     }
 
@@ -91,8 +74,8 @@ class block_maker {
 
     void make_run()
     {
-        const u32 length = program_.byte() + 1;
-        const u32 byte = program_.byte();
+        const u32 length = program_.take() + 1;
+        const u32 byte = program_.take();
         block_.insert(block_.end(), length, static_cast<u8>(byte));
     }
 
@@ -106,9 +89,9 @@ class block_maker {
     /// Repeats the last bytes, each time followed by another byte.
     void make_branch()
     {
-        const usize key = std::min<usize>(program_.byte() + 1, block_.size());
-        const u32 children = program_.byte() + 1;
-        const u32 first = program_.byte();
+        const usize key = std::min<usize>(program_.take() + 1, block_.size());
+        const u32 children = program_.take() + 1;
+        const u32 first = program_.take();
         const usize from = block_.size() - key;
         for (u32 k = 0; k < children && block_.size() < max_large_block; ++k) {
             put(first + k);
@@ -116,26 +99,27 @@ class block_maker {
         }
     }
 
-    input_reader& program_;
+    input_bytes& program_;
     bytes block_;
 };
 
-std::vector<search_step> take_steps(input_reader& input)
+std::vector<search_step> take_steps(input_bytes& input)
 {
     std::vector<search_step> steps;
-    for (u32 count = input.byte() % 32; count != 0; --count) {
-        const u32 word = input.word();
+    for (u32 count = input.take() % 32; count != 0; --count) {
+        const u32 word = input.take(2);
         steps.push_back({static_cast<search_step::kind>(word & 3), word >> 2});
     }
     if (steps.empty()) steps.push_back({search_step::find, 1});
     return steps;
 }
 
-/// A search and the trie, which are asked the same.  A tree takes each position once.
+/// Makes the same calls of a search and of the trie, and compares the results.  A tree takes each
+/// position once.
 template <class Search, bool Returns>
-class searches {
+class compared_search {
   public:
-    searches(Search& search, const block_text& text, u32 min_length)
+    compared_search(Search& search, const block_text& text, u32 min_length)
         : search_(search), trie_(text, min_length)
     {
     }
@@ -177,10 +161,12 @@ class searches {
 void compare_searches(const block_text& text, u32 min_length, std::span<const search_step> steps)
 {
     nearest_search search(text, min_length, system_allocator);
-    test::follow_steps(text.size, steps, searches<nearest_search, true>(search, text, min_length));
+    test::follow_steps(text.size, steps,
+                       compared_search<nearest_search, true>(search, text, min_length));
     nearest_tree tree;
     if (!tree.build(text, min_length, system_allocator)) return; // long paths
-    test::follow_steps(text.size, steps, searches<nearest_tree, false>(tree, text, min_length));
+    test::follow_steps(text.size, steps,
+                       compared_search<nearest_tree, false>(tree, text, min_length));
 }
 
 void compare_lists(const block_text& text)
@@ -203,8 +189,8 @@ void compare_lists(const block_text& text)
 
 void search_any(std::span<const u8> input)
 {
-    input_reader reader(input);
-    const u32 options = reader.byte();
+    input_bytes reader(input);
+    const u32 options = reader.take();
     const u32 min_length = 2 + (options & 1);
     const std::vector<search_step> steps = take_steps(reader);
     const bytes block =

@@ -5,17 +5,13 @@
 // The content is repeated to more than a block if the control byte says so.
 #include "api_input.h"
 
-#include <memory>
-
 namespace quarnex::fuzz {
 namespace {
 
 constexpr u32 write_bytes = 3;
 constexpr u32 max_writes = 24;
-constexpr u8 max_repeated_level = 3; // slower levels get few bytes
 
-// The control byte.
-constexpr u8 repeats_mask = 3; // 1: to 1 MiB + 5 bytes, 2: to 2 MiB, 3: to 2 MiB + 100 bytes
+// The control byte, besides repeats_mask.
 constexpr u8 is_sealed = 4;
 constexpr u8 has_size = 8;      // the size is given at the start
 constexpr u8 is_limited = 16;   // to qrx_compress_memory()
@@ -40,9 +36,7 @@ plan take_plan(input_bytes& input)
     made.params = take_params(input);
     made.control = static_cast<u8>(input.take());
     made.writes = input.take_bytes(usize{input.take() % max_writes} * write_bytes);
-    constexpr usize sizes[]{0, mib + 5, 2 * mib, 2 * mib + 100};
-    const bool is_fast = made.params.level <= max_repeated_level;
-    made.content = repeated(input.rest(), is_fast ? sizes[made.control & repeats_mask] : 0);
+    made.content = take_content(input, made.params, made.control);
     made.other_image = compressed(made.params, made.content, false);
     return made;
 }
@@ -81,19 +75,6 @@ struct image_sink {
 
     bool is_header_written;
 };
-
-struct close_reader {
-    void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
-};
-using owned_reader = std::unique_ptr<qrx_reader, close_reader>;
-
-owned_reader open_image(const bytes& image)
-{
-    qrx_reader* reader = nullptr;
-    require(qrx_reader_open_memory(&reader, image.data(), image.size(), nullptr) == QRX_OK,
-            "a written file opens");
-    return owned_reader(reader);
-}
 
 /// Writes the content of a plan.
 class session {
@@ -213,7 +194,7 @@ class session {
     /// Appends a block from the other image; elsewhere than at a border that is refused.
     qrx_status append_raw()
     {
-        const owned_reader reader = open_image(plan_.other_image);
+        const reader_ptr reader = open_image(plan_.other_image);
         auto place = sized<qrx_block_info>();
         const u64 block = done_ / mib;
         if (qrx_reader_block_info(reader.get(), block, &place) != QRX_OK) return QRX_OK;
@@ -270,11 +251,10 @@ class session {
 
 void check_reader(const plan& written, const bytes& image)
 {
-    const owned_reader reader = open_image(image);
+    const reader_ptr reader = open_image(image);
     const bytes& content = written.content;
-    auto info = sized<qrx_info>();
-    require(qrx_reader_info(reader.get(), &info) == QRX_OK &&
-                info.original_size == content.size() && info.layout == QRX_OK &&
+    const qrx_info info = info_of(*reader);
+    require(info.original_size == content.size() && info.layout == QRX_OK &&
                 (info.is_sealed != 0) == written.has(is_sealed),
             "a written file has its size and its seal");
     require(info.is_sealed == 0 || info.seal == qrx_crc32(0, content.data(), content.size()),
