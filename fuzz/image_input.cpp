@@ -11,13 +11,12 @@ namespace {
 // Offsets in the header.
 constexpr usize size_offset = 4;
 constexpr usize block_mib_offset = 18;
-constexpr usize header_bytes = 32;
 
 } // namespace
 
 void bound_sizes(const header_bounds& bounds, bytes& image)
 {
-    if (image.size() < header_bytes) return;
+    if (image.size() < test::header_bytes) return;
     u64 size = 0;
     std::memcpy(&size, &image[size_offset], sizeof size);
     if (bounds.original_size) size %= max_data + 1;

@@ -4,9 +4,12 @@
 //
 // The content is repeated to more than a block if the control byte says so.
 #include "api_input.h"
+#include "support/qrx_file.h"
 
 namespace quarnex::fuzz {
 namespace {
+
+using test::header_bytes;
 
 constexpr u32 write_bytes = 3;
 constexpr u32 max_writes = 24;
@@ -55,8 +58,6 @@ struct image_sink {
     u32 failing_write = 0; // 0: none
 
   private:
-    static constexpr usize header_bytes = 32;
-
     static int write(void* context, uint64_t offset, const void* src, size_t size)
     {
         auto& self = *static_cast<image_sink*>(context);

@@ -7,8 +7,6 @@ namespace quarnex::test {
 
 using block_list = std::vector<u32>;
 
-inline constexpr usize head_bytes = 5;
-inline constexpr usize header_bytes = 32;
 inline constexpr u32 whole_blocks = 6;
 
 /// A file of seven blocks, the last one short, and the extents of its records.
@@ -22,19 +20,19 @@ struct sample_file {
         const reader_ptr reader = open_image(image);
         for (u32 block = 0; block < blocks(); ++block) {
             const block_in_image place = block_info_of(reader.get(), block);
-            heads.push_back(place.offset - head_bytes);
+            heads.push_back(place.offset - record_head_bytes);
             ends.push_back(place.offset + place.payload_size);
         }
     }
 
     u32 blocks() const { return whole_blocks + 1; }
-    usize payload_size(u32 block) const { return ends[block] - heads[block] - head_bytes; }
+    usize payload_size(u32 block) const { return ends[block] - heads[block] - record_head_bytes; }
     /// Returns the blocks whose payloads are unchanged in an image of the same size.
     block_list unchanged(const bytes& damaged) const
     {
         block_list rest;
         for (u32 block = 0; block < blocks(); ++block) {
-            const usize begin = heads[block] + head_bytes;
+            const usize begin = heads[block] + record_head_bytes;
             if (slice(image, begin, payload_size(block)) ==
                 slice(damaged, begin, payload_size(block)))
                 rest.push_back(block);

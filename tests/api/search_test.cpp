@@ -18,7 +18,7 @@ TEST(api_search, a_lost_head_loses_no_block)
                                  << "method " << method << " flags " << flags << " block " << block
                                  << " pattern " << pattern);
                     const bytes image =
-                        overwritten(file.image, file.heads[block], head_bytes, pattern);
+                        overwritten(file.image, file.heads[block], record_head_bytes, pattern);
                     recorded_options options(0, QRX_SEARCH);
                     const reader_ptr reader = open_image(image, &options);
                     EXPECT_EQ(found_blocks(reader.get()), file.all());
@@ -37,7 +37,7 @@ TEST(api_search, a_lost_head_loses_no_block)
 TEST(api_search, the_damaged_head_is_reported_with_its_block)
 {
     const sample_file file;
-    const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
+    const bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
     recorded_options options(1, QRX_SEARCH);
     const reader_ptr reader = open_image(image, &options);
     for (u32 run = 0; run < 2; ++run) {
@@ -52,7 +52,7 @@ TEST(api_search, the_damaged_head_is_reported_with_its_block)
 TEST(api_search, without_the_flag_no_record_after_a_damaged_head_is_found)
 {
     const sample_file file;
-    const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
+    const bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
     const reader_ptr reader = open_image(image);
     EXPECT_EQ(intact_blocks(reader.get(), file.data), (block_list{0, 1}));
 }
@@ -92,7 +92,7 @@ TEST(api_search, a_sector_inside_a_payload_loses_its_block)
 {
     const sample_file file(5);
     for (u32 block = 0; block < file.blocks(); ++block) {
-        const usize begin = file.heads[block] + head_bytes + 300;
+        const usize begin = file.heads[block] + record_head_bytes + 300;
         const usize end = std::min(begin + 512, file.ends[block]);
         recorded_options options(0, QRX_SEARCH);
         const bytes image = overwritten(file.image, begin, end - begin, 3);
@@ -108,8 +108,8 @@ TEST(api_search, two_adjacent_heads_lose_two_blocks)
         const sample_file file(3, flags);
         for (u32 block = 0; block + 2 < file.blocks(); ++block) {
             SCOPED_TRACE(block);
-            bytes image = overwritten(file.image, file.heads[block], head_bytes, 1);
-            image = overwritten(image, file.heads[block + 1], head_bytes, 2);
+            bytes image = overwritten(file.image, file.heads[block], record_head_bytes, 1);
+            image = overwritten(image, file.heads[block + 1], record_head_bytes, 2);
             recorded_options options(0, QRX_SEARCH);
             const reader_ptr reader = open_image(image, &options);
             EXPECT_EQ(intact_blocks(reader.get(), file.data), file.without({block, block + 1}));
@@ -125,8 +125,8 @@ TEST(api_search, two_adjacent_heads_lose_two_blocks)
 TEST(api_search, blocks_without_a_record_are_missing)
 {
     const sample_file file;
-    bytes image = overwritten(file.image, file.heads[1], head_bytes, 1);
-    image = overwritten(image, file.heads[2], head_bytes, 1);
+    bytes image = overwritten(file.image, file.heads[1], record_head_bytes, 1);
+    image = overwritten(image, file.heads[2], record_head_bytes, 1);
     recorded_options options(0, QRX_SEARCH);
     const reader_ptr reader = open_image(image, &options);
     read_range(reader.get(), mib, 10, QRX_BLOCK_MISSING);
@@ -154,7 +154,7 @@ TEST(api_search, each_flipped_bit_of_a_head_loses_no_block_but_the_last)
 {
     const sample_file file(2, QRX_SEAL);
     for (u32 block = 0; block < file.blocks(); ++block) {
-        for (u32 bit = 0; bit < 8 * head_bytes; ++bit) {
+        for (u32 bit = 0; bit < 8 * record_head_bytes; ++bit) {
             SCOPED_TRACE(testing::Message() << block << ", bit " << bit);
             bytes image = file.image;
             image[file.heads[block] + bit / 8] ^= static_cast<u8>(1U << bit % 8);
@@ -174,14 +174,14 @@ TEST(api_search, garbage_heads_after_a_wrong_size_are_dropped)
     const sample_file file(1);
     bytes image = file.image;
     // The size of record 1 leads to two false heads inside its payload.
-    const usize first = file.heads[1] + head_bytes + 1000;
+    const usize first = file.heads[1] + record_head_bytes + 1000;
     set_size(image, file.heads[1], 1000);
     set_size(image, first, 2000);
     image[first + 4] = 0;
-    const usize second = first + head_bytes + 2000;
+    const usize second = first + record_head_bytes + 2000;
     set_size(image, second, 3000);
     image[second + 4] = 0;
-    const usize third = second + head_bytes + 3000;
+    const usize third = second + record_head_bytes + 3000;
     set_size(image, third, 0xFFFFFFFF);
     expect_intact(image, file.data, file.without({1}));
 }
@@ -218,7 +218,7 @@ TEST(api_search, the_records_after_lost_or_added_bytes_are_numbered_from_the_end
     const sample_file file(3);
     for (const usize count : {usize{1}, usize{3}, usize{100}, usize{5000}}) {
         for (u32 block = 0; block + 1 < file.blocks(); ++block) {
-            const usize at = file.heads[block] + head_bytes + file.payload_size(block) / 3;
+            const usize at = file.heads[block] + record_head_bytes + file.payload_size(block) / 3;
             SCOPED_TRACE(testing::Message() << count << " bytes in block " << block);
             expect_intact(joined({slice(file.image, 0, at),
                                   slice(file.image, at + count, file.image.size())}),
@@ -272,8 +272,8 @@ TEST(api_search, records_in_any_order_are_numbered)
     usize head = header_bytes;
     for (const u32 block : order) {
         SCOPED_TRACE(block);
-        expect_intact(overwritten(good, head, head_bytes, 1), file.data, file.all());
-        head += head_bytes + file.payload_size(block);
+        expect_intact(overwritten(good, head, record_head_bytes, 1), file.data, file.all());
+        head += record_head_bytes + file.payload_size(block);
     }
 }
 
@@ -287,7 +287,8 @@ TEST(api_search, a_wrong_displacement_loses_no_block)
             recorded_options options(0, QRX_SEARCH);
             const reader_ptr reader = open_image(image, &options);
             for (u32 each = 0; each < file.blocks(); ++each)
-                ASSERT_EQ(block_info_of(reader.get(), each).offset, file.heads[each] + head_bytes)
+                ASSERT_EQ(block_info_of(reader.get(), each).offset,
+                          file.heads[each] + record_head_bytes)
                     << block << ", displacement byte " << wrong;
             EXPECT_NE(info_of(reader.get()).layout, QRX_OK);
         }
@@ -297,7 +298,7 @@ TEST(api_search, a_wrong_displacement_loses_no_block)
 TEST(api_search, part_of_a_seal_does_not_hide_the_records_before_it)
 {
     const sample_file file(2, QRX_SEAL);
-    bytes image = overwritten(file.image, file.heads[3], head_bytes, 1);
+    bytes image = overwritten(file.image, file.heads[3], record_head_bytes, 1);
     image.resize(image.size() - 2);
     expect_intact(image, file.data, file.all());
 }
@@ -308,8 +309,8 @@ TEST(api_search, records_are_found_across_the_windows_of_the_search)
     const bytes data = find_shape("random").make(3 * mib, 5);
     const bytes good = compressed(data, params_of(1, 0));
     for (usize shift = 0; shift < 8; ++shift) {
-        bytes image = overwritten(good, header_bytes, head_bytes, 1);
-        image.insert(image.begin() + header_bytes + head_bytes + 100, shift, u8{7});
+        bytes image = overwritten(good, header_bytes, record_head_bytes, 1);
+        image.insert(image.begin() + header_bytes + record_head_bytes + 100, shift, u8{7});
         expect_intact(image, data, shift == 0 ? block_list{0, 1, 2} : block_list{1, 2});
     }
 }
@@ -359,10 +360,10 @@ TEST(api_search, records_at_positions_with_one_hash_take_linear_time)
     bytes image = hostile_image(size, 100000, {0xFF});
     usize last = 0;
     u32 heads = 0;
-    for (usize at = 100; at + head_bytes < size; ++at) {
+    for (usize at = 100; at + record_head_bytes < size; ++at) {
         const u32 hash = static_cast<u32>(u64{at} * 0x9E3779B97F4A7C15 >> 32) % (1U << 18);
-        if (hash > 20000 || at < last + head_bytes) continue;
-        set_size(image, at, size - at - head_bytes);
+        if (hash > 20000 || at < last + record_head_bytes) continue;
+        set_size(image, at, size - at - record_head_bytes);
         image[at + 4] = 1;
         last = at;
         ++heads;
@@ -378,7 +379,7 @@ TEST(api_search, records_at_positions_with_one_hash_take_linear_time)
 TEST(api_search, the_memory_limit_holds)
 {
     const sample_file file;
-    const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
+    const bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
     const qrx_params params = params_of(2, 1);
     auto options = sized<qrx_options>();
     options.flags = QRX_SEARCH;
@@ -390,7 +391,7 @@ TEST(api_search, the_memory_limit_holds)
 TEST(api_search, whole_images_are_restored)
 {
     const sample_file file;
-    const bytes image = overwritten(file.image, file.heads[2], head_bytes, 1);
+    const bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
     recorded_options options(2, QRX_SEARCH | QRX_KEEP_DAMAGED);
     bytes restored(file.data.size());
     usize size = 0;

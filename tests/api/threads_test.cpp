@@ -44,15 +44,9 @@ struct cancelling_options : qrx_options {
     u32 events = 0;
 };
 
-/// Blocks that differ and are coded fast: a text, then zeros.
 bytes make_content(u32 count, u64 seed)
 {
-    bytes content(count * mib - 100);
-    for (u32 i = 0; i < count; ++i) {
-        const bytes text = find_shape("text").make(50000, seed * 100 + i);
-        std::copy(text.begin(), text.end(), content.begin() + static_cast<std::ptrdiff_t>(i * mib));
-    }
-    return content;
+    return text_in_each_block(count * mib - 100, 50000, seed * 100);
 }
 
 class interface_threads : public testing::TestWithParam<u32> {

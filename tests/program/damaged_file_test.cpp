@@ -11,9 +11,6 @@ const std::string too_short = std::string("103: read error. errno=0 '") + std::s
 constexpr const char* no_header = "104: file header. no quarnex format";
 constexpr const char* corrupted = "105: file is corrupted";
 
-constexpr usize header_bytes = 32;
-constexpr usize record_head_bytes = 5;
-
 /// Parameterized by number of workers.
 class damaged_file : public program_with_threads {
   protected:

@@ -1,5 +1,6 @@
 #include "schedules/samples.h"
 
+#include "common/bytes.h"
 #include "support/driver_runs.h"
 #include "support/handles.h"
 #include "support/qrx_file.h"
@@ -9,15 +10,9 @@
 namespace quarnex::test {
 namespace {
 
-/// Zeros with some text at the start of each block, so that blocks differ.
 bytes make_content(usize size, u64 seed)
 {
-    bytes content(size);
-    for (usize start = 0; start < size; start += mib) {
-        const bytes text = find_shape("text").make(std::min<usize>(size - start, 2000), seed++);
-        std::copy(text.begin(), text.end(), content.begin() + static_cast<std::ptrdiff_t>(start));
-    }
-    return content;
+    return text_in_each_block(size, 2000, seed);
 }
 
 } // namespace
@@ -123,22 +118,19 @@ bytes in_order(const bytes& image)
 
 bool is_start_of(const bytes& image, const bytes& expected)
 {
-    constexpr usize header = 32;
-    constexpr usize head = 5;
-    const usize known = std::min(image.size(), header);
+    const usize known = std::min(image.size(), header_bytes);
     if (!std::equal(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(known),
                     expected.begin()))
         return false;
     const auto parsed = parse_qrx(expected);
     if (!parsed) return false;
-    usize start = header;
-    for (i32 number = 0; image.size() >= start + head; ++number) {
-        const usize size = image[start] | usize{image[start + 1]} << 8 |
-                           usize{image[start + 2]} << 16 | usize{image[start + 3]} << 24;
+    usize start = header_bytes;
+    for (i32 number = 0; image.size() >= start + record_head_bytes; ++number) {
+        const usize size = load_u32(&image[start]);
         const u8 displacement = image[start + 4];
         const i32 distance = displacement >> 1;
         const i32 block = number + ((displacement & 1) != 0 ? -distance : distance);
-        start += head;
+        start += record_head_bytes;
         if (block < 0 || static_cast<usize>(block) >= parsed->records.size()) return false;
         const bytes& payload = parsed->records[static_cast<usize>(block)].payload;
         const usize there = std::min(size, image.size() - start);

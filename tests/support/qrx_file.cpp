@@ -7,9 +7,6 @@
 namespace quarnex::test {
 namespace {
 
-constexpr usize header_bytes = 32;
-constexpr usize record_head_bytes = 5;
-
 /// Appends the low `count` bytes of `value`, little-endian.
 void append(bytes& image, u64 value, usize count)
 {

@@ -7,6 +7,9 @@
 
 namespace quarnex::test {
 
+inline constexpr usize header_bytes = 32;
+inline constexpr usize record_head_bytes = 5;
+
 /// The fields of a file header.
 struct qrx_header {
     u64 original_size = 0;

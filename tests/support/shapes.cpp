@@ -1,6 +1,7 @@
 #include "support/shapes.h"
 
 #include "common/bytes.h"
+#include "support/mib.h"
 
 #include <algorithm>
 #include <array>
@@ -210,6 +211,16 @@ const shape& find_shape(const std::string& name)
         if (candidate.name == name) return candidate;
     }
     std::abort();
+}
+
+bytes text_in_each_block(usize size, usize text_size, u64 seed)
+{
+    bytes content(size);
+    for (usize start = 0; start < size; start += mib) {
+        const bytes text = find_shape("text").make(std::min(size - start, text_size), seed++);
+        std::copy(text.begin(), text.end(), content.begin() + static_cast<std::ptrdiff_t>(start));
+    }
+    return content;
 }
 
 } // namespace quarnex::test

@@ -72,4 +72,8 @@ const std::vector<shape>& all_shapes();
 /// Returns the shape `name`, which must exist.
 const shape& find_shape(const std::string& name);
 
+/// Returns `size` bytes for blocks of 1 MiB that differ and are coded fast: zeros after `text_size`
+/// bytes of text in each block.
+bytes text_in_each_block(usize size, usize text_size, u64 seed);
+
 } // namespace quarnex::test
