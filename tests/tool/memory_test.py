@@ -56,8 +56,15 @@ class MemoryTest(ToolTest):
             (self.dir / name).mkdir(exist_ok=True)
 
     def assert_close(self, measured, expected, what):
-        self.assertLessEqual(abs(measured - expected), TOLERANCE * expected,
+        difference = measured - expected
+        if difference < 0 and self.is_32bit():
+            return  # smaller tables; the README's are those of 64-bit systems
+        self.assertLessEqual(abs(difference), TOLERANCE * expected,
                              f"{what}: {measured:.0f} MiB, README: {expected} MiB")
+
+    def is_32bit(self):
+        with open(os.environ["QUARNEX_PROGRAM"], "rb") as program:
+            return program.read(5) == b"\x7fELF\x01"
 
     def test_every_level_is_in_the_table(self):
         self.assertEqual(sorted(table_of_readme()), list(range(10)))
