@@ -86,15 +86,15 @@ inline bytes repeated(std::span<const u8> content, usize size)
 qrx_params take_params(input_bytes& input);
 /// Returns the 6 bytes of parameters that take_params() reads.
 bytes params_input(u8 method, u8 level, u8 filter = 0);
-/// Returns the parameters that take_params() makes of these bytes.
+/// Returns the parameters that take_params() makes from these bytes.
 qrx_params params_of(u8 method, u8 level, u8 filter);
 
-/// Two low bits of a control byte: the content is repeated to 1: 1 MiB + 5 bytes, 2: 2 MiB,
-/// 3: 2 MiB + 100 bytes.
+/// The two low bits of a control byte: how far the content is repeated.  0: not at all, 1: to
+/// 1 MiB + 5 bytes, 2: to 2 MiB, 3: to 2 MiB + 100 bytes.
 inline constexpr u8 repeats_mask = 3;
 
-/// Returns the rest of an input as content, repeated as `control` requests.  Slow levels get only
-/// what the input has.
+/// Returns the rest of an input as content, repeated as `control` requests.  For slow levels it is
+/// not repeated.
 bytes take_content(const input_bytes& input, const qrx_params& params, u8 control);
 
 /// Returns the image that qrx_compress() makes.

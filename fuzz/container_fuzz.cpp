@@ -28,7 +28,7 @@ constexpr u8 any_block_mb = 1;
 constexpr u8 both_bounded = 2;
 constexpr u8 with_workers = 4;
 
-/// The state that all runs share; limits the size of files.
+/// Returns the state that all runs share.  The first call limits the size of files.
 driver_files& shared_files()
 {
     static driver_files shared;
@@ -41,7 +41,7 @@ driver_files& shared_files()
     return shared;
 }
 
-/// Returns the original size from the header of `image`; 0 without a valid one.
+/// Returns the original size from the header of `image`; 0 if the header is invalid.
 u64 original_size_of(const bytes& image)
 {
     std::array<u8, file_header_bytes> head;

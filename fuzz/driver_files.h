@@ -8,7 +8,7 @@ namespace quarnex::fuzz {
 
 /// State that all runs of a target share.
 struct driver_files {
-    /// Discards all that is printed.  libFuzzer and the sanitizers don't print through stdio.
+    /// Discards the output of stdio, which libFuzzer and the sanitizers don't use.
     driver_files()
     {
         stdout = std::fopen("/dev/null", "w");

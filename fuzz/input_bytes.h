@@ -1,4 +1,4 @@
-// fuzz/input_bytes.h - reads numbers and bytes of an input
+// fuzz/input_bytes.h - takes numbers and bytes from an input
 #pragma once
 
 #include "common/types.h"
@@ -8,7 +8,7 @@
 
 namespace quarnex::fuzz {
 
-/// Takes numbers from the start of an input; zeros past its end.
+/// Takes numbers and bytes from the start of an input; numbers past its end are zero.
 class input_bytes {
   public:
     explicit input_bytes(std::span<const u8> input) : left_(input) {}

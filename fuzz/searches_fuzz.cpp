@@ -114,8 +114,8 @@ std::vector<search_step> take_steps(input_bytes& input)
     return steps;
 }
 
-/// Makes the same calls of a search and of the trie, and compares the results.  A tree takes each
-/// position once.
+/// Calls the same functions of a search and the trie, and compares the results.  A tree accepts
+/// each position only once.
 template <class Search, bool Returns>
 class compared_search {
   public:

@@ -158,9 +158,9 @@ check_words() {
     python3 "$root/scripts/check_words" "$root" || fail "say these in plainer words"
 }
 
-# refuse_partial CSV_FILE OPTIONS: fails if the file is one of the tables in docs/results/, which hold full runs.
+# refuse_partial CSV_FILE OPTIONS: fails if the file is in docs/results/, whose tables hold full runs only.
 refuse_partial() {
-    [[ $(realpath -m "$1") != "$(realpath "$root")"/docs/results/* ]] ||
+    [[ $(dirname "$(realpath -m "$1")") != "$(realpath "$root")/docs/results" ]] ||
         fail "$1 is for full runs: with $2, --csv needs a file elsewhere"
 }
 

@@ -65,7 +65,7 @@ def work_folder():
 
 
 def installed(settings):
-    """Yields the pairs of tool and setting whose tool is installed, and prints the names of the others."""
+    """Yields the (tool, setting) pairs whose tool is installed, and prints the names of missing tools."""
     for tool, setting in settings:
         if shutil.which(program_of(tool)) is None:
             print(f"{tool} isn't installed: left out", flush=True)

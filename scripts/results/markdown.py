@@ -1,17 +1,17 @@
-"""Tables and paragraphs of Markdown."""
+"""Markdown tables and paragraphs."""
 
 import textwrap
 
 
 def markdown_table(head, rows):
-    """Returns the lines of a table of any values."""
+    """Returns a table as text; cells may have any type."""
     lines = ["| " + " | ".join(str(cell).replace("|", "\\|") for cell in line) + " |\n" for line in (head, *rows)]
     lines.insert(1, "|---" * len(head) + "|\n")
     return "".join(lines).replace("|  |", "| |")
 
 
 def wrapped(text, width=120):
-    """Wraps paragraphs and items of lists; tables and pictures stay as they are."""
+    """Wraps paragraphs and list items; tables and images stay as they are."""
     lines = []
     for line in text.split("\n"):
         if len(line) <= width or line.startswith(("|", "!")):

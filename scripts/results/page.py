@@ -58,13 +58,13 @@ seconds run once.
 
 {plot("compress", "Ratio against compression speed")}
 {plot("decompress", "Ratio against decompression speed")}
-A cell is on the front if no other cell is at least as good in both ratio and speed, and better in one. In the tables, \
-`c` marks the front of compression, `d` that of decompression; qrx and the others have a front each.
+A cell is on the Pareto front if no other cell is at least as good in both ratio and speed, and better in one. In the \
+tables, `c` marks the front for compression, `d` that for decompression; qrx and the others have separate fronts.
 
 ### All cells of qrx
 
 {points_table(sorted(ours, key=lambda p: p.setting), fronts)}
-### Others
+### Other compressors
 
 {points_table(peers, fronts)}
 ### Ratio by file
@@ -152,12 +152,12 @@ process. \
 It includes about 5 MiB of program and libraries and, when decompressing, an output buffer of one block; neither is \
 part of the bound. The input is noise in which few bytes repeat, so it fills all buffers and no block is \
 stored. All figures are for method 5; the others need less, up to a block when decompressing. At level 9 the bound \
-includes the address space that is reserved for the search tree, most of which is never used. Small files need less, \
+includes the whole address range reserved for the trie, most of which is never used. Small files need less, \
 and `-b` and `--memory-limit` reduce the memory.
 
 {plot("memory", "Peak memory of qrx by level, one and two workers")}
 {markdown_table(("level", "compress, 1 worker", "2 workers", "decompress, 1 worker", "2 workers"), table)}
-### Others, one thread
+### Other compressors, one thread
 
 {markdown_table(("", "compress MiB", "decompress MiB"),
                 [(f"{tool} {setting}", cost["compress"], cost["decompress"])
@@ -173,7 +173,7 @@ def small_files_section(rows):
               *seconds(row, "decompress")) for row in rows]
     return f"""\
 A generated tree of {int(rows[0]['files']):,} text files, {int(rows[0]['original_bytes']) / 1e6:.1f} MB in all. Either \
-each file is compressed to a file of its own (`-r`; xz gets the names from `find`), or the tree is packed by tar. All \
+each file is compressed separately (`-r`; xz gets the names from `find`), or the tree is packed with tar. All \
 programs use their default number of threads. Files are in memory (tmpfs), where flushing to disk is free; elsewhere \
 it takes much of the time of qrx, the only program that flushes (unless `--no-sync` is given). The fastest of 3 \
 runs counts.
@@ -202,13 +202,13 @@ def damage_section(rows):
     edits = [(edit, *(share(count[sealed], count[f"edits {sealed}"]) for sealed in ("yes", "no")))
              for edit, count in by_edit.items()]
     return f"""\
-Files are damaged by random edits and then checked by their own test (`qrx -t`, `zstd -t` and so on). *Noticed*: the \
-test fails. *Harmless*: it passes, and the original is restored. *Silent*: it passes, but other bytes are restored. A \
-file is sealed if it ends with a checksum, as files of qrx do by default; quarnex writes none. In other formats, \
-sealed means with a checksum.
+Files are damaged by random edits and then checked by the test of their format (`qrx -t`, `zstd -t` and so on). \
+*Noticed*: the test fails. *Harmless*: it passes, and the original is restored. *Silent*: it passes, but other bytes \
+are restored. A file is sealed if it ends with a checksum, as files of qrx do by default; quarnex writes none. In \
+other formats, *sealed* means that the file has a checksum.
 
-{markdown_table(("format", "sealed", *outcomes, "share silent"), table)}
-Share of silent edits in files of qrx, by kind of edit:
+{markdown_table(("format", "sealed", *outcomes, "silent share"), table)}
+Share of edits to files of qrx that are silent, by kind of edit:
 
 {markdown_table(("edit", "sealed", "unsealed"), edits)}"""
 
@@ -231,7 +231,8 @@ def faults_section(rows):
     return f"""\
 Each fault is injected in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
 no partial file that isn't documented, prints the documented message (one line with the name of the file, unless \
-even memory for names is missing), ends with the documented status, and changes no other file. The figures are numbers of good runs; `-` means that the fault can't happen there.
+even memory for names is missing), ends with the documented status, and changes no other file. The figures are \
+numbers of good runs; `-` means that the fault can't happen there.
 
 {markdown_table(("fault", *(f"{program} {operation}" for program, operation in columns)), table)}
 {list_text("Wrong:", wrong)}{list_text("Notes:", notes)}"""
@@ -250,7 +251,7 @@ def fault_cell(counts):
 def schedules_section(rows):
     return f"""\
 Random schedules: threads yield at random (from a seed) where they lock, wait and signal; the thread sanitizer checks \
-each run. Stress: 16 workers with blocks of 1 MiB compress and restore files for a long time.
+each run. Stress: 16 workers compress and restore files in blocks of 1 MiB for the time in the table.
 
 {markdown_table(("kind", "runs", "seconds", "faults", "note"),
                 [(row["kind"], f"{int(row['runs']):,}", f"{float(row['seconds']):,.0f}", row["faults"], row["note"])
@@ -269,7 +270,7 @@ def fuzz_coverage_section(rows):
                 sum(value for (what, _), value in cells.items() if what == "regions"))
                for name, cells in table.items()]
     return f"""\
-Regions of `src/` that the corpus of all fuzz targets together reaches, by directory, and that each target reaches. A \
+Regions of `src/` that the corpora reach: those of all fuzz targets together, by directory, and that of each target. A \
 region is a piece of code without branches, as counted by llvm-cov.
 
 {markdown_table(("directory", "regions", "reached", "share"),
@@ -284,8 +285,8 @@ def fuzz_hours_section(rows):
     rows = sorted(rows, key=lambda row: row["target"] == "all")  # the sums at the end
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
-system, all others with the sanitizers for addresses and undefined behavior. Faults are counted in each run that \
-ended with one: all were mended and are tests now, except for that of `filters.msan`, which was in libFuzzer's own \
+system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
+ended. All faults are fixed and have regression tests, except for that of `filters.msan`, which was in libFuzzer's own \
 code.
 
 """ + markdown_table(
@@ -296,8 +297,8 @@ code.
 
 def payloads_section(rows):
     return """\
-The same files, compressed by programs of different compilers, optimization levels and systems and with different \
-numbers of workers, have the same payloads. The digest covers all of them.
+The same files have the same payloads, whichever compiler, optimization level and system the program was built with or \
+for, and with any number of workers. The digest covers all payloads.
 
 """ + markdown_table(("variant", "cells", "files", "digest", "equal"),
                      [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", row["equal"])
@@ -306,7 +307,7 @@ numbers of workers, have the same payloads. The digest covers all of them.
 
 def reproducible_section(rows):
     return """\
-The same commit, built twice in different directories, gives the same bytes. The figures are digests (SHA-256).
+The same commit, built twice in different environments, gives the same bytes. Digests are the start of SHA-256.
 
 """ + markdown_table(("artifact", "first", "second", "equal"),
                      [(f"`{row['artifact']}`", f"`{row['first'][:16]}`", f"`{row['second'][:16]}`",
@@ -358,8 +359,9 @@ def rendered(tables):
 
 def source_text(name, parts, runs, measured):
     command = [f"`scripts/report {part}{' FOLDER' if part in ('speed', 'threads') else ''}`" for part in parts]
-    own = "" if name in OURS else f", which runs {' and '.join(f'`{command_text(part)}`' for part in parts)}"
-    dates = [f"{runs[part]['date']} at commit {runs[part]['commit']}" for part in parts if part in runs]
+    verb = "run" if len(parts) > 1 else "runs"
+    own = "" if name in OURS else f", which {verb} {' and '.join(f'`{command_text(part)}`' for part in parts)}"
+    dates = dict.fromkeys(f"{runs[part]['date']} at commit {runs[part]['commit']}" for part in parts if part in runs)
     how = f"Command: {' and '.join(command)}{own}."
     table = f" Table: [{name}.csv]({name}.csv)." if measured else ""
     return (f"Measured on {'; '.join(dates)}. " if measured and dates else "") + how + table + "\n"

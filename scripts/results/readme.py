@@ -25,7 +25,7 @@ def presets():
 
 
 def files_text(rows):
-    """Names the measured files, or the corpus that they are from."""
+    """Names the measured files or their corpus."""
     sizes = {row["file"]: int(row["original_bytes"]) for row in rows}
     total = f"{sum(sizes.values()) / 1e6:.1f} MB"
     if sizes == SILESIA:

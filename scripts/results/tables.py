@@ -18,7 +18,7 @@ COLUMNS = {
     "faults": "program,operation,fault,workers,runs,result,note",
     "schedules": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
-    "fuzz_runs": "time,target,status,user_s,system_s,executions,faults",  # the times are Unix time and seconds
+    "fuzz_runs": "time,target,status,user_s,system_s,executions,faults",  # time: Unix time; *_s: seconds
     "fuzz_hours": "target,processor_hours,executions,faults",
     "payloads": "variant,cells,files,digest,equal",
     "reproducible": "artifact,first,second,equal",
@@ -53,7 +53,7 @@ def write_table(path, name, rows):
 
 
 def refuse_partial(path, is_partial, options):
-    """Exits if a run with options that reduce what it measures would write one of the tables in docs/results/."""
+    """Exits if a run that measures only a part of a table would replace one in docs/results/."""
     if path and is_partial and pathlib.Path(path).resolve().parent == DEFAULT_FOLDER.resolve():
         raise SystemExit(f"{path} is for full runs: with {options}, --csv needs a file elsewhere")
 

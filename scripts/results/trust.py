@@ -6,8 +6,8 @@ from temp_dir import run_command
 
 from .tables import ROOT
 
-# Each part: the table, and the command, in which {csv} is the table's file.  Those without it always write to
-# docs/results/.
+# Each part: the table, and the command, in which {csv} is the table's file.  Commands without {csv} always write
+# to docs/results/.
 COMMANDS = {
     "damage": ("damage", ["scripts/check_damage", "--csv", "{csv}"]),
     "faults": ("faults", ["scripts/check_faults", "--csv", "{csv}"]),
@@ -32,7 +32,7 @@ def command_text(part):
 
 
 def writes_anywhere(part):
-    """Whether the command can write to another folder than docs/results/."""
+    """Whether the command can write to a folder other than docs/results/."""
     return "{csv}" in COMMANDS[part][1]
 
 

@@ -40,8 +40,8 @@ int write_output(void* context, uint64_t offset, const void* src, size_t size)
     return static_cast<output_file*>(context)->write_at(offset, src, size);
 }
 
-/// Returns the number of threads for a reader.  With a memory limit it depends on the header of the
-/// file, so that is read first.
+/// Returns the number of threads for a reader.  With a memory limit it depends on the header, which
+/// is read first.
 uint32_t reader_threads(const session& run, const path& name, const qrx_source& source,
                         uint32_t flags)
 {
@@ -183,7 +183,7 @@ uint32_t choose_threads(const session& run, const path& name, const qrx_params& 
             ? run.settings.threads
             : std::clamp(std::thread::hardware_concurrency(), 1U, QRX_MAX_THREADS);
     const uint64_t limit = run.settings.memory_limit;
-    // The library doesn't use a thread for a single block.
+    // The library starts no thread for a single block.
     if (limit == 0 || size <= uint64_t{params.block_mib} << 20) return wanted;
     uint32_t threads = wanted;
     while (threads != 0 && needed(&params, threads) > limit) --threads;

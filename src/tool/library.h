@@ -67,9 +67,9 @@ std::string fault_text(const qrx_event& fault, const qrx_info& info);
 /// Describes the failure of a library call, by its event if it reported one.
 std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info = {});
 
-/// Returns the number of threads for an original of `size` bytes: that wanted, or a lower one
-/// within the memory limit, with a warning.  `needed` returns the memory for a number of threads.
-/// 0: the caller's thread does the work.
+/// Returns the number of threads for an original of `size` bytes: the requested number, or after a
+/// warning the largest that fits the memory limit.  0: the caller's thread does the work.  `needed`
+/// returns the memory for a number of threads.
 using memory_function = uint64_t (*)(const qrx_params* params, uint32_t threads);
 uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
                         uint64_t size, memory_function needed);

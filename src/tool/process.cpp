@@ -12,7 +12,7 @@ void release_freed_memory()
 {
 #if defined(__GLIBC__)
     constexpr int initial_threshold = 128 << 10;
-    mallopt(M_MMAP_THRESHOLD, initial_threshold); // a set threshold doesn't adapt
+    mallopt(M_MMAP_THRESHOLD, initial_threshold); // setting it stops its adaptation
 #endif
 }
 

@@ -12,8 +12,9 @@ namespace tool {
 /// is an error instead of a signal.
 void prepare_process();
 
-/// Makes free() return large blocks to the system at once.  By default, glibc adapts to them: then
-/// it allocates such blocks in the heap, and keeps up to 64 MiB there.
+/// Makes free() return large blocks to the system at once.  By default, glibc raises its mmap
+/// threshold to the size of a freed block, allocates later ones on the heap, and keeps up to 64 MiB
+/// of free memory there.
 void release_freed_memory();
 
 /// Names the file that interruption removes, instead of an earlier one; an empty name for none.

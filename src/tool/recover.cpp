@@ -22,7 +22,7 @@ constexpr uint64_t header_bytes = 32;
 constexpr size_t head_bytes = 5;
 constexpr size_t zero_bytes = size_t{1} << 16;
 
-/// Bytes that are decoded at a time.
+/// Number of bytes decoded per call.
 constexpr size_t part_bytes = size_t{1} << 20;
 
 /// A record of which the end of the file cuts off a part.

@@ -13,7 +13,7 @@
 namespace tool {
 namespace {
 
-/// Bytes that are decoded at a time.
+/// Number of bytes decoded per call.
 constexpr size_t part_bytes = size_t{1} << 20;
 
 /// Number of pieces without -n and --blocks.
@@ -112,7 +112,7 @@ class splitting {
         run_.progress.set_compressed(info().file_size);
         std::vector<char> part(part_bytes);
         uint64_t done = 0;
-        do { // once for an empty original too, whose seal is checked
+        do { // once even for an empty original, to check its seal
             const auto block = static_cast<size_t>(done / info().block_size);
             const uint64_t left = offset_of(block + 1) - done;
             size_t got = 0;
@@ -129,7 +129,7 @@ class splitting {
         return reopen();
     }
 
-    /// Opens the file anew, which frees the buffers of its decoded blocks.
+    /// Reopens the file, which frees the reader's buffers of decoded blocks.
     int reopen()
     {
         const qrx_source source = input_.input.source();

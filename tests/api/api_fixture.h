@@ -22,7 +22,7 @@ inline qrx_params params_of(u32 method, u32 level)
     return params;
 }
 
-/// The same with small tables: fast, and with small allocations.
+/// Returns the same with small tables, which are fast and need little memory.
 inline qrx_params small_params_of(u32 method, u32 level)
 {
     qrx_params params = params_of(method, level);
@@ -74,7 +74,7 @@ inline bytes sample_data(u32 blocks, usize more = 12345)
     return data;
 }
 
-/// Compresses to an image; expects a status.  The image is empty on failure.
+/// Returns a compressed image, empty on failure.  Expects the status `expected`.
 inline bytes compressed(const bytes& data, const qrx_params& params, const qrx_options& options,
                         qrx_status expected = QRX_OK)
 {
@@ -92,7 +92,7 @@ inline bytes compressed(const bytes& data, const qrx_params& params, u32 flags =
     return compressed(data, params, recorded_options(threads, flags));
 }
 
-/// Decompresses an image to a buffer of `capacity` bytes; expects a status.
+/// Decompresses an image into a buffer of `capacity` bytes.  Expects the status `expected`.
 inline bytes restored(const bytes& image, usize capacity, const qrx_options& options,
                       qrx_status expected = QRX_OK)
 {

@@ -84,9 +84,9 @@ TEST(system_allocator, reserved_memory_is_usable_where_it_is_committed)
     release(memory, size, memory_kind::reserved);
 }
 
-TEST(system_allocator, returns_null_for_more_than_the_address_space_has)
+TEST(system_allocator, returns_null_for_nearly_the_whole_address_space)
 {
-    // A 32-bit process can have half of its addresses in one piece.
+    // A 32-bit process may get half of its address space in one allocation.
     constexpr usize too_much = SIZE_MAX - (usize{1} << 20);
     for (const memory_kind kind : {memory_kind::plain, memory_kind::zeroed,
                                    memory_kind::large_pages, memory_kind::reserved}) {

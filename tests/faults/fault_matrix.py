@@ -9,8 +9,8 @@ with the documented exit status and one message that names the file; incomplete 
 only where the documentation says so; other files must be right or unchanged; and the same run
 without the fault must succeed afterwards.  --quick takes a few runs of each cell with 0 and 2
 workers instead of every call that can fail.  --only selects cells by a regular expression for
-"FAULT, PROGRAM, OPERATION, WORKERS".  --csv replaces a table; those in docs/results/ only without
---quick and --only.  Fails if a cell is wrong.
+"FAULT, PROGRAM, OPERATION, WORKERS".  --csv replaces a table; one in docs/results/ needs a full
+run, without --quick and --only.  Fails if a cell is wrong.
 """
 
 import argparse
@@ -214,7 +214,7 @@ def try_cells(cells, given, folder):
 
 
 def leave_signals_to_parent():
-    """In a process of the pool, whose files the parent removes."""
+    """Initializes a process of the pool: the parent handles signals, and removes its files."""
     signal.signal(signal.SIGINT, signal.SIG_IGN)
     signal.signal(signal.SIGTERM, signal.SIG_DFL)
 

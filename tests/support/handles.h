@@ -1,4 +1,4 @@
-// support/handles.h - owning pointers to the handles of qrx.h, and its structures
+// support/handles.h - owning pointers to the handles of qrx.h, and initialized structures
 #pragma once
 
 #include "qrx.h"
@@ -7,7 +7,7 @@
 
 namespace quarnex::test {
 
-/// Deleter for handles of each kind.
+/// Deleter for all kinds of handles.
 struct close_handle {
     void operator()(qrx_reader* reader) const { qrx_reader_close(reader); }
     void operator()(qrx_writer* writer) const { qrx_writer_close(writer); }

@@ -30,7 +30,7 @@ inline bytes joined(std::initializer_list<bytes> parts)
     return all;
 }
 
-/// Returns `size` bytes of `data` from `offset` on, or all that there are.
+/// Returns `size` bytes of `data` from `offset` on, or as many as there are.
 inline bytes slice(const bytes& data, usize offset, usize size)
 {
     const auto begin = data.begin() + static_cast<std::ptrdiff_t>(std::min(offset, data.size()));
@@ -72,8 +72,8 @@ const std::vector<shape>& all_shapes();
 /// Returns the shape `name`, which must exist.
 const shape& find_shape(const std::string& name);
 
-/// Returns `size` bytes for blocks of 1 MiB that differ and are coded fast: zeros after `text_size`
-/// bytes of text in each block.
+/// Returns `size` bytes that are coded fast: each block of 1 MiB is `text_size` bytes of text
+/// that differ from block to block, then zeros.
 bytes text_in_each_block(usize size, usize text_size, u64 seed);
 
 } // namespace quarnex::test

@@ -142,12 +142,12 @@ class Cat(ToolTest):
         return resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime - before
 
     def min_cpu_seconds(self, limit, *args):
-        least = math.inf
+        minimum = math.inf
         for _ in range(10):
-            least = min(least, self.cpu_seconds(*args))
-            if least < limit:
+            minimum = min(minimum, self.cpu_seconds(*args))
+            if minimum < limit:
                 break
-        return least
+        return minimum
 
     def test_only_the_blocks_of_the_range_are_decoded(self):
         # Literals of six bits take longest to decode.
@@ -156,7 +156,7 @@ class Cat(ToolTest):
         whole = self.cpu_seconds("plain.qrx")
         for form, blocks in (("0:10", 1), ("5M+10", 1), (":2M", 2), ("3M+2M", 2), ("7M:", 1)):
             for options in ([], ["-q", "--memory-limit", "500M"]):
-                # The least of several runs: another load of the machine only adds to the time.
+                # The minimum of several runs: other load on the machine only adds to the time.
                 limit = whole * (blocks + 2) / 8
                 taken = self.min_cpu_seconds(limit, "-T4", *options, "--range", form, "plain.qrx")
                 self.assertLess(taken, limit, (form, options))

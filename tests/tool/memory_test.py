@@ -58,7 +58,7 @@ class MemoryTest(ToolTest):
     def assert_close(self, measured, expected, what):
         difference = measured - expected
         if difference < 0 and self.is_32bit():
-            return  # smaller tables; the README's are those of 64-bit systems
+            return  # the README has the figures of 64-bit systems, whose tables are larger
         self.assertLessEqual(abs(difference), TOLERANCE * expected,
                              f"{what}: {measured:.0f} MiB, README: {expected} MiB")
 
@@ -106,7 +106,7 @@ class MemoryLimitTest(ToolTest):
 
     def setUp(self):
         super().setUp()
-        # Bytes of seven random bits: a payload has seven eighths of its block.
+        # Bytes of seven random bits: a payload has seven eighths of the size of its block.
         halved = bytes(value & 0x7F for value in range(256))
         with open(self.dir / "noise", "wb") as noise:
             for seed in range(48):
@@ -157,7 +157,7 @@ class MemoryLimitTest(ToolTest):
         self.check(self.LIMIT, "recover", "-o", "recovered", "noise.qrx")
         self.assertEqual(self.get("recovered"), self.get("noise"))
 
-    def test_decompressing_without_a_limit_takes_no_further_block(self):
+    def test_decompressing_without_a_limit_needs_no_extra_block(self):
         self.make_compressed()
         peak = peak_of(self, QRX, "-d", "-f", "-q", "-T1", "noise.qrx")
         self.assertLessEqual(peak, self.LIMIT + UNCOUNTED)

@@ -18,7 +18,7 @@ def temp_dir(prefix):
 
 
 def exit_on_signals():
-    """Makes signals raise SystemExit, so that each `with temp_dir()` ends; ignored signals stay ignored."""
+    """Makes signals raise SystemExit, so that `with temp_dir()` removes its directory; ignored signals stay ignored."""
     for number in SIGNALS:
         if signal.getsignal(number) != signal.SIG_IGN:
             signal.signal(number, exit_once)
