@@ -53,7 +53,7 @@ class Names(ToolTest):
     def test_devices(self):
         self.put("f", b"content")
         self.qrx("f")
-        self.assertIn(b"not a regular file", self.qrx("-f", "-o", "NUL", "f", status=1).stderr)
+        self.assertIn(b"isn't a regular file", self.qrx("-f", "-o", "NUL", "f", status=1).stderr)
         self.assertEqual(self.original(self.qrx("-c", "NUL").stdout), b"")
         self.assertEqual(self.files(), ["f", "f.qrx"])
 
@@ -71,7 +71,7 @@ class Names(ToolTest):
     def test_outputs_that_differ_by_case(self):
         self.make_tree({"a/\u00c4.txt": b"one", "b/\u00e4.TXT": b"two"})
         done = self.qrx("-f", "-C", "out", "a/\u00c4.txt", "b/\u00e4.TXT", status=1)
-        self.assertIn(b"has the same output as another file", done.stderr)
+        self.assertIn(b"has the same output as another source", done.stderr)
         self.assertEqual(self.original(self.get("out/\u00c4.txt.qrx")), b"one")
 
     def test_names_longer_than_260(self):
