@@ -8,9 +8,6 @@ namespace {
 /// Damaged headers can claim longer blocks, but those have no records.
 constexpr uint64_t max_block = uint64_t{2047} << 20;
 
-/// Bytes per call while the reader decodes ahead, and with a memory limit.
-constexpr uint64_t small_part = uint64_t{1} << 20;
-
 /// Largest number of bytes per call that decodes several blocks.
 constexpr uint64_t large_part = uint64_t{1} << 30;
 
@@ -55,7 +52,7 @@ class range_writer {
         const bool is_limited = run_.settings.memory_limit != 0 || info_.block_size > max_block;
         // Otherwise whole blocks are decoded in place, and those of one call in parallel.
         const bool is_small = is_limited || may_read_ahead(position);
-        return std::min(range_.last - position, is_small ? small_part : large_part);
+        return std::min(range_.last - position, is_small ? part_bytes : large_part);
     }
 
     int write()
@@ -63,6 +60,7 @@ class range_writer {
         std::unique_ptr<char[]> buffer;
         uint64_t room = 0;
         uint64_t position = range_.first;
+        qrx_status seal = QRX_OK;
         do { // once for an empty original too, whose seal is checked
             const uint64_t part = part_at(position);
             if (part > room || !buffer) {
@@ -78,9 +76,12 @@ class range_writer {
             if (error != 0) return fail(dest_.name, system_error_text(error), exit_failed);
             dest_.offset += got;
             position += got;
-            if (result != QRX_OK) return fail_damaged(result);
+            if (result == QRX_CHECKSUM_MISMATCH)
+                seal = result; // reported with the first part of the last block
+            else if (result != QRX_OK)
+                return fail_damaged(result);
         } while (position < range_.last);
-        return exit_good;
+        return seal == QRX_OK ? exit_good : fail_damaged(seal);
     }
 
     /// A reader decodes ahead while each call starts where the previous one ended.  An empty call

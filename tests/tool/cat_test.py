@@ -117,13 +117,15 @@ class Cat(ToolTest):
         self.assertEqual(self.range("1:3", "long.qrx"), b"on")
 
     def test_seal_of_whole_files(self):
-        for content in (b"", long_text(3 * MIB)):
-            image = self.make("plain", content)
+        for content, block in ((b"", "-b1"), (long_text(3 * MIB + 5), "-b4"),
+                               (long_text(3 * MIB), "-b1")):
+            image = self.make("plain", content, block)
             self.put("wrong.qrx", image[:-1] + bytes([image[-1] ^ 1]))
-            done = self.qrx("cat", "wrong.qrx", status=2)
-            self.assertEqual(done.stdout, content)
-            self.assertEqual(len(done.stderr.splitlines()), 1)
-            self.qrx("-dc", "wrong.qrx", status=2)
+            for command in ("cat", "-dc"):
+                for options in ([], ["-T1"], ["-T4"], ["--memory-limit=500M"]):
+                    done = self.qrx(command, *options, "wrong.qrx", status=2)
+                    self.assertEqual(done.stdout, content, (command, block, options))
+                    self.assertEqual(len(done.stderr.splitlines()), 1)
         self.assertEqual(self.range("5:10", "wrong.qrx"), long_text(3 * MIB)[5:10])
         self.put("open.qrx", without_seal(self.get("plain.qrx")))
         self.assertEqual(self.qrx("cat", "open.qrx").stdout, long_text(3 * MIB))
