@@ -15,11 +15,6 @@
 namespace tool {
 namespace {
 
-// Sizes of a .qrx file's parts in addition to the payloads.
-constexpr uint64_t header_bytes = 32;
-constexpr uint64_t record_head_bytes = 5;
-constexpr uint64_t seal_bytes = 4;
-
 /// Bytes at the start of a file that determine its type.
 constexpr size_t sample_bytes = size_t{1} << 20;
 
@@ -110,7 +105,7 @@ class measurement {
 
     uint64_t compressed_size() const
     {
-        uint64_t size = header_bytes + seal_bytes;
+        uint64_t size = file_header_bytes + seal_bytes;
         for (const block& each : blocks_) size += record_head_bytes + each.payload_size;
         return size;
     }

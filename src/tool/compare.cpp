@@ -6,8 +6,6 @@
 namespace tool {
 namespace {
 
-constexpr size_t part_bytes = size_t{1} << 20;
-
 int report(const session& run, const path& name, const std::string& text, int status)
 {
     run.progress.end();

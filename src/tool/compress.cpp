@@ -17,7 +17,6 @@ namespace {
 constexpr size_t sample_bytes = size_t{1} << 20;
 
 /// Bytes of the header of a .qrx file.
-constexpr size_t header_bytes = 32;
 
 /// Reads the parameters from the header of an existing .qrx file (--like).  Reports failures and
 /// returns the exit status.
@@ -29,7 +28,7 @@ int read_like(const session& run, qrx_params& params)
         return status;
     };
     input_file file;
-    std::array<char, header_bytes> header{};
+    std::array<char, file_header_bytes> header{};
     size_t got = 0;
     int error = file.open(name);
     if (error == 0) error = file.read(header.data(), header.size(), got);
@@ -124,8 +123,10 @@ class compression {
     int read_start()
     {
         const uint64_t block = uint64_t{params_.block_mib} << 20;
+        const uint64_t limit = run_.settings.memory_limit;
+        const uint64_t most = limit != 0 ? std::min(block, limit) : block;
         const uint64_t wanted =
-            source_.is_seekable() ? std::min<uint64_t>(source_.size(), sample_bytes) : block + 1;
+            source_.is_seekable() ? std::min<uint64_t>(source_.size(), sample_bytes) : most + 1;
         start_.reset(new char[static_cast<size_t>(wanted)]);
         const int error = source_.read(start_.get(), static_cast<size_t>(wanted), start_size_);
         if (error != 0) return fail(item_.source, system_error_text(error));
@@ -133,6 +134,8 @@ class compression {
             size_ = source_.size();
         else
             size_ = start_size_ < wanted ? start_size_ : QRX_UNKNOWN_SIZE;
+        if (size_ == QRX_UNKNOWN_SIZE && most < block)
+            return fail(item_.source, over_limit_text(qrx_compress_memory(&params_, 0), limit));
         return exit_good;
     }
 
@@ -140,8 +143,7 @@ class compression {
     {
         const int status = read_start();
         if (status != exit_good) return status;
-        const uint32_t threads =
-            choose_threads(run_, item_.source, params_, size_, qrx_compress_memory);
+        const uint32_t threads = compressing_threads(run_, item_.source, params_, size_);
         if (run_.settings.like.empty()) detect_type();
         run_.progress.start(item_.source, size_ == QRX_UNKNOWN_SIZE ? 0 : size_);
         watcher_.progress = &run_.progress;
@@ -260,7 +262,7 @@ class compression {
         watcher.progress = &run_.progress;
         run_.progress.start(target_name(), size_);
         const uint32_t threads =
-            choose_threads(run_, target_name(), params_, size_, qrx_decompress_memory);
+            decompressing_threads(run_, target_name(), params_, size_, written.size);
         qrx_options library = library_options(watcher, threads, 0);
         library.memory_limit = run_.settings.memory_limit;
         qrx_reader* made = nullptr;

@@ -11,8 +11,6 @@
 namespace tool {
 namespace {
 
-constexpr size_t copy_bytes = size_t{1} << 20;
-
 class decompression {
   public:
     decompression(const session& run, const work_item& item) : run_(run), item_(item) {}
@@ -117,7 +115,7 @@ class decompression {
     {
         int error = target_.open_stdout();
         const qrx_source source = input_.input.source();
-        std::vector<char> part(copy_bytes);
+        std::vector<char> part(part_bytes);
         for (uint64_t done = 0; error == 0 && done < source.size;) {
             size_t got = 0;
             error = source.read(source.context, done, part.data(), part.size(), &got);

@@ -192,11 +192,10 @@ class joining {
         run_.progress.start(target_, size_);
         observer watcher;
         watcher.progress = &run_.progress;
-        const uint32_t threads =
-            choose_threads(run_, target_, params_, size_, qrx_decompress_memory);
+        const qrx_source source = output_.content();
+        const uint32_t threads = decompressing_threads(run_, target_, params_, size_, source.size);
         qrx_options library = library_options(watcher, threads, 0);
         library.memory_limit = run_.settings.memory_limit;
-        const qrx_source source = output_.content();
         qrx_reader* made = nullptr;
         qrx_status result = qrx_reader_open_source(&made, &source, &library);
         const reader_ptr reader(made);

@@ -12,9 +12,10 @@ namespace {
 
 /// Largest standard input that stays in memory: without and with a memory limit.
 constexpr size_t max_in_memory = size_t{16} << 20;
-constexpr size_t max_in_limited_memory = size_t{1} << 20;
+constexpr size_t max_in_limited_memory = part_bytes;
 
-constexpr size_t copy_bytes = size_t{1} << 20;
+/// What a reader allocates at most for each block of its file, besides its buffers.
+constexpr uint64_t max_index_entry = 16;
 
 int read_input(void* context, uint64_t offset, void* dest, size_t size, size_t* got)
 {
@@ -40,6 +41,29 @@ int write_output(void* context, uint64_t offset, const void* src, size_t size)
     return static_cast<output_file*>(context)->write_at(offset, src, size);
 }
 
+/// Returns the number of threads for an original of `size` bytes.  `memory` returns the memory for
+/// a number of threads, without `more` bytes.
+uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
+                        uint64_t size, uint64_t (*memory)(const qrx_params*, uint32_t),
+                        uint64_t more)
+{
+    const uint32_t wanted =
+        run.settings.threads != 0
+            ? run.settings.threads
+            : std::clamp(std::thread::hardware_concurrency(), 1U, QRX_MAX_THREADS);
+    const uint64_t limit = run.settings.memory_limit;
+    // The library starts no thread for a single block.
+    if (limit == 0 || size <= uint64_t{params.block_mib} << 20) return wanted;
+    uint32_t threads = wanted;
+    while (threads != 0 && memory(&params, threads) + more > limit) --threads;
+    if (threads != wanted)
+        run.messages.warn(name, (threads != 0 ? "uses " + std::to_string(threads) + " of " +
+                                                    std::to_string(wanted) + " threads"
+                                              : std::string("uses no worker threads")) +
+                                    ", to stay within the memory limit");
+    return threads;
+}
+
 /// Returns the number of threads for a reader.  With a memory limit it depends on the header, which
 /// is read first.
 uint32_t reader_threads(const session& run, const path& name, const qrx_source& source,
@@ -59,7 +83,7 @@ uint32_t reader_threads(const session& run, const path& name, const qrx_source& 
         qrx_reader_params(made, &known);
         qrx_reader_info(made, &info);
     }
-    return choose_threads(run, name, known, info.original_size, qrx_decompress_memory);
+    return decompressing_threads(run, name, known, info.original_size, source.size);
 }
 
 } // namespace
@@ -167,32 +191,36 @@ std::string failure_text(qrx_status result, const observer& watcher, const qrx_i
     if (watcher.events.empty() || watcher.events.back().what != result)
         return qrx_status_text(result);
     const qrx_event& last = watcher.events.back();
-    if (result == QRX_OVER_LIMIT)
-        return "needs " + size_text(last.wanted) + ", and the memory limit is " +
-               size_text(last.got);
+    if (result == QRX_OVER_LIMIT) return over_limit_text(last.wanted, last.got);
     // For a failed read or write, the text of the system error is enough.
     const bool is_system = last.system_error != 0 && last.block == QRX_NO_BLOCK;
     return is_system ? system_error_text(last.system_error) : fault_text(last, info);
 }
 
-uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
-                        uint64_t size, memory_function needed)
+std::string over_limit_text(uint64_t needed, uint64_t limit)
 {
-    const uint32_t wanted =
-        run.settings.threads != 0
-            ? run.settings.threads
-            : std::clamp(std::thread::hardware_concurrency(), 1U, QRX_MAX_THREADS);
-    const uint64_t limit = run.settings.memory_limit;
-    // The library starts no thread for a single block.
-    if (limit == 0 || size <= uint64_t{params.block_mib} << 20) return wanted;
-    uint32_t threads = wanted;
-    while (threads != 0 && needed(&params, threads) > limit) --threads;
-    if (threads != wanted)
-        run.messages.warn(name, (threads != 0 ? "uses " + std::to_string(threads) + " of " +
-                                                    std::to_string(wanted) + " threads"
-                                              : std::string("uses no worker threads")) +
-                                    ", to stay within the memory limit");
-    return threads;
+    std::string needed_text = size_text(needed);
+    std::string limit_text = size_text(limit);
+    if (needed_text == limit_text) {
+        needed_text = std::to_string(needed) + " bytes";
+        limit_text = std::to_string(limit) + " bytes";
+    }
+    return "needs " + needed_text + ", and the memory limit is " + limit_text;
+}
+
+uint32_t compressing_threads(const session& run, const path& name, const qrx_params& params,
+                             uint64_t size)
+{
+    return choose_threads(run, name, params, size, qrx_compress_memory, 0);
+}
+
+uint32_t decompressing_threads(const session& run, const path& name, const qrx_params& params,
+                               uint64_t size, uint64_t file_size)
+{
+    const uint64_t block_size = uint64_t{params.block_mib} << 20;
+    const uint64_t blocks = block_size != 0 ? size / block_size + 1 : 0;
+    const uint64_t index = max_index_entry * std::min(blocks, file_size / record_head_bytes);
+    return choose_threads(run, name, params, size, qrx_decompress_memory, index);
 }
 
 qrx_source source_of(const input_file& file)
@@ -250,7 +278,7 @@ int compressed_input::spool(bool copies_all, size_t max_size)
         error = spool_->write_at(spooled_, memory_.data(), got);
         has_spool_error_ = error != 0;
         spooled_ += got;
-        memory_.resize(copy_bytes);
+        memory_.resize(part_bytes);
         if (error == 0) error = file_.read(memory_.data(), memory_.size(), got);
     }
     memory_ = std::vector<char>(); // "= {}" would keep the capacity

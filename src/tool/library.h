@@ -28,6 +28,15 @@ using codec_ptr = std::unique_ptr<qrx_codec, close_handle>;
 /// The method whose streams depend on qrx_params.context_bits.
 inline constexpr uint32_t method_with_context_bits = 4;
 
+/// Number of bytes that are read or decoded per call where the library decodes ahead or holds the
+/// block.
+inline constexpr size_t part_bytes = size_t{1} << 20;
+
+// Sizes of the parts of a .qrx file other than payloads.
+inline constexpr size_t file_header_bytes = 32;
+inline constexpr size_t record_head_bytes = 5;
+inline constexpr size_t seal_bytes = 4;
+
 /// Returns the exit status for a result of the library.
 int exit_status_of(qrx_status result);
 
@@ -67,12 +76,18 @@ std::string fault_text(const qrx_event& fault, const qrx_info& info);
 /// Describes the failure of a library call, by its event if it reported one.
 std::string failure_text(qrx_status result, const observer& watcher, const qrx_info& info = {});
 
-/// Returns the number of threads for an original of `size` bytes: the requested number, or after a
-/// warning the largest that fits the memory limit.  0: the caller's thread does the work.  `needed`
-/// returns the memory for a number of threads.
-using memory_function = uint64_t (*)(const qrx_params* params, uint32_t threads);
-uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
-                        uint64_t size, memory_function needed);
+/// Names both sizes, in bytes if they are the same in larger units.
+std::string over_limit_text(uint64_t needed, uint64_t limit);
+
+/// Returns the number of threads that compress an original of `size` bytes: the requested number,
+/// or after a warning the largest that fits the memory limit.  0: the caller's thread does the
+/// work.
+uint32_t compressing_threads(const session& run, const path& name, const qrx_params& params,
+                             uint64_t size);
+
+/// The same for decompressing it from a file of `file_size` bytes.
+uint32_t decompressing_threads(const session& run, const path& name, const qrx_params& params,
+                               uint64_t size, uint64_t file_size);
 
 /// Positioned input of the library from a file.
 qrx_source source_of(const input_file& file);

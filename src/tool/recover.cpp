@@ -18,12 +18,7 @@
 namespace tool {
 namespace {
 
-constexpr uint64_t header_bytes = 32;
-constexpr size_t head_bytes = 5;
 constexpr size_t zero_bytes = size_t{1} << 16;
-
-/// Number of bytes decoded per call.
-constexpr size_t part_bytes = size_t{1} << 20;
 
 /// A record of which the end of the file cuts off a part.
 struct cut_record {
@@ -110,26 +105,28 @@ class recovery {
         const bool is_cut_or_headless =
             info().layout == QRX_TRUNCATED || info().layout == QRX_NOT_QRX;
         if (!is_cut_or_headless) return;
-        uint64_t end = header_bytes;
+        uint64_t end = file_header_bytes;
         uint64_t left = info().blocks_found; // the header can claim billions of blocks
         for (uint64_t block = 0; left != 0 && block < info().block_count; ++block) {
             const qrx_block_info found = describe(block);
             left -= found.is_found;
             if (found.is_found != 0) end = std::max(end, found.offset + found.payload_size);
         }
-        unsigned char head[head_bytes];
+        unsigned char head[record_head_bytes];
         size_t got = 0;
-        const int error = tolerant_->read(end, reinterpret_cast<char*>(head), head_bytes, got);
-        if (error != 0 || got != head_bytes) return;
+        const int error =
+            tolerant_->read(end, reinterpret_cast<char*>(head), record_head_bytes, got);
+        if (error != 0 || got != record_head_bytes) return;
         const uint64_t size =
             head[0] | uint32_t{head[1]} << 8 | uint32_t{head[2]} << 16 | uint32_t{head[3]} << 24;
         const uint64_t distance = head[4] >> 1;
         const uint64_t block = info().blocks_found + ((head[4] & 1) != 0 ? -distance : distance);
         if (block >= info().block_count) return;
         const qrx_block_info expected = describe(block);
-        const bool is_cut = end + head_bytes + size > info().file_size;
+        const bool is_cut = end + record_head_bytes + size > info().file_size;
         const bool is_possible = size <= expected.length && expected.length <= INT32_MAX;
-        if (expected.is_found == 0 && is_possible && is_cut) cut_ = {block, end + head_bytes, size};
+        if (expected.is_found == 0 && is_possible && is_cut)
+            cut_ = {block, end + record_head_bytes, size};
     }
 
     int copy()

@@ -13,9 +13,6 @@
 namespace tool {
 namespace {
 
-/// Number of bytes decoded per call.
-constexpr size_t part_bytes = size_t{1} << 20;
-
 /// Number of pieces without -n and --blocks.
 constexpr uint64_t default_pieces = 2;
 

@@ -9,7 +9,7 @@ import random
 import re
 import unittest
 
-from qrx_tool import QRX, ToolTest
+from qrx_tool import QRX, QUARNEX, ToolTest, is_32_bit, run
 
 README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
 MIB = 1 << 20
@@ -30,25 +30,28 @@ def table_of_readme():
     return rows
 
 
-def peak_of(test, program, *arguments, stdin=os.devnull):
+def peak_of(test, program, *arguments, stdin=os.devnull, status=0):
     """Runs a program in the directory of a test and returns its peak memory in bytes.
 
     The result is at least the memory of Python, which the process has before it runs the program.
     """
     child = os.fork()
     if child == 0:
-        os.chdir(test.dir)
-        os.dup2(stdin if isinstance(stdin, int) else os.open(stdin, os.O_RDONLY), 0)
-        os.execv(program, [program, *arguments])
-    _, status, usage = os.wait4(child, 0)
-    test.assertEqual(status, 0, arguments)
+        try:
+            os.chdir(test.dir)
+            os.dup2(stdin if isinstance(stdin, int) else os.open(stdin, os.O_RDONLY), 0)
+            os.execv(program, [program, *arguments])
+        finally:
+            os._exit(127)
+    _, wait_status, usage = os.wait4(child, 0)
+    test.assertEqual(os.waitstatus_to_exitcode(wait_status), status, arguments)
     return usage.ru_maxrss * 1024
 
 
 class MemoryTest(ToolTest):
     def peak(self, *arguments):
         """Runs quarnex and returns its peak memory in MiB."""
-        return peak_of(self, os.environ["QUARNEX_PROGRAM"], *arguments) / MIB
+        return peak_of(self, QUARNEX, *arguments) / MIB
 
     def put_noise(self, blocks, block_size=32 * MIB):
         self.put("noise", random.Random(1).randbytes(blocks * block_size))
@@ -57,14 +60,10 @@ class MemoryTest(ToolTest):
 
     def assert_close(self, measured, expected, what):
         difference = measured - expected
-        if difference < 0 and self.is_32bit():
+        if difference < 0 and is_32_bit(QUARNEX):
             return  # the README has the figures of 64-bit systems, whose tables are larger
         self.assertLessEqual(abs(difference), TOLERANCE * expected,
                              f"{what}: {measured:.0f} MiB, README: {expected} MiB")
-
-    def is_32bit(self):
-        with open(os.environ["QUARNEX_PROGRAM"], "rb") as program:
-            return program.read(5) == b"\x7fELF\x01"
 
     def test_every_level_is_in_the_table(self):
         self.assertEqual(sorted(table_of_readme()), list(range(10)))
@@ -136,6 +135,33 @@ class MemoryLimitTest(ToolTest):
 
     def test_compressing_from_a_pipe(self):
         self.check(81 * MIB, "-o", "packed", "-33", "-b12", piped="noise")
+
+    def test_a_pipe_of_more_than_the_limit(self):
+        with self.start("noise", program="/bin/cat") as cat:
+            peak = peak_of(self, QRX, "-q", "-b256", "-o", "packed", "--memory-limit=16M",
+                           stdin=cat.stdout.fileno(), status=1)
+        self.assertLessEqual(peak, 16 * MIB + UNCOUNTED)
+        self.assertEqual(self.files(), ["noise"])
+
+    def test_limits_that_leave_no_memory_for_the_index_of_blocks(self):
+        blocks = 77
+        self.put("zeros", bytes(blocks * MIB))
+        self.qrx("-q", "-b1", "zeros")
+
+        def errors(limit):
+            done = run("cat", "-T1", "--range", "0:1", f"--memory-limit={limit}", "zeros.qrx",
+                       cwd=self.dir)
+            return done.stderr if done.returncode == 0 else None
+
+        too_low, enough = MIB, 16 * MIB
+        while enough - too_low > 1:
+            limit = (too_low + enough) // 2
+            if errors(limit) == b"":
+                enough = limit
+            else:
+                too_low = limit
+        for missing in (1, blocks * 8, blocks * 16 - 1):
+            self.assertIn(b"uses no worker threads", errors(enough - missing) or b"failure")
 
     def test_decompressing(self):
         self.make_compressed()

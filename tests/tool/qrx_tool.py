@@ -66,10 +66,10 @@ def is_sanitized():
     return b"__asan_init" in content or b"__tsan_init" in content
 
 
-def is_32_bit():
-    """Whether the program, one for Linux, is a 32-bit program."""
-    with open(QRX, "rb") as program:
-        return program.read(5) == b"\x7fELF\x01"
+def is_32_bit(program=QRX):
+    """Whether a program, one for Linux, is a 32-bit program."""
+    with open(program, "rb") as file:
+        return file.read(5) == b"\x7fELF\x01"
 
 
 WORDS = [word.encode() for word in
