@@ -112,8 +112,9 @@ QRX_API qrx_status qrx_params_for_type(qrx_params* params, const void* sample, s
 /* Return an upper bound, in bytes, on what one handle or whole-buffer call allocates with
  * `threads` threads and blocks of full size.  A reader allocates up to 16 bytes more for each block
  * of the file.  At level 9, each compressing thread reserves an address range of 128 times the
- * block size.  The bound includes all of it (4 GiB for blocks of 32 MiB), but most blocks use
- * little or none of it.  `params` may be null: the defaults.  0 if an argument is out of range. */
+ * block size, 36 times on 32-bit systems.  The bound includes all of it (4 GiB for blocks of
+ * 32 MiB), but most blocks use little or none of it.  `params` may be null: the defaults.  0 if an
+ * argument is out of range. */
 QRX_API uint64_t qrx_compress_memory(const qrx_params* params, uint32_t threads);
 QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t threads);
 
