@@ -4,6 +4,8 @@
 #include "memory_file.h"
 #include "support/event_recorder.h"
 
+#include <cstdio>
+
 namespace quarnex::fuzz {
 
 /// State that all runs of a target share.
@@ -11,7 +13,9 @@ struct driver_files {
     /// Discards the output of stdio, which libFuzzer and the sanitizers don't use.
     driver_files()
     {
-        stdout = std::fopen("/dev/null", "w");
+        std::FILE* const discarded = std::fopen("/dev/null", "w");
+        require(discarded != nullptr, "/dev/null can be opened");
+        stdout = discarded;
         stderr = stdout;
     }
 
