@@ -12,7 +12,7 @@ import xml.etree.ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SAMPLE = pathlib.Path(__file__).resolve().parent / "sample"
-sys.path[:0] = [str(ROOT / "scripts"), str(ROOT / "tests" / "tool")]
+sys.path.insert(0, str(ROOT / "scripts"))
 
 from results import page, plots, readme, speed, tables, threads  # noqa: E402
 from results.front import front  # noqa: E402
