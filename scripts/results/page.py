@@ -334,9 +334,10 @@ SECTIONS = [
 HEAD = """\
 # Results
 
-`scripts/report` measures qrx and writes this page, its plots, and the tables in this directory as CSV files. Each \
-part can be measured alone; [Machines and versions](#machines-and-versions) says when and where that was done. The \
-overhead of the C interface over the codecs is in [library.md](library.md).
+`scripts/report all FOLDER` measures qrx and writes this page, its plots, and the tables in this directory as CSV \
+files; `scripts/report performance FOLDER` measures only the first four sections. Each part can also be measured \
+alone; [Machines and versions](#machines-and-versions) says when and where that was done. The overhead of the C \
+interface over the codecs is measured by `scripts/bench --library` and described in [library.md](library.md).
 
 - *Ratio* is compressed / original size: smaller is better. MB are 10^6 bytes, MiB are 2^20.
 - A *cell* is a method and a level: `-35` is method 3 at level 5. The [presets](../../README.md#presets) are nine of \

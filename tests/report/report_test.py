@@ -228,6 +228,8 @@ class CommandTest(unittest.TestCase):
                       ["stress", "files", "--seconds", "1"], ["stress", "schedules", "--runs", "1"],
                       ["check_payloads", "release"], ["check_reproducible"],
                       [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--quick"],
+                                   (["performance"], "a folder of files"), (["all"], "a folder of files"),
+                                   (["all", "/tmp"], "fuzz_coverage always writes to docs/results/"),
                       [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--only", "disk full"]):
             done = subprocess.run([ROOT / "scripts" / words[0], *words[1:], "--csv", table], capture_output=True,
                                   text=True, check=False)
