@@ -13,7 +13,7 @@ OURS = ("speed", "threads", "memory", "small_files")
 def listed(items):
     """1, 2 and 4"""
     items = list(map(str, items))
-    return " and ".join(filter(None, (", ".join(items[:-1]), items[-1])))
+    return " and ".join(filter(None, (", ".join(items[:-1]), *items[-1:])))
 
 
 def speed_text(mb_s):
@@ -258,7 +258,7 @@ each run. Stress: 16 workers compress and restore files in blocks of 1 MiB for t
                  for row in rows])}"""
 
 
-def fuzz_coverage_section(rows):
+def fuzz_coverage_section(rows, unlinked):
     rows = [row for row in rows if row["directory"] != "all"]  # their sum
     directories = list(dict.fromkeys(row["directory"] for row in rows))
     table = collections.defaultdict(collections.Counter)
@@ -269,9 +269,12 @@ def fuzz_coverage_section(rows):
     targets = [(name, sum(value for (what, _), value in cells.items() if what == "reached"),
                 sum(value for (what, _), value in cells.items() if what == "regions"))
                for name, cells in table.items()]
+    files = listed(f"`{row['file']}`" for row in unlinked)
+    left_out = f" Not counted, since no target links them: {files}." if unlinked else ""
     return f"""\
-Regions of `src/` that the corpora reach: those of all fuzz targets together, by directory, and that of each target. A \
-region is a piece of code without branches, as counted by llvm-cov.
+Regions of `src/` that the corpora reach, of the code that is linked into the targets: those of all fuzz targets \
+together, by directory, and that of each target. A region is a piece of code without branches, as counted by \
+llvm-cov.{left_out}
 
 {markdown_table(("directory", "regions", "reached", "share"),
                 [(name, f"{union['regions', name]:,}", f"{union['reached', name]:,}",
@@ -281,18 +284,39 @@ region is a piece of code without branches, as counted by llvm-cov.
                  for name, reached, regions in targets])}"""
 
 
-def fuzz_hours_section(rows):
+def require_explanations(rows, faults):
+    """Exits unless fuzz_faults.csv explains as many faults of each target as were counted."""
+    counted = {row["target"]: int(row["faults"]) for row in rows if row["target"] != "all"}
+    explained = collections.Counter()
+    for fault in faults:
+        explained[fault["target"]] += int(fault["runs"])
+    for target in sorted(counted.keys() | explained.keys()):
+        if explained[target] != counted.get(target, 0):
+            raise SystemExit(f"fuzz_faults.csv explains {explained[target]} faults of the fuzz target {target}, but "
+                             f"fuzz_hours.csv counts {counted.get(target, 0)}: write there what each fault was, and "
+                             "which test covers it")
+
+
+def fuzz_hours_section(rows, faults):
+    require_explanations(rows, faults)
     rows = sorted(rows, key=lambda row: row["target"] == "all")  # the sums at the end
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
 system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
-ended. All faults are fixed and have regression tests, except for that of `filters.msan`, which was in libFuzzer's own \
-code.
+ended. Date and commit below are those of the last sum; many of the runs, whose times are in \
+[fuzz_runs.csv](fuzz_runs.csv), are older.
 
 """ + markdown_table(
         ("target", "processor hours", "executions", "faults"),
         [("**all**" if row["target"] == "all" else row["target"], f"{float(row['processor_hours']):.2f}",
-          f"{int(row['executions']):,}", row["faults"]) for row in rows])
+          f"{int(row['executions']):,}", row["faults"]) for row in rows]) + list_of_faults(faults)
+
+
+def list_of_faults(faults):
+    if not faults:
+        return ""
+    return "\nWhat the faults were:\n\n" + markdown_table(
+        ("target", "runs", "fault"), [(fault["target"], fault["runs"], fault["note"]) for fault in faults])
 
 
 def payloads_section(rows):
@@ -331,6 +355,9 @@ SECTIONS = [
     ("reproducible", "Reproducible builds", ("reproducible",), reproducible_section),
 ]
 
+# A second table that a section renders
+SECOND_TABLES = {"fuzz_coverage": "fuzz_unlinked", "fuzz_hours": "fuzz_faults"}
+
 HEAD = """\
 # Results
 
@@ -353,19 +380,23 @@ def rendered(tables):
     for name, title, parts, render in SECTIONS:
         rows = tables.read(name)
         text += f"## {title}\n\n"
-        text += (render(rows).rstrip("\n") if rows else "Not measured.") + "\n\n"
-        text += source_text(name, parts, runs, measured=bool(rows)) + "\n"
+        more = [tables.read(SECOND_TABLES[name]) or []] if name in SECOND_TABLES else []
+        text += (render(rows, *more).rstrip("\n") if rows else "Not measured.") + "\n\n"
+        names = [name, *(SECOND_TABLES[name] for each in more if each)] if rows else []
+        text += source_text(name, parts, runs, names) + "\n"
     return wrapped(text + machines_section(runs))
 
 
-def source_text(name, parts, runs, measured):
+def source_text(name, parts, runs, tables):
+    """Returns when and how a section was measured, and the names of the tables that exist."""
     command = [f"`scripts/report {part}{' FOLDER' if part in ('speed', 'threads') else ''}`" for part in parts]
     verb = "run" if len(parts) > 1 else "runs"
     own = "" if name in OURS else f", which {verb} {' and '.join(f'`{command_text(part)}`' for part in parts)}"
     dates = dict.fromkeys(f"{runs[part]['date']} at commit {runs[part]['commit']}" for part in parts if part in runs)
     how = f"Command: {' and '.join(command)}{own}."
-    table = f" Table: [{name}.csv]({name}.csv)." if measured else ""
-    return (f"Measured on {'; '.join(dates)}. " if measured and dates else "") + how + table + "\n"
+    found = listed(f"[{each}.csv]({each}.csv)" for each in tables)
+    links = f" {'Tables' if len(tables) > 1 else 'Table'}: {found}." if tables else ""
+    return (f"Measured on {'; '.join(dates)}. " if tables and dates else "") + how + links + "\n"
 
 
 def machines_section(runs):

@@ -18,8 +18,10 @@ COLUMNS = {
     "faults": "program,operation,fault,workers,runs,result,note",
     "schedules": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
+    "fuzz_unlinked": "file",  # of src/
     "fuzz_runs": "time,target,status,user_s,system_s,executions,faults",  # time: Unix time; *_s: seconds
     "fuzz_hours": "target,processor_hours,executions,faults",
+    "fuzz_faults": "target,runs,note",  # written by hand: explains the faults of fuzz_hours
     "payloads": "variant,cells,files,digest,equal",
     "reproducible": "artifact,first,second,equal",
 }

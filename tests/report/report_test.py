@@ -126,6 +126,23 @@ class PageTest(unittest.TestCase):
         self.assertIn("| coding | 100 | 90 | 90.00 % |", section)
         self.assertIn("| decoder | 300 | 200 | 66.67 % |", section)
 
+    def test_files_that_no_fuzz_target_links_are_named(self):
+        section = " ".join(self.section("Fuzzing: coverage").split())
+        self.assertIn("Not counted, since no target links them: `tool/main.cpp`.", section)
+        self.assertIn("[fuzz_coverage.csv](fuzz_coverage.csv) and [fuzz_unlinked.csv](fuzz_unlinked.csv)", section)
+
+    def test_coverage_does_not_need_the_table_of_unlinked_files(self):
+        self.assertNotIn("Not counted", page.fuzz_coverage_section(tables.Tables(SAMPLE).read("fuzz_coverage"), []))
+
+    def test_each_fault_found_by_fuzzing_is_explained(self):
+        self.assertIn("| decoder | 1 | The count of an empty block overflowed. |", self.section("Fuzzing: hours"))
+        hours = [{"target": "decoder", "processor_hours": "1", "executions": "1", "faults": "2"}]
+        explained = {"target": "decoder", "runs": "1", "note": ""}
+        for counted, faults in ((hours, []), (hours, [explained]), (hours, [explained] * 3), ([], [explained])):
+            with self.assertRaisesRegex(SystemExit, rf"explains {len(faults)} .*\bdecoder\b"):
+                page.fuzz_hours_section(counted, faults)
+        page.fuzz_hours_section(hours, [explained] * 2)
+
     def test_unequal_artifacts_are_shown(self):
         self.assertIn("| `aaaaaaaaaaaaaaaa` | `bbbbbbbbbbbbbbbb` | no |", self.section("Reproducible builds"))
 
@@ -214,6 +231,8 @@ class CommandTest(unittest.TestCase):
 
     def test_misuse_is_refused(self):
         for arguments, message in ((["speed"], "a folder of files"), (["/tmp"], "expected parts"),
+                                   (["performance"], "a folder of files"), (["all"], "a folder of files"),
+                                   (["all", "/tmp"], "fuzz_coverage always writes to docs/results/"),
                                    (["memory", "--check"], "--check goes with pages"),
                                    (["damage", "--quick"], "--quick goes with speed"),
                                    (["fuzz_hours"], "fuzz_hours always writes to docs/results/"),
@@ -228,8 +247,6 @@ class CommandTest(unittest.TestCase):
                       ["stress", "files", "--seconds", "1"], ["stress", "schedules", "--runs", "1"],
                       ["check_payloads", "release"], ["check_reproducible"],
                       [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--quick"],
-                                   (["performance"], "a folder of files"), (["all"], "a folder of files"),
-                                   (["all", "/tmp"], "fuzz_coverage always writes to docs/results/"),
                       [sys.executable, "-B", ROOT / "tests/faults/fault_matrix.py", "--only", "disk full"]):
             done = subprocess.run([ROOT / "scripts" / words[0], *words[1:], "--csv", table], capture_output=True,
                                   text=True, check=False)
