@@ -48,9 +48,9 @@ def distribution():
     return re.search(r'^PRETTY_NAME="?([^"\n]*)', text, re.MULTILINE).group(1)
 
 
-def compiler():
-    """The compiler that CMake found for the preset `program`."""
-    for preset in ("program", "bench"):
+def compiler(presets):
+    """The compiler that CMake found for the first of the presets that was configured."""
+    for preset in presets:
         for name in (ROOT / "build" / preset / "CMakeFiles").glob("*/CMakeCXXCompiler.cmake"):
             facts = dict(re.findall(r'^set\((\w+) "([^"]*)"\)', name.read_text(encoding="utf-8"), re.MULTILINE))
             return f"{facts['CMAKE_CXX_COMPILER_ID']} {facts['CMAKE_CXX_COMPILER_VERSION']}"
@@ -74,6 +74,6 @@ def commit():
     return output_of("git", "rev-parse", "--short=10", "HEAD") + (" with changes" if changed else "")
 
 
-def run_row(part, seconds, peers):
+def run_row(part, seconds, peers, presets):
     return {"part": part, "date": datetime.date.today().isoformat(), "commit": commit(), "machine": machine(),
-            "compiler": compiler(), "versions": versions(peers), "seconds": round(seconds)}
+            "compiler": compiler(presets), "versions": versions(peers), "seconds": round(seconds)}
