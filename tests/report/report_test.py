@@ -215,6 +215,15 @@ class CommandTest(unittest.TestCase):
         self.assertEqual([pathlib.Path(line.split(" ")[0]).name for line in done.stderr.splitlines()],
                          ["README.md", "threads.svg"])
 
+    def test_check_finds_tables_without_a_row_that_says_when_they_were_measured(self):
+        runs = self.folder / "runs.csv"
+        runs.write_text(re.sub(r"^stress,.*\n", "", runs.read_text(encoding="utf-8"), flags=re.MULTILINE),
+                        encoding="utf-8")
+        self.render()
+        done = self.report("pages", "--check")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr, f"{runs} has no row of stress: run scripts/report stress\n")
+
     def test_the_same_tables_give_the_same_plots(self):
         self.render()
         first = {name: (self.folder / f"{name}.svg").read_bytes() for name in plots.PLOTS}
