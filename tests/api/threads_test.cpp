@@ -95,14 +95,15 @@ TEST_P(interface_threads, read_after_a_cancelled_read)
         const usize offset = random.below(2) == 0 ? 0 : random.below(2 * mib);
         options.cancel_at(1 + random.below(blocks - 2));
         const bytes part = read_range(reader.get(), offset, content.size(), QRX_CANCELLED);
+        EXPECT_FALSE(part.empty());
         EXPECT_TRUE(is_part(part, content, offset));
         options.cancel_at(0);
         if (random.below(2) == 0) { // continue, and decode ahead
             const usize next = offset + part.size();
-            EXPECT_TRUE(is_part(read_range(reader.get(), next, 10), content, next));
+            EXPECT_TRUE(read_range(reader.get(), next, 10) == slice(content, next, 10));
         }
         const usize other = random.below(static_cast<u32>(content.size() - 100000));
-        EXPECT_TRUE(is_part(read_range(reader.get(), other, 100000), content, other));
+        EXPECT_TRUE(read_range(reader.get(), other, 100000) == slice(content, other, 100000));
     }
     EXPECT_TRUE(read_range(reader.get(), 0, content.size()) == content);
     EXPECT_EQ(options.events, 0U);
@@ -116,7 +117,7 @@ TEST_P(interface_threads, test_after_a_cancelled_test)
         EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CANCELLED);
         EXPECT_EQ(options.calls, call);
         options.cancel_at(0);
-        EXPECT_TRUE(is_part(read_range(reader.get(), 1000, mib), content, 1000));
+        EXPECT_TRUE(read_range(reader.get(), 1000, mib) == slice(content, 1000, mib));
     }
     EXPECT_EQ(qrx_reader_test(reader.get()), QRX_OK);
     EXPECT_EQ(options.events, 0U);
@@ -129,7 +130,8 @@ TEST_P(interface_threads, find_a_wrong_seal_after_cancelled_reads)
     const auto reader = open_image(damaged, &options);
     for (u32 call = 1; call < blocks; ++call) {
         options.cancel_at(call);
-        EXPECT_TRUE(is_part(read_range(reader.get(), 0, content.size(), QRX_CANCELLED), content));
+        EXPECT_TRUE(read_range(reader.get(), 0, content.size(), QRX_CANCELLED) ==
+                    slice(content, 0, call * mib));
     }
     options.cancel_at(0);
     EXPECT_TRUE(read_range(reader.get(), 0, content.size(), QRX_CHECKSUM_MISMATCH) == content);
@@ -167,7 +169,7 @@ TEST_P(interface_threads, end_when_a_reader_is_closed_early)
         const usize offset = block * mib;
         read_range(reader.get(), offset, 10);
         // A second read in sequence decodes ahead.
-        EXPECT_TRUE(is_part(read_range(reader.get(), offset + 10, 10), content, offset + 10));
+        EXPECT_TRUE(read_range(reader.get(), offset + 10, 10) == slice(content, offset + 10, 10));
     }
     EXPECT_TRUE(becomes_true([&] { return running_threads() == threads; }));
 }
@@ -258,7 +260,7 @@ TEST(interface_threads_of_the_caller, take_turns_with_a_handle)
     const auto reader = open_image(image, &options);
     for (u32 turn = 0; turn < blocks; ++turn) {
         std::thread([&, offset = turn * usize{900000}] {
-            EXPECT_TRUE(is_part(read_range(reader.get(), offset, 900000), content, offset));
+            EXPECT_TRUE(read_range(reader.get(), offset, 900000) == slice(content, offset, 900000));
         }).join();
     }
 }

@@ -9,6 +9,7 @@ import random
 import re
 import unittest
 
+from qrx_files import extents
 from qrx_tool import QRX, QUARNEX, ToolTest, is_32_bit, run
 
 README = pathlib.Path(__file__).resolve().parents[2] / "README.md"
@@ -111,16 +112,16 @@ class MemoryLimitTest(ToolTest):
             for seed in range(48):
                 noise.write(random.Random(seed).randbytes(MIB).translate(halved))
 
-    def check(self, limit, *arguments, piped=None):
+    def check(self, limit, *arguments, piped=None, uncounted=UNCOUNTED, status=0):
         """Runs qrx, with a file piped to it, and checks that its memory comes close to the limit."""
         words = (*arguments, "-q", "-T1", f"--memory-limit={limit}")
         if piped is None:
-            peak = peak_of(self, QRX, *words)
+            peak = peak_of(self, QRX, *words, status=status)
         else:
             with self.start(piped, program="/bin/cat") as cat:
-                peak = peak_of(self, QRX, *words, stdin=cat.stdout.fileno())
+                peak = peak_of(self, QRX, *words, stdin=cat.stdout.fileno(), status=status)
         what = f"{words}: {peak / MIB:.1f} MiB"
-        self.assertLessEqual(peak, limit + UNCOUNTED, what)
+        self.assertLessEqual(peak, limit + uncounted, what)
         self.assertGreaterEqual(peak, 0.7 * limit, what)
 
     def make_compressed(self):
@@ -182,6 +183,21 @@ class MemoryLimitTest(ToolTest):
         self.assertEqual(self.get("joined.qrx"), self.get("noise.qrx"))
         self.check(self.LIMIT, "recover", "-o", "recovered", "noise.qrx")
         self.assertEqual(self.get("recovered"), self.get("noise"))
+
+    def test_recovering_a_damaged_block(self):
+        self.make_compressed()
+        image = bytearray(self.get("noise.qrx"))
+        start, end = extents(image)[1]
+        image[(start + end) // 2] ^= 1
+        self.put("noise.qrx", image)
+        # The start of a damaged block may take up to three blocks more.
+        self.check(self.LIMIT, "recover", "-o", "recovered", "noise.qrx",
+                   uncounted=UNCOUNTED + 3 * 12 * MIB, status=2)
+        noise, recovered = self.get("noise"), self.get("recovered")
+        self.assertEqual(len(recovered), len(noise))
+        self.assertEqual(recovered[:12 * MIB + 1], noise[:12 * MIB + 1])
+        self.assertNotEqual(recovered, noise)
+        self.assertEqual(recovered[24 * MIB:], noise[24 * MIB:])
 
     def test_decompressing_without_a_limit_needs_no_extra_block(self):
         self.make_compressed()
