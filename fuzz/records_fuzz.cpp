@@ -149,6 +149,9 @@ class checked_index {
                             status::done &&
                         failures.notices.empty(),
                     "damage is no failure");
+            block_map found = collect(file);
+            require(damage == &first || is_same(found, found_), "later calls change nothing");
+            found_ = std::move(found);
         }
         require(std::equal(damage_.notices.begin(), damage_.notices.end(), again.notices.begin(),
                            again.notices.end(), is_same_notice),
@@ -156,7 +159,8 @@ class checked_index {
         const bool is_good = index_.layout_fault() == status::done;
         require(is_good == first.notices.empty() && is_good == damage_.notices.empty(),
                 "a fault of the layout is reported by each call");
-        collect(file);
+        require(is_good || index_.layout_fault() == damage_.notices.front().what,
+                "the fault of the layout is the first one reported");
     }
 
     bool has_header() const { return has_header_; }
@@ -166,8 +170,9 @@ class checked_index {
     const std::vector<notice>& damage() const { return damage_.notices; }
 
   private:
-    void collect(const byte_source& file)
+    block_map collect(const byte_source& file) const
     {
+        block_map found;
         u32 stored = 0;
         for (u32 block = index_.skip_to(0, true); index_.find(block) != nullptr;
              block = index_.skip_to(block + 1, true)) {
@@ -177,19 +182,20 @@ class checked_index {
                     "a payload is in the file, after its head");
             require(place.size <= index_.length_of(block), "a payload isn't longer than its block");
             stored += place.size == index_.length_of(block) ? 1 : 0;
-            found_.insert({block, place});
+            found.insert({block, place});
         }
-        require(index_.found() == found_.size() && index_.stored() == stored,
+        require(index_.found() == found.size() && index_.stored() == stored,
                 "the records are counted");
-        require_disjoint();
+        require_disjoint(found);
+        return found;
     }
 
-    void require_disjoint() const
+    static void require_disjoint(const block_map& found)
     {
         std::map<u64, u64> ends;
-        for (const auto& [block, place] : found_)
+        for (const auto& [block, place] : found)
             ends.insert({place.offset - record_head_bytes, place.offset + place.size});
-        require(ends.size() == found_.size(), "blocks have different records");
+        require(ends.size() == found.size(), "blocks have different records");
         u64 last = 0;
         for (const auto& [begin, end] : ends) {
             require(begin >= last, "records don't overlap");

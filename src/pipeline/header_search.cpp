@@ -161,7 +161,6 @@ status header_search::find_records()
     any.block_count = static_cast<u32>(std::min<u64>(file_.size / 64 + 256, u32{1} << 20));
     any.original_size = any.block_count * any.parameters.block_size();
     record_trail trail;
-    trail.add(0, file_header_bytes);
     std::optional<record_chain> chain;
     read = find_chain(source_, file_, any, trail, watcher_, chain);
     if (read == status::no_memory) return status::done;

@@ -103,6 +103,7 @@ status record_index::read_records(const allocator& source, const byte_source& fi
     if (read == status::done && chain_) read = resume(at);
     if (read == status::done && at.fault.what == status::done) read = read_end(at);
     if (read != status::done) return read;
+    is_canonical_ = is_canonical_ && at.is_canonical;
     if (at.fault.what != status::done) note(damage_watcher, at.fault);
     if (is_first_call && searches_) guess_lost_block();
     if (guess_ && !has_lost_one()) note(damage_watcher, *guess_);
@@ -146,8 +147,8 @@ status record_index::read_record(walk& at)
         return status::done;
     }
     at.fault.what = status::done;
-    is_canonical_ =
-        is_canonical_ && head.displacement == displacement_byte(extent->index, at.trail.count);
+    at.is_canonical =
+        at.is_canonical && head.displacement == displacement_byte(extent->index, at.trail.count);
     add_record(at, head, extent->index);
     at.trail.add(at.trail.count + 1, position + record_head_bytes + head.size);
     return status::done;
@@ -185,16 +186,21 @@ void record_index::remove_record(u32 block)
     places_[block] = {};
 }
 
-status record_index::search(const allocator& source, const walk& at)
+status record_index::search(const allocator& source, walk& at)
 {
     // More blocks than records fit into the file: the size of the original is impossible.
     if (layout_.block_count == 0 || layout_.block_count > place_count_) return status::done;
     const status searched = find_chain(source, at.file, layout_, at.trail, at.watcher, chain_);
-    if (searched != status::done || !chain_) return searched;
+    if (searched != status::done || !chain_ || chain_->kept == at.trail.count) return searched;
+    // A discarded record may have replaced one that is kept: walk again.
     for (u32 block = 0; block < place_count_; ++block)
-        if (places_[block].offset > chain_->gap) remove_record(block);
-    if (repeated_.offset > chain_->gap) repeated_count_ = 0;
-    return status::done;
+        if (places_[block].is_found()) remove_record(block);
+    repeated_count_ = 0;
+    layout_fault_ = header_fault_;
+    at.trail = {};
+    at.fault.what = status::done;
+    at.is_canonical = true;
+    return read_to(at, chain_->kept);
 }
 
 status record_index::resume(walk& at)

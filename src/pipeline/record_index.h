@@ -42,7 +42,8 @@ class record_index {
 
     /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
     /// noted in layout_fault(), but is not a failure: the blocks found can be read.  A second call
-    /// only reports the damage again.
+    /// only reports the damage again.  If the first call searches, it may also report damage in
+    /// what it takes for records at first.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
     /// Returns the fault to report for a block without a record.
@@ -79,8 +80,9 @@ class record_index {
         const listener& watcher;
         const listener& damage_watcher;
         const bool is_first;
-        record_trail trail{.heads = {file_header_bytes}};
+        record_trail trail{};
         notice fault{.what = status::done}; // of the head where the walk ended early
+        bool is_canonical = true;           // the heads are as writers of seals write them
 
         u64 position() const { return trail.head_of(trail.count); }
     };
@@ -97,9 +99,9 @@ class record_index {
     void remove_record(u32 block);
     [[nodiscard]] status read_end(const walk& at);
 
-    /// Searches for the chain of records after the head where a walk ended, and removes the records
-    /// that contradict it.
-    [[nodiscard]] status search(const allocator& source, const walk& at);
+    /// Searches for the chain of records after the head where a walk ended.  If the chain
+    /// contradicts the last records of the walk, walks again without them.
+    [[nodiscard]] status search(const allocator& source, walk& at);
     /// Continues a walk with the chain.
     [[nodiscard]] status resume(walk& at);
     /// True if the damaged part before the chain is one record.

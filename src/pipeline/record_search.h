@@ -29,7 +29,7 @@ struct record_trail {
     u32 count = 0;             // records walked over
     bool is_confirmed = false; // the last head is plausible, only its record is truncated
     /// Position of the head of record n, at n % size.  The last one is where the walk ended.
-    std::array<u64, max_retreat + 1> heads{};
+    std::array<u64, max_retreat + 1> heads{file_header_bytes};
 
     void add(u32 record, u64 position)
     {

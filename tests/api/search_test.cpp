@@ -186,6 +186,23 @@ TEST(api_search, garbage_heads_after_a_wrong_size_are_dropped)
     expect_intact(image, file.data, file.without({1}));
 }
 
+TEST(api_search, a_false_head_that_no_writer_writes_is_not_reported_apart)
+{
+    const sample_file file(1, QRX_SEAL);
+    bytes image = file.image;
+    const usize false_head = file.heads[1] + record_head_bytes + 1000;
+    set_size(image, file.heads[1], 1000);
+    set_size(image, false_head, 2000);
+    image[false_head + 4] = 1; // minus zero
+    set_size(image, false_head + record_head_bytes + 2000, 0xFFFFFFFF);
+    recorded_options options(0, QRX_SEARCH);
+    const reader_ptr reader = open_image(image, &options);
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CORRUPT);
+    const auto is_corrupt = [](qrx_status found) { return found == QRX_CORRUPT; };
+    const std::vector<qrx_status> found = options.found();
+    EXPECT_EQ(std::count_if(found.begin(), found.end(), is_corrupt), 1);
+}
+
 TEST(api_search, a_cut_file_keeps_its_whole_records)
 {
     for (u32 method = 1; method <= 5; method += 2) {
@@ -275,6 +292,24 @@ TEST(api_search, records_in_any_order_are_numbered)
         expect_intact(overwritten(good, head, record_head_bytes, 1), file.data, file.all());
         head += record_head_bytes + file.payload_size(block);
     }
+}
+
+TEST(api_search, a_false_record_gives_back_the_block_that_it_took)
+{
+    const sample_file file(2);
+    bytes image = reordered(file, {1, 0, 2, 3, 4, 5, 6});
+    // The head of record 1 claims block 1, which record 0 has, and leads into its own payload.
+    const usize head = header_bytes + record_head_bytes + file.payload_size(1);
+    set_size(image, head, 1000);
+    image[head + 4] = displacement_of(0);
+    expect_intact(image, file.data, file.all());
+
+    recorded_options options(0, QRX_SEARCH);
+    const reader_ptr reader = open_image(image, &options);
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CORRUPT);
+    EXPECT_EQ(options.found(), std::vector{QRX_CORRUPT});
+    EXPECT_EQ(info_of(reader.get()).layout, QRX_CORRUPT);
+    EXPECT_EQ(intact_blocks(reader.get(), file.data), file.all());
 }
 
 TEST(api_search, a_wrong_displacement_loses_no_block)
