@@ -284,9 +284,9 @@ QRX_API qrx_status qrx_reader_block_info(const qrx_reader* reader, uint64_t bloc
  * repeated. With threads, blocks are decoded ahead while each call starts where the previous one
  * ended.
  *
- * Once every block of a sealed file has been read from, in any order, the call that completes the
- * set checks the seal.  On QRX_CHECKSUM_MISMATCH, `*got` counts all bytes delivered, and any bytes
- * of the file may be wrong. */
+ * Once every block of a sealed file has been read from, in any order, since the file was opened or
+ * last tested, the call that completes the set checks the seal.  On QRX_CHECKSUM_MISMATCH, `*got`
+ * counts all bytes delivered, and any bytes of the file may be wrong. */
 QRX_API qrx_status qrx_reader_read(qrx_reader* reader, uint64_t offset, void* dest, size_t size,
                                    size_t* got);
 

@@ -139,6 +139,8 @@ status file_reader::test()
         keep_first(first, tested);
         if (tested != status::done && !is_damage(tested)) return tested;
     }
+    if (coder_)
+        coder_->drop_all(); // later reads decode the last blocks again, and report their damage
     return first;
 }
 

@@ -350,7 +350,7 @@ TEST(api_reader, a_test_reports_every_damaged_block)
     bytes image = compressed(data, params_of(5, 1), QRX_SEAL);
     {
         const reader_ptr reader = open_image(image);
-        for (const u64 block : {1U, 4U}) {
+        for (const u64 block : {1U, 5U}) {
             const block_in_image place = block_info_of(reader.get(), block);
             image[place.offset + 100] ^= 0xFF;
         }
@@ -365,11 +365,30 @@ TEST(api_reader, a_test_reports_every_damaged_block)
             ASSERT_EQ(options.events.size(), 2U);
             EXPECT_EQ(options.events[0].what, result);
             EXPECT_EQ(options.events[0].block, 1U);
-            EXPECT_EQ(options.events[1].block, 4U);
+            EXPECT_EQ(options.events[1].block, 5U);
             EXPECT_EQ(options.progress_calls, 6U);
             EXPECT_EQ(options.done, data.size());
         }
         EXPECT_EQ(read_range(reader.get(), 2 * mib, mib), slice(data, 2 * mib, mib));
+    }
+}
+
+TEST(api_reader, damage_is_reported_again_by_reads_after_a_test)
+{
+    const bytes data = sample_data(1);
+    bytes image = compressed(data, params_of(5, 1));
+    image[block_info_of(open_image(image).get(), 1).offset + 100] ^= 0xFF;
+    for (const u32 threads : {0U, 2U}) {
+        for (const u32 flags : {0U, QRX_KEEP_DAMAGED}) {
+            recorded_options options(threads, flags);
+            const reader_ptr reader = open_image(image, &options);
+            const qrx_status damage = qrx_reader_test(reader.get());
+            EXPECT_NE(damage, QRX_OK);
+            options.events.clear();
+            const bool is_kept = flags == QRX_KEEP_DAMAGED;
+            read_range(reader.get(), mib, 10, is_kept ? QRX_OK : damage);
+            EXPECT_EQ(options.found(), std::vector{damage});
+        }
     }
 }
 
