@@ -103,12 +103,24 @@ struct candidate {
     }
 };
 
+/// Size of the longest payload that a file can have.
+u32 max_payload(const file_layout& layout)
+{
+    return static_cast<u32>(
+        std::min<u64>({layout.parameters.block_size(), layout.original_size, INT32_MAX}));
+}
+
+/// True if a record with a payload of 1 to `max_size` bytes can extend from one position to
+/// another.
+bool can_extend(u64 from, u64 to, u32 max_size)
+{
+    return to > from + record_head_bytes && to - from - record_head_bytes <= max_size;
+}
+
 class chain_search {
   public:
     chain_search(const byte_source& file, const file_layout& layout, const record_trail& trail)
-        : file_(file), layout_(layout), trail_(trail),
-          max_size_(static_cast<u32>(
-              std::min<u64>({layout.parameters.block_size(), layout.original_size, INT32_MAX})))
+        : file_(file), layout_(layout), trail_(trail), max_size_(max_payload(layout))
     {
     }
 
@@ -126,11 +138,6 @@ class chain_search {
     void consider(const anchor& start, u8 displacement);
     /// Returns the number of records of the trail to keep before a chain.
     u32 kept_before(const anchor& start) const;
-    /// True if a record can extend from one position to another.
-    bool can_extend(u64 from, u64 to) const
-    {
-        return to > from + record_head_bytes && to - from - record_head_bytes <= max_size_;
-    }
 
     const byte_source& file_;
     const file_layout& layout_;
@@ -203,7 +210,7 @@ u32 chain_search::kept_before(const anchor& start) const
     // longer than its head says, unless a plausible head follows it.
     const bool is_doubtful = kept == limit && kept == trail_.count && !trail_.is_confirmed;
     if (is_doubtful && kept > oldest && trail_.head_of(kept) != start.position &&
-        can_extend(trail_.head_of(kept - 1), start.position))
+        can_extend(trail_.head_of(kept - 1), start.position, max_size_))
         --kept;
     return kept;
 }
@@ -217,7 +224,7 @@ void chain_search::consider(const anchor& start, u8 displacement)
     record_chain& chain = made.chain;
     chain.gap = trail_.head_of(chain.kept);
     const u32 lost = total - chain.records - chain.kept;
-    chain.has_lost_one = lost == 1 && can_extend(chain.gap, chain.start);
+    chain.has_lost_one = lost == 1 && can_extend(chain.gap, chain.start, max_size_);
     made.found = total - lost + (chain.has_lost_one ? 1 : 0);
     made.ends_well = start.left == 0 || start.left == seal_bytes;
     made.explains_all = chain.has_lost_one || chain.gap == chain.start;
@@ -242,7 +249,8 @@ status find_last_record(const byte_source& file, const file_layout& layout,
     const u32 to_end = static_cast<u32>(file.size - gap - record_head_bytes);
     const u32 to_seal = to_end - static_cast<u32>(seal_bytes);
     const bool is_sealed = std::popcount(stated ^ to_seal) < std::popcount(stated ^ to_end);
-    found = {file.size - (is_sealed ? seal_bytes : 0), 0, trail.count, gap, true};
+    const u64 record_end = file.size - (is_sealed ? seal_bytes : 0);
+    found = {record_end, 0, trail.count, gap, can_extend(gap, record_end, max_payload(layout))};
     return status::done;
 }
 
