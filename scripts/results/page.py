@@ -148,10 +148,8 @@ def memory_section(rows):
     return f"""\
 Memory of qrx in MiB for blocks of its default size (32 MiB; 16 MiB at levels 4 to 7): the measured peak, and the \
 bound that the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the \
-process. \
-It includes about 5 MiB of program and libraries and, when decompressing, an output buffer of one block; neither is \
-part of the bound. The input is noise in which few bytes repeat, so it fills all buffers and no block is \
-stored. All figures are for method 5; the others need less, up to a block when decompressing. At level 9 the bound \
+process. It includes about 5 MiB of program and libraries, which are not part of the bound. The input is noise in \
+which few bytes repeat, so it fills all buffers and no block is stored. All figures are for method 5; the others need less, up to a block when decompressing. At level 9 the bound \
 includes the whole address range reserved for the trie, most of which is never used. Small files need less, \
 and `-b` and `--memory-limit` reduce the memory.
 
