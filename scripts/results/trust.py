@@ -23,7 +23,8 @@ COMMANDS = {
 BUILDS = {"damage": "program quarnex qrx", "schedules": "tsan schedules", "stress": "release quarnex qrx fault_shim"}
 
 # The presets of what is measured, for the name of the compiler
-PRESETS = {"schedules": ("tsan",), "stress": ("release",), "fuzz_coverage": ("coverage",), "fuzz_hours": ("fuzz", "coverage")}
+PRESETS = {"schedules": ("tsan",), "stress": ("release",), "fuzz_coverage": ("coverage",),
+           "fuzz_hours": ("fuzz", "coverage")}
 
 # Whose versions are recorded
 PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip")}
