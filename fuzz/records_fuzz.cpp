@@ -238,10 +238,10 @@ void check_header(const bytes& image, bool is_valid)
 {
     std::optional<file_layout> from_file, from_memory;
     recorder failures;
-    require(find_layout(system_allocator, file_source(image), failures.watcher(), is_valid,
-                        from_file) == status::done &&
-                find_layout(system_allocator, memory_source(image), failures.watcher(), is_valid,
-                            from_memory) == status::done &&
+    require(find_layout(system_allocator, UINT64_MAX, file_source(image), failures.watcher(),
+                        is_valid, from_file) == status::done &&
+                find_layout(system_allocator, UINT64_MAX, memory_source(image), failures.watcher(),
+                            is_valid, from_memory) == status::done &&
                 failures.notices.empty(),
             "a search for a header doesn't fail");
     require(from_file.has_value() == from_memory.has_value(), "both searches find a header");

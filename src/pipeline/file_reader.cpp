@@ -45,7 +45,7 @@ file_reader::file_reader(const allocator& source, const byte_source& file, const
 
 status file_reader::open(u64 memory_limit)
 {
-    if (const status read = read_header(); read != status::done) return read;
+    if (const status read = read_header(memory_limit); read != status::done) return read;
     const file_layout& layout = index_.layout();
     const u64 length = std::min(layout.parameters.block_size(), layout.original_size);
     const u32 threads = useful_threads(threads_, layout.block_count);
@@ -58,7 +58,7 @@ status file_reader::open(u64 memory_limit)
     return index_.read_records(source_, file_, watcher_, {});
 }
 
-status file_reader::read_header()
+status file_reader::read_header(u64 memory_limit)
 {
     const status stated = index_.read_header(file_, watcher_);
     const bool is_valid = stated == status::done;
@@ -66,7 +66,7 @@ status file_reader::read_header()
     if (!rules_.searches || !(is_valid || is_damaged) || file_.size < file_header_bytes)
         return stated;
     std::optional<file_layout> found;
-    const status searched = find_layout(source_, file_, watcher_, is_valid, found);
+    const status searched = find_layout(source_, memory_limit, file_, watcher_, is_valid, found);
     if (searched != status::done) return searched;
     if (!found) return stated;
     const status fault = is_valid ? watcher_.report({.what = status::corrupt}) : stated;

@@ -60,7 +60,7 @@ class file_reader {
     };
 
     /// Reads the header, or reconstructs a damaged one if the reader searches.
-    [[nodiscard]] status read_header();
+    [[nodiscard]] status read_header(u64 memory_limit);
     /// Loads the blocks of a request in order, up to the first fault that isn't skipped.  `done`
     /// receives the end of the valid bytes.
     status run(const request& wanted, u64& done, bool skips_damage);

@@ -5,6 +5,7 @@
 #include "format/checksum.h"
 #include "format/filters.h"
 #include "pipeline/block_coder.h"
+#include "pipeline/memory_needs.h"
 #include "pipeline/read_exactly.h"
 #include "pipeline/record_search.h"
 
@@ -18,8 +19,9 @@ constexpr u32 mib = u32{1} << 20;
 /// Added to a length before its slot is taken (main_alphabet.h).
 constexpr u32 slot_margin = 256;
 static_assert(slot_count(1000) == value_slot(1000 + slot_margin) + 1);
-/// Largest block size tried unless the header states a larger one, and the usual sizes.
+/// Largest block size tried, unless the header states a larger one.
 constexpr u16 max_trial_mb = 64;
+// The usual block sizes.
 constexpr u16 default_mb = 32;
 constexpr u16 usual_mb = 16;
 constexpr u16 max_block_mb = 2047;
@@ -41,9 +43,10 @@ struct record_extent {
 
 class header_search {
   public:
-    header_search(const allocator& source, const byte_source& file, const listener& watcher,
-                  const file_header& stated)
-        : source_(source), file_(file), watcher_(watcher), stated_(stated), memory_(source)
+    header_search(const allocator& source, u64 memory_limit, const byte_source& file,
+                  const listener& watcher, const file_header& stated)
+        : source_(source), memory_limit_(memory_limit), file_(file), watcher_(watcher),
+          stated_(stated), memory_(source)
     {
     }
 
@@ -51,15 +54,21 @@ class header_search {
     /// Sets `is_contradicted` if the records found don't fit the header, which is valid.
     [[nodiscard]] status compare(const file_layout& layout, bool& is_contradicted);
     [[nodiscard]] status find(bool is_valid, std::optional<file_layout>& found);
-    bool lacks_memory() const { return lacks_memory_; }
+    /// What memory was lacking, if any: a trial may have failed only for that.
+    const notice& lack() const { return lack_; }
 
   private:
+    /// Returns whether `needed` bytes are within the limit.
+    bool may_allocate(u64 needed);
+    /// Makes room for `size` bytes in a buffer of `room` bytes.
+    [[nodiscard]] bool make_room(owned_array<u8>& buffer, u64& room, u64 size);
     /// Walks over all heads from `position` on; `count` receives their number, 0 if they don't lead
     /// to the end of the file.
     [[nodiscard]] status walk(u64 position, u32 number, u32& count);
     void keep_sample(const record_extent& record);
     [[nodiscard]] status load(const record_extent& record);
-    /// Decodes the loaded payload.  The result is empty if memory or the limit on trials runs out.
+    /// Decodes the loaded payload.  The result is empty if memory lacks, now or in an earlier
+    /// trial, or the limit on trials is reached.
     codec_result trial(const codec_parameters& parameters, u64 length);
     bool is_exact(const codec_parameters& parameters, u64 length)
     {
@@ -71,8 +80,8 @@ class header_search {
     /// payload ends exactly: the longest of those with the same number of slots.  0 if there is
     /// none.
     u64 find_length(const codec_parameters& parameters, u64 min, u64 max, u64 unit);
-    /// Return the block size at which the loaded payload ends exactly, 0 if there is none: one that
-    /// is stated or usual, or any.
+    /// Return the block size at which the loaded payload ends exactly, or 0 if there is none.  The
+    /// first tries only sizes that are stated or usual, the second tries any size.
     u16 usual_block_mb(const codec_parameters& parameters);
     u16 any_block_mb(const codec_parameters& parameters);
     /// Tries all codec parameters on the loaded payload.
@@ -92,6 +101,7 @@ class header_search {
     }
 
     const allocator& source_;
+    const u64 memory_limit_;
     const byte_source& file_;
     const listener& watcher_;
     const file_header& stated_;
@@ -105,13 +115,33 @@ class header_search {
     record_extent first_{};
     record_extent last_{};
     owned_array<u8> payload_;
-    usize payload_room_ = 0;
+    u64 payload_room_ = 0;
     u32 payload_size_ = 0;
     owned_array<u8> block_;
     u64 block_room_ = 0;
     u64 trial_bytes_ = 0;
-    bool lacks_memory_ = false; // for a trial, whose failure then means nothing
+    notice lack_{.what = status::done};
 };
+
+bool header_search::may_allocate(u64 needed)
+{
+    if (needed <= memory_limit_) return true;
+    lack_ = {.what = status::over_limit, .wanted = needed, .got = memory_limit_};
+    return false;
+}
+
+bool header_search::make_room(owned_array<u8>& buffer, u64& room, u64 size)
+{
+    if (room >= size) return true;
+    buffer.reset();
+    room = 0;
+    buffer = make_array<u8>(source_, static_cast<usize>(size));
+    if (buffer)
+        room = size;
+    else
+        lack_ = {.what = status::no_memory};
+    return buffer != nullptr;
+}
 
 status header_search::walk(u64 position, u32 number, u32& count)
 {
@@ -162,8 +192,12 @@ status header_search::find_records()
     any.original_size = any.block_count * any.parameters.block_size();
     record_trail trail;
     std::optional<record_chain> chain;
+    if (!may_allocate(chain_search_memory(any, file_))) return status::done;
     read = find_chain(source_, file_, any, trail, watcher_, chain);
-    if (read == status::no_memory) return status::done;
+    if (read == status::no_memory) {
+        lack_ = {.what = read};
+        return status::done;
+    }
     if (read != status::done || !chain || chain->records == 0) return read;
     return walk(chain->start, 1, count_);
 }
@@ -171,13 +205,11 @@ status header_search::find_records()
 status header_search::load(const record_extent& record)
 {
     payload_size_ = 0;
-    if (payload_room_ < record.size) {
-        payload_.reset();
-        payload_ = make_array<u8>(source_, record.size);
-        payload_room_ = payload_ ? record.size : 0;
-        lacks_memory_ |= !payload_;
-        if (!payload_) return status::done; // trials fail
-    }
+    block_.reset(); // may be far larger than the next trials need
+    block_room_ = 0;
+    const bool has_room =
+        may_allocate(record.size) && make_room(payload_, payload_room_, record.size);
+    if (!has_room) return status::done; // trials fail
     payload_size_ = record.size;
     return read_exactly(file_, watcher_, record.offset, payload_.get(), record.size);
 }
@@ -185,15 +217,12 @@ status header_search::load(const record_extent& record)
 codec_result header_search::trial(const codec_parameters& parameters, u64 length)
 {
     const bool is_possible = payload_size_ != 0 && length <= INT32_MAX &&
-                             is_method(parameters.method) && trial_bytes_ <= max_trial_bytes;
+                             is_method(parameters.method) && trial_bytes_ <= max_trial_bytes &&
+                             lack_.what == status::done;
     if (!is_possible) return {};
-    if (block_room_ < length) {
-        block_.reset();
-        block_ = make_array<u8>(source_, static_cast<usize>(length));
-        block_room_ = block_ ? length : 0;
-        lacks_memory_ |= !block_;
-        if (!block_) return {};
-    }
+    const u64 needed =
+        payload_room_ + std::max(block_room_, length) + decoder_memory(parameters, length);
+    if (!may_allocate(needed) || !make_room(block_, block_room_, length)) return {};
     codec_job job;
     job.parameters = parameters;
     job.in_buf = payload_.get();
@@ -203,7 +232,7 @@ codec_result header_search::trial(const codec_parameters& parameters, u64 length
     job.memory = &memory_;
     const codec_result result = decode(job);
     trial_bytes_ += payload_size_ + result.length;
-    lacks_memory_ |= result.status != codec_status::done;
+    if (result.status != codec_status::done) lack_ = {.what = status::no_memory};
     return result;
 }
 
@@ -364,7 +393,7 @@ status header_search::compare(const file_layout& layout, bool& is_contradicted)
 
 status header_search::find(bool is_valid, std::optional<file_layout>& found)
 {
-    if (count_ == 0) return status::done;
+    if (count_ == 0 || lack_.what != status::done) return status::done;
     // If the number of blocks is right, damaged payloads are more probable than a wrong header.
     const std::optional<file_layout> stated = is_valid ? lay_out(stated_) : std::nullopt;
     const bool is_probable = stated && stated->block_count == count_;
@@ -389,20 +418,22 @@ status header_search::find(bool is_valid, std::optional<file_layout>& found)
 
 } // namespace
 
-status find_layout(const allocator& source, const byte_source& file, const listener& watcher,
-                   bool is_valid, std::optional<file_layout>& found)
+status find_layout(const allocator& source, u64 memory_limit, const byte_source& file,
+                   const listener& watcher, bool is_valid, std::optional<file_layout>& found)
 {
     std::array<u8, file_header_bytes> bytes;
     status searched = read_exactly(file, watcher, 0, bytes.data(), bytes.size());
     if (searched != status::done) return searched;
     file_header stated = unpack_fields(bytes);
-    header_search search(source, file, watcher, stated);
+    header_search search(source, memory_limit, file, watcher, stated);
     searched = search.find_records();
     bool is_contradicted = true;
     if (is_valid && searched == status::done)
         searched = search.compare(*lay_out(stated), is_contradicted);
-    if (searched != status::done || !is_contradicted || search.lacks_memory()) return searched;
-    return search.find(is_valid, found);
+    if (searched == status::done && is_contradicted) searched = search.find(is_valid, found);
+    if (searched != status::done || search.lack().what == status::done) return searched;
+    found.reset();
+    return is_valid ? status::done : watcher.report(search.lack());
 }
 
 } // namespace quarnex

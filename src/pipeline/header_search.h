@@ -22,9 +22,12 @@
 namespace quarnex {
 
 /// Reconstructs the layout of a file that is at least as long as a header.  If the header
-/// `is_valid`, `found` is set only if the records contradict it.  `found` also stays empty if a
-/// trial gets no memory.  Fails if reading fails.
-[[nodiscard]] status find_layout(const allocator& source, const byte_source& file,
+/// `is_valid`, `found` is set only if the records contradict it.  Otherwise it stays empty only if
+/// no parameters fit.
+///
+/// Fails if reading fails.  Without enough memory, or if more than `memory_limit` bytes would be
+/// needed, a valid header is believed; without one the search fails with no_memory or over_limit.
+[[nodiscard]] status find_layout(const allocator& source, u64 memory_limit, const byte_source& file,
                                  const listener& watcher, bool is_valid,
                                  std::optional<file_layout>& found);
 

@@ -191,6 +191,7 @@ status record_index::search(const allocator& source, walk& at)
     // More blocks than records fit into the file: the size of the original is impossible.
     if (layout_.block_count == 0 || layout_.block_count > place_count_) return status::done;
     const status searched = find_chain(source, at.file, layout_, at.trail, at.watcher, chain_);
+    if (searched == status::no_memory) return at.watcher.report({.what = searched});
     if (searched != status::done || !chain_ || chain_->kept == at.trail.count) return searched;
     // A discarded record may have replaced one that is kept: walk again.
     for (u32 block = 0; block < place_count_; ++block)

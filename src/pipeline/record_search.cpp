@@ -150,7 +150,7 @@ class chain_search {
 status chain_search::run(const allocator& source, const listener& watcher)
 {
     if (!anchors_.allocate(source, anchor_limit(layout_, file_) + seal_bytes + 1))
-        return watcher.report({.what = status::no_memory});
+        return status::no_memory;
     add_ends();
     const u64 first = first_position();
     if (file_.size < first + record_head_bytes) return status::done;
@@ -161,7 +161,7 @@ status chain_search::run(const allocator& source, const listener& watcher)
     }
     const usize room = static_cast<usize>(std::min<u64>(window_bytes, end - first)) + overlap;
     const auto buffer = make_array<u8>(source, room);
-    if (!buffer) return watcher.report({.what = status::no_memory});
+    if (!buffer) return status::no_memory;
     for (u64 window_end = end; window_end > first;) {
         const usize count = static_cast<usize>(std::min<u64>(window_bytes, window_end - first));
         const u64 begin = window_end - count;

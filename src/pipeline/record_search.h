@@ -62,8 +62,8 @@ inline bool is_plausible(const file_layout& layout, const record_head& head)
 u64 chain_search_memory(const file_layout& layout, const byte_source& file);
 
 /// Finds the chain that, together with the records of `trail` before it, gives the most records.
-/// `found` stays empty if those are no more than the trail has.  Fails if reading or allocating
-/// fails.
+/// `found` stays empty if those are no more than the trail has.  Fails if reading fails, which is
+/// reported, or with no_memory, which isn't.
 [[nodiscard]] status find_chain(const allocator& source, const byte_source& file,
                                 const file_layout& layout, const record_trail& trail,
                                 const listener& watcher, std::optional<record_chain>& found);

@@ -138,22 +138,31 @@ TEST(api_header_search, damaged_payloads_do_not_discredit_a_good_header)
     }
 }
 
+/// An allocator that fails at one call.
+struct failing_memory {
+    explicit failing_memory(u32 call) : failing(call) {}
+
+    qrx_allocator get()
+    {
+        return {[](void* self, size_t size) -> void* {
+                    auto& state = *static_cast<failing_memory*>(self);
+                    return ++state.calls == state.failing ? nullptr : malloc(size);
+                },
+                [](void*, void* block, size_t) { free(block); }, this};
+    }
+
+    u32 calls = 0;
+    const u32 failing;
+};
+
 TEST(api_header_search, a_lack_of_memory_does_not_discredit_a_good_header)
 {
-    struct failing_memory {
-        u32 calls = 0;
-        u32 failing = 0;
-    };
     const sample_file file(4);
     u32 failures = 0;
     for (u32 failing = 1; failing < 12; ++failing) {
-        failing_memory memory{0, failing};
+        failing_memory memory(failing);
         recorded_options options(0, QRX_SEARCH);
-        options.allocator = {[](void* self, size_t size) -> void* {
-                                 auto& state = *static_cast<failing_memory*>(self);
-                                 return ++state.calls == state.failing ? nullptr : malloc(size);
-                             },
-                             [](void*, void* block, size_t) { free(block); }, &memory};
+        options.allocator = memory.get();
         qrx_reader* opened = nullptr;
         const qrx_status result =
             qrx_reader_open_memory(&opened, file.image.data(), file.image.size(), &options);
@@ -163,6 +172,70 @@ TEST(api_header_search, a_lack_of_memory_does_not_discredit_a_good_header)
         EXPECT_TRUE(opened == nullptr || info_of(opened).layout == QRX_OK) << failing;
     }
     EXPECT_GE(failures, 2U) << "the handle and the index";
+}
+
+/// Opens an image with a damaged header, and requires the same result as without limits, or the
+/// failure `lack`, which is reported.
+qrx_status open_or_lack(const bytes& image, const qrx_info& expected, recorded_options& options,
+                        qrx_status lack)
+{
+    qrx_reader* opened = nullptr;
+    const qrx_status result = qrx_reader_open_memory(&opened, image.data(), image.size(), &options);
+    const reader_ptr reader(opened);
+    EXPECT_TRUE(result == QRX_OK || result == lack) << qrx_status_text(result);
+    if (result != QRX_OK) return result;
+    EXPECT_EQ(info_of(opened).original_size, expected.original_size);
+    EXPECT_EQ(info_of(opened).block_size, expected.block_size);
+    return result;
+}
+
+TEST(api_header_search, a_memory_limit_does_not_change_what_is_found)
+{
+    for (const u32 method : {1U, 3U}) {
+        const sample_file file(method);
+        for (const usize damaged : {header_bytes, header_bytes + record_head_bytes}) {
+            const bytes image = overwritten(file.image, 0, damaged, 0);
+            recorded_options unlimited(0, QRX_SEARCH);
+            const qrx_info expected = info_of(open_image(image, &unlimited).get());
+            u32 opened = 0;
+            u32 refused = 0;
+            for (u64 limit = 2048; limit < u64{512} << 20; limit += limit / 5) {
+                SCOPED_TRACE(testing::Message() << "method " << method << " limit " << limit);
+                recorded_options options(0, QRX_SEARCH);
+                options.memory_limit = limit;
+                const qrx_status result = open_or_lack(image, expected, options, QRX_OVER_LIMIT);
+                ++(result == QRX_OK ? opened : refused);
+                if (result == QRX_OK) continue;
+                ASSERT_FALSE(options.events.empty());
+                const qrx_event& last = options.events.back();
+                EXPECT_EQ(last.what, QRX_OVER_LIMIT);
+                EXPECT_EQ(last.got, limit);
+                EXPECT_GT(last.wanted, limit);
+            }
+            EXPECT_GE(opened, 4U);
+            EXPECT_GE(refused, 10U);
+        }
+    }
+}
+
+TEST(api_header_search, a_failed_allocation_does_not_change_what_is_found)
+{
+    const sample_file file(4);
+    const bytes image = overwritten(file.image, 0, header_bytes + record_head_bytes, 0);
+    recorded_options good(0, QRX_SEARCH);
+    const qrx_info expected = info_of(open_image(image, &good).get());
+    qrx_status result = QRX_NO_MEMORY;
+    u32 failing = 1;
+    for (; result != QRX_OK; ++failing) {
+        failing_memory memory(failing);
+        recorded_options options(0, QRX_SEARCH);
+        options.allocator = memory.get();
+        result = open_or_lack(image, expected, options, QRX_NO_MEMORY);
+        if (result == QRX_OK || failing == 1) continue; // 1: the handle
+        ASSERT_FALSE(options.events.empty());
+        EXPECT_EQ(options.events.back().what, QRX_NO_MEMORY) << failing;
+    }
+    EXPECT_GT(failing, 10U);
 }
 
 TEST(api_header_search, other_files_still_do_not_open)
