@@ -13,6 +13,7 @@ struct decompression {
     driver_file file;
     u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
+    u32 longest = 0; // length of the longest block so far
     file_layout layout{};
     read_result first_head{}; // of the first record, which is read together with the header
     std::array<u8, record_head_bytes> head_bytes{};
@@ -81,8 +82,9 @@ status decompression::take_record(const record_head& head, u32 sequence)
     job.block_count = layout.block_count;
     job.out_file = file.destination();
     job.codec.out_len = place->length;
-    job.buffer_bytes =
-        static_cast<usize>(std::min(layout.original_size, layout.parameters.block_size()));
+    // Not the block size of the header, which can be far larger than the blocks.
+    longest = std::max(longest, place->length);
+    job.buffer_bytes = longest;
     file.pipeline().wait_for_room();
     if (const status read = read_payload(job, head.size); read != status::done) return read;
     // The last record of a file of one block: a worker can have it whole.

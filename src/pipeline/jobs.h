@@ -19,7 +19,7 @@ struct block_job {
     u16 block_mb = 0;
     u32 block_index = 0;    // number of the block in its file, from 0
     u32 block_count = 0;    // blocks in the file, 0 if it is empty
-    usize buffer_bytes = 0; // minimum size of both buffers, equal for all blocks of a file
+    usize buffer_bytes = 0; // minimum size of both buffers, so that other blocks can reuse them
     block_buffer in_alloc;  // owns codec.in_buf
     output_ref out_file;
     /// The file header to be written before the record, if `has_header`.
