@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 
 namespace tool {
@@ -288,6 +289,7 @@ class compression {
             for (uint64_t done = 0; done < counter_.end;) {
                 size_t got = 0;
                 int error = file_.read_at(done, part.data(), part.size(), got);
+                if (error == 0 && got == 0) error = EIO; // another program has cut the file
                 if (error == 0) error = standard_output_.write_at(done, part.data(), got);
                 if (error != 0) return fail("-", system_error_text(error));
                 done += got;

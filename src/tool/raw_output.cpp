@@ -3,6 +3,26 @@
 #include <algorithm>
 
 namespace tool {
+namespace {
+
+/// Finds the first fault that shows without decoding.
+qrx_event find_fault(const open_reader& input)
+{
+    qrx_event fault{};
+    fault.what = input.info.layout;
+    fault.block = QRX_NO_BLOCK;
+    for (uint64_t block = 0; fault.what == QRX_OK && block < input.info.block_count; ++block) {
+        qrx_block_info place{};
+        place.struct_size = sizeof place;
+        qrx_reader_block_info(input.reader.get(), block, &place);
+        if (place.payload_size != 0) continue;
+        fault.what = QRX_CORRUPT; // no block has an empty payload
+        fault.block = block;
+    }
+    return fault;
+}
+
+} // namespace
 
 int raw_output::fail(const path& name, const std::string& text, int status) const
 {
@@ -79,9 +99,9 @@ int open_for_copy(const session& run, const path& name, open_reader& input)
 {
     const int status = input.open(run, name, 0);
     if (status != exit_good) return status;
-    if (input.info.layout != QRX_OK) {
-        run.messages.error(name, std::string(qrx_status_text(input.info.layout)) +
-                                     " (qrx recover saves the rest)");
+    const qrx_event fault = find_fault(input);
+    if (fault.what != QRX_OK) {
+        run.messages.error(name, fault_text(fault, input.info) + " (qrx recover saves the rest)");
         return exit_damaged;
     }
     qrx_params settled = input.params;

@@ -5,7 +5,7 @@ import shutil
 import unittest
 import zlib
 
-from qrx_files import HEADER, payloads, record
+from qrx_files import HEADER, header, payloads, record
 from qrx_schema import json_objects
 from qrx_tool import MIB, QUARNEX, ToolTest, long_text, posix_only, random_bytes, run
 
@@ -154,6 +154,18 @@ class SplitTest(ToolTest):
                 self.put(f"{name}.qrx", data)
                 self.qrx("split", f"{name}.qrx", status=2)
                 self.assertEqual(self.names("of2.qrx"), [])
+
+    def test_empty_payloads_are_refused(self):
+        for blocks in ([b""], [bytes(MIB), b""]):
+            with self.subTest(blocks=len(blocks)):
+                size = (len(blocks) - 1) * MIB + 100
+                self.put("e.qrx", header(size) + b"".join(record(block) for block in blocks))
+                last = len(blocks) - 1
+                expected = f"block {last} (bytes {last * MIB}:{size}): the header or a record head is invalid"
+                for command in (("split", "e.qrx"), ("join", "-o", "whole.qrx", "e.qrx")):
+                    ended = self.qrx(*command, status=2)
+                    self.assertIn(expected.encode(), ended.stderr)
+                self.assertEqual(self.files(), ["a.tar.qrx", "e.qrx"])
 
     def test_order_and_completeness(self):
         self.qrx("split", "-n", "3", "a.tar.qrx")
