@@ -157,7 +157,7 @@ qrx_status qrx_reader_block(qrx_reader* reader, uint64_t block, void* dest, size
     usize got = 0;
     const status read = reader->reader->read(index.offset_of(number), static_cast<u8*>(dest),
                                              static_cast<usize>(length), got);
-    if (read == status::done) *size = got;
+    *size = got;
     return to_qrx(read);
 }
 
