@@ -113,8 +113,8 @@ QRX_API qrx_status qrx_params_for_type(qrx_params* params, const void* sample, s
  * `threads` threads and blocks of full size.  A reader allocates up to 16 bytes more for each block
  * of the file.  At level 9, each compressing thread reserves an address range of 128 times the
  * block size, 36 times on 32-bit systems.  The bound includes all of it (4 GiB for blocks of
- * 32 MiB), but most blocks use little or none of it.  `params` may be null: the defaults.  0 if an
- * argument is out of range. */
+ * 32 MiB), but most blocks use little or none of it.  A null `params` means the defaults.  The
+ * result is 0 if an argument is out of range. */
 QRX_API uint64_t qrx_compress_memory(const qrx_params* params, uint32_t threads);
 QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t threads);
 
@@ -132,11 +132,13 @@ QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t thread
  *
  * QRX_SEARCH, for opening damaged files: records after damage are searched for.  Without it, all
  * blocks after an invalid record head count as missing.  A record with a damaged head is used if
- * its extent is known; event() then gets QRX_CORRUPT with the number of its block.  A damaged
- * header is reconstructed from the records; then event() and qrx_info.layout have QRX_NOT_QRX or
- * QRX_CORRUPT, and the filter and the last bytes of the original may be wrong.  Opening reads the
- * file from its end back to the damage and decodes a few blocks.  Memory for the search: up to 2
- * MiB and 64 bytes per block, or about 192 MiB if the header is damaged. */
+ * its extent is known; qrx_reader_test() and qrx_decompress() then report QRX_CORRUPT with the
+ * number of its block to event().  A damaged header is reconstructed from the records; then
+ * qrx_info.layout has QRX_NOT_QRX or QRX_CORRUPT, which opening reports to event(), and the filter
+ * and the last bytes of the original may be wrong.  Opening reads the file from its end back to the
+ * damage and decodes a few blocks.  Memory for the search: up to 2 MiB and 64 bytes per block.  If
+ * the header is damaged, also up to 64 MiB for its records, and then a payload and a block of 64
+ * MiB, or of the size that the damaged header states if that is larger (up to 2047 MiB). */
 #define QRX_SEAL 1u
 #define QRX_KEEP_DAMAGED 2u
 #define QRX_SEARCH 4u
@@ -259,7 +261,7 @@ typedef struct qrx_block_info {
 } qrx_block_info;
 
 /* Opens a file by name, which is in the ANSI code page on Windows.  Only the header has to be
- * intact, or not even that with QRX_SEARCH: missing or damaged records show in qrx_info.layout.
+ * intact; with QRX_SEARCH, not even that.  Missing or damaged records show in qrx_info.layout.
  * On failure `*reader` is null, here and in the next two functions. */
 QRX_API qrx_status qrx_reader_open(qrx_reader** reader, const char* name,
                                    const qrx_options* options);
@@ -303,9 +305,9 @@ QRX_API qrx_status qrx_reader_payload(qrx_reader* reader, uint64_t block, void* 
 
 /* Decodes the whole file and checks that the layout is valid, that each block has exactly one
  * record and decodes to its length, that each payload ends exactly where its block ends, and that
- * the seal matches.  A sealed file must also be as this library writes it where other functions
- * ignore differences, such as in reserved bytes.  Reports all faults to event() and returns the
- * first. */
+ * the seal matches.  A sealed file must also be exactly as this library writes it, even where other
+ * functions ignore differences, such as in reserved bytes.  Reports all faults to event() and
+ * returns the first. */
 QRX_API qrx_status qrx_reader_test(qrx_reader* reader);
 
 /* Closes and frees a reader; null is allowed. */
@@ -390,10 +392,10 @@ QRX_API qrx_status qrx_codec_new(qrx_codec** codec, const qrx_params* params,
  * its content undefined. */
 QRX_API qrx_status qrx_codec_buffer(qrx_codec* codec, size_t length, void** block);
 
-/* Compresses a block of 1 byte to the block size.  `capacity` must be at least `length` +
- * QRX_CODEC_SLACK; all of that may be overwritten.  `*size` receives the size of the payload, at
- * most `length`.  If it equals `length`, the block is stored: the payload is the (filtered) block
- * itself. */
+/* Compresses a block.  `length` is at least 1 and at most the block size.  `capacity` must be at
+ * least `length` + QRX_CODEC_SLACK; all of that may be overwritten.  `*size` receives the size of
+ * the payload, at most `length`.  If it equals `length`, the block is stored: the payload is the
+ * (filtered) block itself. */
 QRX_API qrx_status qrx_codec_compress(qrx_codec* codec, const void* block, size_t length,
                                       void* payload, size_t capacity, size_t* size);
 
@@ -408,8 +410,8 @@ QRX_API void qrx_codec_free(qrx_codec* codec);
 
 /* ------------------------------------------------------------------------------------ checksums */
 
-/* Updates a running CRC-32, as in gzip and PNG, with `size` bytes and returns it.  It starts at
- * 0. */
+/* Updates a running CRC-32, as in gzip and PNG, with `size` bytes and returns it.  The first
+ * `crc` is 0. */
 QRX_API uint32_t qrx_crc32(uint32_t crc, const void* data, size_t size);
 
 /* Returns the CRC-32 of two pieces concatenated, from the CRC-32 of each and the size of the second

@@ -32,8 +32,8 @@ class buffer_pool {
     /// Smaller buffers are cheap to allocate and are not kept.
     static constexpr usize min_pooled_bytes = usize{256} << 10;
 
-    /// Keeps up to `idle_limit` (at most max_idle) idle buffers, and no idle ones beyond
-    /// `total_limit` buffers, idle and in use.
+    /// Keeps up to `idle_limit` (at most max_idle) idle buffers; fewer if idle buffers and those in
+    /// use would together exceed `total_limit`.
     buffer_pool(const allocator& source, usize idle_limit, usize total_limit = SIZE_MAX);
 
     /// Returns a buffer of at least `size` bytes with undefined content, or null when memory is
@@ -54,7 +54,7 @@ class buffer_pool {
     owned_array<u8> own(u8* buffer, usize capacity) const;
     owned_array<u8> allocate(usize size) const;
     /// Returns an idle buffer that suits `size`.  If there is none, makes room for a fresh one and
-    /// returns null.  Counts either as in use.
+    /// returns null.  Counts the buffer, idle or fresh, as in use.
     block_buffer take_idle(usize size);
     /// Removes and returns an idle buffer.
     owned_array<u8> remove_idle(usize index) REQUIRES(mutex_);

@@ -117,7 +117,7 @@ status compression::run()
             file.tell({.kind = event_kind::source_shrank});
             return status::done;
         }
-        // Another thread has failed the file and drops its blocks.
+        // Stop if another thread has marked the file as failed: it would drop further blocks.
         if (remaining == 0 || file.destination()->failed()) return status::done;
         const status advanced = file.advance(size - remaining, size);
         if (advanced != status::done) return advanced;

@@ -26,7 +26,7 @@ class driver_file {
     status close_destination();
 
     /// Reports a failure, marks the destination (if created) as failed and returns `reason`.  First
-    /// waits for the small files before it, since the observer may end the process.
+    /// waits for the small files submitted earlier, since the observer may end the process.
     status fail(event happened, status reason);
     /// Reports a write error of the destination and returns status::write_failed.
     status fail_to_write(int cause);

@@ -44,7 +44,7 @@ void engine::fail_on_thread(output_file& file, status reason)
 void engine::mark_done(output_ref file, u32 block_index, direction mode)
 {
     if (mode == direction::compress) file->window.mark_done(block_index);
-    file = {}; // whoever waits for the blocks finds them given up
+    file = {}; // before leave(): a thread that waits for the blocks finds the file released
     in_flight_.leave();
 }
 
@@ -101,7 +101,7 @@ void engine::run_file(scratch& memory, block_job& job)
         if (error != 0) result = fail_to_write(job, error, true);
     }
     if (result != status::done) fail_on_thread(*job.out_file, result);
-    job = {}; // whoever waits for the files finds them closed
+    job = {}; // before leave(): a thread that waits for the files finds them closed
     files_in_flight_.leave();
 }
 

@@ -107,8 +107,8 @@ class engine {
     /// Waits until all submitted blocks and small files are written or dropped.
     void wait_for_blocks();
 
-    /// Returns the pool for a buffer of `size` bytes.  Small buffers don't count among those of
-    /// blocks, and so don't replace idle ones.
+    /// Returns the pool for a buffer of `size` bytes.  Small buffers have a pool of their own, so
+    /// that they don't count toward the limits for block buffers and don't evict idle ones.
     buffer_pool& pool_for(usize size)
     {
         return size < buffer_pool::min_pooled_bytes ? small_buffers_ : buffers;
@@ -141,12 +141,12 @@ class engine {
     std::atomic<status> first_failure_{status::done};
 };
 
-/// Thread body of a worker: codes blocks and processes small files from `jobs` until a job has no
-/// file.  Drops and marks as done the blocks of a failed file, so that the driver never waits for
-/// them.
+/// Thread body of a worker: codes blocks and processes small files from `jobs` until it takes the
+/// sentinel.  Drops the blocks of a failed file and marks them as done, so that the driver doesn't
+/// wait for them forever.
 void run_worker(engine& pipeline);
 
-/// Thread body of the writer: writes blocks from `writes` until one has no buffer.  Drops the
+/// Thread body of the writer: writes blocks from `writes` until it takes the sentinel.  Drops the
 /// blocks of a failed file.
 void run_writer(engine& pipeline);
 

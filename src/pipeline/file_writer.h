@@ -80,7 +80,7 @@ class file_writer {
 
     block_buffer filling_;  // the block being filled
     u32 filled_ = 0;        // bytes in it
-    u32 lent_ = 0;          // bytes after those that lend() offered
+    u32 lent_ = 0;          // bytes that lend() offered, after the filled ones
     u64 original_size_ = 0; // bytes in submitted blocks
     u32 submitted_ = 0;     // number of submitted blocks
     bool is_ended_ = false; // by a raw block shorter than the block size, or by finish()

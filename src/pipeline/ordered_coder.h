@@ -39,7 +39,7 @@ struct ordered_block {
 /// Sets the fault of a decoded block that is short or whose payload ends inexactly.
 void find_fault(ordered_block& decoded);
 
-/// Of `threads` threads, how many can have work in a file of `blocks` blocks.
+/// Returns how many of `threads` threads can have work in a file of `blocks` blocks.
 constexpr u32 useful_threads(u32 threads, u64 blocks)
 {
     return blocks <= 1 ? 0 : static_cast<u32>(std::min<u64>(threads, blocks));

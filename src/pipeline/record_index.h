@@ -37,13 +37,13 @@ class record_index {
 
     /// Bytes that read_records() allocates: 16 per block, bounded by the size of the file.
     u64 memory_needed(const byte_source& file) const;
-    /// Further bytes that its first call allocates and frees again.
+    /// Further bytes that the first call of read_records() allocates and frees again.
     u64 search_memory(const byte_source& file) const;
 
     /// Reads the heads of all records and the seal.  Damage is reported to `damage_watcher` and
     /// noted in layout_fault(), but is not a failure: the blocks found can be read.  A second call
     /// only reports the damage again.  If the first call searches, it may also report damage in
-    /// what it takes for records at first.
+    /// records that it discards later.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
     /// Returns the fault to report for a block without a record.
@@ -55,8 +55,8 @@ class record_index {
     u32 found() const { return found_; }
     u32 stored() const { return stored_; }
     const std::optional<u32>& seal() const { return seal_; }
-    /// Whether header and record heads are as writers of seals write them, also where readers
-    /// ignore differences.
+    /// Whether the header and the record heads are exactly as writers of sealed files write them,
+    /// even where readers ignore differences.
     bool is_canonical() const { return is_canonical_; }
     /// The first fault of the layout: done, truncated, corrupt, block_missing, block_repeated or
     /// trailing_bytes, or not_qrx if the header was replaced.
@@ -82,7 +82,7 @@ class record_index {
         const bool is_first;
         record_trail trail{};
         notice fault{.what = status::done}; // of the head where the walk ended early
-        bool is_canonical = true;           // the heads are as writers of seals write them
+        bool is_canonical = true;           // the heads are as in sealed files
 
         u64 position() const { return trail.head_of(trail.count); }
     };
