@@ -81,9 +81,11 @@ TEST(api_writer, the_declared_size_is_enforced)
     const bytes data = sample_data(0, 1000);
     const qrx_params params = params_of(1, 0);
     memory_file file;
-    const writer_ptr writer = open_sink(file, params, nullptr, 1000);
+    recorded_options options;
+    const writer_ptr writer = open_sink(file, params, &options, 1000);
     EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 999), QRX_OK);
     EXPECT_EQ(qrx_writer_finish(writer.get()), QRX_BAD_ARGUMENT);
+    EXPECT_TRUE(options.events.empty()) << "a refused argument has no event";
     const writer_ptr second = open_sink(file, params, nullptr, 999);
     EXPECT_EQ(qrx_writer_write(second.get(), data.data(), 1000), QRX_BAD_ARGUMENT);
     memory_file empty;
