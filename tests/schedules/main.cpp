@@ -17,6 +17,9 @@
 namespace quarnex::test {
 namespace {
 
+/// So many runs include every kind, whatever the seed.
+constexpr u64 enough_runs = 50;
+
 struct arguments {
     u64 seed = 1;
     u64 runs = 100;
@@ -54,6 +57,13 @@ void print_counts(const arguments& parsed, const scenario_counts& counts, double
                 static_cast<unsigned long long>(counts.session_failures));
 }
 
+/// True if every kind of run has occurred.
+bool is_complete(const scenario_counts& counts)
+{
+    return counts.engine_runs != 0 && counts.engine_failures != 0 && counts.library_runs != 0 &&
+           counts.sessions != 0 && counts.session_failures != 0;
+}
+
 int run(const arguments& parsed)
 {
     const temp_dir kept;
@@ -75,6 +85,10 @@ int run(const arguments& parsed)
     print_counts(parsed, counts, taken.count());
     if (passed_points() < parsed.runs) {
         std::fprintf(stderr, "the threads passed no lock points\n");
+        return 1;
+    }
+    if (parsed.runs >= enough_runs && !is_complete(counts)) {
+        std::fprintf(stderr, "the scenarios left a kind of run out\n");
         return 1;
     }
     return 0;
