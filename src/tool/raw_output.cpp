@@ -19,6 +19,9 @@ qrx_event find_fault(const open_reader& input)
         fault.what = QRX_CORRUPT; // no block has an empty payload
         fault.block = block;
     }
+    const bool has_wrong_seal =
+        input.info.block_count == 0 && input.info.is_sealed != 0 && input.info.seal != 0;
+    if (fault.what == QRX_OK && has_wrong_seal) fault.what = QRX_CHECKSUM_MISMATCH;
     return fault;
 }
 

@@ -167,6 +167,13 @@ class SplitTest(ToolTest):
                     self.assertIn(expected.encode(), ended.stderr)
                 self.assertEqual(self.files(), ["a.tar.qrx", "e.qrx"])
 
+    def test_wrong_seals_of_empty_files_are_refused(self):
+        self.put("e.qrx", header(0) + record(b"") + b"\1\0\0\0")
+        for command in (("split", "e.qrx"), ("join", "-o", "whole.qrx", "e.qrx", "a.tar.qrx")):
+            ended = self.qrx(*command, status=2)
+            self.assertIn(b"e.qrx: the content doesn't match the seal", ended.stderr)
+        self.assertEqual(self.files(), ["a.tar.qrx", "e.qrx"])
+
     def test_order_and_completeness(self):
         self.qrx("split", "-n", "3", "a.tar.qrx")
         one, two, three = self.names("of3.qrx")
