@@ -1,4 +1,4 @@
-// fuzz/decoder_fuzz.cpp - runs each decoder on any payload
+// fuzz/decoder_fuzz.cpp - runs each decoder on any payload, which can be longer than the block
 //
 //     | parameters | block length: 2 | payload |
 #include "codec_input.h"
@@ -39,7 +39,6 @@ void decode_less(const codec_entry& decoder, const codec_parameters& parameters,
     const u8 method = parameters.method;
     if (length < 2 || payload.empty() || method == 3 || method == 4) return;
     const u32 out_len = length - 1 - payload.back() * 3U % std::min(length - 1, max_removed);
-    if (payload.size() >= out_len) return; // stored, or rejected
     const coded less = decode(decoder, parameters, payload, out_len, 0xA5);
     require(less.result.length == out_len &&
                 std::equal(less.out.begin(), less.out.end(), whole.out.begin()),
@@ -52,9 +51,9 @@ void decode_any(std::span<const u8> input)
     const codec_parameters parameters = take_parameters(input);
     const codec_entry& decoder = *decoder_table[parameters.method];
     const u32 out_len = u32{load_u16(input.data())} + 1;
-    // A payload as long as its block is stored; longer payloads are rejected before decoding.
-    const auto payload = input.subspan(length_bytes)
-                             .first(std::min<usize>(input.size() - length_bytes, out_len - 1));
+    // In a file it is shorter than the block; the search for a lost header also tries shorter
+    // blocks.
+    const auto payload = input.subspan(length_bytes);
 
     const coded first = decode(decoder, parameters, payload, out_len, 0);
     const u32 length = first.result.length;
@@ -92,12 +91,14 @@ bytes seed_of_method_2(u8 level)
 std::vector<bytes> make_seeds()
 {
     std::vector<bytes> seeds;
-    for_each_cell_and_shape(seed_block,
-                            [&](const codec_parameters& parameters, const bytes& block) {
-                                const bytes payload = payload_of(parameters, block);
-                                if (payload.size() != block.size())
-                                    seeds.push_back(seed_of(parameters, payload, block.size()));
-                            });
+    for_each_cell_and_shape(
+        seed_block, [&](const codec_parameters& parameters, const bytes& block) {
+            const bytes payload = payload_of(parameters, block);
+            if (payload.size() == block.size()) return;
+            seeds.push_back(seed_of(parameters, payload, block.size()));
+            if (parameters.level % 8 == 0)
+                seeds.push_back(seed_of(parameters, payload, payload.size() / 2 + 1));
+        });
     for (u8 level = 0; level <= last_level; ++level) seeds.push_back(seed_of_method_2(level));
     return seeds;
 }
