@@ -270,8 +270,9 @@ def fuzz_coverage_section(rows, unlinked):
     files = listed(f"`{row['file']}`" for row in unlinked)
     left_out = f" Not counted, since no target links them: {files}." if unlinked else ""
     return f"""\
-Regions of `src/` that the corpora reach, of the code that is linked into the targets: those of all fuzz targets \
-together, by directory, and that of each target. A region is a piece of code without branches, as counted by \
+Regions of `src/` that the inputs in the source tree reach (the generated seeds and `fuzz/corpus/`, not what later runs \
+found), of the code that is linked into the targets: those of all fuzz targets together, by directory, and that of each \
+target. A region is a piece of code without branches, as counted by \
 llvm-cov.{left_out}
 
 {markdown_table(("directory", "regions", "reached", "share"),
