@@ -302,8 +302,8 @@ def fuzz_hours_section(rows, faults):
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
 system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
-ended. Date and commit below are those of the last sum; many of the runs, whose times are in \
-[fuzz_runs.csv](fuzz_runs.csv), are older.
+ended. Date and commit below are those of the last sum. Many of the runs are older: [fuzz_runs.csv](fuzz_runs.csv) has \
+their times and, where recorded, commits.
 
 """ + markdown_table(
         ("target", "processor hours", "executions", "faults"),

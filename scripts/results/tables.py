@@ -19,7 +19,8 @@ COLUMNS = {
     "schedules": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
     "fuzz_unlinked": "file",  # of src/
-    "fuzz_runs": "time,target,status,user_s,system_s,executions,faults",  # time: Unix time; *_s: seconds
+    # time: Unix time; *_s: seconds; commit: of the tree, empty if unknown
+    "fuzz_runs": "time,target,status,user_s,system_s,executions,faults,commit",
     "fuzz_hours": "target,processor_hours,executions,faults",
     "fuzz_faults": "target,runs,note",  # written by hand: explains the faults of fuzz_hours
     "payloads": "variant,cells,files,digest,equal",
