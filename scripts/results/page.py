@@ -230,7 +230,8 @@ def faults_section(rows):
 Each fault is injected in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
 no partial file that isn't documented, prints the documented message (one line with the name of the file, unless \
 even memory for names is missing), ends with the documented status, and changes no other file. The figures are \
-numbers of good runs; `-` means that the fault can't happen there.
+numbers of good runs in which the fault happened; others, such as the repetition after each fault, aren't counted. \
+`-` means that the fault can't happen there.
 
 {markdown_table(("fault", *(f"{program} {operation}" for program, operation in columns)), table)}
 {list_text("Wrong:", wrong)}{list_text("Notes:", notes)}"""

@@ -7,8 +7,9 @@
 Each cell is a fault, an operation, a program and a number of workers.  Its runs must end in time,
 with the documented exit status and one message that names the file; incomplete outputs may be left
 only where the documentation says so; other files must be right or unchanged; and the same run
-without the fault must succeed afterwards.  --quick takes a few runs of each cell with 0 and 2
-workers instead of every call that can fail.  --only selects cells by a regular expression for
+without the fault must succeed afterwards.  Only runs in which the fault happened are counted; a
+cell without any is wrong.  --quick takes a few runs of each cell with 0 and 2 workers instead of
+every call that can fail.  --only selects cells by a regular expression for
 "FAULT, PROGRAM, OPERATION, WORKERS".  --csv replaces a table; one in docs/results/ needs a full
 run, without --quick and --only.  Fails if a cell is wrong.
 """
@@ -49,7 +50,7 @@ class Cell:
     operation: str
     fault: str
     workers: int
-    runs: int = 0
+    runs: int = 0  # in which the fault happened
     result: str = "good"
     note: str = ""
     wrong: list = dataclasses.field(default_factory=list)
@@ -66,38 +67,43 @@ def sweep(run, trial, quick, source):
         numbers = sorted({1, source.randint(1, max(1, run.counts()[1]))})
     for number in numbers:
         fault = trial.fault.format(number)
-        injected, found = run.attempt(dataclasses.replace(trial, fault=fault))
+        happened, found = run.attempt(dataclasses.replace(trial, fault=fault))
         for text in found:
             yield f"{fault} {' '.join(trial.options)}: {text}"
-        if injected == 0:
+        if not happened:
             if number == 1:
                 yield f"{fault}: was not reached"
             return
 
 
 def kill_repeatedly(run, trial, quick, source):
-    """Kills runs before random calls or after random times."""
+    """Kills runs before random calls or after random times.  Yields what is wrong."""
     run.prepare(trial)
     started = time.monotonic()
     run.start(dataclasses.replace(trial, delay=0), "any * 1 1 none")
     duration = time.monotonic() - started
     calls = run.counts()[1]
     killed = 0
-    for _ in range(1 if quick else KILLS):
+    for _ in range(KILLS):
         delay = source.uniform(0.001, 1.1 * duration) if trial.delay else 0
         fault = trial.fault.replace("{random}", str(source.randint(1, calls)))
-        injected, found = run.attempt(dataclasses.replace(trial, fault=fault, delay=delay))
-        killed += injected
+        happened, found = run.attempt(dataclasses.replace(trial, fault=fault, delay=delay))
         for text in found:
             yield f"{fault} after {delay:.3f} s: {text}"
-    # With threads the number of calls varies a little, so the last ones may not be reached.
-    if killed == 0 and not trial.delay and not quick:
-        yield f"{trial.fault}: was never reached"
+        # With threads the number of calls varies a little, so the last ones may not be reached.
+        if happened:
+            killed += 1
+        elif trial.delay:
+            duration = delay
+        if quick and killed:
+            break
+    if killed == 0:
+        yield f"{trial.fault}: was never killed"
 
 
 def try_once(run, trial):
-    injected, found = run.attempt(trial)
-    if injected == 0 and not trial.fault.endswith("none"):
+    happened, found = run.attempt(trial)
+    if not happened:
         found.append("was not reached")
     for text in found:
         yield f"{trial.fault} {' '.join(trial.options)}: {text}"
@@ -131,6 +137,8 @@ def try_cell(build, cell, quick, seed, folder):
                 found = try_once(run, trial)
             cell.wrong += found
         cell.runs = run.runs
+    if cell.runs == 0:
+        cell.wrong.append("the fault never happened")
     if cell.wrong:
         cell.result = "wrong"
         cell.note = cell.wrong[0]
@@ -155,7 +163,7 @@ def all_cells(quick, only):
 
 
 def print_table(cells):
-    """Prints a line for each fault, with the number of runs in each cell."""
+    """Prints a line for each fault, with the number of runs with the fault in each cell."""
     columns = list(dict.fromkeys((cell.program, cell.operation, cell.workers) for cell in cells))
     by_place = {(cell.fault, cell.program, cell.operation, cell.workers): cell for cell in cells}
     groups = collections.Counter(column[:2] for column in columns)
@@ -174,7 +182,7 @@ def print_table(cells):
 def print_summary(cells):
     counts = collections.Counter(cell.result for cell in cells)
     print(f"\n{counts['good']} cells good, {counts['wrong']} wrong, "
-          f"{counts['not applicable']} not applicable (-); {sum(cell.runs for cell in cells)} runs")
+          f"{counts['not applicable']} not applicable (-); {sum(cell.runs for cell in cells)} runs with a fault")
     for reason in dict.fromkeys(cell.note for cell in cells if cell.result == "not applicable"):
         print(f"not applicable: {reason}")
     for cell in cells:

@@ -190,7 +190,7 @@ class Run:
         self.dir = self.place / "work"
         self.put = {}  # content and identity of each source
         self.repeated = set()  # states after which the run has been repeated
-        self.runs = 0
+        self.runs = 0  # in which a fault happened
 
     def prepare(self, trial):
         """Creates the files of a trial."""
@@ -233,7 +233,6 @@ class Run:
         process = subprocess.Popen(self.programs.command(self.case, trial), cwd=self.dir,
                                    env=environment, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.runs += 1
         try:
             if trial.delay:
                 try:
@@ -327,21 +326,23 @@ class Run:
         return digest.digest()
 
     def attempt(self, trial):
-        """Tries a fault.  Returns whether it was injected, and a list of what is wrong."""
+        """Tries a fault.  Returns whether it happened, and a list of what is wrong."""
         self.prepare(trial)
         status, err, out = self.start(trial, trial.fault)
-        injected = self.counts()[0]
+        happened = (status == -signal.SIGKILL if trial.delay
+                    else trial.missing or self.counts()[0] != 0)
+        self.runs += happened
         if status is None:
-            return injected, ["doesn't end"]
+            return happened, ["doesn't end"]
         states = [self.state_of(name, trial) for name in NAMES]
         found = list(self.losses(trial, states))
         outcomes = trial.outcomes
-        if not injected and trial.ends_sweep:
+        if not happened and trial.ends_sweep:
             outcomes = (success(self.case),)
         if not any(self.agrees(outcome, status, err, out, states) for outcome in outcomes):
             found.append(f"status {status}, {states}, {err!r}, {out!r}")
         found += self.wrong_repetition(trial, states)
-        return injected, found
+        return happened, found
 
     @staticmethod
     def agrees(outcome, status, err, out, states):
