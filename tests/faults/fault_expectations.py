@@ -8,10 +8,9 @@ import errno
 import os
 import re
 
-from fault_runs import ANY, KEPT, RIGHT, Outcome, Trial, success
+from fault_runs import KEPT, MIB, PREFIX, RIGHT, Outcome, Trial, success
 
 ABORTED = -6
-PREFIX = frozenset({"kept", "prefix"})
 
 # Values of qrx_status
 NO_MEMORY, NO_THREAD, OPEN_FAILED, READ_FAILED, WRITE_FAILED, TRUNCATED = 2, 3, 4, 5, 6, 8
@@ -19,7 +18,7 @@ NO_MEMORY, NO_THREAD, OPEN_FAILED, READ_FAILED, WRITE_FAILED, TRUNCATED = 2, 3, 
 CALLER_READS = "when compressing, the caller reads the source"
 CALLER_WRITES = "when restoring, the caller writes the output"
 NO_WORKERS = "without workers no thread is started"
-EMPTIED = frozenset({"right", "prefix", "kept"})
+EMPTIED = RIGHT | PREFIX  # or cut
 
 
 def text(error):
@@ -28,6 +27,11 @@ def text(error):
 
 # ------------------------------------------------------------------------------ outcomes of quarnex
 
+def unfinished(case):
+    """States of an output after a failure.  Workers finish blocks in any order."""
+    return EMPTIED | {"blocks"} if case.workers else EMPTIED
+
+
 def quarnex_abort(case, name, message, out="", settled=False):
     """The process ends at once.  Its outputs may be incomplete, and with workers also those of the
     other small files, unless they are `settled`: the driver waits for them."""
@@ -35,17 +39,17 @@ def quarnex_abort(case, name, message, out="", settled=False):
     first = RIGHT if settled else others
     last = EMPTIED if case.workers and not settled else KEPT
     return Outcome(ABORTED, re.escape(f"quarnex: {name}: error ") + message + "\n", out,
-                   (first, ANY, last))
+                   (first, unfinished(case), last))
 
 
-def quarnex_stop(case, message, big=ANY):
+def quarnex_stop(case, message, big=None):
     """A message; the remaining names are not processed."""
-    return Outcome(0, message + "\n", "", (RIGHT, big, KEPT))
+    return Outcome(0, message + "\n", "", (RIGHT, big or unfinished(case), KEPT))
 
 
-def quarnex_skip(message, big=ANY):
+def quarnex_skip(case, message, big=None):
     """A message; the run continues."""
-    return Outcome(0, message + "\n", "", (RIGHT, big, RIGHT))
+    return Outcome(0, message + "\n", "", (RIGHT, big or unfinished(case), RIGHT))
 
 
 def write_abort(case, error):
@@ -95,16 +99,16 @@ def allocation_fails(case):
 
 def quarnex_allocation(case):
     yield success(case)
-    yield Outcome(ABORTED, "quarnex: error 100: malloc error\n", "", (EMPTIED, ANY, EMPTIED))
+    yield Outcome(ABORTED, "quarnex: error 100: malloc error\n", "", (EMPTIED, unfinished(case), EMPTIED))
     for name in ("first", "big", "last"):
         yield Outcome(ABORTED, f"quarnex: {case.source(name)}: error 100: malloc error\n", "",
-                      (EMPTIED, ANY, EMPTIED))
-        states = [ANY if other == name else RIGHT for other in ("first", "big", "last")]
+                      (EMPTIED, unfinished(case), EMPTIED))
+        states = [unfinished(case) if other == name else RIGHT for other in ("first", "big", "last")]
         uncoded = f"{case.source(name)}: not enough memory for block \\d+\n"
         if case.workers:
             yield Outcome(1, uncoded, "(error compressing\n)?", tuple(states))
             if not case.compresses:  # no further file is created
-                yield Outcome(1, uncoded, "", (EMPTIED, ANY, EMPTIED))
+                yield Outcome(1, uncoded, "", (EMPTIED, unfinished(case), EMPTIED))
         else:
             later = [KEPT if index > ("first", "big", "last").index(name) else state
                      for index, state in enumerate(states)]
@@ -140,15 +144,15 @@ def exhaustion(case):
     aborted = "quarnex: (\\S+: )?error 100: malloc error\n"
     uncoded = "(\\S+: not enough memory for block \\d+\n)+"
     yield Outcome(ABORTED, f"({uncoded})?{aborted}", "(error compressing\n)*",
-                  (EMPTIED, ANY, EMPTIED))
-    yield Outcome(0, uncoded, "(compression error\n)?", (EMPTIED, ANY, EMPTIED))
-    yield Outcome(1, uncoded, "(error compressing\n)*", (ANY, ANY, ANY))
+                  (EMPTIED, unfinished(case), EMPTIED))
+    yield Outcome(0, uncoded, "(compression error\n)?", (EMPTIED, unfinished(case), EMPTIED))
+    yield Outcome(1, uncoded, "(error compressing\n)*", (unfinished(case),) * 3)
     if case.workers:
         for failed in range(1, case.workers + 2):
             lines = "Error thread_create\\.\n" * failed
             yield Outcome(255, "", lines, (KEPT, KEPT, KEPT))
-            yield Outcome(ABORTED, aborted, lines, (EMPTIED, ANY, EMPTIED))
-            yield Outcome(1, uncoded, lines + "(error compressing\n)*", (ANY, ANY, ANY))
+            yield Outcome(ABORTED, aborted, lines, (EMPTIED, unfinished(case), EMPTIED))
+            yield Outcome(1, uncoded, lines + "(error compressing\n)*", (unfinished(case),) * 3)
 
 
 def api_allocation(case):
@@ -205,7 +209,7 @@ def quarnex_read_error(case):
     source = case.source("big")
     message = f"can't read input file '{source}'\\. '{text(errno.EIO)}'"
     outcomes = [quarnex_stop(case, message)]
-    walked = [quarnex_skip(message)]
+    walked = [quarnex_skip(case, message)]
     if not case.compresses:
         code = f"103: read error\\. errno=5 '{text(errno.EIO)}'"
         aborts = [quarnex_abort(case, source, code, out="(err=Input/output error, \\d+,\\d+ )?",
@@ -347,14 +351,27 @@ def source_shrinks(case):
 
 def quarnex_shrinks(case):
     source = case.source("big")
-    outcomes = [quarnex_skip(f"input file '{source}' has become shorter")]
     if not case.compresses:
-        # Between two records, or within the head of one, the end of a file gives no message.
-        outcomes = [Outcome(0, "", "", (RIGHT, ANY, RIGHT)),
-                    quarnex_abort(case, source, "10[35]: .*", "(err=, \\d+,\\d+ )?", settled=True)]
+        yield from quarnex_shrinks_restored(case)
+        return
+    shorter = quarnex_skip(case, f"input file '{source}' has become shorter",
+                           big=frozenset({"short"}))
     for size in (100, 10):
-        yield Trial(f"read r2 {{}} 1 truncate {source} {size}", tuple(outcomes), loses="big",
+        yield Trial(f"read r2 {{}} 1 truncate {source} {size}", (shorter,), loses="big",
                     ends_sweep=True)
+
+
+def quarnex_shrinks_restored(case):
+    """The header and the first head are read together, then in turn a payload and the head of the
+    next record, where the end of a file gives no message."""
+    source = case.source("big")
+    short = quarnex_abort(case, source, "10[35]: .*", "(err=, \\d+,\\d+ )?", settled=True)
+    for number in range(1, 2 * case.big_blocks + 1):
+        expected = short
+        if number > 1 and number % 2 == 1:
+            expected = Outcome(0, "", "", (RIGHT, PREFIX, RIGHT), size=number // 2 * MIB)
+        for size in (100, 10):
+            yield Trial(f"read r2 {number} 1 truncate {source} {size}", (expected,), loses="big")
 
 
 def qrx_shrinks(case):
@@ -394,7 +411,7 @@ def vanishing_trials(case):
     if case.program == "quarnex":
         message = f"can't open input file '{source}'\\. '{text(errno.ENOENT)}'"
         yield Trial(early, (quarnex_stop(case, message, KEPT),), loses="big", has_old=True)
-        yield Trial(early, (quarnex_skip(f"{source}: {text(errno.ENOENT)}", KEPT),), loses="big",
+        yield Trial(early, (quarnex_skip(case, f"{source}: {text(errno.ENOENT)}", KEPT),), loses="big",
                     options=("-r",))
         return
     yield Trial(early, (qrx_failure(source, text(errno.ENOENT)),), loses="big", has_old=True)
@@ -435,19 +452,21 @@ def removal_trials(case):
 
 def killed(case):
     """Killed before a random call, and at random times.  The caller fills in the numbers."""
-    if case.program == "quarnex":
-        states = (ANY, ANY, ANY)
+    if case.program == "quarnex" and case.workers:
+        states = [(unfinished(case),) * 3]
+    elif case.program == "quarnex":  # one file after the other
+        states = [(EMPTIED, KEPT, KEPT), (RIGHT, EMPTIED, KEPT), (RIGHT, RIGHT, EMPTIED)]
     elif case.program == "qrx":
-        states = (RIGHT | KEPT, RIGHT | KEPT, RIGHT | KEPT)
-    else:
-        states = (KEPT, RIGHT | PREFIX, KEPT)
+        states = [(RIGHT | KEPT,) * 3]
+    else:  # the client itself writes a restored file
+        states = [(KEPT, RIGHT | KEPT if case.compresses else EMPTIED, KEPT)]
     leaves = "out/\\.qrx-[0-9a-f]{4}\\.tmp" if case.program == "libqrx" else ""
     reported = "(0 0 0 0\n)?" if case.program == "libqrx" else ""  # at its end
-    dead = Outcome(-9, "", reported, states)
+    dead = tuple(Outcome(-9, "", reported, each) for each in states)
     for has_old in (False, True):
-        yield Trial("any * {random} 1 kill", (dead,), leaves=leaves, has_old=has_old,
+        yield Trial("any * {random} 1 kill", dead, leaves=leaves, has_old=has_old,
                     ends_sweep=True)
-        yield Trial("any * 1 1 none", (dead,), leaves=leaves, has_old=has_old, delay=1,
+        yield Trial("any * 1 1 none", dead, leaves=leaves, has_old=has_old, delay=1,
                     ends_sweep=True)
 
 

@@ -13,10 +13,11 @@ import struct
 import subprocess
 import sys
 import tempfile
+import typing
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tool"))
 
-from qrx_files import HEADER, payloads  # noqa: E402
+from qrx_files import HEADER, block_of, payloads, records  # noqa: E402
 
 MIB = 1 << 20
 TIME_LIMIT = 60  # seconds for a run, which takes milliseconds
@@ -25,6 +26,7 @@ BYSTANDER = b"not a part of the run"
 OLD = b"old content"
 NAMES = ("first", "big", "last")  # in the order of their processing; faults concern `big`
 MAX_WORKERS = 8
+HEADER_BEFORE_TYPE = 14  # bytes: magic number, size, method and level
 
 
 @dataclasses.dataclass(frozen=True)
@@ -37,6 +39,11 @@ class Case:
     @property
     def compresses(self):
         return self.operation == "compress"
+
+    @property
+    def big_blocks(self):
+        """The number of blocks of `big`, unless all files are small."""
+        return max(self.workers, 2) + 1
 
     def source(self, name):
         return name if self.compresses else name + ".qrx"
@@ -52,12 +59,17 @@ class Outcome:
     right     complete
     kept      as before the run: the old content, or no file
     prefix    the first bytes of the right content, or none
-    partial   anything else
+    blocks    only whole blocks of the right content, of which some may be missing and the last may be
+              cut: records of a .qrx file in any order, or restored blocks with zeros in the gaps
+    short     a .qrx file that ends with a stored block, the first bytes of a block of the source
+    absent    the old content is gone
+    wrong     anything else
     """
     status: int
     err: str  # regular expressions for all of standard error and standard output
     out: str
     states: tuple
+    size: typing.Optional[int] = None  # of the output of `big`, if it matters
 
 
 @dataclasses.dataclass(frozen=True)
@@ -105,22 +117,23 @@ class Programs:
         self.known_contents = {}
         self.known_images = {}
 
-    def contents(self, workers, is_small):
+    def contents(self, case, is_small):
         """Returns the content of each file: enough blocks for all workers."""
-        big = 70_000 if is_small else (workers if workers > 2 else 2) * MIB + 300_000
+        big = 70_000 if is_small else (case.big_blocks - 1) * MIB + 300_000
         if big not in self.known_contents:
             self.known_contents[big] = {"first": block_contents(1, 3000),
                                         "big": block_contents(2, big),
                                         "last": block_contents(3, 4000)}
         return self.known_contents[big]
 
-    def compressed(self, program, cell, workers, is_small):
+    def compressed(self, case, cell, is_small):
         """Returns the compressed form of each file."""
-        key = (program, cell, workers, is_small)
+        program = case.program
+        key = (program, cell, case.workers, is_small)
         if key not in self.known_images:
             with tempfile.TemporaryDirectory(dir=self.folder) as place:
                 made = {}
-                for name, content in self.contents(workers, is_small).items():
+                for name, content in self.contents(case, is_small).items():
                     pathlib.Path(place, name).write_bytes(content)
                     command = {"quarnex": [self.quarnex, "-" + cell, "-p0", "-b1", name, "out"],
                                "qrx": [self.qrx, "-" + cell, "-b1", "-q", "-C", "out", name],
@@ -173,6 +186,40 @@ def has_same_blocks(image, other):
         return False
 
 
+def has_whole_records(image, right):
+    """Whether a .qrx file has only records of the right one, each at most once.  The last may be cut."""
+    known = payloads(right)[0]
+    found = set()
+    if image[:HEADER] != right[:HEADER]:
+        return False
+    for sequence, (offset, size) in enumerate(records(image)):
+        block = block_of(image, sequence, offset)
+        if block in found or not 0 <= block < len(known) or size != len(known[block]) or not (
+                known[block].startswith(image[offset:offset + size])):
+            return False
+        found.add(block)
+    return True
+
+
+def is_shortened(image, right, original):
+    """Whether a .qrx file has its first blocks, the last of them short and stored.  The type of the
+    file, which determines parameters in the header, depends on the first block."""
+    try:
+        (*whole, last), rest = payloads(image)
+    except ValueError:
+        return False
+    compared = HEADER if whole else HEADER_BEFORE_TYPE
+    return (image[:compared] == right[:compared] and whole == payloads(right)[0][:len(whole)] and
+            original.startswith(last, len(whole) * MIB) and not rest)
+
+
+def has_whole_blocks(content, right):
+    """Whether a restored file differs from the right one only by zeros at the end of some blocks."""
+    return len(content) <= len(right) and all(
+        right.startswith(content[start:start + MIB].rstrip(b"\0"), start)
+        for start in range(0, len(content), MIB))
+
+
 def identity(path):
     """Returns what changes if a file is replaced or written to."""
     found = path.stat()
@@ -195,8 +242,8 @@ class Run:
     def prepare(self, trial):
         """Creates the files of a trial."""
         case = self.case
-        self.originals = self.programs.contents(case.workers, trial.is_small)
-        images = self.programs.compressed(case.program, trial.cell, case.workers, trial.is_small)
+        self.originals = self.programs.contents(case, trial.is_small)
+        images = self.programs.compressed(case, trial.cell, trial.is_small)
         self.sources, self.rights = ((self.originals, images) if case.compresses
                                      else (images, self.originals))
         for name in ("out", "gone"):
@@ -280,7 +327,14 @@ class Run:
             return "absent"
         if self.is_right(name, content, trial):
             return "right"
-        return "prefix" if self.rights[name].startswith(content) else "partial"
+        right = self.rights[name]
+        if right.startswith(content):
+            return "prefix"
+        has_whole = has_whole_records if self.case.compresses else has_whole_blocks
+        if has_whole(content, right):
+            return "blocks"
+        is_short = self.case.compresses and is_shortened(content, right, self.originals[name])
+        return "short" if is_short else "wrong"
 
     def losses(self, trial, states):
         """Describes files that the run should not have touched."""
@@ -339,21 +393,23 @@ class Run:
         outcomes = trial.outcomes
         if not happened and trial.ends_sweep:
             outcomes = (success(self.case),)
-        if not any(self.agrees(outcome, status, err, out, states) for outcome in outcomes):
-            found.append(f"status {status}, {states}, {err!r}, {out!r}")
+        size = len(self.find(self.case.target("big")) or b"")
+        if not any(self.agrees(outcome, status, err, out, states, size) for outcome in outcomes):
+            found.append(f"status {status}, {states}, {size} bytes, {err!r}, {out!r}")
         found += self.wrong_repetition(trial, states)
         return happened, found
 
     @staticmethod
-    def agrees(outcome, status, err, out, states):
-        return (status == outcome.status and re.fullmatch(outcome.err, err) is not None and
+    def agrees(outcome, status, err, out, states, size):
+        return (status == outcome.status and outcome.size in (None, size) and
+                re.fullmatch(outcome.err, err) is not None and
                 re.fullmatch(outcome.out, out) is not None and
                 all(state in allowed for state, allowed in zip(states, outcome.states)))
 
 
 RIGHT = frozenset({"right"})
 KEPT = frozenset({"kept"})
-ANY = frozenset({"right", "kept", "prefix", "partial", "absent"})
+PREFIX = frozenset({"kept", "prefix"})
 
 
 def success(case, err="", out=""):

@@ -32,6 +32,13 @@ def extents(image):
     return [(offset - HEAD, offset + size) for offset, size in records(image)]
 
 
+def block_of(image, sequence, offset):
+    """Returns the number of the block of a record, given the record's number and its payload's offset."""
+    displacement = image[offset - 1]
+    distance = displacement >> 1
+    return sequence + (-distance if displacement & 1 else distance)
+
+
 def payloads(image):
     """Returns the payloads in the order of their blocks, and what follows the last record, such as the seal.
 
@@ -40,9 +47,7 @@ def payloads(image):
     blocks = {}
     end = HEADER
     for sequence, (offset, size) in enumerate(records(image)):
-        displacement = image[offset - 1]
-        distance = displacement >> 1
-        blocks[sequence + (-distance if displacement & 1 else distance)] = image[offset:offset + size]
+        blocks[block_of(image, sequence, offset)] = image[offset:offset + size]
         end = offset + size
     if end > len(image) or sorted(blocks) != list(range(len(records(image)))):
         raise ValueError("not a complete .qrx file")
