@@ -141,7 +141,7 @@ def exhaustion(case):
         states = (RIGHT | KEPT,) * 3
         yield Outcome(1, "(qrx: (.*: )?(out of memory|a thread can't be started)\n)+", "", states)
         return
-    aborted = "quarnex: (\\S+: )?error 100: malloc error\n"
+    aborted = "(quarnex: (\\S+: )?error 100: malloc error\n)+"  # each thread may report it
     uncoded = "(\\S+: not enough memory for block \\d+\n)+"
     yield Outcome(ABORTED, f"({uncoded})?{aborted}", "(error compressing\n)*",
                   (EMPTIED, unfinished(case), EMPTIED))
