@@ -340,7 +340,7 @@ The same commit, built twice in different environments, gives the same bytes. Di
 
 # ------------------------------------------------------------------------------------------ page
 
-# The table that a section needs, its title, its parts in `runs`, and what renders it
+# The name of a section, its title, its parts in `runs`, and what renders the rows of their tables
 SECTIONS = [
     ("speed", "Ratio and speed", ("speed",), speed_section),
     ("threads", "Threads", ("threads",), threads_section),
@@ -378,11 +378,11 @@ def rendered(tables):
     runs = {row["part"]: row for row in tables.read("runs") or []}
     text = HEAD
     for name, title, parts, render in SECTIONS:
-        rows = tables.read(name)
+        rows = [row for part in parts for row in tables.read(part) or []]
         text += f"## {title}\n\n"
         more = [tables.read(SECOND_TABLES[name]) or []] if name in SECOND_TABLES else []
         text += (render(rows, *more).rstrip("\n") if rows else "Not measured.") + "\n\n"
-        names = [name, *(SECOND_TABLES[name] for each in more if each)] if rows else []
+        names = [*filter(tables.read, parts), *(SECOND_TABLES[name] for each in more if each)] if rows else []
         text += source_text(name, parts, runs, names) + "\n"
     return wrapped(text + machines_section(runs))
 

@@ -5,7 +5,6 @@ dashes tell series apart, and every point or line has its name beside it.
 """
 
 import collections
-import hashlib
 import itertools
 import math
 import operator
@@ -15,15 +14,12 @@ from .front import front
 from .page import levels_of_memory
 from .readme import presets
 from .speed import points_of
+from .tables import digest_of
 
 PLOTS = {"compress": "speed", "decompress": "speed", "threads": "threads", "memory": "memory",
          "small_files": "small_files"}  # the table of each plot
 WIDTH, HEIGHT = 9.0, 7.0  # inches
 DARK, GREY, LIGHT = "black", "0.35", "0.86"
-
-
-def digest_of(path):
-    return hashlib.sha256(path.read_bytes()).hexdigest()[:16]
 
 
 def stored_digest(svg):

@@ -1,6 +1,7 @@
 """The CSV files of the results: one directory, one file for each table."""
 
 import csv
+import hashlib
 import pathlib
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -8,7 +9,7 @@ DEFAULT_FOLDER = ROOT / "docs" / "results"
 
 # The columns of each table.  A table may have more columns at its end.
 COLUMNS = {
-    "runs": "part,date,commit,machine,compiler,versions,seconds",
+    "runs": "part,date,commit,machine,compiler,versions,seconds,digest",
     "speed": "tool,setting,file,original_bytes,compressed_bytes,compress_s,decompress_s,runs",
     "threads": "tool,setting,operation,threads,original_bytes,compressed_bytes,elapsed_s,processor_s,runs",
     "memory": "tool,setting,operation,workers,bound_MiB,peak_MiB",
@@ -17,6 +18,7 @@ COLUMNS = {
     "damage": "format,method,sealed,edit,edits,noticed,harmless,silent,crashed,hung",
     "faults": "program,operation,fault,workers,runs,result,note",
     "schedules": "kind,runs,seconds,faults,note",
+    "stress": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
     "fuzz_unlinked": "file",  # of src/
     # time: Unix time; *_s: seconds; commit: of the tree, empty if unknown
@@ -26,6 +28,14 @@ COLUMNS = {
     "payloads": "variant,cells,files,digest,equal",
     "reproducible": "artifact,first,second,equal",
 }
+
+
+# The tables that a part writes; all others write one of their own name.
+TABLES_OF_PARTS = {"fuzz_coverage": ["fuzz_coverage", "fuzz_unlinked"]}
+
+
+def digest_of(*paths):
+    return hashlib.sha256(b"".join(path.read_bytes() for path in paths)).hexdigest()[:16]
 
 
 def columns(name):
@@ -77,7 +87,13 @@ class Tables:
     def write(self, name, rows):
         write_table(self.path(name), name, rows)
 
+    def digest(self, part):
+        """Returns the digest of the tables that a part has written; empty if there are none."""
+        paths = [self.path(name) for name in TABLES_OF_PARTS.get(part, [part])]
+        return digest_of(*paths) if all(path.exists() for path in paths) else ""
+
     def record_run(self, row):
-        """Stores when and where a part was measured, in place of its previous run."""
+        """Stores when and where the tables of a part were measured, in place of its previous run."""
+        row = {**row, "digest": self.digest(row["part"])}
         rows = [old for old in self.read("runs") or [] if old["part"] != row["part"]]
         self.write("runs", sorted([*rows, row], key=lambda each: each["part"]))

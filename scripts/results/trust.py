@@ -6,17 +6,17 @@ from temp_dir import run_command
 
 from .tables import ROOT
 
-# Each part: the table, and the command, in which {csv} is the table's file.  Commands without {csv} always write
-# to docs/results/.
+# The command of each part, in which {csv} is the file of its table.  Commands without {csv} always write to
+# docs/results/.
 COMMANDS = {
-    "damage": ("damage", ["scripts/check_damage", "--csv", "{csv}"]),
-    "faults": ("faults", ["scripts/check_faults", "--csv", "{csv}"]),
-    "schedules": ("schedules", ["scripts/stress", "schedules", "--csv", "{csv}"]),
-    "stress": ("schedules", ["scripts/stress", "files", "--csv", "{csv}"]),
-    "payloads": ("payloads", ["scripts/check_payloads", "--csv", "{csv}"]),
-    "reproducible": ("reproducible", ["scripts/check_reproducible", "--windows", "--csv", "{csv}"]),
-    "fuzz_coverage": ("fuzz_coverage", ["scripts/fuzz", "coverage"]),
-    "fuzz_hours": ("fuzz_hours", ["scripts/fuzz", "hours"]),
+    "damage": ["scripts/check_damage", "--csv", "{csv}"],
+    "faults": ["scripts/check_faults", "--csv", "{csv}"],
+    "schedules": ["scripts/stress", "schedules", "--csv", "{csv}"],
+    "stress": ["scripts/stress", "files", "--csv", "{csv}"],
+    "payloads": ["scripts/check_payloads", "--csv", "{csv}"],
+    "reproducible": ["scripts/check_reproducible", "--windows", "--csv", "{csv}"],
+    "fuzz_coverage": ["scripts/fuzz", "coverage"],
+    "fuzz_hours": ["scripts/fuzz", "hours"],
 }
 
 # What lib.sh builds before some of the commands; the others build for themselves.
@@ -31,22 +31,20 @@ PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip")}
 
 
 def command_text(part):
-    table, words = COMMANDS[part]
-    return " ".join(words).format(csv=f"docs/results/{table}.csv")
+    return " ".join(COMMANDS[part]).format(csv=f"docs/results/{part}.csv")
 
 
 def writes_anywhere(part):
     """Whether the command can write to a folder other than docs/results/."""
-    return "{csv}" in COMMANDS[part][1]
+    return "{csv}" in COMMANDS[part]
 
 
 def measure(part, tables):
     """Runs the command of a part, which writes the table itself."""
-    table, words = COMMANDS[part]
     tables.folder.mkdir(parents=True, exist_ok=True)
     if part in BUILDS:
         script = f'. scripts/lib.sh; need_packages "${{test_packages[@]}}"; build {BUILDS[part]}'
         subprocess.run(["bash", "-c", script, "scripts/report"], cwd=ROOT, check=True)
-    command = [word.format(csv=tables.path(table)) for word in words]
+    command = [word.format(csv=tables.path(part)) for word in COMMANDS[part]]
     if run_command(command, cwd=ROOT) != 0:
         raise SystemExit(f"failed: {' '.join(command)}")

@@ -210,6 +210,8 @@ class CommandTest(unittest.TestCase):
         changed = re.sub(r"^(qrx,-1,compress,1,\d+,\d+),[\d.]+", r"\1,77.000", table.read_text(encoding="utf-8"),
                          flags=re.MULTILINE)
         table.write_text(changed, encoding="utf-8")
+        results = tables.Tables(self.folder)
+        results.record_run(next(row for row in results.read("runs") if row["part"] == "threads"))
         done = self.report("pages", "--check")
         self.assertEqual(done.returncode, 1)
         self.assertEqual([pathlib.Path(line.split(" ")[0]).name for line in done.stderr.splitlines()],
@@ -220,9 +222,23 @@ class CommandTest(unittest.TestCase):
         runs.write_text(re.sub(r"^stress,.*\n", "", runs.read_text(encoding="utf-8"), flags=re.MULTILINE),
                         encoding="utf-8")
         self.render()
+        self.check_finds_unrecorded("stress")
+
+    def test_check_finds_tables_that_were_replaced_after_their_run_was_recorded(self):
+        for table, part in (("fuzz_unlinked", "fuzz_coverage"), ("schedules", "schedules")):
+            results = tables.Tables(self.folder)
+            results.write(table, results.read(table) * 2)
+            self.render()
+            self.check_finds_unrecorded(part)
+            results.record_run(next(row for row in results.read("runs") if row["part"] == part))
+            self.render()
+            self.assertEqual(self.report("pages", "--check").returncode, 0)
+
+    def check_finds_unrecorded(self, part):
         done = self.report("pages", "--check")
         self.assertEqual(done.returncode, 1)
-        self.assertEqual(done.stderr, f"{runs} has no row of stress: run scripts/report stress\n")
+        self.assertEqual(done.stderr, f"{self.folder / 'runs.csv'} has no row of the current {part}.csv: "
+                                      f"run scripts/report {part}\n")
 
     def test_the_same_tables_give_the_same_plots(self):
         self.render()
