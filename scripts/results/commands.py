@@ -22,7 +22,7 @@ LONG_ENOUGH = 5  # seconds; a command that takes this long isn't repeated
 
 @dataclasses.dataclass
 class Cost:
-    """The fastest of several runs, and the peak memory of the largest process of any run."""
+    """The smallest times of several runs, maybe of different ones, and the peak memory of the largest process."""
 
     elapsed_s: float
     processor_s: float

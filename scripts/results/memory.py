@@ -1,6 +1,6 @@
 """Measures the peak memory of qrx by level and worker against the library's bound, and that of peers.
 
-The input is noise in which few bytes repeat.  It fills all buffers of qrx, and no block of it is stored.
+The input is noise in which few bytes repeat.  It fills all buffers of qrx, and method 5 stores no block of it.
 """
 
 import json
@@ -12,7 +12,7 @@ from . import commands
 
 PEERS = ("lz4", "zstd", "gzip", "bzip2", "brotli", "xz", "7-Zip")
 LEVELS = range(10)
-METHOD = 5            # needs the most; the methods differ by less than 1 MiB
+METHOD = 5            # the bounds of the methods differ by less than 1 MiB
 MIB = 1 << 20
 WORKERS = (1, 2)      # measured; the bound is also listed for one more
 PEER_SETTINGS = [("lz4", "-1"), ("gzip", "-6"), ("bzip2", "-9"), ("zstd", "-1"), ("zstd", "-3"), ("zstd", "-19"),
