@@ -460,10 +460,14 @@ def killed(case):
         states = [(RIGHT | KEPT,) * 3]
     else:  # the client itself writes a restored file
         states = [(KEPT, RIGHT | KEPT if case.compresses else EMPTIED, KEPT)]
-    leaves = "out/\\.qrx-[0-9a-f]{4}\\.tmp" if case.program == "libqrx" else ""
     reported = "(0 0 0 0\n)?" if case.program == "libqrx" else ""  # at its end
     dead = tuple(Outcome(-9, "", reported, each) for each in states)
     for has_old in (False, True):
+        leaves = ""
+        if case.program == "libqrx":
+            leaves = "out/\\.qrx-[0-9a-f]{4}\\.tmp"
+        elif case.program == "qrx" and has_old:  # a complete file, about to be renamed
+            leaves = "out/\\.qrx-\\d+-\\d+-\\d+"
         yield Trial("any * {random} 1 kill", dead, leaves=leaves, has_old=has_old,
                     ends_sweep=True)
         yield Trial("any * 1 1 none", dead, leaves=leaves, has_old=has_old, delay=1,
