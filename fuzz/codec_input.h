@@ -32,7 +32,7 @@ struct coded {
 /// Encodes a block of at least 1 byte.  All buffers are separate heap blocks that end with their
 /// slack.
 coded encode(const codec_parameters& parameters, std::span<const u8> block);
-/// Decodes a payload between heap blocks of its exact size and of `out_len` bytes.  The output
+/// Decodes a payload from a heap block of its exact size to one of `out_len` bytes.  The output
 /// buffer is first filled with `fill`.
 coded decode(const codec_entry& decoder, const codec_parameters& parameters,
              std::span<const u8> payload, u32 out_len, u8 fill);

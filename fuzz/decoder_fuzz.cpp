@@ -28,9 +28,9 @@ const codec_entry& portable_decoder(u8 method)
     }
 }
 
-/// Requires that the start of a block doesn't depend on where the block ends.  Its last bytes are
-/// decoded by a form of the loop that checks each of them.  This doesn't hold for methods 3
-/// and 4, whose codes depend on the block's length.
+/// Requires that the start of a block doesn't depend on where the block ends, although its last
+/// bytes are decoded by a form of the loop that checks each of them.  Methods 3 and 4 are left out,
+/// since their codes depend on the block's length.
 void decode_less(const codec_entry& decoder, const codec_parameters& parameters,
                  std::span<const u8> payload, const coded& whole)
 {

@@ -1,8 +1,8 @@
 // fuzz/fuzz_target.h - the interface of a fuzz target
 //
-// A target is a function that accepts any bytes, and a set of seed inputs.  It is called by
-// libFuzzer (X_fuzz) and by replay_main.cpp with generated inputs (X_replay), which any compiler
-// can build.  A target reports a fault by aborting the process.
+// A target consists of a function that accepts any bytes, and of seed inputs.  The function is
+// called by libFuzzer (X_fuzz), and by replay_main.cpp with generated inputs (X_replay, which any
+// compiler can build).  A target reports a fault by aborting the process.
 #pragma once
 
 #include "support/shapes.h"

@@ -101,7 +101,7 @@ bytes payload_at(qrx_reader& reader, u64 block, usize length)
     return payload;
 }
 
-/// Requires that a codec makes the payload of a block, from any buffer.
+/// Requires that a codec makes `payload` from `block`, in its own buffer and in another one.
 void check_encoder(qrx_codec& codec, const bytes& block, const bytes& payload)
 {
     bytes made(block.size() + QRX_CODEC_SLACK);
@@ -151,7 +151,8 @@ void check_blocks(const qrx_params& params, const bytes& image, const bytes& con
     }
 }
 
-/// Requires that everyone restores the same from an image with a changed byte in a payload.
+/// Requires that codec, readers and engine restore the same from an image with a changed byte in
+/// a payload.
 void check_damaged(const qrx_params& params, bytes image, u32 offset, u8 value, u32 threads)
 {
     const reader_ptr intact = open_image(image);

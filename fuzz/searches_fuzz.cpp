@@ -1,7 +1,7 @@
-// fuzz/searches_fuzz.cpp - compares the match finders of levels 8 and 9 with each other
+// fuzz/searches_fuzz.cpp - compares the match finders of level 8, and those of level 9
 //
-// The tree of level 9 with the trie, with the same positions searched, inserted, left out and
-// inserted again; and the match lists from the tree with those from merging intervals.
+// Level 9: the LCP tree with the trie, while both search, insert, skip and insert again the same
+// positions.  Level 8: the match lists from the tree with those from merging intervals.
 //
 //     | options: 1 | number of steps: 1 | steps: 2 each | program of the block |
 //

@@ -192,7 +192,7 @@ class session {
         return advanced(size, qrx_writer_advance(writer_, size));
     }
 
-    /// Appends a block from the other image; elsewhere than at a border that is refused.
+    /// Appends a block from the other image, which must be refused except at a block boundary.
     qrx_status append_raw()
     {
         const reader_ptr reader = open_image(plan_.other_image);

@@ -1,4 +1,4 @@
-"""Measures quarnex and renders docs/results/; scripts/report is the command."""
+"""Measures qrx and renders docs/results/; scripts/report is the command."""
 
 import pathlib
 import sys

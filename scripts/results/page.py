@@ -61,8 +61,8 @@ seconds run once.
 
 {plot("compress", "Ratio against compression speed")}
 {plot("decompress", "Ratio against decompression speed")}
-A cell is on the Pareto front if no other cell is at least as good in both ratio and speed, and better in one. In the \
-tables, `c` marks the front for compression, `d` that for decompression; qrx and the others have separate fronts.
+A row is on the Pareto front of its table if no other row is at least as good in both ratio and speed, and better in \
+one. `c` marks the front for compression, `d` that for decompression.
 
 ### All cells of qrx
 
@@ -112,7 +112,7 @@ def threads_section(rows):
     heads = [f"{operation}, {count}" for operation in ("compress", "decompress") for count in counts]
     return f"""\
 Whole programs, elapsed seconds with {listed(counts)} threads. The input is one file of \
-{size / 1e6:.0f} MB, the same files concatenated and repeated. Input and output are in memory (tmpfs), so the \
+{size / 1e6:.0f} MB, the files above, concatenated and repeated. Input and output are in memory (tmpfs), so the \
 times include program start and copying, but no disk access. The fastest of 3 runs counts; runs of more than 5 \
 seconds are not repeated. \
 pigz and zstd decompress with one thread.
@@ -153,7 +153,8 @@ Memory of qrx in MiB for blocks of its default size (32 MiB; 16 MiB at levels 4 
 bound that the library states in advance (`qrx_compress_memory()`, `qrx_decompress_memory()`). The peak is that of the \
 process. It includes about 5 MiB of program and libraries, which are not part of the bound. All figures are for method \
 5; the bounds of the other methods differ from its by less than 1 MiB. The input is noise in which few bytes repeat, \
-so it fills all buffers, and method 5 stores no block of it. At level 9 the bound includes the whole address range reserved for the trie, most of which is never used. Small files need less, \
+so it fills all buffers, and method 5 stores no block of it. At level 9 the bound includes the whole address range \
+reserved for the trie, most of which is never used. Small files need less, \
 and `-b` and `--memory-limit` reduce the memory.
 
 {plot("memory", "Peak memory of qrx by level, one and two workers")}
@@ -176,8 +177,8 @@ def small_files_section(rows):
 A generated tree of {int(rows[0]['files']):,} text files, {int(rows[0]['original_bytes']) / 1e6:.1f} MB in all. Either \
 each file is compressed separately (`-r`; xz gets the names from `find`), or the tree is packed with tar. All \
 programs use their default number of threads. Files are in memory (tmpfs), where flushing to disk is free; elsewhere \
-it takes much of the time of qrx, the only program that flushes (unless `--no-sync` is given). Commands run 3 times, or \
-once if they take 5 seconds or more. The smallest elapsed and the smallest processor time count; they can be those of \
+it takes much of the time of qrx, the only program that flushes (unless `--no-sync` is given). Commands run 3 times, \
+or once if they take 5 seconds or more. The smallest elapsed and the smallest processor time count; they can be those of \
 different runs.
 
 {plot("small_files", "Elapsed and processor time for small files")}
@@ -211,8 +212,8 @@ other formats, *sealed* means that the file has a checksum.
 
 A fifth of the edits changes a bit, a fifth a byte, and a fifth a sector of 512 bytes; a fifth cuts off the end, and a \
 fifth swaps two chunks of 4 KiB. Files of qrx get 100 edits more, which swap two of five whole records: each pair at \
-each level. The rows `qrx (quarnex)` are about the unsealed files of qrx, restored by `quarnex -d`. It has no test, so all \
-its messages count as noticed, even if the exit status is 0.
+each level. The rows `qrx (quarnex)` are about the unsealed files of qrx, restored by `quarnex -d`. It has no test, \
+so all its messages count as noticed, even if the exit status is 0.
 
 {markdown_table(("format", "sealed", *outcomes, "silent share"), table)}
 Share of edits to files of qrx that are silent, by kind of edit:
@@ -280,9 +281,9 @@ def fuzz_coverage_section(rows, unlinked):
     files = listed(f"`{row['file']}`" for row in unlinked)
     left_out = f" Not counted, since no target links them: {files}." if unlinked else ""
     return f"""\
-Regions of `src/` that the inputs in the source tree reach (the generated seeds and `fuzz/corpus/`, not what later runs \
-found), of the code that is linked into the targets: those of all fuzz targets together, by directory, and that of each \
-target. A region is a piece of code without branches, as counted by \
+How many regions of `src/` the inputs in the source tree reach (the generated seeds and `fuzz/corpus/`, not what later \
+runs found): first of all fuzz targets together, by directory, then of each target. Only code for Linux that is linked \
+into a target counts. A region is a piece of code without branches, as counted by \
 llvm-cov.{left_out}
 
 {markdown_table(("directory", "regions", "reached", "share"),
@@ -302,8 +303,8 @@ def require_explanations(rows, faults):
     for target in sorted(counted.keys() | explained.keys()):
         if explained[target] != counted.get(target, 0):
             raise SystemExit(f"fuzz_faults.csv explains {explained[target]} faults of the fuzz target {target}, but "
-                             f"fuzz_hours.csv counts {counted.get(target, 0)}: write there what each fault was, and "
-                             "which test covers it")
+                             f"fuzz_hours.csv counts {counted.get(target, 0)}: explain each fault in fuzz_faults.csv, "
+                             "and name the test that covers it")
 
 
 def fuzz_hours_section(rows, faults):
@@ -312,7 +313,7 @@ def fuzz_hours_section(rows, faults):
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
 system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
-ended. Date and commit below are those of the last sum. Many of the runs are older: [fuzz_runs.csv](fuzz_runs.csv) has \
+ended. The date and commit below are those of the latest update of this table. Many of the runs are older: [fuzz_runs.csv](fuzz_runs.csv) has \
 their times and, where recorded, commits.
 
 """ + markdown_table(
@@ -330,8 +331,8 @@ def list_of_faults(faults):
 
 def payloads_section(rows):
     return """\
-The same files have the same payloads, whichever compiler, optimization level and system the program was built with or \
-for, and with any number of workers. The digest covers all payloads.
+Payloads depend only on the original and the parameters, not on the compiler, the optimization level, the system, the \
+program or the number of workers. The digest covers all payloads.
 
 """ + markdown_table(("variant", "cells", "files", "digest", "equal"),
                      [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", row["equal"])
@@ -340,7 +341,7 @@ for, and with any number of workers. The digest covers all payloads.
 
 def reproducible_section(rows):
     return """\
-The same commit, built twice in different environments, gives the same bytes. Digests are the start of SHA-256.
+A commit, built twice in different environments, gives the same bytes. The table has the first 16 digits of SHA-256.
 
 """ + markdown_table(("artifact", "first", "second", "equal"),
                      [(f"`{row['artifact']}`", f"`{row['first'][:16]}`", f"`{row['second'][:16]}`",

@@ -258,8 +258,8 @@ class CommandTest(unittest.TestCase):
         for arguments, message in ((["speed"], "a folder of files"), (["/tmp"], "expected parts"),
                                    (["performance"], "a folder of files"), (["all"], "a folder of files"),
                                    (["all", "/tmp"], "fuzz_coverage always writes to docs/results/"),
-                                   (["memory", "--check"], "--check goes with pages"),
-                                   (["damage", "--quick"], "--quick goes with speed"),
+                                   (["memory", "--check"], "--check works only with pages"),
+                                   (["damage", "--quick"], "--quick works only with speed"),
                                    (["fuzz_hours"], "fuzz_hours always writes to docs/results/"),
                                    (["speed", "/no/such/folder"], "is not a folder")):
             done = self.report(*arguments)
