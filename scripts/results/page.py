@@ -178,8 +178,8 @@ A generated tree of {int(rows[0]['files']):,} text files, {int(rows[0]['original
 each file is compressed separately (`-r`; xz gets the names from `find`), or the tree is packed with tar. All \
 programs use their default number of threads. Files are in memory (tmpfs), where flushing to disk is free; elsewhere \
 it takes much of the time of qrx, the only program that flushes (unless `--no-sync` is given). Commands run 3 times, \
-or once if they take 5 seconds or more. The smallest elapsed and the smallest processor time count; they can be those of \
-different runs.
+or once if they take 5 seconds or more. The smallest elapsed and the smallest processor time count; they can be those \
+of different runs.
 
 {plot("small_files", "Elapsed and processor time for small files")}
 {markdown_table(("", "ratio", "compress s", "processor s", "decompress s", "processor s"), table)}"""
@@ -313,8 +313,8 @@ def fuzz_hours_section(rows, faults):
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
 system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
-ended. The date and commit below are those of the latest update of this table. Many of the runs are older: [fuzz_runs.csv](fuzz_runs.csv) has \
-their times and, where recorded, commits.
+ended. The date and commit below are those of the latest update of this table. Many of the runs are older: \
+[fuzz_runs.csv](fuzz_runs.csv) has their times and, where recorded, commits.
 
 """ + markdown_table(
         ("target", "processor hours", "executions", "faults"),

@@ -17,7 +17,7 @@
 namespace quarnex::test {
 namespace {
 
-/// So many runs include every kind, whatever the seed.
+/// A number of runs that includes every kind, whatever the seed.
 constexpr u64 enough_runs = 50;
 
 struct arguments {
