@@ -136,9 +136,10 @@ QRX_API uint64_t qrx_decompress_memory(const qrx_params* params, uint32_t thread
  * number of its block to event().  A damaged header is reconstructed from the records; then
  * qrx_info.layout has QRX_NOT_QRX or QRX_CORRUPT, which opening reports to event(), and the filter
  * and the last bytes of the original may be wrong.  Opening reads the file from its end back to the
- * damage and decodes a few blocks.  Memory for the search: up to 2 MiB and 64 bytes per block.  If
- * the header is damaged, also up to 64 MiB for its records, and then a payload and a block of 64
- * MiB, or of the size that the damaged header states if that is larger (up to 2047 MiB). */
+ * damage and decodes a few blocks.  Memory for the search: up to 2 MiB and 64 bytes per block, or
+ * 64 MiB if the header is damaged; then, to check or reconstruct the header, a payload, a block and
+ * what a decoder needs.  The block has the size that the header states or that stored blocks have,
+ * up to 2047 MiB, or 64 MiB if the header is damaged. */
 #define QRX_SEAL 1u
 #define QRX_KEEP_DAMAGED 2u
 #define QRX_SEARCH 4u

@@ -214,8 +214,10 @@ status file_writer::write_header()
 status file_writer::finish()
 {
     if (failure_ != status::done) return failure_;
-    if (declared_size_ != unknown_size && original_size_ + filled_ != declared_size_)
-        return failure_ = status::bad_argument; // refused, so without an event
+    if (declared_size_ != unknown_size && original_size_ + filled_ != declared_size_) {
+        failure_ = status::bad_argument; // refused, so without an event
+        return failure_;
+    }
     if (filled_ != 0 || submitted_ == 0) {      // an empty file has one empty block
         if (const status started = start_block(); started != status::done) return started;
         if (const status room = make_room(); room != status::done) return room;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace quarnex {
 namespace {
@@ -67,8 +68,8 @@ class header_search {
     [[nodiscard]] status walk(u64 position, u32 number, u32& count);
     void keep_sample(const record_extent& record);
     [[nodiscard]] status load(const record_extent& record);
-    /// Decodes the loaded payload.  The result is empty if memory lacks, now or in an earlier
-    /// trial, or the limit on trials is reached.
+    /// Decodes the loaded payload.  The result is empty if memory is insufficient, or was in an
+    /// earlier trial, or if the limit on trials is reached.
     codec_result trial(const codec_parameters& parameters, u64 length);
     bool is_exact(const codec_parameters& parameters, u64 length)
     {
@@ -88,11 +89,8 @@ class header_search {
     bool try_all(bool is_usual, file_parameters& found);
     [[nodiscard]] status find_last_length(const file_parameters& parameters, u64& length);
     [[nodiscard]] status find_filter(file_parameters& parameters);
-    u16 stated_mb() const
-    {
-        const u16 stated = stated_.parameters.block_mb;
-        return stated <= max_block_mb ? stated : u16{0};
-    }
+    /// Sets stated_mb_.  A large block size for which there is no memory is probably damage.
+    void check_stated_mb();
     u8 level_of(bool is_parse) const
     {
         const u8 stated = stated_.parameters.codec.level;
@@ -110,6 +108,7 @@ class header_search {
     bool is_walked_ = false;
     std::array<record_extent, max_samples> samples_{}; // of whole blocks, if there is more than one
     u32 sample_count_ = 0;
+    u16 stated_mb_ = 0; // block size of the header; 0 if it isn't tried
     u16 stored_mb_ = 0; // block size according to stored blocks
     u16 min_mb_ = 1;    // according to the largest payload
     record_extent first_{};
@@ -120,14 +119,29 @@ class header_search {
     owned_array<u8> block_;
     u64 block_room_ = 0;
     u64 trial_bytes_ = 0;
-    notice lack_{.what = status::done};
+    notice lack_{.what = status::done};       // of memory, the first one
+    notice large_lack_{.what = status::done}; // the same for blocks of the stated size
 };
 
 bool header_search::may_allocate(u64 needed)
 {
+    if (lack_.what != status::done) return false;
     if (needed <= memory_limit_) return true;
     lack_ = {.what = status::over_limit, .wanted = needed, .got = memory_limit_};
     return false;
+}
+
+void header_search::check_stated_mb()
+{
+    const u16 stated = stated_.parameters.block_mb;
+    stated_mb_ = stated <= max_block_mb ? stated : u16{0};
+    const u64 size = u64{stated_mb_} * mib;
+    const u64 payload = u64{min_mb_} * mib + last_.size; // a bound for all payloads tried
+    if (stated_mb_ <= max_trial_mb ||
+        (may_allocate(size + payload) && make_room(block_, block_room_, size)))
+        return;
+    large_lack_ = std::exchange(lack_, {.what = status::done});
+    stated_mb_ = 0;
 }
 
 bool header_search::make_room(owned_array<u8>& buffer, u64& room, u64 size)
@@ -217,8 +231,7 @@ status header_search::load(const record_extent& record)
 codec_result header_search::trial(const codec_parameters& parameters, u64 length)
 {
     const bool is_possible = payload_size_ != 0 && length <= INT32_MAX &&
-                             is_method(parameters.method) && trial_bytes_ <= max_trial_bytes &&
-                             lack_.what == status::done;
+                             is_method(parameters.method) && trial_bytes_ <= max_trial_bytes;
     if (!is_possible) return {};
     const u64 needed =
         payload_room_ + std::max(block_room_, length) + decoder_memory(parameters, length);
@@ -256,25 +269,25 @@ u64 header_search::find_length(const codec_parameters& parameters, u64 min, u64 
 u16 header_search::usual_block_mb(const codec_parameters& parameters)
 {
     if (count_ == 1) {
-        const bool is_possible = stated_.original_size <= u64{stated_mb()} * mib;
-        return is_possible && is_exact(parameters, stated_.original_size) ? stated_mb() : u16{0};
+        const bool is_possible = stated_.original_size <= u64{stated_mb_} * mib;
+        return is_possible && is_exact(parameters, stated_.original_size) ? stated_mb_ : u16{0};
     }
     if (stored_mb_ != 0) return is_exact(parameters, u64{stored_mb_} * mib) ? stored_mb_ : u16{0};
-    for (const u16 tried : {stated_mb(), default_mb, usual_mb})
+    for (const u16 tried : {stated_mb_, default_mb, usual_mb})
         if (tried >= min_mb_ && is_exact(parameters, u64{tried} * mib)) return tried;
     return 0;
 }
 
 u16 header_search::any_block_mb(const codec_parameters& parameters)
 {
-    const u64 max = u64{std::max(max_trial_mb, stated_mb())} * mib;
+    const u64 max = u64{std::max(max_trial_mb, stated_mb_)} * mib;
     if (count_ > 1) {
         const u64 min = std::max<u64>(payload_size_ + 1, u64{min_mb_} * mib);
         return static_cast<u16>(find_length(parameters, min, max, mib) / mib);
     }
     const u64 length = find_length(parameters, u64{payload_size_} + 1, max, 1);
     if (length == 0) return 0;
-    if (length <= u64{stated_mb()} * mib) return stated_mb();
+    if (length <= u64{stated_mb_} * mib) return stated_mb_;
     return length <= u64{default_mb} * mib ? default_mb : max_trial_mb;
 }
 
@@ -307,6 +320,7 @@ status header_search::find_parameters(bool usual_only, file_parameters& found, b
 {
     is_found = false;
     found = stated_.parameters;
+    check_stated_mb();
     if (count_ == 1) samples_[sample_count_++] = last_;
     if (sample_count_ == 0 && stored_mb_ != 0) { // all blocks but the last are stored
         found.block_mb = stored_mb_;
@@ -323,6 +337,7 @@ status header_search::find_parameters(bool usual_only, file_parameters& found, b
             is_found = try_all(is_usual, found);
         }
     }
+    if (!is_found && lack_.what == status::done) lack_ = large_lack_;
     return status::done;
 }
 

@@ -26,7 +26,7 @@ namespace quarnex {
 /// no parameters fit.
 ///
 /// Fails if reading fails.  Without enough memory, or if more than `memory_limit` bytes would be
-/// needed, a valid header is believed; without one the search fails with no_memory or over_limit.
+/// needed, a valid header is believed; otherwise the search fails with no_memory or over_limit.
 [[nodiscard]] status find_layout(const allocator& source, u64 memory_limit, const byte_source& file,
                                  const listener& watcher, bool is_valid,
                                  std::optional<file_layout>& found);

@@ -297,7 +297,7 @@ int output_file::state::write(uint64_t offset, const char* src, size_t size) con
                                   : ::write(handle, src, part);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return errno;
-        if (count == 0) return EIO; // not defined for files; avoid an endless loop
+        if (count == 0) return EIO; // or the loop might not end
         src += count;
         offset += static_cast<uint64_t>(count);
         size -= static_cast<size_t>(count);

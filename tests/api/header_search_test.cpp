@@ -218,6 +218,20 @@ TEST(api_header_search, a_memory_limit_does_not_change_what_is_found)
     }
 }
 
+TEST(api_header_search, a_wrong_block_size_does_not_need_memory)
+{
+    const sample_file file(2);
+    bytes image = overwritten(file.image, 0, 4, 0);
+    image[18] = 0xFF;
+    image[19] = 0x07; // 2047 MiB
+    for (const u64 limit : {u64{256} << 20, UINT64_MAX}) {
+        recorded_options options(0, QRX_SEARCH);
+        options.memory_limit = limit;
+        const reader_ptr reader = open_image(image, &options);
+        EXPECT_EQ(info_of(reader.get()).block_size, mib) << limit;
+    }
+}
+
 TEST(api_header_search, a_failed_allocation_does_not_change_what_is_found)
 {
     const sample_file file(4);

@@ -17,7 +17,7 @@
 namespace quarnex::test {
 namespace {
 
-/// A number of runs that includes every kind, whatever the seed.
+/// Enough runs that each kind of run occurs.
 constexpr u64 enough_runs = 50;
 
 struct arguments {
