@@ -21,7 +21,7 @@ COLUMNS = {
     "stress": "kind,runs,seconds,faults,note",
     "fuzz_coverage": "target,directory,regions,reached",
     "fuzz_unlinked": "file",  # of src/
-    # time: Unix time; *_s: seconds; commit: of the tree, empty if unknown
+    # time: Unix time; *_s: seconds; commit: that was built, empty if unknown
     "fuzz_runs": "time,target,status,user_s,system_s,executions,faults,commit",
     "fuzz_hours": "target,processor_hours,executions,faults",
     "fuzz_faults": "target,runs,note",  # written by hand: explains the faults of fuzz_hours
@@ -31,7 +31,8 @@ COLUMNS = {
 
 
 # The tables that a part writes; all others write one of their own name.
-TABLES_OF_PARTS = {"fuzz_coverage": ["fuzz_coverage", "fuzz_unlinked"]}
+TABLES_OF_PARTS = {"fuzz_coverage": ["fuzz_coverage", "fuzz_unlinked"],
+                   "fuzz_hours": ["fuzz_hours", "fuzz_runs"]}
 
 
 def digest_of(*paths):
@@ -90,7 +91,8 @@ class Tables:
     def digest(self, part):
         """Returns the digest of the tables that a part has written; empty if there are none."""
         paths = [self.path(name) for name in TABLES_OF_PARTS.get(part, [part])]
-        return digest_of(*paths) if all(path.exists() for path in paths) else ""
+        found = [path for path in paths if path.exists()]
+        return digest_of(*found) if found else ""
 
     def record_run(self, row):
         """Stores when and where the tables of a part were measured, in place of its previous run."""

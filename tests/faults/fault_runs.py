@@ -198,7 +198,10 @@ def has_whole_records(image, right):
                 known[block].startswith(image[offset:offset + size])):
             return False
         found.add(block)
-    return True
+    end = max((offset + size for offset, size in records(image)), default=HEADER)
+    head = image[end:]  # the start of one
+    return not head or any(struct.pack("<I", len(payload)).startswith(head)
+                           for block, payload in enumerate(known) if block not in found)
 
 
 def is_shortened(image, right, original):
@@ -214,10 +217,16 @@ def is_shortened(image, right, original):
 
 
 def has_whole_blocks(content, right):
-    """Whether a restored file differs from the right one only by zeros at the end of some blocks."""
-    return len(content) <= len(right) and all(
-        right.startswith(content[start:start + MIB].rstrip(b"\0"), start)
-        for start in range(0, len(content), MIB))
+    """Whether a restored file has blocks of the right one, and zeros instead of the others.  The one that was
+    being written may be cut."""
+    cut = 0
+    for start in range(0, len(content), MIB):
+        block = content[start:start + MIB]
+        expected = right[start:start + MIB]
+        if not expected.startswith(block.rstrip(b"\0")) or len(block) > len(expected):
+            return False
+        cut += block != expected and block.strip(b"\0") != b""
+    return cut <= 1
 
 
 def identity(path):
