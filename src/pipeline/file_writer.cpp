@@ -218,7 +218,7 @@ status file_writer::finish()
         failure_ = status::bad_argument; // refused, so without an event
         return failure_;
     }
-    if (filled_ != 0 || submitted_ == 0) {      // an empty file has one empty block
+    if (filled_ != 0 || submitted_ == 0) { // an empty file has one empty block
         if (const status started = start_block(); started != status::done) return started;
         if (const status room = make_room(); room != status::done) return room;
         submit_block();
