@@ -345,13 +345,14 @@ int __wrap_close(int file)
         delay();                                                                                   \
         return __real___tsan_atomic##bits##_##name(object, value, order);                          \
     }
-#define WRAP_EXCHANGE(bits, type, name)                                                            \
-    int __real___tsan_atomic##bits##_##name(volatile type*, type*, type, int, int);                \
-    int __wrap___tsan_atomic##bits##_##name(volatile type* object, type* expected, type value,     \
-                                            int order, int failure_order)                          \
+#define WRAP_EXCHANGE(bits, type)                                                                  \
+    type __real___tsan_atomic##bits##_compare_exchange_val(volatile type*, type, type, int, int);  \
+    type __wrap___tsan_atomic##bits##_compare_exchange_val(                                        \
+        volatile type* object, type expected, type value, int order, int failure_order)            \
     {                                                                                              \
         delay();                                                                                   \
-        return __real___tsan_atomic##bits##_##name(object, expected, value, order, failure_order); \
+        return __real___tsan_atomic##bits##_compare_exchange_val(object, expected, value, order,   \
+                                                                 failure_order);                   \
     }
 
 WRAP_LOAD(8, u8)
@@ -361,8 +362,8 @@ WRAP_UPDATE(32, u32, fetch_add)
 WRAP_UPDATE(32, u32, fetch_sub)
 WRAP_UPDATE(64, u64, fetch_add)
 WRAP_UPDATE(64, u64, fetch_sub)
-WRAP_EXCHANGE(8, u8, compare_exchange_strong)
-WRAP_EXCHANGE(64, u64, compare_exchange_weak)
+WRAP_EXCHANGE(8, u8)
+WRAP_EXCHANGE(64, u64)
 
 void __sanitizer_set_death_callback(void (*)(void));
 
