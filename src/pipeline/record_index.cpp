@@ -108,7 +108,11 @@ status record_index::read_records(const allocator& source, const byte_source& fi
     if (is_first_call && searches_) guess_lost_block();
     if (guess_ && !has_lost_one()) note(damage_watcher, *guess_);
     if (found_ != layout_.record_count()) report_missing(damage_watcher);
-    return status::done;
+    if (!is_first_call || !chain_ || repeated_count_ == 0) return status::done;
+    // A record of the chain may have taken the block of one before the damaged part, which later
+    // calls then report first.
+    layout_fault_ = status::done;
+    return read_records(source, file, watcher, {});
 }
 
 status record_index::read_to(walk& at, u32 end)

@@ -58,8 +58,9 @@ class record_index {
     /// Whether the header and the record heads are exactly as writers of sealed files write them,
     /// even where readers ignore differences.
     bool is_canonical() const { return is_canonical_; }
-    /// The first fault of the layout: done, truncated, corrupt, block_missing, block_repeated or
-    /// trailing_bytes, or not_qrx if the header was replaced.
+    /// The first fault of the layout, as later calls of read_records() report it: done, truncated,
+    /// corrupt, block_missing, block_repeated or trailing_bytes, or not_qrx if the header was
+    /// replaced.
     status layout_fault() const { return layout_fault_; }
 
     u64 offset_of(u32 block) const { return block * layout_.parameters.block_size(); }

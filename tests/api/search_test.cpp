@@ -312,6 +312,21 @@ TEST(api_search, a_false_record_gives_back_the_block_that_it_took)
     EXPECT_EQ(intact_blocks(reader.get(), file.data), file.all());
 }
 
+TEST(api_search, the_first_fault_is_the_one_reported_first)
+{
+    const sample_file file(2);
+    // Record 0 claims block 3, whose own record is behind the damage.
+    bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
+    image[file.heads[0] + 4] = displacement_of(3);
+    recorded_options options(0, QRX_SEARCH);
+    const reader_ptr reader = open_image(image, &options);
+    EXPECT_EQ(info_of(reader.get()).layout, QRX_BLOCK_REPEATED);
+    EXPECT_EQ(qrx_reader_test(reader.get()), QRX_BLOCK_REPEATED);
+    EXPECT_EQ(options.found(),
+              (std::vector{QRX_BLOCK_REPEATED, QRX_CORRUPT, QRX_BLOCK_MISSING, QRX_BLOCK_MISSING}));
+    EXPECT_EQ(intact_blocks(reader.get(), file.data), file.without({0, 2}));
+}
+
 TEST(api_search, a_wrong_displacement_loses_no_block)
 {
     const sample_file file(2);
