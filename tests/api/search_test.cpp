@@ -315,7 +315,7 @@ TEST(api_search, a_false_record_gives_back_the_block_that_it_took)
 TEST(api_search, the_first_fault_is_the_one_reported_first)
 {
     const sample_file file(2);
-    // Record 0 claims block 3, whose own record is behind the damage.
+    // Record 0 claims block 3, whose own record is after the damage.
     bytes image = overwritten(file.image, file.heads[2], record_head_bytes, 1);
     image[file.heads[0] + 4] = displacement_of(3);
     recorded_options options(0, QRX_SEARCH);
