@@ -24,10 +24,11 @@ _qrx_command()
 # _qrx_options COMMAND: prints the options of a command.
 _qrx_options()
 {
-    local resources='--threads -T --memory-limit' outputs='--output -o --directory -C --force -f --no-sync'
+    local resources='--threads -T --memory-limit' output='--output -o --force -f --no-sync'
+    local outputs="$output --directory -C"
     case $1 in
     compress | decompress)
-        echo "-"{1..9} --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
+        echo "-"{1..9} --level --compress --decompress -d --test -t --list -l --stdout -c "$outputs" --keep -k --rm \
             --recursive -r --block-size -b --like --no-seal --verify "$resources" --version -V ;;
     test) echo --recursive -r "$resources" ;;
     list) echo --recursive -r ;;
@@ -36,10 +37,11 @@ _qrx_options()
     cat) echo --range "$resources" ;;
     recover) echo "$outputs $resources" ;;
     split) echo "$outputs $resources" --pieces -n --blocks --no-seal ;;
-    join) echo "$outputs $resources" --verify ;;
+    join) echo "$output $resources" --verify ;;
     bench) echo --force -f --cells --plot --seconds --block-size -b "$resources" ;;
     esac
-    echo --quiet -q --verbose -v --json --help -h
+    [[ $1 == cat ]] || echo --json
+    echo --quiet -q --verbose -v --help -h
 }
 
 _qrx()
@@ -50,7 +52,7 @@ _qrx()
     --directory | -C) _filedir -d && return ;;
     --like) _filedir qrx && return ;;
     --output | -o | --against | --plot) _filedir && return ;;
-    --threads | -T | --memory-limit | --block-size | -b | --range | --pieces | -n | --blocks | --cells | --seconds)
+    --level | --threads | -T | --memory-limit | --block-size | -b | --range | --pieces | -n | --blocks | --cells | --seconds)
         return ;;
     esac
     if [[ $cur == -* ]]; then

@@ -31,7 +31,7 @@ end
 set -l all -c qrx -c unqrx -c qrxcat
 complete $all -s q -l quiet -d 'print no warnings and no progress'
 complete $all -s v -l verbose -d 'print details of each file'
-complete $all -l json -d 'print one JSON object per file'
+complete $all -n 'not __qrx_uses cat' -l json -d 'print one JSON object per file'
 complete $all -s h -l help -d 'print help'
 complete $all -n __qrx_reads_packed -f -a '(__qrx_packed_files)'
 
@@ -41,7 +41,7 @@ complete $resources -l memory-limit -x -d 'limit memory by running fewer threads
 
 set -l outputs $all -n '__qrx_uses main recover split join'
 complete $outputs -s o -l output -r -d 'write to this file'
-complete $outputs -s C -l directory -x -a '(__fish_complete_directories)' -d 'write into this directory'
+complete $all -n '__qrx_uses main recover split' -s C -l directory -x -a '(__fish_complete_directories)' -d 'write into this directory'
 complete $all -n '__qrx_uses main recover split join bench' -s f -l force -d 'overwrite existing files'
 complete $outputs -l no-sync -d 'do not flush outputs to disk'
 
@@ -59,6 +59,7 @@ complete $main -s V -l version -d 'print the version'
 for preset in (seq 9)
     complete $main -s $preset -d 'preset, from 1 (fast) to 9 (small)'
 end
+complete $main -l level -x -d 'preset, or method and level'
 complete $all -n '__qrx_uses main split' -l no-seal -d 'write no checksum (seal)'
 complete $main -l like -x -a '(__qrx_packed_files)' -d 'use the parameters of this .qrx file'
 complete $all -n '__qrx_uses main bench' -s b -l block-size -x -d 'block size in MiB, 1 to 2047'

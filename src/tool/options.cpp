@@ -80,21 +80,45 @@ void add_expanded(const std::string& word, std::vector<std::string>& words)
     if (last != word.end()) add_expanded("-" + std::string(last, word.end()), words);
 }
 
+/// CLI11 takes the operand "[a,b]" for a list of the operands "a" and "b", and "{}" for none.  A
+/// character that no name contains prevents both.
+constexpr char operand_mark = '\0';
+
+/// Rewrites the words of a command line that CLI11 would read differently.
 std::vector<std::string> expand(const std::vector<std::string>& words)
 {
     std::vector<std::string> expanded;
-    for (size_t index = 0; index < words.size(); ++index) {
-        if (words[index] == "--") {
-            expanded.insert(expanded.end(), words.begin() + static_cast<ptrdiff_t>(index),
-                            words.end());
-            break;
+    bool is_value = false;
+    bool only_operands = false; // after "--"
+    for (const std::string& word : words) {
+        const bool is_operand = only_operands || word == "-" || word.empty() || word[0] != '-';
+        if (is_value) {
+            expanded.push_back(word);
+            is_value = false;
+        } else if (is_operand) {
+            expanded.push_back(operand_mark + word);
+        } else if (word.back() == '=' && expects_value(word.substr(0, word.size() - 1))) {
+            // "--output=" has an empty value, which isn't the next word.
+            expanded.insert(expanded.end(), {word.substr(0, word.size() - 1), ""});
+        } else {
+            add_expanded(word, expanded);
+            only_operands = word == "--";
+            is_value = expects_value(word);
         }
-        if (index != 0 && expects_value(words[index - 1]))
-            expanded.push_back(words[index]);
-        else
-            add_expanded(words[index], expanded);
     }
     return expanded;
+}
+
+/// Makes CLI11 read numbers as decimal ones: by itself, it takes "010" for 8.
+CLI::Validator decimal()
+{
+    const auto strip = [](std::string& text) {
+        if (text.empty() || !std::all_of(text.begin(), text.end(), is_digit))
+            return "'" + text + "' is not a number";
+        text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+        return std::string();
+    };
+    return CLI::Validator(strip, "");
 }
 
 /// Reads a number of bytes: digits, and K, M, G or T for powers of 1024.
@@ -188,7 +212,8 @@ class command_line {
         auto* names = app_.add_option_function<std::vector<std::string>>(
             label,
             [this](const std::vector<std::string>& words) {
-                for (const std::string& word : words) settings_.names.push_back(to_path(word));
+                for (const std::string& word : words)
+                    settings_.names.push_back(to_path(word.substr(word.find(operand_mark) + 1)));
             },
             text);
         names->type_name("");
@@ -217,7 +242,8 @@ class command_line {
         const bool is_stem = settings_.what == command::split;
         add_path("-o,--output", settings_.output,
                  is_stem ? "start of the names of the pieces" : "write to this file");
-        add_path("-C,--directory", settings_.directory, "write into this directory");
+        if (settings_.what != command::join) // it has one output
+            add_path("-C,--directory", settings_.directory, "write into this directory");
         app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
         add_flag("--no-sync", "do not flush outputs to disk", [this] { settings_.syncs = false; });
     }
@@ -333,6 +359,8 @@ class command_line {
         refuse(settings_.to_stdout && !settings_.output.empty(), "-c and -o exclude each other");
         refuse(!settings_.directory.empty() && (settings_.to_stdout || !settings_.output.empty()),
                "-C excludes -c and -o");
+        refuse(!settings_.directory.empty() && settings_.reads_stdin(),
+               "-C needs the names of files: standard input has none");
         refuse(settings_.to_stdout && settings_.removes_source, "-c and --rm exclude each other");
         refuse(settings_.to_stdout && settings_.names.size() > 1 &&
                    settings_.what == command::compress,
@@ -367,6 +395,7 @@ class command_line {
                     uint32_t high)
     {
         app_.add_option(names, value, text)
+            ->transform(decimal())
             ->check(CLI::Range(low, high).description(""))
             ->type_name("N");
     }
@@ -403,6 +432,7 @@ class command_line {
     {
         const auto count = [this](const char* names, uint64_t& value, const char* text) {
             return app_.add_option(names, value, text)
+                ->transform(decimal())
                 ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}).description(""))
                 ->type_name("N");
         };

@@ -3,6 +3,7 @@
 
 #include "qrx.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -75,6 +76,10 @@ struct options {
     path plot;                 // bench: SVG file
     double min_seconds = 0.5;  // bench: time spent on repetitions of each measurement
 
+    bool reads_stdin() const
+    {
+        return names.empty() || std::find(names.begin(), names.end(), "-") != names.end();
+    }
     bool is_quiet() const { return verbosity < 0; }
     bool is_verbose() const { return verbosity > 0; }
 };

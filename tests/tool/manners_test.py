@@ -328,13 +328,18 @@ class Messages(ToolTest):
         self.qrx("f")
         self.qrx("-h")
         self.qrx("-V")
-        for words in (["--unknown"], ["-b", "0", "f"], ["-60", "f"], ["-T999", "f"], ["-o"],
+        for words in (["--unknown"], ["-b", "0", "f"], ["-b", "0x1", "f"], ["-b", "2048", "f"], ["-60", "f"], ["-T999", "f"], ["-o"],
                       ["-c", "-o", "x", "f"], ["missing"], ["--memory-limit", "x", "f"]):
             done = self.qrx(*words, status=1)
             self.assertEqual(done.stderr.count(b"\n"), 1, done.stderr)
             self.assertTrue(done.stderr.startswith(b"qrx: "))
         self.qrx("-dc", "f", status=2)
         self.qrx("-t", stdin=b"", status=2)
+
+    def test_numbers_are_decimal(self):
+        self.put("f", b"x")
+        self.qrx("-b", "010", "-T", "08", "f")
+        self.assertIn(b"10485760 bytes", self.qrx("info", "f.qrx").stdout)
 
     def test_quiet_and_verbose(self):
         self.put("f", text(1000))

@@ -1,11 +1,14 @@
 """Names, links and directories: which files are processed, and where outputs go."""
 
 import os
+import shutil
+import stat
 
 from qrx_tool import MIB, QRXCAT, UNQRX, ToolTest, run, text
 
 STRANGE = [b"with space", b"new\nline", b"control\x1b[31m\x07\x7f", b"invalid\xff\xc3", b"-9", b"--rm",
            b"\xe2\x80\xaereversed", b"quote'\"$(id)`", b"*", b"trailing ", b"%s%n", b".hidden",
+           b"[]", b"[a,b]", b"[[*]]", b"{}", b"%%",
            "Umlaut \u00e4\u00f6".encode(), b"\\x41", b"n" * 250]
 
 
@@ -37,6 +40,16 @@ class Names(ToolTest):
         done = self.qrx("-t", "--", *[name + b".qrx" for name in names])
         self.check_messages(done.stdout, len(names))
         self.check_messages(self.qrx("--bad\x1b[31m\noption", status=1).stderr, 1)
+
+    def test_names_in_brackets_are_no_lists(self):
+        self.make_tree({"[a,b]": b"brackets", "a": b"a", "b": b"b", "[d]/a": b"in d", "{}": b"braces"})
+        self.qrx("--rm", "[a,b]", "{}")
+        self.assertEqual(self.files(), ["[a,b].qrx", "[d]/a", "a", "b", "{}.qrx"])
+        self.qrx("-r", "-o", "[a,b]", "-df", "[a,b].qrx")
+        self.assertEqual(self.get("[a,b]"), b"brackets")
+        self.qrx("-r", "[d]")
+        self.assertEqual(self.qrx("cat", "[d]/a.qrx", "{}.qrx").stdout, b"in dbraces")
+        self.assertIn(b"[]: No such file", self.qrx("[]", status=1).stderr)
 
     def test_name_that_gets_too_long(self):
         self.put("n" * 252, b"content")
@@ -203,7 +216,33 @@ class Directories(ToolTest):
         self.put("f", b"content")
         for option in ("-o", "-C"):
             self.assertIn(b"name is empty", self.qrx(option, "", "f", status=1).stderr)
+        for words in (["-f", "--output=", "f", "g"], ["-f", "--output=", "f"], ["--directory=", "f"],
+                      ["recover", "-f", "--output=", "f", "f.qrx"], ["bench", "-f", "--plot=", "f"]):
+            self.assertIn(b"name is empty", self.qrx(*words, status=1).stderr)
+        self.assertIn(b"not a preset", self.qrx("--level=", "9", "f", status=1).stderr)
+        self.assertIn(b"is not a number", self.qrx("--threads=", "1", "f", status=1).stderr)
+        self.assertEqual(self.get("f"), b"content")
         self.assertFalse((self.dir / "f.qrx").exists())
+
+    def test_directory_needs_names(self):
+        for words in (["-C", "out"], ["-C", "out", "-", "d/a"], ["-dC", "out"],
+                      ["recover", "-C", "out", "-"]):
+            self.assertIn(b"-C needs the names of files", self.qrx(*words, status=1).stderr)
+        self.assertFalse((self.dir / "out").exists())
+
+    def test_directories_stay_private(self):
+        for mode in (0o700, 0o750, 0o500, 0o1777):
+            os.chmod(self.dir / "d/e", mode)
+            self.qrx("-r", "-C", "out/deep", "d")
+            self.qrx("-dr", "-C", "back", "out/deep/")
+            for name, expected in (("out/deep/d/e", mode & 0o777 | 0o700), ("out/deep/d", 0o755),
+                                   ("back/deep/d/e", mode & 0o777 | 0o700)):
+                os.chmod(self.dir / "d", 0o755)
+                found = os.stat(self.dir / name).st_mode
+                self.assertEqual(oct(stat.S_IMODE(found)), oct(expected), name)
+            self.assertEqual(self.get("back/deep/d/e/b"), b"b" * 1000)
+            shutil.rmtree(self.dir / "out")
+            shutil.rmtree(self.dir / "back")
 
     def test_one_output_for_a_directory_is_refused(self):
         self.qrx("-rc", "d", status=1)
