@@ -112,7 +112,7 @@ class compression {
             const int error = standard_output_.open_stdout();
             return error == 0 ? exit_good : fail("-", system_error_text(error));
         }
-        if (!make_directory_of(run_, item_.target) ||
+        if (!make_directory_of(run_, item_.source, item_.target) ||
             !may_create(run_, item_.target, &source_.traits(), replaces_))
             return exit_failed;
         const int error = file_.create(item_.target);

@@ -68,7 +68,7 @@ class decompression {
             return error == 0 ? exit_good : fail("-", system_error_text(error));
         }
         const file_traits& source = input_.input.file().traits();
-        if (!make_directory_of(run_, item_.target) ||
+        if (!make_directory_of(run_, item_.source, item_.target) ||
             !may_create(run_, item_.target, &source, replaces_))
             return exit_failed;
         const int error = target_.create(item_.target);

@@ -29,6 +29,7 @@ struct file_traits {
     bool is_regular = false;
     bool is_directory = false;
     bool is_link = false; // only from traits_of() with follows_links = false
+    bool has_acl = false; // of input_file: an access control list, besides the permissions
 
     bool is_same_file(const file_traits& other) const
     {
@@ -105,7 +106,9 @@ class output_file {
     /// Reads what was written, for files that were created.
     int read_at(uint64_t offset, void* dest, size_t size, size_t& got) const;
 
-    /// Gives the file the permissions and times of its source, and owner and group if allowed.
+    /// Gives the file the permissions and times of its source, and owner and group if allowed.  No
+    /// group gains access: without its group or its access control list, a file gets fewer
+    /// permissions.
     void take_traits(const file_traits& traits);
     /// Gives the file its name: replaces an existing one only if `replaces`, and fails with EEXIST
     /// otherwise.  With `syncs`, content and name are on disk when it returns.
@@ -116,6 +119,9 @@ class output_file {
     std::unique_ptr<state> state_;
 };
 
+/// Creates a directory with the permissions of another one, so that files don't become accessible
+/// to more people.  No error if `name` exists.
+int create_directory_like(const path& name, const path& model);
 int remove_file(const path& name);
 /// Returns what two normalized names of the same file have in common: on Windows, case is ignored.
 path comparable_name(const path& name);

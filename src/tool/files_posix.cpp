@@ -9,6 +9,9 @@
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
 #include <unistd.h>
 #include <utility>
 
@@ -72,6 +75,32 @@ uint32_t mode_without_group(uint32_t mode)
 {
     const uint32_t shared = mode >> 3 & mode & 7;
     return (mode & 0700) | shared << 3 | shared;
+}
+
+/// With an access control list, the permissions of the group are those that anyone in the list may
+/// have, so the group itself can have fewer.
+bool has_access_list(int handle)
+{
+#ifdef __linux__
+    return fgetxattr(handle, "system.posix_acl_access", nullptr, 0) > 0;
+#else
+    static_cast<void>(handle);
+    return false;
+#endif
+}
+
+/// Gives a file or directory the permissions of its source besides `more`, and owner and group if
+/// allowed.
+bool take_access(int handle, const file_traits& traits, uint32_t more)
+{
+    constexpr auto same_owner = static_cast<uid_t>(-1);
+    // Only root may change the owner; others may only choose one of their groups.
+    const bool has_group = fchown(handle, traits.owner, traits.group) == 0 ||
+                           fchown(handle, same_owner, traits.group) == 0;
+    // Without setuid, setgid and sticky: a restored program must not gain rights by accident.
+    const uint32_t mode = traits.mode & 0777;
+    const uint32_t allowed = has_group && !traits.has_acl ? mode : mode_without_group(mode);
+    return fchmod(handle, static_cast<mode_t>(allowed | more)) == 0;
 }
 
 /// Reads until `size` bytes or the end of the file.
@@ -141,6 +170,7 @@ int input_file::open(const path& name)
     struct stat found {};
     if (fstat(handle, &found) != 0) return errno;
     traits_ = traits_from(found);
+    traits_.has_acl = has_access_list(handle);
     size_ = traits_.is_regular ? traits_.size : 0;
     is_seekable_ = size_ != 0;
     return traits_.is_directory ? EISDIR : 0;
@@ -324,18 +354,23 @@ void output_file::take_traits(const file_traits& traits)
 {
     if (state_->is_stdout) return;
     const int handle = state_->handle;
-    constexpr auto same_owner = static_cast<uid_t>(-1);
-    // Only root may change the owner; others may only choose one of their groups.
-    const bool has_group = fchown(handle, traits.owner, traits.group) == 0 ||
-                           fchown(handle, same_owner, traits.group) == 0;
-    // Without setuid, setgid and sticky: a restored program must not gain rights by accident.
-    const uint32_t mode = traits.mode & 0777;
-    const uint32_t allowed = has_group ? mode : mode_without_group(mode);
-    state_->has_mode = fchmod(handle, static_cast<mode_t>(allowed)) == 0;
+    state_->has_mode = take_access(handle, traits, 0);
     const timespec times[2] = {
         {static_cast<time_t>(traits.read_seconds), static_cast<long>(traits.read_nanoseconds)},
         {static_cast<time_t>(traits.write_seconds), static_cast<long>(traits.write_nanoseconds)}};
     futimens(handle, times);
+}
+
+int create_directory_like(const path& name, const path& model)
+{
+    input_file directory; // reports that it is one
+    if (const int error = directory.open(model); error != EISDIR) return error;
+    if (mkdir(name.c_str(), 0700) != 0) return errno == EEXIST ? 0 : errno;
+    const int made = ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (made < 0) return errno;
+    take_access(made, directory.traits(), 0700); // the owner must be able to write to it
+    close(made);
+    return 0;
 }
 
 /// Closes a file; returns 0 or the error.  Some file systems write data only then.

@@ -385,6 +385,13 @@ int output_file::finish(bool replaces, bool syncs)
     return file.give_name(replaces, syncs);
 }
 
+int create_directory_like(const path& name, const path& /*model*/) // access is inherited
+{
+    if (CreateDirectoryW(system_name(name).c_str(), nullptr) != 0) return 0;
+    const int error = last_error();
+    return error == EEXIST ? 0 : error;
+}
+
 int remove_file(const path& name)
 {
     const std::wstring file = system_name(name);

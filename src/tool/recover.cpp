@@ -85,7 +85,8 @@ class recovery {
             return error == 0 ? exit_good : fail("-", system_error_text(error));
         }
         const file_traits& traits = input_.input.file().traits();
-        if (!make_directory_of(run_, target_) || !may_create(run_, target_, &traits, replaces_))
+        if (!make_directory_of(run_, source_, target_) ||
+            !may_create(run_, target_, &traits, replaces_))
             return exit_failed;
         const int error = output_.create(target_);
         return error == 0 ? exit_good : fail(target_, system_error_text(error));

@@ -87,7 +87,7 @@ class splitting {
             next.first_block = size != 0 ? index * size : share_of(index, count);
             next.last_block =
                 size != 0 ? std::min(next.first_block + size, blocks) : share_of(index + 1, count);
-            if (!make_directory_of(run_, next.name) ||
+            if (!make_directory_of(run_, source_, next.name) ||
                 !may_create(run_, next.name, &input_.input.file().traits(), next.replaces))
                 return exit_failed;
             pieces_.push_back(std::move(next));

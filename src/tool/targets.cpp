@@ -7,6 +7,8 @@
 #include <new>
 #include <set>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 namespace tool {
 namespace {
@@ -269,14 +271,31 @@ bool may_create(const session& run, const path& target, const file_traits* sourc
     return false;
 }
 
-bool make_directory_of(const session& run, const path& target)
+bool make_directory_of(const session& run, const path& source, const path& target)
 {
-    if (run.settings.directory.empty() || !target.has_parent_path()) return true;
+    const path& top = run.settings.directory;
+    if (top.empty()) return true;
+    const auto fail = [&](const path& name, const std::string& text) {
+        run.progress.end();
+        run.messages.error(name, text);
+        return false;
+    };
     std::error_code error;
-    fs::create_directories(target.parent_path(), error);
-    if (!error) return true;
-    run.messages.error(target.parent_path(), error.message());
-    return false;
+    fs::create_directories(top, error);
+    if (error) return fail(top, error.message());
+    // Pairs of a directory and the one it is like; the lowest ones come first.
+    std::vector<std::pair<path, path>> missing;
+    path model = source.parent_path();
+    for (path name = target.parent_path();
+         name.has_relative_path() && !fs::is_directory(name, error);
+         name = name.parent_path(), model = model.parent_path())
+        missing.emplace_back(name, model);
+    for (; !missing.empty(); missing.pop_back()) {
+        const auto& [name, like] = missing.back();
+        if (const int failed = create_directory_like(name, like); failed != 0)
+            return fail(name, system_error_text(failed));
+    }
+    return true;
 }
 
 bool may_remove(const session& run, const work_item& item)

@@ -35,8 +35,9 @@ int for_each_operand(const session& run, const std::function<int(const path&)>& 
 /// then `replaces` is set.  Reports the reason if not.
 bool may_create(const session& run, const path& target, const file_traits* source, bool& replaces);
 
-/// Creates the directory of an output if -C or -r asks for one.  Reports failures.
-bool make_directory_of(const session& run, const path& target);
+/// Creates the directory of an output if -C asks for one, and those below it like the directories
+/// in which -r has found the source.  Reports failures.
+bool make_directory_of(const session& run, const path& source, const path& target);
 
 /// Returns whether --rm, if it is given, can remove a source: a file with one name, whose output is
 /// a file.  Reports the reason if not.

@@ -4,6 +4,7 @@ import json
 import os
 import resource
 import stat
+import struct
 import time
 
 from qrx_tool import (ENVIRONMENT, MIB, QRX, ToolTest, has_open, is_sanitized, long_text, random_bytes, run, text,
@@ -57,6 +58,19 @@ class Traits(ToolTest):
             os.chmod(name, mode)
             self.qrx("-f", "f", **rights)
             self.assertEqual(stat.S_IMODE(os.stat(self.dir / "f.qrx").st_mode), expected)
+
+    def test_access_list_that_is_lost_gives_its_group_no_rights(self):
+        name = self.put("f", text(100))
+        owner, group, other_group, mask, others = (1, 6), (4, 0), (8, 6), (16, 6), (32, 0)
+        entries = [struct.pack("<HHI", *entry, 1235 if entry is other_group else 0xFFFFFFFF)
+                   for entry in (owner, group, other_group, mask, others)]
+        try:
+            os.setxattr(name, "system.posix_acl_access", struct.pack("<I", 2) + b"".join(entries))
+        except OSError as error:
+            self.skipTest(f"no access control lists here: {error}")
+        self.assertEqual(stat.S_IMODE(os.stat(name).st_mode), 0o660)  # the mask is shown for the group
+        self.qrx("f")
+        self.assertEqual(stat.S_IMODE(os.stat(self.dir / "f.qrx").st_mode), 0o600)
 
     def test_output_of_standard_input_follows_the_umask(self):
         for mask in (0o022, 0o077, 0o007):
