@@ -17,8 +17,6 @@ namespace {
 /// Bytes at the start of a file that determine its type.
 constexpr size_t sample_bytes = size_t{1} << 20;
 
-/// Bytes of the header of a .qrx file.
-
 /// Reads the parameters from the header of an existing .qrx file (--like).  Reports failures and
 /// returns the exit status.
 int read_like(const session& run, qrx_params& params)
@@ -247,6 +245,7 @@ class compression {
     {
         if (verifies()) {
             const int status = verify();
+            run_.progress.end();
             if (status != exit_good) return status;
         }
         if (is_stdout()) return finish_stdout();
@@ -261,7 +260,7 @@ class compression {
         const qrx_source written = source_of(*output_, counter_.end);
         observer watcher;
         watcher.progress = &run_.progress;
-        run_.progress.start(target_name(), size_);
+        run_.progress.start(target_name(), size_, counter_.end);
         const uint32_t threads =
             decompressing_threads(run_, target_name(), params_, size_, written.size);
         qrx_options library = library_options(watcher, threads, 0);
@@ -328,7 +327,7 @@ class compression {
     {
         auto& counter = *static_cast<counted_output*>(context);
         counter.end = std::max<uint64_t>(counter.end, offset + size);
-        counter.progress->set_compressed(counter.end);
+        counter.progress->set_written(counter.end);
         return counter.file->write_at(offset, src, size);
     }
 

@@ -102,7 +102,7 @@ class decompression {
     /// Compares the output file with the compressed one.
     int verify()
     {
-        run_.progress.start(item_.source, input_.info.original_size);
+        run_.progress.start(item_.source, input_.info.original_size, input_.info.file_size);
         const int status =
             compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher,
                                   source_of(target_, input_.info.original_size));
@@ -184,8 +184,7 @@ int test_item(const session& run, const work_item& item)
     open_reader input;
     const int status = input.open(run, item.source, 0);
     if (status != exit_good) return status;
-    run.progress.start(item.source, input.info.original_size);
-    run.progress.set_compressed(input.info.file_size);
+    run.progress.start(item.source, input.info.original_size, input.info.file_size);
     input.watcher.forget(); // the test reports faults of the layout again
     const qrx_status result = qrx_reader_test(input.reader.get());
     run.progress.end();

@@ -37,8 +37,7 @@ class description {
   private:
     void test()
     {
-        run_.progress.start(name_, input_.info.original_size);
-        run_.progress.set_compressed(input_.info.file_size);
+        run_.progress.start(name_, input_.info.original_size, input_.info.file_size);
         result_ = qrx_reader_test(input_.reader.get());
         run_.progress.end();
     }

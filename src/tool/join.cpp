@@ -120,6 +120,7 @@ class joining {
                                        "isn't a multiple of the block size");
             part.first_block = size_ / part.info.block_size;
             size_ += part.info.original_size;
+            compressed_size_ += part.info.file_size;
             is_sealed_ = is_sealed_ && part.info.is_sealed != 0;
         }
         params_ = (model != nullptr ? *model : pieces_[0]).params;
@@ -163,7 +164,7 @@ class joining {
 
     int write_all()
     {
-        run_.progress.start(target_, size_);
+        run_.progress.start(target_, size_, compressed_size_);
         int status = output_.start(params_, size_, is_sealed_);
         for (const piece& part : pieces_)
             if (status == exit_good) status = copy(part);
@@ -189,7 +190,7 @@ class joining {
     /// Decodes the output to check it.
     int verify()
     {
-        run_.progress.start(target_, size_);
+        run_.progress.start(target_, size_, output_.size());
         observer watcher;
         watcher.progress = &run_.progress;
         const qrx_source source = output_.content();
@@ -241,7 +242,8 @@ class joining {
     bool replaces_ = false;
     std::vector<piece> pieces_;
     qrx_params params_{};
-    uint64_t size_ = 0; // of the original
+    uint64_t size_ = 0;            // of the original
+    uint64_t compressed_size_ = 0; // of the pieces
     bool is_sealed_ = true;
 };
 

@@ -55,13 +55,36 @@ int run_command(const session& run)
     return exit_internal;
 }
 
+/// True if the content of files goes to standard output.
+bool writes_to_stdout(const options& settings)
+{
+    switch (settings.what) {
+    case command::compress:
+    case command::decompress:
+    case command::recover:
+    case command::join:
+        return settings.to_stdout || is_stdio(settings.output) ||
+               (settings.output.empty() && settings.reads_stdin());
+    default:
+        return settings.what == command::cat;
+    }
+}
+
+/// Progress would be written into content on the same terminal, or over the screen of a pager that
+/// reads it.
+bool wants_progress(const options& settings)
+{
+    if (!writes_to_stdout(settings)) return !settings.is_quiet();
+    return settings.is_verbose() && !stdout_is_terminal();
+}
+
 int run(const std::vector<std::string>& words)
 {
     int status = exit_good;
     const auto settings = read_command_line(words, status);
     if (settings) {
         console messages(settings->verbosity);
-        progress_line progress(!settings->is_quiet());
+        progress_line progress(wants_progress(*settings));
         if (settings->memory_limit != 0) release_freed_memory();
         status = run_command({*settings, messages, progress});
     }

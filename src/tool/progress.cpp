@@ -47,13 +47,14 @@ std::string duration_text(double seconds)
 
 progress_line::progress_line(bool is_wanted) : is_wanted_(is_wanted && stderr_is_terminal()) {}
 
-void progress_line::start(const path& name, uint64_t total)
+void progress_line::start(const path& name, uint64_t total, uint64_t compressed)
 {
     end();
     name_ = printable(name);
     total_ = total;
     done_ = 0;
-    compressed_ = 0;
+    compressed_ = compressed;
+    written_ = 0;
     started_ = clock::now();
     shown_ = started_;
 }
@@ -77,9 +78,8 @@ void progress_line::show(double seconds)
 {
     std::array<char, 160> numbers;
     const double done = static_cast<double>(done_);
-    const double ratio = done_ != 0 ? static_cast<double>(compressed_) / done : 0;
     std::snprintf(numbers.data(), numbers.size(), "  %s  %.0f MB/s  ratio %.3f",
-                  size_text(done_).c_str(), done / seconds / 1e6, ratio);
+                  size_text(done_).c_str(), done / seconds / 1e6, ratio());
     std::string text = numbers.data();
     if (total_ != 0 && done_ != 0) {
         const double left = seconds * static_cast<double>(total_ - std::min(done_, total_)) / done;
@@ -90,6 +90,14 @@ void progress_line::show(double seconds)
     const size_t room = terminal_columns() - 1;
     const size_t for_name = text.size() < room ? room - text.size() : 0;
     print(shortened(name_, for_name) + text);
+}
+
+/// Returns compressed / original: of the whole file if both sizes are known, otherwise so far.
+double progress_line::ratio() const
+{
+    const bool is_known = compressed_ != 0 && total_ != 0;
+    const auto original = static_cast<double>(is_known ? total_ : done_);
+    return original > 0 ? static_cast<double>(is_known ? compressed_ : written_) / original : 0;
 }
 
 void progress_line::status(const std::string& text)

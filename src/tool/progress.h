@@ -15,12 +15,13 @@ class progress_line {
   public:
     explicit progress_line(bool is_wanted);
 
-    /// Starts a file; `total` is the size of the original, 0 if unknown.
-    void start(const path& name, uint64_t total);
+    /// Starts a file; `total` is the size of the original, and `compressed` that of the compressed
+    /// file; 0 if unknown.
+    void start(const path& name, uint64_t total, uint64_t compressed = 0);
     /// The original has been processed up to `done`.  Called by the library, so it must not throw.
     void advance(uint64_t done) noexcept;
-    /// Compressed bytes read or written so far, for the ratio.
-    void set_compressed(uint64_t bytes) { compressed_ = bytes; }
+    /// Compressed bytes written so far.
+    void set_written(uint64_t bytes) { written_ = bytes; }
     /// Shows a text at once, instead of the figures of a file.
     void status(const std::string& text);
     /// Erases the line.
@@ -30,6 +31,7 @@ class progress_line {
     using clock = std::chrono::steady_clock;
 
     void show(double seconds);
+    double ratio() const;
     void print(const std::string& text);
 
     bool is_wanted_;
@@ -37,7 +39,8 @@ class progress_line {
     std::string name_;
     uint64_t total_ = 0;
     uint64_t done_ = 0;
-    uint64_t compressed_ = 0;
+    uint64_t compressed_ = 0; // of the whole file
+    uint64_t written_ = 0;
     clock::time_point started_;
     clock::time_point shown_;
 };

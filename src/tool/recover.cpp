@@ -132,8 +132,7 @@ class recovery {
 
     int copy()
     {
-        run_.progress.start(source_, info().original_size);
-        run_.progress.set_compressed(info().file_size);
+        run_.progress.start(source_, info().original_size, info().file_size);
         if (info().block_count == 0) { // checks the seal
             size_t got = 0;
             const qrx_status result = qrx_reader_read(input_.reader.get(), 0, nullptr, 0, &got);

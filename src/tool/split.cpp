@@ -105,8 +105,7 @@ class splitting {
     /// Decodes all blocks, which checks them, and computes their CRC-32.
     int sum_blocks()
     {
-        run_.progress.start(source_, info().original_size);
-        run_.progress.set_compressed(info().file_size);
+        run_.progress.start(source_, info().original_size, info().file_size);
         std::vector<char> part(part_bytes);
         uint64_t done = 0;
         do { // once even for an empty original, to check its seal
@@ -147,7 +146,7 @@ class splitting {
 
     int write_all()
     {
-        run_.progress.start(source_, info().original_size);
+        run_.progress.start(source_, info().original_size, info().file_size);
         for (size_t index = 0; index < pieces_.size(); ++index) {
             const int status = write(pieces_[index]);
             if (status == exit_good) continue;

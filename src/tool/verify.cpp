@@ -36,8 +36,7 @@ class verification {
     int compare()
     {
         const qrx_info& info = input_.info;
-        run_.progress.start(item_.source, info.original_size);
-        run_.progress.set_compressed(info.file_size);
+        run_.progress.start(item_.source, info.original_size, info.file_size);
         comparison found;
         int status = compare_with_original(run_, item_.source, input_.reader.get(), input_.watcher,
                                            original_.source(), &found);
@@ -50,6 +49,15 @@ class verification {
         }
         report(found);
         return status;
+    }
+
+    /// Decodes the whole file, since the comparison has ended early.
+    void find_all_faults()
+    {
+        run_.progress.start(item_.source, input_.info.original_size, input_.info.file_size);
+        input_.watcher.forget();
+        qrx_reader_test(input_.reader.get());
+        run_.progress.end();
     }
 
     void report(const comparison& found) const

@@ -25,10 +25,9 @@ class range_writer {
     {
         const bool is_whole = range_.first == 0 && range_.last == info_.original_size;
         if (is_whole)
-            run_.progress.start(name_, info_.original_size);
+            run_.progress.start(name_, info_.original_size, info_.file_size);
         else
             input_.watcher.progress = nullptr; // it counts from the start of the file
-        run_.progress.set_compressed(info_.file_size);
         const int status = range_.first == range_.last && !is_whole ? exit_good : write();
         run_.progress.end();
         if (status != exit_good || !is_whole || info_.layout == QRX_OK) return status;

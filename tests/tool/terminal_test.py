@@ -4,12 +4,18 @@ import fcntl
 import os
 import pty
 import re
+import signal
 import struct
 import subprocess
 import termios
 import time
 
 from qrx_tool import MIB, ToolTest, long_text, random_bytes, text, wait_until, wait_until_drained
+
+
+def six_bit_noise(size):
+    """Returns bytes that compress to three quarters, and take long to decode with -50."""
+    return random_bytes(size).translate(bytes(range(64, 128)) * 4)
 
 
 class TerminalTest(ToolTest):
@@ -137,17 +143,59 @@ class Progress(TerminalTest):
         for columns in (100, 50, 20, 5, 1):
             self.resize(columns)
             self.shown = b""
-            process = self.start("-c", "-1", "-b1", "-T1", name, stderr=self.slave)
+            process = self.start("-cv", "-1", "-b1", "-T1", name, stderr=self.slave)
             time.sleep(0.6)
             process.stdout.read()  # until then, the run waited for its first block to be read
             self.assertEqual(process.wait(), 0)
             lines = self.read().decode().split("\r\x1b[K")
-            self.assertEqual((lines[0], lines[-1]), ("", ""))
+            self.assertEqual(lines.pop(0), "")
+            self.assertIn("3.0 MiB -> 3.0 MiB", lines.pop())  # the line of -v
             for line in lines:
                 self.assertLess(len(line.encode()), max(columns, 2))
                 self.assertFalse(re.search("[\x00-\x1f]", line), line)
             if columns == 100:
-                self.assertRegex(lines[1], r"\d+ %  \d+:\d\d left")
+                self.assertRegex(lines[0], r"\d+ %  \d+:\d\d left")
+
+    def run_slowly(self, *words, **streams):
+        """Stops a run again and again, so that its progress is due however fast it is."""
+        process = self.start(*words, stderr=self.slave, **streams)
+        while process.poll() is None:
+            time.sleep(0.03)
+            process.send_signal(signal.SIGSTOP)
+            time.sleep(0.3)
+            process.send_signal(signal.SIGCONT)
+            self.read()
+        self.assertEqual(process.returncode, 0, self.read())
+        shown, self.shown = self.read().decode(), b""
+        return shown
+
+    def test_ratio_of_known_files_is_that_of_the_whole_file(self):
+        size = 4 * MIB
+        self.put("f", six_bit_noise(size))
+        self.qrx("-50", "-b1", "f")
+        self.qrx("split", "f.qrx")
+        ratio = f"ratio {len(self.get('f.qrx')) / size:.3f}"
+        for words in ("-t f.qrx", "-d -o out f.qrx", "-df --verify f.qrx", "verify f.qrx",
+                      "recover -o saved f.qrx", "info --test f.qrx", "split -f f.qrx",
+                      "join --verify -o joined f.1of2.qrx f.2of2.qrx"):
+            with self.subTest(words=words):
+                shown = self.run_slowly(*words.split(), "-T1")
+                self.assertEqual(set(re.findall(r"ratio \d\.\d\d\d", shown)), {ratio})
+                self.assertTrue(shown.endswith("\r\x1b[K"), shown[-100:])
+
+    def test_progress_ends_after_verification(self):
+        self.put("f", six_bit_noise(4 * MIB))
+        shown = self.run_slowly("-50", "-b1", "-T1", "--rm", "f")
+        self.assertIn("MB/s", shown)
+        self.assertTrue(shown.endswith("\r\x1b[K"), shown[-100:])
+
+    def test_no_progress_among_content(self):
+        self.put("f.qrx", self.compressed(six_bit_noise(4 * MIB), "-50", "-b1"))
+        null = subprocess.DEVNULL  # like a pipe, it could be read by a pager
+        for words in (["-dc", "f.qrx"], ["cat", "f.qrx"], ["-d", "-o", "-", "f.qrx"]):
+            self.assertEqual(self.run_slowly(*words, "-T1", stdout=null), "", words)
+            self.assertIn("MB/s", self.run_slowly(*words, "-vT1", stdout=null), words)
+        self.assertFalse("\x1b" in self.run_slowly("cat", "-vT1", "f.qrx", stdout=self.slave))
 
     def test_no_progress_without_a_terminal(self):
         process = self.feed(stderr=subprocess.PIPE)
