@@ -47,6 +47,7 @@ class verification {
             report_faults(run_, item_.source, input_);
             status = exit_damaged;
         }
+        if (run_.settings.json && !found.is_equal) find_all_faults();
         report(found);
         return status;
     }

@@ -94,6 +94,21 @@ class Verify(ToolTest):
         found = self.object("plain.qrx", status=2)
         self.assertEqual((found["equal"], found["faults"][0]["block"]), (False, 2))
 
+    def test_all_faults(self):
+        content = long_text(6 * MIB)
+        image = self.make("plain", content)
+        damaged = bytearray(image)
+        for block in (1, 4):
+            offset, size = records(image)[block][:2]
+            damaged[offset + size // 2] ^= 0x55
+        self.put("plain.qrx", bytes(damaged) + b"trailing")
+        tested = json_objects(self.qrx("test", "--json", "plain.qrx", status=2).stdout)[0]["faults"]
+        self.assertGreaterEqual({fault.get("block") for fault in tested}, {1, 4})
+        for original in (content, content[:-1], b"x" + content[1:]):
+            self.put("plain", original)
+            found = self.object("plain.qrx", status=2)
+            self.assertEqual((found["equal"], found["faults"]), (False, tested))
+
     def test_wrong_seal(self):
         for content in (b"", text(1000)):
             image = self.make("plain", content)
