@@ -116,9 +116,11 @@ class decompression {
         int error = target_.open_stdout();
         const qrx_source source = input_.input.source();
         std::vector<char> part(part_bytes);
-        for (uint64_t done = 0; error == 0 && done < source.size;) {
+        for (uint64_t done = 0; error == 0;) {
             size_t got = 0;
-            error = source.read(source.context, done, part.data(), part.size(), &got);
+            error = done < source.size
+                        ? source.read(source.context, done, part.data(), part.size(), &got)
+                        : input_.input.read_rest(part.data(), part.size(), got);
             if (error == 0 && got == 0) break;
             if (error == 0) error = target_.write_at(done, part.data(), got);
             done += got;

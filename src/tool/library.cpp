@@ -265,12 +265,17 @@ int compressed_input::spool(bool copies_all, size_t max_size)
 {
     memory_.resize(max_size + 1);
     size_t got = 0;
-    int error = file_.read(memory_.data(), memory_.size(), got);
-    if (error != 0) return error;
-    memory_.resize(got);
+    int error = file_.read(memory_.data(), file_header_bytes, got);
     uint64_t size = 0;
     const bool has_header = qrx_decompressed_size(memory_.data(), got, &size) == QRX_OK;
-    if (got <= max_size || (!has_header && !copies_all)) return 0;
+    if (error == 0 && (has_header || copies_all)) {
+        const size_t start = got;
+        error = file_.read(memory_.data() + start, memory_.size() - start, got);
+        got += start;
+    }
+    if (error != 0) return error;
+    memory_.resize(got);
+    if (got <= max_size) return 0;
     spool_ = std::make_unique<output_file>();
     error = spool_->create_temporary();
     has_spool_error_ = error != 0;
@@ -283,6 +288,12 @@ int compressed_input::spool(bool copies_all, size_t max_size)
     }
     memory_ = std::vector<char>(); // "= {}" would keep the capacity
     return error;
+}
+
+int compressed_input::read_rest(void* dest, size_t size, size_t& got)
+{
+    got = 0;
+    return file_.is_seekable() ? 0 : file_.read(dest, size, got);
 }
 
 std::string compressed_input::error_text(int error) const
@@ -314,8 +325,7 @@ int open_reader::open(const session& run, const path& name, uint32_t flags, qrx_
         run.messages.error(name, "compressed data isn't read from a terminal");
         return exit_failed;
     }
-    const bool copies_all = not_qrx != nullptr || (flags & QRX_SEARCH) != 0;
-    const int error = input.open(run, name, copies_all);
+    const int error = input.open(run, name, (flags & QRX_SEARCH) != 0);
     if (error != 0) {
         run.messages.error(name, input.error_text(error));
         return exit_failed;

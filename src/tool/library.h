@@ -100,9 +100,12 @@ qrx_sink sink_of(output_file& file);
 /// to memory or to a temporary file.
 class compressed_input {
   public:
-    /// Opens `name`, "-" for standard input.  Returns an errno value.  Input that can't be a .qrx
-    /// file is copied only in part, unless `copies_all`.
+    /// Opens `name`, "-" for standard input.  Returns an errno value.  Unless `copies_all`, only
+    /// the start of an input that can't be a .qrx file is copied: source() has it, and read_rest()
+    /// reads on.
     int open(const session& run, const path& name, bool copies_all);
+    /// Reads the next bytes that source() doesn't have; `got` is 0 only at the end.
+    int read_rest(void* dest, size_t size, size_t& got);
     /// Describes a failure of open(), which can be one of the temporary file.
     std::string error_text(int error) const;
     const input_file& file() const { return file_; }

@@ -4,7 +4,7 @@ import os
 import signal
 import threading
 
-from qrx_tool import MIB, ToolTest, long_text, random_bytes, text
+from qrx_tool import MIB, QRXCAT, ToolTest, long_text, random_bytes, text
 
 
 class Pipes(ToolTest):
@@ -32,6 +32,13 @@ class Pipes(ToolTest):
         content = random_bytes(17 * MIB)
         self.put("plain", content)
         self.shell("qrx -c -10 < plain | cat | qrx -d | cmp - plain")
+
+    def test_other_formats_are_passed_through_without_a_copy(self):
+        disk = self.small_disk(1000)
+        self.shell(f"head -c 40000000 /dev/zero | TMPDIR='{disk}' qrxcat | cmp - <(head -c 40000000 /dev/zero)")
+        for size in (0, 1, 31, 32, 33, MIB, 17 * MIB):
+            content = random_bytes(size)
+            self.assertEqual(self.qrx(program=QRXCAT, stdin=content).stdout, content, size)
 
     def test_reader_that_stops_early(self):
         self.put("big", long_text(9 * MIB))
