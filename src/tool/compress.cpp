@@ -91,10 +91,12 @@ class compression {
     {
         const bool is_stdin = is_stdio(item_.source);
         file_traits named;
+        const options& settings = run_.settings;
+        const bool is_chosen = settings.force || settings.to_stdout || !settings.output.empty();
         // Checked before opening, which would wait for the other end of a named pipe.
-        if (!is_stdin && !run_.settings.force && !run_.settings.to_stdout &&
-            traits_of(item_.source, true, named) == 0 && !named.is_regular)
-            return fail(item_.source, "not a regular file, skipped");
+        if (!is_stdin && !is_chosen && traits_of(item_.source, true, named) == 0 &&
+            !named.is_regular)
+            return fail(item_.source, "not a regular file, skipped (-f or -o compresses it)");
         const int error = is_stdin ? source_.open_stdin() : source_.open(item_.source);
         if (error != 0) return fail(item_.source, system_error_text(error));
         return exit_good;

@@ -1,7 +1,7 @@
 // Decompresses and tests files and standard input.
 #include "tool/commands.h"
 #include "tool/compare.h"
-#include "tool/json.h"
+#include "tool/describe.h"
 #include "tool/targets.h"
 #include "tool/write_range.h"
 
@@ -177,7 +177,7 @@ void report_test(const session& run, const work_item& item, const open_reader& i
     if (result != QRX_OK && input.watcher.events.empty())
         run.messages.error(item.source, qrx_status_text(result));
     if (result == QRX_OK && !run.settings.json && !run.settings.is_quiet())
-        print_line(printable(item.source) +
+        print_line(shown_name(item.source) +
                    (info.is_sealed != 0 ? ": good" : ": not sealed; no damage noticed"));
 }
 

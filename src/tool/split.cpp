@@ -72,6 +72,7 @@ class splitting {
         const bool is_unnamed =
             settings.output.empty() ? is_stdio(source_) : is_stdio(settings.output);
         if (is_unnamed) return fail("-", "pieces need a name (-o NAME)");
+        if (!stem().has_filename()) return fail(stem(), "is a directory: pieces need a name");
         const uint64_t blocks = info().block_count;
         const uint64_t size = settings.piece_blocks;
         const uint64_t wanted = settings.piece_count != 0 ? settings.piece_count : default_pieces;

@@ -91,8 +91,9 @@ class walker {
         if (!settings.recursive) return "is a directory (-r includes directories)";
         if (kind_ == renaming::add_suffix && (settings.to_stdout || has_output))
             return "is a directory (-c and -o take one file)";
-        return has_output && !is_stdio(settings.output) ? "is a directory (-o takes one file)"
-                                                        : nullptr;
+        if (!has_output || is_stdio(settings.output)) return nullptr;
+        return settings.what == command::verify ? "is a directory (--against takes one file)"
+                                                : "is a directory (-o takes one file)";
     }
 
     /// Processes the entries of a directory, sorted by name.  They are listed first, since outputs

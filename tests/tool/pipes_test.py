@@ -66,8 +66,9 @@ class Pipes(ToolTest):
         compressed = self.qrx("-c", "in").stdout
         writer.join()
         self.assertEqual(self.original(compressed), content)
-        self.shell("qrx -o out.qrx -f in & cat > in; wait $!", stdin=content)
-        self.assertEqual(self.original(self.get("out.qrx")), content)
+        for options in ("-o out.qrx", "-o out.qrx -f"):
+            self.shell(f"qrx {options} in & cat > in; wait $!", stdin=content)
+            self.assertEqual(self.original(self.get("out.qrx")), content)
 
     def test_named_pipe_without_force_is_refused_at_once(self):
         os.mkfifo(self.dir / "in")

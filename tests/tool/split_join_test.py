@@ -126,6 +126,11 @@ class SplitTest(ToolTest):
         self.qrx("split", "--blocks", "1", "-o", "c.x", "b.qrx")
         self.assertEqual(self.names("of11.qrx"), [f"c.x.{n:02}of11.qrx" for n in range(1, 12)])
 
+    def test_pieces_need_a_name(self):
+        done = self.qrx("split", "-o", "d/", "a.tar.qrx", status=1)
+        self.assertIn(b"pieces need a name", done.stderr)
+        self.assertFalse((self.dir / "d").exists())
+
     def test_existing_pieces_stay(self):
         self.put("a.tar.2of2.qrx", b"mine")
         done = self.qrx("split", "a.tar.qrx", status=1)
