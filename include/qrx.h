@@ -334,7 +334,8 @@ typedef struct qrx_sink {
 
 /* Creates a file, under a temporary name in the directory of `name`.  qrx_writer_finish() renames
  * it to `name`, which atomically replaces an existing file or link.  Fails with QRX_OPEN_FAILED if
- * `name` is a directory or a device, or a link to one.
+ * `name` is a directory, a device or a pipe, or a link to one.  If the process changes its current
+ * directory meanwhile, that has no effect on the file.
  *
  * `original_size` is the size of the original, or QRX_UNKNOWN_SIZE.  If it is known, appending more
  * bytes fails with QRX_BAD_ARGUMENT, and so does qrx_writer_finish() after fewer; a small original

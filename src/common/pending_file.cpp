@@ -6,10 +6,7 @@
 namespace quarnex {
 namespace {
 
-// Independent of the final name, which may already be as long as the file system allows.  The
-// hexadecimal digits are counted up until the name is free.
-constexpr const char* temporary_name = ".qrx-0000.tmp";
-constexpr usize digits_offset = 5;
+constexpr usize digits_offset = 5; // in the pattern of temporary names
 constexpr usize digit_count = 4;
 constexpr u32 temporary_names = 1U << (4 * digit_count);
 
@@ -38,38 +35,45 @@ pending_file::~pending_file()
 void pending_file::discard()
 {
     static_cast<void>(file.close());
-    if (temporary_) remove_file(temporary_.get());
-    temporary_.reset();
+    if (temporary_[0] != 0) directory_.remove(temporary_);
+    temporary_[0] = 0;
+    directory_.close();
 }
 
 int pending_file::create(const char* name)
 {
     if (const int unfit = check_replaceable(name); unfit != 0) return unfit;
     const usize size = std::strlen(name) + 1;
-    const usize directory_bytes = directory_bytes_of(name);
     name_ = make_array<char>(source_, size);
-    temporary_ = make_array<char>(source_, directory_bytes + std::strlen(temporary_name) + 1);
-    int error = ENOMEM;
-    if (name_ && temporary_) {
-        std::memcpy(name_.get(), name, size);
-        error = create_temporary(name, directory_bytes);
-    }
-    if (error != 0) temporary_.reset(); // no file to remove
+    if (!name_) return ENOMEM;
+    std::memcpy(name_.get(), name, size);
+    directory_bytes_ = directory_bytes_of(name);
+    const int error = open_directory(directory_bytes_);
+    return error == 0 ? create_temporary() : error;
+}
+
+/// Opens the directory whose name is the first `bytes` of name_.
+int pending_file::open_directory(usize bytes)
+{
+    const char next = name_[bytes];
+    name_[bytes] = 0;
+    const int error = directory_.open(bytes != 0 ? name_.get() : ".");
+    name_[bytes] = next;
     return error;
 }
 
-int pending_file::create_temporary(const char* name, usize directory_bytes)
+int pending_file::create_temporary()
 {
-    char* const base = temporary_.get() + directory_bytes;
-    std::memcpy(temporary_.get(), name, directory_bytes);
-    std::memcpy(base, temporary_name, std::strlen(temporary_name) + 1);
+    char name[sizeof name_pattern];
+    std::memcpy(name, name_pattern, sizeof name);
     int error = EEXIST;
     for (u32 number = 0; error == EEXIST && number < temporary_names; ++number) {
         for (u32 i = 0; i < digit_count; ++i)
-            base[digits_offset + i] =
+            name[digits_offset + i] =
                 "0123456789abcdef"[number >> (4 * (digit_count - 1 - i)) & 15];
-        error = file.create_new(temporary_.get());
+        error = directory_.create_new(name, file);
     }
+    if (error == 0) std::memcpy(temporary_, name, sizeof name);
     return error;
 }
 
@@ -77,8 +81,8 @@ int pending_file::commit()
 {
     int error = file.flush();
     if (const int closed = file.close(); error == 0) error = closed;
-    if (error == 0) error = rename_file(temporary_.get(), name_.get());
-    if (error == 0) temporary_.reset(); // renamed
+    if (error == 0) error = directory_.rename(temporary_, name_.get() + directory_bytes_);
+    if (error == 0) temporary_[0] = 0; // renamed
     discard();
     return error;
 }

@@ -7,7 +7,8 @@
 namespace quarnex {
 
 /// Written under a temporary name in the directory of its final name; commit() renames it
-/// atomically, so the final name always refers to the old file or to the complete new one.
+/// atomically, so the final name always refers to the old file or to the complete new one.  A
+/// change of the current directory has no effect on it.
 class pending_file {
   public:
     explicit pending_file(const allocator& source) : source_(source) {}
@@ -29,11 +30,18 @@ class pending_file {
     system_file file;
 
   private:
-    int create_temporary(const char* name, usize directory_bytes);
+    // Independent of the final name, which may already be as long as the file system allows.  The
+    // hexadecimal digits are counted up until the name is free.
+    static constexpr char name_pattern[] = ".qrx-0000.tmp";
+
+    int open_directory(usize bytes);
+    int create_temporary();
 
     const allocator& source_;
-    owned_array<char> name_;
-    owned_array<char> temporary_; // null if there is no file to remove
+    system_directory directory_;
+    owned_array<char> name_; // of the file, after that of its directory
+    usize directory_bytes_ = 0;
+    char temporary_[sizeof name_pattern] = {}; // empty if there is no file to remove
 };
 
 } // namespace quarnex

@@ -181,6 +181,31 @@ TEST(api_writer, a_failed_finish_leaves_no_file)
     EXPECT_EQ(files_in(dir), 0U);
 }
 
+TEST(api_writer, a_change_of_the_directory_has_no_effect)
+{
+    const temp_dir first;
+    const temp_dir second;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::vector<writer_ptr> writers;
+    for (const temp_dir* dir : {&first, &second}) {
+        std::filesystem::current_path(dir->path());
+        qrx_writer* opened = nullptr;
+        const char* const name = dir == &first ? "a" : "b";
+        ASSERT_EQ(qrx_writer_open(&opened, name, QRX_UNKNOWN_SIZE, nullptr, nullptr), QRX_OK);
+        writers.emplace_back(opened);
+        EXPECT_EQ(qrx_writer_write(opened, name, 1), QRX_OK);
+    }
+    qrx_writer* unfinished = nullptr;
+    ASSERT_EQ(qrx_writer_open(&unfinished, "c", QRX_UNKNOWN_SIZE, nullptr, nullptr), QRX_OK);
+    std::filesystem::current_path(before);
+    qrx_writer_close(unfinished);
+    for (const writer_ptr& each : writers) EXPECT_EQ(qrx_writer_finish(each.get()), QRX_OK);
+    const recorded_options options;
+    EXPECT_EQ(restored(read_file(first / "a"), 1, options), bytes_of("a"));
+    EXPECT_EQ(restored(read_file(second / "b"), 1, options), bytes_of("b"));
+    EXPECT_EQ(files_in(first) + files_in(second), 2U);
+}
+
 TEST(api_writer, several_writers_share_a_directory)
 {
     const temp_dir dir;

@@ -3,6 +3,7 @@
 
 #include "common/types.h"
 
+#include <array>
 #include <utility>
 
 namespace quarnex {
@@ -60,19 +61,47 @@ class system_file {
     [[nodiscard]] int close();
 
   private:
+    friend class system_directory;
+
     static constexpr int no_file = -1;
     int descriptor_ = no_file;
+};
+
+/// A directory in which files are created.  It stays the same one if the process changes its
+/// current directory.
+class system_directory {
+  public:
+    system_directory() = default;
+    system_directory(const system_directory&) = delete;
+    system_directory& operator=(const system_directory&) = delete;
+    /// Closes the directory, if one is open.
+    ~system_directory() { close(); }
+
+    /// Opens a directory.  None may be open.
+    [[nodiscard]] int open(const char* name);
+    void close();
+
+    /// Creates a file in the directory for writing; fails with EEXIST if it exists.
+    [[nodiscard]] int create_new(const char* name, system_file& file) const;
+    /// Renames a file in the directory, atomically replacing an existing one.
+    [[nodiscard]] int rename(const char* name, const char* new_name) const;
+    /// Removes a file from the directory.
+    void remove(const char* name) const;
+
+  private:
+#ifdef _WIN32
+    static constexpr usize max_path_bytes = 260; // of the functions used
+    std::array<char, max_path_bytes> path_{};
+#else
+    int descriptor_ = -1;
+#endif
 };
 
 /// Returns how many files the process may have open.
 u32 max_open_files();
 
-/// Tests whether rename_file() may give a file this name: nothing, a regular file, or a link to one
-/// of these has it.  Returns 0; EEXIST for a directory, a device or a link to one; or another errno
-/// if no file can have the name.
+/// Tests whether system_directory::rename() may give a file this name: nothing, a regular file, or
+/// a link to one of these has it.  Returns 0; EEXIST for a directory, a device or a link to one; or
+/// another errno if no file can have the name.
 [[nodiscard]] int check_replaceable(const char* name);
-/// Renames a file, atomically replacing an existing one.
-[[nodiscard]] int rename_file(const char* name, const char* new_name);
-void remove_file(const char* name);
-
 } // namespace quarnex

@@ -15,6 +15,7 @@ namespace {
 
 constexpr usize max_request = usize{1} << 30; // some systems limit a single call
 constexpr mode_t new_file_mode = 0666;        // minus the umask
+constexpr int new_file_flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
 
 /// Calls `read(done, request)` until `size` bytes are read, or the end of the file.
 template <class Read>
@@ -63,7 +64,7 @@ int system_file::create(const char* name)
 
 int system_file::create_new(const char* name)
 {
-    descriptor_ = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, new_file_mode);
+    descriptor_ = ::open(name, new_file_flags, new_file_mode);
     return is_open() ? 0 : errno;
 }
 
@@ -121,6 +122,38 @@ int system_file::close()
     return ::close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
 }
 
+int system_directory::open(const char* name)
+{
+#ifdef O_PATH
+    constexpr int access = O_PATH; // needs no permission to read it
+#else
+    constexpr int access = O_RDONLY;
+#endif
+    descriptor_ = ::open(name, access | O_DIRECTORY | O_CLOEXEC);
+    return descriptor_ >= 0 ? 0 : errno;
+}
+
+void system_directory::close()
+{
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+}
+
+int system_directory::create_new(const char* name, system_file& file) const
+{
+    file.descriptor_ = openat(descriptor_, name, new_file_flags, new_file_mode);
+    return file.is_open() ? 0 : errno;
+}
+
+int system_directory::rename(const char* name, const char* new_name) const
+{
+    return renameat(descriptor_, name, descriptor_, new_name) == 0 ? 0 : errno;
+}
+
+void system_directory::remove(const char* name) const
+{
+    unlinkat(descriptor_, name, 0);
+}
+
 u32 max_open_files()
 {
     rlimit limit{};
@@ -134,16 +167,6 @@ int check_replaceable(const char* name)
     // Follows links: replacing /dev/stdout, for one, would break the system.
     if (stat(name, &status) == 0) return S_ISREG(status.st_mode) ? 0 : EEXIST;
     return errno == ENOENT && name[0] != 0 ? 0 : errno;
-}
-
-int rename_file(const char* name, const char* new_name)
-{
-    return std::rename(name, new_name) == 0 ? 0 : errno;
-}
-
-void remove_file(const char* name)
-{
-    unlink(name);
 }
 
 } // namespace quarnex

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
@@ -14,6 +15,23 @@ namespace {
 
 constexpr usize max_request = usize{1} << 30; // the C runtime takes 31-bit sizes
 constexpr int common_flags = _O_BINARY | _O_NOINHERIT;
+
+/// The name of a file in a directory whose name ends in a separator.
+template <usize max_bytes>
+class joined_name {
+  public:
+    joined_name(const std::array<char, max_bytes>& directory, const char* name)
+    {
+        const usize size = std::strlen(directory.data());
+        if (size + std::strlen(name) >= max_bytes) return; // empty names fail with ENOENT
+        std::memcpy(text_.data(), directory.data(), size);
+        std::memcpy(text_.data() + size, name, std::strlen(name));
+    }
+    const char* get() const { return text_.data(); }
+
+  private:
+    std::array<char, max_bytes> text_{};
+};
 
 } // namespace
 
@@ -95,6 +113,39 @@ int system_file::close()
     return _close(std::exchange(descriptor_, no_file)) == 0 ? 0 : errno;
 }
 
+int system_directory::open(const char* name)
+{
+    // Two bytes stay free for a separator and the final zero.
+    const DWORD capacity = max_path_bytes - 1;
+    const DWORD size = GetFullPathNameA(name, capacity, path_.data(), nullptr);
+    if (size == 0 || size >= capacity) {
+        path_ = {};
+        return ENAMETOOLONG;
+    }
+    if (path_[size - 1] != '\\') path_[size] = '\\';
+    return 0;
+}
+
+void system_directory::close() {}
+
+int system_directory::create_new(const char* name, system_file& file) const
+{
+    return file.create_new(joined_name(path_, name).get());
+}
+
+int system_directory::rename(const char* name, const char* new_name) const
+{
+    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    const joined_name from(path_, name);
+    const joined_name to(path_, new_name);
+    return MoveFileExA(from.get(), to.get(), flags) != 0 ? 0 : EACCES;
+}
+
+void system_directory::remove(const char* name) const
+{
+    static_cast<void>(_unlink(joined_name(path_, name).get()));
+}
+
 u32 max_open_files()
 {
     return 8192; // of the C runtime
@@ -107,17 +158,6 @@ int check_replaceable(const char* name)
     const bool is_directory =
         attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return is_directory ? EEXIST : 0;
-}
-
-int rename_file(const char* name, const char* new_name)
-{
-    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-    return MoveFileExA(name, new_name, flags) != 0 ? 0 : EACCES;
-}
-
-void remove_file(const char* name)
-{
-    static_cast<void>(_unlink(name));
 }
 
 } // namespace quarnex
