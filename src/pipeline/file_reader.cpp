@@ -118,6 +118,15 @@ status file_reader::read_payload(u32 block, u8* dest)
 
 status file_reader::test()
 {
+    const status result = test_all();
+    // Later reads decode all blocks again, and report their damage.
+    if (coder_) coder_->drop_all();
+    forget_sums();
+    return result;
+}
+
+status file_reader::test_all()
+{
     if (coder_) coder_->drop_all();
     const status read = index_.read_records(source_, file_, watcher_, watcher_);
     if (read != status::done) return read;
@@ -139,8 +148,6 @@ status file_reader::test()
         keep_first(first, tested);
         if (tested != status::done && !is_damage(tested)) return tested;
     }
-    if (coder_)
-        coder_->drop_all(); // later reads decode the last blocks again, and report their damage
     return first;
 }
 

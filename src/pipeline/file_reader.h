@@ -59,6 +59,7 @@ class file_reader {
         u8* dest_of(u64 position) const { return dest + (position - offset); }
     };
 
+    status test_all();
     /// Reads the header, or reconstructs a damaged one if the reader searches.
     [[nodiscard]] status read_header(u64 memory_limit);
     /// Loads the blocks of a request in order, up to the first fault that isn't skipped.  `done`

@@ -85,6 +85,22 @@ TEST(api_reader, the_seal_is_checked_whatever_the_order_of_reads)
     EXPECT_EQ(read_range(reader.get(), mib, 5, QRX_CHECKSUM_MISMATCH), slice(data, mib, 5));
 }
 
+TEST(api_reader, reads_after_a_test_check_the_seal_again)
+{
+    const bytes data = sample_data(2);
+    for (const u32 threads : {0U, 2U}) {
+        bytes image = compressed(data, params_of(2, 1), QRX_SEAL);
+        const recorded_options options(threads);
+        const reader_ptr reader = open_image(image, &options);
+        EXPECT_EQ(read_range(reader.get(), 0, mib).size(), mib);
+        EXPECT_EQ(qrx_reader_test(reader.get()), QRX_OK);
+        EXPECT_TRUE(read_range(reader.get(), 0, data.size()) == data);
+        image.back() ^= 1;
+        EXPECT_EQ(qrx_reader_test(reader.get()), QRX_CHECKSUM_MISMATCH);
+        EXPECT_TRUE(read_range(reader.get(), 0, data.size(), QRX_CHECKSUM_MISMATCH) == data);
+    }
+}
+
 TEST(api_reader, a_block_that_completes_a_wrong_seal_is_delivered)
 {
     const bytes data = sample_data(0, 1000);
