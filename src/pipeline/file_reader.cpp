@@ -241,7 +241,7 @@ void file_reader::fill(ordered_block& next, u32 block, const request& wanted)
     next.fault.block = block;
     const block_place* const place = index_.find(block);
     if (place == nullptr) {
-        next.fault.what = index_.missing_fault();
+        next.fault.what = index_.missing_fault(next.fault.offset);
         return;
     }
     job.codec.out_len = static_cast<u32>(index_.length_of(block));

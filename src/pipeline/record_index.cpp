@@ -66,7 +66,10 @@ block_place* record_index::find(u32 block)
 
 void record_index::note(const listener& damage_watcher, const notice& fault)
 {
-    if (layout_fault_ == status::done) layout_fault_ = fault.what;
+    if (layout_fault_ == status::done) {
+        layout_fault_ = fault.what;
+        fault_offset_ = fault.offset;
+    }
     damage_watcher.report(fault);
 }
 
@@ -80,10 +83,12 @@ u64 record_index::search_memory(const byte_source& file) const
     return searches_ ? chain_search_memory(layout_, file) : 0;
 }
 
-status record_index::missing_fault() const
+status record_index::missing_fault(u64& offset) const
 {
     const bool is_cut = layout_fault_ == status::truncated || layout_fault_ == status::corrupt;
-    return is_cut && !chain_ ? layout_fault_ : status::block_missing;
+    if (!is_cut || chain_) return status::block_missing;
+    offset = fault_offset_;
+    return layout_fault_;
 }
 
 status record_index::read_records(const allocator& source, const byte_source& file,
@@ -202,6 +207,7 @@ status record_index::search(const allocator& source, walk& at)
         if (places_[block].is_found()) remove_record(block);
     repeated_count_ = 0;
     layout_fault_ = header_fault_;
+    fault_offset_ = 0;
     at.trail = {};
     at.fault.what = status::done;
     at.is_canonical = true;

@@ -46,8 +46,9 @@ class record_index {
     /// records that it discards later.
     [[nodiscard]] status read_records(const allocator& source, const byte_source& file,
                                       const listener& watcher, const listener& damage_watcher);
-    /// Returns the fault to report for a block without a record.
-    status missing_fault() const;
+    /// Returns the fault to report for a block without a record: that of the place where the
+    /// records end early, and its offset, or block_missing.
+    status missing_fault(u64& offset) const;
     /// Sets is_summed of all blocks to false.
     void forget_sums();
 
@@ -126,6 +127,7 @@ class record_index {
     bool is_canonical_ = true;
     status header_fault_ = status::done; // not_qrx or corrupt if the header was replaced
     status layout_fault_ = status::done;
+    u64 fault_offset_ = 0;
     std::optional<record_chain> chain_; // after a damaged part
     block_place repeated_{};            // the last record whose block already had one
     u32 repeated_count_ = 0;

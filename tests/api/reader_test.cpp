@@ -296,6 +296,10 @@ TEST(api_reader, a_truncated_file_gives_the_blocks_left)
         EXPECT_TRUE(options.events.empty()) << "opening reports nothing";
         const usize valid = static_cast<usize>(info.blocks_found) * mib;
         EXPECT_EQ(read_range(reader.get(), 0, data.size(), QRX_TRUNCATED), slice(data, 0, valid));
+        ASSERT_EQ(options.events.size(), 1U);
+        EXPECT_EQ(options.events[0].block, info.blocks_found);
+        const u64 payload = block_info_of(whole.get(), info.blocks_found).offset;
+        EXPECT_EQ(options.events[0].offset, payload - 5) << "where the next record starts";
         EXPECT_EQ(qrx_reader_test(reader.get()), QRX_TRUNCATED);
         EXPECT_EQ(options.events.back().what, QRX_BLOCK_MISSING);
         EXPECT_EQ(options.events.back().block, info.blocks_found);
