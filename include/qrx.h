@@ -317,7 +317,8 @@ QRX_API void qrx_reader_close(qrx_reader* reader);
 /* -------------------------------------------------------------------------------------- writer */
 
 /* A .qrx file open for writing.  With threads, a failure may concern bytes of an earlier call.
- * After a failure other than QRX_BAD_ARGUMENT, every further call returns the same status. */
+ * QRX_BAD_ARGUMENT changes nothing.  After any other failure, every further call returns the same
+ * status, and the writer can only be closed. */
 typedef struct qrx_writer qrx_writer;
 
 /* Positioned output.  Writes are sequential, from offset 0 on.  If the size of the original is
@@ -338,9 +339,9 @@ typedef struct qrx_sink {
  * directory meanwhile, that has no effect on the file.
  *
  * `original_size` is the size of the original, or QRX_UNKNOWN_SIZE.  If it is known, appending more
- * bytes fails with QRX_BAD_ARGUMENT, and so does qrx_writer_finish() after fewer; a small original
- * then takes less memory, and progress() knows the total.  On failure `*writer` is null, here and
- * in the next function. */
+ * bytes fails with QRX_BAD_ARGUMENT, and so does qrx_writer_finish() after fewer, until the rest is
+ * appended; a small original then takes less memory, and progress() knows the total.  On failure
+ * `*writer` is null, here and in the next function. */
 QRX_API qrx_status qrx_writer_open(qrx_writer** writer, const char* name, uint64_t original_size,
                                    const qrx_params* params, const qrx_options* options);
 
@@ -350,8 +351,7 @@ QRX_API qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sin
                                         uint64_t original_size, const qrx_params* params,
                                         const qrx_options* options);
 
-/* Appends `size` bytes of the original.  After any failure of a writer but QRX_BAD_ARGUMENT, which
- * changes nothing, all further calls fail, and it can only be closed. */
+/* Appends `size` bytes of the original. */
 QRX_API qrx_status qrx_writer_write(qrx_writer* writer, const void* src, size_t size);
 
 /* Lends the writer's block buffer, which saves a copy: `*dest` receives the address for the next
@@ -369,7 +369,7 @@ QRX_API qrx_status qrx_writer_raw_block(qrx_writer* writer, const void* payload,
                                         size_t length, const uint32_t* crc);
 
 /* Writes the last block, the seal and the header, and gives the file its name.  On failure, a file
- * that already has that name is unchanged.  Afterwards the writer can only be closed. */
+ * that already has that name is unchanged.  After success the writer can only be closed. */
 QRX_API qrx_status qrx_writer_finish(qrx_writer* writer);
 
 /* Frees a writer; null is allowed.  A file created by name is removed unless qrx_writer_finish()

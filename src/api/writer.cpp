@@ -33,6 +33,7 @@ struct qrx_writer {
     u64 position = 0;  // in `file`
     bool has_name = false;
     bool is_finished = false;
+    qrx_status finish_result = QRX_OK;
     qrx_sink callbacks{};
     std::optional<file_writer> writer;
 };
@@ -69,10 +70,28 @@ qrx_status make_writer(qrx_writer** writer, const qrx_params* params, const qrx_
     return *made != nullptr ? QRX_OK : QRX_NO_MEMORY;
 }
 
-/// True if the writer can take calls.
-bool is_open(const qrx_writer* writer)
+/// Returns QRX_OK if the writer can take calls; otherwise what they return.
+qrx_status refusal(const qrx_writer* writer)
 {
-    return writer != nullptr && !writer->is_finished;
+    if (writer == nullptr) return QRX_BAD_ARGUMENT;
+    if (!writer->is_finished) return QRX_OK;
+    return writer->finish_result != QRX_OK ? writer->finish_result : QRX_BAD_ARGUMENT;
+}
+
+/// Ends a writer, and gives its file the name.
+qrx_status finish(qrx_writer& writer)
+{
+    const qrx_status result = to_qrx(writer.writer->finish());
+    if (result == QRX_BAD_ARGUMENT) return result;
+    writer.is_finished = true;
+    if (!writer.has_name) return result;
+    if (result != QRX_OK) {
+        writer.file.discard();
+        return result;
+    }
+    const int error = writer.file.commit();
+    if (error == 0) return QRX_OK;
+    return writer.services.report({.what = status::write_failed, .cause = error});
 }
 
 } // namespace
@@ -107,13 +126,15 @@ qrx_status qrx_writer_open_sink(qrx_writer** writer, const qrx_sink* sink, uint6
 
 qrx_status qrx_writer_write(qrx_writer* writer, const void* src, size_t size)
 {
-    if (!is_open(writer) || (src == nullptr && size != 0)) return QRX_BAD_ARGUMENT;
+    if (const qrx_status refused = refusal(writer); refused != QRX_OK) return refused;
+    if (src == nullptr && size != 0) return QRX_BAD_ARGUMENT;
     return to_qrx(writer->writer->write(static_cast<const u8*>(src), size));
 }
 
 qrx_status qrx_writer_buffer(qrx_writer* writer, void** dest, size_t* room)
 {
-    if (!is_open(writer) || dest == nullptr || room == nullptr) return QRX_BAD_ARGUMENT;
+    if (const qrx_status refused = refusal(writer); refused != QRX_OK) return refused;
+    if (dest == nullptr || room == nullptr) return QRX_BAD_ARGUMENT;
     u8* lent = nullptr;
     const qrx_status result = to_qrx(writer->writer->lend(lent, *room));
     if (result == QRX_OK) *dest = lent;
@@ -122,29 +143,23 @@ qrx_status qrx_writer_buffer(qrx_writer* writer, void** dest, size_t* room)
 
 qrx_status qrx_writer_advance(qrx_writer* writer, size_t size)
 {
-    return is_open(writer) ? to_qrx(writer->writer->advance(size)) : QRX_BAD_ARGUMENT;
+    const qrx_status refused = refusal(writer);
+    return refused == QRX_OK ? to_qrx(writer->writer->advance(size)) : refused;
 }
 
 qrx_status qrx_writer_raw_block(qrx_writer* writer, const void* payload, size_t size, size_t length,
                                 const uint32_t* crc)
 {
-    if (!is_open(writer) || payload == nullptr) return QRX_BAD_ARGUMENT;
+    if (const qrx_status refused = refusal(writer); refused != QRX_OK) return refused;
+    if (payload == nullptr) return QRX_BAD_ARGUMENT;
     return to_qrx(writer->writer->write_raw(static_cast<const u8*>(payload), size, length, crc));
 }
 
 qrx_status qrx_writer_finish(qrx_writer* writer)
 {
-    if (!is_open(writer)) return QRX_BAD_ARGUMENT;
-    writer->is_finished = true;
-    const qrx_status result = to_qrx(writer->writer->finish());
-    if (!writer->has_name) return result;
-    if (result != QRX_OK) {
-        writer->file.discard();
-        return result;
-    }
-    const int error = writer->file.commit();
-    if (error == 0) return QRX_OK;
-    return writer->services.report({.what = status::write_failed, .cause = error});
+    if (const qrx_status refused = refusal(writer); refused != QRX_OK) return refused;
+    writer->finish_result = finish(*writer);
+    return writer->finish_result;
 }
 
 void qrx_writer_close(qrx_writer* writer)

@@ -79,7 +79,8 @@ status file_writer::lend(u8*& dest, usize& room)
 status file_writer::advance(usize size)
 {
     if (failure_ != status::done) return failure_;
-    if (size > std::exchange(lent_, 0)) return status::bad_argument;
+    if (size > lent_) return status::bad_argument;
+    lent_ = 0;
     filled_ += static_cast<u32>(size);
     if (filled_ != block_size()) return status::done;
     if (const status room = make_room(); room != status::done) return room;
@@ -214,10 +215,8 @@ status file_writer::write_header()
 status file_writer::finish()
 {
     if (failure_ != status::done) return failure_;
-    if (declared_size_ != unknown_size && original_size_ + filled_ != declared_size_) {
-        failure_ = status::bad_argument; // refused, so without an event
-        return failure_;
-    }
+    if (declared_size_ != unknown_size && original_size_ + filled_ != declared_size_)
+        return status::bad_argument;
     if (filled_ != 0 || submitted_ == 0) { // an empty file has one empty block
         if (const status started = start_block(); started != status::done) return started;
         if (const status room = make_room(); room != status::done) return room;

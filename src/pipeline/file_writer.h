@@ -49,7 +49,8 @@ class file_writer {
     /// the block; if it is null, the payload of a sealed file is decoded to compute it.
     [[nodiscard]] status write_raw(const u8* payload, usize size, usize length, const u32* sum);
 
-    /// Writes the remaining blocks, the seal, and the header if the size was unknown.
+    /// Writes the remaining blocks, the seal, and the header if the size was unknown.  Nothing can
+    /// be appended then, unless it was refused with status::bad_argument, for lack of bytes.
     [[nodiscard]] status finish();
 
   private:

@@ -67,6 +67,7 @@ TEST(api_writer, the_lent_buffer_takes_the_same_bytes)
             ASSERT_GE(room, 1U);
             const usize piece = std::min({room, usize{400000}, data.size() - at});
             std::memcpy(dest, data.data() + at, piece);
+            EXPECT_EQ(qrx_writer_advance(writer.get(), room + 1), QRX_BAD_ARGUMENT);
             ASSERT_EQ(qrx_writer_advance(writer.get(), piece), QRX_OK);
             at += piece;
         }
@@ -86,6 +87,9 @@ TEST(api_writer, the_declared_size_is_enforced)
     EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 999), QRX_OK);
     EXPECT_EQ(qrx_writer_finish(writer.get()), QRX_BAD_ARGUMENT);
     EXPECT_TRUE(options.events.empty()) << "a refused argument has no event";
+    EXPECT_EQ(qrx_writer_write(writer.get(), data.data() + 999, 1), QRX_OK);
+    EXPECT_EQ(qrx_writer_finish(writer.get()), QRX_OK);
+    EXPECT_TRUE(file.content == compressed(data, params));
     const writer_ptr second = open_sink(file, params, nullptr, 999);
     EXPECT_EQ(qrx_writer_write(second.get(), data.data(), 1000), QRX_BAD_ARGUMENT);
     memory_file empty;
@@ -174,10 +178,11 @@ TEST(api_writer, a_failed_finish_leaves_no_file)
     const temp_dir dir;
     qrx_writer* opened = nullptr;
     ASSERT_EQ(qrx_writer_open(&opened, (dir / "a").c_str(), 1000, nullptr, nullptr), QRX_OK);
-    const writer_ptr writer(opened);
+    writer_ptr writer(opened);
     ASSERT_EQ(qrx_writer_write(opened, "abc", 3), QRX_OK);
     EXPECT_EQ(files_in(dir), 1U);
     EXPECT_EQ(qrx_writer_finish(opened), QRX_BAD_ARGUMENT);
+    writer.reset();
     EXPECT_EQ(files_in(dir), 0U);
 }
 
@@ -294,8 +299,11 @@ TEST(api_writer, a_failing_sink_fails_the_writer)
             EXPECT_EQ(result, QRX_WRITE_FAILED) << call;
             ASSERT_EQ(options.events.size(), 1U);
             EXPECT_EQ(options.events[0].system_error, 77);
-            EXPECT_NE(qrx_writer_write(writer.get(), data.data(), 1), QRX_OK);
-            EXPECT_NE(qrx_writer_finish(writer.get()), QRX_OK);
+            for (u32 again = 0; again < 2; ++again) {
+                EXPECT_EQ(qrx_writer_write(writer.get(), data.data(), 1), QRX_WRITE_FAILED);
+                EXPECT_EQ(qrx_writer_advance(writer.get(), 1), QRX_WRITE_FAILED);
+                EXPECT_EQ(qrx_writer_finish(writer.get()), QRX_WRITE_FAILED);
+            }
         }
     }
     memory_file file;
