@@ -20,7 +20,7 @@ class Damage:
     block: Optional[int]
     """Index of the block, or None if the fault isn't in a block."""
     offset: int
-    """Offset of the record or bytes in question, in the .qrx file."""
+    """Offset of the record or bytes in question, in the .qrx file; 0 for a missing block."""
     wanted: int
     """Number of bytes expected, or 0; for some statuses another number: see qrx_event in qrx.h."""
     got: int
@@ -113,8 +113,10 @@ def damage_of(event: Event) -> Damage:
     block = None if event.block == NO_BLOCK else int(event.block)
     message = status_text(what)
     if what in DAMAGE:
-        place = f"at byte {event.offset} of the file"
-        message += f" ({place})" if block is None else f" (block {block}, {place})"
+        places = [] if block is None else [f"block {block}"]
+        if block is None or event.offset != 0:  # a missing block has no place
+            places.append(f"at byte {event.offset} of the file")
+        message += f" ({', '.join(places)})"
     return Damage(what, block, event.offset, event.wanted, event.got, message,
                   event.system_error)
 

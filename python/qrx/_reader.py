@@ -145,41 +145,47 @@ class RawReader(io.RawIOBase):
 
     def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
         self._check_open()
-        starts = {io.SEEK_SET: 0, io.SEEK_CUR: self._position, io.SEEK_END: self.info.size}
-        if whence not in starts:
-            raise ValueError(f"invalid whence: {whence}")
-        position = starts[whence] + offset
-        if position < 0:
-            raise ValueError(f"negative seek position: {position}")
-        self._position = position
-        return position
+        with self._handle.lock:
+            starts = {io.SEEK_SET: 0, io.SEEK_CUR: self._position, io.SEEK_END: self.info.size}
+            if whence not in starts:
+                raise ValueError(f"invalid whence: {whence}")
+            position = starts[whence] + offset
+            if position < 0:
+                raise ValueError(f"negative seek position: {position}")
+            self._position = position
+            return position
 
     def readinto(self, buffer: WriteableBuffer) -> int:
-        with View(buffer, writable=True) as view:
-            return self._read(view.address, view.size)
+        self._check_open()
+        with View(buffer, writable=True) as view, self._handle.lock:
+            return self._read(self._position, view.address, view.size)
 
     def readall(self) -> bytes:
-        with NewBytes(max(self.info.size - self._position, 0)) as result:
-            done = 0
-            while True:
-                room = self.info.size - self._position
-                got = self._read(result.address + done, max(room, 0))
-                if got == 0:
-                    return result.finish(done)
-                done += got
+        self._check_open()
+        # A callback, which the lock doesn't stop, can move the position.
+        with self._handle.lock:
+            start = self._position
+            size = max(self.info.size - start, 0)
+            with NewBytes(size) as result:
+                done = 0
+                while True:
+                    got = self._read(start + done, result.address + done, size - done)
+                    if got == 0:
+                        return result.finish(done)
+                    done += got
 
-    def _read(self, dest: Optional[int], size: int) -> int:
+    def _read(self, position: int, dest: Optional[int], size: int) -> int:
         """Reads up to damage, which the next call raises because it reads no byte."""
         self._check_open()
         # Reading an empty file checks its seal.
-        if self.info.size != 0 and (self._position >= self.info.size or size == 0):
+        if self.info.size != 0 and (position >= self.info.size or size == 0):
             return 0
         got = c_size_t()
-        status = self._handle.call(lib.qrx_reader_read, self._position, dest, size, byref(got),
+        status = self._handle.call(lib.qrx_reader_read, position, dest, size, byref(got),
                                    accept=DAMAGE)
         if status != Status.OK and (got.value == 0 or status == Status.CHECKSUM_MISMATCH):
             raise make_error(status, self._handle.calls.events, self._handle.calls.name)
-        self._position += got.value
+        self._position = position + got.value
         return got.value
 
     def block_info(self, index: int) -> BlockInfo:

@@ -4,6 +4,7 @@ import io
 import os
 import pathlib
 import random
+import threading
 import unittest
 from unittest import mock
 
@@ -133,6 +134,31 @@ class Reading(InFolder):
             with self.assertRaises(RuntimeError):
                 file.read()
 
+    def test_position_that_moves_while_all_is_read(self) -> None:
+        for target in (0, SIZE - 10, SIZE + 5):
+            with qrx.open(self.path(), progress=lambda *call: file.raw.seek(target)) as file:
+                file.raw.seek(10)
+                self.assertEqual(file.raw.readall(), ORIGINAL[10:])
+                self.assertEqual(file.raw.tell(), SIZE)
+
+    def test_seeking_in_another_thread(self) -> None:
+        with qrx.open(self.path()) as file:
+            end = threading.Event()
+
+            def rewind() -> None:
+                while not end.is_set():
+                    file.raw.seek(0)
+
+            other = threading.Thread(target=rewind)
+            other.start()
+            try:
+                for _ in range(20):
+                    file.raw.seek(SIZE - 10)
+                    self.assertIn(len(file.raw.readall()), (10, SIZE))
+            finally:
+                end.set()
+                other.join()
+
 
 class Opening(InFolder):
     def test_kinds_of_paths(self) -> None:
@@ -209,6 +235,30 @@ class Sources(unittest.TestCase):
         for kind in (io.BytesIO, OnlyRead, lambda data: io.BufferedReader(io.BytesIO(data))):
             with qrx.open(kind(image())) as file:
                 self.assertEqual(file.read(), ORIGINAL)
+
+    def test_wrong_counts(self) -> None:
+        class Wrong(io.BytesIO):
+            count = 0
+
+            def readinto(self, buffer: object) -> int:
+                return self.count or super().readinto(buffer)
+
+        class TooMuch:
+            def __init__(self, data: bytes) -> None:
+                self._file = io.BytesIO(data)
+                self.seek, self.tell = self._file.seek, self._file.tell
+
+            def read(self, size: int) -> bytes:
+                return self._file.read(size) + bytes(100_000)
+
+        for count in (-1, 2 * SIZE):
+            source = Wrong(image())
+            with qrx.open(source) as file:
+                source.count = count
+                with self.assertRaisesRegex(OSError, r"readinto\(\) of the file object"):
+                    file.read()
+        with self.assertRaisesRegex(OSError, r"read\(\) of the file object"):
+            qrx.open(TooMuch(image()))
 
     def test_current_position(self) -> None:
         source = io.BytesIO(b"prefix" + image())
@@ -344,7 +394,16 @@ class Damaged(InFolder):
         with qrx.open(path) as file:
             self.assertEqual(file.info.layout, qrx.Status.TRUNCATED)
             self.assertEqual(file.read(2 * MIB), ORIGINAL[:2 * MIB])
-            with self.assertRaises(qrx.QrxError):
+            place = f"block 2, at byte {records(image())[2].offset} of the file"
+            with self.assertRaisesRegex(qrx.TruncatedError, place):
+                file.read(10)
+
+    def test_missing_block_has_no_place(self) -> None:
+        data = bytearray(image())
+        data[records(image())[1].offset + 4] = 1 << 1  # the record of block 1 is for block 2
+        with qrx.open(self.path(content=data)) as file:
+            file.seek(MIB)
+            with self.assertRaisesRegex(qrx.CorruptError, r"\(block 1\)$"):
                 file.read(10)
 
 
