@@ -74,8 +74,9 @@ def _read_fully(file: Any, dest: int, room: int) -> int:
             data = file.read(room - done)
             if not data:
                 break
-            ctypes.memmove(dest + done, bytes(data), len(data))
-            done += len(data)
+            content = bytes(data)
+            done += _checked(len(content), "read", 1, room - done)
+            ctypes.memmove(dest + done - len(content), content, len(content))
         return done
     array = (ctypes.c_ubyte * room).from_address(dest)
     with memoryview(array).cast("B") as memory:
@@ -85,8 +86,15 @@ def _read_fully(file: Any, dest: int, room: int) -> int:
                 raise BlockingIOError("the file object has no data at the moment")
             if count == 0:
                 break
-            done += count
+            done += _checked(count, "readinto", 1, room - done)
     return done
+
+
+def _checked(count: int, method: str, least: int, most: int) -> int:
+    """Returns the number of bytes that a method of a file object has reported."""
+    if not least <= count <= most:
+        raise OSError(f"{method}() of the file object has processed {count} of {most} bytes")
+    return count
 
 
 # ---------------------------------------------------------------------------------------- writing
@@ -119,6 +127,7 @@ class Output:
                 if isinstance(self.file, io.RawIOBase):
                     raise BlockingIOError("the file object takes no data at the moment")
                 count = len(rest)
+            _checked(count, "write", 1, len(rest))
             self._position += count
             rest = rest[count:]
 

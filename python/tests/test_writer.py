@@ -275,6 +275,17 @@ class Sinks(unittest.TestCase):
                 source.seek(6)
                 self.assertEqual(qrx.open(source).read(), text(1000))
 
+    def test_wrong_counts(self) -> None:
+        class Wrong(io.BytesIO):
+            def write(self, data: bytes) -> int:
+                return count
+
+        for count in (-1, 0, 2**20):
+            file = qrx.open(Wrong(), "wb")
+            file.write(noise(1000))
+            with self.assertRaisesRegex(OSError, r"write\(\) of the file object"):
+                file.close()
+
     def test_sink_may_keep_what_it_gets(self) -> None:
         class Keeping:
             def __init__(self) -> None:
