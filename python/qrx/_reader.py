@@ -48,7 +48,8 @@ class Info:
     seal: Optional[int]
     """That CRC-32, or None."""
     layout: Status
-    """OK, or the first fault: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES."""
+    """OK, or the first fault: TRUNCATED, CORRUPT, BLOCK_MISSING, BLOCK_REPEATED, TRAILING_BYTES; with
+    open(search=True) also NOT_QRX, a damaged header that was reconstructed."""
 
 
 @dataclass(frozen=True)
@@ -110,6 +111,10 @@ class RawReader(io.RawIOBase):
                 self._handle = Handle(calls, lib.qrx_reader_close, (options, source))
                 self._handle.close_with(self)
                 self._handle.open(lib.qrx_reader_open_source, byref(source), byref(options))
+            # Of a file that opens, this is a fault of its header: the others have been noted.
+            for event in list(calls.events):
+                if event.what == Status.NOT_QRX and calls.on_damage is not None:
+                    calls.on_damage(event)
             self.info = self._read_info()
         except BaseException:
             self.close()

@@ -6,6 +6,7 @@ import pathlib
 import random
 import threading
 import unittest
+from typing import List
 from unittest import mock
 
 import qrx
@@ -368,6 +369,24 @@ class Damaged(InFolder):
             file.read()
         with qrx.open(path, search=True) as file:
             self.assertEqual(file.read(), ORIGINAL)
+
+    def test_search_notes_a_damaged_header(self) -> None:
+        for offset, what in ((0, qrx.Status.NOT_QRX), (13, qrx.Status.CORRUPT)):
+            data = bytearray(image())
+            data[offset:offset + 3] = b"\xff" * 3
+            seen: List[qrx.Damage] = []
+            path = self.path(content=data)
+            with qrx.open(path, search=True, on_damage=seen.append) as file:
+                self.assertEqual(file.info.layout, what)
+                self.assertEqual(file.read(), ORIGINAL)
+                self.assertEqual([fault.what for fault in seen], [what])
+                self.assertEqual(file.damage, seen)
+            with self.assertRaises(qrx.QrxError):
+                qrx.open(path, on_damage=seen.append)
+            seen.clear()
+            with self.assertRaises(qrx.NotQrxError):
+                qrx.open(self.path(content=noise(5000)), search=True, on_damage=seen.append)
+            self.assertEqual(seen, [])
 
     def test_wrong_seal_of_an_empty_file(self) -> None:
         sealed = bytearray(qrx.compress(b""))
