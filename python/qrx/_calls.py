@@ -20,7 +20,7 @@ from types import FrameType, TracebackType
 from typing import Any, Callable, Container, Iterator, List, Optional, Tuple, Type
 
 from ._errors import DAMAGE, Damage, FileName, damage_of, make_error
-from ._library import EVENT, PROGRESS, Options, Status
+from ._library import EVENT, MAX_THREADS, PROGRESS, Options, Status
 
 try:  # the C part, which doesn't convert arguments to enumerations: saves 10 us a call
     _handlers: Any = importlib.import_module("_signal")
@@ -105,7 +105,7 @@ class Calls:
     def options(self, threads: int = 0, flags: int = 0, memory_limit: int = 0) -> Options:
         """Returns options with the callbacks of this object, which they keep alive."""
         return Options(
-            threads=in_range("threads", threads, 2**32),
+            threads=in_range("threads", threads, MAX_THREADS + 1),
             flags=flags,
             memory_limit=in_range("memory_limit", memory_limit, 2**64),
             progress=PROGRESS(self.callback(self._on_progress)),

@@ -20,7 +20,7 @@ from ctypes import (
     c_uint64,
     c_void_p,
 )
-from typing import Any, Dict, List, Sequence, Tuple
+from typing import Any, Dict, List, Sequence, Tuple, Type
 
 # ------------------------------------------------------------------------------------- constants
 
@@ -57,6 +57,9 @@ class Status(enum.IntEnum):
         status._name_ = f"STATUS_{value}"
         status._value_ = value
         return status
+
+    def __reduce_ex__(self, _protocol: object) -> Tuple[Type[Status], Tuple[int]]:
+        return Status, (int(self),)  # by name, that of a newer library could not be unpickled
 
 
 VERSION_MAJOR = 0

@@ -160,7 +160,7 @@ class ReplacingFile:
     """A file that gets its name when it is complete, as files written by the library do."""
 
     def __init__(self, path: Path) -> None:
-        self._path = os.fsdecode(path)
+        self._path = os.path.abspath(os.fsdecode(path))  # the current directory may change
         number, self._temporary = tempfile.mkstemp(
             prefix=".qrx-", dir=os.path.dirname(self._path) or ".")
         self.file: Optional[io.BufferedWriter] = builtins.open(number, "wb")

@@ -8,7 +8,7 @@ from ctypes import byref
 from types import TracebackType
 from typing import TYPE_CHECKING, Optional, Type
 
-from ._calls import Calls, Handle
+from ._calls import Calls, Handle, in_range
 from ._library import UNKNOWN_SIZE, Params, lib
 from ._memory import View
 from . import _streams
@@ -35,7 +35,7 @@ class RawWriter(io.RawIOBase):
         self.has_start = False
         self._replacing: Optional[ReplacingFile] = None
         self._output: Optional[Output] = None
-        original_size = UNKNOWN_SIZE if size is None else size
+        original_size = UNKNOWN_SIZE if size is None else in_range("size", size, UNKNOWN_SIZE)
         options = calls.options(threads, flags, memory_limit)
         self.name = name_of(file)
         if is_path(file):
@@ -171,7 +171,11 @@ class QrxWriter(io.BufferedWriter):
             self.close()
 
     def __del__(self) -> None:
-        if not self.closed:
+        try:
+            is_open = not self.closed
+        except ValueError:  # detached, or __init__() failed
+            return
+        if is_open:
             name = self.raw.name
             self.discard()
             warnings.warn(f"{name!r} was not closed and is discarded", ResourceWarning,

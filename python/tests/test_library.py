@@ -1,6 +1,7 @@
 """The search for the shared library, and statuses."""
 
 import os
+import pickle
 import subprocess
 import sys
 import unittest
@@ -87,6 +88,9 @@ class Errors(unittest.TestCase):
         status = qrx.Status(77)
         self.assertEqual((status, status.name), (77, "STATUS_77"))
         self.assertIs(type(_errors.make_error(status)), qrx.QrxError)
+        for each in (status, qrx.Status.CORRUPT):
+            copy = pickle.loads(pickle.dumps(each))
+            self.assertEqual((copy, copy.name, type(copy)), (each, each.name, qrx.Status))
 
 
 if __name__ == "__main__":

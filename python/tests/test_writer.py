@@ -80,6 +80,18 @@ class Writing(InFolder):
         self.assertEqual(calls[-1][0], len(ORIGINAL))
         self.assertEqual(len(calls), 4)
 
+    def test_detached(self) -> None:
+        with mock.patch("sys.unraisablehook") as hook:
+            file = qrx.open(self.path(), "wb")
+            raw = file.detach()
+            del file
+            gc.collect()
+            raw.write(b"detached")
+            raw.close()
+        hook.assert_not_called()
+        with qrx.open(self.path()) as made:
+            self.assertEqual(made.read(), b"detached")
+
     def test_size(self) -> None:
         with qrx.open(self.path(), "wb", size=10) as file:
             file.write(b"0123456789")
@@ -88,6 +100,9 @@ class Writing(InFolder):
                 with qrx.open(self.path("other"), "wb", size=10) as file:
                     file.write(data)
             self.assertFalse(os.path.exists(self.path("other")))
+        for size in (-1, 2**64 - 1, 2**64 + 5):
+            with self.assertRaisesRegex(ValueError, "size is out of range"):
+                qrx.open(self.path("other"), "wb", size=size)
 
 
 class Discarding(InFolder):
