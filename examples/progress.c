@@ -24,31 +24,36 @@ static void show_event(void* context, const qrx_event* event)
             event->system_error);
 }
 
-/* Reads the file straight into the writer's block buffer. */
+/* Reads the file straight into the writer's block buffer, up to `size` bytes or, if that is
+ * QRX_UNKNOWN_SIZE, up to the end. */
 static qrx_status copy(FILE* source, uint64_t size, qrx_writer* writer)
 {
-    while (size != 0) {
+    uint64_t done = 0;
+    while (done != size) {
         void* dest = NULL;
         size_t room = 0;
         size_t got;
         qrx_status status = qrx_writer_buffer(writer, &dest, &room);
         if (status != QRX_OK) return status;
         got = fread(dest, 1, room, source);
-        if (got == 0) return QRX_READ_FAILED; /* an error, or the file has become shorter */
+        if (got == 0) break;
         status = qrx_writer_advance(writer, got);
         if (status != QRX_OK) return status;
-        size -= got;
+        done += got;
     }
-    return QRX_OK;
+    if (ferror(source)) return QRX_READ_FAILED;
+    return done == size || size == QRX_UNKNOWN_SIZE ? QRX_OK
+                                                    : QRX_READ_FAILED; /* it became shorter */
 }
 
-/* Returns the size of a file; 0 if it is unknown. */
+/* Returns the size of a file, or QRX_UNKNOWN_SIZE: for a pipe, for files in /proc, which claim a
+ * size of 0, and where the size doesn't fit in a long. */
 static uint64_t size_of(FILE* file)
 {
     long size = -1;
     if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
     rewind(file);
-    return size > 0 ? (uint64_t)size : 0;
+    return size > 0 ? (uint64_t)size : QRX_UNKNOWN_SIZE;
 }
 
 static qrx_status compress(FILE* source, char* name, const char* dest)

@@ -41,9 +41,10 @@ void print_range(qrx_reader* reader, std::uint64_t offset, std::uint64_t size)
     while (size != 0) {
         std::size_t got = 0;
         const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(size, piece.size()));
-        check(qrx_reader_read(reader, offset, piece.data(), wanted, &got));
+        const qrx_status status = qrx_reader_read(reader, offset, piece.data(), wanted, &got);
+        std::cout.write(piece.data(), static_cast<std::streamsize>(got)); // valid even on failure
+        check(status);
         if (got == 0) return; // the end of the file
-        std::cout.write(piece.data(), static_cast<std::streamsize>(got));
         offset += got;
         size -= got;
     }

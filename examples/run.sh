@@ -18,6 +18,15 @@ tar -cf folder.tar folder
 grep -q '100 %' log
 "$examples/range" text.qrx 5000000 3000000 >range
 dd if=text bs=1000000 skip=5 count=3 2>/dev/null | cmp - range
+# A pipe has no size, and damage doesn't hide the bytes before it.
+cat text | "$examples/progress" /dev/stdin piped.qrx 2>log
+"$examples/range" piped.qrx 0 99999999 | cmp - text
+: | "$examples/progress" /dev/stdin empty.qrx 2>log
+"$examples/range" empty.qrx 0 1 | cmp - /dev/null
+head -c $(($(wc -c <text.qrx) - 5)) text.qrx >cut.qrx
+! "$examples/range" cut.qrx 8000000 99999999 >range 2>log
+test "$(wc -c <range)" -gt 0
+cmp -n "$(wc -c <range)" -i 8000000:0 text range
 "$examples/progress" folder.tar folder.tar.qrx 2>log
 "$examples/tar_member" folder.tar.qrx folder/third | cmp - folder/third
 "$examples/tar_member" folder.tar.qrx folder/second | cmp - folder/second

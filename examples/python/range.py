@@ -16,7 +16,7 @@ def main() -> None:
     with qrx.open(name) as file:
         file.seek(offset)
         while size > 0:
-            piece = file.read(min(size, 1 << 20))
+            piece = file.read1(min(size, 1 << 20))  # unlike read(), returns the bytes before damage
             if not piece:  # the end of the original
                 break
             sys.stdout.buffer.write(piece)
