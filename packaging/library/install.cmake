@@ -30,8 +30,11 @@ install(FILES ${made}/qrxConfig.cmake ${made}/qrxConfigVersion.cmake
 
 # pkg-config: written at install time, when the prefix is known.  On Windows it is relative to the file.
 set(prefix @prefix@)
-set(libdir ${CMAKE_INSTALL_LIBDIR})
-set(includedir ${CMAKE_INSTALL_INCLUDEDIR})
+foreach(variable libdir includedir)
+  string(TOUPPER CMAKE_INSTALL_${variable} directory)
+  # Both may be absolute; otherwise they are below the prefix.
+  cmake_path(ABSOLUTE_PATH ${directory} BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE ${variable})
+endforeach()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/qrx.pc.in ${made}/qrx.pc.in @ONLY)
 set(prefix \${CMAKE_INSTALL_PREFIX})
 if(WIN32)
