@@ -36,11 +36,6 @@ int read_memory(void* context, uint64_t offset, void* dest, size_t size, size_t*
     return 0;
 }
 
-int write_output(void* context, uint64_t offset, const void* src, size_t size)
-{
-    return static_cast<output_file*>(context)->write_at(offset, src, size);
-}
-
 /// Returns the number of threads for an original of `size` bytes.  `memory` returns the memory for
 /// a number of threads, without `more` bytes.
 uint32_t choose_threads(const session& run, const path& name, const qrx_params& params,
@@ -241,15 +236,6 @@ qrx_source source_of(const output_file& file, uint64_t size)
     source.size = size;
     source.context = const_cast<output_file*>(&file);
     return source;
-}
-
-qrx_sink sink_of(output_file& file)
-{
-    qrx_sink sink{};
-    sink.struct_size = sizeof sink;
-    sink.write = write_output;
-    sink.context = &file;
-    return sink;
 }
 
 int compressed_input::open(const session& run, const path& name, bool copies_all)

@@ -93,8 +93,6 @@ uint32_t decompressing_threads(const session& run, const path& name, const qrx_p
 qrx_source source_of(const input_file& file);
 /// Reads back an output.
 qrx_source source_of(const output_file& file, uint64_t size);
-/// Positioned output of the library to a file.
-qrx_sink sink_of(output_file& file);
 
 /// A compressed input: a file or standard input.  If it can't be read at any offset, it is copied
 /// to memory or to a temporary file.
