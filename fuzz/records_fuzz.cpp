@@ -1,9 +1,9 @@
 // fuzz/records_fuzz.cpp - indexes the records of any .qrx image, with and without a search
 //
-//     | control | image |
+//     | control | place, if the image is to be spread | image |
 //
 // The index is compared with a plain walk over the record heads, and a search in a file that is
-// read in windows with one in memory.
+// read in windows with one in memory.  On request, the image is made longer than a window.
 #include "api_input.h"
 #include "image_input.h"
 #include "pipeline/header_search.h"
@@ -19,6 +19,10 @@ namespace {
 constexpr u8 any_size = 1;        // the header's original size isn't bounded
 constexpr u8 any_block = 2;       // nor its block size
 constexpr u8 searches_header = 4; // also if the header is valid
+constexpr u8 spreads = 8;         // bytes are inserted in the middle; see spread()
+
+/// Number of bytes that a search reads at once, backward from the end of the file.
+constexpr usize window_bytes = mib;
 
 using block_map = std::map<u32, block_place>;
 
@@ -258,14 +262,25 @@ void check_header(const bytes& image, bool is_valid)
             "a header found has as many blocks as the file can have");
 }
 
+/// Inserts bytes that look like no record, so that the image has two windows.  The one read first
+/// starts at `place` 256ths of the original image.
+void spread(bytes& image, usize place)
+{
+    const usize start = image.size() * place / 256;
+    const usize inserted = window_bytes + 4 + start - image.size(); // no head in the last 4 bytes
+    image.insert(image.begin() + static_cast<std::ptrdiff_t>(image.size() / 2), inserted, 0);
+}
+
 void index_any(std::span<const u8> input)
 {
     if (input.empty()) return;
     const u8 control = input[0];
-    bytes image(input.begin() + 1, input.end());
+    const bool is_spread = (control & spreads) != 0 && input.size() > 1;
+    bytes image(input.begin() + (is_spread ? 2 : 1), input.end());
     bound_sizes(
         {.original_size = (control & any_size) == 0, .block_size = (control & any_block) == 0},
         image);
+    if (is_spread && image.size() < window_bytes) spread(image, input[1]);
     check_index(image);
     if (image.size() < file_header_bytes) return;
     recorder failures;
@@ -284,6 +299,8 @@ std::vector<bytes> make_seeds()
         for (const bytes& image : images) {
             for (const u8 control : {u8{0}, searches_header, u8{any_size | any_block}})
                 seeds.push_back(test::joined({{control}, image}));
+            seeds.push_back(test::joined({{spreads, 0}, image}));
+            seeds.push_back(test::joined({{spreads | searches_header, 128}, image}));
         }
     }
     // Files of many records, each a few bytes long.
@@ -293,6 +310,8 @@ std::vector<bytes> make_seeds()
         seeds.push_back(test::joined({{searches_header}, image}));
         image.erase(image.begin() + 34);
         seeds.push_back(test::joined({{0}, image}));
+        for (u32 place = 0; place < 256; place += 4) // a window that starts within a head, too
+            seeds.push_back(test::joined({{spreads, static_cast<u8>(place)}, image}));
     }
     return seeds;
 }
