@@ -9,11 +9,14 @@ from __future__ import annotations
 
 import contextlib
 import io
+import re
 from typing import Any, List, Mapping, Optional
 
 from ._reader import BlockInfo
 from ._tasks import Location, Params, decode
 from .fsspec import open_original
+
+_FIRST_ROW = re.compile(rb"\s*[^\n]*")  # with the blank lines before it
 
 
 def load(source: Location, params: Params, block: BlockInfo) -> bytes:
@@ -91,12 +94,30 @@ def first_rows(sample: bytes, csv_options: Mapping[str, Any]) -> Any:
     return clear_known_categories(pandas.read_csv(io.BytesIO(sample), **csv_options).iloc[:0])
 
 
-def rows(data: bytes, is_first: bool, header: bytes, meta: Any,
+def surplus_fields(content: bytes, header_size: int, csv_options: Mapping[str, Any]) -> int:
+    """Returns how many more fields than the header the first row of a CSV file has.
+
+    pandas accepts this number in all rows, and takes the first fields as an index, or drops the
+    last ones with index_col=False.  With usecols= too, it accepts any number: this returns 0.
+    """
+    import pandas
+
+    if csv_options.get("index_col") is False and csv_options.get("usecols") is not None:
+        return 0
+    row = _FIRST_ROW.match(content, header_size)
+    assert row is not None
+    frame = pandas.read_csv(io.BytesIO(content[:row.end()]), **{**csv_options, "index_col": None})
+    has_index = len(frame) > 0 and not isinstance(frame.index, pandas.RangeIndex)
+    return frame.index.nlevels if has_index else 0
+
+
+def rows(data: bytes, is_first: bool, header: bytes, surplus: int, meta: Any,
          csv_options: Mapping[str, Any]) -> Any:
     """Parses records of a CSV file into a data frame.
 
     is_first: whether they are at the start of the file, and so include the header, if any.
     header: the header line of the file; empty if it has none.
+    surplus: surplus_fields() of the file.
     meta: an empty data frame with the expected columns.
     """
     import pandas
@@ -104,6 +125,11 @@ def rows(data: bytes, is_first: bool, header: bytes, meta: Any,
     content = data if is_first else header + data
     if not content:
         return meta
+    found = surplus_fields(content, len(header), csv_options)
+    if found != surplus:
+        raise ValueError(f"a row has {found} more fields than the header, but the first row of the "
+                         f"file has {surplus} more: to ignore them, pass usecols= and "
+                         "index_col=False")
     frame = pandas.read_csv(io.BytesIO(content), **csv_options)
     if list(frame.columns) != list(meta.columns):
         raise ValueError(f"the columns are {list(frame.columns)}, not {list(meta.columns)}")

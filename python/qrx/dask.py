@@ -343,7 +343,7 @@ def read_csv(source: Url, *, sample_size: int = 256 << 10, storage_options: Opti
     source, storage_options: as for read_bytes().
     sample_size: bytes at the start of the original from which names and types are inferred.
     csv_options: arguments of pandas.read_csv() that apply to each row, such as sep, names, usecols,
-        dtype and parse_dates.
+        dtype and parse_dates; and index_col=False.
     """
     import dask.dataframe
 
@@ -356,16 +356,19 @@ def read_csv(source: Url, *, sample_size: int = 256 << 10, storage_options: Opti
         sample += file.readline()
     header_line = _header_line(sample, csv_options)
     meta = _records.first_rows(sample, csv_options)
-    rows = partial(_records.rows, header=header_line, meta=meta, csv_options=csv_options)
+    surplus = _records.surplus_fields(sample, len(header_line), csv_options)
+    rows = partial(_records.rows, header=header_line, surplus=surplus, meta=meta,
+                   csv_options=csv_options)
     parts = read_bytes(source, b"\n", storage_options=storage_options)
-    token = tokenize(header_line, meta, csv_options)
+    token = tokenize(header_line, surplus, meta, csv_options)
     return dask.dataframe.from_delayed(
         [_delayed("qrx-rows", (part.key, token), partial(rows, is_first=number == 0), part)
          for number, part in enumerate(parts)], meta=meta, verify_meta=False)
 
 
 def _check_csv_options(csv_options: Mapping[str, Any]) -> None:
-    refused = _WHOLE_FILE_OPTIONS & set(csv_options)
+    refused = {name for name, value in csv_options.items()
+               if name in _WHOLE_FILE_OPTIONS and not (name == "index_col" and value is False)}
     if refused:
         raise ValueError(f"not supported for parts of a file: {', '.join(sorted(refused))}")
     if csv_options.get("header", "infer") not in ("infer", 0, None):

@@ -659,9 +659,58 @@ class ReadCsv(InFolder):
         with self.assertRaisesRegex(ValueError, "column 'a' needs type float64"):
             qrx.dask.read_csv(self.packed(rows)).compute(scheduler="sync")
 
+    def with_row(self, content: bytes, row: bytes) -> str:
+        """Compresses a CSV file in two blocks, after replacing the row after their boundary."""
+        start = content.index(b"\n", MIB) + 1
+        end = content.index(b"\n", start) + 1
+        return self.packed(content[:start] + row + content[end:])
+
+    def test_a_row_with_surplus_fields(self) -> None:
+        """At the start of a part, pandas alone would take the first column as an index."""
+        content = b"name,city\n" + b"Ann,Rome\n" * 200_000
+        for header, options in ((True, {}), (True, {"usecols": ["city"]}),
+                                (True, {"index_col": False}),
+                                (False, {"names": ["name", "city"]})):
+            path = self.with_row(content if header else content[10:], b"A,B,Rome\n")
+            with self.subTest(header=header, **options), \
+                    self.assertRaisesRegex(ValueError, "a row has 1 more fields than the header"):
+                self.compute(qrx.dask.read_csv(path, **options))
+
+    def test_surplus_fields_that_pandas_ignores(self) -> None:
+        path = self.with_row(b"name,city\n" + b"Ann,Rome\n" * 200_000, b"A,B,Rome\n")
+        frame = self.compute(qrx.dask.read_csv(path, usecols=["name"], index_col=False))
+        self.assertEqual(dict(frame["name"].value_counts()), {"Ann": 199_999, "A": 1})
+
+    def test_an_index_without_a_name(self) -> None:
+        content = b"city\n" + b"Ann,Rome\n" * 200_000
+        frame = qrx.dask.read_csv(self.packed(content)).compute(scheduler="sync")
+        self.assertEqual((set(frame.index), set(frame["city"])), ({"Ann"}, {"Rome"}))
+        with self.assertRaisesRegex(ValueError, "a row has 0 more fields than the header"):
+            self.compute(qrx.dask.read_csv(self.packed(content + b"Rome\n" * 200_000)))
+
+    def test_delimiters_at_the_ends_of_rows(self) -> None:
+        rows = self.rows.to_csv(index=False).encode()
+        header, _, rest = rows.partition(b"\n")
+        path = self.packed(header + b"\n" + rest.replace(b"\n", b",\n"))
+        frame = qrx.dask.read_csv(path, index_col=False)
+        pandas.testing.assert_frame_equal(self.compute(frame), self.rows)
+
+    def test_parts_that_start_with_blank_lines(self) -> None:
+        path = self.with_row(b"a,b\n" + b"1,x\n" * 500_000, b"\n  \n1,x\n")
+        frame = self.compute(qrx.dask.read_csv(path))
+        self.assertEqual((len(frame), frame["a"].sum()), (500_000, 500_000))
+
+    def test_a_sample_without_rows(self) -> None:
+        path = self.packed(b"a,b\n" + b"1,2\n" * 400_000)
+        frame = qrx.dask.read_csv(path, sample_size=1, dtype={"a": int, "b": int})
+        self.assertEqual(self.compute(frame)["b"].sum(), 800_000)
+
     def test_options_for_whole_files(self) -> None:
         with self.assertRaisesRegex(ValueError, "nrows, skiprows"):
             qrx.dask.read_csv(self.packed(b"a\n1\n"), skiprows=1, nrows=5)
+        for column in (0, "a"):
+            with self.subTest(column), self.assertRaisesRegex(ValueError, "index_col"):
+                qrx.dask.read_csv(self.packed(b"a\n1\n"), index_col=column)
 
 
 if __name__ == "__main__":
