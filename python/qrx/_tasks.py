@@ -32,6 +32,8 @@ class Location:
 
     fs: Any
     path: str
+    url: str
+    """What the caller passed: a URL or a path."""
 
     @property
     def is_local(self) -> bool:

@@ -205,7 +205,7 @@ def _locate(url: Url, options: Options) -> Location:
     name = os.fspath(url)
     if not isinstance(name, str):
         raise TypeError(f"a file is a URL or a path of characters, not {name!r}")
-    return Location(*url_to_fs(name, **(options or {})))
+    return Location(*url_to_fs(name, **(options or {})), name)
 
 
 def _locate_both(source: Url, source_options: Options, target: Url,
@@ -224,11 +224,20 @@ def _version(location: Location) -> Dict[str, Any]:
     """Returns the size of a file, and the attributes that show a change of its content."""
     location.fs.invalidate_cache()
     info = location.fs.info(location.path)
-    if info["type"] != "file" or info["size"] is None:
-        raise OSError(f"{location.path}: not a file of known size")
+    size = info["size"]
+    if info["type"] != "file" or size is None or size == 0 and _has_content(location):
+        raise OSError(f"{location.path or location.url}: not a file of known size")
     if location.is_local:  # times and permissions may change without the content
         return {key: info[key] for key in ("size", "mtime", "ino")}
     return {key: value for key, value in info.items() if key not in _ACCESS_TIMES}
+
+
+def _has_content(location: Location) -> bool:
+    """True if a local file isn't empty.  Files in /proc report size 0."""
+    if not location.is_local:
+        return False
+    with open(location.path, "rb") as file:
+        return bool(file.read(1))
 
 
 def _check_version(location: Location, before: Dict[str, Any]) -> None:

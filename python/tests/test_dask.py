@@ -92,6 +92,11 @@ class Compress(WithCluster):
     def test_empty_file(self) -> None:
         self.check("empty", b"", "33")
 
+    def test_a_file_that_reports_size_0(self) -> None:
+        with self.assertRaisesRegex(OSError, "/proc/version: not a file of known size"):
+            qrx.dask.compress("/proc/version", self.path("target"))
+        self.assert_files()
+
     def test_one_byte(self) -> None:
         self.check("one", b"x", "11")
 
@@ -117,6 +122,16 @@ class Compress(WithCluster):
         with self.assertRaises(FileNotFoundError):
             qrx.dask.compress(self.path("missing"), "memory://folder/other.qrx")
         self.assertEqual(len(fsspec.filesystem("memory").ls("/folder")), 1)
+
+    def test_an_archive_without_the_name_of_its_file(self) -> None:
+        path = self.path("source.qrx", image())
+        with self.assertRaises(OSError) as failure:
+            qrx.dask.compress(f"qrx://::{path}", self.path("target"))
+        self.assertEqual(str(failure.exception), f"qrx://::{path}: not a file of known size")
+        qrx.dask.compress(f"qrx://source::{path}", self.path("target"), cell="11", block_mb=1)
+        self.assert_content(self.path("target"), qrx.compress(
+            text(3 * MIB + 1000), method=1, level=1, block_mib=1, for_name="source"))
+        self.assert_files("source.qrx", "target")
 
     def test_a_remote_folder_that_looks_like_a_pattern(self) -> None:
         with self.assertRaisesRegex(ValueError, "not supported"):
@@ -360,7 +375,7 @@ class Decompress(WithCluster):
         source = self.path("source.qrx", image())
         block = qrx.BlockInfo(5, 0, 1000, len(image()) - 10, 500, False)
         with self.assertRaisesRegex(qrx.TruncatedError, "block 5"):
-            _tasks.decode(_tasks.Location(fsspec.filesystem("file"), source),
+            _tasks.decode(_tasks.Location(fsspec.filesystem("file"), source, source),
                           {"method": 1, "level": 1}, [block])
 
     def test_damaged_block_is_named(self) -> None:
