@@ -16,7 +16,7 @@ from typing import Any, Callable, Deque, Optional, Type
 from distributed import Client, Future
 from fsspec.spec import AbstractFileSystem
 
-from ._tasks import Location, Summary, write_result
+from ._tasks import Location, Summary, naming, write_result
 
 _CREATE = os.O_WRONLY | os.O_CREAT | os.O_EXCL | getattr(os, "O_BINARY", 0)
 
@@ -58,9 +58,7 @@ class Target:
             self._file = self._open()
             self.is_shared = self._final.is_local and _is_seen_by_all(self._client, self.path)
         except BaseException as error:
-            self._remove()
-            if isinstance(error, OSError) and error.filename == self.path:
-                error.filename = self._final.path
+            self.__exit__(type(error), error, error.__traceback__)
             raise
         return self
 
@@ -85,9 +83,10 @@ class Target:
 
     def write(self, data: bytes) -> None:
         """Appends bytes."""
-        if self.is_shared:
-            self._file.seek(self._size)
-        self._file.write(data)
+        with naming(self.path):
+            if self.is_shared:
+                self._file.seek(self._size)
+            self._file.write(data)
         self._size += len(data)
 
     def append(self, part: Future, summary: Summary, max_pending: int) -> None:
@@ -118,18 +117,22 @@ class Target:
         """Renames the file to its final name, replacing an existing file."""
         while self._pending:
             self._end_oldest_write()
+        with naming(self.path):
+            self._close()
+        if self._final.is_local:
+            os.replace(self.path, self._final.path)
+        else:
+            self._final.fs.mv(self.path, self._final.path)
+            self._check_renamed()
+        self._is_complete = True
+
+    def _close(self) -> None:
         if self._final.is_local:
             self._file.flush()
             if self._mode is not None:
                 os.chmod(self.path, self._mode)
             os.fsync(self._file.fileno())
-            self._file.close()
-            os.replace(self.path, self._final.path)
-        else:
-            self._file.close()
-            self._final.fs.mv(self.path, self._final.path)
-            self._check_renamed()
-        self._is_complete = True
+        self._file.close()
 
     def _check_renamed(self) -> None:
         """Raises OSError if a file system didn't rename the file, and didn't say so."""
@@ -142,6 +145,8 @@ class Target:
                  traceback: Optional[TracebackType]) -> None:
         if not self._is_complete:
             self._remove()
+        if isinstance(error, OSError) and (error.filename, error.filename2) == (self.path, None):
+            error.filename = self._final.path
 
     def _remove(self) -> None:
         """Removes the file.  Failures are ignored, because another one is the reason."""

@@ -9,7 +9,9 @@ import contextlib
 import io
 import os
 from dataclasses import dataclass
-from typing import Any, Callable, ContextManager, List, Mapping, NamedTuple, Tuple, TypeVar
+from typing import (
+    Any, Callable, ContextManager, Iterator, List, Mapping, NamedTuple, Tuple, TypeVar,
+)
 
 from fsspec.implementations.local import LocalFileSystem
 
@@ -123,8 +125,10 @@ def restore(source: Location, params: Params, blocks: List[BlockInfo], path: str
             _decode(source, block, codec.decompress_into, content)
             crc = crc32(content, crc)
             size += len(content)
-            _write_all(file, content)
-        os.fsync(file.fileno())
+            with naming(path):
+                _write_all(file, content)
+        with naming(path):
+            os.fsync(file.fileno())
     return Summary(size, crc, size)
 
 
@@ -160,7 +164,7 @@ def write_result(path: str, offset: int, part: Part) -> None:
 
     Idempotent: the scheduler may run it twice, even at the same time.
     """
-    with _open_at(path, offset) as file:
+    with naming(path), _open_at(path, offset) as file:
         for piece in part[0]:
             _write_all(file, memoryview(piece))
         os.fsync(file.fileno())
@@ -176,3 +180,14 @@ def _open_at(path: str, offset: int) -> io.FileIO:
 def _write_all(file: io.FileIO, data: memoryview) -> None:
     while data:
         data = data[file.write(data):]
+
+
+@contextlib.contextmanager
+def naming(path: str) -> Iterator[None]:
+    """Adds a path to errors of the operating system that name no file, as those of writes."""
+    try:
+        yield
+    except OSError as error:
+        if error.errno is not None and error.filename is None:
+            error.filename = path
+        raise

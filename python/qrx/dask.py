@@ -11,6 +11,7 @@ source, this package and its library.
 from __future__ import annotations
 
 import contextlib
+import errno
 import os
 import time
 from collections import deque
@@ -211,6 +212,8 @@ def _locate(url: Url, options: Options) -> Location:
 def _locate_both(source: Url, source_options: Options, target: Url,
                  target_options: Options) -> Tuple[Location, Location]:
     first, second = _locate(source, source_options), _locate(target, target_options)
+    if second.url.endswith(("/", os.sep)):  # which fsspec removes
+        raise IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), second.url)
     same = type(first.fs) is type(second.fs) and first.path == second.path
     if first.is_local and second.is_local:
         with contextlib.suppress(OSError):  # such as a target that doesn't exist

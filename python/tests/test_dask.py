@@ -178,6 +178,15 @@ class Compress(WithCluster):
                 qrx.dask.compress(self.path(other), source)
         self.assert_content(source, text(10))
 
+    def test_targets_that_end_in_a_slash(self) -> None:
+        source = self.path("source", text(10))
+        for target in (self.path("folder/"), "memory://folder/"):
+            with self.subTest(target), self.assertRaises(IsADirectoryError) as failure:
+                qrx.dask.compress(source, target)
+            self.assertEqual(failure.exception.filename, target)
+        self.assertFalse(fsspec.filesystem("memory").exists("/folder"))
+        self.assert_files("source")
+
     def test_special_files_are_not_replaced(self) -> None:
         os.mkfifo(self.path("pipe"))
         with self.assertRaisesRegex(OSError, "not a regular file"):
@@ -417,16 +426,35 @@ class LostWorker(InFolder):
             client.run(limit_file_size, 4 * MIB, workers=[first])
             with self.assertRaises(OSError) as failure:
                 qrx.dask.compress(source, target, block_mb=1, task_mb=1)
-            self.assertEqual(failure.exception.errno, errno.EFBIG)
+            self.assertEqual((failure.exception.errno, failure.exception.filename),
+                             (errno.EFBIG, target))
             packed = self.path("packed", qrx.compress(noise(12 * MIB), block_mib=1))
-            with self.assertRaises(OSError):
+            with self.assertRaises(OSError) as failure:
                 qrx.dask.decompress(packed, target, task_mb=1)
+            self.assertEqual(failure.exception.filename, target)
             self.assertEqual(sorted(os.listdir(self.folder)), ["packed", "source", "target"])
             with open(target, "rb") as file:
                 self.assertEqual(file.read(), b"old")
             client.run(limit_file_size, resource.RLIM_INFINITY, workers=[first])
             qrx.dask.compress(source, target, block_mb=1)  # the cluster is still usable
             self.assertEqual(qrx.test(target), [])
+
+
+    def test_full_disk_of_the_client(self) -> None:
+        """A local target that the workers don't see."""
+        target = self.path("target")
+        self.addCleanup(limit_file_size, resource.RLIM_INFINITY)
+        with new_cluster() as cluster, distributed.Client(cluster) as client, \
+                mock.patch.object(client, "run", lambda *_: {"one": False}):
+            for size in (3 * MIB, 5000):  # the second result fits in the buffer of the target
+                source = self.path("source", noise(size))
+                limit_file_size(size // 2)
+                with self.subTest(size), self.assertRaises(OSError) as failure:
+                    qrx.dask.compress(source, target, block_mb=1)
+                limit_file_size(resource.RLIM_INFINITY)
+                self.assertEqual((failure.exception.errno, failure.exception.filename),
+                                 (errno.EFBIG, target))
+                self.assertEqual(os.listdir(self.folder), ["source"])
 
 
 class LostScheduler(InFolder):
