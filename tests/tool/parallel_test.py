@@ -157,6 +157,13 @@ class ResultTest(ParallelTest):
         self.assertFalse((self.dir / "out.qrx").exists())
 
 
+    def test_names_after_the_end_of_the_options(self):
+        self.put("-d", long_text(2 * MIB))
+        self.parallel("-n1", "-1", "-b1", "--", "-d")
+        self.qrx("-q", "-1", "-b1", "-o", "one.qrx", "--", "-d")
+        self.assertEqual(self.target.read_bytes(), self.get("one.qrx"))
+
+
 class FailureTest(ParallelTest):
     def setUp(self):
         super().setUp()
@@ -348,13 +355,19 @@ class FailureTest(ParallelTest):
                  (("-j0", "a.txt"), "-j 0: not a number of jobs"),
                  (("-b4000", "a.txt"), "unusable options for qrx"),
                  (("-T1;ls", "a.txt"), "unknown option in"),
-                 (("missing",), "missing: not a regular file")]
+                 (("missing",), "parallel_compress: missing: not a regular file"),
+                 (("nowhere/a.txt",), "parallel_compress: nowhere/a.txt: No such file or directory"),
+                 (("--", "-1", "a.txt"), "needs SOURCE and TARGET"),
+                 (("/proc/version",), "parallel_compress: /proc/version: not a file of known size")]
         before = self.files()
         for args, message in cases:
             with self.subTest(args=args):
                 self.assertIn(message, self.parallel(*args, status=1))
-        said = self.parallel("a.txt", target="there.qrx", status=1)
-        self.assertIn("there.qrx: exists", said)
+        for target, message in (("there.qrx", "there.qrx: exists"),
+                                ("new/", "new/: names a directory"),
+                                ("nowhere/x.qrx", "nowhere/x.qrx: No such file or directory")):
+            with self.subTest(target=target):
+                self.assertIn(f"parallel_compress: {message}", self.parallel("a.txt", target=target, status=1))
         self.assertEqual(self.files(), before)
 
 
