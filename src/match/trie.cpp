@@ -198,7 +198,7 @@ pool_ref trie::make_path(u32 last, u32 length, u32 child)
     return made;
 }
 
-/// Makes a list_node of two entries with different key bytes.
+/// Makes a list node of two entries with different key bytes.
 pool_ref trie::make_pair(u32 last, u8 a, u32 child_a, u8 b, u32 child_b)
 {
     const pool_ref made = nodes_.alloc(list_size(2));
@@ -211,7 +211,7 @@ pool_ref trie::make_pair(u32 last, u8 a, u32 child_a, u8 b, u32 child_b)
     return made;
 }
 
-/// Splits the path_node in `link`, at `depth`, of which the key shares only the first `same` bytes.
+/// Splits the path node in `link`, at `depth`, of which the key shares only the first `same` bytes.
 void trie::split_path(u8* link, u32 same, u32 depth, u32 tagged)
 {
     const pool_ref path = load_u32(link);
@@ -296,7 +296,7 @@ void trie::add_to_bitmap(u8* link, u8 key, u32 tagged)
     set_last(node, tagged);
 }
 
-/// Replaces the list_node in `link`, which is full, by a bitmap_node.
+/// Replaces the list node in `link`, which is full, by a bitmap node.
 void trie::make_bitmap(u8* link, u8 key, u32 tagged)
 {
     const pool_ref made = nodes_.alloc(bitmap_size(max_list_children + 1));
@@ -318,7 +318,7 @@ void trie::make_bitmap(u8* link, u8 key, u32 tagged)
     nodes_.free(old);
 }
 
-/// Replaces the bitmap_node in `link`, which is full, by a full_node.
+/// Replaces the bitmap node in `link`, which is full, by a full node.
 void trie::make_full(u8* link, u8 key, u32 tagged)
 {
     const pool_ref made = nodes_.alloc(full_size);

@@ -8,7 +8,7 @@
 //
 //     0  last: 4   the tagged_position of the latest key that passed
 //     4  kind: 1   1                   2 to 32            33 to 246               255
-//                  path_node           list_node          bitmap_node             full_node
+//                  path node           list node          bitmap node             full node
 //     5            length - 1: 1       entries of         7 prefix counts: 1      (3 unused)
 //                  child: 4            key byte: 1        bitmap: 8 x 4           children: 256 x 4
 //                                      child: 4           children: 4 each
@@ -61,7 +61,7 @@ inline void set_last(u8* node, u32 tagged)
     store_u32(node, tagged);
 }
 
-// A path_node.
+// A path node.
 
 inline constexpr u32 path_size = 10;
 inline constexpr usize path_length_at = 5;
@@ -77,7 +77,7 @@ inline void set_path_length(u8* node, u32 length)
     node[path_length_at] = static_cast<u8>(length - 1);
 }
 
-// A list_node.
+// A list node.
 
 inline constexpr usize list_at = 5;
 inline constexpr usize entry_size = 1 + child_size;
@@ -109,7 +109,7 @@ inline u8* find_entry(u8* node, u8 key)
     return entry;
 }
 
-/// Bytes past a list_node that find_list_child() may read.
+/// Bytes past a list node that find_list_child() may read.
 inline constexpr usize list_overread = 32;
 
 #if defined(__SSE2__)
@@ -146,7 +146,7 @@ inline u8* find_list_child(u8* node, u8 key)
 
 #endif
 
-// A bitmap_node.
+// A bitmap node.
 
 inline constexpr usize prefix_counts_at = 4; // plus a word's index, from 1 on
 inline constexpr usize bitmap_at = 12;
@@ -202,7 +202,7 @@ inline void mark(u8* node, u8 key)
     }
 }
 
-// A full_node.  A child of 0 stands for none.
+// A full node.  A child of 0 stands for none.
 
 inline constexpr usize full_children_at = 8;
 inline constexpr u32 full_size = full_children_at + 256 * child_size;
