@@ -13,7 +13,7 @@ from .tables import ROOT
 # The Debian packages of peers, by the name under which their versions are listed
 PEER_PACKAGES = {"lz4": "liblz4-1", "zlib": "zlib1g", "zstd": "libzstd1", "brotli": "libbrotli1",
                  "bzip2": "libbz2-1.0", "xz": "liblzma5", "gzip": "gzip", "pigz": "pigz", "lbzip2": "lbzip2",
-                 "7-Zip": "7zip", "tar": "tar"}
+                 "7-Zip": "7zip", "tar": "tar", "Wine": "wine"}
 
 
 def output_of(*command):
@@ -48,13 +48,23 @@ def distribution():
     return re.search(r'^PRETTY_NAME="?([^"\n]*)', text, re.MULTILINE).group(1)
 
 
-def compiler(presets):
-    """The compiler that CMake found for the first of the presets that was configured."""
+def compilers(presets, build=ROOT / "build"):
+    """The compilers that CMake found for those of the build directories that were configured, each once."""
+    found = []
     for preset in presets:
-        for name in (ROOT / "build" / preset / "CMakeFiles").glob("*/CMakeCXXCompiler.cmake"):
-            facts = dict(re.findall(r'^set\((\w+) "([^"]*)"\)', name.read_text(encoding="utf-8"), re.MULTILINE))
-            return f"{facts['CMAKE_CXX_COMPILER_ID']} {facts['CMAKE_CXX_COMPILER_VERSION']}"
-    return "unknown"
+        for name in (build / preset / "CMakeFiles").glob("*/CMakeCXXCompiler.cmake"):
+            facts = dict(re.findall(r'^set\(CMAKE_CXX_(\w+) "([^"]*)"\)', name.read_text(encoding="utf-8"),
+                                    re.MULTILINE))
+            system = [facts["PLATFORM_ID"]] if facts["PLATFORM_ID"] != platform.system() else []
+            bits = ["32 bits"] if facts["SIZEOF_DATA_PTR"] == "4" else []
+            target = f" ({', '.join(system + bits)})" if system + bits else ""
+            found.append(f"{facts['COMPILER_ID']} {facts['COMPILER_VERSION']}{target}")
+    return "; ".join(dict.fromkeys(found)) or "unknown"
+
+
+def upstream_version(package_version):
+    """The version of a Debian package without what Debian adds to it."""
+    return re.sub(r"^\d+:|[-+.~](dfsg|ds|repack).*$|-[^-]*$", "", re.sub(r"^.*\+really", "", package_version))
 
 
 def versions(names=tuple(PEER_PACKAGES)):
@@ -63,9 +73,7 @@ def versions(names=tuple(PEER_PACKAGES)):
     for name in names:
         text = output_of("dpkg-query", "-W", "-f=${Version}", PEER_PACKAGES[name])
         if text:
-            upstream = re.sub(r"^\d+:|[-+](really|dfsg|ds).*$|-[^-]*$", "",
-                              re.sub(r"^.*\+really", "", text))
-            found.append(f"{name} {upstream}")
+            found.append(f"{name} {upstream_version(text)}")
     return "; ".join(found)
 
 
@@ -76,4 +84,4 @@ def commit():
 
 def run_row(part, seconds, peers, presets):
     return {"part": part, "date": datetime.date.today().isoformat(), "commit": commit(), "machine": machine(),
-            "compiler": compiler(presets), "versions": versions(peers), "seconds": round(seconds)}
+            "compiler": compilers(presets), "versions": versions(peers), "seconds": round(seconds)}

@@ -22,12 +22,20 @@ COMMANDS = {
 # What lib.sh builds before some of the commands; the others build for themselves.
 BUILDS = {"damage": "program quarnex qrx", "schedules": "tsan schedules", "stress": "release quarnex qrx fault_shim"}
 
-# The presets of what is measured, for the name of the compiler
-PRESETS = {"schedules": ("tsan",), "stress": ("release",), "fuzz_coverage": ("coverage",),
-           "fuzz_hours": ("fuzz", "coverage")}
+# The directories of build/ with what is measured, whose compilers are recorded
+PRESETS = {
+    "damage": ("program",),
+    "faults": ("release",),
+    "schedules": ("tsan",),
+    "stress": ("release",),
+    "payloads": ("release", "payloads-O2", "debug", "payloads-clang", "linux32", "windows64", "windows32"),
+    "reproducible": tuple(f"reproducible/a/build/packaging/{name}" for name in ("program", "windows64", "windows32")),
+    "fuzz_coverage": ("coverage",),
+    "fuzz_hours": ("fuzz", "msan", "fuzz32"),
+}
 
 # Whose versions are recorded
-PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip")}
+PEERS = {"damage": ("zstd", "xz", "lz4", "gzip", "bzip2", "brotli", "7-Zip"), "payloads": ("Wine",)}
 
 
 def command_text(part):

@@ -12,9 +12,9 @@ import xml.etree.ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SAMPLE = pathlib.Path(__file__).resolve().parent / "sample"
-sys.path.insert(0, str(ROOT / "scripts"))
+sys.path[:0] = [str(ROOT / "scripts"), str(ROOT / "tests" / "tool")]
 
-from results import page, plots, readme, speed, tables, threads  # noqa: E402
+from results import machine, page, plots, readme, speed, tables, threads, trust  # noqa: E402
 from results.front import front  # noqa: E402
 
 SYSTEM_PYTHON = "/usr/bin/python3"  # the one that has Debian's matplotlib
@@ -85,6 +85,33 @@ class ThreadsTest(unittest.TestCase):
             first.write_bytes(b"abc")
             threads.write_input([first], 8, target)
             self.assertEqual(target.read_bytes(), b"abcabcab")
+
+
+class MachineTest(unittest.TestCase):
+    def test_versions_are_those_of_upstream(self):
+        for package, upstream in (("1:1.2.13.dfsg-1", "1.2.13"), ("1.0.9-2+b6", "1.0.9"), ("8.0~repack-4", "8.0"),
+                                  ("22.01+really26.02+dfsg-0+deb12u1", "26.02"), ("5.4.1-1", "5.4.1")):
+            self.assertEqual(machine.upstream_version(package), upstream)
+
+    def compilers_of(self, *presets):
+        with tempfile.TemporaryDirectory() as build:
+            for preset, (compiler, system, pointer_bytes) in presets:
+                folder = pathlib.Path(build, preset, "CMakeFiles", "3.25.1")
+                folder.mkdir(parents=True)
+                (folder / "CMakeCXXCompiler.cmake").write_text(
+                    f'set(CMAKE_CXX_COMPILER_ID "{compiler}")\nset(CMAKE_CXX_COMPILER_VERSION "12.1")\n'
+                    f'set(CMAKE_CXX_PLATFORM_ID "{system}")\nset(CMAKE_CXX_SIZEOF_DATA_PTR "{pointer_bytes}")\n')
+            return machine.compilers(trust.PRESETS["payloads"], pathlib.Path(build))
+
+    def test_all_compilers_of_a_part_are_named(self):
+        self.assertEqual(self.compilers_of(("release", ("GNU", "Linux", 8)), ("debug", ("GNU", "Linux", 8)),
+                                           ("payloads-clang", ("Clang", "Linux", 8)), ("linux32", ("GNU", "Linux", 4)),
+                                           ("windows64", ("GNU", "MinGW", 8)), ("windows32", ("GNU", "MinGW", 4))),
+                         "GNU 12.1; Clang 12.1; GNU 12.1 (32 bits); GNU 12.1 (MinGW); GNU 12.1 (MinGW, 32 bits)")
+        self.assertEqual(self.compilers_of(), "unknown")
+
+    def test_each_part_says_which_builds_it_measures(self):
+        self.assertEqual(trust.PRESETS.keys(), trust.COMMANDS.keys())
 
 
 class PageTest(unittest.TestCase):
@@ -278,6 +305,13 @@ class CommandTest(unittest.TestCase):
             self.assertEqual(done.returncode, 1, words)
             self.assertIn("no-such-table.csv is for full runs", done.stderr, words)
             self.assertFalse(table.exists(), words)
+
+    def test_schedules_need_the_thread_sanitizer(self):
+        (self.folder / "CMakeCache.txt").write_text("CMAKE_CXX_FLAGS:STRING=-fsanitize=address\n", encoding="utf-8")
+        done = subprocess.run([ROOT / "scripts/stress", "schedules", "--runs", "1", "--build", self.folder],
+                              capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr, f"stress: {self.folder} is not a build with the thread sanitizer\n")
 
 
 if __name__ == "__main__":
