@@ -237,9 +237,11 @@ def faults_section(rows):
             reasons[row["note"]][row["fault"]] = True
     notes = [f"- {', '.join(each)}: {note}" for note, each in reasons.items()]
     return f"""\
-Each fault is injected in many runs, with {listed(workers)} workers. A run is good if it ends in time, leaves \
-no partial file that isn't documented, prints the documented message (one line with the name of the file, unless \
-even memory for names is missing), ends with the documented status, and changes no other file. The figures are \
+Each fault is injected in many runs, with {listed(workers)} workers. Allocating memory, reading, writing, closing and \
+starting threads fail, files shrink or vanish, and the process is killed. Calls that open, rename, flush or remove \
+files do not fail here; `tests/tool/faults_test.py` makes some of those of qrx fail. A run is good if it ends in time, \
+leaves no partial file that isn't documented, prints the documented messages and ends with the documented status \
+(`tests/faults/fault_expectations.py` has both), and changes no other file. The figures are \
 numbers of good runs in which the fault happened; others, such as the repetition after each fault, aren't counted. \
 `-` means that the fault can't happen there.
 
@@ -313,8 +315,9 @@ def fuzz_hours_section(rows, faults):
     return """\
 Sums of all recorded runs. A target with `.msan` is built with the memory sanitizer, one with `.32` for a 32-bit \
 system, all others with the address and undefined-behaviour sanitizers. A fault counts once for each run that it \
-ended. The date and commit below are those of the latest update of this table. Many of the runs are older: \
-[fuzz_runs.csv](fuzz_runs.csv) has their times and, where recorded, commits.
+ended. The date and commit below, and the machine and compiler at the end of this page, are those of the latest update \
+of this table. Many of the runs are older and may be from other machines: [fuzz_runs.csv](fuzz_runs.csv) has their \
+times and, where recorded, commits.
 
 """ + markdown_table(
         ("target", "processor hours", "executions", "faults"),
@@ -332,7 +335,9 @@ def list_of_faults(faults):
 def payloads_section(rows):
     return """\
 Payloads depend only on the original and the parameters, not on the compiler, the optimization level, the system, the \
-program or the number of workers. The digest covers all payloads.
+program or the number of workers. The digest covers all payloads. In each cell, 11 generated files are compressed in \
+blocks of 1 MiB (`scripts/payloads`): an empty file, one byte, text, UTF-16 text, machine code, binary records, CSV, a \
+sound, a picture, noise and a sparse file. Text and machine code have two blocks each, the others at most one.
 
 """ + markdown_table(("variant", "cells", "files", "digest", "equal"),
                      [(row["variant"], row["cells"], row["files"], f"`{row['digest'][:16]}`", row["equal"])

@@ -240,7 +240,8 @@ def draw_threads(rows):
     size = int(rows[0]["original_bytes"])
     figure, axes = new_figure("Speed of whole programs with more threads",
                               f"One file of {size / 1e6:.0f} MB in memory (tmpfs), elapsed time. "
-                              "Solid: qrx; dashed: others.", panels=2, height=6.6, sharey=True)
+                              f"Solid: qrx; dashed: others. ×: speed with {counts[-1]} threads / with {counts[0]}.",
+                              panels=2, height=6.6, sharey=True)
     speeds = [size / float(row["elapsed_s"]) / 1e6 for row in rows]
     for axis, operation in zip(axes, ("compress", "decompress")):
         axis.set(title=operation, xscale="log", yscale="log", xlabel="threads (logarithmic)",
