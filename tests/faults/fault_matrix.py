@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Makes quarnex, qrx and libqrx fail in every way that a system can, and prints a table.
+"""Makes calls of quarnex, qrx and libqrx fail (memory, read, write, close, thread start), removes and shortens
+their files, kills them, and prints a table.
 
     fault_matrix.py [--quick] [--build DIR] [--csv FILE] [--seed N] [--jobs N]
                     [--only PATTERN]
 
 Each cell is a fault, an operation, a program and a number of workers.  Its runs must end in time,
-with the documented exit status and one message that names the file; incomplete outputs may be left
+with the documented exit status and messages (fault_expectations.py); incomplete outputs may be left
 only where the documentation says so; other files must be right or unchanged; and the same run
 without the fault must succeed afterwards.  Only runs in which the fault happened are counted; a
 cell without any is wrong.  --quick takes a few runs of each cell with 0 and 2 workers instead of
