@@ -10,7 +10,7 @@ with the documented exit status and messages (fault_expectations.py); incomplete
 only where the documentation says so; other files must be right or unchanged; and the same run
 without the fault must succeed afterwards.  Only runs in which the fault happened are counted; a
 cell without any is wrong.  --quick takes a few runs of each cell with 0 and 2 workers instead of
-every call that can fail.  --only selects cells by a regular expression for
+each of these calls.  --only selects cells by a regular expression for
 "FAULT, PROGRAM, OPERATION, WORKERS".  --csv replaces a table; one in docs/results/ needs a full
 run, without --quick and --only.  Fails if a cell is wrong.
 """
