@@ -341,6 +341,25 @@ EXPORTED int open64(const char* name, int flags, ...)
     return open(name, flags, mode);
 }
 
+EXPORTED int openat(int directory, const char* name, int flags, ...)
+{
+    static auto* const real = next<int(int, const char*, int, mode_t)>("openat");
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_of(flags, arguments);
+    va_end(arguments);
+    return label_opened(real(directory, name, flags, mode), name, flags);
+}
+
+EXPORTED int openat64(int directory, const char* name, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_of(flags, arguments);
+    va_end(arguments);
+    return openat(directory, name, flags, mode);
+}
+
 EXPORTED ssize_t read(int handle, void* dest, size_t size)
 {
     static auto* const real = next<decltype(read)>("read");
