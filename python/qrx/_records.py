@@ -94,8 +94,11 @@ def first_rows(sample: bytes, csv_options: Mapping[str, Any]) -> Any:
     return clear_known_categories(pandas.read_csv(io.BytesIO(sample), **csv_options).iloc[:0])
 
 
-def surplus_fields(content: bytes, header_size: int, csv_options: Mapping[str, Any]) -> int:
+def surplus_fields(content: bytes, header_size: int,
+                   csv_options: Mapping[str, Any]) -> Optional[int]:
     """Returns how many more fields than the header the first row of a CSV file has.
+
+    None: there is no row.
 
     pandas accepts this number in all rows, and takes the first fields as an index, or drops the
     last ones with index_col=False.  With usecols= too, it accepts any number: this returns 0.
@@ -107,8 +110,9 @@ def surplus_fields(content: bytes, header_size: int, csv_options: Mapping[str, A
     row = _FIRST_ROW.match(content, header_size)
     assert row is not None
     frame = pandas.read_csv(io.BytesIO(content[:row.end()]), **{**csv_options, "index_col": None})
-    has_index = len(frame) > 0 and not isinstance(frame.index, pandas.RangeIndex)
-    return frame.index.nlevels if has_index else 0
+    if len(frame) == 0:
+        return None
+    return 0 if isinstance(frame.index, pandas.RangeIndex) else frame.index.nlevels
 
 
 def rows(data: bytes, is_first: bool, header: bytes, surplus: int, meta: Any,
@@ -117,7 +121,7 @@ def rows(data: bytes, is_first: bool, header: bytes, surplus: int, meta: Any,
 
     is_first: whether they are at the start of the file, and so include the header, if any.
     header: the header line of the file; empty if it has none.
-    surplus: surplus_fields() of the file.
+    surplus: surplus_fields() of the file, which has rows.
     meta: an empty data frame with the expected columns.
     """
     import pandas
@@ -126,7 +130,7 @@ def rows(data: bytes, is_first: bool, header: bytes, surplus: int, meta: Any,
     if not content:
         return meta
     found = surplus_fields(content, len(header), csv_options)
-    if found != surplus:
+    if found is not None and found != surplus:
         raise ValueError(f"a row has {found} more fields than the header, but the first row of the "
                          f"file has {surplus} more: to ignore them, pass usecols= and "
                          "index_col=False")

@@ -368,7 +368,7 @@ def read_csv(source: Url, *, sample_size: int = 256 << 10, storage_options: Opti
         sample += file.readline()
     header_line = _header_line(sample, csv_options)
     meta = _records.first_rows(sample, csv_options)
-    surplus = _records.surplus_fields(sample, len(header_line), csv_options)
+    surplus = _records.surplus_fields(sample, len(header_line), csv_options) or 0
     rows = partial(_records.rows, header=header_line, surplus=surplus, meta=meta,
                    csv_options=csv_options)
     parts = read_bytes(source, b"\n", storage_options=storage_options)

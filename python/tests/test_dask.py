@@ -731,6 +731,14 @@ class ReadCsv(InFolder):
         with self.assertRaisesRegex(ValueError, "a row has 0 more fields than the header"):
             self.compute(qrx.dask.read_csv(self.packed(content + b"Rome\n" * 200_000)))
 
+    def test_a_part_without_rows_of_a_file_with_an_index(self) -> None:
+        content = b"city\n" + b"Ann,Rome\n" * ((MIB - 30) // 9)
+        content += b"Eve," + b"x" * 60 + b"\n"  # ends in the second block, where no row starts
+        self.assertLess(MIB, len(content))
+        for end in (b"", b"\n\n"):
+            frame = qrx.dask.read_csv(self.packed(content + end)).compute(scheduler="sync")
+            self.assertEqual(list(frame.index[-2:]), ["Ann", "Eve"])
+
     def test_delimiters_at_the_ends_of_rows(self) -> None:
         rows = self.rows.to_csv(index=False).encode()
         header, _, rest = rows.partition(b"\n")
