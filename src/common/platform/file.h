@@ -90,8 +90,8 @@ class system_directory {
 
   private:
 #ifdef _WIN32
-    static constexpr usize max_path_bytes = 260; // of the functions used
-    std::array<char, max_path_bytes> path_{};
+    static constexpr usize max_path = 260; // of the functions used
+    std::array<wchar_t, max_path> path_{}; // ends in a separator
 #else
     int descriptor_ = -1;
 #endif
@@ -101,7 +101,8 @@ class system_directory {
 u32 max_open_files();
 
 /// Tests whether system_directory::rename() may give a file this name: nothing, a regular file, or
-/// a link to one of these has it.  Returns 0; EEXIST for a directory, a device or a link to one; or
-/// another errno if no file can have the name.
+/// a link to one of these has it.  Returns 0; EEXIST for anything else, such as a directory, a
+/// device or a pipe; or another errno if no file can have the name.
 [[nodiscard]] int check_replaceable(const char* name);
+
 } // namespace quarnex

@@ -124,8 +124,11 @@ int system_file::close()
 
 int system_directory::open(const char* name)
 {
-#ifdef O_PATH
-    constexpr int access = O_PATH; // needs no permission to read it
+    // The first two need no permission to read the directory.
+#if defined(O_PATH)
+    constexpr int access = O_PATH;
+#elif defined(O_SEARCH)
+    constexpr int access = O_SEARCH;
 #else
     constexpr int access = O_RDONLY;
 #endif

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <cwchar>
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
@@ -16,22 +16,18 @@ namespace {
 constexpr usize max_request = usize{1} << 30; // the C runtime takes 31-bit sizes
 constexpr int common_flags = _O_BINARY | _O_NOINHERIT;
 
-/// The name of a file in a directory whose name ends in a separator.
-template <usize max_bytes>
-class joined_name {
-  public:
-    joined_name(const std::array<char, max_bytes>& directory, const char* name)
-    {
-        const usize size = std::strlen(directory.data());
-        if (size + std::strlen(name) >= max_bytes) return; // empty names fail with ENOENT
-        std::memcpy(text_.data(), directory.data(), size);
-        std::memcpy(text_.data() + size, name, std::strlen(name));
-    }
-    const char* get() const { return text_.data(); }
+using wide_path = std::array<wchar_t, 260>;
 
-  private:
-    std::array<char, max_bytes> text_{};
-};
+/// Appends the name of a file to that of its directory.  If that is too long, the result is empty,
+/// and functions that get it fail with ENOENT.
+wide_path joined(const wide_path& directory, const char* name)
+{
+    wide_path path = directory;
+    const usize size = std::wcslen(path.data());
+    const int room = static_cast<int>(path.size() - size);
+    if (MultiByteToWideChar(CP_ACP, 0, name, -1, path.data() + size, room) == 0) path = {};
+    return path;
+}
 
 } // namespace
 
@@ -115,35 +111,42 @@ int system_file::close()
 
 int system_directory::open(const char* name)
 {
-    // Two bytes stay free for a separator and the final zero.
-    const DWORD capacity = max_path_bytes - 1;
-    const DWORD size = GetFullPathNameA(name, capacity, path_.data(), nullptr);
+    const wide_path given = joined({}, name);
+    close();
+    // Two places stay free for a separator and the final zero.
+    const DWORD capacity = max_path - 1;
+    const DWORD size = GetFullPathNameW(given.data(), capacity, path_.data(), nullptr);
     if (size == 0 || size >= capacity) {
-        path_ = {};
+        close();
         return ENAMETOOLONG;
     }
-    if (path_[size - 1] != '\\') path_[size] = '\\';
+    if (path_[size - 1] != L'\\') path_[size] = L'\\';
     return 0;
 }
 
-void system_directory::close() {}
+void system_directory::close()
+{
+    path_ = {};
+}
 
 int system_directory::create_new(const char* name, system_file& file) const
 {
-    return file.create_new(joined_name(path_, name).get());
+    file.descriptor_ = _wopen(joined(path_, name).data(),
+                              _O_WRONLY | _O_CREAT | _O_EXCL | common_flags, _S_IREAD | _S_IWRITE);
+    return file.is_open() ? 0 : errno;
 }
 
 int system_directory::rename(const char* name, const char* new_name) const
 {
     constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-    const joined_name from(path_, name);
-    const joined_name to(path_, new_name);
-    return MoveFileExA(from.get(), to.get(), flags) != 0 ? 0 : EACCES;
+    const wide_path from = joined(path_, name);
+    const wide_path to = joined(path_, new_name);
+    return MoveFileExW(from.data(), to.data(), flags) != 0 ? 0 : EACCES;
 }
 
 void system_directory::remove(const char* name) const
 {
-    static_cast<void>(_unlink(joined_name(path_, name).get()));
+    static_cast<void>(_wunlink(joined(path_, name).data()));
 }
 
 u32 max_open_files()
