@@ -47,18 +47,22 @@ class verification {
             report_faults(run_, item_.source, input_);
             status = exit_damaged;
         }
-        if (run_.settings.json && !found.is_equal) find_all_faults();
+        if (run_.settings.json && !found.is_equal && !find_all_faults())
+            return std::max<int>(status, exit_failed);
         report(found);
         return status;
     }
 
-    /// Decodes the whole file, since the comparison has ended early.
-    void find_all_faults()
+    /// Decodes the whole file, since the comparison has ended early.  Reports a failure to do so.
+    bool find_all_faults()
     {
         run_.progress.start(item_.source, input_.info.original_size, input_.info.file_size);
         input_.watcher.forget();
-        qrx_reader_test(input_.reader.get());
+        const qrx_status tested = qrx_reader_test(input_.reader.get());
         run_.progress.end();
+        if (exit_status_of(tested) != exit_failed) return true;
+        run_.messages.error(item_.source, failure_text(tested, input_.watcher, input_.info));
+        return false;
     }
 
     void report(const comparison& found) const
