@@ -156,15 +156,17 @@ class Progress(TerminalTest):
             if columns == 100:
                 self.assertRegex(lines[0], r"\d+ %  \d+:\d\d left")
 
-    def run_slowly(self, *words, **streams):
-        """Stops a run again and again, so that its progress is due however fast it is."""
+    def run_slowly(self, *words, max_stops=100, **streams):
+        """Stops a run again and again until it shows its progress, which is due after half a second."""
         process = self.start(*words, stderr=self.slave, **streams)
-        while process.poll() is None:
-            time.sleep(0.03)
+        for _ in range(max_stops):
+            time.sleep(0.005)
             process.send_signal(signal.SIGSTOP)
             time.sleep(0.3)
             process.send_signal(signal.SIGCONT)
-            self.read()
+            if process.poll() is not None or b"MB/s" in self.read():
+                break
+        wait_until(lambda: self.read() is not None and process.poll() is not None)
         self.assertEqual(process.returncode, 0, self.read())
         shown, self.shown = self.read().decode(), b""
         return shown
@@ -193,9 +195,10 @@ class Progress(TerminalTest):
         self.put("f.qrx", self.compressed(six_bit_noise(4 * MIB), "-50", "-b1"))
         null = subprocess.DEVNULL  # like a pipe, it could be read by a pager
         for words in (["-dc", "f.qrx"], ["cat", "f.qrx"], ["-d", "-o", "-", "f.qrx"]):
-            self.assertEqual(self.run_slowly(*words, "-T1", stdout=null), "", words)
+            self.assertEqual(self.run_slowly(*words, "-T1", max_stops=5, stdout=null), "", words)
             self.assertIn("MB/s", self.run_slowly(*words, "-vT1", stdout=null), words)
-        self.assertFalse("\x1b" in self.run_slowly("cat", "-vT1", "f.qrx", stdout=self.slave))
+        shown = self.run_slowly("cat", "-vT1", "f.qrx", max_stops=5, stdout=self.slave)
+        self.assertFalse("\x1b" in shown)
 
     def test_no_progress_without_a_terminal(self):
         process = self.feed(stderr=subprocess.PIPE)
