@@ -24,14 +24,14 @@ cat text | "$examples/progress" /dev/stdin piped.qrx 2>log
 : | "$examples/progress" /dev/stdin empty.qrx 2>log
 "$examples/range" empty.qrx 0 1 | cmp - /dev/null
 head -c $(($(wc -c <text.qrx) - 5)) text.qrx >cut.qrx
-! "$examples/range" cut.qrx 8000000 99999999 >range 2>log
+if "$examples/range" cut.qrx 8000000 99999999 >range 2>log; then exit 1; fi
 test "$(wc -c <range)" -gt 0
 cmp -n "$(wc -c <range)" -i 8000000:0 text range
 "$examples/progress" folder.tar folder.tar.qrx 2>log
 "$examples/tar_member" folder.tar.qrx folder/third | cmp - folder/third
 "$examples/tar_member" folder.tar.qrx folder/second | cmp - folder/second
-! "$examples/tar_member" folder.tar.qrx folder/fourth 2>log
+if "$examples/tar_member" folder.tar.qrx folder/fourth 2>log; then exit 1; fi
 grep -q 'no such member' log
-! "$examples/range" text 0 1 2>log
+if "$examples/range" text 0 1 2>log; then exit 1; fi
 grep -q 'not a .qrx file' log
 echo "all examples run"
