@@ -8,6 +8,7 @@
 #include "image_input.h"
 #include "pipeline/header_search.h"
 #include "pipeline/record_index.h"
+#include "pipeline/record_search.h"
 
 #include <map>
 #include <span>
@@ -20,9 +21,6 @@ constexpr u8 any_size = 1;        // the header's original size isn't bounded
 constexpr u8 any_block = 2;       // nor its block size
 constexpr u8 searches_header = 4; // also if the header is valid
 constexpr u8 spreads = 8;         // bytes are inserted in the middle; see spread()
-
-/// Number of bytes that a search reads at once, backward from the end of the file.
-constexpr usize window_bytes = mib;
 
 using block_map = std::map<u32, block_place>;
 
@@ -267,7 +265,8 @@ void check_header(const bytes& image, bool is_valid)
 void spread(bytes& image, usize place)
 {
     const usize start = image.size() * place / 256;
-    const usize inserted = window_bytes + 4 + start - image.size(); // no head in the last 4 bytes
+    constexpr usize unscanned = record_head_bytes - 1; // at the end of the file
+    const usize inserted = search_window_bytes + unscanned + start - image.size();
     image.insert(image.begin() + static_cast<std::ptrdiff_t>(image.size() / 2), inserted, 0);
 }
 
@@ -280,7 +279,7 @@ void index_any(std::span<const u8> input)
     bound_sizes(
         {.original_size = (control & any_size) == 0, .block_size = (control & any_block) == 0},
         image);
-    if (is_spread && image.size() < window_bytes) spread(image, input[1]);
+    if (is_spread && image.size() < search_window_bytes) spread(image, input[1]);
     check_index(image);
     if (image.size() < file_header_bytes) return;
     recorder failures;

@@ -12,8 +12,6 @@
 namespace quarnex {
 namespace {
 
-/// Positions scanned at a time.
-constexpr usize window_bytes = usize{1} << 20;
 /// Bytes after a window that belong to a head at its last position.
 constexpr usize overlap = record_head_bytes - 1;
 /// Limits on the anchored positions.  Any beyond the number of records in the file are false.
@@ -159,11 +157,13 @@ status chain_search::run(const allocator& source, const listener& watcher)
         scan(file_.image + first, first, end);
         return status::done;
     }
-    const usize room = static_cast<usize>(std::min<u64>(window_bytes, end - first)) + overlap;
+    const usize room =
+        static_cast<usize>(std::min<u64>(search_window_bytes, end - first)) + overlap;
     const auto buffer = make_array<u8>(source, room);
     if (!buffer) return status::no_memory;
     for (u64 window_end = end; window_end > first;) {
-        const usize count = static_cast<usize>(std::min<u64>(window_bytes, window_end - first));
+        const usize count =
+            static_cast<usize>(std::min<u64>(search_window_bytes, window_end - first));
         const u64 begin = window_end - count;
         const status read = read_exactly(file_, watcher, begin, buffer.get(), count + overlap);
         if (read != status::done) return read;
@@ -259,7 +259,7 @@ status find_last_record(const byte_source& file, const file_layout& layout,
 u64 chain_search_memory(const file_layout& layout, const byte_source& file)
 {
     const u64 table = table_size(anchor_limit(layout, file) + seal_bytes + 1) * sizeof(anchor);
-    return table + (file.image != nullptr ? 0 : window_bytes + overlap);
+    return table + (file.image != nullptr ? 0 : search_window_bytes + overlap);
 }
 
 status find_chain(const allocator& source, const byte_source& file, const file_layout& layout,

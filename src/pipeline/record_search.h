@@ -19,6 +19,9 @@
 
 namespace quarnex {
 
+/// Positions scanned at a time, unless the file is in memory.
+inline constexpr usize search_window_bytes = usize{1} << 20;
+
 /// The last heads of a walk over the records from the start of the file to the first invalid or
 /// truncated head.  They may be false: a damaged size can lead into a payload, whose bytes can look
 /// like a head.
