@@ -75,7 +75,7 @@ def _read_fully(file: Any, dest: int, room: int) -> int:
             if not data:
                 break
             content = bytes(data)
-            done += _checked(len(content), "read", 1, room - done)
+            done += _check_count(len(content), "read", 1, room - done)
             ctypes.memmove(dest + done - len(content), content, len(content))
         return done
     array = (ctypes.c_ubyte * room).from_address(dest)
@@ -86,14 +86,14 @@ def _read_fully(file: Any, dest: int, room: int) -> int:
                 raise BlockingIOError("the file object has no data at the moment")
             if count == 0:
                 break
-            done += _checked(count, "readinto", 1, room - done)
+            done += _check_count(count, "readinto", 1, room - done)
     return done
 
 
-def _checked(count: int, method: str, least: int, most: int) -> int:
+def _check_count(count: int, method: str, min_count: int, max_count: int) -> int:
     """Returns the number of bytes that a method of a file object has reported."""
-    if not least <= count <= most:
-        raise OSError(f"{method}() of the file object has processed {count} of {most} bytes")
+    if not min_count <= count <= max_count:
+        raise OSError(f"{method}() of the file object has processed {count} of {max_count} bytes")
     return count
 
 
@@ -127,7 +127,7 @@ class Output:
                 if isinstance(self.file, io.RawIOBase):
                     raise BlockingIOError("the file object takes no data at the moment")
                 count = len(rest)
-            _checked(count, "write", 1, len(rest))
+            _check_count(count, "write", 1, len(rest))
             self._position += count
             rest = rest[count:]
 

@@ -97,7 +97,8 @@ std::vector<std::string> expand(const std::vector<std::string>& words)
             is_value = false;
         } else if (is_operand) {
             expanded.push_back(operand_mark + word);
-        } else if (word.back() == '=' && expects_value(word.substr(0, word.size() - 1))) {
+        } else if (word[1] == '-' && word.back() == '=' &&
+                   expects_value(word.substr(0, word.size() - 1))) {
             // "--output=" has an empty value, which isn't the next word.
             expanded.insert(expanded.end(), {word.substr(0, word.size() - 1), ""});
         } else {

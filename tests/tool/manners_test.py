@@ -342,7 +342,8 @@ class Messages(ToolTest):
         self.qrx("f")
         self.qrx("-h")
         self.qrx("-V")
-        for words in (["--unknown"], ["-b", "0", "f"], ["-b", "0x1", "f"], ["-b", "2048", "f"], ["-60", "f"], ["-T999", "f"], ["-o"],
+        for words in (["--unknown"], ["-b", "0", "f"], ["-b", "0x1", "f"],
+                      ["-b", "2048", "f"], ["-60", "f"], ["-T999", "f"], ["-o"],
                       ["-c", "-o", "x", "f"], ["missing"], ["--memory-limit", "x", "f"]):
             done = self.qrx(*words, status=1)
             self.assertEqual(done.stderr.count(b"\n"), 1, done.stderr)

@@ -232,12 +232,12 @@ class Directories(ToolTest):
 
     def test_directories_stay_private(self):
         for mode in (0o700, 0o750, 0o500, 0o1777):
+            os.chmod(self.dir / "d", 0o755)
             os.chmod(self.dir / "d/e", mode)
             self.qrx("-r", "-C", "out/deep", "d")
             self.qrx("-dr", "-C", "back", "out/deep/")
             for name, expected in (("out/deep/d/e", mode & 0o777 | 0o700), ("out/deep/d", 0o755),
                                    ("back/deep/d/e", mode & 0o777 | 0o700)):
-                os.chmod(self.dir / "d", 0o755)
                 found = os.stat(self.dir / name).st_mode
                 self.assertEqual(oct(stat.S_IMODE(found)), oct(expected), name)
             self.assertEqual(self.get("back/deep/d/e/b"), b"b" * 1000)
