@@ -120,7 +120,9 @@ int system_directory::open(const char* name)
         close();
         return ENAMETOOLONG;
     }
-    if (path_[size - 1] != L'\\') path_[size] = L'\\';
+    const usize end = path_[size - 1] == L'\\' ? size : size + 1;
+    path_[end - 1] = L'\\';
+    path_[end] = 0; // the call may leave other characters there
     return 0;
 }
 
