@@ -20,6 +20,7 @@ struct compression {
     file_parameters parameters;
     u64 size = 0; // of the source when it was opened; later growth is ignored
     u32 block_count = 0;
+    u32 records = 0; // number of submitted ones
 
     /// Reads the next block into a new buffer and zeroes the slack after it.
     status read_block(block_job& job, u32 length);
@@ -103,15 +104,16 @@ status compression::run()
 {
     const u64 block_size = parameters.block_size();
     u64 remaining = size;
-    for (u32 index = 0;; ++index) {
+    for (;;) {
         file.pipeline().wait_for_room();
         block_job job;
         const auto wanted = static_cast<u32>(std::min(block_size, remaining));
-        if (const status taken = take_block(job, index, wanted); taken != status::done)
+        if (const status taken = take_block(job, records, wanted); taken != status::done)
             return taken;
         const u32 length = job.codec.in_len;
         const status submitted = submit(std::move(job));
         if (submitted != status::done) return submitted;
+        ++records;
         remaining -= length;
         if (length < wanted) {
             file.tell({.kind = event_kind::source_shrank});
@@ -137,7 +139,8 @@ status compress_file(engine& pipeline, const file_names& names, file_parameters 
     work.size = file.source().size();
     work.block_count = static_cast<u32>(count_blocks(work.size, parameters.block_size()));
     const status result = work.run();
-    return result == status::done ? file.close_destination() : result;
+    if (result != status::done) return result;
+    return file.close_destination(work.records, work.block_count);
 }
 
 } // namespace quarnex

@@ -14,6 +14,7 @@ struct decompression {
     u64 total = 0; // size of the source in bytes
     u64 consumed = 0;
     u32 longest = 0; // length of the longest block so far
+    u32 records = 0; // number of submitted ones
     file_layout layout{};
     read_result first_head{}; // of the first record, which is read together with the header
     std::array<u8, record_head_bytes> head_bytes{};
@@ -21,7 +22,7 @@ struct decompression {
     u64 source_left() const { return total - std::min(total, consumed); }
     status read_header();
     status read_payload(block_job& job, u32 size);
-    status take_record(const record_head& head, u32 sequence);
+    status take_record(const record_head& head);
     status run();
 };
 
@@ -71,9 +72,9 @@ status decompression::read_payload(block_job& job, u32 size)
 }
 
 /// Reads the payload that follows `head` and submits the block.
-status decompression::take_record(const record_head& head, u32 sequence)
+status decompression::take_record(const record_head& head)
 {
-    const auto place = find_block(layout, head, sequence);
+    const auto place = find_block(layout, head, records);
     if (!place) return file.fail(event_kind::corrupt, status::corrupt);
     block_job job;
     job.mode = direction::decompress;
@@ -95,20 +96,20 @@ status decompression::take_record(const record_head& head, u32 sequence)
 
 status decompression::run()
 {
-    for (u32 sequence = 0;; ++sequence) {
-        if (sequence != 0 && source_left() < head_bytes.size()) return status::done;
+    for (;; ++records) {
+        if (records != 0 && source_left() < head_bytes.size()) return status::done;
         const read_result got =
-            sequence == 0 ? first_head : file.source().read(head_bytes.data(), head_bytes.size());
+            records == 0 ? first_head : file.source().read(head_bytes.data(), head_bytes.size());
         if (got.error != 0)
             return file.fail({.kind = event_kind::source_unread, .cause = got.error},
                              status::read_failed);
         if (got.count != head_bytes.size()) return status::done;
-        if (sequence != 0) {
+        if (records != 0) {
             const status advanced = file.advance(consumed, total);
             if (advanced != status::done) return advanced;
         }
         consumed += head_bytes.size();
-        const status taken = take_record(unpack_record_head(head_bytes.data()), sequence);
+        const status taken = take_record(unpack_record_head(head_bytes.data()));
         if (taken != status::done) return taken;
         if (file.pipeline().thread_failures() != 0) return status::stopped;
     }
@@ -127,7 +128,8 @@ status decompress_file(engine& pipeline, const file_names& names)
     if (pipeline.thread_failures() != 0) return status::stopped;
     if (const status created = file.create_destination(); created != status::done) return created;
     const status result = work.run();
-    return result == status::done ? file.close_destination() : result;
+    if (result != status::done) return result;
+    return file.close_destination(work.records, work.layout.block_count);
 }
 
 } // namespace quarnex

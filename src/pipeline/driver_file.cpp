@@ -69,9 +69,12 @@ status driver_file::create_destination()
     return engine_.fail(status::destination_uncreated);
 }
 
-status driver_file::close_destination()
+status driver_file::close_destination(u32 records, u32 block_count)
 {
-    if (engine_.has_workers()) return status::done;
+    if (engine_.has_workers()) {
+        if (records != 0 && records < block_count) engine_.count_unfinished();
+        return status::done;
+    }
     const int error = destination_->file.close();
     return error == 0 ? status::done : fail_to_write(error);
 }

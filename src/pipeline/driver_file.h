@@ -22,8 +22,9 @@ class driver_file {
     /// Creates the destination.  Returns status::skipped if the observer keeps the existing one.
     status create_destination();
     /// Closes the destination if there are no workers.  (With workers the writer closes it after
-    /// its last block, or a worker if the file is small.)
-    status close_destination();
+    /// its last block, or a worker if the file is small.)  `records` of `block_count` were
+    /// submitted.
+    status close_destination(u32 records, u32 block_count);
 
     /// Reports a failure, marks the destination (if created) as failed and returns `reason`.  First
     /// waits for the small files submitted earlier, since the observer may end the process.

@@ -62,7 +62,7 @@ bool engine::submit_file(block_job& job)
 {
     const bool is_small = std::max(job.codec.in_len, job.codec.out_len) <= max_small_file &&
                           job.buffer_bytes < buffer_pool::min_pooled_bytes;
-    if (!has_workers() || !is_small) return false;
+    if (!has_workers() || !is_small || unfinished_ >= max_destinations) return false;
     if (files_.size() == 0 && !files_.make(source, files_per_job_)) return false;
     files_in_flight_.enter();
     file_bytes_ += job.codec.in_len;

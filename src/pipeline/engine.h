@@ -38,6 +38,9 @@ constexpr u32 max_buffers(u32 workers)
     return max_blocks(workers) + workers;
 }
 
+/// Maximum number of destinations that the writer has open at a time.
+inline constexpr u32 max_destinations = 256;
+
 /// The queues, buffers and failure state that the threads share.
 class engine {
   public:
@@ -80,6 +83,8 @@ class engine {
     status first_failure() const { return first_failure_; }
     /// Returns the number of failures on workers and the writer so far.
     u32 thread_failures() const { return thread_failures_; }
+    /// Counts a file that ended before its last block: the writer keeps its destination open.
+    void count_unfinished() { ++unfinished_; }
 
     /// Queues a block for the workers.  Without workers, codes and writes it before returning.
     status submit(block_job job);
@@ -89,7 +94,8 @@ class engine {
         if (has_workers()) in_flight_.wait_for_fewer_than(max_blocks(thread_count));
     }
     /// Adds a small file, whose only block is `job`, to those that a worker gets together.  Returns
-    /// false if it isn't small, or without workers or memory; `job` is unchanged then.
+    /// false if it isn't small, or without workers or memory, or if the writer has no room for
+    /// another destination, which it must report; `job` is unchanged then.
     [[nodiscard]] bool submit_file(block_job& job);
     /// Codes, writes and closes a small file, on a worker, and reports a failure.
     void run_file(scratch& memory, block_job& job);
@@ -137,6 +143,7 @@ class engine {
     object_array<block_job> files_;
     u32 file_count_ = 0;
     u32 file_bytes_ = 0;
+    u32 unfinished_ = 0; // files; used by the driver only
     std::atomic<u32> thread_failures_{0};
     std::atomic<status> first_failure_{status::done};
 };

@@ -8,8 +8,6 @@ namespace {
 /// The files that are partly written.
 class open_file_table {
   public:
-    static constexpr usize max_files = 256;
-
     struct entry {
         output_ref out_file;
         u32 written = 0; // records written so far
@@ -36,7 +34,7 @@ class open_file_table {
     }
 
   private:
-    std::array<entry, max_files> entries_;
+    std::array<entry, max_destinations> entries_;
 };
 
 /// Writes a block and closes its file after the last one.  Reports failures.
@@ -51,7 +49,7 @@ status write_and_close(const engine& pipeline, open_file_table& table, write_job
     open_file_table::entry* const entry = table.find(finished.out_file);
     if (entry == nullptr) {
         failure.kind = event_kind::too_many_destinations;
-        failure.wanted = open_file_table::max_files;
+        failure.wanted = max_destinations;
         failure.got = static_cast<u64>(file.file.descriptor());
         pipeline.tell(failure);
         return status::too_many_files;

@@ -119,6 +119,36 @@ TEST_P(small_files, are_written_before_the_failure_of_a_later_file_is_reported)
     EXPECT_EQ(context.written, 3U);
 }
 
+TEST_P(small_files, are_reported_if_256_unfinished_ones_are_open)
+{
+    if (max_open_files() < 512) GTEST_SKIP() << "too few files can be open";
+    // Only the last of two blocks.
+    write_file(dir / "cut", build_qrx({{.original_size = (u32{1} << 20) + 3},
+                                       {{displacement_of(1), bytes_of("end")}}}));
+    write_file(dir / "whole", build_qrx({{.original_size = 4}, {{0, bytes_of("text")}}}));
+    const driver_run run = run_driver(GetParam(), recorder, [&](engine& work) {
+        const auto restore = [&](const char* from, const std::string& to) {
+            const std::string source = dir / from;
+            return decompress_file(work, {source.c_str(), to.c_str()});
+        };
+        for (usize i = 0; i < 255; ++i) EXPECT_EQ(restore("cut", name("cut", i)), status::done);
+        work.wait_for_blocks();
+        EXPECT_EQ(restore("whole", dir / "a"), status::done);
+        EXPECT_EQ(restore("cut", name("cut", 255)), status::done);
+        work.wait_for_blocks();
+        return restore("whole", dir / "b");
+    });
+    EXPECT_EQ(read_file(dir / "a"), bytes_of("text"));
+    EXPECT_EQ(run.result, status::done);
+    if (!has_workers()) {
+        expect_success(run);
+        return;
+    }
+    const recorded_event reported =
+        expect_failure(run, event_kind::too_many_destinations, status::too_many_files);
+    EXPECT_EQ(reported.name, dir / "b");
+}
+
 /// Compresses small files with an engine without threads: the test is the worker.
 class small_file_jobs : public testing::Test {
   protected:
