@@ -184,9 +184,8 @@ class m1_last_groups {
             group = at_;
             whole = decode_group();
         }
-        // A group that is cut off before it fills the block doesn't count: its last items are made
-        // of zeros.
-        if ((filled_ != nullptr ? filled_ : at_.in) > tail_.end()) at_ = group;
+        // A group that is cut off doesn't count: its last items are made of zeros.
+        if (at_.in > tail_.end()) at_ = group;
         if (at_.pos < size_) return {.length = static_cast<u32>(at_.pos)};
         return {.length = static_cast<u32>(size_), .exact_end = ends_exactly(group)};
     }
@@ -206,7 +205,6 @@ class m1_last_groups {
             } else if (!decode_match()) {
                 return false;
             }
-            if (at_.pos >= size_ && filled_ == nullptr) filled_ = at_.in;
         }
         return true;
     }
@@ -264,7 +262,6 @@ class m1_last_groups {
     const usize size_; // of the block
     const u32 min_match_;
     m1_group at_{};
-    const u8* filled_ = nullptr; // where the item ends that fills the block
 };
 
 /// Decodes the rest of a block, from `group` on.  Out of line: the decoding loops share it.

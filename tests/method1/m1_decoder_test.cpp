@@ -195,16 +195,6 @@ TEST(m1_decoder, yields_a_prefix_of_the_block_from_a_truncated_stream)
     }
 }
 
-TEST(m1_decoder, keeps_a_block_that_is_full_before_the_payload_ends)
-{
-    // Without the damage, the last token would be EB 00; those past the block are matches, too, and
-    // literals follow that the payload doesn't have.
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x20, 'B', 'C', 0x00, 0x00}, 3, low), bytes_of("ABC"));
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x20, 'B', 'C', 0x03, 0x01}, 3, low), bytes_of("ABC"));
-    // The last byte is missing: the zero in its place doesn't count, nor does its group.
-    EXPECT_EQ(decode({'A', 0x00, 0x00, 0x00, 0x20, 'B'}, 3, low), bytes_of("A"));
-}
-
 TEST(m1_decoder, keeps_to_its_buffers_in_corrupt_streams)
 {
     test::random_source random(77);
