@@ -19,7 +19,7 @@
  * Functions that can fail return a qrx_status.  Output arguments are unchanged on failure unless
  * the function's comment says otherwise.  Structures that may grow start with `struct_size`, which
  * the caller sets to sizeof, for output too.  In input, every other field that is zero means its
- * default:
+ * default (`level` only if `method` is 0 as well):
  *
  *     qrx_params params = {.struct_size = sizeof params};         C99, C++20
  *     qrx_params params{}; params.struct_size = sizeof params;    earlier C++

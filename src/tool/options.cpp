@@ -235,7 +235,7 @@ class command_line {
         add_number("-T,--threads", settings_.threads, "worker threads; 0: one per processor", 0,
                    QRX_MAX_THREADS);
         add_size("--memory-limit", settings_.memory_limit,
-                 "limit memory, such as to 500M, by running fewer threads");
+                 "limit memory use, for example to 500M, by running fewer threads");
     }
 
     void add_outputs()
@@ -266,8 +266,7 @@ class command_line {
                 },
                 "1 (fast) to 9 (small), or two digits, method and level; same as -5, -33")
             ->type_name("N");
-        add_number("-b,--block-size", settings_.params.block_mib,
-                   "block size in MiB, 1 to 2047 (default 32)", 1, 2047);
+        add_block_size();
         add_path("--like", settings_.like, "use the parameters of this .qrx file");
         add_flag("--no-seal", "write no checksum (seal)", [this] { settings_.seals = false; });
     }
@@ -335,7 +334,7 @@ class command_line {
             add_resources();
             break;
         case command::join:
-            add_names("PIECE", "pieces in order", true);
+            add_names("PIECE", "pieces, in order unless their names are numbered", true);
             add_outputs();
             app_.add_flag("--verify", settings_.verifies, "decode the result to check it");
             add_resources();
@@ -401,6 +400,13 @@ class command_line {
             ->type_name("N");
     }
 
+    void add_block_size()
+    {
+        add_number("-b,--block-size", settings_.params.block_mib,
+                   "block size in MiB, 1 to 2047 (default 32; at levels 4 to 7 at most 16)", 1,
+                   2047);
+    }
+
     void add_size(const char* names, uint64_t& value, const char* text)
     {
         app_.add_option_function<std::string>(
@@ -462,8 +468,7 @@ class command_line {
             ->check(CLI::Range(0.0, 3600.0).description(""))
             ->type_name("S");
         app_.add_flag("-f,--force", settings_.force, "overwrite existing files");
-        add_number("-b,--block-size", settings_.params.block_mib,
-                   "block size in MiB, 1 to 2047 (default 32)", 1, 2047);
+        add_block_size();
         settings_.threads = 1; // makes speeds comparable between machines
         add_number("-T,--threads", settings_.threads,
                    "worker threads (default 1); 0: one per processor", 0, QRX_MAX_THREADS);
